@@ -1,0 +1,92 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+/// What a CLS_CVariant holds.
+enum n_CVariantType : std::int32_t
+{
+    CVariantType_None = -1,
+    CVariantType_Bool = 0,
+    CVariantType_LongLong = 1,
+    CVariantType_Double = 2,
+    CVariantType_String = 3, ///< owned std::string
+    CVariantType_Vector = 4, ///< owned std::vector<CLS_CVariant>
+    CVariantType_Map = 5,    ///< owned std::map<std::string, CLS_CVariant>
+    CVariantType_Pointer = 6 ///< untyped, not owned
+};
+
+/// One value: a flag, an integer, a real number, a text, a list, a map or a pointer; or nothing.
+///
+/// A variant owns its text, list or map. Copies are deep; a pointer is shared. A list or map that is null
+/// reads as empty, a text that is null as "".
+///
+/// Not thread-safe: the owner guards a variant that threads share. Only SetType calls on one variant are
+/// serialised, by the variant's own mutex, which assignment and destruction take, too. Nothing else waits.
+/// Whatever makes or copies a text, a list or a map passes std::bad_alloc on.
+class CLS_CVariant
+{
+public:
+    CLS_CVariant();
+    /// From a flag, and from nothing that would merely convert to one, as pointers do.
+    template <typename Flag, std::enable_if_t<std::is_same_v<Flag, bool>, int> = 0>
+    CLS_CVariant(Flag _bValue) : m_iType(CVariantType_Bool)
+    {
+        m_uValue.m_bValue = _bValue;
+    }
+    CLS_CVariant(int _iValue);
+    CLS_CVariant(long _iValue);
+    CLS_CVariant(long long _iValue);
+    CLS_CVariant(double _dValue);
+    CLS_CVariant(const char* _szValue); ///< a null _szValue is the empty text
+    CLS_CVariant(const std::string& _strValue);
+    CLS_CVariant(const std::vector<CLS_CVariant>& _vecValue);
+    CLS_CVariant(const std::map<std::string, CLS_CVariant>& _mapValue);
+    CLS_CVariant(void* _pValue);
+    CLS_CVariant(const CLS_CVariant& _clsOther);
+    ~CLS_CVariant();
+
+    /// A deep copy. Copies before it frees: _clsOther may be an element of this variant's own list or map,
+    /// and a copy that fails (std::bad_alloc) leaves this variant as it was.
+    CLS_CVariant& operator=(const CLS_CVariant& _clsOther);
+
+    n_CVariantType GetType() const { return m_iType; }
+
+    /// Changes the type and frees what was owned. Makes no value for the new type: the bits of an in-place
+    /// value stay as they are, an owned value is null until one is given by assignment.
+    void SetType(n_CVariantType _iType);
+
+    /// The value as a text: "1" or "0" for a flag, numbers in the stream's default form whatever the
+    /// locale, elements of a list joined by "|" (kept on purpose: the separator is left out as long as the
+    /// text so far is empty), "" for a map and for nothing, "0x..." for a pointer.
+    std::string ToString() const;
+
+    /// The flag; for any other type, whether the text is exactly "true".
+    bool ToBool() const;
+
+    /// A copy of the map; empty for any other type.
+    std::map<std::string, CLS_CVariant> ToMap() const;
+
+private:
+    union u_Value
+    {
+        std::uint8_t m_bValue; ///< the flag as a byte: bits that another type left are no valid bool
+        long long m_iValue = 0;
+        double m_dValue;
+        void* m_pValue;
+        std::string* m_pString;
+        std::vector<CLS_CVariant>* m_pVector;
+        std::map<std::string, CLS_CVariant>* m_pMap;
+    };
+
+    u_Value CopyValue() const;
+    void FreeValue();
+
+    std::mutex m_mtxType; ///< serialises SetType
+    n_CVariantType m_iType = CVariantType_None;
+    u_Value m_uValue;
+};

@@ -1,0 +1,27 @@
+# Language level, warnings and sanitizers of every target of the project.
+
+set(CMAKE_CXX_STANDARD 17)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+find_package(Threads REQUIRED)
+
+add_library(zel_compiler INTERFACE)
+target_include_directories(zel_compiler INTERFACE "${PROJECT_SOURCE_DIR}")
+target_link_libraries(zel_compiler INTERFACE Threads::Threads ${CMAKE_DL_LIBS})
+target_compile_options(zel_compiler INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion
+  $<$<BOOL:${ZEL_WERROR}>:-Werror>)
+
+if(ZEL_SANITIZE)
+  target_compile_options(zel_compiler INTERFACE
+    -fsanitize=${ZEL_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(zel_compiler INTERFACE -fsanitize=${ZEL_SANITIZE})
+endif()
+
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  # Unique symbols would pin a library in the process: a host could never unload it.
+  target_compile_options(zel_compiler INTERFACE -fno-gnu-unique)
+endif()

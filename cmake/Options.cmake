@@ -1,0 +1,12 @@
+# What a build may choose. Everything else is a constant of the code.
+
+option(ZEL_WERROR "Treat every compiler warning as an error" OFF)
+
+set(ZEL_SANITIZE "" CACHE STRING
+  "Sanitizers to build with, as -fsanitize= takes them: \"thread\" or \"address,undefined\"")
+set(ZEL_LOG_LIBRARY_NAME "libZelLog.dylib" CACHE STRING
+  "File name of the logging library that the pool looks for at run time")
+
+# Everything that is run lies in one folder, so that programs find the libraries beside them.
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")

@@ -1,0 +1,246 @@
+#include "tests/support/ChildProcess.h"
+
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <spawn.h>
+#include <stdexcept>
+#include <sys/wait.h>
+#include <system_error>
+#include <unistd.h>
+
+// Not every system declares it.
+extern char** environ; // NOLINT(readability-redundant-declaration)
+
+namespace
+{
+/// The ends of a pipe that no other child inherits.
+struct ST_Pipe
+{
+    int m_iRead = -1;
+    int m_iWrite = -1;
+};
+
+ST_Pipe MakePipe()
+{
+    std::array<int, 2> arrEnds{};
+    if (pipe(arrEnds.data()) != 0)
+    {
+        throw std::runtime_error("no pipe: " + std::generic_category().message(errno));
+    }
+    fcntl(arrEnds[0], F_SETFD, FD_CLOEXEC);
+    fcntl(arrEnds[1], F_SETFD, FD_CLOEXEC);
+    return {arrEnds[0], arrEnds[1]};
+}
+
+/// The environment of this process with some variables set anew, as "NAME=value".
+std::vector<std::string> MergeEnvironment(const std::map<std::string, std::string>& _mapExtra)
+{
+    std::vector<std::string> vecMerged;
+    for (char** ppEntry = environ; *ppEntry != nullptr; ++ppEntry)
+    {
+        const std::string strEntry = *ppEntry;
+        if (_mapExtra.count(strEntry.substr(0, strEntry.find('='))) == 0)
+        {
+            vecMerged.push_back(strEntry);
+        }
+    }
+    for (const auto& [strName, strValue] : _mapExtra)
+    {
+        vecMerged.push_back(strName);
+        vecMerged.back() += "=" + strValue;
+    }
+    return vecMerged;
+}
+
+std::vector<char*> ToPointers(std::vector<std::string>& _vecTexts)
+{
+    std::vector<char*> vecPointers;
+    vecPointers.reserve(_vecTexts.size() + 1);
+    for (std::string& strText : _vecTexts)
+    {
+        vecPointers.push_back(strText.data());
+    }
+    vecPointers.push_back(nullptr);
+    return vecPointers;
+}
+
+/// Default dispositions, nothing blocked, a process group of its own.
+void SetAttributes(posix_spawnattr_t& _stAttributes)
+{
+    sigset_t stDefaults;
+    sigemptyset(&stDefaults);
+    for (const int iSignal : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGTERM})
+    {
+        sigaddset(&stDefaults, iSignal);
+    }
+    sigset_t stNone;
+    sigemptyset(&stNone);
+    posix_spawnattr_setsigdefault(&_stAttributes, &stDefaults);
+    posix_spawnattr_setsigmask(&_stAttributes, &stNone);
+    posix_spawnattr_setpgroup(&_stAttributes, 0);
+    posix_spawnattr_setflags(&_stAttributes,
+                             POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETPGROUP);
+}
+
+/// Zero or an error number, as posix_spawn returns it.
+int Spawn(pid_t& _iProcess, const std::string& _strProgram, std::vector<std::string> _vecArguments,
+          const std::map<std::string, std::string>& _mapEnvironment, int _iOut, int _iErr)
+{
+    _vecArguments.insert(_vecArguments.begin(), _strProgram);
+    std::vector<std::string> vecEnvironment = MergeEnvironment(_mapEnvironment);
+    posix_spawn_file_actions_t stActions;
+    posix_spawn_file_actions_init(&stActions);
+    posix_spawn_file_actions_addopen(&stActions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_adddup2(&stActions, _iOut, STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&stActions, _iErr, STDERR_FILENO);
+    posix_spawnattr_t stAttributes;
+    posix_spawnattr_init(&stAttributes);
+    SetAttributes(stAttributes);
+    const int iError = posix_spawn(&_iProcess, _strProgram.c_str(), &stActions, &stAttributes,
+                                   ToPointers(_vecArguments).data(), ToPointers(vecEnvironment).data());
+    posix_spawnattr_destroy(&stAttributes);
+    posix_spawn_file_actions_destroy(&stActions);
+    return iError;
+}
+} // namespace
+
+void PrintTo(const ST_ChildResult& _stResult, std::ostream* _pOut)
+{
+    *_pOut << "{exit " << _stResult.m_iExit << ", signal " << _stResult.m_iSignal
+           << (_stResult.m_bTimedOut ? ", timed out" : "") << ", out \"" << _stResult.m_strOut << "\", err \""
+           << _stResult.m_strErr << "\"}";
+}
+
+CLS_ChildProcess::CLS_ChildProcess(const std::string& _strProgram,
+                                   const std::vector<std::string>& _vecArguments,
+                                   const std::map<std::string, std::string>& _mapEnvironment)
+{
+    // One start at a time: a child must not inherit the pipes that another start has just made.
+    static std::mutex s_mtxStart;
+    const std::lock_guard<std::mutex> lock(s_mtxStart);
+    const ST_Pipe stOut = MakePipe();
+    const ST_Pipe stErr = MakePipe();
+    const int iError =
+        Spawn(m_iProcess, _strProgram, _vecArguments, _mapEnvironment, stOut.m_iWrite, stErr.m_iWrite);
+    close(stOut.m_iWrite);
+    close(stErr.m_iWrite);
+    if (iError != 0)
+    {
+        close(stOut.m_iRead);
+        close(stErr.m_iRead);
+        throw std::runtime_error("cannot start " + _strProgram + ": " +
+                                 std::generic_category().message(iError));
+    }
+    StartReader(m_arrReaders[0], stOut.m_iRead);
+    StartReader(m_arrReaders[1], stErr.m_iRead);
+}
+
+CLS_ChildProcess::~CLS_ChildProcess()
+{
+    if (m_iProcess != -1)
+    {
+        Wait(std::chrono::milliseconds(0));
+    }
+}
+
+void CLS_ChildProcess::StartReader(ST_Reader& _stReader, int _iFile)
+{
+    _stReader.m_iFile = _iFile;
+    _stReader.m_thReader = std::thread(
+        [this, &_stReader]
+        {
+            std::array<char, 4096> arrPiece{};
+            ssize_t iSize = 0;
+            while ((iSize = read(_stReader.m_iFile, arrPiece.data(), arrPiece.size())) != 0)
+            {
+                if (iSize > 0)
+                {
+                    const std::lock_guard<std::mutex> lock(m_mtxText);
+                    _stReader.m_strText.append(arrPiece.data(), static_cast<std::size_t>(iSize));
+                }
+                else if (errno != EINTR)
+                {
+                    return;
+                }
+            }
+        });
+}
+
+void CLS_ChildProcess::CloseReaders()
+{
+    for (ST_Reader& stReader : m_arrReaders)
+    {
+        stReader.m_thReader.join();
+        close(stReader.m_iFile);
+    }
+}
+
+void CLS_ChildProcess::SendSignal(int _iSignal) const
+{
+    if (m_iProcess != -1)
+    {
+        kill(m_iProcess, _iSignal);
+    }
+}
+
+std::string CLS_ChildProcess::GetText(const ST_Reader& _stReader)
+{
+    const std::lock_guard<std::mutex> lock(m_mtxText);
+    return _stReader.m_strText;
+}
+
+std::string CLS_ChildProcess::GetOut()
+{
+    return GetText(m_arrReaders[0]);
+}
+
+std::string CLS_ChildProcess::GetErr()
+{
+    return GetText(m_arrReaders[1]);
+}
+
+/// Whether the child is over. Its end is not fetched yet, so that its number cannot be given away.
+bool CLS_ChildProcess::HasEnded() const
+{
+    siginfo_t stInfo{};
+    const int iResult = waitid(P_PID, static_cast<id_t>(m_iProcess), &stInfo, WEXITED | WNOHANG | WNOWAIT);
+    return iResult != 0 || stInfo.si_pid == m_iProcess;
+}
+
+ST_ChildResult CLS_ChildProcess::Wait(std::chrono::milliseconds _msLimit)
+{
+    if (m_iProcess == -1)
+    {
+        return m_stResult;
+    }
+    m_stResult.m_bTimedOut = !WaitUntil([this] { return HasEnded(); }, _msLimit);
+    kill(-m_iProcess, SIGKILL);
+    int iStatus = 0;
+    while (waitpid(m_iProcess, &iStatus, 0) == -1 && errno == EINTR)
+    {
+    }
+    m_iProcess = -1;
+    CloseReaders();
+    m_stResult.m_iExit = WIFEXITED(iStatus) ? WEXITSTATUS(iStatus) : -1;
+    m_stResult.m_iSignal = WIFSIGNALED(iStatus) ? WTERMSIG(iStatus) : 0;
+    m_stResult.m_strOut = GetOut();
+    m_stResult.m_strErr = GetErr();
+    return m_stResult;
+}
+
+ST_ChildResult RunChild(const std::string& _strProgram, const std::vector<std::string>& _vecArguments,
+                        const std::map<std::string, std::string>& _mapEnvironment,
+                        std::chrono::milliseconds _msLimit)
+{
+    return CLS_ChildProcess(_strProgram, _vecArguments, _mapEnvironment).Wait(_msLimit);
+}
+
+std::string GetLibraryPathName()
+{
+#ifdef __APPLE__
+    return "DYLD_LIBRARY_PATH";
+#else
+    return "LD_LIBRARY_PATH";
+#endif
+}

@@ -1,0 +1,111 @@
+#include "tests/support/FastSleep.h"
+
+#include <cerrno>
+#include <ctime>
+#include <mutex>
+
+namespace
+{
+constexpr std::chrono::microseconds CUT_LENGTH{20};
+
+/// Kept for good: service threads sleep until the process ends.
+struct ST_Sleeps
+{
+    std::mutex m_mtxSleeps; ///< guards everything below
+    bool m_bCutting = false;
+    std::chrono::milliseconds m_msShortest{0};
+    std::vector<ST_Sleep> m_vecSleeps;
+    std::function<void(const ST_Sleep&)> m_funHook;
+};
+
+ST_Sleeps& GetState()
+{
+    static ST_Sleeps& s_stState = *new ST_Sleeps;
+    return s_stState;
+}
+
+/// Whether the sleep is to be cut; if so, it is recorded, and the hook is handed out.
+bool NoteSleep(std::chrono::nanoseconds _nsAsked, ST_Sleep& _stSleep,
+               std::function<void(const ST_Sleep&)>& _funHook)
+{
+    ST_Sleeps& stState = GetState();
+    const std::lock_guard<std::mutex> lock(stState.m_mtxSleeps);
+    if (!stState.m_bCutting || _nsAsked < stState.m_msShortest)
+    {
+        return false;
+    }
+    _stSleep = {std::this_thread::get_id(), std::chrono::duration_cast<std::chrono::milliseconds>(_nsAsked)};
+    stState.m_vecSleeps.push_back(_stSleep);
+    _funHook = stState.m_funHook;
+    return true;
+}
+
+int SleepReally(const timespec& _stLength, timespec* _pRest)
+{
+    const int iError = clock_nanosleep(CLOCK_MONOTONIC, 0, &_stLength, _pRest);
+    if (iError == 0)
+    {
+        return 0;
+    }
+    errno = iError;
+    return -1;
+}
+} // namespace
+
+CLS_FastSleep::CLS_FastSleep(const std::function<void(const ST_Sleep&)>& _funHook,
+                             std::chrono::milliseconds _msShortest)
+{
+    ST_Sleeps& stState = GetState();
+    const std::lock_guard<std::mutex> lock(stState.m_mtxSleeps);
+    stState.m_bCutting = true;
+    stState.m_msShortest = _msShortest;
+    stState.m_vecSleeps.clear();
+    stState.m_funHook = _funHook;
+}
+
+CLS_FastSleep::~CLS_FastSleep()
+{
+    ST_Sleeps& stState = GetState();
+    const std::lock_guard<std::mutex> lock(stState.m_mtxSleeps);
+    stState.m_bCutting = false;
+    stState.m_funHook = nullptr;
+}
+
+std::vector<ST_Sleep> CLS_FastSleep::GetSleeps() const
+{
+    const std::lock_guard<std::mutex> lock(GetState().m_mtxSleeps);
+    return GetState().m_vecSleeps;
+}
+
+std::vector<ST_Sleep> CLS_FastSleep::GetSleeps(std::thread::id _idThread) const
+{
+    std::vector<ST_Sleep> vecOwn;
+    for (const ST_Sleep& stSleep : GetSleeps())
+    {
+        if (stSleep.m_idThread == _idThread)
+        {
+            vecOwn.push_back(stSleep);
+        }
+    }
+    return vecOwn;
+}
+
+/// Stands in front of the system's function of the same name in every program that is linked with this file.
+extern "C" int nanosleep(const timespec* _pLength, timespec* _pRest)
+{
+    const std::chrono::nanoseconds nsAsked =
+        std::chrono::seconds(_pLength->tv_sec) + std::chrono::nanoseconds(_pLength->tv_nsec);
+    ST_Sleep stSleep;
+    std::function<void(const ST_Sleep&)> funHook;
+    if (!NoteSleep(nsAsked, stSleep, funHook))
+    {
+        return SleepReally(*_pLength, _pRest);
+    }
+    const timespec stCut{0, std::chrono::nanoseconds(CUT_LENGTH).count()};
+    const int iResult = SleepReally(stCut, nullptr);
+    if (funHook)
+    {
+        funHook(stSleep);
+    }
+    return iResult;
+}

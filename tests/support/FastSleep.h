@@ -1,0 +1,32 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <thread>
+#include <vector>
+
+/// One sleep that was cut short.
+struct ST_Sleep
+{
+    std::thread::id m_idThread;
+    std::chrono::milliseconds m_msAsked;
+};
+
+/// While one lives, every sleep of 50 ms and more, on any thread, takes a few microseconds and is recorded;
+/// shorter ones stay real, unless the test draws the line elsewhere. So waits of seconds are tested in no
+/// time, step by step. One at a time.
+class CLS_FastSleep
+{
+public:
+    /// _funHook is called after each cut sleep, on the thread that slept, with no lock held: the place to
+    /// make something happen in the middle of a wait. _msShortest is the shortest sleep that is cut.
+    explicit CLS_FastSleep(const std::function<void(const ST_Sleep&)>& _funHook = {},
+                           std::chrono::milliseconds _msShortest = std::chrono::milliseconds(50));
+    ~CLS_FastSleep();
+    CLS_FastSleep(const CLS_FastSleep&) = delete;
+    CLS_FastSleep& operator=(const CLS_FastSleep&) = delete;
+
+    /// The sleeps cut so far, oldest first: of every thread, or of one.
+    std::vector<ST_Sleep> GetSleeps() const;
+    std::vector<ST_Sleep> GetSleeps(std::thread::id _idThread) const;
+};

@@ -1,0 +1,273 @@
+#include "QuenInclude/CLS_CVariant.h"
+
+#include <gtest/gtest.h>
+#include <thread>
+
+// Assigning a variant to itself is what some tests are about.
+#if defined(__clang__)
+#pragma clang diagnostic ignored "-Wself-assign-overloaded"
+#endif
+
+namespace
+{
+using Variants = std::vector<CLS_CVariant>;
+using VariantMap = std::map<std::string, CLS_CVariant>;
+
+constexpr auto TYPE_BEYOND = static_cast<n_CVariantType>(7);
+constexpr auto TYPE_BELOW = static_cast<n_CVariantType>(-2);
+
+Variants MakeOneOfEachType()
+{
+    static int s_iTarget = 0;
+    return {CLS_CVariant(),
+            true,
+            5,
+            0.5,
+            "text",
+            Variants{1, "two"},
+            VariantMap{{"a", 1}},
+            static_cast<void*>(&s_iTarget)};
+}
+
+bool IsOwning(n_CVariantType _iType)
+{
+    return _iType == CVariantType_String || _iType == CVariantType_Vector || _iType == CVariantType_Map;
+}
+
+TEST(VariantTypeTest, SetTypeToAnInPlaceTypeKeepsTheBits)
+{
+    CLS_CVariant clsVariant(5);
+    clsVariant.SetType(CVariantType_Double);
+    EXPECT_EQ(CVariantType_Double, clsVariant.GetType());
+    EXPECT_EQ(5, clsVariant.m_uValue.m_iValue);
+    clsVariant.SetType(CVariantType_Pointer);
+    EXPECT_EQ("0x5", clsVariant.ToString());
+    clsVariant.SetType(CVariantType_None);
+    clsVariant.SetType(TYPE_BEYOND);
+    clsVariant.SetType(TYPE_BELOW);
+    clsVariant.SetType(CVariantType_LongLong);
+    EXPECT_EQ("5", clsVariant.ToString());
+}
+
+TEST(VariantTypeTest, SetTypeToAnOwningTypeFromAnInPlaceValueLeavesNull)
+{
+    for (const n_CVariantType iType : {CVariantType_String, CVariantType_Vector, CVariantType_Map})
+    {
+        CLS_CVariant clsVariant(0x1234567890LL);
+        clsVariant.SetType(iType);
+        EXPECT_EQ(iType, clsVariant.GetType());
+        EXPECT_EQ(nullptr, clsVariant.m_uValue.m_pValue);
+        EXPECT_EQ("", clsVariant.ToString());
+    }
+}
+
+TEST(VariantTypeTest, SetTypeFromAnOwningTypeLeavesNull)
+{
+    for (const CLS_CVariant& clsSource : MakeOneOfEachType())
+    {
+        if (!IsOwning(clsSource.GetType()))
+        {
+            continue;
+        }
+        for (int iType = -2; iType <= 7; ++iType)
+        {
+            CLS_CVariant clsVariant(clsSource);
+            ASSERT_NE(nullptr, clsVariant.m_uValue.m_pValue);
+            clsVariant.SetType(static_cast<n_CVariantType>(iType));
+            EXPECT_EQ(iType, clsVariant.GetType());
+            EXPECT_EQ(nullptr, clsVariant.m_uValue.m_pValue) << clsSource.GetType() << " to " << iType;
+        }
+    }
+}
+
+TEST(VariantTypeTest, AValueIsGivenAfterSetType)
+{
+    CLS_CVariant clsVariant;
+    clsVariant.SetType(CVariantType_String);
+    clsVariant.m_uValue.m_pString = new std::string("given");
+    EXPECT_EQ("given", clsVariant.ToString());
+    clsVariant.SetType(CVariantType_Vector);
+    clsVariant.m_uValue.m_pVector = new Variants{1, 2};
+    EXPECT_EQ("1|2", clsVariant.ToString());
+    clsVariant.SetType(CVariantType_Map);
+    clsVariant.m_uValue.m_pMap = new VariantMap{{"a", 1}};
+    EXPECT_EQ(1U, clsVariant.ToMap().size());
+}
+
+TEST(VariantTypeTest, SetTypeAloneUsesTheMutex)
+{
+    const CLS_CVariant clsSource(VariantMap{{"a", 1}});
+    CLS_CVariant clsTarget;
+    auto& mtxSource = const_cast<std::mutex&>(clsSource.m_mtxType);
+    const std::lock_guard<std::mutex> lock(mtxSource);
+    EXPECT_EQ(CVariantType_Map, clsSource.GetType());
+    EXPECT_EQ("", clsSource.ToString());
+    EXPECT_FALSE(clsSource.ToBool());
+    EXPECT_EQ(1U, clsSource.ToMap().size());
+    clsTarget = clsSource;
+    EXPECT_EQ(1U, clsTarget.ToMap().size());
+    EXPECT_EQ(1U, CLS_CVariant(clsSource).ToMap().size());
+}
+
+TEST(VariantTypeTest, SetTypeCallsAreSerialised)
+{
+    CLS_CVariant clsVariant("text");
+    const auto funSetTypes = [&clsVariant]
+    {
+        for (int i = 0; i < 2000; ++i)
+        {
+            clsVariant.SetType(i % 2 == 0 ? CVariantType_String : CVariantType_LongLong);
+        }
+    };
+    std::thread thOther(funSetTypes);
+    funSetTypes();
+    thOther.join();
+    EXPECT_EQ(CVariantType_LongLong, clsVariant.GetType());
+    EXPECT_EQ("0", clsVariant.ToString());
+}
+
+TEST(VariantTypeTest, AssignmentCopiesEveryTypeOverEveryType)
+{
+    for (const CLS_CVariant& clsSource : MakeOneOfEachType())
+    {
+        for (CLS_CVariant clsTarget : MakeOneOfEachType())
+        {
+            CLS_CVariant& clsResult = (clsTarget = clsSource);
+            EXPECT_EQ(&clsTarget, &clsResult);
+            EXPECT_EQ(clsSource.GetType(), clsTarget.GetType());
+            EXPECT_EQ(clsSource.ToString(), clsTarget.ToString());
+            EXPECT_EQ(clsSource.ToMap().size(), clsTarget.ToMap().size());
+        }
+    }
+}
+
+TEST(VariantTypeTest, CopiesOfOwnedValuesAreTheirOwn)
+{
+    for (const CLS_CVariant& clsSource : MakeOneOfEachType())
+    {
+        const CLS_CVariant clsCopy(clsSource);
+        EXPECT_EQ(clsSource.GetType(), clsCopy.GetType());
+        EXPECT_EQ(clsSource.ToString(), clsCopy.ToString());
+        EXPECT_EQ(IsOwning(clsSource.GetType()), clsSource.m_uValue.m_pValue != clsCopy.m_uValue.m_pValue);
+    }
+}
+
+TEST(VariantTypeTest, CopiesOfNullOwnedValuesAreNull)
+{
+    for (const n_CVariantType iType : {CVariantType_String, CVariantType_Vector, CVariantType_Map})
+    {
+        CLS_CVariant clsSource;
+        clsSource.SetType(iType);
+        CLS_CVariant clsTarget("text");
+        clsTarget = clsSource;
+        EXPECT_EQ(iType, clsTarget.GetType());
+        EXPECT_EQ(nullptr, clsTarget.m_uValue.m_pValue);
+    }
+}
+
+TEST(VariantTypeTest, CopiesAreDeep)
+{
+    CLS_CVariant clsSource(
+        VariantMap{{"list", Variants{1, Variants{2, 3}}}, {"map", VariantMap{{"x", "y"}}}});
+    const CLS_CVariant clsCopy(clsSource);
+    (*clsSource.m_uValue.m_pMap)["list"] = "changed";
+    clsSource.m_uValue.m_pMap->erase("map");
+    EXPECT_EQ("1|2|3", clsCopy.ToMap()["list"].ToString());
+    EXPECT_EQ("y", clsCopy.ToMap()["map"].ToMap()["x"].ToString());
+}
+
+TEST(VariantTypeTest, ChangingTheCopyLeavesTheSource)
+{
+    const CLS_CVariant clsSource(VariantMap{{"a", 1}, {"b", "x"}});
+    CLS_CVariant clsCopy;
+    clsCopy = clsSource;
+    (*clsCopy.m_uValue.m_pMap)["a"] = 2;
+    clsCopy.m_uValue.m_pMap->erase("b");
+    ASSERT_EQ(2U, clsSource.ToMap().size());
+    EXPECT_EQ("1", clsSource.ToMap()["a"].ToString());
+    EXPECT_EQ("x", clsSource.ToMap()["b"].ToString());
+}
+
+TEST(VariantTypeTest, AssignmentFromNoneOrAnUnknownTypeCopiesTheTypeAlone)
+{
+    for (const n_CVariantType iType : {CVariantType_None, TYPE_BEYOND, TYPE_BELOW})
+    {
+        CLS_CVariant clsSource(77);
+        clsSource.SetType(iType);
+        CLS_CVariant clsTarget(5);
+        clsTarget = clsSource;
+        EXPECT_EQ(iType, clsTarget.GetType());
+        EXPECT_EQ("", clsTarget.ToString());
+        clsTarget.SetType(CVariantType_LongLong);
+        EXPECT_EQ("5", clsTarget.ToString());
+    }
+}
+
+TEST(VariantTypeTest, ACopyOfAnUnknownTypeHasThatTypeAndNoValue)
+{
+    CLS_CVariant clsSource(77);
+    clsSource.SetType(TYPE_BEYOND);
+    CLS_CVariant clsCopy(clsSource);
+    EXPECT_EQ(TYPE_BEYOND, clsCopy.GetType());
+    clsCopy.SetType(CVariantType_LongLong);
+    EXPECT_EQ("0", clsCopy.ToString());
+}
+
+TEST(VariantTypeTest, AFlagOfBitsThatAnotherTypeLeftCanBeReadAndCopied)
+{
+    CLS_CVariant clsSource(0x0202020202020202LL);
+    clsSource.SetType(CVariantType_Bool);
+    const CLS_CVariant clsCopy(clsSource);
+    EXPECT_EQ("1", clsSource.ToString());
+    EXPECT_TRUE(clsCopy.ToBool());
+}
+
+TEST(VariantTypeTest, SelfAssignmentChangesNothing)
+{
+    for (CLS_CVariant clsVariant : MakeOneOfEachType())
+    {
+        const n_CVariantType iType = clsVariant.GetType();
+        const std::string strText = clsVariant.ToString();
+        const void* const pValue = clsVariant.m_uValue.m_pValue;
+        const std::size_t uiSize = clsVariant.ToMap().size();
+        clsVariant = clsVariant;
+        EXPECT_EQ(iType, clsVariant.GetType());
+        EXPECT_EQ(strText, clsVariant.ToString());
+        EXPECT_EQ(pValue, clsVariant.m_uValue.m_pValue);
+        EXPECT_EQ(uiSize, clsVariant.ToMap().size());
+    }
+}
+
+TEST(VariantTypeTest, CanBeAssignedFromAnElementOfItsOwnList)
+{
+    CLS_CVariant clsVariant(Variants{"first", Variants{"a long text that is kept on the heap", 2}});
+    clsVariant = (*clsVariant.m_uValue.m_pVector)[1];
+    EXPECT_EQ(CVariantType_Vector, clsVariant.GetType());
+    EXPECT_EQ("a long text that is kept on the heap|2", clsVariant.ToString());
+    clsVariant = (*clsVariant.m_uValue.m_pVector)[0];
+    EXPECT_EQ(CVariantType_String, clsVariant.GetType());
+    EXPECT_EQ("a long text that is kept on the heap", clsVariant.ToString());
+}
+
+TEST(VariantTypeTest, CanBeAssignedFromAnEntryOfItsOwnMap)
+{
+    CLS_CVariant clsVariant(VariantMap{{"a", VariantMap{{"b", 7}}}, {"c", "x"}});
+    clsVariant = (*clsVariant.m_uValue.m_pMap)["a"];
+    ASSERT_EQ(CVariantType_Map, clsVariant.GetType());
+    EXPECT_EQ(1U, clsVariant.ToMap().size());
+    clsVariant = (*clsVariant.m_uValue.m_pMap)["b"];
+    EXPECT_EQ(CVariantType_LongLong, clsVariant.GetType());
+    EXPECT_EQ("7", clsVariant.ToString());
+}
+
+TEST(VariantTypeTest, APointerIsSharedByCopies)
+{
+    int iTarget = 7;
+    const CLS_CVariant clsSource(static_cast<void*>(&iTarget));
+    CLS_CVariant clsCopy("text");
+    clsCopy = clsSource;
+    clsCopy.SetType(CVariantType_None);
+    EXPECT_EQ(&iTarget, clsSource.m_uValue.m_pValue);
+    EXPECT_EQ(7, iTarget);
+}
+} // namespace
