@@ -1,0 +1,220 @@
+#include "QuenInclude/CLS_Basic.h"
+
+#include <mutex>
+#include <set>
+#include <thread>
+#include <typeinfo>
+#include <vector>
+
+namespace
+{
+constexpr const char* ID_NAME = "__id__";
+
+/// The class codes asked for so far, by the platform's name of the type. Codes are handed out as pointers,
+/// and late threads log while the process exits, so the table is never destroyed.
+struct ST_ClassCodes
+{
+    std::mutex m_mtxCodes; ///< guards m_mapCodes
+    std::map<std::string, std::string> m_mapCodes;
+};
+
+ST_ClassCodes& GetClassCodes()
+{
+    static ST_ClassCodes& s_stCodes = *new ST_ClassCodes;
+    return s_stCodes;
+}
+
+/// Who is inside RunCallBackFun of which object. A thread-local variable would do, but keeps a library from
+/// being unloaded on some platforms.
+struct ST_CallBackRuns
+{
+    std::mutex m_mtxRuns; ///< guards m_setRuns
+    std::multiset<std::pair<const CLS_Basic*, std::thread::id>> m_setRuns;
+};
+
+ST_CallBackRuns& GetCallBackRuns()
+{
+    static ST_CallBackRuns& s_stRuns = *new ST_CallBackRuns;
+    return s_stRuns;
+}
+
+/// The callback lock of one object, held shared. A callback may run callbacks of the same object again; the
+/// lock is not taken a second time then, for where writers go first that would deadlock with one that waits.
+class CLS_CallBackScope
+{
+public:
+    CLS_CallBackScope(const CLS_Basic* _pObject, std::shared_mutex& _smLock)
+        : m_pairRun(_pObject, std::this_thread::get_id()), m_lockShared(_smLock, std::defer_lock)
+    {
+        if (!IsNested())
+        {
+            m_lockShared.lock();
+        }
+        const std::lock_guard<std::mutex> lock(GetCallBackRuns().m_mtxRuns);
+        m_itRun = GetCallBackRuns().m_setRuns.insert(m_pairRun);
+    }
+    ~CLS_CallBackScope()
+    {
+        const std::lock_guard<std::mutex> lock(GetCallBackRuns().m_mtxRuns);
+        GetCallBackRuns().m_setRuns.erase(m_itRun);
+    }
+    CLS_CallBackScope(const CLS_CallBackScope&) = delete;
+    CLS_CallBackScope& operator=(const CLS_CallBackScope&) = delete;
+
+private:
+    bool IsNested() const
+    {
+        const std::lock_guard<std::mutex> lock(GetCallBackRuns().m_mtxRuns);
+        return GetCallBackRuns().m_setRuns.count(m_pairRun) > 0;
+    }
+
+    const std::pair<const CLS_Basic*, std::thread::id> m_pairRun;
+    std::shared_lock<std::shared_mutex> m_lockShared;
+    std::multiset<std::pair<const CLS_Basic*, std::thread::id>>::iterator m_itRun;
+};
+
+std::string GetLastPiece(const std::string& _strText, const std::string& _strSeparators)
+{
+    const std::vector<std::string> vecPieces = Util::SplitStdString(_strText, _strSeparators);
+    return vecPieces.empty() ? std::string() : vecPieces.back();
+}
+} // namespace
+
+const char* CLS_Basic::GetClassCode()
+{
+    const std::string strTypeName = typeid(*this).name();
+    ST_ClassCodes& stCodes = GetClassCodes();
+    const std::lock_guard<std::mutex> lock(stCodes.m_mtxCodes);
+    auto itCode = stCodes.m_mapCodes.find(strTypeName);
+    if (itCode == stCodes.m_mapCodes.end())
+    {
+        // Some platforms give "class ns::Name", others a decorated name without blanks and colons.
+        const std::string strCode = GetLastPiece(GetLastPiece(strTypeName, " "), "::");
+        itCode = stCodes.m_mapCodes.emplace(strTypeName, strCode).first;
+    }
+    return itCode->second.c_str();
+}
+
+const char* CLS_Basic::GetModuleCode()
+{
+    return GetClassCode();
+}
+
+void CLS_Basic::SetId(const CLS_CVariant& _clsId)
+{
+    SetParam(ID_NAME, _clsId);
+}
+
+std::string CLS_Basic::GetId()
+{
+    CLS_CVariant clsId = Param(ID_NAME);
+    if (clsId.GetType() == CVariantType_None)
+    {
+        clsId = Util::GetUuid();
+        SetId(clsId);
+    }
+    return clsId.ToString();
+}
+
+std::string CLS_Basic::SetCallBackResultFun(const CallBackResultFun& _funCallBack, void* _pUser)
+{
+    std::string strKey = Util::GetUuid();
+    CallBackEntry pairEntry(_funCallBack, _pUser);
+    const std::unique_lock<std::shared_mutex> lock(m_smCallBackLock);
+    m_mapCallBackFun.insert_or_assign(strKey, std::move(pairEntry));
+    return strKey;
+}
+
+void CLS_Basic::RmoveCallBackResultFun(const std::string& _strKey)
+{
+    // What the callback captured is destroyed after the lock is released.
+    std::map<std::string, CallBackEntry>::node_type clsEntry;
+    const std::unique_lock<std::shared_mutex> lock(m_smCallBackLock);
+    clsEntry = m_mapCallBackFun.extract(_strKey);
+}
+
+void CLS_Basic::SetParam(const std::string& _strName, const CLS_CVariant& _clsValue)
+{
+    const std::unique_lock<std::shared_mutex> lock(m_smParamLock);
+    m_mapParam.insert_or_assign(_strName, _clsValue);
+}
+
+void CLS_Basic::SetParam(const std::map<std::string, CLS_CVariant>& _mapParam)
+{
+    std::map<std::string, CLS_CVariant> mapCopy = _mapParam;
+    const std::unique_lock<std::shared_mutex> lock(m_smParamLock);
+    m_mapParam.swap(mapCopy);
+}
+
+void CLS_Basic::RemoveParam(const std::string& _strName)
+{
+    const std::unique_lock<std::shared_mutex> lock(m_smParamLock);
+    m_mapParam.erase(_strName);
+}
+
+CLS_CVariant CLS_Basic::Param(const std::string& _strName)
+{
+    const std::shared_lock<std::shared_mutex> lock(m_smParamLock);
+    const auto itParam = m_mapParam.find(_strName);
+    return itParam == m_mapParam.end() ? CLS_CVariant() : itParam->second;
+}
+
+std::map<std::string, CLS_CVariant> CLS_Basic::Param()
+{
+    const std::shared_lock<std::shared_mutex> lock(m_smParamLock);
+    return m_mapParam;
+}
+
+std::string CLS_Basic::ParamToString()
+{
+    const std::shared_lock<std::shared_mutex> lock(m_smParamLock);
+    return Util::MapToString(m_mapParam);
+}
+
+void CLS_Basic::RunCallBackFun(const std::string& _strFirst,
+                               const std::map<std::string, CLS_CVariant>& _mapParam,
+                               const std::string& _strSecond, const std::string& _strKey)
+{
+    const CLS_CallBackScope clsScope(this, m_smCallBackLock);
+    if (_strKey.empty())
+    {
+        for (const auto& [strKey, pairEntry] : m_mapCallBackFun)
+        {
+            RunOneCallBack(pairEntry, _strFirst, _mapParam, _strSecond);
+        }
+        return;
+    }
+    auto itEntry = m_mapCallBackFun.find(_strKey);
+    if (itEntry == m_mapCallBackFun.end())
+    {
+        RecordCallBack(_strKey + " callback is null");
+        itEntry = m_mapCallBackFun.try_emplace(_strKey).first;
+    }
+    RunOneCallBack(itEntry->second, _strFirst, _mapParam, _strSecond);
+}
+
+void CLS_Basic::RunOneCallBack(const CallBackEntry& _pairEntry, const std::string& _strFirst,
+                               const std::map<std::string, CLS_CVariant>& _mapParam,
+                               const std::string& _strSecond)
+{
+    try
+    {
+        _pairEntry.first(_strFirst, _mapParam, _strSecond, _pairEntry.second);
+    }
+    catch (const std::exception& exError)
+    {
+        RecordCallBack(std::string(GetClassCode()) + "call back Fail" + exError.what());
+    }
+    catch (...)
+    {
+        RecordCallBack(std::string(GetClassCode()) + "call back Fail");
+    }
+}
+
+void CLS_Basic::RecordCallBack(const std::string& _strText, int _iLine)
+{
+    const char* const szModule = GetModuleCode();
+    Logger::LogMessageStream(szModule, "RunCallBackFun", "QuenInclude/CLS_Basic", _iLine,
+                             Logger::LOG_LEVEL_ERROR)
+        << _strText;
+}

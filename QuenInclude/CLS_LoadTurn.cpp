@@ -1,0 +1,26 @@
+#include "QuenInclude/CLS_LoadTurn.h"
+
+bool CLS_LoadTurn::Take()
+{
+    const std::thread::id idSelf = std::this_thread::get_id();
+    std::unique_lock<std::mutex> lock(m_mtxTurn);
+    if (m_idHolder == idSelf || m_bOverdue)
+    {
+        return false;
+    }
+    if (!m_cvTurn.wait_for(lock, WAIT_LIMIT, [this] { return m_idHolder == std::thread::id(); }))
+    {
+        m_bOverdue = true;
+        return false;
+    }
+    m_idHolder = idSelf;
+    return true;
+}
+
+void CLS_LoadTurn::Give()
+{
+    const std::lock_guard<std::mutex> lock(m_mtxTurn);
+    m_idHolder = std::thread::id();
+    m_bOverdue = false;
+    m_cvTurn.notify_one();
+}
