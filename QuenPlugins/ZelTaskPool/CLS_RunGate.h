@@ -1,0 +1,41 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+/// Decides between one worker and the end of its pool whether the worker may still touch the pool.
+///
+/// A worker steps out of the pool while it runs a task, for nobody knows how long that takes. When the pool
+/// ends meanwhile, it waits a bounded time and then leaves the worker behind; the worker learns so when its
+/// run ends, and touches nothing of a pool that may be gone, or of a new one at the same address.
+///
+/// Thread-safe: the worker calls EnterRun, LeaveRun and IsAbandoned, the thread that ends the pool calls
+/// Close. Each takes m_mtxGate for a few instructions; only Close waits.
+class CLS_RunGate
+{
+public:
+    /// The worker is about to run a task. False when the pool is ending: the task must not be run.
+    bool EnterRun();
+
+    /// The worker's run is over. False when the pool was not able to wait for that.
+    bool LeaveRun();
+
+    /// The pool ends: lets no run begin any more and waits, at most _nsLimit, for the one in progress; not
+    /// at all for a run on the calling thread itself. True when the worker is out of its run: it will take a
+    /// few more steps at most. False when it was left behind: from now on it belongs to itself, and the
+    /// caller must not touch it again.
+    bool Close(std::chrono::nanoseconds _nsLimit);
+
+    /// Whether Close left the worker behind. For the worker's own thread.
+    bool IsAbandoned();
+
+private:
+    std::mutex m_mtxGate;             ///< guards everything below
+    std::condition_variable m_cvGate; ///< signalled when a run ends
+    bool m_bRunning = false;          ///< a task is being run
+    bool m_bClosed = false;           ///< no run may begin
+    bool m_bAbandoned = false;        ///< the pool ended in the middle of a run
+    std::thread::id m_idRunner;       ///< who runs the task; meaningful while m_bRunning
+};

@@ -1,0 +1,160 @@
+#include "QuenPlugins/ZelTaskPool/CLS_TaskThread.h"
+
+#include "QuenInclude/Util.h"
+#include "QuenPlugins/ZelTaskPool/TaskPoolRecord.h"
+
+using TaskPoolRecord::FILE_THREAD;
+
+std::atomic<std::int32_t> CLS_TaskThread::m_iWaitingOvertime{300000};
+
+namespace
+{
+/// A worker looks at its run flag at least this often.
+constexpr std::chrono::seconds WAIT_LIMIT{3};
+} // namespace
+
+CLS_TaskThread::CLS_TaskThread()
+{
+    m_pThread = std::make_unique<std::thread>(&CLS_TaskThread::RunThread, this);
+}
+
+CLS_TaskThread::~CLS_TaskThread()
+{
+    Exit();
+}
+
+void CLS_TaskThread::RunThread()
+{
+    FunTask();
+    if (m_clsRunGate.IsAbandoned())
+    {
+        // The pool is gone and nobody else knows this worker.
+        m_pThread->detach();
+        delete this;
+    }
+}
+
+void CLS_TaskThread::FunTask()
+{
+    while (m_bRun)
+    {
+        try
+        {
+            if (!RunPass())
+            {
+                return;
+            }
+        }
+        catch (...)
+        {
+            RecordFailure();
+        }
+        m_tpLastActive.store(std::chrono::steady_clock::now(), std::memory_order_relaxed);
+        if (m_clsRunGate.IsAbandoned())
+        {
+            // However the job ended: it belongs to a pool that is gone.
+            return;
+        }
+    }
+}
+
+/// Waits for a job and runs it. False when the worker is to end; a job not begun is then dropped.
+bool CLS_TaskThread::RunPass()
+{
+    std::unique_lock<std::mutex> lock(m_mtxFunction);
+    while (!m_funFunction && m_bRun)
+    {
+        m_cvFunction.wait_for(lock, WAIT_LIMIT);
+    }
+    if (!m_bRun)
+    {
+        return false;
+    }
+    RunJob();
+    return true;
+}
+
+void CLS_TaskThread::RecordFailure()
+{
+    TaskPoolRecord::Make(FILE_THREAD, "FunTask", Logger::LOG_LEVEL_ERROR)
+        << "thread handler error - " << m_iOrderId.load();
+}
+
+/// Runs the job in hand. The caller holds m_mtxFunction, and goes on holding it.
+void CLS_TaskThread::RunJob()
+{
+    try
+    {
+        m_funFunction(this);
+    }
+    catch (...)
+    {
+        // Kept on purpose: the job stays, and is run again on the next pass.
+        RecordFailure();
+        return;
+    }
+    m_funFunction = nullptr;
+}
+
+bool CLS_TaskThread::Exit()
+{
+    RequestEnd();
+    if (m_pThread && m_pThread->joinable())
+    {
+        m_pThread->join();
+        m_pThread.reset();
+    }
+    return true;
+}
+
+void CLS_TaskThread::RequestEnd()
+{
+    // At once, so that a job in progress is not run again when it fails.
+    m_bRun.exchange(false);
+    // Who has the mutex now knows that the worker has seen the flag, or waits and gets the notification. A
+    // job of this worker's own has it already.
+    std::unique_lock<std::mutex> lock(m_mtxFunction, std::defer_lock);
+    if (!IsOwnThread())
+    {
+        lock.lock();
+    }
+    m_cvFunction.notify_one();
+}
+
+bool CLS_TaskThread::IsOwnThread() const
+{
+    return m_pThread && m_pThread->get_id() == std::this_thread::get_id();
+}
+
+bool CLS_TaskThread::AddFunction(const std::function<void(CLS_TaskThread*)>& _funJob)
+{
+    const std::lock_guard<std::mutex> lock(m_mtxFunction);
+    m_funFunction = _funJob;
+    m_cvFunction.notify_one();
+    return true;
+}
+
+int CLS_TaskThread::GetOrderId()
+{
+    return m_iOrderId;
+}
+
+void CLS_TaskThread::SetOrderId(int _iOrderId)
+{
+    m_iOrderId.exchange(_iOrderId);
+}
+
+bool CLS_TaskThread::IsWaitingOvertime()
+{
+    return Util::GetElapsedMilliseconds(m_tpLastActive.load(std::memory_order_relaxed)) >= m_iWaitingOvertime;
+}
+
+void CLS_TaskThread::SetWaitingOvertime(int _iMilliseconds)
+{
+    m_iWaitingOvertime.exchange(_iMilliseconds);
+}
+
+int CLS_TaskThread::GetWaitingOvertime()
+{
+    return m_iWaitingOvertime;
+}

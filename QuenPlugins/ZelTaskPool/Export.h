@@ -1,0 +1,4 @@
+#pragma once
+
+/// Marks what the library offers to hosts. Everything unmarked is hidden (-fvisibility=hidden).
+#define ZEL_TASKPOOL_EXPORT __attribute__((visibility("default")))

@@ -1,0 +1,20 @@
+#pragma once
+
+#include "QuenInclude/Logger.h"
+
+/// Records of the task pool. Their file field names the class's own file, also for the parts of a class that
+/// stand in another one, so that readers of the log find the class.
+namespace TaskPoolRecord
+{
+inline constexpr const char* MODULE = "ZelTaskPool";
+inline constexpr const char* FILE_POOL = "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool";
+inline constexpr const char* FILE_TASK = "QuenPlugins/ZelTaskPool/CLS_Task";
+inline constexpr const char* FILE_THREAD = "QuenPlugins/ZelTaskPool/CLS_TaskThread";
+
+/// A record that carries the caller's line. Not to be kept: it is emitted at the end of the statement.
+inline Logger::LogMessageStream Make(const char* _szFile, const char* _szFunction, Logger::n_LogLevel _iLevel,
+                                     int _iLine = __builtin_LINE())
+{
+    return Logger::LogMessageStream(MODULE, _szFunction, _szFile, _iLine, _iLevel);
+}
+} // namespace TaskPoolRecord

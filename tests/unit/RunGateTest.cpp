@@ -1,0 +1,176 @@
+#include "QuenPlugins/ZelTaskPool/CLS_RunGate.h"
+#include "tests/support/Waiting.h"
+
+#include <atomic>
+#include <chrono>
+#include <gtest/gtest.h>
+#include <thread>
+
+namespace
+{
+using std::chrono::hours;
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+TEST(RunGateTest, RunsBeginAndEndWhileThePoolLives)
+{
+    CLS_RunGate clsGate;
+    for (int i = 0; i < 3; ++i)
+    {
+        EXPECT_TRUE(clsGate.EnterRun());
+        EXPECT_FALSE(clsGate.IsAbandoned());
+        EXPECT_TRUE(clsGate.LeaveRun());
+        EXPECT_FALSE(clsGate.IsAbandoned());
+    }
+}
+
+TEST(RunGateTest, CloseBetweenRunsDoesNotWaitAndLetsNoneBegin)
+{
+    CLS_RunGate clsGate;
+    EXPECT_TRUE(clsGate.EnterRun());
+    EXPECT_TRUE(clsGate.LeaveRun());
+    EXPECT_TRUE(clsGate.Close(hours(1)));
+    EXPECT_FALSE(clsGate.EnterRun());
+    EXPECT_FALSE(clsGate.IsAbandoned());
+    EXPECT_TRUE(clsGate.LeaveRun());
+    EXPECT_FALSE(clsGate.EnterRun());
+    EXPECT_FALSE(clsGate.IsAbandoned());
+}
+
+/// A thread in the middle of a run that it ends when told.
+class CLS_Runner
+{
+public:
+    explicit CLS_Runner(CLS_RunGate& _clsGate)
+        : m_clsGate(_clsGate), m_thRunner(
+                                   [this]
+                                   {
+                                       EXPECT_TRUE(m_clsGate.EnterRun());
+                                       m_clsEntered.Open();
+                                       EXPECT_TRUE(m_clsMayLeave.Wait(m_msLimit));
+                                       m_bAtEnd = true;
+                                       m_bLeft = m_clsGate.LeaveRun();
+                                   })
+    {
+        EXPECT_TRUE(m_clsEntered.Wait());
+    }
+
+    /// What LeaveRun said.
+    bool End()
+    {
+        m_clsMayLeave.Open();
+        m_thRunner.join();
+        return m_bLeft;
+    }
+
+    const milliseconds m_msLimit{WAIT_LIMIT};
+    CLS_RunGate& m_clsGate;
+    CLS_Gate m_clsEntered;
+    CLS_Gate m_clsMayLeave;
+    std::atomic<bool> m_bAtEnd{false};
+    bool m_bLeft = false;
+    std::thread m_thRunner;
+};
+
+TEST(RunGateTest, CloseWithoutALimitLeavesARunningWorkerBehind)
+{
+    CLS_RunGate clsGate;
+    CLS_Runner clsRunner(clsGate);
+    EXPECT_FALSE(clsGate.Close(milliseconds(0)));
+    EXPECT_TRUE(clsGate.IsAbandoned());
+    EXPECT_FALSE(clsRunner.End());
+    EXPECT_TRUE(clsGate.IsAbandoned());
+    EXPECT_FALSE(clsGate.EnterRun());
+    EXPECT_TRUE(clsGate.IsAbandoned());
+}
+
+TEST(RunGateTest, CloseWaitsItsLimitForTheRunInProgress)
+{
+    CLS_RunGate clsGate;
+    CLS_Runner clsRunner(clsGate);
+    const auto tpStart = steady_clock::now();
+    EXPECT_FALSE(clsGate.Close(milliseconds(60)));
+    EXPECT_GE(steady_clock::now() - tpStart, milliseconds(60));
+    EXPECT_FALSE(clsRunner.End());
+}
+
+TEST(RunGateTest, CloseReturnsWhenTheRunEnds)
+{
+    CLS_RunGate clsGate;
+    CLS_Runner clsRunner(clsGate);
+    std::thread thEnder(
+        [&]
+        {
+            // The gate is closed before the wait begins; the worker's run is still on.
+            EXPECT_TRUE(WaitUntil(
+                [&]
+                {
+                    const std::lock_guard<std::mutex> lock(clsGate.m_mtxGate);
+                    return clsGate.m_bClosed;
+                }));
+            EXPECT_TRUE(clsRunner.End());
+        });
+    EXPECT_TRUE(clsGate.Close(hours(1)));
+    EXPECT_TRUE(clsRunner.m_bAtEnd);
+    thEnder.join();
+    EXPECT_FALSE(clsGate.IsAbandoned());
+    EXPECT_FALSE(clsGate.EnterRun());
+}
+
+TEST(RunGateTest, CloseFromWithinTheRunDoesNotWait)
+{
+    CLS_RunGate clsGate;
+    EXPECT_TRUE(clsGate.EnterRun());
+    EXPECT_FALSE(clsGate.Close(hours(1)));
+    EXPECT_TRUE(clsGate.IsAbandoned());
+    EXPECT_FALSE(clsGate.LeaveRun());
+    EXPECT_TRUE(clsGate.IsAbandoned());
+}
+
+TEST(RunGateTest, WorkerAndEndOfThePoolAgree)
+{
+    constexpr int ROUNDS = 300;
+    for (int i = 0; i < ROUNDS; ++i)
+    {
+        CLS_RunGate clsGate;
+        std::atomic<int> iInRun{0};
+        std::atomic<bool> bClosed{false};
+        bool bTookLeave = true; // what the worker's last LeaveRun said
+        int iLate = 0;          // runs that began after Close had returned
+        CLS_Gate clsRuns;
+        std::thread thWorker(
+            [&]
+            {
+                for (;;)
+                {
+                    const bool bClosedBefore = bClosed;
+                    if (!clsGate.EnterRun())
+                    {
+                        return;
+                    }
+                    iLate += bClosedBefore ? 1 : 0;
+                    iInRun = 1;
+                    clsRuns.Open();
+                    iInRun = 0;
+                    bTookLeave = clsGate.LeaveRun();
+                    if (!bTookLeave)
+                    {
+                        return;
+                    }
+                }
+            });
+        EXPECT_TRUE(clsRuns.Wait());
+        const bool bOutOfRun = clsGate.Close(milliseconds(i % 2 == 0 ? 0 : 60000));
+        bClosed = true;
+        if (bOutOfRun)
+        {
+            EXPECT_EQ(0, iInRun);
+        }
+        EXPECT_TRUE(bOutOfRun || i % 2 == 0);
+        thWorker.join();
+        EXPECT_EQ(bOutOfRun, bTookLeave);
+        EXPECT_EQ(!bOutOfRun, clsGate.IsAbandoned());
+        EXPECT_EQ(0, iLate);
+    }
+}
+} // namespace

@@ -1,0 +1,257 @@
+#include "QuenPlugins/ZelTaskPool/CLS_TaskThread.h"
+#include "tests/support/LogRecorder.h"
+#include "tests/support/RecordMatchers.h"
+#include "tests/support/ThreadFixture.h"
+#include "tests/support/Waiting.h"
+
+#include <chrono>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <memory>
+#include <pthread.h>
+#include <stdexcept>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+namespace
+{
+using std::chrono::hours;
+using std::chrono::steady_clock;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+/// A worker whose thread has ended: the tests make its passes themselves, step by step, on their own thread.
+class TaskThreadPassTest : public CLS_ThreadFixture
+{
+protected:
+    void SetUp() override
+    {
+        CLS_ThreadFixture::SetUp();
+        m_clsWorker.Exit();
+        m_clsWorker.m_bRun = true;
+        m_clsWorker.m_tpLastActive = m_tpMarker;
+    }
+
+    /// Makes an attempt to lock the worker's mutex twice on one thread throw instead of hang.
+    void MakeMutexCheckItself()
+    {
+        pthread_mutexattr_t stAttributes;
+        ASSERT_EQ(0, pthread_mutexattr_init(&stAttributes));
+        ASSERT_EQ(0, pthread_mutexattr_settype(&stAttributes, PTHREAD_MUTEX_ERRORCHECK));
+        pthread_mutex_t* const pMutex = m_clsWorker.m_mtxFunction.native_handle();
+        ASSERT_EQ(0, pthread_mutex_destroy(pMutex));
+        ASSERT_EQ(0, pthread_mutex_init(pMutex, &stAttributes));
+        ASSERT_EQ(0, pthread_mutexattr_destroy(&stAttributes));
+    }
+
+    /// Whether nobody holds the worker's mutex.
+    bool IsMutexFree()
+    {
+        bool bFree = false;
+        std::thread(
+            [&]
+            {
+                bFree = m_clsWorker.m_mtxFunction.try_lock();
+                if (bFree)
+                {
+                    m_clsWorker.m_mtxFunction.unlock();
+                }
+            })
+            .join();
+        return bFree;
+    }
+
+    const steady_clock::time_point m_tpMarker = steady_clock::now() - hours(1);
+    CLS_TaskThread m_clsWorker;
+};
+
+TEST_F(TaskThreadPassTest, OnlyTheLastJobHandedOverRuns)
+{
+    int iFirst = 0;
+    int iSecond = 0;
+    const auto pCaptured = std::make_shared<int>(0);
+    EXPECT_TRUE(m_clsWorker.AddFunction([&iFirst, pCaptured](CLS_TaskThread*) { ++iFirst; }));
+    EXPECT_EQ(2, pCaptured.use_count());
+    EXPECT_TRUE(m_clsWorker.AddFunction([&](CLS_TaskThread*) { ++iSecond; }));
+    EXPECT_EQ(1, pCaptured.use_count());
+    EXPECT_TRUE(m_clsWorker.RunPass());
+    EXPECT_EQ(0, iFirst);
+    EXPECT_EQ(1, iSecond);
+    EXPECT_FALSE(m_clsWorker.m_funFunction);
+}
+
+TEST_F(TaskThreadPassTest, EmptyJobDiscardsTheOneInHand)
+{
+    EXPECT_TRUE(m_clsWorker.AddFunction([](CLS_TaskThread*) { ADD_FAILURE(); }));
+    EXPECT_TRUE(m_clsWorker.AddFunction({}));
+    EXPECT_FALSE(m_clsWorker.m_funFunction);
+}
+
+TEST_F(TaskThreadPassTest, JobRunsWithTheMutexHeldAndWithTheWorker)
+{
+    bool bFree = true;
+    CLS_TaskThread* pGiven = nullptr;
+    EXPECT_TRUE(m_clsWorker.AddFunction(
+        [&](CLS_TaskThread* _pWorker)
+        {
+            pGiven = _pWorker;
+            bFree = IsMutexFree();
+        }));
+    EXPECT_TRUE(m_clsWorker.RunPass());
+    EXPECT_EQ(&m_clsWorker, pGiven);
+    EXPECT_FALSE(bFree);
+    EXPECT_TRUE(IsMutexFree());
+    EXPECT_THAT(LogRecorder::Take(), IsEmpty());
+}
+
+TEST_F(TaskThreadPassTest, JobThatWasNotBegunIsDroppedAtTheEnd)
+{
+    EXPECT_TRUE(m_clsWorker.AddFunction([](CLS_TaskThread*) { ADD_FAILURE(); }));
+    EXPECT_TRUE(m_clsWorker.Exit());
+    EXPECT_FALSE(m_clsWorker.RunPass());
+    EXPECT_TRUE(IsMutexFree());
+    m_clsWorker.FunTask();
+    EXPECT_EQ(m_tpMarker, m_clsWorker.m_tpLastActive.load());
+}
+
+TEST_F(TaskThreadPassTest, FailingJobIsRetriedUntilANewOneReplacesIt)
+{
+    int iFailed = 0;
+    int iNext = 0;
+    bool bFree = true;
+    LogRecorder::SetHook([&](const LogRecorder::ST_Record&) { bFree = IsMutexFree(); });
+    EXPECT_TRUE(m_clsWorker.AddFunction(
+        [&](CLS_TaskThread*)
+        {
+            ++iFailed;
+            throw std::runtime_error("always");
+        }));
+    for (int i = 1; i <= 3; ++i)
+    {
+        m_clsWorker.SetOrderId(i);
+        EXPECT_TRUE(m_clsWorker.RunPass());
+        EXPECT_EQ(i, iFailed);
+        EXPECT_FALSE(bFree); // still in the pass
+        EXPECT_TRUE(IsMutexFree());
+    }
+    EXPECT_TRUE(m_clsWorker.AddFunction([&](CLS_TaskThread*) { ++iNext; }));
+    EXPECT_TRUE(m_clsWorker.RunPass());
+    EXPECT_EQ(3, iFailed);
+    EXPECT_EQ(1, iNext);
+    EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsThreadRecord(3, "FunTask", "thread handler error - 1"),
+                                                 IsThreadRecord(3, "FunTask", "thread handler error - 2"),
+                                                 IsThreadRecord(3, "FunTask", "thread handler error - 3")));
+}
+
+TEST_F(TaskThreadPassTest, FailingJobIsRetriedUntilTheWorkerIsStopped)
+{
+    int iCalls = 0;
+    EXPECT_TRUE(m_clsWorker.AddFunction(
+        [&](CLS_TaskThread* _pWorker)
+        {
+            if (++iCalls == 4)
+            {
+                _pWorker->m_bRun = false;
+            }
+            throw 1;
+        }));
+    m_clsWorker.FunTask();
+    EXPECT_EQ(4, iCalls);
+    const auto funIsRecord = [] { return IsThreadRecord(3, "FunTask", "thread handler error - -1"); };
+    EXPECT_THAT(LogRecorder::Take(), ElementsAre(funIsRecord(), funIsRecord(), funIsRecord(), funIsRecord()));
+}
+
+TEST_F(TaskThreadPassTest, TimeOfActivityIsRefreshedWhenAPassEnds)
+{
+    std::vector<steady_clock::time_point> vecSeen;
+    std::vector<steady_clock::time_point> vecEnds;
+    EXPECT_TRUE(m_clsWorker.AddFunction(
+        [&](CLS_TaskThread* _pWorker)
+        {
+            vecSeen.push_back(_pWorker->m_tpLastActive);
+            vecEnds.push_back(steady_clock::now());
+            if (vecEnds.size() == 1)
+            {
+                throw 1;
+            }
+            _pWorker->m_bRun = false;
+        }));
+    EXPECT_EQ(m_tpMarker, m_clsWorker.m_tpLastActive.load()); // not refreshed by the hand-over
+    m_clsWorker.FunTask();
+    ASSERT_EQ(2U, vecSeen.size());
+    EXPECT_EQ(m_tpMarker, vecSeen[0]);
+    EXPECT_GE(vecSeen[1], vecEnds[0]); // refreshed after the failure
+    EXPECT_LE(vecSeen[1], vecEnds[1]);
+    EXPECT_GE(m_clsWorker.m_tpLastActive.load(), vecEnds[1]); // refreshed after the job, also at the end
+    EXPECT_FALSE(m_clsWorker.m_funFunction);
+}
+
+TEST_F(TaskThreadPassTest, AnyOtherFailureOfAPassIsRecordedAndTheLoopGoesOn)
+{
+    MakeMutexCheckItself();
+    m_clsWorker.SetOrderId(5);
+    EXPECT_TRUE(m_clsWorker.AddFunction([](CLS_TaskThread* _pWorker) { _pWorker->m_bRun = false; }));
+    int iRecords = 0;
+    std::vector<steady_clock::time_point> vecSeen;
+    LogRecorder::SetHook(
+        [&](const LogRecorder::ST_Record&)
+        {
+            vecSeen.push_back(m_clsWorker.m_tpLastActive);
+            if (++iRecords == 2)
+            {
+                m_clsWorker.m_mtxFunction.unlock();
+            }
+        });
+    m_clsWorker.m_mtxFunction.lock();
+    m_clsWorker.FunTask(); // cannot lock twice, then can
+    EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsThreadRecord(3, "FunTask", "thread handler error - 5"),
+                                                 IsThreadRecord(3, "FunTask", "thread handler error - 5")));
+    ASSERT_EQ(2U, vecSeen.size());
+    EXPECT_EQ(m_tpMarker, vecSeen[0]);
+    EXPECT_GT(vecSeen[1], m_tpMarker);
+    EXPECT_FALSE(m_clsWorker.m_funFunction);
+}
+
+TEST_F(TaskThreadPassTest, RunFlagIsChangedUnderTheMutexOfItsWaiter)
+{
+    MakeMutexCheckItself();
+    m_clsWorker.m_mtxFunction.lock();
+    EXPECT_THROW(m_clsWorker.Exit(), std::system_error);
+    m_clsWorker.m_mtxFunction.unlock();
+    EXPECT_TRUE(m_clsWorker.Exit());
+    EXPECT_FALSE(m_clsWorker.m_bRun);
+    EXPECT_TRUE(IsMutexFree());
+}
+
+TEST_F(TaskThreadPassTest, AbandonedWorkerEndsAfterItsJob)
+{
+    EXPECT_TRUE(m_clsWorker.AddFunction(
+        [](CLS_TaskThread* _pWorker)
+        {
+            EXPECT_TRUE(_pWorker->GetRunGate().EnterRun());
+            EXPECT_FALSE(_pWorker->GetRunGate().Close(hours(1)));
+            EXPECT_FALSE(_pWorker->GetRunGate().LeaveRun());
+            EXPECT_TRUE(_pWorker->m_bRun);
+        }));
+    m_clsWorker.FunTask();
+    EXPECT_FALSE(m_clsWorker.m_funFunction);
+}
+
+TEST_F(TaskThreadPassTest, AbandonedWorkerEndsAlsoWhenItsJobFailed)
+{
+    int iCalls = 0;
+    EXPECT_TRUE(m_clsWorker.AddFunction(
+        [&](CLS_TaskThread* _pWorker)
+        {
+            ++iCalls;
+            EXPECT_TRUE(_pWorker->GetRunGate().EnterRun());
+            EXPECT_FALSE(_pWorker->GetRunGate().Close(hours(1)));
+            EXPECT_FALSE(_pWorker->GetRunGate().LeaveRun());
+            throw 1;
+        }));
+    m_clsWorker.FunTask();
+    EXPECT_EQ(1, iCalls);
+    EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsThreadRecord(3, "FunTask", "thread handler error - -1")));
+}
+} // namespace

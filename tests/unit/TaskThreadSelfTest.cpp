@@ -1,0 +1,91 @@
+#include "QuenPlugins/ZelTaskPool/CLS_TaskThread.h"
+#include "tests/support/LogRecorder.h"
+#include "tests/support/RecordMatchers.h"
+#include "tests/support/ThreadFixture.h"
+#include "tests/support/Waiting.h"
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <dlfcn.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <system_error>
+
+/// A sanitizer's stand-in for the system's function, where one is linked into the program.
+extern "C" __attribute__((weak)) int __interceptor_pthread_join(pthread_t, void**);
+
+/// Stands in front of the system's function of the same name, and refuses a thread that joins itself as that
+/// one does. A sanitizer must not hear of it: it would forget the thread, and fail at the join that follows.
+extern "C" int pthread_join(pthread_t _idThread, void** _pResult)
+{
+    using JoinFun = int (*)(pthread_t, void**);
+    static const auto s_funJoin = __interceptor_pthread_join != nullptr
+                                      ? &__interceptor_pthread_join
+                                      : reinterpret_cast<JoinFun>(dlsym(RTLD_NEXT, "pthread_join"));
+    return pthread_equal(_idThread, pthread_self()) != 0 ? EDEADLK : s_funJoin(_idThread, _pResult);
+}
+
+namespace
+{
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+/// What a worker may not do to itself.
+using TaskThreadSelfTest = CLS_ThreadFixture;
+using TaskThreadSelfDeathTest = CLS_ThreadFixture;
+
+TEST_F(TaskThreadSelfTest, ExitFromTheWorkersOwnThreadFailsAndEndsTheWorker)
+{
+    CLS_TaskThread clsWorker;
+    CLS_Gate clsFailed;
+    std::error_code clsCode;
+    EXPECT_TRUE(clsWorker.AddFunction(
+        [&](CLS_TaskThread* _pWorker)
+        {
+            try
+            {
+                _pWorker->Exit();
+            }
+            catch (const std::system_error& exError)
+            {
+                clsCode = exError.code();
+                clsFailed.Open();
+            }
+        }));
+    ASSERT_TRUE(clsFailed.Wait());
+    EXPECT_TRUE(clsWorker.Exit());
+    EXPECT_EQ(std::errc::resource_deadlock_would_occur, clsCode);
+    EXPECT_THAT(LogRecorder::Take(), IsEmpty());
+}
+
+TEST_F(TaskThreadSelfTest, ExitThatFailsInAJobIsRecordedAsTheJobsFailure)
+{
+    CLS_TaskThread clsWorker;
+    std::atomic<int> iCalls{0};
+    EXPECT_TRUE(clsWorker.AddFunction(
+        [&](CLS_TaskThread* _pWorker)
+        {
+            ++iCalls;
+            _pWorker->Exit();
+        }));
+    EXPECT_TRUE(WaitUntil([&] { return iCalls > 0; }));
+    EXPECT_TRUE(clsWorker.Exit());
+    EXPECT_EQ(1, iCalls);
+    EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsThreadRecord(3, "FunTask", "thread handler error - -1")));
+}
+
+TEST_F(TaskThreadSelfDeathTest, DestructionFromTheWorkersOwnThreadEndsTheProcess)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            auto* const pWorker = new CLS_TaskThread;
+            pWorker->AddFunction([](CLS_TaskThread* _pWorker) { delete _pWorker; });
+            CLS_Gate clsNever;
+            EXPECT_TRUE(clsNever.Wait());
+        },
+        ::testing::KilledBySignal(SIGABRT), "");
+}
+} // namespace
