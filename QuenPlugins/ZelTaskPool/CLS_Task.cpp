@@ -1,0 +1,206 @@
+#include "QuenPlugins/ZelTaskPool/CLS_Task.h"
+
+#include "QuenPlugins/ZelTaskPool/TaskPoolRecord.h"
+
+#include <mutex>
+#include <thread>
+
+using TaskPoolRecord::FILE_TASK;
+
+std::map<std::string, std::shared_ptr<CLS_Task>>& CLS_Task::m_mapTaskData =
+    *new std::map<std::string, std::shared_ptr<CLS_Task>>;
+std::shared_mutex& CLS_Task::m_smTaskDataLock = *new std::shared_mutex;
+
+namespace
+{
+constexpr int STOP_POLLS_PER_RECORD = 10;
+
+/// The status from which a task counts as executing.
+constexpr std::int32_t STATUS_EXECUTING = 2;
+
+#pragma GCC diagnostic push
+// The destructor is not virtual on purpose; what is deleted here was made as exactly this class.
+#pragma GCC diagnostic ignored "-Wdelete-non-virtual-dtor"
+void DeleteRecord(const CLS_Task* _pTask)
+{
+    delete _pTask;
+}
+#pragma GCC diagnostic pop
+} // namespace
+
+/// A run from its beginning to its end, however it ends.
+class CLS_Task::CLS_Run
+{
+public:
+    explicit CLS_Run(CLS_Task& _clsTask) : m_clsTask(_clsTask)
+    {
+        m_clsTask.m_iTaskStatus.exchange(TASK_STATUS_RUNNING);
+    }
+    ~CLS_Run()
+    {
+        m_clsTask.m_tpLastRun.store(std::chrono::steady_clock::now(), std::memory_order_relaxed);
+        m_clsTask.m_iTaskStatus.exchange(TASK_STATUS_IDLE);
+    }
+    CLS_Run(const CLS_Run&) = delete;
+    CLS_Run& operator=(const CLS_Run&) = delete;
+
+private:
+    CLS_Task& m_clsTask;
+};
+
+CLS_Task::CLS_Task(const std::function<void()>& _funTask, int _iLoopInterval, const std::string& _strCallInfo)
+    : m_funTask(_funTask), m_iLoopInterval(_iLoopInterval)
+{
+    SetParam("callinfo", _strCallInfo);
+}
+
+CLS_Task::~CLS_Task()
+{
+    Stop();
+}
+
+std::shared_ptr<CLS_Task> CLS_Task::CreateTask(const std::function<void()>& _funTask, int _iLoopInterval,
+                                               const std::string& _strCallInfo)
+{
+    std::shared_ptr<CLS_Task> pTask(new CLS_Task(_funTask, _iLoopInterval, _strCallInfo), DeleteRecord);
+    const std::unique_lock<std::shared_mutex> lock(m_smTaskDataLock);
+    m_mapTaskData[pTask->GetId()] = pTask;
+    return pTask;
+}
+
+std::weak_ptr<CLS_Task> CLS_Task::GetTask(const std::string& _strTaskId)
+{
+    const std::shared_lock<std::shared_mutex> lock(m_smTaskDataLock);
+    const auto itTask = m_mapTaskData.find(_strTaskId);
+    return itTask == m_mapTaskData.end() ? std::weak_ptr<CLS_Task>() : itTask->second;
+}
+
+void CLS_Task::DeleteTask(const std::string& _strTaskId)
+{
+    const std::unique_lock<std::shared_mutex> lock(m_smTaskDataLock);
+    m_mapTaskData.erase(_strTaskId);
+}
+
+bool CLS_Task::Running()
+{
+    const CLS_Run clsRun(*this);
+    try
+    {
+        RunCallable();
+    }
+    catch (const std::exception& exError)
+    {
+        RecordFailure("Running error", exError.what());
+    }
+    catch (...)
+    {
+        RecordFailure("Running error", nullptr);
+    }
+    return true;
+}
+
+/// Calls the callable and records what it throws. What is thrown meanwhile by the record's making passes.
+void CLS_Task::RunCallable()
+{
+    try
+    {
+        if (m_bValid && m_funTask)
+        {
+            m_funTask();
+        }
+    }
+    catch (const std::exception& exError)
+    {
+        RecordFailure("run function error", exError.what());
+    }
+    catch (...)
+    {
+        RecordFailure("run function error", nullptr);
+    }
+}
+
+/// _szReason is null when what was thrown has no text; the two texts differ in more than that.
+void CLS_Task::RecordFailure(const std::string& _strFailure, const char* _szReason, int _iLine)
+{
+    const std::string strText = _szReason == nullptr
+                                    ? _strFailure + " " + ParamToString()
+                                    : _strFailure + " :" + _szReason + " param :" + ParamToString();
+    TaskPoolRecord::Make(FILE_TASK, "Running", Logger::LOG_LEVEL_ERROR, _iLine) << strText;
+}
+
+bool CLS_Task::Stop()
+{
+    m_bValid.exchange(false);
+    for (int iSleeps = 1; iSleeps <= STOP_POLLS; ++iSleeps)
+    {
+        if (m_iTaskStatus < STATUS_EXECUTING)
+        {
+            return true;
+        }
+        std::this_thread::sleep_for(STOP_POLL);
+        if (iSleeps % STOP_POLLS_PER_RECORD == 0)
+        {
+            // Kept on purpose: the number is one more than the sleeps done.
+            const std::string strText =
+                "Stop Task waiting task info : [" + ParamToString() + "] " + std::to_string(iSleeps + 1);
+            TaskPoolRecord::Make(FILE_TASK, "Stop", Logger::LOG_LEVEL_PROGRESS) << strText;
+        }
+    }
+    const std::string strText = "StopTask overtime task info : [" + ParamToString() + "]";
+    TaskPoolRecord::Make(FILE_TASK, "Stop", Logger::LOG_LEVEL_ERROR) << strText;
+    return false;
+}
+
+n_TaskStatus CLS_Task::GetTaskStatus()
+{
+    return m_iTaskStatus;
+}
+
+void CLS_Task::SetTaskStatus(n_TaskStatus _iTaskStatus)
+{
+    m_iTaskStatus.exchange(_iTaskStatus);
+}
+
+void CLS_Task::SetTaskIsWaiting()
+{
+    SetTaskStatus(TASK_STATUS_WAITING);
+}
+
+bool CLS_Task::IsLoop()
+{
+    return m_iLoopInterval >= 0;
+}
+
+void CLS_Task::SetLoopInterval(int _iLoopInterval)
+{
+    m_iLoopInterval.exchange(_iLoopInterval);
+}
+
+int CLS_Task::GetLoopInterval()
+{
+    return m_iLoopInterval;
+}
+
+bool CLS_Task::IsRunning()
+{
+    return m_iTaskStatus != TASK_STATUS_IDLE;
+}
+
+bool CLS_Task::IsUseRun()
+{
+    if (m_iTaskStatus > TASK_STATUS_IDLE || !m_bValid)
+    {
+        return false;
+    }
+    return Util::GetElapsedMilliseconds(m_tpLastRun.load(std::memory_order_relaxed)) >= m_iLoopInterval;
+}
+
+bool CLS_Task::GetValid()
+{
+    return m_bValid;
+}
+
+void CLS_Task::SetValid(bool _bValid)
+{
+    m_bValid.exchange(_bValid);
+}

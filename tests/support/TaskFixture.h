@@ -1,0 +1,45 @@
+#pragma once
+
+#include "QuenPlugins/ZelTaskPool/CLS_Task.h"
+#include "tests/support/LogRecorder.h"
+
+#include <functional>
+#include <gtest/gtest.h>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <shared_mutex>
+#include <string>
+
+/// What a registered task's parameters read like in its records.
+inline std::string MakeParamText(const std::string& _strTaskId, const std::string& _strCallInfo)
+{
+    return "[__id__] : [" + _strTaskId + "]\n[callinfo] : [" + _strCallInfo + "]\n";
+}
+
+/// To be captured: calls _funEnd when its last copy is destroyed.
+inline std::shared_ptr<void> MakeEndHook(const std::function<void()>& _funEnd)
+{
+    return {nullptr, [_funEnd](void*) { _funEnd(); }};
+}
+
+/// Base of the tests of tasks: each starts with an empty registry and no record, and leaves it so.
+class CLS_TaskFixture : public ::testing::Test
+{
+protected:
+    void SetUp() override { Clean(); }
+    void TearDown() override { Clean(); }
+
+private:
+    static void Clean()
+    {
+        LogRecorder::SetHook({});
+        std::map<std::string, std::shared_ptr<CLS_Task>> mapLeft; // destroyed outside the lock
+        {
+            const std::unique_lock<std::shared_mutex> lock(CLS_Task::m_smTaskDataLock);
+            mapLeft.swap(CLS_Task::m_mapTaskData);
+        }
+        mapLeft.clear();
+        LogRecorder::Clear();
+    }
+};
