@@ -1,0 +1,211 @@
+#pragma once
+
+#include "QuenPlugins/ZelTaskPool/CLS_Task.h"
+#include "QuenPlugins/ZelTaskPool/CLS_TaskThread.h"
+#include "QuenPlugins/ZelTaskPool/Export.h"
+#include "QuenPlugins/ZelTaskPool/TaskPoolExports.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <shared_mutex>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+/// The pool: one object a process. Runs the host's callables on workers that it makes on demand, 301 at most.
+///
+/// A task's road: AddTmpTask or AddLoopTask registers it and puts its id on the waiting queue; the dispatcher
+/// takes the queue, binds each id to the idle worker with the lowest order id, or to a new one, and hands the
+/// worker its job, FunRunTask, which runs the task and puts the worker back on the idle list. The loop
+/// scheduler queues each loop task anew when its interval has passed since its last run ended. The watchdog
+/// retires workers that have been idle for too long.
+///
+/// Failures are records and empty results; no exception leaves an operation unless it says so. Unknown ids
+/// and owners are ignored.
+///
+/// Thread-safe, but for the beginning and the end: the first use must not race another, and no host thread
+/// may be in the pool while UnInit runs. No thread holds two of the pool's locks at once, and none is held
+/// while a task runs, is waited for or destroyed, nor while a record is made.
+///
+/// Pitfalls: a task that stops or removes itself waits for its own run, about 9 seconds. A task that shuts
+/// the pool down frees it beneath its own worker; that is survived, but not meant. A callable that may
+/// outlast the end of the pool must not call it from then on.
+class CLS_QuenTaskPool
+{
+public:
+    /// The pool; builds it when there is none, and passes on the constructor's exceptions. The first call
+    /// must not race another: building on first use is unsynchronised on purpose.
+    ZEL_TASKPOOL_EXPORT static CLS_QuenTaskPool* GetInstance();
+
+    /// Starts dispatcher, loop scheduler and watchdog, and no worker. When one of them cannot be started,
+    /// those already running are ended before the std::system_error, or std::bad_alloc, leaves. For
+    /// GetInstance.
+    ZEL_TASKPOOL_EXPORT CLS_QuenTaskPool();
+
+    /// Forgets the instance and releases the members. No thread is left after UnInit; after one that failed,
+    /// ends those that are, which takes about 9 seconds at most, for none may run on a pool that is gone. For
+    /// UnInit and KillTaskAll.
+    ZEL_TASKPOOL_EXPORT ~CLS_QuenTaskPool();
+
+    CLS_QuenTaskPool(const CLS_QuenTaskPool&) = delete;
+    CLS_QuenTaskPool& operator=(const CLS_QuenTaskPool&) = delete;
+
+    /// Queues _funTask, copied, to run once on behalf of the owner _pObj, which is never touched and must not
+    /// be null. _strCallInfo says who submits it, and appears in records. False, with a record, for a null
+    /// owner and when memory or another resource runs out; when that happens after the queueing, the task
+    /// runs all the same, without an owner. The task may run before the call returns. Its record, and what
+    /// the callable captured, stay until the process ends, unless the owner's tasks are removed before it has
+    /// run. Any thread, from within tasks, too. Waits for no task; one lock at a time.
+    ZEL_TASKPOOL_EXPORT bool AddTmpTask(const std::function<void()>& _funTask, void* _pObj,
+                                        const std::string& _strCallInfo);
+
+    /// Queues _funTask, copied, to run now and again _iInterval milliseconds after each run ended, plus up to
+    /// about 10 ms; 0 repeats at once, a negative interval never waits either. Overwrites _strTaskId with the
+    /// task's id, by which it is removed. When memory or another resource runs out, there is a record; the id
+    /// is left as it was or, when the first run was queued already, is that of a task which runs once. Any
+    /// thread, from within tasks, too. Waits for no task; one lock at a time.
+    ZEL_TASKPOOL_EXPORT void AddLoopTask(const std::function<void()>& _funTask, int _iInterval,
+                                         std::string& _strTaskId, const std::string& _strCallInfo);
+
+    /// Makes a task invalid and waits, as CLS_Task::Stop does, for a run in progress. The task stays known.
+    /// Any thread. Exceptions of CLS_Task::Stop pass.
+    ZEL_TASKPOOL_EXPORT void StopTask(const std::string& _strTaskId);
+
+    /// Drops one id from the owner maps; the task itself is left alone. Any thread; m_mtxTmpTasks.
+    ZEL_TASKPOOL_EXPORT void RemoveTmpTask(const std::string& _strTaskId);
+
+    /// Cancels and forgets all tasks that _pObj submitted and that have not finished: makes them all invalid,
+    /// then waits for each that is running, up to about 9 seconds a task. What those submit for the same
+    /// owner meanwhile is cancelled, too. The owner may be destroyed afterwards, unless a run outlasted the
+    /// wait. What the callables captured is destroyed on the calling thread, with no lock held; it may call
+    /// the pool, or end it. When a run outlasts the wait, or somebody else goes on using the task, it is
+    /// destroyed there and later. A null or unknown owner is ignored. When something throws, there is a
+    /// record, and the tasks not yet handled stay registered, most of them invalid. Any thread.
+    ZEL_TASKPOOL_EXPORT void RemoveTmpTask(void* _pObj, const std::string& _strCallInfo);
+
+    /// Stops and forgets one task, usually a loop task; waits up to about 9 seconds for a run in progress.
+    /// The callable is destroyed as by the removal by owner. Any thread.
+    ZEL_TASKPOOL_EXPORT void RemoveTask(const std::string& _strTaskId, const std::string& _strCallInfo);
+
+    /// The same as RemoveTask, record texts included.
+    ZEL_TASKPOOL_EXPORT void KillTask(const std::string& _strTaskId, const std::string& _strCallInfo);
+
+    /// UnInit, and destroys the instance even when UnInit could not, which takes about 9 seconds more. This
+    /// object is gone afterwards. The same threads as UnInit; on one of the pool's own, where UnInit fails,
+    /// the instance survives. A call while UnInit is at work does nothing.
+    ZEL_TASKPOOL_EXPORT void KillTaskAll();
+
+    /// Ends the pool: ends the service threads, stops the tasks that are running, ends the workers, destroys
+    /// this object. Waits up to about 9 seconds for each running task, and once more that long for runs that
+    /// nobody can stop any more because their tasks were removed. A run that outlasts this is left to itself:
+    /// its worker touches nothing of the pool, ends when the run does, and keeps the library loaded.
+    /// Queued tasks are dropped, loop tasks forgotten; the registry stays as it is. When a step fails, there
+    /// is a record, the object survives, takes tasks but runs none, and UnInit may be called again. A call
+    /// while another one is at work does nothing. Not from a task or a record's "PrintLog".
+    ZEL_TASKPOOL_EXPORT void UnInit();
+
+    /// Marks the task as waiting and appends its id to the waiting queue. Any thread; the registry's lock,
+    /// then m_mtxWaitingTasks. std::bad_alloc passes. Pitfall: no check is made; a task that is queued twice
+    /// runs twice, perhaps at once, and one that is queued while it runs is not waited for by Stop.
+    ZEL_TASKPOOL_EXPORT void AddWaitingTasks(const std::string& _strTaskId);
+
+    /// Makes and registers a worker, which the pool owns. Null, with a record, when there is no thread or no
+    /// memory to be had; the worker, with a record, when only the registering failed. For GetTaskThread.
+    ZEL_TASKPOOL_EXPORT CLS_TaskThread* CreateTaskThread();
+
+    /// The idle worker with the lowest order id, else a new one as long as there are no more than
+    /// m_iMaxThread, else null. For the dispatcher only: check, count and creation are separate steps.
+    ZEL_TASKPOOL_EXPORT CLS_TaskThread* GetTaskThread();
+
+    /// The number of workers. Any thread; m_smThreadTaskLock, shared.
+    ZEL_TASKPOOL_EXPORT int GetTaskThreadNum();
+
+    /// A worker's job: runs the task that the dispatcher bound to the worker, then puts the worker back on
+    /// the idle list. On the worker's thread. std::bad_alloc passes when the idle list cannot grow; the
+    /// worker then calls its job again, which finds no task and tries the list again.
+    ZEL_TASKPOOL_EXPORT void FunRunTask(CLS_TaskThread* _pThread);
+
+    /// Bodies of the service threads: dispatcher, loop scheduler, watchdog. Each returns when the pool ends:
+    /// at once, within 10 ms and within 180 ms, and when the pass in progress is done.
+    ZEL_TASKPOOL_EXPORT void FunTaskingThread();
+    ZEL_TASKPOOL_EXPORT void FunLoopThread();
+    ZEL_TASKPOOL_EXPORT void FunTaskThreadWaitingOvertime();
+
+    /// The one pool; null when there is none. No lock: written by the first use and by the pool's end only.
+    ZEL_TASKPOOL_EXPORT static CLS_QuenTaskPool* m_pInstance;
+
+private:
+    using Bindings = std::vector<std::pair<CLS_TaskThread*, std::string>>;
+
+    void StartServiceThreads();
+    void EndServiceThreads();
+
+    void RegisterThread(CLS_TaskThread* _pThread, std::map<CLS_TaskThread*, std::string>& _mapEntry);
+    CLS_TaskThread* TakeIdleThread();
+
+    void DispatchPass();
+    std::vector<std::string> TakeWaitingTasks();
+    CLS_TaskThread* WaitForThread(std::size_t _iUndispatched);
+    void BindTask(CLS_TaskThread* _pThread, std::string& _strTaskId);
+    void ReportBusy(std::size_t _iUndispatched);
+    Bindings CopyBindings();
+    bool ReadBoundTask(CLS_TaskThread* _pThread, std::string& _strTaskId);
+    void UnbindTask(CLS_TaskThread* _pThread);
+    void AddIdleThread(CLS_TaskThread* _pThread);
+
+    void LoopPass();
+    bool SleepBetweenPasses();
+    void OvertimePass();
+    std::vector<CLS_TaskThread*> TakeOverrunThreads();
+    void RetireThread(CLS_TaskThread* _pThread);
+    std::string UnregisterThread(CLS_TaskThread* _pThread);
+
+    void AddOwnedTask(const std::string& _strTaskId, void* _pObj);
+    std::list<std::string> TakeOwnedTasks(void* _pObj);
+    void ForgetLoopTask(const std::string& _strTaskId);
+
+    void ForgetLoopTasks();
+    std::vector<CLS_TaskThread*> StopBoundTasks();
+    void EndWorkers(const std::vector<CLS_TaskThread*>& _vecOverrun);
+    CLS_TaskThread* FindWorker();
+    void ForgetWorker(CLS_TaskThread* _pThread);
+    bool IsPoolThread();
+
+    /// Whether the pool goes on. Cleared under m_mtxWaitingTasks, so that a waiting dispatcher cannot miss
+    /// it; read by service threads and workers without.
+    std::atomic<bool> m_bRun{true};
+    std::int32_t m_iMaxThread = 300; ///< a new worker is made while there are no more than this; constant
+
+    /// The service threads. Written by the constructor and by the thread that ends the pool; no lock.
+    std::unique_ptr<std::thread> m_pTaskingThread;
+    std::unique_ptr<std::thread> m_pLoopThread;
+    std::unique_ptr<std::thread> m_pOvertimeThread;
+
+    std::condition_variable m_cvWaitingTasks;   ///< signalled for each queued id, and at the end
+    std::mutex m_mtxWaitingTasks;               ///< guards m_vecWaitingTasks
+    std::vector<std::string> m_vecWaitingTasks; ///< ids that wait for a worker, oldest first
+
+    std::shared_mutex m_smLoopTasksLock;     ///< guards m_vecLoopTasks
+    std::vector<std::string> m_vecLoopTasks; ///< ids of the loop tasks, in order of submission
+
+    std::mutex m_mtxTmpTasks;                              ///< guards both owner maps
+    std::map<void*, std::list<std::string>> m_mapTmpTasks; ///< owner to its ids, in order of submission
+    std::map<std::string, void*> m_mapTmpTaskOwner;        ///< id to owner
+
+    std::mutex m_mtxIdleThreads;                   ///< guards m_vecIdleThreads
+    std::vector<CLS_TaskThread*> m_vecIdleThreads; ///< workers without a task, by ascending order id
+
+    std::shared_mutex m_smThreadTaskLock;                   ///< guards m_mapThreadTask
+    std::map<CLS_TaskThread*, std::string> m_mapThreadTask; ///< every worker, owned, to its task's id or ""
+
+    /// UnInit is at work: what it destroys may call it again. Atomic, for a task may do so meanwhile.
+    std::atomic<bool> m_bEnding{false};
+};

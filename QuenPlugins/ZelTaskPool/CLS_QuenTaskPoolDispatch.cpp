@@ -1,0 +1,264 @@
+// The waiting queue, the dispatcher, and the job of a worker.
+
+#include "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool.h"
+#include "QuenPlugins/ZelTaskPool/TaskPoolRecord.h"
+
+#include <algorithm>
+
+using TaskPoolRecord::FILE_POOL;
+
+namespace
+{
+/// The dispatcher looks at the run flag at least this often.
+constexpr std::chrono::seconds QUEUE_WAIT{1};
+/// How long the dispatcher waits before it asks for a worker again, and how often it asks between reports.
+constexpr std::chrono::milliseconds RETRY_WAIT{100};
+constexpr int RETRIES_PER_REPORT = 90;
+
+/// Ascending order id. An empty slot sorts before nothing, and nothing before it.
+bool SortsBefore(CLS_TaskThread* _pFirst, CLS_TaskThread* _pSecond)
+{
+    return _pFirst != nullptr && _pSecond != nullptr && _pFirst->GetOrderId() < _pSecond->GetOrderId();
+}
+
+void RecordRunError(CLS_TaskThread* _pThread, const std::string& _strDescription)
+{
+    TaskPoolRecord::Make(FILE_POOL, "FunRunTask", Logger::LOG_LEVEL_ERROR)
+        << "task run error - " << _pThread->GetOrderId() << " " << _strDescription;
+}
+
+/// Runs the task that is bound to the worker. Touches nothing of the pool, which may end meanwhile; that
+/// includes letting go of the task, for a removed one takes the host's captured objects with it.
+void RunTask(CLS_TaskThread* _pThread, const std::string& _strTaskId)
+{
+    std::string strDescription;
+    try
+    {
+        const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(_strTaskId).lock();
+        if (!pTask)
+        {
+            TaskPoolRecord::Make(FILE_POOL, "FunRunTask", Logger::LOG_LEVEL_PROGRESS)
+                << "task id is fail - " << _strTaskId;
+            return;
+        }
+        strDescription = pTask->ParamToString();
+        pTask->Running();
+    }
+    catch (...)
+    {
+        RecordRunError(_pThread, strDescription);
+    }
+}
+
+/// The part of a run that lies outside of the pool. False when the pool has ended, or is about to.
+bool RunOutsidePool(CLS_TaskThread* _pThread, bool _bBound, const std::string& _strTaskId)
+{
+    if (!_pThread->GetRunGate().EnterRun())
+    {
+        return false;
+    }
+    try
+    {
+        if (_bBound)
+        {
+            RunTask(_pThread, _strTaskId);
+        }
+        else
+        {
+            RecordRunError(_pThread, "");
+        }
+    }
+    catch (...)
+    {
+        // There is not even memory for the record. The run is over all the same.
+    }
+    return _pThread->GetRunGate().LeaveRun();
+}
+
+void ReportTask(const std::string& _strTaskId)
+{
+    if (const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(_strTaskId).lock())
+    {
+        // Kept on purpose: nothing between the id and the status.
+        const std::string strText = "runing task info TaskStatus : [" + _strTaskId +
+                                    std::to_string(pTask->GetTaskStatus()) +
+                                    "] task info :" + pTask->ParamToString();
+        TaskPoolRecord::Make(FILE_POOL, "FunTaskingThread", Logger::LOG_LEVEL_PROGRESS) << strText;
+        return;
+    }
+    // Kept on purpose: the null pointer stands for the task that is not there.
+    const std::string strNull = CLS_CVariant(static_cast<void*>(nullptr)).ToString();
+    TaskPoolRecord::Make(FILE_POOL, "FunTaskingThread", Logger::LOG_LEVEL_PROGRESS)
+        << "runing task info - " << _strTaskId << strNull;
+}
+} // namespace
+
+void CLS_QuenTaskPool::AddWaitingTasks(const std::string& _strTaskId)
+{
+    const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(_strTaskId).lock();
+    if (!pTask)
+    {
+        return;
+    }
+    pTask->SetTaskIsWaiting();
+    const std::lock_guard<std::mutex> lock(m_mtxWaitingTasks);
+    m_vecWaitingTasks.push_back(_strTaskId);
+    m_cvWaitingTasks.notify_one();
+}
+
+void CLS_QuenTaskPool::FunTaskingThread()
+{
+    while (m_bRun)
+    {
+        try
+        {
+            DispatchPass();
+        }
+        catch (...)
+        {
+            TaskPoolRecord::Make(FILE_POOL, "FunTaskingThread", Logger::LOG_LEVEL_ERROR)
+                << "*** auto Tasking handler fail ***";
+        }
+    }
+}
+
+/// Hands everything that is queued to workers, in order. When the pool ends meanwhile, the rest is dropped.
+void CLS_QuenTaskPool::DispatchPass()
+{
+    std::vector<std::string> vecBatch = TakeWaitingTasks();
+    for (std::size_t i = 0; i < vecBatch.size() && m_bRun; ++i)
+    {
+        CLS_TaskThread* const pThread = WaitForThread(vecBatch.size() - i);
+        if (pThread == nullptr)
+        {
+            return;
+        }
+        BindTask(pThread, vecBatch[i]);
+        pThread->AddFunction([this](CLS_TaskThread* _pThread) { FunRunTask(_pThread); });
+    }
+}
+
+/// Waits for something to be queued, or for the pool's end, and takes the whole queue.
+std::vector<std::string> CLS_QuenTaskPool::TakeWaitingTasks()
+{
+    std::vector<std::string> vecBatch;
+    std::unique_lock<std::mutex> lock(m_mtxWaitingTasks);
+    while (m_vecWaitingTasks.empty() && m_bRun)
+    {
+        m_cvWaitingTasks.wait_for(lock, QUEUE_WAIT);
+    }
+    vecBatch.swap(m_vecWaitingTasks);
+    return vecBatch;
+}
+
+/// A worker, as soon as there is one; null when the pool ends first.
+CLS_TaskThread* CLS_QuenTaskPool::WaitForThread(std::size_t _iUndispatched)
+{
+    for (int iTry = 1;; ++iTry)
+    {
+        if (CLS_TaskThread* const pThread = GetTaskThread())
+        {
+            return pThread;
+        }
+        if (iTry % RETRIES_PER_REPORT == 0)
+        {
+            ReportBusy(_iUndispatched);
+        }
+        std::this_thread::sleep_for(RETRY_WAIT);
+        if (!m_bRun)
+        {
+            return nullptr;
+        }
+    }
+}
+
+/// Writes the id, which is moved away, under the worker's key, where the worker's job reads it.
+void CLS_QuenTaskPool::BindTask(CLS_TaskThread* _pThread, std::string& _strTaskId)
+{
+    {
+        const std::unique_lock<std::shared_mutex> lock(m_smThreadTaskLock);
+        const auto itThread = m_mapThreadTask.find(_pThread);
+        if (itThread != m_mapThreadTask.end())
+        {
+            itThread->second = std::move(_strTaskId);
+            return;
+        }
+    }
+    TaskPoolRecord::Make(FILE_POOL, "FunTaskingThread", Logger::LOG_LEVEL_ERROR)
+        << "thread is not in m_mapThreadTask - " << _pThread->GetOrderId();
+}
+
+/// Says what keeps every worker busy. _iUndispatched ids of the dispatcher's batch wait for one.
+void CLS_QuenTaskPool::ReportBusy(std::size_t _iUndispatched)
+{
+    std::size_t iWaiting = _iUndispatched;
+    {
+        const std::lock_guard<std::mutex> lock(m_mtxWaitingTasks);
+        iWaiting += m_vecWaitingTasks.size();
+    }
+    const int iThreads = GetTaskThreadNum();
+    TaskPoolRecord::Make(FILE_POOL, "FunTaskingThread", Logger::LOG_LEVEL_PROGRESS)
+        << "waiting task count [" << iWaiting << "] CurrentThreadCount [" << iThreads << "] MaxThread ["
+        << m_iMaxThread << "]";
+    for (const auto& [pThread, strTaskId] : CopyBindings())
+    {
+        ReportTask(strTaskId);
+    }
+}
+
+/// Every worker with the id of its task, "" for an idle one.
+CLS_QuenTaskPool::Bindings CLS_QuenTaskPool::CopyBindings()
+{
+    const std::shared_lock<std::shared_mutex> lock(m_smThreadTaskLock);
+    return Bindings(m_mapThreadTask.begin(), m_mapThreadTask.end());
+}
+
+void CLS_QuenTaskPool::FunRunTask(CLS_TaskThread* _pThread)
+{
+    std::string strTaskId;
+    const bool bBound = ReadBoundTask(_pThread, strTaskId);
+    if (!RunOutsidePool(_pThread, bBound, strTaskId))
+    {
+        // The pool may be gone.
+        return;
+    }
+    UnbindTask(_pThread);
+    if (!m_bRun)
+    {
+        return;
+    }
+    RemoveTmpTask(strTaskId);
+    AddIdleThread(_pThread);
+}
+
+/// The id that is bound to the worker. False when it cannot be had.
+bool CLS_QuenTaskPool::ReadBoundTask(CLS_TaskThread* _pThread, std::string& _strTaskId)
+{
+    try
+    {
+        const std::shared_lock<std::shared_mutex> lock(m_smThreadTaskLock);
+        _strTaskId = m_mapThreadTask.at(_pThread);
+        return true;
+    }
+    catch (...)
+    {
+        return false;
+    }
+}
+
+void CLS_QuenTaskPool::UnbindTask(CLS_TaskThread* _pThread)
+{
+    const std::unique_lock<std::shared_mutex> lock(m_smThreadTaskLock);
+    const auto itThread = m_mapThreadTask.find(_pThread);
+    if (itThread != m_mapThreadTask.end())
+    {
+        itThread->second.clear();
+    }
+}
+
+void CLS_QuenTaskPool::AddIdleThread(CLS_TaskThread* _pThread)
+{
+    const std::lock_guard<std::mutex> lock(m_mtxIdleThreads);
+    m_vecIdleThreads.push_back(_pThread);
+    std::sort(m_vecIdleThreads.begin(), m_vecIdleThreads.end(), SortsBefore);
+}

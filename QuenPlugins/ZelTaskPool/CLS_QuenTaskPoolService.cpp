@@ -1,0 +1,153 @@
+// The loop scheduler and the overtime watchdog.
+
+#include "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool.h"
+#include "QuenPlugins/ZelTaskPool/TaskPoolRecord.h"
+
+using TaskPoolRecord::FILE_POOL;
+
+namespace
+{
+constexpr std::chrono::milliseconds LOOP_POLL{10};
+
+/// The watchdog sleeps 180 seconds between passes, in steps, so that it notices the pool's end.
+constexpr std::chrono::milliseconds OVERTIME_STEP{180};
+constexpr int OVERTIME_STEPS = 1000;
+
+/// Says that a worker was idle and yet bound to a task.
+void RecordBoundTask(const std::string& _strTaskId)
+{
+    const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(_strTaskId).lock();
+    const std::string strParam = pTask ? pTask->ParamToString() : std::string();
+    TaskPoolRecord::Make(FILE_POOL, "FunTaskThreadWaitingOvertime", Logger::LOG_LEVEL_ERROR)
+        << "OvertimeThread is fail taskId - " << _strTaskId << " " << strParam;
+}
+} // namespace
+
+void CLS_QuenTaskPool::FunLoopThread()
+{
+    while (m_bRun)
+    {
+        try
+        {
+            LoopPass();
+            std::this_thread::sleep_for(LOOP_POLL);
+        }
+        catch (...)
+        {
+            TaskPoolRecord::Make(FILE_POOL, "FunLoopThread", Logger::LOG_LEVEL_ERROR)
+                << "*** auto Loop handler fail ***";
+        }
+    }
+}
+
+/// Queues each loop task that is due.
+void CLS_QuenTaskPool::LoopPass()
+{
+    std::vector<std::string> vecLoopTasks;
+    {
+        const std::shared_lock<std::shared_mutex> lock(m_smLoopTasksLock);
+        vecLoopTasks = m_vecLoopTasks;
+    }
+    for (const std::string& strTaskId : vecLoopTasks)
+    {
+        if (!m_bRun)
+        {
+            return;
+        }
+        const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(strTaskId).lock();
+        if (pTask && pTask->IsUseRun())
+        {
+            AddWaitingTasks(strTaskId);
+        }
+    }
+}
+
+void CLS_QuenTaskPool::FunTaskThreadWaitingOvertime()
+{
+    while (SleepBetweenPasses())
+    {
+        try
+        {
+            OvertimePass();
+        }
+        catch (...)
+        {
+            TaskPoolRecord::Make(FILE_POOL, "FunTaskThreadWaitingOvertime", Logger::LOG_LEVEL_ERROR)
+                << "*** auto delete handler fail";
+        }
+    }
+}
+
+/// False when the pool ends.
+bool CLS_QuenTaskPool::SleepBetweenPasses()
+{
+    for (int iStep = 0; iStep < OVERTIME_STEPS && m_bRun; ++iStep)
+    {
+        std::this_thread::sleep_for(OVERTIME_STEP);
+    }
+    return m_bRun;
+}
+
+/// Retires the workers at the back of the idle list that have been idle for too long.
+void CLS_QuenTaskPool::OvertimePass()
+{
+    TaskPoolRecord::Make(FILE_POOL, "FunTaskThreadWaitingOvertime", Logger::LOG_LEVEL_DETAIL)
+        << "delete pThread **************";
+    for (CLS_TaskThread* const pThread : TakeOverrunThreads())
+    {
+        RetireThread(pThread);
+    }
+}
+
+/// Takes workers off the back of the idle list, down to the first one that was active recently: that one
+/// protects all before it. Empty slots are dropped.
+std::vector<CLS_TaskThread*> CLS_QuenTaskPool::TakeOverrunThreads()
+{
+    std::vector<CLS_TaskThread*> vecOverrun;
+    const std::lock_guard<std::mutex> lock(m_mtxIdleThreads);
+    // Memory comes first: a worker that is taken off the list cannot get lost.
+    vecOverrun.reserve(m_vecIdleThreads.size());
+    while (!m_vecIdleThreads.empty())
+    {
+        CLS_TaskThread* const pThread = m_vecIdleThreads.back();
+        if (pThread != nullptr && !pThread->IsWaitingOvertime())
+        {
+            break;
+        }
+        m_vecIdleThreads.pop_back();
+        if (pThread != nullptr)
+        {
+            vecOverrun.push_back(pThread);
+        }
+    }
+    return vecOverrun;
+}
+
+/// Unregisters the worker, ends its thread and frees it.
+void CLS_QuenTaskPool::RetireThread(CLS_TaskThread* _pThread)
+{
+    try
+    {
+        const std::string strTaskId = UnregisterThread(_pThread);
+        const std::unique_ptr<CLS_TaskThread> pThread(_pThread);
+        if (!strTaskId.empty())
+        {
+            RecordBoundTask(strTaskId);
+        }
+        TaskPoolRecord::Make(FILE_POOL, "FunTaskThreadWaitingOvertime", Logger::LOG_LEVEL_FINEST)
+            << "delete pThread - " << _pThread->GetOrderId();
+    }
+    catch (...)
+    {
+        TaskPoolRecord::Make(FILE_POOL, "FunTaskThreadWaitingOvertime", Logger::LOG_LEVEL_ERROR)
+            << "delete pThread fail";
+    }
+}
+
+/// Drops the worker from the registry. Returns the id of the task that was bound to it, "" for none.
+std::string CLS_QuenTaskPool::UnregisterThread(CLS_TaskThread* _pThread)
+{
+    const std::unique_lock<std::shared_mutex> lock(m_smThreadTaskLock);
+    auto clsEntry = m_mapThreadTask.extract(_pThread);
+    return clsEntry.empty() ? std::string() : std::move(clsEntry.mapped());
+}

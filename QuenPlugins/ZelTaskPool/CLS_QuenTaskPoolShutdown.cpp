@@ -1,0 +1,185 @@
+// The end of the pool.
+
+#include "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool.h"
+#include "QuenPlugins/ZelTaskPool/TaskPoolRecord.h"
+
+#include <algorithm>
+
+using TaskPoolRecord::FILE_POOL;
+
+namespace
+{
+/// How long the end of the pool waits for runs that no StopTask can wait for: as long as that would.
+constexpr std::chrono::milliseconds RUN_LIMIT = CLS_Task::STOP_POLL * CLS_Task::STOP_POLLS;
+
+void RecordProgress(const char* _szText, int _iLine = __builtin_LINE())
+{
+    TaskPoolRecord::Make(FILE_POOL, "UnInit", Logger::LOG_LEVEL_PROGRESS, _iLine) << _szText;
+}
+
+void EndThread(std::unique_ptr<std::thread>& _pThread)
+{
+    if (_pThread)
+    {
+        if (_pThread->joinable())
+        {
+            _pThread->join();
+        }
+        _pThread.reset();
+    }
+}
+
+void DestroyInstance()
+{
+    // The destructor sets the pointer to null, first of all. Doing so afterwards could hide a new pool.
+    delete CLS_QuenTaskPool::m_pInstance;
+}
+} // namespace
+
+CLS_QuenTaskPool::~CLS_QuenTaskPool()
+{
+    m_pInstance = nullptr;
+    // After a failed UnInit there may be threads left. None may run on a pool that is gone.
+    EndServiceThreads();
+    EndWorkers({});
+}
+
+void CLS_QuenTaskPool::UnInit()
+{
+    if (m_bEnding.exchange(true))
+    {
+        return;
+    }
+    RecordProgress("----- TaskPool UnInit begin -----");
+    try
+    {
+        EndServiceThreads();
+        RecordProgress("----- TaskPool m_mapAllThreads start -----");
+        ForgetLoopTasks();
+        EndWorkers(StopBoundTasks());
+    }
+    catch (...)
+    {
+        TaskPoolRecord::Make(FILE_POOL, "UnInit", Logger::LOG_LEVEL_ERROR) << "UnInit error ";
+        RecordProgress("----- TaskPool UnInit end -----");
+        m_bEnding = false;
+        return;
+    }
+    DestroyInstance();
+    // This object is gone from here on.
+    RecordProgress("----- TaskPool UnInit end -----");
+}
+
+void CLS_QuenTaskPool::KillTaskAll()
+{
+    if (m_bEnding)
+    {
+        return;
+    }
+    const bool bPoolThread = IsPoolThread();
+    UnInit();
+    // This object is gone already, unless UnInit failed. It always fails on a thread that it has to wait for;
+    // such a thread cannot destroy the pool either.
+    if (!bPoolThread)
+    {
+        DestroyInstance();
+    }
+}
+
+/// Whether the calling thread is one that the end of the pool waits for.
+bool CLS_QuenTaskPool::IsPoolThread()
+{
+    for (const auto* const pThread : {&m_pTaskingThread, &m_pLoopThread, &m_pOvertimeThread})
+    {
+        if (*pThread && (*pThread)->get_id() == std::this_thread::get_id())
+        {
+            return true;
+        }
+    }
+    const std::shared_lock<std::shared_mutex> lock(m_smThreadTaskLock);
+    return std::any_of(m_mapThreadTask.begin(), m_mapThreadTask.end(),
+                       [](const auto& _pairEntry) { return _pairEntry.first->IsOwnThread(); });
+}
+
+/// Tells the service threads to end and waits for them.
+void CLS_QuenTaskPool::EndServiceThreads()
+{
+    {
+        const std::lock_guard<std::mutex> lock(m_mtxWaitingTasks);
+        m_bRun.exchange(false);
+    }
+    m_cvWaitingTasks.notify_one();
+    EndThread(m_pTaskingThread);
+    EndThread(m_pLoopThread);
+    EndThread(m_pOvertimeThread);
+}
+
+void CLS_QuenTaskPool::ForgetLoopTasks()
+{
+    const std::unique_lock<std::shared_mutex> lock(m_smLoopTasksLock);
+    m_vecLoopTasks.clear();
+}
+
+/// Stops every task that is bound to a worker, one after the other. Returns the workers whose run outlasted
+/// that.
+std::vector<CLS_TaskThread*> CLS_QuenTaskPool::StopBoundTasks()
+{
+    std::vector<CLS_TaskThread*> vecOverrun;
+    for (const auto& [pThread, strTaskId] : CopyBindings())
+    {
+        const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(strTaskId).lock();
+        if (pTask && !pTask->Stop())
+        {
+            vecOverrun.push_back(pThread);
+        }
+    }
+    return vecOverrun;
+}
+
+/// Ends and frees every worker that is out of its run, or gets there within RUN_LIMIT: Stop returns as soon
+/// as the task is idle, while the worker still has a few steps to take, and it cannot wait for a task that
+/// was removed. A worker in _vecOverrun was waited for already; when it still runs, it is left to itself.
+void CLS_QuenTaskPool::EndWorkers(const std::vector<CLS_TaskThread*>& _vecOverrun)
+{
+    const auto tpLimit = std::chrono::steady_clock::now() + RUN_LIMIT;
+    while (CLS_TaskThread* const pThread = FindWorker())
+    {
+        const bool bOverrun = std::find(_vecOverrun.begin(), _vecOverrun.end(), pThread) != _vecOverrun.end();
+        const auto nsLeft =
+            bOverrun ? std::chrono::nanoseconds(0) : tpLimit - std::chrono::steady_clock::now();
+        if (pThread->GetRunGate().Close(nsLeft))
+        {
+            pThread->Exit();
+            ForgetWorker(pThread);
+            delete pThread;
+        }
+        else
+        {
+            ForgetWorker(pThread);
+            Util::PinLibrary();
+        }
+    }
+}
+
+/// Any one of the workers; null when there is none left. One that could not be registered is on the idle
+/// list.
+CLS_TaskThread* CLS_QuenTaskPool::FindWorker()
+{
+    {
+        const std::shared_lock<std::shared_mutex> lock(m_smThreadTaskLock);
+        if (!m_mapThreadTask.empty())
+        {
+            return m_mapThreadTask.begin()->first;
+        }
+    }
+    return TakeIdleThread();
+}
+
+/// Drops the worker from the registry and from the idle list.
+void CLS_QuenTaskPool::ForgetWorker(CLS_TaskThread* _pThread)
+{
+    UnregisterThread(_pThread);
+    const std::lock_guard<std::mutex> lock(m_mtxIdleThreads);
+    m_vecIdleThreads.erase(std::remove(m_vecIdleThreads.begin(), m_vecIdleThreads.end(), _pThread),
+                           m_vecIdleThreads.end());
+}

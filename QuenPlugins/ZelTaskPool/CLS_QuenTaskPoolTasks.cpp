@@ -1,0 +1,230 @@
+// Submission, stopping and removal of tasks.
+
+#include "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool.h"
+#include "QuenPlugins/ZelTaskPool/TaskPoolRecord.h"
+
+#include <algorithm>
+
+using TaskPoolRecord::FILE_POOL;
+
+namespace
+{
+/// The interval of a task that runs once.
+constexpr int ONE_SHOT = -1;
+
+/// How often a removal takes what the owner's tasks have submitted meanwhile. Bounded, for a task may go on
+/// submitting for ever.
+constexpr int OWNER_ROUNDS = 30;
+
+/// How often, and how many times in all, a removal looks whether nobody else uses a task any more. As long as
+/// another thread's Stop may sleep on it.
+constexpr std::chrono::milliseconds REFERENCE_POLL{1};
+constexpr int REFERENCE_POLLS = 300;
+
+void InvalidateTasks(const std::list<std::string>& _lstTaskIds)
+{
+    for (const std::string& strTaskId : _lstTaskIds)
+    {
+        if (const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(strTaskId).lock())
+        {
+            pTask->SetValid(false);
+        }
+    }
+}
+
+/// The worker lets go of a task a moment after its run, and a service thread may be looking at it. Waiting
+/// for them makes the caller's reference the last one: when the removal returns, what the callable captured
+/// is gone. Whoever keeps the task for longer than that is not waited for. Takes its sleeps from _iPollsLeft.
+void WaitForLastReference(const std::shared_ptr<CLS_Task>& _pTask, int& _iPollsLeft)
+{
+    for (; _pTask.use_count() > 1 && _iPollsLeft > 0; --_iPollsLeft)
+    {
+        std::this_thread::sleep_for(REFERENCE_POLL);
+    }
+}
+
+/// Stops a task and takes it out of the registry. The reference outlives that: what the callable captured may
+/// call the pool, or end it, when it is destroyed, and must not do so under the registry's lock.
+void StopAndDelete(const std::string& _strTaskId, int& _iPollsLeft)
+{
+    const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(_strTaskId).lock();
+    const bool bStopped = pTask && pTask->Stop();
+    CLS_Task::DeleteTask(_strTaskId);
+    if (bStopped)
+    {
+        WaitForLastReference(pTask, _iPollsLeft);
+    }
+}
+
+/// Stops and deletes tasks, front to back. None starts any more from the beginning on, however long the first
+/// one still runs: their owner may be half torn down.
+void RemoveTasks(const std::list<std::string>& _lstTaskIds, int& _iPollsLeft)
+{
+    InvalidateTasks(_lstTaskIds);
+    for (const std::string& strTaskId : _lstTaskIds)
+    {
+        StopAndDelete(strTaskId, _iPollsLeft);
+    }
+}
+} // namespace
+
+bool CLS_QuenTaskPool::AddTmpTask(const std::function<void()>& _funTask, void* _pObj,
+                                  const std::string& _strCallInfo)
+{
+    if (_pObj == nullptr)
+    {
+        TaskPoolRecord::Make(FILE_POOL, "AddTmpTask", Logger::LOG_LEVEL_ERROR)
+            << "AddTmpTask error, nullptr == _pObj [" << _strCallInfo << "]";
+        return false;
+    }
+    try
+    {
+        const std::shared_ptr<CLS_Task> pTask = CLS_Task::CreateTask(_funTask, ONE_SHOT, _strCallInfo);
+        AddWaitingTasks(pTask->GetId());
+        // The task may have run by now. Its owner is noted all the same.
+        AddOwnedTask(pTask->GetId(), _pObj);
+        return true;
+    }
+    catch (...)
+    {
+        TaskPoolRecord::Make(FILE_POOL, "AddTmpTask", Logger::LOG_LEVEL_ERROR)
+            << "AddTmpTask error [" << _strCallInfo << "]";
+        return false;
+    }
+}
+
+/// Notes the owner of a task in both maps, or, when memory runs out, in none.
+void CLS_QuenTaskPool::AddOwnedTask(const std::string& _strTaskId, void* _pObj)
+{
+    std::list<std::string> lstTaskId{_strTaskId};
+    std::map<std::string, void*> mapOwner{{_strTaskId, _pObj}};
+    const std::lock_guard<std::mutex> lock(m_mtxTmpTasks);
+    std::list<std::string>& lstTaskIds = m_mapTmpTasks[_pObj];
+    lstTaskIds.splice(lstTaskIds.end(), lstTaskId);
+    m_mapTmpTaskOwner.merge(mapOwner);
+    m_mapTmpTaskOwner.at(_strTaskId) = _pObj;
+}
+
+void CLS_QuenTaskPool::AddLoopTask(const std::function<void()>& _funTask, int _iInterval,
+                                   std::string& _strTaskId, const std::string& _strCallInfo)
+{
+    try
+    {
+        const std::shared_ptr<CLS_Task> pTask = CLS_Task::CreateTask(_funTask, _iInterval, _strCallInfo);
+        _strTaskId = pTask->GetId();
+        AddWaitingTasks(pTask->GetId());
+        const std::unique_lock<std::shared_mutex> lock(m_smLoopTasksLock);
+        m_vecLoopTasks.push_back(pTask->GetId());
+    }
+    catch (...)
+    {
+        TaskPoolRecord::Make(FILE_POOL, "AddLoopTask", Logger::LOG_LEVEL_ERROR)
+            << "AddLoopTask error [" << _strCallInfo << "]";
+    }
+}
+
+void CLS_QuenTaskPool::StopTask(const std::string& _strTaskId)
+{
+    if (const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(_strTaskId).lock())
+    {
+        pTask->Stop();
+    }
+}
+
+void CLS_QuenTaskPool::RemoveTmpTask(const std::string& _strTaskId)
+{
+    const std::lock_guard<std::mutex> lock(m_mtxTmpTasks);
+    const auto itOwner = m_mapTmpTaskOwner.find(_strTaskId);
+    if (itOwner == m_mapTmpTaskOwner.end())
+    {
+        return;
+    }
+    const auto itTasks = m_mapTmpTasks.find(itOwner->second);
+    if (itTasks != m_mapTmpTasks.end())
+    {
+        std::list<std::string>& lstTaskIds = itTasks->second;
+        const auto itTaskId = std::find(lstTaskIds.begin(), lstTaskIds.end(), _strTaskId);
+        if (itTaskId != lstTaskIds.end())
+        {
+            lstTaskIds.erase(itTaskId);
+        }
+        if (lstTaskIds.empty())
+        {
+            m_mapTmpTasks.erase(itTasks);
+        }
+    }
+    m_mapTmpTaskOwner.erase(itOwner);
+}
+
+void CLS_QuenTaskPool::RemoveTmpTask(void* _pObj, const std::string& _strCallInfo)
+{
+    try
+    {
+        int iPollsLeft = REFERENCE_POLLS;
+        int iRoundsLeft = OWNER_ROUNDS;
+        std::list<std::string> lstTaskIds = TakeOwnedTasks(_pObj);
+        while (!lstTaskIds.empty())
+        {
+            RemoveTasks(lstTaskIds, iPollsLeft);
+            lstTaskIds.clear();
+            // A task that was still running may have submitted more for the same owner. What it captured may
+            // have ended the pool: the members are touched only while this is the pool.
+            if (--iRoundsLeft > 0 && m_pInstance == this)
+            {
+                lstTaskIds = TakeOwnedTasks(_pObj);
+            }
+        }
+    }
+    catch (...)
+    {
+        TaskPoolRecord::Make(FILE_POOL, "RemoveTmpTask", Logger::LOG_LEVEL_ERROR)
+            << "RemoveTmpTask error [" << _strCallInfo << "]";
+    }
+}
+
+/// Drops the owner from both maps and returns its ids.
+std::list<std::string> CLS_QuenTaskPool::TakeOwnedTasks(void* _pObj)
+{
+    const std::lock_guard<std::mutex> lock(m_mtxTmpTasks);
+    auto clsEntry = m_mapTmpTasks.extract(_pObj);
+    if (clsEntry.empty())
+    {
+        return {};
+    }
+    for (const std::string& strTaskId : clsEntry.mapped())
+    {
+        m_mapTmpTaskOwner.erase(strTaskId);
+    }
+    return std::move(clsEntry.mapped());
+}
+
+void CLS_QuenTaskPool::RemoveTask(const std::string& _strTaskId, const std::string& _strCallInfo)
+{
+    try
+    {
+        int iPollsLeft = REFERENCE_POLLS;
+        ForgetLoopTask(_strTaskId);
+        StopAndDelete(_strTaskId, iPollsLeft);
+    }
+    catch (...)
+    {
+        TaskPoolRecord::Make(FILE_POOL, "RemoveTask", Logger::LOG_LEVEL_ERROR)
+            << "RemoveTask error [" << _strCallInfo << "]";
+    }
+}
+
+/// Drops the first occurrence of the id from the list of loop tasks.
+void CLS_QuenTaskPool::ForgetLoopTask(const std::string& _strTaskId)
+{
+    const std::unique_lock<std::shared_mutex> lock(m_smLoopTasksLock);
+    const auto itTask = std::find(m_vecLoopTasks.begin(), m_vecLoopTasks.end(), _strTaskId);
+    if (itTask != m_vecLoopTasks.end())
+    {
+        m_vecLoopTasks.erase(itTask);
+    }
+}
+
+void CLS_QuenTaskPool::KillTask(const std::string& _strTaskId, const std::string& _strCallInfo)
+{
+    RemoveTask(_strTaskId, _strCallInfo);
+}

@@ -1,0 +1,47 @@
+#pragma once
+
+#include "QuenPlugins/ZelTaskPool/Export.h"
+
+#include <functional>
+#include <string>
+
+/// The pool's functions with plain names, for hosts that load the library as a plug-in.
+///
+/// A host that links nothing includes this header for the types alone and looks the names up:
+///
+///     auto pAddTmpTask = reinterpret_cast<decltype(&AddTmpTask)>(dlsym(pLibrary, "AddTmpTask"));
+///
+/// Host and library must use the same C++ standard library: texts and callables cross the boundary.
+///
+/// Each function builds the pool when there is none, then forwards to the member of CLS_QuenTaskPool with
+/// the same name; what the member does, blocks on and records is written there. Building the pool is not
+/// synchronised: the first call must not race another. When the pool cannot be built (no thread or no
+/// memory to be had), the exception goes to the caller, nothing is left behind, and a later call tries again.
+extern "C"
+{
+    /// Runs _funTask once in the background, on behalf of the owner _pObj. False, with a record, for a null
+    /// owner or when the task could not be queued.
+    ZEL_TASKPOOL_EXPORT bool AddTmpTask(const std::function<void()>& _funTask, void* _pObj,
+                                        const std::string& _strCallInfo);
+
+    /// Cancels everything that _pObj submitted; waits, up to about 9 seconds a task, for what is running.
+    ZEL_TASKPOOL_EXPORT void RemoveTmpTask(void* _pObj, const std::string& _strCallInfo);
+
+    /// Runs _funTask at once, and again each time _iInterval milliseconds after its last run ended. Writes
+    /// the task's id to _strTaskId; on failure there is a record.
+    ZEL_TASKPOOL_EXPORT void AddLoopTask(const std::function<void()>& _funTask, int _iInterval,
+                                         std::string& _strTaskId, const std::string& _strCallInfo);
+
+    /// Stops and forgets the task with this id; waits, up to about 9 seconds, for a run in progress.
+    ZEL_TASKPOOL_EXPORT void RemoveTask(const std::string& _strTaskId, const std::string& _strCallInfo);
+
+    /// The same as RemoveTask.
+    ZEL_TASKPOOL_EXPORT void KillTask(const std::string& _strTaskId, const std::string& _strCallInfo);
+
+    /// Ends the pool, as UnInit does, and leaves none behind even when UnInit failed. Not from a task.
+    ZEL_TASKPOOL_EXPORT void KillTaskAll();
+
+    /// Ends the pool: waits, up to about 9 seconds a task, for what is running, then frees everything.
+    /// Not to be called from a task. The next call of any function builds a new pool.
+    ZEL_TASKPOOL_EXPORT void UnInit();
+}

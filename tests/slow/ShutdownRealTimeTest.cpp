@@ -1,0 +1,97 @@
+#include "tests/unit/ShutdownFixture.h"
+
+namespace
+{
+using ::testing::ElementsAre;
+
+/// The bounds of the pool's end, with the clock running as it does.
+class ShutdownRealTimeTest : public CLS_ShutdownFixture
+{
+protected:
+    static constexpr std::chrono::seconds BOUND{9};
+    /// Two bounds one after the other would take longer, by several seconds.
+    static constexpr std::chrono::seconds ONE_BOUND_AT_MOST{15};
+
+    /// Takes the task of a run out of the registry while it runs.
+    static void RemoveDuringRun(const HeldRun& _pRun) { CLS_Task::DeleteTask(_pRun->m_strTaskId); }
+
+    /// Ends the pool and returns how long that took.
+    static std::chrono::nanoseconds EndPool()
+    {
+        const auto tpStart = std::chrono::steady_clock::now();
+        CLS_QuenTaskPool::m_pInstance->UnInit();
+        EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
+        return std::chrono::steady_clock::now() - tpStart;
+    }
+
+    void SetUp() override
+    {
+        CLS_ShutdownFixture::SetUp();
+        m_iThreads = CountThreads();
+    }
+
+    int m_iThreads = 0;
+};
+
+TEST_F(ShutdownRealTimeTest, ReturnsAfterTheBoundAndLetsTheRunEndLater)
+{
+    const HeldRun pRun = StartHeldRun(MakePool());
+    const std::chrono::nanoseconds nsTaken = EndPool();
+    EXPECT_GE(nsTaken, BOUND);
+    EXPECT_LT(nsTaken, ONE_BOUND_AT_MOST);
+    EXPECT_FALSE(pRun->m_clsOver.IsOpen());
+    EXPECT_THAT(LogRecorder::Take(),
+                ElementsAre(IsBegin(), IsStart(), IsWaiting(pRun, 11), IsWaiting(pRun, 21),
+                            IsWaiting(pRun, 31), IsOvertime(pRun), IsEnd()));
+    EXPECT_TRUE(WaitForThreads(m_iThreads + 1));
+    EndHeldRun(pRun);
+    EXPECT_TRUE(WaitForThreads(m_iThreads));
+}
+
+TEST_F(ShutdownRealTimeTest, WaitsOnceForAllRunsWhoseTasksWereRemoved)
+{
+    CLS_QuenTaskPool& clsPool = MakePool();
+    const HeldRun pFirst = StartHeldRun(clsPool);
+    const HeldRun pSecond = StartHeldRun(clsPool);
+    RemoveDuringRun(pFirst);
+    RemoveDuringRun(pSecond);
+    const std::chrono::nanoseconds nsTaken = EndPool();
+    EXPECT_GE(nsTaken, BOUND);
+    EXPECT_LT(nsTaken, ONE_BOUND_AT_MOST);
+    EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsBegin(), IsStart(), IsEnd()));
+
+    // A new pool, at the same address if the memory is given out again.
+    CLS_QuenTaskPool& clsNew = MakePool();
+    RunShortTask(clsNew);
+    const std::map<CLS_TaskThread*, std::string> mapBefore = CopyWorkers(clsNew);
+    EXPECT_TRUE(WaitForThreads(m_iThreads + 2 + 3 + 1));
+    pFirst->m_clsMayEnd.Open();
+    pSecond->m_clsMayEnd.Open();
+    EXPECT_TRUE(WaitForThreads(m_iThreads + 3 + 1));
+    EXPECT_TRUE(pFirst->m_clsOver.IsOpen());
+    EXPECT_TRUE(pSecond->m_clsOver.IsOpen());
+    EXPECT_EQ(mapBefore, CopyWorkers(clsNew));
+    EXPECT_THAT(GetIdleOrder(clsNew), ElementsAre(0));
+    EXPECT_THAT(clsNew.m_mapTmpTaskOwner, ::testing::IsEmpty());
+}
+
+TEST_F(ShutdownRealTimeTest, WaitsForARemovedRunThatEndsWithinTheBound)
+{
+    const HeldRun pRun = StartHeldRun(MakePool());
+    CLS_TaskThread* const pThread = FindWorker(*CLS_QuenTaskPool::m_pInstance, pRun->m_strTaskId);
+    ASSERT_NE(nullptr, pThread);
+    RemoveDuringRun(pRun);
+    CLS_Side clsHelper(
+        [&]
+        {
+            EXPECT_TRUE(WaitUntil([&] { return IsGateClosed(*pThread); }));
+            std::this_thread::sleep_for(std::chrono::seconds(1));
+            pRun->m_clsMayEnd.Open();
+        });
+    const std::chrono::nanoseconds nsTaken = EndPool();
+    EXPECT_TRUE(pRun->m_clsOver.IsOpen());
+    EXPECT_GE(nsTaken, std::chrono::seconds(1));
+    EXPECT_LT(nsTaken, BOUND);
+    EXPECT_TRUE(clsHelper.Wait());
+}
+} // namespace

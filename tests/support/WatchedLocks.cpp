@@ -1,0 +1,172 @@
+#include "tests/support/WatchedLocks.h"
+
+#include <array>
+#include <atomic>
+#include <dlfcn.h>
+#include <pthread.h>
+
+namespace
+{
+constexpr std::size_t MOST_LOCKS = CLS_WatchedLocks::MOST_LOCKS;
+
+std::atomic<int> s_iWatch{0}; ///< the number of the watch that lives; 0 when there is none
+std::atomic<int> s_iNested{0};
+std::atomic<std::size_t> s_iInnermost{MOST_LOCKS};
+std::array<std::atomic<const void*>, MOST_LOCKS> s_arrLocks{};
+std::array<std::atomic<int>, MOST_LOCKS> s_arrTaken{};
+
+/// What the thread holds, as of the watch with this number.
+thread_local int t_iWatch = 0;
+thread_local std::array<bool, MOST_LOCKS> t_arrHeld{};
+
+std::size_t FindLock(const void* _pLock)
+{
+    std::size_t iLock = 0;
+    while (iLock < MOST_LOCKS && s_arrLocks[iLock] != _pLock)
+    {
+        ++iLock;
+    }
+    return iLock;
+}
+
+void NoteTaken(std::size_t _iLock)
+{
+    ++s_arrTaken[_iLock];
+    for (const bool bHeld : t_arrHeld)
+    {
+        if (bHeld && _iLock != s_iInnermost)
+        {
+            ++s_iNested;
+            break;
+        }
+    }
+    t_arrHeld[_iLock] = true;
+}
+
+/// Notes that the thread is about to take the lock, or has given it back.
+void Note(const void* _pLock, bool _bTaken)
+{
+    const int iWatch = s_iWatch;
+    const std::size_t iLock = iWatch == 0 ? MOST_LOCKS : FindLock(_pLock);
+    if (iLock == MOST_LOCKS)
+    {
+        return;
+    }
+    if (t_iWatch != iWatch)
+    {
+        t_iWatch = iWatch;
+        t_arrHeld.fill(false);
+    }
+    if (_bTaken)
+    {
+        NoteTaken(iLock);
+    }
+    else
+    {
+        t_arrHeld[iLock] = false;
+    }
+}
+
+template <typename Lock>
+using LockFun = int (*)(Lock*);
+
+/// The function that would have been called without those below.
+template <typename Lock>
+LockFun<Lock> GetNext(LockFun<Lock> _funSanitizers, const char* _szName)
+{
+    return _funSanitizers != nullptr ? _funSanitizers
+                                     : reinterpret_cast<LockFun<Lock>>(dlsym(RTLD_NEXT, _szName));
+}
+} // namespace
+
+CLS_WatchedLocks::CLS_WatchedLocks()
+{
+    static int s_iLastWatch = 0;
+    s_iNested = 0;
+    s_iWatch = ++s_iLastWatch;
+}
+
+CLS_WatchedLocks::~CLS_WatchedLocks()
+{
+    s_iWatch = 0;
+    s_iInnermost = MOST_LOCKS;
+    for (std::size_t i = 0; i < MOST_LOCKS; ++i)
+    {
+        s_arrLocks[i] = nullptr;
+        s_arrTaken[i] = 0;
+    }
+}
+
+void CLS_WatchedLocks::Watch(const void* _pLock)
+{
+    s_arrLocks.at(FindLock(nullptr)) = _pLock;
+}
+
+void CLS_WatchedLocks::WatchInnermost(std::shared_mutex& _smInnermost)
+{
+    s_iInnermost = FindLock(nullptr);
+    Watch(_smInnermost);
+}
+
+std::vector<int> CLS_WatchedLocks::GetTaken() const
+{
+    std::vector<int> vecTaken;
+    for (std::size_t i = 0; i < FindLock(nullptr); ++i)
+    {
+        vecTaken.push_back(s_arrTaken[i]);
+    }
+    return vecTaken;
+}
+
+int CLS_WatchedLocks::GetNested() const
+{
+    return s_iNested;
+}
+
+extern "C"
+{
+    // A sanitizer's stand-ins for the system's functions, where one is linked into the program.
+    __attribute__((weak)) int __interceptor_pthread_mutex_lock(pthread_mutex_t*);
+    __attribute__((weak)) int __interceptor_pthread_mutex_unlock(pthread_mutex_t*);
+    __attribute__((weak)) int __interceptor_pthread_rwlock_rdlock(pthread_rwlock_t*);
+    __attribute__((weak)) int __interceptor_pthread_rwlock_wrlock(pthread_rwlock_t*);
+    __attribute__((weak)) int __interceptor_pthread_rwlock_unlock(pthread_rwlock_t*);
+
+    // Stand in front of the system's functions in every program that is linked with this file.
+    int pthread_mutex_lock(pthread_mutex_t* _pLock) noexcept
+    {
+        static const auto s_funNext = GetNext(&__interceptor_pthread_mutex_lock, "pthread_mutex_lock");
+        Note(_pLock, true);
+        return s_funNext(_pLock);
+    }
+
+    int pthread_mutex_unlock(pthread_mutex_t* _pLock) noexcept
+    {
+        static const auto s_funNext = GetNext(&__interceptor_pthread_mutex_unlock, "pthread_mutex_unlock");
+        const int iResult = s_funNext(_pLock);
+        Note(_pLock, false);
+        return iResult;
+    }
+
+    int pthread_rwlock_rdlock(pthread_rwlock_t* _pLock) noexcept
+    {
+        static const auto s_funNext = GetNext(&__interceptor_pthread_rwlock_rdlock, "pthread_rwlock_rdlock");
+        Note(_pLock, true);
+        return s_funNext(_pLock);
+    }
+
+    int pthread_rwlock_wrlock(pthread_rwlock_t* _pLock) noexcept
+    {
+        static const auto s_funNext = GetNext(&__interceptor_pthread_rwlock_wrlock, "pthread_rwlock_wrlock");
+        Note(_pLock, true);
+        return s_funNext(_pLock);
+    }
+
+    int pthread_rwlock_unlock(pthread_rwlock_t* _pLock) noexcept
+    {
+        static const auto s_funNext = GetNext(&__interceptor_pthread_rwlock_unlock, "pthread_rwlock_unlock");
+        const int iResult = s_funNext(_pLock);
+        Note(_pLock, false);
+        return iResult;
+    }
+}

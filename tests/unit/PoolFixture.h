@@ -1,0 +1,85 @@
+#pragma once
+
+#include "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool.h"
+#include "tests/support/FastSleep.h"
+#include "tests/support/TaskFixture.h"
+#include "tests/support/Waiting.h"
+
+#include <functional>
+#include <gtest/gtest.h>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+/// Base of the tests of the pool: each starts without a pool, with an empty registry and no record, and
+/// leaves it so. A test lets its own tasks end (opens its gates) before it returns.
+class CLS_PoolFixture : public CLS_TaskFixture
+{
+protected:
+    void TearDown() override
+    {
+        LogRecorder::SetHook({});
+        if (CLS_QuenTaskPool* const pPool = CLS_QuenTaskPool::m_pInstance)
+        {
+            EndServices(*pPool);
+            pPool->m_bRun = true; // a run that ends only now is to end as usual
+            pPool->UnInit();
+        }
+        CLS_TaskThread::SetWaitingOvertime(300000);
+        CLS_TaskFixture::TearDown();
+    }
+
+    /// The pool, with its service threads at work.
+    static CLS_QuenTaskPool& MakePool() { return *CLS_QuenTaskPool::GetInstance(); }
+
+    /// The pool without service threads, yet not ending: the test makes the passes itself, in its own time.
+    /// Workers are real. Not while a CLS_FastSleep lives.
+    static CLS_QuenTaskPool& MakeStillPool()
+    {
+        CLS_QuenTaskPool& clsPool = MakePool();
+        EndServices(clsPool);
+        clsPool.m_bRun = true;
+        return clsPool;
+    }
+
+    /// Gives a still pool its dispatcher back. TearDown ends it.
+    static void StartDispatcher(CLS_QuenTaskPool& _clsPool)
+    {
+        _clsPool.m_pTaskingThread =
+            std::make_unique<std::thread>([&_clsPool] { _clsPool.FunTaskingThread(); });
+    }
+
+    /// A registered task that is not queued; returns its id.
+    static std::string MakeTask(const std::function<void()>& _funTask, int _iInterval = -1)
+    {
+        return CLS_Task::CreateTask(_funTask, _iInterval, "call")->GetId();
+    }
+
+    /// The order ids of the idle list, first to last; -1 for an empty slot.
+    static std::vector<int> GetIdleOrder(CLS_QuenTaskPool& _clsPool)
+    {
+        std::vector<int> vecOrder;
+        const std::lock_guard<std::mutex> lock(_clsPool.m_mtxIdleThreads);
+        for (CLS_TaskThread* const pThread : _clsPool.m_vecIdleThreads)
+        {
+            vecOrder.push_back(pThread == nullptr ? -1 : pThread->GetOrderId());
+        }
+        return vecOrder;
+    }
+
+    /// Whether so many workers are idle, within the limit.
+    [[nodiscard]] static bool WaitForIdle(CLS_QuenTaskPool& _clsPool, std::size_t _iWorkers)
+    {
+        return WaitUntil([&] { return GetIdleOrder(_clsPool).size() == _iWorkers; });
+    }
+
+private:
+    /// Joins the service threads without waiting for the watchdog's step.
+    static void EndServices(CLS_QuenTaskPool& _clsPool)
+    {
+        const CLS_FastSleep clsFastSleep;
+        _clsPool.EndServiceThreads();
+    }
+};

@@ -1,0 +1,84 @@
+#include "tests/support/PoolView.h"
+#include "tests/support/WatchedLocks.h"
+#include "tests/unit/PoolFixture.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <string>
+
+namespace
+{
+using ::testing::Each;
+using ::testing::Gt;
+
+using PoolLocksTest = CLS_PoolFixture;
+
+TEST_F(PoolLocksTest, WatchSeesALockThatIsTakenUnderAnother)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    CLS_WatchedLocks clsWatch;
+    clsWatch.Watch(clsPool.m_mtxIdleThreads);
+    clsWatch.Watch(clsPool.m_smThreadTaskLock);
+    clsWatch.WatchInnermost(CLS_Task::m_smTaskDataLock);
+    {
+        const std::lock_guard<std::mutex> lock(clsPool.m_mtxIdleThreads);
+        CLS_Task::GetTask("");
+        EXPECT_EQ(0, clsWatch.GetNested());
+        EXPECT_EQ(0, clsPool.GetTaskThreadNum());
+        EXPECT_EQ(1, clsWatch.GetNested());
+    }
+    EXPECT_EQ(0, clsPool.GetTaskThreadNum());
+    EXPECT_EQ(1, clsWatch.GetNested());
+    const std::shared_lock<std::shared_mutex> lock(CLS_Task::m_smTaskDataLock);
+    EXPECT_EQ(0, clsPool.GetTaskThreadNum());
+    EXPECT_EQ(2, clsWatch.GetNested());
+}
+
+TEST_F(PoolLocksTest, NobodyHoldsTwoLocksOfThePool)
+{
+    CLS_QuenTaskPool& clsPool = MakePool();
+    CLS_WatchedLocks clsWatch;
+    clsWatch.Watch(clsPool.m_mtxWaitingTasks);
+    clsWatch.Watch(clsPool.m_smLoopTasksLock);
+    clsWatch.Watch(clsPool.m_mtxTmpTasks);
+    clsWatch.Watch(clsPool.m_mtxIdleThreads);
+    clsWatch.Watch(clsPool.m_smThreadTaskLock);
+    clsWatch.WatchInnermost(CLS_Task::m_smTaskDataLock);
+
+    int iOwner = 0;
+    int iOther = 0;
+    CLS_Counter clsRuns;
+    CLS_Counter clsStarted;
+    CLS_Gate clsFree;
+    std::string strLoopId;
+    clsPool.AddLoopTask([&] { clsRuns.Add(); }, 0, strLoopId, "call");
+    const auto funTask = [&]
+    {
+        clsStarted.Add();
+        EXPECT_TRUE(clsFree.Wait());
+    };
+    for (int i = 0; i < 8; ++i)
+    {
+        EXPECT_TRUE(clsPool.AddTmpTask(funTask, &iOwner, "call"));
+    }
+    EXPECT_TRUE(clsPool.AddTmpTask(funTask, &iOther, "call"));
+    EXPECT_TRUE(clsRuns.Wait(3));
+    EXPECT_TRUE(clsStarted.Wait(9));
+    clsPool.ReportBusy(1);
+    clsFree.Open();
+    clsPool.StopTask(strLoopId);
+    clsPool.RemoveTask(strLoopId, "call");
+    clsPool.RemoveTmpTask(&iOwner, "call");
+    EXPECT_TRUE(PoolView::WaitForAllIdle(clsPool));
+    EXPECT_TRUE(clsPool.AddTmpTask(funTask, &iOwner, "call"));
+    EXPECT_TRUE(clsStarted.Wait(10));
+    EXPECT_TRUE(PoolView::WaitForAllIdle(clsPool));
+    CLS_TaskThread::SetWaitingOvertime(0);
+    clsPool.OvertimePass();
+    EXPECT_EQ(0, clsPool.GetTaskThreadNum());
+    clsPool.CreateTaskThread();
+    clsPool.UnInit();
+    EXPECT_EQ(0, clsWatch.GetNested());
+    EXPECT_THAT(clsWatch.GetTaken(), Each(Gt(0)));
+}
+} // namespace

@@ -1,0 +1,288 @@
+#include "tests/support/PoolView.h"
+#include "tests/support/RecordMatchers.h"
+#include "tests/unit/PoolFixture.h"
+
+#include <atomic>
+#include <chrono>
+#include <climits>
+#include <gmock/gmock.h>
+
+namespace
+{
+using PoolView::GetTask;
+using std::chrono::hours;
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+constexpr milliseconds POLL{10};
+constexpr int HOUR = 3600000;
+
+class PoolLoopTest : public CLS_PoolFixture
+{
+protected:
+    /// A listed loop task that is idle and not queued, and whose last run ended two hours ago.
+    static std::string MakeListedTask(CLS_QuenTaskPool& _clsPool, int _iInterval = HOUR)
+    {
+        const std::string strTaskId = MakeTask([] {}, _iInterval);
+        SetLastRun(strTaskId, hours(2));
+        PoolView::AddToLoopTasks(_clsPool, strTaskId);
+        return strTaskId;
+    }
+
+    static void SetLastRun(const std::string& _strTaskId, steady_clock::duration _nsAgo)
+    {
+        GetTask(_strTaskId)->m_tpLastRun = steady_clock::now() - _nsAgo;
+    }
+};
+
+TEST_F(PoolLoopTest, DueTasksAreQueuedInListOrderAndWait)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    const std::string strFirst = MakeListedTask(clsPool);
+    const std::string strSecond = MakeListedTask(clsPool);
+    const std::string strThird = MakeListedTask(clsPool);
+    {
+        const std::unique_lock<std::shared_mutex> lock(clsPool.m_smLoopTasksLock);
+        clsPool.m_vecLoopTasks = {strThird, strFirst, strSecond};
+    }
+    clsPool.LoopPass();
+    EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strThird, strFirst, strSecond));
+    EXPECT_THAT(PoolView::GetLoopTasks(clsPool), ElementsAre(strThird, strFirst, strSecond));
+    for (const std::string& strTaskId : {strFirst, strSecond, strThird})
+    {
+        EXPECT_EQ(TASK_STATUS_WAITING, GetTask(strTaskId)->GetTaskStatus());
+    }
+    clsPool.LoopPass();
+    EXPECT_EQ(3U, PoolView::GetQueue(clsPool).size()) << "a task that waits was queued again";
+    EXPECT_THAT(LogRecorder::Take(), IsEmpty());
+}
+
+TEST_F(PoolLoopTest, MissingTasksAreSkippedWithoutAWord)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    PoolView::AddToLoopTasks(clsPool, "nobody's id");
+    const std::string strGone = MakeListedTask(clsPool);
+    CLS_Task::DeleteTask(strGone);
+    const std::string strDue = MakeListedTask(clsPool);
+    PoolView::AddToLoopTasks(clsPool, "");
+    clsPool.LoopPass();
+    EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strDue));
+    EXPECT_THAT(PoolView::GetLoopTasks(clsPool), ElementsAre("nobody's id", strGone, strDue, ""));
+    EXPECT_THAT(PoolView::GetRegistered(), ElementsAre(strDue));
+    EXPECT_THAT(LogRecorder::Take(), IsEmpty());
+}
+
+TEST_F(PoolLoopTest, TaskThatIsNotDueIsNotQueued)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    const std::string strEarly = MakeListedTask(clsPool);
+    SetLastRun(strEarly, milliseconds(HOUR / 2));
+    const std::string strLongest = MakeListedTask(clsPool, INT_MAX);
+    const std::string strStopped = MakeListedTask(clsPool);
+    clsPool.StopTask(strStopped);
+    std::vector<std::string> vecBusy;
+    for (const n_TaskStatus nStatus : {TASK_STATUS_WAITING, TASK_STATUS_RUNNING})
+    {
+        vecBusy.push_back(MakeListedTask(clsPool, 0));
+        GetTask(vecBusy.back())->SetTaskStatus(nStatus);
+    }
+    clsPool.LoopPass();
+    EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
+    EXPECT_THAT(PoolView::GetLoopTasks(clsPool),
+                ElementsAre(strEarly, strLongest, strStopped, vecBusy[0], vecBusy[1]));
+    SetLastRun(strEarly, milliseconds(HOUR));
+    clsPool.LoopPass();
+    EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strEarly));
+    GetTask(vecBusy[1])->SetTaskStatus(TASK_STATUS_IDLE);
+    EXPECT_THAT(LogRecorder::Take(), IsEmpty());
+}
+
+TEST_F(PoolLoopTest, IntervalCountsFromTheEndOfTheRun)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    CLS_Gate clsStarted;
+    CLS_Gate clsMayEnd;
+    std::string strTaskId;
+    clsPool.AddLoopTask(
+        [&]
+        {
+            clsStarted.Open();
+            EXPECT_TRUE(clsMayEnd.Wait());
+        },
+        HOUR, strTaskId, "");
+    clsPool.DispatchPass();
+    ASSERT_TRUE(clsStarted.Wait());
+    SetLastRun(strTaskId, hours(2)); // the interval has passed in the middle of the run
+    clsPool.LoopPass();
+    EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
+    clsMayEnd.Open();
+    ASSERT_TRUE(WaitForIdle(clsPool, 1));
+    clsPool.LoopPass();
+    EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
+    SetLastRun(strTaskId, hours(1));
+    clsPool.LoopPass();
+    EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strTaskId));
+}
+
+TEST_F(PoolLoopTest, IntervalOfZeroOrLessIsDueOnEveryPassOnceIdle)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    for (const int iInterval : {0, -1, INT_MIN})
+    {
+        std::atomic<int> iRuns{0};
+        std::string strTaskId;
+        clsPool.AddLoopTask([&] { ++iRuns; }, iInterval, strTaskId, "");
+        for (int iRun = 1; iRun <= 5; ++iRun)
+        {
+            EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strTaskId));
+            clsPool.DispatchPass();
+            EXPECT_TRUE(WaitForIdle(clsPool, 1));
+            EXPECT_EQ(iRun, iRuns);
+            clsPool.LoopPass();
+        }
+        clsPool.RemoveTask(strTaskId, "");
+        PoolView::ClearQueue(clsPool);
+    }
+}
+
+TEST_F(PoolLoopTest, StoppedTaskIsNeverQueuedAgainAndStaysListed)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    std::atomic<int> iRuns{0};
+    std::string strTaskId;
+    clsPool.AddLoopTask([&] { ++iRuns; }, 0, strTaskId, "");
+    clsPool.DispatchPass();
+    ASSERT_TRUE(WaitForIdle(clsPool, 1));
+    clsPool.StopTask(strTaskId);
+    for (const steady_clock::duration nsAgo : {hours(0), hours(1000)})
+    {
+        SetLastRun(strTaskId, nsAgo);
+        clsPool.LoopPass();
+        EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
+    }
+    EXPECT_THAT(PoolView::GetLoopTasks(clsPool), ElementsAre(strTaskId));
+    EXPECT_EQ(1, iRuns);
+}
+
+TEST_F(PoolLoopTest, PassEndsEarlyWhenThePoolEnds)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    const std::string strFirst = MakeListedTask(clsPool);
+    const std::string strSecond = MakeListedTask(clsPool);
+    std::unique_lock<std::mutex> lock(clsPool.m_mtxWaitingTasks);
+    std::thread thPass([&] { clsPool.LoopPass(); });
+    // From here on the pass waits to queue the first task.
+    EXPECT_TRUE(WaitUntil([&] { return GetTask(strFirst)->GetTaskStatus() == TASK_STATUS_WAITING; }));
+    clsPool.m_bRun = false;
+    lock.unlock();
+    thPass.join();
+    EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strFirst));
+    EXPECT_EQ(TASK_STATUS_IDLE, GetTask(strSecond)->GetTaskStatus());
+    clsPool.LoopPass();
+    EXPECT_EQ(1U, PoolView::GetQueue(clsPool).size());
+}
+
+TEST_F(PoolLoopTest, PassWorksOnACopyOfTheListAndHoldsNoLockMeanwhile)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    const std::string strFirst = MakeListedTask(clsPool);
+    const std::string strSecond = MakeListedTask(clsPool);
+    std::unique_lock<std::mutex> lock(clsPool.m_mtxWaitingTasks);
+    std::thread thPass([&] { clsPool.LoopPass(); });
+    EXPECT_TRUE(WaitUntil([&] { return GetTask(strFirst)->GetTaskStatus() == TASK_STATUS_WAITING; }));
+    const bool bListFree = clsPool.m_smLoopTasksLock.try_lock();
+    EXPECT_TRUE(bListFree);
+    if (bListFree)
+    {
+        clsPool.m_vecLoopTasks.clear();
+        clsPool.m_smLoopTasksLock.unlock();
+    }
+    lock.unlock();
+    thPass.join();
+    EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strFirst, strSecond));
+}
+
+TEST_F(PoolLoopTest, ThreadSleepsTenMillisecondsAfterEachPass)
+{
+    for (const std::size_t iTasks : {0U, 2U})
+    {
+        CLS_QuenTaskPool& clsPool = MakeStillPool();
+        for (std::size_t iTask = 0; iTask < iTasks; ++iTask)
+        {
+            MakeListedTask(clsPool);
+        }
+        std::vector<milliseconds> vecSleeps;
+        {
+            const CLS_FastSleep clsFast(
+                [&](const ST_Sleep& _stSleep)
+                {
+                    vecSleeps.push_back(_stSleep.m_msAsked);
+                    EXPECT_EQ(iTasks, PoolView::GetQueue(clsPool).size()); // the pass comes first
+                    clsPool.m_bRun = vecSleeps.size() < 3;
+                },
+                milliseconds(2));
+            clsPool.FunLoopThread();
+        }
+        EXPECT_THAT(vecSleeps, ElementsAre(POLL, POLL, POLL));
+        EXPECT_EQ(iTasks, PoolView::GetQueue(clsPool).size());
+        clsPool.m_bRun = true;
+    }
+    EXPECT_THAT(LogRecorder::Take(), IsEmpty());
+}
+
+TEST_F(PoolLoopTest, ThreadReturnsAtOnceWhenThePoolHasEnded)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    MakeListedTask(clsPool);
+    clsPool.m_bRun = false;
+    {
+        const CLS_FastSleep clsFast({}, milliseconds(2));
+        clsPool.FunLoopThread();
+        EXPECT_THAT(clsFast.GetSleeps(), IsEmpty());
+    }
+    EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
+    EXPECT_THAT(LogRecorder::Take(), IsEmpty());
+}
+
+TEST_F(PoolLoopTest, LoopTasksRunAgainAndAgainSideBySide)
+{
+    CLS_QuenTaskPool& clsPool = MakePool();
+    CLS_Counter clsZero;
+    CLS_Counter clsNegative;
+    CLS_Counter clsShort;
+    CLS_Counter clsLong;
+    std::string strTaskId;
+    clsPool.AddLoopTask([&] { clsLong.Add(); }, HOUR, strTaskId, "");
+    clsPool.AddLoopTask([&] { clsZero.Add(); }, 0, strTaskId, "");
+    clsPool.AddLoopTask([&] { clsNegative.Add(); }, -1, strTaskId, "");
+    clsPool.AddLoopTask([&] { clsShort.Add(); }, 20, strTaskId, "");
+    EXPECT_TRUE(clsZero.Wait(5));
+    EXPECT_TRUE(clsNegative.Wait(5));
+    EXPECT_TRUE(clsShort.Wait(5));
+    EXPECT_TRUE(clsLong.Wait(1));
+    EXPECT_EQ(1, clsLong.Get());
+    clsPool.UnInit();
+}
+
+TEST_F(PoolLoopTest, NoLoopTaskIsQueuedAfterThePoolsEnd)
+{
+    CLS_QuenTaskPool& clsPool = MakePool();
+    CLS_Counter clsOld;
+    CLS_Counter clsNew;
+    std::string strOld;
+    std::string strNew;
+    clsPool.AddLoopTask([&] { clsOld.Add(); }, 0, strOld, "");
+    EXPECT_TRUE(clsOld.Wait(3));
+    clsPool.UnInit();
+    const int iRuns = clsOld.Get();
+    CLS_QuenTaskPool& clsNext = MakePool();
+    clsNext.AddLoopTask([&] { clsNew.Add(); }, 0, strNew, "");
+    EXPECT_TRUE(clsNew.Wait(5));
+    EXPECT_EQ(iRuns, clsOld.Get());
+    EXPECT_TRUE(PoolView::IsRegistered(strOld));
+    EXPECT_THAT(PoolView::GetLoopTasks(clsNext), ElementsAre(strNew));
+    clsNext.UnInit();
+}
+} // namespace

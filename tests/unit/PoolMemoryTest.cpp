@@ -1,0 +1,240 @@
+// What the pool does when memory runs out in the middle of an operation.
+
+#include "tests/support/PoolView.h"
+#include "tests/support/RecordMatchers.h"
+#include "tests/unit/PoolFixture.h"
+
+#include <array>
+#include <chrono>
+#include <cstdlib>
+#include <gmock/gmock.h>
+#include <new>
+
+// The sanitizers bring these functions themselves: there, calls of them are led to the ones below.
+#ifdef ZEL_TEST_WRAPPED_NEW
+#define OPERATOR_NEW __wrap__Znwm
+extern "C"
+{
+    void* __real__Znwm(std::size_t _uiSize);
+    void* __wrap__Znwm(std::size_t _uiSize);
+}
+#else
+#define OPERATOR_NEW operator new
+#endif
+
+namespace
+{
+/// So many allocations of this thread succeed before one fails; negative: none fails.
+thread_local int t_iUntilFailure = -1;
+
+void* AllocateReally(std::size_t _uiSize)
+{
+#ifdef ZEL_TEST_WRAPPED_NEW
+    return __real__Znwm(_uiSize);
+#else
+    void* const pMemory = std::malloc(_uiSize == 0 ? 1 : _uiSize);
+    return pMemory == nullptr ? throw std::bad_alloc() : pMemory;
+#endif
+}
+} // namespace
+
+void* OPERATOR_NEW(std::size_t _uiSize)
+{
+    if (t_iUntilFailure >= 0 && t_iUntilFailure-- == 0)
+    {
+        throw std::bad_alloc();
+    }
+    return AllocateReally(_uiSize);
+}
+
+#ifndef ZEL_TEST_WRAPPED_NEW
+/// Not inlined: the compiler would take the pair of "new" and "free" for a mistake.
+[[gnu::noinline]] void operator delete(void* _pMemory) noexcept
+{
+    std::free(_pMemory);
+}
+
+[[gnu::noinline]] void operator delete(void* _pMemory, std::size_t /*_uiSize*/) noexcept
+{
+    std::free(_pMemory);
+}
+#endif
+
+namespace
+{
+using std::chrono::hours;
+using std::chrono::milliseconds;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::IsSubsetOf;
+using ::testing::Pair;
+
+class PoolMemoryTest : public CLS_PoolFixture
+{
+protected:
+    void TearDown() override
+    {
+        t_iUntilFailure = -1;
+        CLS_PoolFixture::TearDown();
+    }
+
+    std::array<int, 2> m_arrOwners{}; ///< their addresses serve as owners
+};
+
+TEST_F(PoolMemoryTest, SubmissionThatFailsIsRecordedAndNotHalfNoted)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    void* const pOwner = &m_arrOwners[0];
+    ASSERT_TRUE(clsPool.AddTmpTask([] {}, pOwner, "who calls"));
+    const std::string strBefore = PoolView::GetQueue(clsPool).at(0);
+    int iFailures = 0;
+    int iQueued = 0;
+    for (void* const pSubmitter : {pOwner, static_cast<void*>(&m_arrOwners[1])})
+    {
+        for (int iAllocation = 0;; ++iAllocation)
+        {
+            const std::size_t uiQueued = PoolView::GetQueue(clsPool).size();
+            const std::function<void()> funTask = [] {};
+            const std::string strCallInfo = "who calls";
+            t_iUntilFailure = iAllocation;
+            const bool bAdded = clsPool.AddTmpTask(funTask, pSubmitter, strCallInfo);
+            t_iUntilFailure = -1;
+            if (bAdded)
+            {
+                break;
+            }
+            ++iFailures;
+            iQueued += static_cast<int>(PoolView::GetQueue(clsPool).size() - uiQueued);
+            ASSERT_THAT(LogRecorder::Take(),
+                        ElementsAre(IsPoolRecord(3, "AddTmpTask", "AddTmpTask error [who calls]")));
+            ASSERT_THAT(PoolView::GetOwned(clsPool), ElementsAre(Pair(pOwner, ElementsAre(strBefore))));
+            ASSERT_THAT(PoolView::GetOwners(clsPool), ElementsAre(Pair(strBefore, pOwner)));
+        }
+        clsPool.RemoveTmpTask(PoolView::GetQueue(clsPool).back());
+        EXPECT_THAT(LogRecorder::Take(), IsEmpty());
+    }
+    EXPECT_GT(iFailures, 10);
+    EXPECT_GE(iQueued, 4) << "no failure in the bookkeeping, which comes after the queue";
+}
+
+TEST_F(PoolMemoryTest, SubmissionOfALoopTaskThatFailsIsRecordedAndNotListed)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    int iBeforeId = 0;
+    int iAfterId = 0;
+    for (int iAllocation = 0;; ++iAllocation)
+    {
+        std::string strTaskId = "before";
+        const std::function<void()> funTask = [] {};
+        const std::string strCallInfo = "who calls";
+        t_iUntilFailure = iAllocation;
+        clsPool.AddLoopTask(funTask, 0, strTaskId, strCallInfo);
+        t_iUntilFailure = -1;
+        if (PoolView::GetLoopTasks(clsPool).size() == 1)
+        {
+            break;
+        }
+        ASSERT_THAT(LogRecorder::Take(),
+                    ElementsAre(IsPoolRecord(3, "AddLoopTask", "AddLoopTask error [who calls]")));
+        if (strTaskId == "before")
+        {
+            ++iBeforeId;
+            EXPECT_EQ(0, iAfterId) << "the caller's text was lost";
+        }
+        else
+        {
+            ++iAfterId;
+            EXPECT_TRUE(PoolView::IsRegistered(strTaskId));
+        }
+    }
+    EXPECT_GT(iBeforeId, 5);
+    EXPECT_GT(iAfterId, 1);
+    EXPECT_THAT(LogRecorder::Take(), IsEmpty());
+}
+
+TEST_F(PoolMemoryTest, OwnersRemovalNeedsNoMemory)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    void* const pOwner = &m_arrOwners[0];
+    for (int i = 0; i < 5; ++i)
+    {
+        ASSERT_TRUE(clsPool.AddTmpTask([] {}, pOwner, ""));
+    }
+    const std::string strCallInfo = "who calls";
+    t_iUntilFailure = 0;
+    clsPool.RemoveTmpTask(pOwner, strCallInfo);
+    t_iUntilFailure = -1;
+    EXPECT_THAT(LogRecorder::Take(), IsEmpty());
+    EXPECT_THAT(PoolView::GetRegistered(), IsEmpty());
+}
+
+TEST_F(PoolMemoryTest, LoopPassThatFailsIsRecordedAndTheNextOneStartsWithoutASleep)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    const std::string strTaskId = MakeTask([] {}, 0);
+    PoolView::AddToLoopTasks(clsPool, strTaskId);
+    {
+        const CLS_FastSleep clsFast([&](const ST_Sleep&) { clsPool.m_bRun = false; }, milliseconds(2));
+        int iFailures = 1;
+        LogRecorder::SetHook(
+            [&](const LogRecorder::ST_Record&)
+            {
+                EXPECT_THAT(clsFast.GetSleeps(), IsEmpty());
+                EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
+                t_iUntilFailure = iFailures++ < 3 ? 0 : -1;
+            });
+        t_iUntilFailure = 0; // the copy of the list
+        clsPool.FunLoopThread();
+        LogRecorder::SetHook({});
+        ASSERT_EQ(1U, clsFast.GetSleeps().size());
+        EXPECT_EQ(milliseconds(10), clsFast.GetSleeps()[0].m_msAsked);
+    }
+    const auto isFailure = IsPoolRecord(3, "FunLoopThread", "*** auto Loop handler fail ***");
+    EXPECT_THAT(LogRecorder::Take(), ElementsAre(isFailure, isFailure, isFailure));
+    EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strTaskId));
+}
+
+TEST_F(PoolMemoryTest, NoLoopPassFollowsAFailureAfterThePoolsEnd)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    PoolView::AddToLoopTasks(clsPool, MakeTask([] {}, 0));
+    LogRecorder::SetHook([&](const LogRecorder::ST_Record&) { clsPool.m_bRun = false; });
+    t_iUntilFailure = 0;
+    clsPool.FunLoopThread();
+    LogRecorder::SetHook({});
+    EXPECT_THAT(LogRecorder::Take(),
+                ElementsAre(IsPoolRecord(3, "FunLoopThread", "*** auto Loop handler fail ***")));
+    EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
+}
+
+TEST_F(PoolMemoryTest, WatchdogsPassThatFailsIsRecordedAndTheNextOneComesAfterThreeMinutes)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    CLS_TaskThread* const pThread = clsPool.CreateTaskThread();
+    pThread->m_tpLastActive = std::chrono::steady_clock::now() - hours(1);
+    clsPool.AddIdleThread(pThread);
+    std::vector<std::size_t> vecSleeps;
+    {
+        const CLS_FastSleep clsFast;
+        LogRecorder::SetHook(
+            [&](const LogRecorder::ST_Record& _stRecord)
+            {
+                vecSleeps.push_back(clsFast.GetSleeps().size());
+                if (vecSleeps.size() == 1)
+                {
+                    t_iUntilFailure = 0; // the list of the workers to be retired
+                }
+                clsPool.m_bRun = _stRecord.m_iLevel != 0;
+            });
+        clsPool.FunTaskThreadWaitingOvertime();
+        LogRecorder::SetHook({});
+    }
+    constexpr const char* FUNCTION = "FunTaskThreadWaitingOvertime";
+    EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsPoolRecord(1, FUNCTION, "delete pThread **************"),
+                                                 IsPoolRecord(3, FUNCTION, "*** auto delete handler fail"),
+                                                 IsPoolRecord(1, FUNCTION, "delete pThread **************"),
+                                                 IsPoolRecord(0, FUNCTION, "delete pThread - 0")));
+    EXPECT_THAT(vecSleeps, ElementsAre(1000U, 1000U, 2000U, 2000U));
+    EXPECT_EQ(0, clsPool.GetTaskThreadNum());
+}
+} // namespace

@@ -1,0 +1,78 @@
+#include "tests/support/RecordMatchers.h"
+#include "tests/unit/PoolFixture.h"
+
+#include <atomic>
+#include <gmock/gmock.h>
+
+namespace
+{
+using ::testing::IsEmpty;
+
+/// To be captured: notes which thread destroys it.
+std::shared_ptr<void> MakeCaptured(std::atomic<std::thread::id>& _idDestroyer)
+{
+    return MakeEndHook([&_idDestroyer] { _idDestroyer = std::this_thread::get_id(); });
+}
+
+/// Removals while somebody else uses the task.
+class PoolRemovalReferenceTest : public CLS_PoolFixture
+{
+protected:
+    std::string AddTask(CLS_QuenTaskPool& _clsPool)
+    {
+        std::string strTaskId;
+        _clsPool.AddLoopTask([pCaptured = MakeCaptured(m_idDestroyer)] {}, 3600000, strTaskId, "call");
+        return strTaskId;
+    }
+
+    std::atomic<std::thread::id> m_idDestroyer{};
+};
+
+TEST_F(PoolRemovalReferenceTest, CapturedObjectsAreGoneWhenTheRemovalReturns)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    const std::string strTaskId = AddTask(clsPool);
+    CLS_Gate clsHolds;
+    std::thread thUser(
+        [&]
+        {
+            const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(strTaskId).lock();
+            clsHolds.Open();
+            EXPECT_TRUE(WaitUntil([&] { return CLS_Task::GetTask(strTaskId).expired(); }));
+        });
+    ASSERT_TRUE(clsHolds.Wait());
+    clsPool.RemoveTask(strTaskId, "call");
+    EXPECT_EQ(std::this_thread::get_id(), m_idDestroyer.load());
+    thUser.join();
+    EXPECT_THAT(LogRecorder::Take(), IsEmpty());
+}
+
+TEST_F(PoolRemovalReferenceTest, AReferenceThatTheHostKeepsIsNotWaitedForWithoutEnd)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    const std::string strTaskId = AddTask(clsPool);
+    std::shared_ptr<CLS_Task> pKept = CLS_Task::GetTask(strTaskId).lock();
+    clsPool.RemoveTask(strTaskId, "call");
+    EXPECT_EQ(std::thread::id(), m_idDestroyer.load());
+    EXPECT_EQ(1, pKept.use_count());
+    pKept.reset();
+    EXPECT_EQ(std::this_thread::get_id(), m_idDestroyer.load());
+}
+
+TEST_F(PoolRemovalReferenceTest, CapturedObjectsOfALoopTaskInFullSwingAreGoneWhenTheRemovalReturns)
+{
+    CLS_QuenTaskPool& clsPool = MakePool();
+    const CLS_FastSleep clsFastSleep;
+    for (int i = 0; i < 200; ++i)
+    {
+        CLS_Counter clsRuns;
+        std::atomic<std::thread::id> idDestroyer{};
+        std::string strTaskId;
+        clsPool.AddLoopTask([&, pCaptured = MakeCaptured(idDestroyer)] { clsRuns.Add(); }, 0, strTaskId,
+                            "call");
+        ASSERT_TRUE(clsRuns.Wait(1));
+        clsPool.RemoveTask(strTaskId, "call");
+        ASSERT_EQ(std::this_thread::get_id(), idDestroyer.load());
+    }
+}
+} // namespace

@@ -1,0 +1,238 @@
+#include "tests/support/RecordMatchers.h"
+#include "tests/support/ThrowingTextTask.h"
+#include "tests/unit/PoolFixture.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace
+{
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::Key;
+using ::testing::Pair;
+
+/// A still pool with one worker, whose job the tests call themselves.
+class PoolRunTaskTest : public CLS_PoolFixture
+{
+protected:
+    void SetUp() override
+    {
+        CLS_PoolFixture::SetUp();
+        m_pPool = &MakeStillPool();
+        m_pThread = m_pPool->CreateTaskThread();
+        m_pThread->SetOrderId(5);
+    }
+
+    /// Runs the task on the calling thread, as the worker does.
+    void Run(std::string _strTaskId)
+    {
+        m_pPool->BindTask(m_pThread, _strTaskId);
+        m_pPool->FunRunTask(m_pThread);
+    }
+
+    void ExpectWorkerIdle()
+    {
+        EXPECT_THAT(m_pPool->m_mapThreadTask, ElementsAre(Pair(m_pThread, "")));
+        EXPECT_THAT(m_pPool->m_vecIdleThreads, ElementsAre(m_pThread));
+    }
+
+    CLS_QuenTaskPool* m_pPool = nullptr;
+    CLS_TaskThread* m_pThread = nullptr;
+};
+
+TEST_F(PoolRunTaskTest, RunsTheBoundTaskAndPutsTheWorkerOnTheIdleList)
+{
+    std::string strBound;
+    std::string strBoundMeanwhile;
+    bool bIdleMeanwhile = true;
+    n_TaskStatus iStatusMeanwhile = TASK_STATUS_IDLE;
+    std::string strTaskId;
+    strTaskId = MakeTask(
+        [&]
+        {
+            m_pPool->ReadBoundTask(m_pThread, strBoundMeanwhile);
+            bIdleMeanwhile = !GetIdleOrder(*m_pPool).empty();
+            iStatusMeanwhile = CLS_Task::GetTask(strTaskId).lock()->GetTaskStatus();
+        });
+    Run(strTaskId);
+    EXPECT_EQ(strTaskId, strBoundMeanwhile);
+    EXPECT_FALSE(bIdleMeanwhile);
+    EXPECT_EQ(TASK_STATUS_RUNNING, iStatusMeanwhile);
+    ExpectWorkerIdle();
+    EXPECT_EQ(TASK_STATUS_IDLE, CLS_Task::GetTask(strTaskId).lock()->GetTaskStatus());
+    EXPECT_THAT(LogRecorder::Take(), IsEmpty());
+}
+
+TEST_F(PoolRunTaskTest, RunDropsTheOwnersEntryAndKeepsTheTaskRegistered)
+{
+    int iOwner = 0;
+    ASSERT_TRUE(m_pPool->AddTmpTask([] {}, &iOwner, "call"));
+    ASSERT_TRUE(m_pPool->AddTmpTask([] {}, &iOwner, "call"));
+    const std::string strFirst = m_pPool->m_mapTmpTasks[&iOwner].front();
+    const std::string strSecond = m_pPool->m_mapTmpTasks[&iOwner].back();
+    Run(strFirst);
+    EXPECT_THAT(m_pPool->m_mapTmpTasks, ElementsAre(Pair(&iOwner, ElementsAre(strSecond))));
+    EXPECT_THAT(m_pPool->m_mapTmpTaskOwner, ElementsAre(Key(strSecond)));
+    EXPECT_NE(nullptr, CLS_Task::GetTask(strFirst).lock());
+}
+
+TEST_F(PoolRunTaskTest, RemovedTaskIsARecordAndItsWorkerIsIdle)
+{
+    int iOwner = 0;
+    ASSERT_TRUE(m_pPool->AddTmpTask([] { ADD_FAILURE(); }, &iOwner, "call"));
+    const std::string strTaskId = m_pPool->m_mapTmpTaskOwner.begin()->first;
+    CLS_Task::DeleteTask(strTaskId);
+    m_pPool->DispatchPass();
+    // The dispatcher prefers an idle worker; there was none, and so it made one.
+    ASSERT_TRUE(WaitForIdle(*m_pPool, 1));
+    EXPECT_THAT(LogRecorder::Take(),
+                ElementsAre(IsPoolRecord(2, "FunRunTask", "task id is fail - " + strTaskId)));
+    EXPECT_THAT(GetIdleOrder(*m_pPool), ElementsAre(1));
+    EXPECT_THAT(m_pPool->m_mapTmpTaskOwner, IsEmpty());
+    EXPECT_THAT(m_pPool->m_mapTmpTasks, IsEmpty());
+}
+
+TEST_F(PoolRunTaskTest, WorkerWithoutATaskIsARecordOfAnEmptyId)
+{
+    m_pPool->FunRunTask(m_pThread);
+    EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsPoolRecord(2, "FunRunTask", "task id is fail - ")));
+    ExpectWorkerIdle();
+}
+
+TEST_F(PoolRunTaskTest, WhatTheCallableThrowsIsNoRunError)
+{
+    const std::string strTaskId = MakeTask([] { throw std::runtime_error("oops"); });
+    Run(strTaskId);
+    EXPECT_THAT(LogRecorder::Take(),
+                ElementsAre(IsTaskRecord(
+                    3, "Running", "run function error :oops param :" + MakeParamText(strTaskId, "call"))));
+    ExpectWorkerIdle();
+}
+
+TEST_F(PoolRunTaskTest, ExceptionAroundTheRunIsARecordWithTheTasksText)
+{
+    // The first text describes the task; the others would belong to records of the callable's failure.
+    const std::string strTaskId = CLS_ThrowingTextTask::Make([] { throw std::runtime_error("oops"); }, 2);
+    Run(strTaskId);
+    EXPECT_THAT(
+        LogRecorder::Take(),
+        ElementsAre(IsPoolRecord(3, "FunRunTask", "task run error - 5 " + MakeParamText(strTaskId, "call"))));
+    EXPECT_EQ(TASK_STATUS_IDLE, CLS_Task::GetTask(strTaskId).lock()->GetTaskStatus());
+    ExpectWorkerIdle();
+}
+
+TEST_F(PoolRunTaskTest, ExceptionBeforeTheDescriptionIsARecordWithoutOne)
+{
+    int iRuns = 0;
+    Run(CLS_ThrowingTextTask::Make([&] { ++iRuns; }, 1));
+    EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsPoolRecord(3, "FunRunTask", "task run error - 5 ")));
+    EXPECT_EQ(0, iRuns);
+    ExpectWorkerIdle();
+}
+
+TEST_F(PoolRunTaskTest, FailedRunDropsTheOwnersEntry)
+{
+    int iOwner = 0;
+    const std::string strTaskId = CLS_ThrowingTextTask::Make({}, 1);
+    m_pPool->AddOwnedTask(strTaskId, &iOwner);
+    Run(strTaskId);
+    EXPECT_THAT(m_pPool->m_mapTmpTasks, IsEmpty());
+    EXPECT_THAT(m_pPool->m_mapTmpTaskOwner, IsEmpty());
+}
+
+TEST_F(PoolRunTaskTest, WorkerStaysUsableAfterEveryFailure)
+{
+    m_pPool->AddIdleThread(m_pThread);
+    const std::string strRemoved = MakeTask({});
+    const std::string strThrowing = CLS_ThrowingTextTask::Make({}, 1);
+    const std::string strOops = MakeTask([] { throw 1; });
+    std::thread::id idRan;
+    const std::string strLast = MakeTask([&] { idRan = std::this_thread::get_id(); });
+    for (const std::string& strTaskId : {strRemoved, strThrowing, strOops, strLast})
+    {
+        m_pPool->AddWaitingTasks(strTaskId);
+        CLS_Task::DeleteTask(strRemoved);
+        m_pPool->DispatchPass();
+        ASSERT_TRUE(WaitForIdle(*m_pPool, 1));
+        ExpectWorkerIdle();
+    }
+    EXPECT_EQ(m_pThread->m_pThread->get_id(), idRan);
+    EXPECT_THAT(
+        LogRecorder::Take(),
+        ElementsAre(IsPoolRecord(2, "FunRunTask", "task id is fail - " + strRemoved),
+                    IsPoolRecord(3, "FunRunTask", "task run error - 5 "),
+                    IsTaskRecord(3, "Running", "run function error " + MakeParamText(strOops, "call"))));
+}
+
+TEST_F(PoolRunTaskTest, EndingPoolGetsNeitherTheWorkerBackNorTouchesTheOwners)
+{
+    int iOwner = 0;
+    int iRuns = 0;
+    const std::string strTaskId = MakeTask(
+        [&]
+        {
+            ++iRuns;
+            m_pPool->m_bRun = false;
+        });
+    m_pPool->AddOwnedTask(strTaskId, &iOwner);
+    Run(strTaskId);
+    EXPECT_EQ(1, iRuns);
+    EXPECT_THAT(m_pPool->m_mapThreadTask, ElementsAre(Pair(m_pThread, "")));
+    EXPECT_THAT(m_pPool->m_vecIdleThreads, IsEmpty());
+    EXPECT_THAT(m_pPool->m_mapTmpTasks, ElementsAre(Pair(&iOwner, ElementsAre(strTaskId))));
+    EXPECT_THAT(m_pPool->m_mapTmpTaskOwner, ElementsAre(Pair(strTaskId, &iOwner)));
+    EXPECT_THAT(LogRecorder::Take(), IsEmpty());
+}
+
+TEST_F(PoolRunTaskTest, WorkerReturnsToItsPlaceOnTheIdleList)
+{
+    for (const int iOrderId : {3, 5, 5, 8})
+    {
+        CLS_TaskThread* const pThread = m_pPool->CreateTaskThread();
+        pThread->SetOrderId(iOrderId);
+        m_pPool->AddIdleThread(pThread);
+    }
+    Run(MakeTask({}));
+    EXPECT_THAT(GetIdleOrder(*m_pPool), ElementsAre(3, 5, 5, 5, 8));
+    EXPECT_THAT(m_pPool->m_vecIdleThreads, ::testing::Contains(m_pThread).Times(1));
+}
+
+TEST_F(PoolRunTaskTest, RemovedTaskIsLetGoBeforeTheWorkerIsFree)
+{
+    std::string strBoundAtRelease;
+    bool bIdleAtRelease = true;
+    std::shared_ptr<int> pCaptured(new int(0),
+                                   [&](const int* _pValue)
+                                   {
+                                       delete _pValue;
+                                       m_pPool->ReadBoundTask(m_pThread, strBoundAtRelease);
+                                       bIdleAtRelease = !GetIdleOrder(*m_pPool).empty();
+                                   });
+    std::string strTaskId;
+    strTaskId = MakeTask([pCaptured, &strTaskId] { CLS_Task::DeleteTask(strTaskId); });
+    pCaptured.reset();
+    Run(strTaskId);
+    EXPECT_EQ(strTaskId, strBoundAtRelease);
+    EXPECT_FALSE(bIdleAtRelease);
+    ExpectWorkerIdle();
+}
+
+TEST_F(PoolRunTaskTest, WorkerThatIsNotRegisteredIsARunErrorAndLeavesTheRegistryUnlocked)
+{
+    m_pPool->UnregisterThread(m_pThread);
+    const std::unique_ptr<CLS_TaskThread> pOwned(m_pThread);
+    m_pPool->FunRunTask(m_pThread);
+    EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsPoolRecord(3, "FunRunTask", "task run error - 5 ")));
+    EXPECT_TRUE(m_pPool->m_smThreadTaskLock.try_lock());
+    m_pPool->m_smThreadTaskLock.unlock();
+    EXPECT_THAT(m_pPool->m_mapThreadTask, IsEmpty()); // clearing makes no entry
+    EXPECT_THAT(m_pPool->m_vecIdleThreads, ElementsAre(m_pThread));
+    m_pPool->m_vecIdleThreads.clear();
+}
+} // namespace

@@ -1,0 +1,289 @@
+#include "tests/unit/ShutdownFixture.h"
+
+#include <list>
+#include <stdexcept>
+
+namespace
+{
+using ::testing::ElementsAre;
+using ::testing::UnorderedElementsAre;
+
+/// The pool ends, and a run goes on.
+class PoolShutdownHostileTest : public CLS_ShutdownFixture
+{
+protected:
+    /// What a worker touches when its run ends.
+    struct ST_Snapshot
+    {
+        std::map<CLS_TaskThread*, std::string> m_mapWorkers;
+        std::vector<CLS_TaskThread*> m_vecIdle;
+        std::map<void*, std::list<std::string>> m_mapTmpTasks;
+        std::map<std::string, void*> m_mapOwners;
+
+        bool operator==(const ST_Snapshot& _stOther) const
+        {
+            return m_mapWorkers == _stOther.m_mapWorkers && m_vecIdle == _stOther.m_vecIdle &&
+                   m_mapTmpTasks == _stOther.m_mapTmpTasks && m_mapOwners == _stOther.m_mapOwners;
+        }
+    };
+
+    static ST_Snapshot MakeSnapshot(CLS_QuenTaskPool& _clsPool)
+    {
+        ST_Snapshot stSnapshot;
+        stSnapshot.m_mapWorkers = CopyWorkers(_clsPool);
+        {
+            const std::lock_guard<std::mutex> lock(_clsPool.m_mtxIdleThreads);
+            stSnapshot.m_vecIdle = _clsPool.m_vecIdleThreads;
+        }
+        const std::lock_guard<std::mutex> lock(_clsPool.m_mtxTmpTasks);
+        stSnapshot.m_mapTmpTasks = _clsPool.m_mapTmpTasks;
+        stSnapshot.m_mapOwners = _clsPool.m_mapTmpTaskOwner;
+        return stSnapshot;
+    }
+
+    /// Ends the pool in no time, whatever runs. Returns where it was.
+    static std::uintptr_t OutrunPool()
+    {
+        const auto uiAddress = reinterpret_cast<std::uintptr_t>(CLS_QuenTaskPool::m_pInstance);
+        const CLS_FastSleep clsFastSleep;
+        CLS_QuenTaskPool::m_pInstance->UnInit();
+        return uiAddress;
+    }
+
+    /// A new pool, at the address if the memory is given out again. Sanitizers see to it that it is not.
+    static CLS_QuenTaskPool& MakePoolAt(std::uintptr_t _uiAddress)
+    {
+        for (int i = 0; i < 20; ++i)
+        {
+            if (reinterpret_cast<std::uintptr_t>(&MakePool()) == _uiAddress)
+            {
+                break;
+            }
+            OutrunPool();
+        }
+        LogRecorder::Clear();
+        return MakePool();
+    }
+
+    static constexpr int SERVICE_THREADS = 3;
+
+    void SetUp() override
+    {
+        CLS_ShutdownFixture::SetUp();
+        m_iThreads = CountThreads();
+    }
+
+    int m_iThreads = 0;
+};
+
+TEST_F(PoolShutdownHostileTest, ReturnsWhenARunOutlastsTheBound)
+{
+    const HeldRun pRun = StartHeldRun(MakePool());
+    {
+        const CLS_StopPolls clsPolls(0, {});
+        CLS_QuenTaskPool::m_pInstance->UnInit();
+        EXPECT_EQ(30, clsPolls.GetPolls(std::this_thread::get_id()));
+    }
+    EXPECT_FALSE(pRun->m_clsOver.IsOpen());
+    EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
+    EXPECT_THAT(LogRecorder::Take(),
+                ElementsAre(IsBegin(), IsStart(), IsWaiting(pRun, 11), IsWaiting(pRun, 21),
+                            IsWaiting(pRun, 31), IsOvertime(pRun), IsEnd()));
+    EXPECT_TRUE(WaitForThreads(m_iThreads + 1));
+    EndHeldRun(pRun);
+    EXPECT_TRUE(WaitForThreads(m_iThreads));
+}
+
+TEST_F(PoolShutdownHostileTest, ALateRunTouchesNothingOfANewPool)
+{
+    const HeldRun pLate = StartHeldRun(MakePool());
+    CLS_QuenTaskPool& clsNew = MakePoolAt(OutrunPool());
+    RunShortTask(clsNew);
+    const HeldRun pNew = StartHeldRun(clsNew);
+    const HeldRun pOther = StartHeldRun(clsNew);
+    EndHeldRun(pOther);
+    ASSERT_TRUE(WaitForIdle(clsNew, 1));
+    const ST_Snapshot stBefore = MakeSnapshot(clsNew);
+
+    EndHeldRun(pLate);
+
+    EXPECT_TRUE(WaitForThreads(m_iThreads + SERVICE_THREADS + 2));
+    EXPECT_TRUE(stBefore == MakeSnapshot(clsNew));
+    EXPECT_EQ(TASK_STATUS_IDLE, CLS_Task::GetTask(pLate->m_strTaskId).lock()->GetTaskStatus());
+    EXPECT_THAT(LogRecorder::Take(), ::testing::IsEmpty());
+    EndHeldRun(pNew);
+}
+
+TEST_F(PoolShutdownHostileTest, TwoLateRunsAtOnceEndTheirThreads)
+{
+    CLS_QuenTaskPool& clsPool = MakePool();
+    const HeldRun pFirst = StartHeldRun(clsPool);
+    const HeldRun pSecond = StartHeldRun(clsPool);
+    {
+        const CLS_StopPolls clsPolls(0, {});
+        clsPool.UnInit();
+        EXPECT_EQ(60, clsPolls.GetPolls(std::this_thread::get_id()));
+    }
+    EXPECT_THAT(LogRecorder::Take(),
+                UnorderedElementsAre(IsBegin(), IsStart(), IsWaiting(pFirst, 11), IsWaiting(pFirst, 21),
+                                     IsWaiting(pFirst, 31), IsOvertime(pFirst), IsWaiting(pSecond, 11),
+                                     IsWaiting(pSecond, 21), IsWaiting(pSecond, 31), IsOvertime(pSecond),
+                                     IsEnd()));
+    CLS_QuenTaskPool& clsNew = MakePool();
+    RunShortTask(clsNew);
+    const ST_Snapshot stBefore = MakeSnapshot(clsNew);
+    pFirst->m_clsMayEnd.Open();
+    EndHeldRun(pSecond);
+    EndHeldRun(pFirst);
+    EXPECT_TRUE(WaitForThreads(m_iThreads + SERVICE_THREADS + 1));
+    EXPECT_TRUE(stBefore == MakeSnapshot(clsNew));
+}
+
+TEST_F(PoolShutdownHostileTest, EndsTheOtherWorkersWhenOneIsLeftBehind)
+{
+    CLS_QuenTaskPool& clsPool = MakePool();
+    const HeldRun pLate = StartHeldRun(clsPool);
+    const HeldRun pIdle = StartHeldRun(clsPool);
+    EndHeldRun(pIdle);
+    ASSERT_TRUE(WaitForIdle(clsPool, 1));
+    OutrunPool();
+    EXPECT_TRUE(WaitForThreads(m_iThreads + 1));
+    EndHeldRun(pLate);
+    EXPECT_TRUE(WaitForThreads(m_iThreads));
+}
+
+TEST_F(PoolShutdownHostileTest, ALateRunMayUseTheNewPool)
+{
+    CLS_Counter clsRuns;
+    const HeldRun pLate =
+        StartHeldRun(MakePool(),
+                     [&clsRuns]
+                     {
+                         EXPECT_TRUE(AddTmpTask([&clsRuns] { clsRuns.Add(); }, &clsRuns, "late"));
+                         EXPECT_TRUE(clsRuns.Wait(1)); // another worker runs it
+                         clsRuns.Add();
+                     });
+    CLS_QuenTaskPool& clsNew = MakePoolAt(OutrunPool());
+    EndHeldRun(pLate);
+    EXPECT_TRUE(clsRuns.Wait(2));
+    EXPECT_EQ(1, clsNew.GetTaskThreadNum());
+    ASSERT_TRUE(WaitForIdle(clsNew, 1));
+    EXPECT_TRUE(WaitForThreads(m_iThreads + SERVICE_THREADS + 1));
+}
+
+TEST_F(PoolShutdownHostileTest, AnExceptionOfALateRunIsStillRecorded)
+{
+    const HeldRun pLate = StartHeldRun(MakePool(), [] { throw std::runtime_error("too late"); });
+    OutrunPool();
+    LogRecorder::Clear();
+    pLate->m_clsMayEnd.Open();
+    EXPECT_TRUE(WaitForThreads(m_iThreads));
+    EXPECT_THAT(
+        LogRecorder::Take(),
+        ElementsAre(IsTaskRecord(3, "Running", "run function error :too late param :" + pLate->m_strParam)));
+}
+
+TEST_F(PoolShutdownHostileTest, ALateRunLetsGoOfItsRemovedTask)
+{
+    const HeldRun pLate = StartHeldRun(MakePool());
+    OutrunPool();
+    const std::weak_ptr<CLS_Task> pTask = CLS_Task::GetTask(pLate->m_strTaskId);
+    CLS_Task::DeleteTask(pLate->m_strTaskId);
+    EXPECT_FALSE(pTask.expired());
+    EndHeldRun(pLate);
+    EXPECT_TRUE(WaitForThreads(m_iThreads));
+    EXPECT_TRUE(pTask.expired());
+}
+
+TEST_F(PoolShutdownHostileTest, ATaskThatRemovesItselfAndEndsThePoolIsLeftBehind)
+{
+    // Nobody can stop its run any more, and the pool's end does not wait for its own thread.
+    std::string strTaskId;
+    CLS_Gate clsKnown;
+    CLS_Gate clsOver;
+    const CLS_FastSleep clsFastSleep;
+    AddLoopTask(
+        [&]
+        {
+            EXPECT_TRUE(clsKnown.Wait());
+            RemoveTask(strTaskId, "self");
+            UnInit();
+            EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
+            clsOver.Open();
+        },
+        3600000, strTaskId, "self");
+    const auto tpStart = std::chrono::steady_clock::now();
+    clsKnown.Open();
+    EXPECT_TRUE(clsOver.Wait());
+    EXPECT_LT(std::chrono::steady_clock::now() - tpStart, std::chrono::seconds(8));
+    EXPECT_TRUE(WaitForThreads(m_iThreads));
+    EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
+    EXPECT_FALSE(CLS_Task::GetTask(strTaskId).lock());
+}
+
+struct ST_End
+{
+    const char* m_szName;
+    void (*m_funEnd)();
+};
+
+void PrintTo(const ST_End& _stEnd, std::ostream* _pOut)
+{
+    *_pOut << _stEnd.m_szName;
+}
+
+/// A task ends its own pool, in each of the ways that there are.
+class PoolShutdownSelfTest : public PoolShutdownHostileTest, public ::testing::WithParamInterface<ST_End>
+{
+};
+
+TEST_P(PoolShutdownSelfTest, ATaskThatEndsItsPoolIsBoundedAndSurvives)
+{
+    bool bGone = false;
+    const HeldRun pRun = StartHeldRun(MakePool(),
+                                      [&bGone]
+                                      {
+                                          GetParam().m_funEnd();
+                                          bGone = CLS_QuenTaskPool::m_pInstance == nullptr;
+                                      });
+    {
+        const CLS_StopPolls clsPolls(0, {});
+        EndHeldRun(pRun);
+        EXPECT_TRUE(WaitForThreads(m_iThreads));
+    }
+    EXPECT_TRUE(bGone);
+    EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
+    EXPECT_THAT(LogRecorder::Take(),
+                ElementsAre(IsBegin(), IsStart(), IsWaiting(pRun, 11), IsWaiting(pRun, 21),
+                            IsWaiting(pRun, 31), IsOvertime(pRun), IsEnd()));
+    RunShortTask(MakePool());
+}
+
+TEST_P(PoolShutdownSelfTest, ATaskThatEndsItsPoolMayBuildANewOneAndTouchesNothingOfIt)
+{
+    ST_Snapshot stBefore;
+    const HeldRun pRun = StartHeldRun(MakePool(),
+                                      [&stBefore]
+                                      {
+                                          GetParam().m_funEnd();
+                                          CLS_QuenTaskPool& clsNew = MakePool();
+                                          RunShortTask(clsNew);
+                                          stBefore = MakeSnapshot(clsNew);
+                                      });
+    {
+        const CLS_FastSleep clsFastSleep;
+        EndHeldRun(pRun);
+    }
+    EXPECT_TRUE(WaitForThreads(m_iThreads + SERVICE_THREADS + 1));
+    ASSERT_NE(nullptr, CLS_QuenTaskPool::m_pInstance);
+    EXPECT_TRUE(stBefore == MakeSnapshot(*CLS_QuenTaskPool::m_pInstance));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Ends, PoolShutdownSelfTest,
+    ::testing::Values(ST_End{"MemberUnInit", [] { CLS_QuenTaskPool::GetInstance()->UnInit(); }},
+                      ST_End{"MemberKillTaskAll", [] { CLS_QuenTaskPool::GetInstance()->KillTaskAll(); }},
+                      ST_End{"FunctionUnInit", [] { UnInit(); }},
+                      ST_End{"FunctionKillTaskAll", [] { KillTaskAll(); }}),
+    [](const ::testing::TestParamInfo<ST_End>& _stInfo) { return std::string(_stInfo.param.m_szName); });
+} // namespace

@@ -1,0 +1,240 @@
+#include "tests/unit/ShutdownFixture.h"
+
+namespace
+{
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+/// The pool ends while a task is idle already, or not begun yet, and its worker is still in the pool.
+class PoolShutdownLastStepsTest : public CLS_ShutdownFixture
+{
+protected:
+    void SetUp() override
+    {
+        CLS_ShutdownFixture::SetUp();
+        m_iThreads = CountThreads();
+    }
+
+    void ExpectNothingLeft()
+    {
+        EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
+        EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsBegin(), IsStart(), IsEnd()));
+        EXPECT_TRUE(WaitForThreads(m_iThreads));
+    }
+
+    int m_iThreads = 0;
+};
+
+TEST_F(PoolShutdownLastStepsTest, WaitsForAWorkerThatIsAboutToClearItsEntry)
+{
+    CLS_QuenTaskPool& clsPool = MakePool();
+    const HeldRun pRun = StartHeldRun(clsPool);
+    CLS_TaskThread* const pThread = FindWorker(clsPool, pRun->m_strTaskId);
+    ASSERT_NE(nullptr, pThread);
+    {
+        // A worker's step that needs the lock alone waits; the pool's end only reads.
+        std::shared_lock<std::shared_mutex> lock(clsPool.m_smThreadTaskLock);
+        EndHeldRun(pRun);
+        CLS_Side clsEnd([&] { clsPool.UnInit(); });
+        EXPECT_TRUE(WaitUntil([&] { return IsGateClosed(*pThread); }));
+        EXPECT_TRUE(clsEnd.StaysAway());
+        lock.unlock();
+        EXPECT_TRUE(clsEnd.Wait());
+    }
+    ExpectNothingLeft();
+}
+
+TEST_F(PoolShutdownLastStepsTest, WaitsForAWorkerThatIsAboutToReturnToTheIdleList)
+{
+    CLS_QuenTaskPool& clsPool = MakePool();
+    const HeldRun pRun = StartHeldRun(clsPool);
+    CLS_TaskThread* const pThread = FindWorker(clsPool, pRun->m_strTaskId);
+    ASSERT_NE(nullptr, pThread);
+    {
+        std::unique_lock<std::mutex> lock(clsPool.m_mtxIdleThreads);
+        EndHeldRun(pRun);
+        // The owner is forgotten once the worker has seen that the pool goes on; what is left is the list.
+        ASSERT_TRUE(WaitUntil(
+            [&]
+            {
+                const std::lock_guard<std::mutex> lockTasks(clsPool.m_mtxTmpTasks);
+                return clsPool.m_mapTmpTaskOwner.empty();
+            }));
+        CLS_Side clsEnd([&] { clsPool.UnInit(); });
+        EXPECT_TRUE(WaitUntil([&] { return IsGateClosed(*pThread); }));
+        EXPECT_TRUE(clsEnd.StaysAway());
+        lock.unlock();
+        EXPECT_TRUE(clsEnd.Wait());
+    }
+    ExpectNothingLeft();
+}
+
+TEST_F(PoolShutdownLastStepsTest, WaitsForAWorkerThatIsAboutToForgetTheOwner)
+{
+    CLS_QuenTaskPool& clsPool = MakePool();
+    const HeldRun pRun = StartHeldRun(clsPool);
+    CLS_TaskThread* const pThread = FindWorker(clsPool, pRun->m_strTaskId);
+    ASSERT_NE(nullptr, pThread);
+    {
+        std::unique_lock<std::mutex> lock(clsPool.m_mtxTmpTasks);
+        EndHeldRun(pRun);
+        ASSERT_TRUE(WaitUntil([&] { return CopyWorkers(clsPool).at(pThread).empty(); }));
+        CLS_Side clsEnd([&] { clsPool.UnInit(); });
+        EXPECT_TRUE(WaitUntil([&] { return !clsPool.m_bRun; }));
+        lock.unlock();
+        EXPECT_TRUE(clsEnd.Wait());
+    }
+    ExpectNothingLeft();
+}
+
+TEST_F(PoolShutdownLastStepsTest, WaitsForTheCapturedObjectsOfATaskThatWasRemovedDuringItsRun)
+{
+    struct ST_Captured
+    {
+        CLS_Gate m_clsDying;
+        CLS_Gate m_clsMayDie;
+    };
+    ST_Captured stCaptured;
+    CLS_QuenTaskPool& clsPool = MakePool();
+    CLS_Gate clsStarted;
+    CLS_Gate clsMayEnd;
+    std::string strTaskId;
+    {
+        const std::shared_ptr<void> pDying(nullptr,
+                                           [&stCaptured](void*)
+                                           {
+                                               stCaptured.m_clsDying.Open();
+                                               EXPECT_TRUE(stCaptured.m_clsMayDie.Wait());
+                                           });
+        strTaskId = MakeTask(
+            [pDying, &clsStarted, &clsMayEnd]
+            {
+                clsStarted.Open();
+                EXPECT_TRUE(clsMayEnd.Wait());
+            });
+    }
+    clsPool.AddWaitingTasks(strTaskId);
+    ASSERT_TRUE(clsStarted.Wait());
+    CLS_TaskThread* const pThread = FindWorker(clsPool, strTaskId);
+    ASSERT_NE(nullptr, pThread);
+    CLS_Task::DeleteTask(strTaskId);
+    clsMayEnd.Open();
+    ASSERT_TRUE(stCaptured.m_clsDying.Wait()); // on the worker, with the task idle
+    {
+        CLS_Side clsEnd([&] { clsPool.UnInit(); });
+        EXPECT_TRUE(WaitUntil([&] { return IsGateClosed(*pThread); }));
+        EXPECT_TRUE(clsEnd.StaysAway());
+        stCaptured.m_clsMayDie.Open();
+        EXPECT_TRUE(clsEnd.Wait());
+    }
+    ExpectNothingLeft();
+}
+
+TEST_F(PoolShutdownLastStepsTest, AWorkerThatEndsDuringShutdownDoesNotReturnToTheIdleList)
+{
+    CLS_QuenTaskPool& clsPool = MakePool();
+    const HeldRun pRun = StartHeldRun(clsPool);
+    const HeldRun pOther = StartHeldRun(clsPool);
+    std::vector<int> vecIdle{-1};
+    std::size_t uiOwned = 0;
+    bool bCleared = false;
+    const CLS_StopPolls clsPolls(1,
+                                 [&]
+                                 {
+                                     EndHeldRun(pRun);
+                                     bCleared = WaitUntil(
+                                         [&] { return FindWorker(clsPool, pRun->m_strTaskId) == nullptr; });
+                                     vecIdle = GetIdleOrder(clsPool);
+                                     {
+                                         const std::lock_guard<std::mutex> lock(clsPool.m_mtxTmpTasks);
+                                         uiOwned = clsPool.m_mapTmpTaskOwner.size();
+                                     }
+                                     EndHeldRun(pOther);
+                                 });
+    clsPool.UnInit();
+    EXPECT_TRUE(bCleared);
+    EXPECT_THAT(vecIdle, IsEmpty());
+    EXPECT_EQ(2u, uiOwned); // nor does it touch the owners
+    ExpectNothingLeft();
+}
+
+/// The worker was handed a task and has not begun it.
+TEST_F(PoolShutdownLastStepsTest, WaitsForAWorkerThatHasNotBegunItsJob)
+{
+    CLS_QuenTaskPool& clsPool = MakePool();
+    RunShortTask(clsPool);
+    CLS_TaskThread* const pThread = CopyWorkers(clsPool).begin()->first;
+    CLS_Counter clsRuns;
+    const std::string strTaskId = MakeTask([&] { clsRuns.Add(); });
+    const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(strTaskId).lock();
+    {
+        // The worker can take its job, but not enter the run.
+        std::unique_lock<std::mutex> lock(pThread->GetRunGate().m_mtxGate);
+        clsPool.AddWaitingTasks(strTaskId);
+        ASSERT_TRUE(WaitUntil([&] { return FindWorker(clsPool, strTaskId) == pThread; }));
+        CLS_Side clsEnd([&] { clsPool.UnInit(); });
+        EXPECT_TRUE(WaitUntil([&] { return !pTask->GetValid(); }));
+        EXPECT_TRUE(clsEnd.StaysAway());
+        lock.unlock();
+        EXPECT_TRUE(clsEnd.Wait());
+    }
+    EXPECT_EQ(0, clsRuns.Get());
+    ExpectNothingLeft();
+}
+
+TEST_F(PoolShutdownLastStepsTest, DropsAJobThatWasHandedOverWhenTheGateIsClosedAlready)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    CLS_TaskThread* const pThread = clsPool.CreateTaskThread();
+    CLS_Counter clsRuns;
+    std::string strTaskId = MakeTask([&] { clsRuns.Add(); });
+    const std::string strKept = strTaskId;
+    clsPool.BindTask(pThread, strTaskId);
+    ASSERT_TRUE(pThread->GetRunGate().Close(std::chrono::nanoseconds(0)));
+    clsPool.FunRunTask(pThread);
+    EXPECT_EQ(0, clsRuns.Get());
+    EXPECT_EQ(strKept, CopyWorkers(clsPool).at(pThread)); // nothing of the pool is touched
+    EXPECT_THAT(GetIdleOrder(clsPool), IsEmpty());
+}
+
+TEST_F(PoolShutdownLastStepsTest, WaitsForADispatcherThatIsHandingAJobOver)
+{
+    CLS_QuenTaskPool& clsPool = MakePool();
+    RunShortTask(clsPool);
+    CLS_TaskThread* const pThread = CopyWorkers(clsPool).begin()->first;
+    CLS_Counter clsRuns;
+    const std::string strTaskId = MakeTask([&] { clsRuns.Add(); });
+    {
+        std::unique_lock<std::mutex> lock(pThread->m_mtxFunction);
+        clsPool.AddWaitingTasks(strTaskId);
+        ASSERT_TRUE(WaitUntil([&] { return FindWorker(clsPool, strTaskId) == pThread; }));
+        CLS_Side clsEnd([&] { clsPool.UnInit(); });
+        EXPECT_TRUE(WaitUntil([&] { return !clsPool.m_bRun; }));
+        EXPECT_TRUE(clsEnd.StaysAway());
+        lock.unlock();
+        EXPECT_TRUE(clsEnd.Wait());
+    }
+    ExpectNothingLeft();
+}
+
+TEST_F(PoolShutdownLastStepsTest, SurvivesAnEndAtAnyMomentOfAShortRun)
+{
+    const CLS_FastSleep clsFastSleep(SlowPollsDown);
+    for (int i = 0; i < 300; ++i)
+    {
+        CLS_QuenTaskPool& clsPool = MakePool();
+        const auto pRuns = std::make_shared<CLS_Counter>();
+        for (int iTask = 0; iTask < 4; ++iTask)
+        {
+            ASSERT_TRUE(clsPool.AddTmpTask([pRuns] { pRuns->Add(); }, pRuns.get(), "short"));
+        }
+        // A different moment each time: none, one or two of them have run.
+        ASSERT_TRUE(pRuns->Wait(i % 3));
+        clsPool.UnInit();
+        const int iRuns = pRuns->Get();
+        EXPECT_LE(iRuns, 4);
+        EXPECT_GE(iRuns, i % 3);
+    }
+    EXPECT_TRUE(WaitForThreads(m_iThreads));
+}
+} // namespace

@@ -1,0 +1,333 @@
+#include "tests/support/WatchedJoins.h"
+#include "tests/unit/ShutdownFixture.h"
+
+namespace
+{
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class PoolShutdownTest : public CLS_ShutdownFixture
+{
+protected:
+    /// Ends the pool. Its watchdog does not hold the test up.
+    static void EndPool()
+    {
+        const CLS_FastSleep clsFastSleep(SlowPollsDown);
+        CLS_QuenTaskPool::m_pInstance->UnInit();
+    }
+};
+
+TEST_F(PoolShutdownTest, RecordsItsStepsOnAnIdlePoolAndLeavesNoPool)
+{
+    MakePool().UnInit();
+
+    EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
+    EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsBegin(), IsStart(), IsEnd()));
+}
+
+TEST_F(PoolShutdownTest, ReturnsPromptlyOnAnIdlePoolWithIdleWorkers)
+{
+    // Idle threads wait in bounded waits of 1 and 3 seconds. None of them is to be waited out.
+    const CLS_FastSleep clsFastSleep(SlowPollsDown);
+    const auto tpStart = std::chrono::steady_clock::now();
+    for (int i = 0; i < 12; ++i)
+    {
+        RunShortTask(MakePool());
+        CLS_QuenTaskPool::m_pInstance->UnInit();
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - tpStart, std::chrono::seconds(9));
+}
+
+TEST_F(PoolShutdownTest, JoinsTheServiceThreadsInOrderAndThenTheWorkers)
+{
+    CLS_QuenTaskPool& clsPool = MakePool();
+    RunShortTask(clsPool);
+    const std::map<pthread_t, std::string> mapNames{
+        {clsPool.m_pTaskingThread->native_handle(), "dispatcher"},
+        {clsPool.m_pLoopThread->native_handle(), "loop scheduler"},
+        {clsPool.m_pOvertimeThread->native_handle(), "watchdog"},
+        {CopyWorkers(clsPool).begin()->first->m_pThread->native_handle(), "worker"}};
+    std::vector<std::string> vecSteps;
+    LogRecorder::Clear();
+    LogRecorder::SetHook([&](const LogRecorder::ST_Record& _stRecord)
+                         { vecSteps.push_back(_stRecord.m_strMessage); });
+    {
+        const CLS_WatchedJoins clsJoins(0, [&](pthread_t _idThread)
+                                        { vecSteps.push_back(mapNames.at(_idThread)); });
+        clsPool.UnInit();
+    }
+    EXPECT_THAT(vecSteps, ElementsAre("----- TaskPool UnInit begin -----", "dispatcher", "loop scheduler",
+                                      "watchdog", "----- TaskPool m_mapAllThreads start -----", "worker",
+                                      "----- TaskPool UnInit end -----"));
+}
+
+TEST_F(PoolShutdownTest, FreesTheServiceThreadsBeforeItStopsTasks)
+{
+    CLS_QuenTaskPool& clsPool = MakePool();
+    std::vector<std::string> vecSeen;
+    LogRecorder::SetHook(
+        [&](const LogRecorder::ST_Record& _stRecord)
+        {
+            if (_stRecord.m_strMessage == "----- TaskPool UnInit begin -----")
+            {
+                vecSeen.push_back(clsPool.m_bRun ? "begins running" : "begins ended");
+            }
+            if (_stRecord.m_strMessage == "----- TaskPool m_mapAllThreads start -----")
+            {
+                const bool bFreed =
+                    !clsPool.m_pTaskingThread && !clsPool.m_pLoopThread && !clsPool.m_pOvertimeThread;
+                vecSeen.push_back(bFreed && !clsPool.m_bRun ? "freed" : "not freed");
+            }
+        });
+    clsPool.UnInit();
+    EXPECT_THAT(vecSeen, ElementsAre("begins running", "freed"));
+}
+
+TEST_F(PoolShutdownTest, WaitsInPollsUntilTheRunHasEnded)
+{
+    CLS_QuenTaskPool& clsPool = MakePool();
+    const HeldRun pRun = StartHeldRun(clsPool);
+    bool bPoolThere = false;
+    // A run of 2 seconds ends between the sixth and the seventh poll.
+    const CLS_StopPolls clsPolls(7,
+                                 [&]
+                                 {
+                                     bPoolThere = CLS_QuenTaskPool::m_pInstance == &clsPool;
+                                     EndHeldRun(pRun);
+                                 });
+
+    clsPool.UnInit();
+
+    EXPECT_TRUE(bPoolThere);
+    EXPECT_TRUE(pRun->m_clsOver.IsOpen());
+    EXPECT_EQ(7, clsPolls.GetPolls(std::this_thread::get_id()));
+    EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
+    EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsBegin(), IsStart(), IsEnd()));
+}
+
+TEST_F(PoolShutdownTest, LeavesAStoppedTaskInvalidAndRegistered)
+{
+    CLS_QuenTaskPool& clsPool = MakePool();
+    const HeldRun pRun = StartHeldRun(clsPool);
+    {
+        const CLS_StopPolls clsPolls(1, [&] { EndHeldRun(pRun); });
+        clsPool.UnInit();
+    }
+    const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(pRun->m_strTaskId).lock();
+    ASSERT_TRUE(pTask);
+    EXPECT_FALSE(pTask->GetValid());
+    EXPECT_EQ(TASK_STATUS_IDLE, pTask->GetTaskStatus());
+}
+
+TEST_F(PoolShutdownTest, StopsTheRunningTasksOneAfterTheOtherInTheOrderOfTheirWorkers)
+{
+    CLS_QuenTaskPool& clsPool = MakePool();
+    std::map<std::string, HeldRun> mapRuns;
+    for (int i = 0; i < 3; ++i)
+    {
+        const HeldRun pRun = StartHeldRun(clsPool);
+        mapRuns[pRun->m_strTaskId] = pRun;
+    }
+    std::vector<HeldRun> vecInOrder;
+    for (const auto& [pThread, strTaskId] : CopyWorkers(clsPool))
+    {
+        vecInOrder.push_back(mapRuns.at(strTaskId));
+    }
+    // Each is let go when the wait for it is recorded.
+    LogRecorder::SetHook(
+        [&](const LogRecorder::ST_Record& _stRecord)
+        {
+            for (const HeldRun& pRun : vecInOrder)
+            {
+                if (_stRecord.m_strMessage.find(pRun->m_strTaskId) != std::string::npos)
+                {
+                    EndHeldRun(pRun);
+                }
+            }
+        });
+    const CLS_StopPolls clsPolls(0, {});
+    clsPool.UnInit();
+
+    EXPECT_THAT(LogRecorder::Take(),
+                ElementsAre(IsBegin(), IsStart(), IsWaiting(vecInOrder[0], 11), IsWaiting(vecInOrder[1], 11),
+                            IsWaiting(vecInOrder[2], 11), IsEnd()));
+    EXPECT_EQ(30, clsPolls.GetPolls(std::this_thread::get_id()));
+}
+
+TEST_F(PoolShutdownTest, HoldsNoLockOfThePoolWhileItWaitsForARun)
+{
+    CLS_QuenTaskPool& clsPool = MakePool();
+    const HeldRun pRun = StartHeldRun(clsPool);
+    int iFree = 0;
+    const CLS_StopPolls clsPolls(
+        1,
+        [&]
+        {
+            // From another thread, for one's own locks must not be tried.
+            const CLS_Side clsSide(
+                [&]
+                {
+                    const auto funTry = [&iFree](auto& _mtxLock)
+                    {
+                        const std::unique_lock<std::decay_t<decltype(_mtxLock)>> lock(_mtxLock,
+                                                                                      std::try_to_lock);
+                        iFree += lock.owns_lock() ? 1 : 0;
+                    };
+                    funTry(clsPool.m_mtxWaitingTasks);
+                    funTry(clsPool.m_smLoopTasksLock);
+                    funTry(clsPool.m_mtxTmpTasks);
+                    funTry(clsPool.m_mtxIdleThreads);
+                    funTry(clsPool.m_smThreadTaskLock);
+                    funTry(CLS_Task::m_smTaskDataLock);
+                });
+            EndHeldRun(pRun);
+        });
+    clsPool.UnInit();
+    EXPECT_EQ(6, iFree);
+}
+
+TEST_F(PoolShutdownTest, ForgetsTheLoopTasksBeforeItStopsTasks)
+{
+    CLS_QuenTaskPool& clsPool = MakePool();
+    std::string strTaskId;
+    clsPool.AddLoopTask([] {}, 3600000, strTaskId, "loop");
+    const HeldRun pRun = StartHeldRun(clsPool);
+    std::vector<std::vector<std::string>> vecLists;
+    LogRecorder::SetHook(
+        [&](const LogRecorder::ST_Record& _stRecord)
+        {
+            if (_stRecord.m_strMessage == "----- TaskPool m_mapAllThreads start -----")
+            {
+                vecLists.push_back(clsPool.m_vecLoopTasks);
+            }
+        });
+    const CLS_StopPolls clsPolls(1,
+                                 [&]
+                                 {
+                                     vecLists.push_back(clsPool.m_vecLoopTasks);
+                                     EndHeldRun(pRun);
+                                 });
+    clsPool.UnInit();
+    EXPECT_THAT(vecLists, ElementsAre(ElementsAre(strTaskId), IsEmpty()));
+}
+
+TEST_F(PoolShutdownTest, LeavesALoopTaskRegisteredThatRunsNoMoreWhileANewOneWorks)
+{
+    CLS_Counter clsOld;
+    std::string strOld;
+    MakePool().AddLoopTask([&] { clsOld.Add(); }, 0, strOld, "old");
+    ASSERT_TRUE(clsOld.Wait(2));
+    EndPool();
+    const int iRuns = clsOld.Get();
+
+    CLS_Counter clsNew;
+    std::string strNew;
+    AddLoopTask([&] { clsNew.Add(); }, 0, strNew, "new");
+
+    ASSERT_NE(nullptr, CLS_QuenTaskPool::m_pInstance);
+    EXPECT_THAT(CLS_QuenTaskPool::m_pInstance->m_vecLoopTasks, ElementsAre(strNew));
+    EXPECT_TRUE(clsNew.Wait(5));
+    EXPECT_EQ(iRuns, clsOld.Get());
+    EXPECT_TRUE(CLS_Task::GetTask(strOld).lock());
+    EXPECT_TRUE(CLS_Task::GetTask(strNew).lock());
+    EndPool();
+}
+
+TEST_F(PoolShutdownTest, NeitherStopsNorRemovesAnIdleLoopTask)
+{
+    CLS_QuenTaskPool& clsPool = MakePool();
+    CLS_Counter clsRuns;
+    std::string strTaskId;
+    clsPool.AddLoopTask([&] { clsRuns.Add(); }, 3600000, strTaskId, "loop");
+    ASSERT_TRUE(clsRuns.Wait(1));
+    ASSERT_TRUE(WaitForIdle(clsPool, 1));
+    EndPool();
+    const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(strTaskId).lock();
+    ASSERT_TRUE(pTask);
+    EXPECT_TRUE(pTask->GetValid());
+    EXPECT_EQ(TASK_STATUS_IDLE, pTask->GetTaskStatus());
+}
+
+TEST_F(PoolShutdownTest, DropsQueuedTasksAndLeavesTheirRecordsWaiting)
+{
+    CLS_QuenTaskPool& clsPool = MakePool();
+    clsPool.m_iMaxThread = 0; // one worker
+    const HeldRun pRun = StartHeldRun(clsPool);
+    CLS_Counter clsRuns;
+    std::vector<std::string> vecQueued;
+    for (int i = 0; i < 3; ++i)
+    {
+        vecQueued.push_back(MakeTask([&] { clsRuns.Add(); }));
+        clsPool.AddWaitingTasks(vecQueued.back());
+    }
+    {
+        const CLS_StopPolls clsPolls(1, [&] { EndHeldRun(pRun); });
+        clsPool.UnInit();
+    }
+    RunShortTask(MakePool()); // by now a new pool would have run them
+    EXPECT_EQ(0, clsRuns.Get());
+    for (const std::string& strTaskId : vecQueued)
+    {
+        const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(strTaskId).lock();
+        ASSERT_TRUE(pTask);
+        EXPECT_EQ(TASK_STATUS_WAITING, pTask->GetTaskStatus());
+        EXPECT_TRUE(pTask->GetValid());
+    }
+    EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsBegin(), IsStart(), IsEnd()));
+}
+
+TEST_F(PoolShutdownTest, ANewPoolStartsEmptyWithTheOldRegistry)
+{
+    CLS_QuenTaskPool& clsPool = MakePool();
+    clsPool.m_iMaxThread = 0;
+    const HeldRun pRun = StartHeldRun(clsPool);
+    int iOwner = 0;
+    ASSERT_TRUE(clsPool.AddTmpTask([] {}, &iOwner, "queued"));
+    std::string strLoop;
+    clsPool.AddLoopTask([] {}, 10, strLoop, "queued loop");
+    {
+        const CLS_StopPolls clsPolls(1, [&] { EndHeldRun(pRun); });
+        clsPool.UnInit();
+    }
+    ASSERT_EQ(3u, CLS_Task::m_mapTaskData.size());
+
+    CLS_QuenTaskPool& clsNew = MakePool();
+    EXPECT_EQ(300, clsNew.m_iMaxThread);
+    EXPECT_TRUE(clsNew.m_bRun);
+    EXPECT_EQ(0, clsNew.GetTaskThreadNum());
+    EXPECT_THAT(GetIdleOrder(clsNew), IsEmpty());
+    EXPECT_THAT(clsNew.m_vecLoopTasks, IsEmpty());
+    EXPECT_THAT(clsNew.m_mapTmpTasks, IsEmpty());
+    EXPECT_THAT(clsNew.m_mapTmpTaskOwner, IsEmpty());
+    EXPECT_EQ(3u, CLS_Task::m_mapTaskData.size());
+    EXPECT_EQ(1u, CLS_Task::m_mapTaskData.count(strLoop));
+    RunShortTask(clsNew);
+}
+
+TEST_F(PoolShutdownTest, KillTaskAllDoesTheSameOnAnIdlePool)
+{
+    MakePool().KillTaskAll();
+    EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
+    EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsBegin(), IsStart(), IsEnd()));
+    RunShortTask(MakePool());
+}
+
+TEST_F(PoolShutdownTest, KillTaskAllWaitsForTheRunInProgress)
+{
+    CLS_QuenTaskPool& clsPool = MakePool();
+    const HeldRun pRun = StartHeldRun(clsPool);
+    const CLS_StopPolls clsPolls(3, [&] { EndHeldRun(pRun); });
+    clsPool.KillTaskAll();
+    EXPECT_TRUE(pRun->m_clsOver.IsOpen());
+    EXPECT_EQ(3, clsPolls.GetPolls(std::this_thread::get_id()));
+    EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
+}
+
+TEST_F(PoolShutdownTest, TheDestructorForgetsTheInstance)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    delete &clsPool;
+    EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
+    EXPECT_THAT(LogRecorder::Take(), IsEmpty());
+}
+} // namespace

@@ -1,0 +1,248 @@
+#include "tests/support/FailingThreads.h"
+#include "tests/support/ThreadCount.h"
+#include "tests/unit/PoolFixture.h"
+
+#include <chrono>
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <memory>
+#include <set>
+#include <string>
+#include <system_error>
+#include <thread>
+
+namespace
+{
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using std::chrono::steady_clock;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+using PoolStartUpTest = CLS_PoolFixture;
+
+/// Whether the pool runs a task that it is given.
+bool RunsATask(CLS_QuenTaskPool& _clsPool)
+{
+    CLS_Gate clsRan;
+    int iOwner = 0;
+    const bool bAdded = _clsPool.AddTmpTask([&] { clsRan.Open(); }, &iOwner, "call");
+    return clsRan.Wait() && bAdded;
+}
+
+TEST_F(PoolStartUpTest, InstanceIsBuiltOnceAndKept)
+{
+    ASSERT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
+    CLS_QuenTaskPool* const pPool = CLS_QuenTaskPool::GetInstance();
+    ASSERT_NE(nullptr, pPool);
+    EXPECT_EQ(pPool, CLS_QuenTaskPool::m_pInstance);
+    const CLS_FailingThreads clsRequests(0);
+    EXPECT_EQ(pPool, CLS_QuenTaskPool::GetInstance());
+    EXPECT_EQ(0, clsRequests.GetRequests());
+}
+
+TEST_F(PoolStartUpTest, StartsThreeThreadsAndNoWorker)
+{
+    const CLS_FailingThreads clsRequests(0);
+    CLS_QuenTaskPool& clsPool = MakePool();
+    EXPECT_EQ(3, clsRequests.GetRequests());
+    const std::set<std::thread::id> setThreads{clsPool.m_pTaskingThread->get_id(),
+                                               clsPool.m_pLoopThread->get_id(),
+                                               clsPool.m_pOvertimeThread->get_id()};
+    EXPECT_EQ(3U, setThreads.size());
+    EXPECT_EQ(0, clsPool.GetTaskThreadNum());
+    EXPECT_THAT(LogRecorder::Take(), IsEmpty());
+    EXPECT_TRUE(RunsATask(clsPool));
+    EXPECT_EQ(4, clsRequests.GetRequests());
+}
+
+TEST_F(PoolStartUpTest, StartsDispatcherThenLoopSchedulerThenWatchdog)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    for (int iFailing = 1; iFailing <= 3; ++iFailing)
+    {
+        {
+            const CLS_FailingThreads clsFailing(iFailing);
+            EXPECT_THROW(clsPool.StartServiceThreads(), std::system_error);
+        }
+        EXPECT_EQ(iFailing > 1, clsPool.m_pTaskingThread != nullptr);
+        EXPECT_EQ(iFailing > 2, clsPool.m_pLoopThread != nullptr);
+        EXPECT_EQ(nullptr, clsPool.m_pOvertimeThread);
+        clsPool.EndServiceThreads();
+        clsPool.m_bRun = true;
+    }
+}
+
+TEST_F(PoolStartUpTest, DispatcherAndWatchdogRunOnTheirThreads)
+{
+    const CLS_FastSleep clsFastSleep;
+    CLS_QuenTaskPool& clsPool = MakePool();
+    const std::thread::id idWatchdog = clsPool.m_pOvertimeThread->get_id();
+    EXPECT_TRUE(WaitUntil([&] { return !clsFastSleep.GetSleeps(idWatchdog).empty(); }));
+    EXPECT_EQ(milliseconds(180), clsFastSleep.GetSleeps(idWatchdog).front().m_msAsked);
+
+    // Let the dispatcher wait for a worker.
+    const std::thread::id idDispatcher = clsPool.m_pTaskingThread->get_id();
+    CLS_Gate clsRan;
+    const std::string strTaskId = MakeTask([&] { clsRan.Open(); });
+    {
+        const CLS_FailingThreads clsFailing(1);
+        clsPool.AddWaitingTasks(strTaskId);
+        EXPECT_TRUE(clsRan.Wait());
+    }
+    EXPECT_EQ(milliseconds(100), clsFastSleep.GetSleeps(idDispatcher).front().m_msAsked);
+    ASSERT_TRUE(WaitForIdle(clsPool, 1));
+}
+
+TEST_F(PoolStartUpTest, LoopSchedulerRunsOnItsThread)
+{
+    CLS_QuenTaskPool& clsPool = MakePool();
+    CLS_Counter clsRuns;
+    std::string strTaskId;
+    clsPool.AddLoopTask([&] { clsRuns.Add(); }, 0, strTaskId, "call");
+    EXPECT_TRUE(clsRuns.Wait(3)); // all but the first are queued by the scheduler
+    clsPool.RemoveTask(strTaskId, "call");
+}
+
+TEST_F(PoolStartUpTest, PoolAfterUnInitIsFreshAndRuns)
+{
+    CLS_QuenTaskPool& clsFirst = MakePool();
+    ASSERT_TRUE(RunsATask(clsFirst));
+    std::string strLoopId;
+    clsFirst.AddLoopTask([] {}, 3600000, strLoopId, "call");
+    clsFirst.UnInit();
+    EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
+    LogRecorder::Clear();
+
+    const CLS_FailingThreads clsRequests(0);
+    CLS_QuenTaskPool& clsSecond = MakePool();
+    EXPECT_EQ(3, clsRequests.GetRequests());
+    EXPECT_EQ(&clsSecond, CLS_QuenTaskPool::m_pInstance);
+    EXPECT_TRUE(clsSecond.m_bRun);
+    EXPECT_EQ(0, clsSecond.GetTaskThreadNum());
+    EXPECT_THAT(clsSecond.m_vecLoopTasks, IsEmpty());
+    EXPECT_THAT(LogRecorder::Take(), IsEmpty());
+    EXPECT_TRUE(RunsATask(clsSecond));
+    CLS_Counter clsRuns;
+    std::string strTaskId;
+    clsSecond.AddLoopTask([&] { clsRuns.Add(); }, 0, strTaskId, "call");
+    EXPECT_TRUE(clsRuns.Wait(2));
+    clsSecond.RemoveTask(strTaskId, "call");
+    const CLS_FastSleep clsFastSleep;
+    const std::thread::id idWatchdog = clsSecond.m_pOvertimeThread->get_id();
+    EXPECT_TRUE(WaitUntil([&] { return !clsFastSleep.GetSleeps(idWatchdog).empty(); }));
+}
+
+TEST_F(PoolStartUpTest, BodiesOfTheServiceThreadsReturnAtOnceWhenThePoolEnds)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    const std::string strQueued = MakeTask({});
+    clsPool.AddWaitingTasks(strQueued);
+    const std::string strLoop = MakeTask({}, 0);
+    clsPool.m_vecLoopTasks.push_back(strLoop); // due
+    clsPool.m_bRun = false;
+    {
+        const CLS_FastSleep clsFastSleep;
+        clsPool.FunTaskingThread();
+        clsPool.FunLoopThread();
+        clsPool.FunTaskThreadWaitingOvertime();
+        EXPECT_THAT(clsFastSleep.GetSleeps(), IsEmpty());
+    }
+    EXPECT_THAT(clsPool.m_vecWaitingTasks, ElementsAre(strQueued));
+    EXPECT_EQ(0, clsPool.GetTaskThreadNum());
+    EXPECT_EQ(TASK_STATUS_IDLE, CLS_Task::GetTask(strLoop).lock()->GetTaskStatus());
+    EXPECT_THAT(LogRecorder::Take(), IsEmpty());
+}
+
+/// The pool cannot be built because the n-th thread cannot be started.
+class PoolStartFailureTest : public CLS_PoolFixture, public ::testing::WithParamInterface<int>
+{
+};
+
+TEST_P(PoolStartFailureTest, EndsWhatRunsAndThrowsAndTheNextCallBuildsAPool)
+{
+    {
+        const CLS_FailingThreads clsFailing(GetParam());
+        EXPECT_THROW(CLS_QuenTaskPool::GetInstance(), std::system_error);
+        EXPECT_EQ(GetParam(), clsFailing.GetRequests());
+    }
+    EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
+    EXPECT_THAT(LogRecorder::Take(), IsEmpty());
+
+    CLS_QuenTaskPool& clsPool = MakePool();
+    EXPECT_TRUE(clsPool.m_bRun);
+    EXPECT_EQ(0, clsPool.GetTaskThreadNum());
+    EXPECT_TRUE(RunsATask(clsPool));
+    CLS_Counter clsRuns;
+    std::string strTaskId;
+    clsPool.AddLoopTask([&] { clsRuns.Add(); }, 0, strTaskId, "call");
+    EXPECT_TRUE(clsRuns.Wait(2));
+    clsPool.RemoveTask(strTaskId, "call");
+    EXPECT_THAT(LogRecorder::Take(), IsEmpty());
+}
+
+TEST_P(PoolStartFailureTest, LeavesNoThreadBehind)
+{
+    // Some sanitizers start a thread of their own with the first.
+    std::thread([] {}).join();
+    int iBefore = 0;
+    EXPECT_TRUE(WaitUntil(
+        [&]
+        {
+            const int iLast = iBefore;
+            iBefore = CountThreads();
+            return iBefore == iLast;
+        }));
+    for (int i = 0; i < 5; ++i)
+    {
+        const CLS_FailingThreads clsFailing(GetParam());
+        EXPECT_THROW(CLS_QuenTaskPool::GetInstance(), std::system_error);
+    }
+    EXPECT_TRUE(WaitForThreads(iBefore));
+}
+
+INSTANTIATE_TEST_SUITE_P(EachThread, PoolStartFailureTest, ::testing::Values(1, 2, 3));
+
+TEST_F(PoolStartUpTest, EndIsToldToTheDispatcherUnderTheQueuesMutex)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    StartDispatcher(clsPool);
+    CLS_Gate clsEnding;
+    std::unique_lock<std::mutex> lock(clsPool.m_mtxWaitingTasks);
+    std::thread thEnd(
+        [&]
+        {
+            clsEnding.Open();
+            clsPool.EndServiceThreads();
+        });
+    EXPECT_TRUE(clsEnding.Wait());
+    // Otherwise the dispatcher could test the flag just before it changes and then miss the wake-up.
+    EXPECT_FALSE(WaitUntil([&] { return !clsPool.m_bRun; }, milliseconds(200)));
+    lock.unlock();
+    thEnd.join();
+    EXPECT_FALSE(clsPool.m_bRun);
+    EXPECT_EQ(nullptr, clsPool.m_pTaskingThread);
+}
+
+TEST_F(PoolStartUpTest, EndOfAWaitingDispatcherDoesNotTakeTheRestOfItsWait)
+{
+    constexpr int CYCLES = 40;
+    const CLS_FastSleep clsFastSleep; // the watchdog's steps
+    const auto tpStart = steady_clock::now();
+    for (int i = 0; i < CYCLES; ++i)
+    {
+        CLS_QuenTaskPool& clsPool = MakePool();
+        if (i % 2 == 0)
+        {
+            // It has been at work and goes back to its wait.
+            EXPECT_TRUE(RunsATask(clsPool));
+            ASSERT_TRUE(WaitForIdle(clsPool, 1));
+        }
+        clsPool.UnInit();
+        ASSERT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
+    }
+    EXPECT_LT(steady_clock::now() - tpStart, seconds(CYCLES) / 2);
+}
+} // namespace

@@ -1,0 +1,313 @@
+#include "tests/support/FailingThreads.h"
+#include "tests/support/RecordMatchers.h"
+#include "tests/unit/PoolFixture.h"
+
+#include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <future>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <list>
+#include <map>
+#include <memory>
+#include <random>
+#include <set>
+#include <shared_mutex>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+namespace
+{
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+using PoolWorkersTest = CLS_PoolFixture;
+
+/// The order ids of all workers, ascending.
+std::multiset<int> GetOrderIds(CLS_QuenTaskPool& _clsPool)
+{
+    std::multiset<int> setOrder;
+    for (const auto& [pThread, strTaskId] : _clsPool.CopyBindings())
+    {
+        setOrder.insert(pThread->GetOrderId());
+    }
+    return setOrder;
+}
+
+/// A registered worker with another order id than it was given.
+CLS_TaskThread* MakeWorker(CLS_QuenTaskPool& _clsPool, int _iOrderId)
+{
+    CLS_TaskThread* const pThread = _clsPool.CreateTaskThread();
+    pThread->SetOrderId(_iOrderId);
+    return pThread;
+}
+
+TEST_F(PoolWorkersTest, MembersHaveTheirTypes)
+{
+    using Pool = CLS_QuenTaskPool;
+    EXPECT_FALSE(std::is_polymorphic_v<Pool>);
+    EXPECT_FALSE(std::is_final_v<Pool>);
+    EXPECT_TRUE((std::is_same_v<decltype(Pool::m_bRun), std::atomic<bool>>));
+    EXPECT_TRUE((std::is_same_v<decltype(Pool::m_iMaxThread), std::int32_t>));
+    EXPECT_TRUE((std::is_same_v<decltype(Pool::m_cvWaitingTasks), std::condition_variable>));
+    EXPECT_TRUE((std::is_same_v<decltype(Pool::m_mtxWaitingTasks), std::mutex>));
+    EXPECT_TRUE((std::is_same_v<decltype(Pool::m_vecWaitingTasks), std::vector<std::string>>));
+    EXPECT_TRUE((std::is_same_v<decltype(Pool::m_smLoopTasksLock), std::shared_mutex>));
+    EXPECT_TRUE((std::is_same_v<decltype(Pool::m_vecLoopTasks), std::vector<std::string>>));
+    EXPECT_TRUE((std::is_same_v<decltype(Pool::m_mtxTmpTasks), std::mutex>));
+    EXPECT_TRUE((std::is_same_v<decltype(Pool::m_mapTmpTasks), std::map<void*, std::list<std::string>>>));
+    EXPECT_TRUE((std::is_same_v<decltype(Pool::m_mapTmpTaskOwner), std::map<std::string, void*>>));
+    EXPECT_TRUE((std::is_same_v<decltype(Pool::m_mtxIdleThreads), std::mutex>));
+    EXPECT_TRUE((std::is_same_v<decltype(Pool::m_vecIdleThreads), std::vector<CLS_TaskThread*>>));
+    EXPECT_TRUE((std::is_same_v<decltype(Pool::m_smThreadTaskLock), std::shared_mutex>));
+    EXPECT_TRUE((std::is_same_v<decltype(Pool::m_mapThreadTask), std::map<CLS_TaskThread*, std::string>>));
+    EXPECT_TRUE((std::is_same_v<decltype(Pool::m_pInstance), Pool*>));
+    EXPECT_TRUE((std::is_same_v<decltype(&Pool::GetTaskThreadNum), std::int32_t (Pool::*)()>));
+}
+
+TEST_F(PoolWorkersTest, MembersAreDeclaredInOrder)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    const std::vector<const void*> vecMembers{&clsPool.m_bRun,
+                                              &clsPool.m_iMaxThread,
+                                              &clsPool.m_pTaskingThread,
+                                              &clsPool.m_pLoopThread,
+                                              &clsPool.m_pOvertimeThread,
+                                              &clsPool.m_cvWaitingTasks,
+                                              &clsPool.m_mtxWaitingTasks,
+                                              &clsPool.m_vecWaitingTasks,
+                                              &clsPool.m_smLoopTasksLock,
+                                              &clsPool.m_vecLoopTasks,
+                                              &clsPool.m_mtxTmpTasks,
+                                              &clsPool.m_mapTmpTasks,
+                                              &clsPool.m_mapTmpTaskOwner,
+                                              &clsPool.m_mtxIdleThreads,
+                                              &clsPool.m_vecIdleThreads,
+                                              &clsPool.m_smThreadTaskLock,
+                                              &clsPool.m_mapThreadTask};
+    EXPECT_TRUE(std::is_sorted(vecMembers.begin(), vecMembers.end(), std::less<>()));
+}
+
+TEST_F(PoolWorkersTest, FreshPoolHasItsInitialValues)
+{
+    EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
+    CLS_QuenTaskPool& clsPool = MakePool();
+    EXPECT_TRUE(clsPool.m_bRun);
+    EXPECT_EQ(300, clsPool.m_iMaxThread);
+    ASSERT_TRUE(clsPool.m_pTaskingThread && clsPool.m_pLoopThread && clsPool.m_pOvertimeThread);
+    EXPECT_TRUE(clsPool.m_pTaskingThread->joinable());
+    EXPECT_TRUE(clsPool.m_pLoopThread->joinable());
+    EXPECT_TRUE(clsPool.m_pOvertimeThread->joinable());
+    EXPECT_THAT(clsPool.m_vecWaitingTasks, IsEmpty());
+    EXPECT_THAT(clsPool.m_vecLoopTasks, IsEmpty());
+    EXPECT_THAT(clsPool.m_mapTmpTasks, IsEmpty());
+    EXPECT_THAT(clsPool.m_mapTmpTaskOwner, IsEmpty());
+    EXPECT_THAT(clsPool.m_vecIdleThreads, IsEmpty());
+    EXPECT_THAT(clsPool.m_mapThreadTask, IsEmpty());
+    EXPECT_EQ(0, clsPool.GetTaskThreadNum());
+    EXPECT_THAT(LogRecorder::Take(), IsEmpty());
+}
+
+TEST_F(PoolWorkersTest, FirstTaskMakesTheWorkerWithOrderIdZero)
+{
+    CLS_QuenTaskPool& clsPool = MakePool();
+    EXPECT_EQ(0, clsPool.GetTaskThreadNum());
+    CLS_Gate clsRan;
+    int iOwner = 0;
+    ASSERT_TRUE(clsPool.AddTmpTask([&] { clsRan.Open(); }, &iOwner, "call"));
+    ASSERT_TRUE(clsRan.Wait());
+    ASSERT_TRUE(WaitForIdle(clsPool, 1));
+    EXPECT_THAT(GetIdleOrder(clsPool), ElementsAre(0));
+    EXPECT_EQ(1, clsPool.GetTaskThreadNum());
+}
+
+TEST_F(PoolWorkersTest, NewWorkersAreNumberedAndNeitherBoundNorIdleListed)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    for (int i = 0; i < 3; ++i)
+    {
+        CLS_TaskThread* const pThread = clsPool.CreateTaskThread();
+        ASSERT_NE(nullptr, pThread);
+        EXPECT_EQ(i, pThread->GetOrderId());
+        EXPECT_EQ(i + 1, clsPool.GetTaskThreadNum());
+        ASSERT_EQ(1U, clsPool.m_mapThreadTask.count(pThread));
+        EXPECT_EQ("", clsPool.m_mapThreadTask[pThread]);
+        const std::lock_guard<std::mutex> lock(pThread->m_mtxFunction);
+        EXPECT_FALSE(pThread->m_funFunction);
+    }
+    EXPECT_THAT(clsPool.m_vecIdleThreads, IsEmpty());
+    EXPECT_THAT(LogRecorder::Take(), IsEmpty());
+}
+
+TEST_F(PoolWorkersTest, IdleWorkerWithTheLowestOrderIdComesFirst)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    for (const int iOrderId : {4, 1, 7})
+    {
+        clsPool.AddIdleThread(MakeWorker(clsPool, iOrderId));
+    }
+    CLS_TaskThread* const pFirst = clsPool.GetTaskThread();
+    ASSERT_NE(nullptr, pFirst);
+    EXPECT_EQ(1, pFirst->GetOrderId());
+    EXPECT_THAT(GetIdleOrder(clsPool), ElementsAre(4, 7));
+    EXPECT_EQ(4, clsPool.GetTaskThread()->GetOrderId());
+    EXPECT_EQ(7, clsPool.GetTaskThread()->GetOrderId());
+    EXPECT_EQ(3, clsPool.GetTaskThreadNum());
+}
+
+TEST_F(PoolWorkersTest, FirstIdleWorkerIsTakenAndTheOthersKeepTheirOrder)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    // Not in order, as no list of the pool is: the first slot counts, nothing is looked for.
+    for (const int iOrderId : {5, 9, 2, 6})
+    {
+        clsPool.m_vecIdleThreads.push_back(MakeWorker(clsPool, iOrderId));
+    }
+    EXPECT_EQ(5, clsPool.GetTaskThread()->GetOrderId());
+    EXPECT_THAT(GetIdleOrder(clsPool), ElementsAre(9, 2, 6));
+}
+
+TEST_F(PoolWorkersTest, NewWorkerIsMadeOnlyWhenNobodyIsIdle)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    CLS_TaskThread* const pThread = clsPool.GetTaskThread();
+    ASSERT_NE(nullptr, pThread);
+    EXPECT_EQ(1, clsPool.GetTaskThreadNum());
+    clsPool.AddIdleThread(pThread);
+    EXPECT_EQ(pThread, clsPool.GetTaskThread());
+    EXPECT_EQ(1, clsPool.GetTaskThreadNum());
+    EXPECT_NE(pThread, clsPool.GetTaskThread());
+    EXPECT_EQ(2, clsPool.GetTaskThreadNum());
+}
+
+TEST_F(PoolWorkersTest, LimitIsExceededByOneWorkerAndThenNullComesSilently)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    for (int i = 0; i <= 300; ++i)
+    {
+        CLS_TaskThread* const pThread = clsPool.GetTaskThread();
+        ASSERT_NE(nullptr, pThread) << i;
+        EXPECT_EQ(i, pThread->GetOrderId());
+    }
+    EXPECT_EQ(301, clsPool.GetTaskThreadNum());
+    EXPECT_EQ(nullptr, clsPool.GetTaskThread());
+    EXPECT_EQ(301, clsPool.GetTaskThreadNum());
+    EXPECT_THAT(LogRecorder::Take(), IsEmpty());
+}
+
+TEST_F(PoolWorkersTest, IdleWorkerIsHandedOutAtTheLimit)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    CLS_TaskThread* const pThread = clsPool.CreateTaskThread();
+    clsPool.m_iMaxThread = 0;
+    EXPECT_EQ(nullptr, clsPool.GetTaskThread());
+    clsPool.AddIdleThread(pThread);
+    EXPECT_EQ(pThread, clsPool.GetTaskThread());
+}
+
+TEST_F(PoolWorkersTest, OrderIdIsUsedAgainAfterARetirement)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    std::vector<CLS_TaskThread*> vecWorkers;
+    for (int i = 0; i < 3; ++i)
+    {
+        vecWorkers.push_back(clsPool.CreateTaskThread());
+    }
+    clsPool.RetireThread(vecWorkers[1]);
+    EXPECT_EQ(2, clsPool.GetTaskThreadNum());
+    CLS_TaskThread* const pNew = clsPool.CreateTaskThread();
+    EXPECT_EQ(2, pNew->GetOrderId());
+    EXPECT_NE(vecWorkers[2], pNew);
+    EXPECT_THAT(GetOrderIds(clsPool), ElementsAre(0, 2, 2));
+}
+
+TEST_F(PoolWorkersTest, WorkerThatCannotBeMadeIsARecordAndNull)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    {
+        const CLS_FailingThreads clsFailing(1);
+        EXPECT_EQ(nullptr, clsPool.CreateTaskThread());
+    }
+    EXPECT_THAT(LogRecorder::Take(),
+                ElementsAre(IsPoolRecord(3, "CreateTaskThread", "create task thread error")));
+    {
+        const CLS_FailingThreads clsFailing(1);
+        EXPECT_EQ(nullptr, clsPool.GetTaskThread());
+    }
+    EXPECT_THAT(LogRecorder::Take(),
+                ElementsAre(IsPoolRecord(3, "CreateTaskThread", "create task thread error")));
+    EXPECT_EQ(0, clsPool.GetTaskThreadNum());
+    EXPECT_THAT(GetIdleOrder(clsPool), IsEmpty());
+
+    CLS_TaskThread* const pThread = clsPool.GetTaskThread();
+    ASSERT_NE(nullptr, pThread);
+    EXPECT_EQ(0, pThread->GetOrderId());
+    EXPECT_THAT(LogRecorder::Take(), IsEmpty());
+}
+
+#ifdef __GLIBCXX__
+// Elsewhere, a shared mutex that its own thread takes twice does not fail but waits for ever.
+TEST_F(PoolWorkersTest, WorkerThatCannotBeRegisteredIsARecordAndIsReturned)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    std::unique_lock<std::shared_mutex> lock(clsPool.m_smThreadTaskLock);
+    const std::unique_ptr<CLS_TaskThread> pThread(clsPool.CreateTaskThread());
+    lock.unlock();
+    ASSERT_NE(nullptr, pThread);
+    EXPECT_EQ(-1, pThread->GetOrderId());
+    EXPECT_EQ(0, clsPool.GetTaskThreadNum());
+    EXPECT_THAT(LogRecorder::Take(),
+                ElementsAre(IsPoolRecord(3, "CreateTaskThread", "create task thread error")));
+    CLS_Gate clsRan;
+    pThread->AddFunction([&](CLS_TaskThread*) { clsRan.Open(); });
+    EXPECT_TRUE(clsRan.Wait());
+}
+#endif
+
+TEST_F(PoolWorkersTest, CountsWorkersUnderASharedLock)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    clsPool.CreateTaskThread();
+    std::shared_lock<std::shared_mutex> lock(clsPool.m_smThreadTaskLock);
+    auto futCount = std::async(std::launch::async, [&] { return clsPool.GetTaskThreadNum(); });
+    EXPECT_EQ(std::future_status::ready, futCount.wait_for(WAIT_LIMIT));
+    lock.unlock();
+    EXPECT_EQ(1, futCount.get());
+}
+
+TEST_F(PoolWorkersTest, IdleListIsSortedByOrderIdWithEachReturn)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    constexpr int WORKERS = 60;
+    std::vector<int> vecOrder;
+    for (int i = 0; i < WORKERS; ++i)
+    {
+        vecOrder.push_back(i / 3); // each order id three times
+    }
+    std::shuffle(vecOrder.begin(), vecOrder.end(), std::mt19937(7)); // any order will do, but the same one
+    std::vector<int> vecExpected;
+    for (const int iOrderId : vecOrder)
+    {
+        clsPool.AddIdleThread(MakeWorker(clsPool, iOrderId));
+        vecExpected.insert(std::upper_bound(vecExpected.begin(), vecExpected.end(), iOrderId), iOrderId);
+        ASSERT_EQ(vecExpected, GetIdleOrder(clsPool));
+    }
+    const std::set<CLS_TaskThread*> setIdle(clsPool.m_vecIdleThreads.begin(), clsPool.m_vecIdleThreads.end());
+    EXPECT_EQ(static_cast<std::size_t>(WORKERS), setIdle.size());
+}
+
+TEST_F(PoolWorkersTest, EmptySlotSortsBeforeNothingAndNothingBeforeIt)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    clsPool.m_vecIdleThreads = {nullptr};
+    clsPool.AddIdleThread(MakeWorker(clsPool, 1));
+    EXPECT_THAT(GetIdleOrder(clsPool), ElementsAre(-1, 1));
+    clsPool.m_vecIdleThreads = {clsPool.m_vecIdleThreads[1], nullptr};
+    clsPool.AddIdleThread(MakeWorker(clsPool, 2));
+    EXPECT_THAT(GetIdleOrder(clsPool), ElementsAre(1, -1, 2));
+    clsPool.m_vecIdleThreads.clear();
+}
+} // namespace
