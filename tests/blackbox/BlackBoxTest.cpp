@@ -1,0 +1,192 @@
+#include "tests/support/ChildProcess.h"
+
+#include <cstdlib>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace
+{
+const std::string POOL = "ZelTaskPool";
+const std::string FILE_POOL = "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool";
+const std::string FILE_TASK = "QuenPlugins/ZelTaskPool/CLS_Task";
+
+/// What the pool's library writes when it makes its first record and finds a logging library.
+std::string GetLoaderLines()
+{
+    const std::string strName = LOG_LIBRARY_NAME;
+    std::string strLines = "load dll - " + strName + "\n";
+    for (const char* const szFunction :
+         {"Init", "SetLoggerConfig", "SetLoggerConfigAll", "PrintLog", "UnInit"})
+    {
+        strLines += "load dll [" + strName + ": " + szFunction + "] sucess\n";
+    }
+    return strLines;
+}
+
+/// The environment in which a host finds the recording logging library.
+std::map<std::string, std::string> GetRecording()
+{
+    return {{GetLibraryPathName(), RECORDER_FOLDER}};
+}
+
+/// The records of one end of the pool, as zel_use_host prints them.
+std::string GetEndRecords()
+{
+    const std::string strHead = "2 " + POOL + " " + FILE_POOL + " UnInit ----- TaskPool ";
+    return strHead + "UnInit begin -----\n" + strHead + "m_mapAllThreads start -----\n" + strHead +
+           "UnInit end -----\n";
+}
+
+void ExpectEnd(const ST_ChildResult& _stResult, int _iStatus, const std::string& _strOut)
+{
+    EXPECT_FALSE(_stResult.m_bTimedOut);
+    EXPECT_EQ(0, _stResult.m_iSignal);
+    EXPECT_EQ(_iStatus, _stResult.m_iExit);
+    EXPECT_EQ(_strOut, _stResult.m_strOut);
+    EXPECT_EQ("", _stResult.m_strErr);
+}
+
+TEST(BlackBoxTest, AHostUsesThePoolByNamesAlone)
+{
+    const std::string strRunning = "3 " + POOL + " " + FILE_TASK + " Running run function error ";
+    const std::string strParam = "[__id__] : [ID]/[callinfo] : [throwing]/\n";
+    ExpectEnd(RunChild(USE_HOST, {POOL_LIBRARY}, GetRecording()), 0,
+              GetLoaderLines() +
+                  "null owner taken: no\n"
+                  "tmp tasks taken: yes\n"
+                  "tmp tasks ran: yes\n"
+                  "loop ids differ: yes\n"
+                  "loop tasks ran: yes\n"
+                  "loop tasks ended: yes\n"
+                  "own exception caught in a task: yes\n"
+                  "task went on: yes\n"
+                  "3 " +
+                  POOL + " " + FILE_POOL +
+                  " AddTmpTask AddTmpTask error, nullptr == _pObj [nobody]\n"
+                  "throwing task ran: yes\n"
+                  "record came: yes\n" +
+                  strRunning + ":out of a task param :" + strParam +
+                  "throwing task ran: yes\n"
+                  "record came: yes\n" +
+                  strRunning + strParam + GetEndRecords() + GetEndRecords());
+}
+
+TEST(BlackBoxTest, TheSevenFunctionsAreFoundByTheirNames)
+{
+    ExpectEnd(RunChild(SYMBOLS_HOST, {POOL_LIBRARY, "AddTmpTask", "RemoveTmpTask", "AddLoopTask",
+                                      "RemoveTask", "KillTask", "KillTaskAll", "UnInit"}),
+              0,
+              "AddTmpTask: found\nRemoveTmpTask: found\nAddLoopTask: found\nRemoveTask: found\n"
+              "KillTask: found\nKillTaskAll: found\nUnInit: found\n");
+}
+
+TEST(BlackBoxTest, NoOtherOperationHasAPlainName)
+{
+    ExpectEnd(RunChild(SYMBOLS_HOST,
+                       {POOL_LIBRARY, "StopTask", "AddWaitingTasks", "GetInstance", "CreateTaskThread",
+                        "GetTaskThread", "GetTaskThreadNum", "FunRunTask", "FunTaskingThread",
+                        "FunLoopThread", "FunTaskThreadWaitingOvertime", "PinLibrary", "m_pInstance"}),
+              0,
+              "StopTask: null\nAddWaitingTasks: null\nGetInstance: null\nCreateTaskThread: null\n"
+              "GetTaskThread: null\nGetTaskThreadNum: null\nFunRunTask: null\nFunTaskingThread: null\n"
+              "FunLoopThread: null\nFunTaskThreadWaitingOvertime: null\nPinLibrary: null\n"
+              "m_pInstance: null\n");
+}
+
+TEST(BlackBoxTest, OpeningTheLibraryStartsNothing)
+{
+    // Neither a record nor a line of the loader: the pool begins with the first call.
+    ExpectEnd(RunChild(SYMBOLS_HOST, {POOL_LIBRARY}, GetRecording()), 0, "");
+}
+
+TEST(BlackBoxTest, TheFirstCallMayComeFromAStaticInitialiserAndTheLastFromAStaticDestructor)
+{
+    std::map<std::string, std::string> mapEnvironment = GetRecording();
+    mapEnvironment["ZEL_TEST_LIBRARY"] = POOL_LIBRARY;
+    ExpectEnd(RunChild(STATIC_HOST, {}, mapEnvironment), 7,
+              "runs in main: 1\ngoes on after main: 1\n" + GetLoaderLines() + "ended\n");
+}
+
+TEST(BlackBoxTest, ChildrenAreStartedWhileThePoolIsBusy)
+{
+    ExpectEnd(RunChild(FORK_HOST, {POOL_LIBRARY}, GetRecording()), 0,
+              "children right: 20\nall ran: 1\nloop goes on: 1\n" + GetLoaderLines());
+}
+
+/// A host unloads the library.
+class BlackBoxUnloadTest : public ::testing::Test
+{
+protected:
+    /// The task registry's memory stays by design, for late threads; once the library is unloaded, nothing
+    /// points to it any more, and a leak check would report it. Everything else is still checked.
+    static std::map<std::string, std::string> GetEnvironment()
+    {
+        std::map<std::string, std::string> mapEnvironment = GetRecording();
+        const char* const szOptions = std::getenv("ASAN_OPTIONS");
+        mapEnvironment["ASAN_OPTIONS"] =
+            (szOptions == nullptr ? std::string() : szOptions + std::string(":")) + "detect_leaks=0";
+        return mapEnvironment;
+    }
+
+    /// The lines of the loader as often as the library is loaded anew.
+    static std::string RepeatLoaderLines(int _iTimes)
+    {
+        std::string strLines;
+        for (int i = 0; i < _iTimes; ++i)
+        {
+            strLines += GetLoaderLines();
+        }
+        return strLines;
+    }
+};
+
+TEST_F(BlackBoxUnloadTest, TheLibraryIsUnmappedEachTimeAndLeavesNoThread)
+{
+    ExpectEnd(RunChild(UNLOAD_HOST, {POOL_LIBRARY, "cycles"}, GetEnvironment()), 0,
+              RepeatLoaderLines(20) + "20 cycles\n");
+}
+
+TEST_F(BlackBoxUnloadTest, TheLibraryStaysMappedForARunThatOutlastsThePool)
+{
+    ExpectEnd(RunChild(UNLOAD_HOST, {POOL_LIBRARY, "late"}, GetEnvironment()), 0,
+              GetLoaderLines() + "mapped during the run: 1\nthread there: 1\nthread gone: 1\nused again\n");
+}
+
+struct ST_Exit
+{
+    const char* m_szWay;
+    int m_iFinished;
+};
+
+void PrintTo(const ST_Exit& _stExit, std::ostream* _pOut)
+{
+    *_pOut << _stExit.m_szWay << " after " << _stExit.m_iFinished;
+}
+
+/// A host ends without ending the pool.
+class BlackBoxExitTest : public ::testing::TestWithParam<ST_Exit>
+{
+};
+
+TEST_P(BlackBoxExitTest, TheProcessEndsAtOnceWithItsOwnStatus)
+{
+    CLS_ChildProcess clsHost(EXIT_HOST,
+                             {POOL_LIBRARY, std::to_string(GetParam().m_iFinished), GetParam().m_szWay},
+                             GetRecording());
+    const std::string strOut = GetLoaderLines() + "ending\n";
+    ASSERT_TRUE(WaitUntil([&] { return clsHost.GetOut().find(strOut) == 0; }, std::chrono::minutes(5)));
+    const auto tpEnding = std::chrono::steady_clock::now();
+    const ST_ChildResult stResult = clsHost.Wait();
+    // What is running has about a minute to go.
+    EXPECT_LT(std::chrono::steady_clock::now() - tpEnding, std::chrono::seconds(20));
+    ExpectEnd(stResult, 7, strOut + "used at the very end: 1\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(Ways, BlackBoxExitTest,
+                         ::testing::Values(ST_Exit{"return", MANY_TASKS}, ST_Exit{"return", 0},
+                                           ST_Exit{"exit", 1000}, ST_Exit{"task", 1000}),
+                         [](const ::testing::TestParamInfo<ST_Exit>& _stInfo) {
+                             return std::string(_stInfo.param.m_szWay) + "After" +
+                                    std::to_string(_stInfo.param.m_iFinished);
+                         });
+} // namespace

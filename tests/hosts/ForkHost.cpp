@@ -1,0 +1,61 @@
+// Starts children while the pool is busy:  zel_fork_host LIBRARY
+// Each child replaces itself by this program with the argument "child", which ends with status 9.
+
+#include "tests/hosts/PoolLibrary.h"
+#include "tests/support/Waiting.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace
+{
+int StartChild(char* _szSelf)
+{
+    char szChild[] = "child";
+    char* const arrArguments[] = {_szSelf, szChild, nullptr};
+    const pid_t iChild = fork();
+    if (iChild == 0)
+    {
+        execv(_szSelf, arrArguments);
+        _exit(5);
+    }
+    int iStatus = 0;
+    if (iChild == -1 || waitpid(iChild, &iStatus, 0) != iChild || !WIFEXITED(iStatus))
+    {
+        return -1;
+    }
+    return WEXITSTATUS(iStatus);
+}
+} // namespace
+
+int main(int _iCount, char** _ppTexts)
+{
+    if (_iCount == 2 && _ppTexts[1] == std::string("child"))
+    {
+        return 9;
+    }
+    if (_iCount != 2)
+    {
+        return 64;
+    }
+    CLS_PoolLibrary clsPool(_ppTexts[1]);
+    CLS_Counter clsLoops;
+    std::string strTaskId;
+    clsPool.m_pAddLoopTask([&] { clsLoops.Add(); }, 0, strTaskId, "loop");
+    int iRight = 0;
+    CLS_Counter clsRuns;
+    for (int i = 0; i < 20; ++i)
+    {
+        for (int iTask = 0; iTask < 50; ++iTask)
+        {
+            clsPool.m_pAddTmpTask([&] { clsRuns.Add(); }, &clsRuns, "busy");
+        }
+        iRight += StartChild(_ppTexts[0]) == 9 ? 1 : 0;
+    }
+    std::cout << "children right: " << iRight << std::endl;
+    std::cout << "all ran: " << clsRuns.Wait(1000) << std::endl;
+    std::cout << "loop goes on: " << clsLoops.Wait(clsLoops.Get() + 3) << std::endl;
+    clsPool.m_pKillTask(strTaskId, "loop");
+    clsPool.m_pKillTaskAll();
+    return 0;
+}

@@ -1,0 +1,57 @@
+#pragma once
+
+#include "QuenPlugins/ZelTaskPool/TaskPoolExports.h"
+
+#include <cstdlib>
+#include <dlfcn.h>
+#include <iostream>
+#include <string>
+
+/// The pool's library, opened by its path, and its functions, looked up by their names. The header is
+/// included for the types alone: nothing of the library is linked.
+///
+/// Ends the process with status 3 when the library or a function is not there.
+class CLS_PoolLibrary
+{
+public:
+    explicit CLS_PoolLibrary(const std::string& _strPath) : m_pLibrary(dlopen(_strPath.c_str(), RTLD_NOW))
+    {
+        if (m_pLibrary == nullptr)
+        {
+            std::cerr << "no library: " << dlerror() << "\n";
+            std::exit(3);
+        }
+        LookUp(m_pAddTmpTask, "AddTmpTask");
+        LookUp(m_pRemoveTmpTask, "RemoveTmpTask");
+        LookUp(m_pAddLoopTask, "AddLoopTask");
+        LookUp(m_pRemoveTask, "RemoveTask");
+        LookUp(m_pKillTask, "KillTask");
+        LookUp(m_pKillTaskAll, "KillTaskAll");
+        LookUp(m_pUnInit, "UnInit");
+    }
+
+    /// Gives the library back. The functions must not be called any more.
+    void Close() { dlclose(m_pLibrary); }
+
+    decltype(&AddTmpTask) m_pAddTmpTask = nullptr;
+    decltype(&RemoveTmpTask) m_pRemoveTmpTask = nullptr;
+    decltype(&AddLoopTask) m_pAddLoopTask = nullptr;
+    decltype(&RemoveTask) m_pRemoveTask = nullptr;
+    decltype(&KillTask) m_pKillTask = nullptr;
+    decltype(&KillTaskAll) m_pKillTaskAll = nullptr;
+    decltype(&UnInit) m_pUnInit = nullptr;
+
+private:
+    template <typename Function>
+    void LookUp(Function& _pFunction, const char* _szName)
+    {
+        _pFunction = reinterpret_cast<Function>(dlsym(m_pLibrary, _szName));
+        if (_pFunction == nullptr)
+        {
+            std::cerr << "no function " << _szName << "\n";
+            std::exit(3);
+        }
+    }
+
+    void* m_pLibrary;
+};

@@ -1,0 +1,51 @@
+// Uses the pool before main begins and after it has ended:  zel_static_host
+// The library's path is in the variable ZEL_TEST_LIBRARY, for there are no arguments yet.
+
+#include "tests/hosts/PoolLibrary.h"
+#include "tests/support/Waiting.h"
+
+namespace
+{
+class CLS_Early
+{
+public:
+    CLS_Early() : m_clsPool(GetPath())
+    {
+        m_clsPool.m_pAddLoopTask([this] { m_clsRuns.Add(); }, 1, m_strTaskId, "early");
+    }
+
+    ~CLS_Early()
+    {
+        const int iRuns = m_clsRuns.Get();
+        std::cout << "goes on after main: " << m_clsRuns.Wait(iRuns + 3) << std::endl;
+        m_clsPool.m_pKillTask(m_strTaskId, "early");
+        m_clsPool.m_pUnInit();
+        std::cout << "ended" << std::endl;
+    }
+
+    bool RunsInMain()
+    {
+        const int iRuns = m_clsRuns.Get();
+        return m_clsRuns.Wait(iRuns + 3);
+    }
+
+private:
+    static std::string GetPath()
+    {
+        const char* const szPath = std::getenv("ZEL_TEST_LIBRARY");
+        return szPath == nullptr ? "" : szPath;
+    }
+
+    CLS_PoolLibrary m_clsPool;
+    CLS_Counter m_clsRuns;
+    std::string m_strTaskId;
+};
+
+CLS_Early s_clsEarly;
+} // namespace
+
+int main()
+{
+    std::cout << "runs in main: " << s_clsEarly.RunsInMain() << std::endl;
+    return 7;
+}
