@@ -1,5 +1,6 @@
 # What a build may choose. Everything else is a constant of the code.
 
+option(ZEL_BUILD_EXAMPLES "Build the example host and the example logging library" ON)
 option(ZEL_WERROR "Treat every compiler warning as an error" OFF)
 
 set(ZEL_SANITIZE "" CACHE STRING

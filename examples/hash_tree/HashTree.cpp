@@ -1,0 +1,232 @@
+#include "examples/hash_tree/HashTree.h"
+
+#include "examples/hash_tree/CancelSignal.h"
+
+#include <algorithm>
+#include <chrono>
+#include <exception>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+namespace fs = std::filesystem;
+
+namespace
+{
+/// How many files are with the pool at a time. Fewer than the pool has workers, since it starts tasks in the
+/// order in which they come: the progress would wait behind all files. It also bounds the files open at once.
+constexpr int g_iMaxJobsOpen = 128;
+
+/// Ends the pool on every way out.
+class CLS_PoolEnd
+{
+public:
+    CLS_PoolEnd(const CLS_PoolLibrary& _clsPool, CLS_Progress& _clsProgress)
+        : m_clsPool(_clsPool), m_clsProgress(_clsProgress)
+    {
+    }
+
+    ~CLS_PoolEnd()
+    {
+        try
+        {
+            m_clsPool.m_funKillTaskAll();
+        }
+        catch (const std::exception& error)
+        {
+            m_clsProgress.Report(std::string("ending the pool failed: ") + error.what());
+        }
+    }
+
+    CLS_PoolEnd(const CLS_PoolEnd&) = delete;
+    CLS_PoolEnd& operator=(const CLS_PoolEnd&) = delete;
+
+private:
+    const CLS_PoolLibrary& m_clsPool;
+    CLS_Progress& m_clsProgress;
+};
+
+/// Counts a task that is at work; the last thing that a task touches.
+class CLS_TaskInside
+{
+public:
+    explicit CLS_TaskInside(std::atomic<int>& _iTasks) : m_iTasks(_iTasks) { ++m_iTasks; }
+    ~CLS_TaskInside() { --m_iTasks; }
+
+    CLS_TaskInside(const CLS_TaskInside&) = delete;
+    CLS_TaskInside& operator=(const CLS_TaskInside&) = delete;
+
+private:
+    std::atomic<int>& m_iTasks;
+};
+} // namespace
+
+CLS_HashTree::CLS_File::CLS_File(std::string _strPath, CLS_Directory& _clsOwner)
+    : m_clsJob(std::move(_strPath)), m_clsOwner(_clsOwner)
+{
+}
+
+CLS_HashTree::CLS_HashTree(const CLS_PoolLibrary& _clsPool, const CLS_ChecksumFile& _clsOutput,
+                           CLS_Progress& _clsProgress)
+    : m_clsPool(_clsPool), m_clsOutput(_clsOutput), m_clsProgress(_clsProgress),
+      m_clsWalk(_clsProgress, [this](const fs::directory_entry& _entry, CLS_Directory& _clsDirectory)
+                { AddFile(_entry, _clsDirectory); })
+{
+}
+
+CLS_RunResult CLS_HashTree::Run(const fs::path& _pathRoot, int _iInterval)
+{
+    double dSeconds = 0;
+    {
+        const CLS_PoolEnd clsPoolEnd(m_clsPool, m_clsProgress);
+        const std::string strProgressId = StartProgress(_iInterval);
+        m_clsWalk.Run(_pathRoot);
+        m_clsProgress.m_clsCounters.m_bWalking = CancelSignal() != 0;
+        WaitForFiles();
+        dSeconds = m_clsProgress.Seconds();
+        CancelTasks();
+        m_clsPool.m_funRemoveTask(strProgressId, "hash_tree progress");
+        m_clsProgress.DrawLast();
+    }
+    return CollectResult(dSeconds);
+}
+
+std::string CLS_HashTree::StartProgress(int _iInterval)
+{
+    const auto funDraw = [this]
+    {
+        const CLS_TaskInside clsInside(m_iTasksInside);
+        m_clsProgress.Draw();
+    };
+    std::string strId;
+    m_clsPool.m_funAddLoopTask(funDraw, _iInterval, strId, "hash_tree progress");
+    return strId;
+}
+
+void CLS_HashTree::AddFile(const fs::directory_entry& _entry, CLS_Directory& _clsDirectory)
+{
+    if (m_clsOutput.IsSelf(_entry.path()))
+    {
+        return;
+    }
+    std::error_code error;
+    const std::uintmax_t iSize = _entry.file_size(error);
+    m_clsProgress.m_clsCounters.m_iBytesFound += error ? 0 : iSize;
+    ++m_clsProgress.m_clsCounters.m_iFilesFound;
+    m_deqFiles.emplace_back(_entry.path().string(), _clsDirectory);
+    SubmitFiles();
+}
+
+/// Submits as many of the files that were found as the pool may have now.
+void CLS_HashTree::SubmitFiles()
+{
+    while (m_iFilesSubmitted < m_deqFiles.size() && TakeTurn())
+    {
+        Submit(m_deqFiles[m_iFilesSubmitted++]);
+    }
+}
+
+bool CLS_HashTree::TakeTurn()
+{
+    const std::lock_guard<std::mutex> lock(m_mtxJobs);
+    if (m_iJobsOpen == g_iMaxJobsOpen)
+    {
+        return false;
+    }
+    ++m_iJobsOpen;
+    return true;
+}
+
+void CLS_HashTree::Submit(CLS_File& _clsFile)
+{
+    CLS_HashJob& clsJob = _clsFile.m_clsJob;
+    const auto funTask = [this, pJob = &clsJob] { RunJob(*pJob); };
+    if (!m_clsPool.m_funAddTmpTask(funTask, &_clsFile.m_clsOwner, "hash_tree " + clsJob.Path()))
+    {
+        clsJob.Refuse("the pool did not take it");
+        FinishJob(clsJob);
+    }
+}
+
+void CLS_HashTree::RunJob(CLS_HashJob& _clsJob)
+{
+    const CLS_TaskInside clsInside(m_iTasksInside);
+    _clsJob.Run(m_clsProgress.m_clsCounters.m_iBytesDone);
+    FinishJob(_clsJob);
+}
+
+void CLS_HashTree::FinishJob(const CLS_HashJob& _clsJob)
+{
+    if (_clsJob.State() == n_HashState::Unreadable)
+    {
+        m_clsProgress.Report("cannot read " + _clsJob.Path() + ": " + _clsJob.Reason());
+    }
+    if (_clsJob.State() != n_HashState::Left)
+    {
+        ++m_clsProgress.m_clsCounters.m_iFilesDone;
+    }
+    const std::lock_guard<std::mutex> lock(m_mtxJobs);
+    --m_iJobsOpen;
+    m_cvJobs.notify_one();
+}
+
+/// Submits the rest of the files, and waits until all are dealt with or a cancel is asked for.
+void CLS_HashTree::WaitForFiles()
+{
+    bool bAllDone = false;
+    while (!bAllDone && CancelSignal() == 0)
+    {
+        SubmitFiles();
+        const bool bAllSubmitted = m_iFilesSubmitted == m_deqFiles.size();
+        const int iJobsWanted = bAllSubmitted ? 0 : g_iMaxJobsOpen - 1;
+        std::unique_lock<std::mutex> lock(m_mtxJobs);
+        // A signal handler cannot notify: look for the signal now and then.
+        m_cvJobs.wait_for(lock, std::chrono::milliseconds(50), [&] { return m_iJobsOpen <= iJobsWanted; });
+        bAllDone = bAllSubmitted && m_iJobsOpen == 0;
+    }
+}
+
+void CLS_HashTree::CancelTasks()
+{
+    if (CancelSignal() == 0)
+    {
+        return;
+    }
+    {
+        // The tasks give up by themselves at once; removing one before it has takes the pool longer.
+        std::unique_lock<std::mutex> lock(m_mtxJobs);
+        m_cvJobs.wait_for(lock, std::chrono::milliseconds(300), [this] { return m_iJobsOpen == 0; });
+    }
+    for (CLS_Directory& clsDirectory : m_clsWalk.Directories())
+    {
+        m_clsPool.m_funRemoveTmpTask(&clsDirectory, "hash_tree cancel");
+    }
+}
+
+CLS_RunResult CLS_HashTree::CollectResult(double _dSeconds) const
+{
+    CLS_RunResult clsResult;
+    clsResult.m_dSeconds = _dSeconds;
+    clsResult.m_iWalkErrors = m_clsWalk.Errors();
+    clsResult.m_iSignal = CancelSignal();
+    std::vector<const CLS_HashJob*> vecDone;
+    for (const CLS_File& clsFile : m_deqFiles)
+    {
+        const n_HashState enState = clsFile.m_clsJob.State();
+        clsResult.m_iUnreadable += enState == n_HashState::Unreadable ? 1 : 0;
+        clsResult.m_iLeft += enState == n_HashState::Left ? 1 : 0;
+        if (enState == n_HashState::Done)
+        {
+            vecDone.push_back(&clsFile.m_clsJob);
+        }
+    }
+    clsResult.m_iHashed = vecDone.size();
+    std::sort(vecDone.begin(), vecDone.end(),
+              [](const CLS_HashJob* _pLeft, const CLS_HashJob* _pRight)
+              { return _pLeft->Path() < _pRight->Path(); });
+    for (const CLS_HashJob* pJob : vecDone)
+    {
+        clsResult.m_strSums += FormatChecksumLine(pJob->Path(), pJob->Digest());
+    }
+    return clsResult;
+}

@@ -1,0 +1,80 @@
+#pragma once
+
+#include "examples/hash_tree/Checksums.h"
+#include "examples/hash_tree/HashJob.h"
+#include "examples/hash_tree/PoolLibrary.h"
+#include "examples/hash_tree/Progress.h"
+#include "examples/hash_tree/TreeWalk.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <filesystem>
+#include <mutex>
+#include <string>
+
+/// What came of a run.
+struct CLS_RunResult
+{
+    std::uint64_t m_iHashed = 0;
+    std::uint64_t m_iUnreadable = 0;
+    std::uint64_t m_iLeft = 0;       ///< found, but not hashed because of the cancel
+    std::uint64_t m_iWalkErrors = 0; ///< directories and entries that could not be looked at
+    double m_dSeconds = 0;           ///< until the last file was dealt with
+    int m_iSignal = 0;               ///< the signal that cancelled the run; 0 when none did
+    std::string m_strSums;           ///< the lines of the hashed files, sorted by path
+};
+
+/// Hashes the files of a directory tree, each in a task of the pool. For one thread, and for one run.
+///
+/// The tasks use this object. It must outlive the run; see HasTasks for how long.
+class CLS_HashTree
+{
+public:
+    /// Keeps references to the three; _clsOutput tells which files of the tree are its own and left out.
+    CLS_HashTree(const CLS_PoolLibrary& _clsPool, const CLS_ChecksumFile& _clsOutput,
+                 CLS_Progress& _clsProgress);
+
+    /// Walks the tree, hashes its regular files, and ends the pool, also when it throws. Returns when every
+    /// file was dealt with, or soon after a cancel was asked for. Progress is drawn every _iInterval
+    /// milliseconds. Throws what the pool throws when it cannot be built.
+    CLS_RunResult Run(const std::filesystem::path& _pathRoot, int _iInterval);
+
+    /// True while tasks that the pool gave up waiting for still use this object: reads that do not return.
+    bool HasTasks() const { return m_iTasksInside.load() != 0; }
+
+private:
+    struct CLS_File
+    {
+        CLS_File(std::string _strPath, CLS_Directory& _clsOwner);
+
+        CLS_HashJob m_clsJob;
+        CLS_Directory& m_clsOwner;
+    };
+
+    std::string StartProgress(int _iInterval);
+    void AddFile(const std::filesystem::directory_entry& _entry, CLS_Directory& _clsDirectory);
+    void SubmitFiles();
+    bool TakeTurn();
+    void Submit(CLS_File& _clsFile);
+    void RunJob(CLS_HashJob& _clsJob);
+    void FinishJob(const CLS_HashJob& _clsJob);
+    void WaitForFiles();
+    void CancelTasks();
+    CLS_RunResult CollectResult(double _dSeconds) const;
+
+    const CLS_PoolLibrary& m_clsPool;
+    const CLS_ChecksumFile& m_clsOutput;
+    CLS_Progress& m_clsProgress;
+
+    CLS_TreeWalk m_clsWalk;
+    std::deque<CLS_File> m_deqFiles; ///< tasks hold pointers to the elements, which a deque never moves
+    std::size_t m_iFilesSubmitted = 0;
+
+    std::mutex m_mtxJobs;
+    std::condition_variable m_cvJobs;
+    int m_iJobsOpen = 0; ///< files that are with the pool, guarded by m_mtxJobs
+    std::atomic<int> m_iTasksInside{0};
+};

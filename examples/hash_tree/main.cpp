@@ -1,0 +1,168 @@
+#include "examples/hash_tree/CancelSignal.h"
+#include "examples/hash_tree/Checksums.h"
+#include "examples/hash_tree/HashTree.h"
+#include "examples/hash_tree/PoolLibrary.h"
+#include "examples/hash_tree/Progress.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <optional>
+#include <string>
+
+namespace
+{
+enum n_ExitCode
+{
+    AllDone = 0,
+    SomeFailed = 1,
+    Trouble = 2,
+    SignalBase = 128 ///< plus the number of the signal that cancelled
+};
+
+struct CLS_Options
+{
+    std::string m_strRoot = "/usr/include";
+    std::string m_strOutput = "SHA256SUMS";
+    std::string m_strLibrary = CLS_PoolLibrary::UsualName();
+    std::optional<int> m_iInterval;
+};
+
+constexpr char g_szFooter[] =
+    R"(Ctrl-C (or SIGTERM) cancels: the sums that are done are written. A second one ends the program at once.
+
+Exit codes:
+  0    every file was hashed
+  1    some files or directories could not be read, or the sums could not be written
+  2    wrong usage, or the pool library could not be used
+  130  cancelled by Ctrl-C
+  143  cancelled by SIGTERM
+
+Environment of the logging library, when the pool library finds it:
+  ZEL_LOG_FILE   the file to log to, instead of standard error
+  ZEL_LOG_LEVEL  the least level to log: 0 finest detail, 1 detail, 2 progress (default), 3 errors)";
+
+void DescribeOptions(CLI::App& _app, CLS_Options& _clsOptions)
+{
+    _app.add_option("directory", _clsOptions.m_strRoot, "The directory whose regular files are hashed")
+        ->check(CLI::ExistingDirectory)
+        ->capture_default_str();
+    _app.add_option("--output", _clsOptions.m_strOutput,
+                    "The file to write the sums to, in the format that sha256sum -c reads")
+        ->type_name("FILE")
+        ->capture_default_str();
+    _app.add_option("--library", _clsOptions.m_strLibrary,
+                    "The pool library; a name without a slash is looked for beside the program first")
+        ->type_name("PATH")
+        ->capture_default_str();
+    _app.add_option("--progress-interval", _clsOptions.m_iInterval,
+                    "Milliseconds between two progress lines (200 at a terminal, 1000 otherwise)")
+        ->type_name("MS")
+        ->check(CLI::Range(10, 3600000));
+    _app.footer(g_szFooter);
+}
+
+void ReportCancel(const CLS_RunResult& _clsResult, CLS_Progress& _clsProgress)
+{
+    const char* pWalk = _clsProgress.m_clsCounters.m_bWalking ? " of those found so far" : "";
+    _clsProgress.Report("cancelled with " + std::to_string(_clsResult.m_iLeft) + " files left" + pWalk);
+}
+
+void PrintSummary(const CLS_RunResult& _clsResult, const CLS_Progress& _clsProgress)
+{
+    const std::uint64_t iBytes = _clsProgress.m_clsCounters.m_iBytesDone;
+    const double dSeconds = std::max(_clsResult.m_dSeconds, 0.001);
+    const std::string strRate = FormatBytes(static_cast<double>(iBytes) / dSeconds) + "/s";
+    const std::string strCounts = std::to_string(_clsResult.m_iUnreadable) + " unreadable, " +
+                                  std::to_string(_clsResult.m_iLeft) + " left, " +
+                                  std::to_string(_clsResult.m_iWalkErrors) + " walk errors";
+    std::printf("%s files hashed, %s bytes in %.2f seconds, %s\n%s\n",
+                std::to_string(_clsResult.m_iHashed).c_str(), std::to_string(iBytes).c_str(), dSeconds,
+                strRate.c_str(), strCounts.c_str());
+}
+
+/// False, with a message, when the sums could not be written.
+bool PublishSums(CLS_ChecksumFile& _clsOutput, const CLS_RunResult& _clsResult, CLS_Progress& _clsProgress)
+{
+    try
+    {
+        _clsOutput.Publish(_clsResult.m_strSums);
+        return true;
+    }
+    catch (const CLS_OutputError& error)
+    {
+        _clsProgress.Report(error.what());
+        return false;
+    }
+}
+
+int ExitCode(const CLS_RunResult& _clsResult, bool _bPublished)
+{
+    if (_clsResult.m_iSignal != 0)
+    {
+        return SignalBase + _clsResult.m_iSignal;
+    }
+    const bool bAllRead = _clsResult.m_iUnreadable == 0 && _clsResult.m_iWalkErrors == 0;
+    return bAllRead && _bPublished ? AllDone : SomeFailed;
+}
+
+int RunHost(const CLS_Options& _clsOptions)
+{
+    CatchCancelSignals();
+    const CLS_PoolLibrary clsPool(_clsOptions.m_strLibrary);
+    CLS_ChecksumFile clsOutput(_clsOptions.m_strOutput);
+    CLS_Progress clsProgress;
+    CLS_HashTree clsTree(clsPool, clsOutput, clsProgress);
+
+    const int iInterval = _clsOptions.m_iInterval.value_or(clsProgress.UsualInterval());
+    const CLS_RunResult clsResult = clsTree.Run(_clsOptions.m_strRoot, iInterval);
+    if (clsResult.m_iSignal != 0)
+    {
+        ReportCancel(clsResult, clsProgress);
+    }
+    PrintSummary(clsResult, clsProgress);
+    const bool bPublished = PublishSums(clsOutput, clsResult, clsProgress);
+    if (bPublished)
+    {
+        std::printf("sums in %s\n", _clsOptions.m_strOutput.c_str());
+    }
+    const int iExitCode = ExitCode(clsResult, bPublished);
+    if (clsTree.HasTasks())
+    {
+        // They may go on at any moment, so what they use must not be destroyed before the process is gone.
+        std::fflush(stdout);
+        std::_Exit(iExitCode);
+    }
+    return iExitCode;
+}
+} // namespace
+
+// What is left to throw is a failing stream while an error is printed.
+int main(int argc, char** argv) // NOLINT(bugprone-exception-escape)
+{
+    CLS_Options clsOptions;
+    CLI::App app("Hashes every regular file of a directory tree with SHA-256, in tasks of the pool.");
+    try
+    {
+        DescribeOptions(app, clsOptions);
+        app.parse(argc, argv);
+        return RunHost(clsOptions);
+    }
+    catch (const CLI::ParseError& error)
+    {
+        return app.exit(error) == 0 ? AllDone : Trouble;
+    }
+    catch (const CLS_OutputError& error)
+    {
+        std::fprintf(stderr, "hash_tree: %s\n", error.what());
+        return SomeFailed;
+    }
+    catch (const std::exception& error)
+    {
+        std::fprintf(stderr, "hash_tree: %s\n", error.what());
+        return Trouble;
+    }
+}

@@ -1,0 +1,217 @@
+#include "tests/support/ChildProcess.h"
+#include "tests/support/TempFolder.h"
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sstream>
+
+namespace
+{
+namespace fs = std::filesystem;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+/// The demo host on small trees, as a user runs it.
+class HashTreeTest : public ::testing::Test
+{
+protected:
+    HashTreeTest() : m_strTree(m_clsFolder.GetPath("tree")), m_strSums(m_clsFolder.GetPath("SUMS"))
+    {
+        fs::create_directories(m_strTree);
+    }
+
+    void AddFile(const std::string& _strName, const std::string& _strText) const
+    {
+        const fs::path pthFile = fs::path(m_strTree) / _strName;
+        fs::create_directories(pthFile.parent_path());
+        std::ofstream(pthFile) << _strText;
+    }
+
+    /// A file of zeros that takes no space and many seconds to hash.
+    void AddHugeFile(const std::string& _strName) const
+    {
+        AddFile(_strName, "");
+        fs::resize_file(fs::path(m_strTree) / _strName, std::uintmax_t{8} << 30U);
+    }
+
+    ST_ChildResult Hash(const std::map<std::string, std::string>& _mapEnvironment = {}) const
+    {
+        return RunChild(HASH_TREE, {m_strTree, "--output", m_strSums}, _mapEnvironment);
+    }
+
+    std::string ReadSums() const { return ReadFile(m_strSums); }
+
+    static std::string ReadFile(const std::string& _strPath)
+    {
+        std::ostringstream ossText;
+        ossText << std::ifstream(_strPath).rdbuf();
+        return ossText.str();
+    }
+
+    CLS_TempFolder m_clsFolder;
+    std::string m_strTree;
+    std::string m_strSums;
+};
+
+TEST_F(HashTreeTest, WritesTheSumsSortedByPath)
+{
+    AddFile("b", "abc");
+    AddFile("a/empty", "");
+    const ST_ChildResult stResult = Hash();
+    EXPECT_EQ(0, stResult.m_iExit) << ::testing::PrintToString(stResult);
+    EXPECT_EQ("e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855  " + m_strTree +
+                  "/a/empty\n"
+                  "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad  " +
+                  m_strTree + "/b\n",
+              ReadSums());
+    EXPECT_THAT(stResult.m_strOut, HasSubstr("2 files hashed, 3 bytes in "));
+    EXPECT_THAT(stResult.m_strOut, HasSubstr("0 unreadable, 0 left, 0 walk errors\nsums in " + m_strSums));
+}
+
+TEST_F(HashTreeTest, Sha256sumAcceptsTheSumsWhateverTheNames)
+{
+    const std::vector<std::string> vecNames{"plain",      "with blank", "back\\slash", "new\nline",
+                                            "car\rriage", "-dash",      "deep/er/file"};
+    for (const std::string& strName : vecNames)
+    {
+        AddFile(strName, "text of " + strName);
+    }
+    EXPECT_EQ(0, Hash().m_iExit);
+    const ST_ChildResult stCheck = RunChild("/bin/sh", {"-c", SHA256SUM_CHECK " --strict \"$0\"", m_strSums});
+    EXPECT_EQ(0, stCheck.m_iExit) << ::testing::PrintToString(stCheck);
+    std::size_t iAccepted = 0;
+    std::istringstream issLines(stCheck.m_strOut);
+    for (std::string strLine; std::getline(issLines, strLine);)
+    {
+        iAccepted += strLine.size() > 4 && strLine.substr(strLine.size() - 4) == ": OK" ? 1 : 0;
+    }
+    EXPECT_EQ(vecNames.size(), iAccepted) << stCheck.m_strOut;
+}
+
+TEST_F(HashTreeTest, LeavesOutLinksAndItsOwnOutput)
+{
+    AddFile("file", "abc");
+    fs::create_symlink("file", m_strTree + "/link");
+    fs::create_directory_symlink(".", m_strTree + "/loop");
+    m_strSums = m_strTree + "/SUMS";
+    EXPECT_EQ(0, Hash().m_iExit);
+    EXPECT_EQ(0, Hash().m_iExit);
+    EXPECT_EQ("ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad  " + m_strTree + "/file\n",
+              ReadSums());
+}
+
+TEST_F(HashTreeTest, HashesManyFilesInManyDirectories)
+{
+    for (int i = 0; i < 2000; ++i)
+    {
+        AddFile("d" + std::to_string(i % 50) + "/f" + std::to_string(i), std::to_string(i));
+    }
+    const ST_ChildResult stResult = Hash();
+    EXPECT_EQ(0, stResult.m_iExit);
+    EXPECT_THAT(stResult.m_strOut, HasSubstr("2000 files hashed"));
+    const ST_ChildResult stCheck = RunChild("/bin/sh", {"-c", SHA256SUM_CHECK " --strict \"$0\"", m_strSums});
+    EXPECT_EQ(0, stCheck.m_iExit) << stCheck.m_strErr;
+}
+
+TEST_F(HashTreeTest, DrawsPlainLinesWhereThereIsNoTerminal)
+{
+    AddFile("file", "abc");
+    const ST_ChildResult stResult = Hash();
+    EXPECT_THAT(stResult.m_strErr, HasSubstr("1/1 files, 3 B, "));
+    EXPECT_THAT(stResult.m_strErr, HasSubstr("0:00 left\n"));
+    EXPECT_THAT(stResult.m_strErr, Not(HasSubstr("\r")));
+}
+
+TEST_F(HashTreeTest, ReportsAndCountsWhatItCannotRead)
+{
+    AddFile("locked", "abc");
+    AddFile("open", "abc");
+    fs::permissions(m_strTree + "/locked", fs::perms::none);
+    // Somebody else needs a way to the programs, and a place to write.
+    fs::permissions(m_clsFolder.GetPath(), fs::perms::all);
+    for (const char* const szFile : {HASH_TREE, POOL_LIBRARY})
+    {
+        fs::copy(szFile, m_clsFolder.GetPath(fs::path(szFile).filename().string()));
+    }
+    const ST_ChildResult stResult =
+        RunChild(UNPRIVILEGED_HOST, {m_clsFolder.GetPath("hash_tree"), m_strTree, "--output", m_strSums});
+    EXPECT_EQ(1, stResult.m_iExit) << ::testing::PrintToString(stResult);
+    EXPECT_THAT(stResult.m_strErr, HasSubstr("cannot read " + m_strTree + "/locked: Permission denied\n"));
+    EXPECT_THAT(stResult.m_strOut, HasSubstr("1 unreadable, 0 left, 0 walk errors"));
+    EXPECT_EQ("ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad  " + m_strTree + "/open\n",
+              ReadSums());
+}
+
+TEST_F(HashTreeTest, CancelsWithinMomentsAndSaysWhatIsLeft)
+{
+    AddFile("a/quick", "abc");
+    for (int i = 0; i < 20; ++i)
+    {
+        AddHugeFile("d" + std::to_string(i) + "/huge");
+    }
+    CLS_ChildProcess clsChild(HASH_TREE, {m_strTree, "--output", m_strSums, "--progress-interval", "10"});
+    ASSERT_TRUE(WaitUntil([&] { return clsChild.GetErr().find("1/21 files") != std::string::npos; }));
+    const auto tpSignal = std::chrono::steady_clock::now();
+    clsChild.SendSignal(SIGINT);
+    const ST_ChildResult stResult = clsChild.Wait();
+    // A second where nothing else runs; hashing it all would take minutes.
+    EXPECT_LT(std::chrono::steady_clock::now() - tpSignal, std::chrono::seconds(15));
+    EXPECT_EQ(128 + SIGINT, stResult.m_iExit) << ::testing::PrintToString(stResult);
+    EXPECT_THAT(stResult.m_strErr, HasSubstr("cancelled with 20 files left\n"));
+    EXPECT_THAT(stResult.m_strOut, HasSubstr("1 files hashed, "));
+    EXPECT_EQ("ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad  " + m_strTree + "/a/quick\n",
+              ReadSums());
+}
+
+TEST_F(HashTreeTest, NamesALibraryThatCannotBeOpened)
+{
+    const ST_ChildResult stResult = RunChild(HASH_TREE, {m_strTree, "--library", "/nowhere/libPool.so"});
+    EXPECT_EQ(2, stResult.m_iExit);
+    EXPECT_THAT(stResult.m_strErr, HasSubstr("cannot open the pool library /nowhere/libPool.so"));
+}
+
+TEST_F(HashTreeTest, NamesAFunctionThatTheLibraryLacks)
+{
+    const ST_ChildResult stResult = RunChild(HASH_TREE, {m_strTree, "--library", LOG_LIBRARY});
+    EXPECT_EQ(2, stResult.m_iExit);
+    EXPECT_THAT(stResult.m_strErr, HasSubstr(LOG_LIBRARY " lacks the function AddTmpTask"));
+}
+
+TEST_F(HashTreeTest, RefusesADirectoryThatIsNotThere)
+{
+    const ST_ChildResult stResult = RunChild(HASH_TREE, {m_strTree + "/none"});
+    EXPECT_EQ(2, stResult.m_iExit);
+    EXPECT_THAT(stResult.m_strErr, HasSubstr(m_strTree + "/none"));
+}
+
+TEST_F(HashTreeTest, ExplainsEveryOption)
+{
+    const ST_ChildResult stResult = RunChild(HASH_TREE, {"--help"});
+    EXPECT_EQ(0, stResult.m_iExit);
+    for (const char* const szPart : {"directory", "--output", "--library", "--progress-interval",
+                                     "Exit codes", "ZEL_LOG_FILE", "ZEL_LOG_LEVEL"})
+    {
+        EXPECT_THAT(stResult.m_strOut, HasSubstr(szPart));
+    }
+}
+
+TEST_F(HashTreeTest, ShowsTheRecordsOfThePool)
+{
+    AddFile("file", "abc");
+    const ST_ChildResult stResult = Hash();
+    EXPECT_THAT(stResult.m_strErr, HasSubstr("----- TaskPool UnInit begin -----"));
+    EXPECT_THAT(stResult.m_strErr, HasSubstr("----- TaskPool UnInit end -----"));
+}
+
+TEST_F(HashTreeTest, PutsTheRecordsIntoAFileAndFiltersThem)
+{
+    AddFile("file", "abc");
+    const std::string strLog = m_clsFolder.GetPath("log");
+    EXPECT_THAT(Hash({{"ZEL_LOG_FILE", strLog}}).m_strErr, Not(HasSubstr("UnInit")));
+    EXPECT_THAT(ReadFile(strLog), HasSubstr("----- TaskPool UnInit begin -----"));
+    EXPECT_THAT(Hash({{"ZEL_LOG_LEVEL", "3"}}).m_strErr, Not(HasSubstr("UnInit")));
+}
+} // namespace
