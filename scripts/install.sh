@@ -1,0 +1,48 @@
+#!/usr/bin/env bash
+# Installs what is missing to build, test and try the project: Debian 12 (apt-get, as root or with sudo) or
+# macOS (Homebrew). With the word "checks" also what the sanitizer builds and source checks need.
+set -euo pipefail
+
+install_debian()
+{
+    local packages=(g++ cmake ninja-build libgtest-dev libgmock-dev libspdlog-dev libcli11-dev libssl-dev)
+    if [ "${1:-}" = checks ]; then
+        packages+=(clang-14 libclang-rt-14-dev llvm-14 clang-format-14 clang-tidy-14 clang-tools-14 git)
+    fi
+    local missing=()
+    for package in "${packages[@]}"; do
+        if [ "$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null)" != installed ]; then
+            missing+=("$package")
+        fi
+    done
+    [ "${#missing[@]}" -gt 0 ] || return 0
+    echo "Installing: ${missing[*]}"
+    local sudo=()
+    [ "$(id -u)" -eq 0 ] || sudo=(sudo)
+    "${sudo[@]}" apt-get update -qq
+    "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive \
+        apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+install_macos()
+{
+    local missing=()
+    for formula in cmake ninja googletest spdlog cli11 openssl@3; do
+        brew list --versions "$formula" >/dev/null || missing+=("$formula")
+    done
+    [ "${#missing[@]}" -eq 0 ] || brew install "${missing[@]}"
+}
+
+if [ "$(uname -s)" = Darwin ]; then
+    if ! command -v brew >/dev/null; then
+        echo "Homebrew is missing: see https://brew.sh" >&2
+        exit 1
+    fi
+    install_macos
+elif command -v apt-get >/dev/null; then
+    install_debian "$@"
+else
+    echo "This script knows apt-get and Homebrew. Please install: a C++17 compiler, CMake 3.21, Ninja," \
+        "GoogleTest, spdlog, CLI11, OpenSSL." >&2
+    exit 1
+fi
