@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
-#include <spawn.h>
 #include <stdexcept>
 #include <sys/wait.h>
 #include <system_error>
@@ -65,42 +64,65 @@ std::vector<char*> ToPointers(std::vector<std::string>& _vecTexts)
     return vecPointers;
 }
 
-/// Default dispositions, nothing blocked, a process group of its own.
-void SetAttributes(posix_spawnattr_t& _stAttributes)
+/// What a new process begins with: default dispositions, nothing blocked, a process group of its own.
+void ResetProcess()
 {
-    sigset_t stDefaults;
-    sigemptyset(&stDefaults);
+    setsid();
     for (const int iSignal : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGTERM})
     {
-        sigaddset(&stDefaults, iSignal);
+        std::signal(iSignal, SIG_DFL);
     }
     sigset_t stNone;
     sigemptyset(&stNone);
-    posix_spawnattr_setsigdefault(&_stAttributes, &stDefaults);
-    posix_spawnattr_setsigmask(&_stAttributes, &stNone);
-    posix_spawnattr_setpgroup(&_stAttributes, 0);
-    posix_spawnattr_setflags(&_stAttributes,
-                             POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETPGROUP);
+    pthread_sigmask(SIG_SETMASK, &stNone, nullptr);
 }
 
-/// Zero or an error number, as posix_spawn returns it.
-int Spawn(pid_t& _iProcess, const std::string& _strProgram, std::vector<std::string> _vecArguments,
+/// Turns a new process into the program. When that fails, the number of the error goes into _iFailure.
+[[noreturn]] void BecomeProgram(char* const* _ppArguments, char* const* _ppEnvironment, int _iOut, int _iErr,
+                                int _iFailure)
+{
+    ResetProcess();
+    dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
+    dup2(_iOut, STDOUT_FILENO);
+    dup2(_iErr, STDERR_FILENO);
+    execve(_ppArguments[0], _ppArguments, _ppEnvironment);
+    const int iError = errno;
+    const ssize_t iWritten = write(_iFailure, &iError, sizeof(iError));
+    _exit(iWritten == sizeof(iError) ? 127 : 126);
+}
+
+/// The number of the error that kept a new process from becoming its program; 0 when nothing did.
+int ReadFailure(int _iFailure)
+{
+    int iError = 0;
+    while (read(_iFailure, &iError, sizeof(iError)) == -1 && errno == EINTR)
+    {
+    }
+    return iError;
+}
+
+/// Zero or an error number. No process is left in the latter case.
+int Start(pid_t& _iProcess, const std::string& _strProgram, std::vector<std::string> _vecArguments,
           const std::map<std::string, std::string>& _mapEnvironment, int _iOut, int _iErr)
 {
     _vecArguments.insert(_vecArguments.begin(), _strProgram);
     std::vector<std::string> vecEnvironment = MergeEnvironment(_mapEnvironment);
-    posix_spawn_file_actions_t stActions;
-    posix_spawn_file_actions_init(&stActions);
-    posix_spawn_file_actions_addopen(&stActions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_adddup2(&stActions, _iOut, STDOUT_FILENO);
-    posix_spawn_file_actions_adddup2(&stActions, _iErr, STDERR_FILENO);
-    posix_spawnattr_t stAttributes;
-    posix_spawnattr_init(&stAttributes);
-    SetAttributes(stAttributes);
-    const int iError = posix_spawn(&_iProcess, _strProgram.c_str(), &stActions, &stAttributes,
-                                   ToPointers(_vecArguments).data(), ToPointers(vecEnvironment).data());
-    posix_spawnattr_destroy(&stAttributes);
-    posix_spawn_file_actions_destroy(&stActions);
+    const std::vector<char*> vecArgumentTexts = ToPointers(_vecArguments);
+    const std::vector<char*> vecEnvironmentTexts = ToPointers(vecEnvironment);
+    const ST_Pipe stFailure = MakePipe();
+    _iProcess = fork();
+    if (_iProcess == 0)
+    {
+        BecomeProgram(vecArgumentTexts.data(), vecEnvironmentTexts.data(), _iOut, _iErr, stFailure.m_iWrite);
+    }
+    int iError = _iProcess == -1 ? errno : 0;
+    close(stFailure.m_iWrite);
+    if (iError == 0 && (iError = ReadFailure(stFailure.m_iRead)) != 0)
+    {
+        waitpid(_iProcess, nullptr, 0);
+        _iProcess = -1;
+    }
+    close(stFailure.m_iRead);
     return iError;
 }
 } // namespace
@@ -122,7 +144,7 @@ CLS_ChildProcess::CLS_ChildProcess(const std::string& _strProgram,
     const ST_Pipe stOut = MakePipe();
     const ST_Pipe stErr = MakePipe();
     const int iError =
-        Spawn(m_iProcess, _strProgram, _vecArguments, _mapEnvironment, stOut.m_iWrite, stErr.m_iWrite);
+        Start(m_iProcess, _strProgram, _vecArguments, _mapEnvironment, stOut.m_iWrite, stErr.m_iWrite);
     close(stOut.m_iWrite);
     close(stErr.m_iWrite);
     if (iError != 0)
@@ -200,12 +222,10 @@ std::string CLS_ChildProcess::GetErr()
     return GetText(m_arrReaders[1]);
 }
 
-/// Whether the child is over. Its end is not fetched yet, so that its number cannot be given away.
-bool CLS_ChildProcess::HasEnded() const
+bool CLS_ChildProcess::HasEnded()
 {
-    siginfo_t stInfo{};
-    const int iResult = waitid(P_PID, static_cast<id_t>(m_iProcess), &stInfo, WEXITED | WNOHANG | WNOWAIT);
-    return iResult != 0 || stInfo.si_pid == m_iProcess;
+    const pid_t iResult = waitpid(m_iProcess, &m_iStatus, WNOHANG);
+    return iResult == m_iProcess || (iResult == -1 && errno != EINTR);
 }
 
 ST_ChildResult CLS_ChildProcess::Wait(std::chrono::milliseconds _msLimit)
@@ -215,15 +235,15 @@ ST_ChildResult CLS_ChildProcess::Wait(std::chrono::milliseconds _msLimit)
         return m_stResult;
     }
     m_stResult.m_bTimedOut = !WaitUntil([this] { return HasEnded(); }, _msLimit);
+    // Numbers of processes go round: that of a child that has just ended is not given away again yet.
     kill(-m_iProcess, SIGKILL);
-    int iStatus = 0;
-    while (waitpid(m_iProcess, &iStatus, 0) == -1 && errno == EINTR)
+    while (m_stResult.m_bTimedOut && waitpid(m_iProcess, &m_iStatus, 0) == -1 && errno == EINTR)
     {
     }
     m_iProcess = -1;
     CloseReaders();
-    m_stResult.m_iExit = WIFEXITED(iStatus) ? WEXITSTATUS(iStatus) : -1;
-    m_stResult.m_iSignal = WIFSIGNALED(iStatus) ? WTERMSIG(iStatus) : 0;
+    m_stResult.m_iExit = WIFEXITED(m_iStatus) ? WEXITSTATUS(m_iStatus) : -1;
+    m_stResult.m_iSignal = WIFSIGNALED(m_iStatus) ? WTERMSIG(m_iStatus) : 0;
     m_stResult.m_strOut = GetOut();
     m_stResult.m_strErr = GetErr();
     return m_stResult;

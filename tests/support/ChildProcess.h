@@ -65,11 +65,13 @@ private:
     void StartReader(ST_Reader& _stReader, int _iFile);
     void CloseReaders();
     std::string GetText(const ST_Reader& _stReader);
-    bool HasEnded() const;
+    /// Whether the child is over; fetches its status then.
+    bool HasEnded();
 
     std::mutex m_mtxText; ///< guards the texts of the readers
     std::array<ST_Reader, 2> m_arrReaders;
-    pid_t m_iProcess = -1; ///< -1 once the child's end was fetched
+    pid_t m_iProcess = -1; ///< -1 once everything of the child was fetched
+    int m_iStatus = 0;     ///< as the system gives it
     ST_ChildResult m_stResult;
 };
 

@@ -5,6 +5,8 @@
 #include <cstdarg>
 #include <cstring>
 #include <fcntl.h>
+#include <random>
+#include <system_error>
 
 namespace
 {
@@ -40,3 +42,17 @@ extern "C" int open(const char* _szPath, int _iFlags, ...)
     }
     return openat(AT_FDCWD, _szPath, _iFlags, uiMode);
 }
+
+#ifdef _LIBCPP_VERSION
+/// This C++ library takes its random numbers from inside, past the function above.
+std::random_device::random_device(const std::string& _strToken)
+{
+#ifdef _LIBCPP_USING_DEV_RANDOM
+    __f_ = open(_strToken.c_str(), O_RDONLY);
+#endif
+    if (g_bFailing)
+    {
+        throw std::system_error(EMFILE, std::system_category(), "random_device failed to open " + _strToken);
+    }
+}
+#endif

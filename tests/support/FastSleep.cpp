@@ -1,5 +1,7 @@
 #include "tests/support/FastSleep.h"
 
+#include "tests/support/NextFunction.h"
+
 #include <cerrno>
 #include <ctime>
 #include <mutex>
@@ -42,13 +44,8 @@ bool NoteSleep(std::chrono::nanoseconds _nsAsked, ST_Sleep& _stSleep,
 
 int SleepReally(const timespec& _stLength, timespec* _pRest)
 {
-    const int iError = clock_nanosleep(CLOCK_MONOTONIC, 0, &_stLength, _pRest);
-    if (iError == 0)
-    {
-        return 0;
-    }
-    errno = iError;
-    return -1;
+    static auto* const s_pSleep = GetNextFunction<decltype(nanosleep)>("nanosleep");
+    return s_pSleep(&_stLength, _pRest);
 }
 } // namespace
 
@@ -109,3 +106,15 @@ extern "C" int nanosleep(const timespec* _pLength, timespec* _pRest)
     }
     return iResult;
 }
+
+#ifdef _LIBCPP_VERSION
+/// This C++ library calls the system's function from inside, past the one above.
+void std::this_thread::sleep_for(const std::chrono::nanoseconds& _nsLength)
+{
+    const auto sLength = std::chrono::duration_cast<std::chrono::seconds>(_nsLength);
+    timespec stRest{sLength.count(), static_cast<long>((_nsLength - sLength).count())};
+    while (nanosleep(&stRest, &stRest) != 0 && errno == EINTR)
+    {
+    }
+}
+#endif

@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <stdlib.h>
 #include <string>
+#include <unistd.h>
 
 /// A new empty folder for as long as the object lives.
 class CLS_TempFolder

@@ -1,8 +1,11 @@
 #include "tests/support/WatchedJoins.h"
 
+#include "tests/support/NextFunction.h"
+
 #include <cerrno>
-#include <dlfcn.h>
 #include <mutex>
+#include <system_error>
+#include <thread>
 
 namespace
 {
@@ -34,24 +37,6 @@ bool NoteJoin(pthread_t _idThread, std::function<void(pthread_t)>& _funHook)
     stState.m_vecThreads.push_back(_idThread);
     _funHook = stState.m_funHook;
     return stState.m_vecThreads.size() == stState.m_uiFailing;
-}
-
-using JoinFun = int (*)(pthread_t, void**);
-} // namespace
-
-/// A sanitizer's stand-in for the system's function, where one is linked into the program.
-extern "C" __attribute__((weak)) int __interceptor_pthread_join(pthread_t, void**);
-
-namespace
-{
-/// The function that would have been called without the one below.
-JoinFun GetNextJoin()
-{
-    if (__interceptor_pthread_join != nullptr)
-    {
-        return &__interceptor_pthread_join;
-    }
-    return reinterpret_cast<JoinFun>(dlsym(RTLD_NEXT, "pthread_join"));
 }
 } // namespace
 
@@ -92,6 +77,19 @@ extern "C" int pthread_join(pthread_t _idThread, void** _ppResult)
     {
         return EDEADLK;
     }
-    static const JoinFun s_funJoin = GetNextJoin();
-    return s_funJoin(_idThread, _ppResult);
+    static auto* const s_pJoin = GetNextFunction<decltype(pthread_join)>("pthread_join");
+    return s_pJoin(_idThread, _ppResult);
 }
+
+#ifdef _LIBCPP_VERSION
+/// This C++ library calls the system's function from inside, past the one above.
+void std::thread::join()
+{
+    const int iError = joinable() ? pthread_join(native_handle(), nullptr) : EINVAL;
+    if (iError != 0)
+    {
+        throw std::system_error(iError, std::generic_category(), "thread::join failed");
+    }
+    __t_ = {};
+}
+#endif

@@ -209,7 +209,7 @@ TEST_F(TaskRegistryLockTest, TaskWithoutAnIdLeavesNothingBehind)
     EXPECT_THAT(CLS_Task::m_mapTaskData, IsEmpty());
     EXPECT_TRUE(IsRegistryFree(true));
     EXPECT_FALSE(bEnded);
-    EXPECT_NE(nullptr, CLS_Task::CreateTask(funTask, -1, ""));
+    EXPECT_NE(nullptr, CLS_Task::CreateTask([] {}, -1, ""));
 }
 
 } // namespace

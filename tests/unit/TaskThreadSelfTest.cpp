@@ -1,5 +1,6 @@
 #include "QuenPlugins/ZelTaskPool/CLS_TaskThread.h"
 #include "tests/support/LogRecorder.h"
+#include "tests/support/NextFunction.h"
 #include "tests/support/RecordMatchers.h"
 #include "tests/support/ThreadFixture.h"
 #include "tests/support/Waiting.h"
@@ -7,24 +8,17 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
-#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <system_error>
 
-/// A sanitizer's stand-in for the system's function, where one is linked into the program.
-extern "C" __attribute__((weak)) int __interceptor_pthread_join(pthread_t, void**);
-
 /// Stands in front of the system's function of the same name, and refuses a thread that joins itself as that
 /// one does. A sanitizer must not hear of it: it would forget the thread, and fail at the join that follows.
 extern "C" int pthread_join(pthread_t _idThread, void** _pResult)
 {
-    using JoinFun = int (*)(pthread_t, void**);
-    static const auto s_funJoin = __interceptor_pthread_join != nullptr
-                                      ? &__interceptor_pthread_join
-                                      : reinterpret_cast<JoinFun>(dlsym(RTLD_NEXT, "pthread_join"));
-    return pthread_equal(_idThread, pthread_self()) != 0 ? EDEADLK : s_funJoin(_idThread, _pResult);
+    static auto* const s_pJoin = GetNextFunction<decltype(pthread_join)>("pthread_join");
+    return pthread_equal(_idThread, pthread_self()) != 0 ? EDEADLK : s_pJoin(_idThread, _pResult);
 }
 
 namespace

@@ -189,6 +189,7 @@ TEST(UtilTest, TheFirst65535IdsOfAProcessCountFrom0000ToFffe)
     EXPECT_EQ(0, stResult.m_iExit);
 }
 
+#ifndef _LIBCPP_USING_ARC4_RANDOM // such a C++ library opens no device
 TEST(UtilTest, EachIdOpensTheRandomDeviceAnewAndLetsTheErrorPass)
 {
     const ST_ChildResult stResult = RunChild(FOUNDATION_HOST, {"uuids", "2", "uuid-no-files", "uuids", "2"});
@@ -196,6 +197,7 @@ TEST(UtilTest, EachIdOpensTheRandomDeviceAnewAndLetsTheErrorPass)
     EXPECT_EQ("", stResult.m_strErr);
     EXPECT_EQ(0, stResult.m_iExit);
 }
+#endif
 
 TEST(UtilTest, IdsOfThreadsThatAskAtOnceDiffer)
 {
