@@ -71,6 +71,19 @@ TEST(BlackBoxTest, AHostUsesThePoolByNamesAlone)
                   strRunning + strParam + GetEndRecords() + GetEndRecords());
 }
 
+TEST(BlackBoxTest, AHostUsesThePoolThroughItsClasses)
+{
+    const std::string strOnce = "loop goes on although it throws: yes\n"
+                                "loop in the registry: yes\n"
+                                "loop gone from the registry: yes\n"
+                                "301 tasks at once: yes\n"
+                                "301 workers: yes\n"
+                                "the rest after them: yes\n"
+                                "pool ended: yes\n";
+    ExpectEnd(RunChild(CLASSES_HOST, {}, GetRecording()), 0,
+              GetLoaderLines() + strOnce + "again\n" + strOnce);
+}
+
 TEST(BlackBoxTest, TheSevenFunctionsAreFoundByTheirNames)
 {
     ExpectEnd(RunChild(SYMBOLS_HOST, {POOL_LIBRARY, "AddTmpTask", "RemoveTmpTask", "AddLoopTask",
