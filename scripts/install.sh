@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs what is missing to build, test and try the project: Debian 12 (apt-get, as root or with sudo) or
-# macOS (Homebrew). With the word "checks" also what the sanitizer builds and source checks need.
+# macOS (Homebrew). With the word "checks" also what the sanitizer builds and source checks need, with the word
+# "macos" what the build for macOS on Linux needs.
 set -euo pipefail
 
 install_debian()
@@ -8,6 +9,10 @@ install_debian()
     local packages=(g++ cmake ninja-build libgtest-dev libgmock-dev libspdlog-dev libcli11-dev libssl-dev)
     if [ "${1:-}" = checks ]; then
         packages+=(clang-14 libclang-rt-14-dev llvm-14 clang-format-14 clang-tidy-14 git)
+    fi
+    if [ "${1:-}" = macos ]; then
+        packages+=(clang-19 lld-19 llvm-19 make perl python3)
+        command -v npm >/dev/null || packages+=(npm)
     fi
     local missing=()
     for package in "${packages[@]}"; do
@@ -27,9 +32,10 @@ install_debian()
 install_macos()
 {
     local missing=()
-    for formula in cmake ninja googletest spdlog cli11 openssl@3; do
+    for formula in cmake ninja googletest spdlog cli11 openssl@3 coreutils; do
         brew list --versions "$formula" >/dev/null || missing+=("$formula")
     done
+    command -v python3 >/dev/null || missing+=(python)
     [ "${#missing[@]}" -eq 0 ] || brew install "${missing[@]}"
 }
 
@@ -42,7 +48,7 @@ if [ "$(uname -s)" = Darwin ]; then
 elif command -v apt-get >/dev/null; then
     install_debian "$@"
 else
-    echo "This script knows apt-get and Homebrew. Please install: a C++17 compiler, CMake 3.21, Ninja," \
+    echo "This script knows apt-get and Homebrew. Please install: a C++17 compiler, CMake 3.22, Ninja," \
         "GoogleTest, spdlog, CLI11, OpenSSL." >&2
     exit 1
 fi

@@ -78,16 +78,21 @@ const std::vector<std::string> OFFERED = {
     "CLS_TaskThread::GetWaitingOvertime()",
     "CLS_TaskThread::m_iWaitingOvertime"};
 
-/// The symbols in the list of exports.
+/// The symbols in the list of exports, as dlsym takes them.
 std::vector<std::string> ReadSymbols()
 {
+#ifdef __APPLE__
+    constexpr std::size_t UNDERSCORES = 1; // before every symbol in a file
+#else
+    constexpr std::size_t UNDERSCORES = 0;
+#endif
     std::ifstream fsList(EXPORTS_LIST);
     std::vector<std::string> vecSymbols;
     for (std::string strLine; std::getline(fsList, strLine);)
     {
         if (!strLine.empty() && strLine.front() != '#')
         {
-            vecSymbols.push_back(strLine);
+            vecSymbols.push_back(strLine.substr(UNDERSCORES));
         }
     }
     return vecSymbols;
@@ -103,10 +108,10 @@ std::string Demangle(const std::string& _strSymbol)
     {
         return _strSymbol;
     }
+    static const std::regex s_rgxTag(R"(__1::|__cxx11::|\[abi:cxx11\])");
     static const std::regex s_rgxText(
-        R"(std::__cxx11::basic_string<char, std::char_traits<char>, std::allocator<char> ?>)");
-    static const std::regex s_rgxTag(R"(\[abi:cxx11\])");
-    return std::regex_replace(std::regex_replace(pName.get(), s_rgxText, "std::string"), s_rgxTag, "");
+        R"(std::basic_string<char, std::char_traits<char>, std::allocator<char> ?>)");
+    return std::regex_replace(std::regex_replace(pName.get(), s_rgxTag, ""), s_rgxText, "std::string");
 }
 
 TEST(ExportListTest, ListsExactlyWhatTheLibraryIsToOffer)

@@ -1,7 +1,7 @@
 # Compares the symbols that the built library defines for others with the list, both ways:
 #   cmake -D NM=... -D LIBRARY=... -D LIST=... -P check_exports.cmake
 
-cmake_minimum_required(VERSION 3.21)
+cmake_minimum_required(VERSION 3.22)
 
 execute_process(COMMAND "${NM}" -D --defined-only "${LIBRARY}"
   OUTPUT_VARIABLE LINES RESULT_VARIABLE STATUS)

@@ -1,0 +1,7 @@
+# CLI11 for the cross-build: nothing but headers, which make-packages.sh has linked into the SDK.
+set(CLI11_FOUND FALSE)
+if(EXISTS "${CMAKE_OSX_SYSROOT}/usr/local/include/CLI")
+  set(CLI11_FOUND TRUE)
+  add_library(CLI11::CLI11 INTERFACE IMPORTED)
+  target_include_directories(CLI11::CLI11 INTERFACE "${CMAKE_OSX_SYSROOT}/usr/local/include")
+endif()

@@ -1,0 +1,55 @@
+# Builds for macOS on Linux, with Debian's clang and ld64.lld and the folder that make-sdk.sh makes. The C++
+# runtime is the system's own /usr/lib/libc++.1.dylib, so that library and host share one.
+
+set(CMAKE_SYSTEM_NAME Darwin)
+set(CMAKE_SYSTEM_VERSION 20.1.0) # macOS 11.0
+
+set(ZEL_MACOS_SDK "${CMAKE_CURRENT_LIST_DIR}/../../build/macos-sdk" CACHE PATH "The folder that make-sdk.sh made")
+set(ZEL_MACOS_ARCHS x86_64 CACHE STRING "x86_64, arm64, or both as a list")
+set(ZEL_MACHRUN "${CMAKE_CURRENT_LIST_DIR}/../../build/machrun" CACHE PATH
+  "The folder that make-loader.sh made: what runs x86-64 programs for macOS on this machine")
+# CMake's trial projects read this file anew.
+list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES ZEL_MACOS_SDK ZEL_MACOS_ARCHS)
+
+if(NOT EXISTS "${ZEL_MACOS_SDK}/usr/lib/libSystem.tbd")
+  message(FATAL_ERROR "No SDK in ${ZEL_MACOS_SDK}: run cmake/macos/make-sdk.sh first")
+endif()
+
+list(GET ZEL_MACOS_ARCHS 0 CMAKE_SYSTEM_PROCESSOR)
+set(CMAKE_OSX_ARCHITECTURES "${ZEL_MACOS_ARCHS}" CACHE STRING "" FORCE)
+set(CMAKE_OSX_SYSROOT "${ZEL_MACOS_SDK}" CACHE PATH "" FORCE)
+set(CMAKE_OSX_DEPLOYMENT_TARGET 11.0 CACHE STRING "" FORCE)
+
+find_program(CMAKE_C_COMPILER clang-19 REQUIRED)
+find_program(CMAKE_CXX_COMPILER clang++-19 REQUIRED)
+find_program(CMAKE_LINKER ld64.lld-19 REQUIRED)
+foreach(TOOL AR INSTALL_NAME_TOOL LIPO NM OBJDUMP OTOOL RANLIB STRIP)
+  string(TOLOWER "llvm-${TOOL}-19" PROGRAM)
+  string(REPLACE "_" "-" PROGRAM "${PROGRAM}")
+  find_program(CMAKE_${TOOL} ${PROGRAM} REQUIRED)
+endforeach()
+set(CMAKE_C_COMPILER_TARGET ${CMAKE_SYSTEM_PROCESSOR}-apple-macosx11.0)
+set(CMAKE_CXX_COMPILER_TARGET ${CMAKE_C_COMPILER_TARGET})
+
+file(STRINGS "${CMAKE_CURRENT_LIST_DIR}/libc++-config.txt" CMAKE_CXX_FLAGS_INIT REGEX "^[^#]")
+list(JOIN CMAKE_CXX_FLAGS_INIT " " CMAKE_CXX_FLAGS_INIT)
+# The SDK's folder of programs has the tool that joins what a compiler makes for several architectures.
+foreach(LANGUAGE C CXX)
+  string(APPEND CMAKE_${LANGUAGE}_FLAGS_INIT " \"-B${ZEL_MACOS_SDK}/usr/bin\"")
+endforeach()
+foreach(KIND EXE SHARED MODULE)
+  set(CMAKE_${KIND}_LINKER_FLAGS_INIT "-fuse-ld=lld --ld-path=${CMAKE_LINKER}")
+endforeach()
+
+set(CMAKE_USER_MAKE_RULES_OVERRIDE "${CMAKE_CURRENT_LIST_DIR}/rules.cmake")
+set(CMAKE_MACOSX_RPATH ON)
+
+set(CMAKE_FIND_ROOT_PATH "${ZEL_MACOS_SDK}")
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+
+if(EXISTS "${ZEL_MACHRUN}/machrun" AND "x86_64" IN_LIST ZEL_MACOS_ARCHS)
+  set(CMAKE_CROSSCOMPILING_EMULATOR "${ZEL_MACHRUN}/machrun" --root "${ZEL_MACHRUN}/root")
+endif()
