@@ -3,7 +3,8 @@
 #
 #   scripts/test.sh [PRESET] [ctest arguments]
 #
-# PRESET is one of CMakePresets.json: dev (the default), release, clang, asan, tsan.
+# PRESET is one of CMakePresets.json: dev (the default), release, clang, asan, tsan, or macos-cross: the library
+# for macOS, built on Linux, its file checked, and all tests run where there is a loader for such programs.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -15,6 +16,13 @@ fi
 
 case $preset in
     clang | asan | tsan) scripts/install.sh checks ;;
+    macos-cross)
+        if ! scripts/install.sh macos; then
+            echo "Left out: everything for macOS: the packages for the build cannot be installed"
+            exit 1
+        fi
+        exec scripts/test-macos.sh "$@"
+        ;;
     *) scripts/install.sh ;;
 esac
 

