@@ -11,6 +11,8 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
     cmake --build --preset release
 ) >&2
 if [ $# -eq 0 ]; then
-    set -- /usr/include --output "$root/build/SHA256SUMS"
+    tree=/usr/include
+    [ -d "$tree" ] || tree=$(xcrun --show-sdk-path)/usr/include
+    set -- "$tree" --output "$root/build/SHA256SUMS"
 fi
 exec "$root/build/release/bin/hash_tree" "$@"
