@@ -70,6 +70,8 @@ protected:
             [&] {
                 return GetIdleOrder(_clsPool).size() == static_cast<std::size_t>(_clsPool.GetTaskThreadNum());
             }));
+        // A run that ends before its owner is noted leaves the note behind.
+        _clsPool.RemoveTmpTask(&clsOver, "short");
     }
 
     static std::map<CLS_TaskThread*, std::string> CopyWorkers(CLS_QuenTaskPool& _clsPool)
