@@ -1,0 +1,59 @@
+#pragma once
+
+#include "tests/support/LiveCopy.h"
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <string>
+#include <vector>
+
+/// On whose behalf a batch of tasks runs.
+struct ST_Owner
+{
+    std::atomic<int> m_iRuns{0};
+};
+
+/// What all submitters have done so far.
+struct ST_Totals
+{
+    CLS_LiveCopy::Count m_pLiveCopies = CLS_LiveCopy::MakeCount(); ///< of callables, one-shot and loop
+    std::atomic<std::int64_t> m_iSubmitted{0};
+    std::atomic<std::int64_t> m_iRuns{0};
+    std::atomic<std::int64_t> m_iLoopRuns{0};
+    std::atomic<std::int64_t> m_iOwners{0};
+    std::atomic<int> m_iFailures{0}; ///< tasks that were not taken, or not run although nobody removed them
+};
+
+/// One host thread's part of a soak: one-shot tasks for owners that come and go, and loop tasks that are
+/// replaced one by one. Uses the plain functions alone. One thread at a time.
+class CLS_Submitter
+{
+public:
+    /// Adds _iLoops loop tasks. The totals outlive all tasks.
+    CLS_Submitter(ST_Totals& _stTotals, int _iLoops);
+
+    /// Submits about _iTasks one-shot tasks, spread evenly over _msLength. All owners are gone afterwards.
+    void RunRound(std::int64_t _iTasks, std::chrono::milliseconds _msLength);
+
+    void RemoveLoops();
+
+    int CountLoops() const { return static_cast<int>(m_vecLoopIds.size()); }
+
+private:
+    using Owner = std::shared_ptr<ST_Owner>;
+
+    void RunBatch();
+    Owner SubmitBatch();
+    void RemoveOldestOwner();
+    std::string AddLoop();
+    void ReplaceLoop();
+
+    ST_Totals& m_stTotals;
+    std::deque<Owner> m_deqOwners; ///< those whose tasks are left to run, oldest first
+    std::vector<std::string> m_vecLoopIds;
+    std::size_t m_uiBatches = 0;
+    std::size_t m_uiLoops = 0; ///< loop tasks added so far
+};
