@@ -2,6 +2,7 @@
 
 #include "tests/support/NextFunction.h"
 
+#include <atomic>
 #include <cerrno>
 #include <ctime>
 #include <mutex>
@@ -9,6 +10,9 @@
 namespace
 {
 constexpr std::chrono::microseconds CUT_LENGTH{20};
+constexpr std::chrono::milliseconds SHORTEST_SCALED{50};
+
+std::atomic<CLS_ScaledSleep::Scale> s_funScale{nullptr};
 
 /// Kept for good: service threads sleep until the process ends.
 struct ST_Sleeps
@@ -24,6 +28,12 @@ ST_Sleeps& GetState()
 {
     static ST_Sleeps& s_stState = *new ST_Sleeps;
     return s_stState;
+}
+
+timespec ToTimespec(std::chrono::nanoseconds _nsLength)
+{
+    const auto sWhole = std::chrono::duration_cast<std::chrono::seconds>(_nsLength);
+    return {sWhole.count(), std::chrono::nanoseconds(_nsLength - sWhole).count()};
 }
 
 /// Whether the sleep is to be cut; if so, it is recorded, and the hook is handed out.
@@ -87,19 +97,33 @@ std::vector<ST_Sleep> CLS_FastSleep::GetSleeps(std::thread::id _idThread) const
     return vecOwn;
 }
 
+CLS_ScaledSleep::CLS_ScaledSleep(Scale _funScale)
+{
+    s_funScale = _funScale;
+}
+
+CLS_ScaledSleep::~CLS_ScaledSleep()
+{
+    s_funScale = nullptr;
+}
+
 /// Stands in front of the system's function of the same name in every program that is linked with this file.
 extern "C" int nanosleep(const timespec* _pLength, timespec* _pRest)
 {
     const std::chrono::nanoseconds nsAsked =
         std::chrono::seconds(_pLength->tv_sec) + std::chrono::nanoseconds(_pLength->tv_nsec);
+    const CLS_ScaledSleep::Scale funScale = s_funScale;
+    if (funScale != nullptr && nsAsked >= SHORTEST_SCALED)
+    {
+        return SleepReally(ToTimespec(funScale(nsAsked)), nullptr);
+    }
     ST_Sleep stSleep;
     std::function<void(const ST_Sleep&)> funHook;
     if (!NoteSleep(nsAsked, stSleep, funHook))
     {
         return SleepReally(*_pLength, _pRest);
     }
-    const timespec stCut{0, std::chrono::nanoseconds(CUT_LENGTH).count()};
-    const int iResult = SleepReally(stCut, nullptr);
+    const int iResult = SleepReally(ToTimespec(CUT_LENGTH), nullptr);
     if (funHook)
     {
         funHook(stSleep);
@@ -111,8 +135,7 @@ extern "C" int nanosleep(const timespec* _pLength, timespec* _pRest)
 /// This C++ library calls the system's function from inside, past the one above.
 void std::this_thread::sleep_for(const std::chrono::nanoseconds& _nsLength)
 {
-    const auto sLength = std::chrono::duration_cast<std::chrono::seconds>(_nsLength);
-    timespec stRest{sLength.count(), static_cast<long>((_nsLength - sLength).count())};
+    timespec stRest = ToTimespec(_nsLength);
     while (nanosleep(&stRest, &stRest) != 0 && errno == EINTR)
     {
     }

@@ -30,3 +30,16 @@ public:
     std::vector<ST_Sleep> GetSleeps() const;
     std::vector<ST_Sleep> GetSleeps(std::thread::id _idThread) const;
 };
+
+/// While one lives, every sleep of 50 ms and more takes the time that _funScale makes of it, and nothing is
+/// recorded: for programs that run for minutes. One at a time, and not along with a CLS_FastSleep.
+class CLS_ScaledSleep
+{
+public:
+    using Scale = std::chrono::nanoseconds (*)(std::chrono::nanoseconds);
+
+    explicit CLS_ScaledSleep(Scale _funScale);
+    ~CLS_ScaledSleep();
+    CLS_ScaledSleep(const CLS_ScaledSleep&) = delete;
+    CLS_ScaledSleep& operator=(const CLS_ScaledSleep&) = delete;
+};
