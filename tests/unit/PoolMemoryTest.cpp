@@ -1,64 +1,13 @@
 // What the pool does when memory runs out in the middle of an operation.
 
+#include "tests/support/FailingMemory.h"
 #include "tests/support/PoolView.h"
 #include "tests/support/RecordMatchers.h"
 #include "tests/unit/PoolFixture.h"
 
 #include <array>
 #include <chrono>
-#include <cstdlib>
 #include <gmock/gmock.h>
-#include <new>
-
-// The sanitizers bring these functions themselves: there, calls of them are led to the ones below.
-#ifdef ZEL_TEST_WRAPPED_NEW
-#define OPERATOR_NEW __wrap__Znwm
-extern "C"
-{
-    void* __real__Znwm(std::size_t _uiSize);
-    void* __wrap__Znwm(std::size_t _uiSize);
-}
-#else
-#define OPERATOR_NEW operator new
-#endif
-
-namespace
-{
-/// So many allocations of this thread succeed before one fails; negative: none fails.
-thread_local int t_iUntilFailure = -1;
-
-void* AllocateReally(std::size_t _uiSize)
-{
-#ifdef ZEL_TEST_WRAPPED_NEW
-    return __real__Znwm(_uiSize);
-#else
-    void* const pMemory = std::malloc(_uiSize == 0 ? 1 : _uiSize);
-    return pMemory == nullptr ? throw std::bad_alloc() : pMemory;
-#endif
-}
-} // namespace
-
-void* OPERATOR_NEW(std::size_t _uiSize)
-{
-    if (t_iUntilFailure >= 0 && t_iUntilFailure-- == 0)
-    {
-        throw std::bad_alloc();
-    }
-    return AllocateReally(_uiSize);
-}
-
-#ifndef ZEL_TEST_WRAPPED_NEW
-/// Not inlined: the compiler would take the pair of "new" and "free" for a mistake.
-[[gnu::noinline]] void operator delete(void* _pMemory) noexcept
-{
-    std::free(_pMemory);
-}
-
-[[gnu::noinline]] void operator delete(void* _pMemory, std::size_t /*_uiSize*/) noexcept
-{
-    std::free(_pMemory);
-}
-#endif
 
 namespace
 {
@@ -74,7 +23,7 @@ class PoolMemoryTest : public CLS_PoolFixture
 protected:
     void TearDown() override
     {
-        t_iUntilFailure = -1;
+        FailingMemory::Stop();
         CLS_PoolFixture::TearDown();
     }
 
@@ -96,9 +45,9 @@ TEST_F(PoolMemoryTest, SubmissionThatFailsIsRecordedAndNotHalfNoted)
             const std::size_t uiQueued = PoolView::GetQueue(clsPool).size();
             const std::function<void()> funTask = [] {};
             const std::string strCallInfo = "who calls";
-            t_iUntilFailure = iAllocation;
+            FailingMemory::FailAt(iAllocation + 1);
             const bool bAdded = clsPool.AddTmpTask(funTask, pSubmitter, strCallInfo);
-            t_iUntilFailure = -1;
+            FailingMemory::Stop();
             if (bAdded)
             {
                 break;
@@ -127,9 +76,9 @@ TEST_F(PoolMemoryTest, SubmissionOfALoopTaskThatFailsIsRecordedAndNotListed)
         std::string strTaskId = "before";
         const std::function<void()> funTask = [] {};
         const std::string strCallInfo = "who calls";
-        t_iUntilFailure = iAllocation;
+        FailingMemory::FailAt(iAllocation + 1);
         clsPool.AddLoopTask(funTask, 0, strTaskId, strCallInfo);
-        t_iUntilFailure = -1;
+        FailingMemory::Stop();
         if (PoolView::GetLoopTasks(clsPool).size() == 1)
         {
             break;
@@ -161,9 +110,9 @@ TEST_F(PoolMemoryTest, OwnersRemovalNeedsNoMemory)
         ASSERT_TRUE(clsPool.AddTmpTask([] {}, pOwner, ""));
     }
     const std::string strCallInfo = "who calls";
-    t_iUntilFailure = 0;
+    FailingMemory::FailAt(1);
     clsPool.RemoveTmpTask(pOwner, strCallInfo);
-    t_iUntilFailure = -1;
+    FailingMemory::Stop();
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
     EXPECT_THAT(PoolView::GetRegistered(), IsEmpty());
 }
@@ -181,9 +130,9 @@ TEST_F(PoolMemoryTest, LoopPassThatFailsIsRecordedAndTheNextOneStartsWithoutASle
             {
                 EXPECT_THAT(clsFast.GetSleeps(), IsEmpty());
                 EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
-                t_iUntilFailure = iFailures++ < 3 ? 0 : -1;
+                FailingMemory::FailAt(iFailures++ < 3 ? 1 : 0);
             });
-        t_iUntilFailure = 0; // the copy of the list
+        FailingMemory::FailAt(1); // the copy of the list
         clsPool.FunLoopThread();
         LogRecorder::SetHook({});
         ASSERT_EQ(1U, clsFast.GetSleeps().size());
@@ -199,7 +148,7 @@ TEST_F(PoolMemoryTest, NoLoopPassFollowsAFailureAfterThePoolsEnd)
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     PoolView::AddToLoopTasks(clsPool, MakeTask([] {}, 0));
     LogRecorder::SetHook([&](const LogRecorder::ST_Record&) { clsPool.m_bRun = false; });
-    t_iUntilFailure = 0;
+    FailingMemory::FailAt(1);
     clsPool.FunLoopThread();
     LogRecorder::SetHook({});
     EXPECT_THAT(LogRecorder::Take(),
@@ -222,7 +171,7 @@ TEST_F(PoolMemoryTest, WatchdogsPassThatFailsIsRecordedAndTheNextOneComesAfterTh
                 vecSleeps.push_back(clsFast.GetSleeps().size());
                 if (vecSleeps.size() == 1)
                 {
-                    t_iUntilFailure = 0; // the list of the workers to be retired
+                    FailingMemory::FailAt(1); // the list of the workers to be retired
                 }
                 clsPool.m_bRun = _stRecord.m_iLevel != 0;
             });

@@ -1,0 +1,129 @@
+#include "tests/support/FailingMemory.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+
+// A sanitizer that keeps operator new to itself: there the linker leads the program's calls to the one below.
+#ifdef ZEL_TEST_WRAPPED_NEW
+#define OPERATOR_NEW __wrap__Znwm
+extern "C"
+{
+    void* __real__Znwm(std::size_t _uiSize);
+    void* __wrap__Znwm(std::size_t _uiSize);
+}
+#else
+#define OPERATOR_NEW operator new
+#endif
+
+namespace
+{
+std::atomic<std::thread::id> s_idFailing{};
+std::atomic<int> s_iUntilFailure{0}; ///< allocations up to and with the one that fails; 0: none fails
+std::atomic<bool> s_bFailed{false};
+std::atomic<long> s_iLive{0};
+thread_local int t_iExempt = 0;
+
+bool IsToFail()
+{
+    if (s_iUntilFailure == 0 || t_iExempt > 0 || s_idFailing.load() != std::this_thread::get_id())
+    {
+        return false;
+    }
+    // Only the one thread comes here.
+    if (--s_iUntilFailure > 0)
+    {
+        return false;
+    }
+    s_bFailed = true;
+    return true;
+}
+} // namespace
+
+namespace FailingMemory
+{
+#ifdef ZEL_TEST_WRAPPED_NEW
+const bool REACHES_ALL = false;
+#else
+const bool REACHES_ALL = true;
+#endif
+
+void FailAt(int _iAllocation, std::thread::id _idThread)
+{
+    Stop();
+    s_bFailed = false;
+    s_idFailing = _idThread;
+    s_iUntilFailure = _iAllocation;
+}
+
+bool Stop()
+{
+    s_iUntilFailure = 0;
+    return s_bFailed;
+}
+
+long GetLiveBlocks()
+{
+    return s_iLive;
+}
+
+void EnterExempt()
+{
+    ++t_iExempt;
+}
+
+void LeaveExempt()
+{
+    --t_iExempt;
+}
+
+bool IsExempt()
+{
+    return t_iExempt > 0;
+}
+} // namespace FailingMemory
+
+void* OPERATOR_NEW(std::size_t _uiSize)
+{
+    if (IsToFail())
+    {
+        throw std::bad_alloc();
+    }
+#ifdef ZEL_TEST_WRAPPED_NEW
+    return __real__Znwm(_uiSize);
+#else
+    void* const pMemory = std::malloc(_uiSize == 0 ? 1 : _uiSize);
+    if (pMemory == nullptr)
+    {
+        throw std::bad_alloc();
+    }
+    ++s_iLive;
+    return pMemory;
+#endif
+}
+
+#ifndef ZEL_TEST_WRAPPED_NEW
+void* operator new(std::size_t _uiSize, const std::nothrow_t& /*_stNoThrow*/) noexcept
+{
+    try
+    {
+        return operator new(_uiSize);
+    }
+    catch (const std::bad_alloc&)
+    {
+        return nullptr;
+    }
+}
+
+/// Not inlined: the compiler would take the pair of "new" and "free" for a mistake.
+[[gnu::noinline]] void operator delete(void* _pMemory) noexcept
+{
+    s_iLive -= _pMemory == nullptr ? 0 : 1;
+    std::free(_pMemory);
+}
+
+[[gnu::noinline]] void operator delete(void* _pMemory, std::size_t /*_uiSize*/) noexcept
+{
+    operator delete(_pMemory);
+}
+#endif

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <thread>
+
+/// Lets single allocations of one thread fail. For programs that are linked with FailingMemory.cpp, which
+/// replaces their operator new.
+///
+/// Where a sanitizer keeps the operator to itself, only the allocations that the program's own code makes are
+/// reached, not those of the standard library's, such as the memory of long texts.
+namespace FailingMemory
+{
+/// Whether every allocation is reached, and GetLiveBlocks therefore means something.
+extern const bool REACHES_ALL;
+
+/// Lets the _iAllocation-th allocation of a thread from now on throw std::bad_alloc, 1 being the next; none
+/// when 0. One thread at a time; takes the place of the call before.
+void FailAt(int _iAllocation, std::thread::id _idThread = std::this_thread::get_id());
+
+/// No allocation fails any more. Whether one did since FailAt.
+bool Stop();
+
+/// The blocks that are allocated and not freed, over all threads.
+long GetLiveBlocks();
+
+/// Between the two, allocations of the calling thread neither fail nor count. They may be nested.
+void EnterExempt();
+void LeaveExempt();
+
+/// Whether the calling thread is between the two.
+bool IsExempt();
+} // namespace FailingMemory
