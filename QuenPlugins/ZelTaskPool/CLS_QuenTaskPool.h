@@ -113,8 +113,9 @@ public:
     ZEL_TASKPOOL_EXPORT void UnInit();
 
     /// Marks the task as waiting and appends its id to the waiting queue. Any thread; the registry's lock,
-    /// then m_mtxWaitingTasks. std::bad_alloc passes. Pitfall: no check is made; a task that is queued twice
-    /// runs twice, perhaps at once, and one that is queued while it runs is not waited for by Stop.
+    /// then m_mtxWaitingTasks. std::bad_alloc passes, and leaves the task as it was. Pitfall: no check is
+    /// made; a task that is queued twice runs twice, perhaps at once, and one that is queued while it runs is
+    /// not waited for by Stop.
     ZEL_TASKPOOL_EXPORT void AddWaitingTasks(const std::string& _strTaskId);
 
     /// Makes and registers a worker, which the pool owns. Null, with a record, when there is no thread or no
@@ -129,8 +130,9 @@ public:
     ZEL_TASKPOOL_EXPORT int GetTaskThreadNum();
 
     /// A worker's job: runs the task that the dispatcher bound to the worker, then puts the worker back on
-    /// the idle list. On the worker's thread. std::bad_alloc passes when the idle list cannot grow; the
-    /// worker then calls its job again, which finds no task and tries the list again.
+    /// the idle list. On the worker's thread. A task whose parameters cannot be read is not
+    /// run, with a record; a loop task is due again. std::bad_alloc passes when the idle list cannot grow;
+    /// the worker then calls its job again, which finds no task and tries the list again.
     ZEL_TASKPOOL_EXPORT void FunRunTask(CLS_TaskThread* _pThread);
 
     /// Bodies of the service threads: dispatcher, loop scheduler, watchdog. Each returns when the pool ends:
@@ -158,6 +160,7 @@ private:
     void ReportBusy(std::size_t _iUndispatched);
     Bindings CopyBindings();
     bool ReadBoundTask(CLS_TaskThread* _pThread, std::string& _strTaskId);
+    bool TakeBoundTask(CLS_TaskThread* _pThread, std::string& _strTaskId);
     void UnbindTask(CLS_TaskThread* _pThread);
     void AddIdleThread(CLS_TaskThread* _pThread);
 

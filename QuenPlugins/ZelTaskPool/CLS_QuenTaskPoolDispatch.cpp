@@ -27,6 +27,20 @@ void RecordRunError(CLS_TaskThread* _pThread, const std::string& _strDescription
         << "task run error - " << _pThread->GetOrderId() << " " << _strDescription;
 }
 
+/// The task's parameters as a text. When that cannot be made, the task is not run, and waits no longer.
+std::string DescribeTask(CLS_Task& _clsTask)
+{
+    try
+    {
+        return _clsTask.ParamToString();
+    }
+    catch (...)
+    {
+        _clsTask.UndoWaiting(TASK_STATUS_IDLE);
+        throw;
+    }
+}
+
 /// Runs the task that is bound to the worker. Touches nothing of the pool, which may end meanwhile; that
 /// includes letting go of the task, for a removed one takes the host's captured objects with it.
 void RunTask(CLS_TaskThread* _pThread, const std::string& _strTaskId)
@@ -41,7 +55,7 @@ void RunTask(CLS_TaskThread* _pThread, const std::string& _strTaskId)
                 << "task id is fail - " << _strTaskId;
             return;
         }
-        strDescription = pTask->ParamToString();
+        strDescription = DescribeTask(*pTask);
         pTask->Running();
     }
     catch (...)
@@ -100,10 +114,18 @@ void CLS_QuenTaskPool::AddWaitingTasks(const std::string& _strTaskId)
     {
         return;
     }
-    pTask->SetTaskIsWaiting();
-    const std::lock_guard<std::mutex> lock(m_mtxWaitingTasks);
-    m_vecWaitingTasks.push_back(_strTaskId);
-    m_cvWaitingTasks.notify_one();
+    const n_TaskStatus iBefore = pTask->SetTaskIsWaiting();
+    try
+    {
+        const std::lock_guard<std::mutex> lock(m_mtxWaitingTasks);
+        m_vecWaitingTasks.push_back(_strTaskId);
+        m_cvWaitingTasks.notify_one();
+    }
+    catch (...)
+    {
+        pTask->UndoWaiting(iBefore);
+        throw;
+    }
 }
 
 void CLS_QuenTaskPool::FunTaskingThread()
@@ -242,8 +264,22 @@ bool CLS_QuenTaskPool::ReadBoundTask(CLS_TaskThread* _pThread, std::string& _str
     }
     catch (...)
     {
+        return TakeBoundTask(_pThread, _strTaskId);
+    }
+}
+
+/// Moves the id that is bound to the worker away, which needs no memory: better than losing the task. False
+/// when the worker is not registered.
+bool CLS_QuenTaskPool::TakeBoundTask(CLS_TaskThread* _pThread, std::string& _strTaskId)
+{
+    const std::unique_lock<std::shared_mutex> lock(m_smThreadTaskLock);
+    const auto itThread = m_mapThreadTask.find(_pThread);
+    if (itThread == m_mapThreadTask.end())
+    {
         return false;
     }
+    _strTaskId.swap(itThread->second);
+    return true;
 }
 
 void CLS_QuenTaskPool::UnbindTask(CLS_TaskThread* _pThread)

@@ -161,9 +161,15 @@ void CLS_Task::SetTaskStatus(n_TaskStatus _iTaskStatus)
     m_iTaskStatus.exchange(_iTaskStatus);
 }
 
-void CLS_Task::SetTaskIsWaiting()
+n_TaskStatus CLS_Task::SetTaskIsWaiting()
 {
-    SetTaskStatus(TASK_STATUS_WAITING);
+    return m_iTaskStatus.exchange(TASK_STATUS_WAITING);
+}
+
+void CLS_Task::UndoWaiting(n_TaskStatus _iBefore)
+{
+    n_TaskStatus iExpected = TASK_STATUS_WAITING;
+    m_iTaskStatus.compare_exchange_strong(iExpected, _iBefore);
 }
 
 bool CLS_Task::IsLoop()

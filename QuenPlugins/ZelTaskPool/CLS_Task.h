@@ -80,7 +80,13 @@ public:
     /// that executes but says otherwise is not waited for by Stop, and may be run a second time at once.
     ZEL_TASKPOOL_EXPORT n_TaskStatus GetTaskStatus();
     ZEL_TASKPOOL_EXPORT void SetTaskStatus(n_TaskStatus _iTaskStatus);
-    ZEL_TASKPOOL_EXPORT void SetTaskIsWaiting();
+    /// Returns what the status was.
+    ZEL_TASKPOOL_EXPORT n_TaskStatus SetTaskIsWaiting();
+
+    /// Undoes SetTaskIsWaiting for a task that was not queued, or will not be run, after all; does nothing
+    /// when the status has changed since. A task that goes on waiting in vain is never queued by the loop
+    /// scheduler. Any thread, no lock. For the pool only: not exported.
+    void UndoWaiting(n_TaskStatus _iBefore);
 
     /// Whether the task repeats: any interval from 0 on. Any thread, no lock.
     ZEL_TASKPOOL_EXPORT bool IsLoop();

@@ -8,6 +8,7 @@
 #include <array>
 #include <chrono>
 #include <gmock/gmock.h>
+#include <new>
 
 namespace
 {
@@ -141,6 +142,42 @@ TEST_F(PoolMemoryTest, LoopPassThatFailsIsRecordedAndTheNextOneStartsWithoutASle
     const auto isFailure = IsPoolRecord(3, "FunLoopThread", "*** auto Loop handler fail ***");
     EXPECT_THAT(LogRecorder::Take(), ElementsAre(isFailure, isFailure, isFailure));
     EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strTaskId));
+}
+
+TEST_F(PoolMemoryTest, LoopTaskThatCouldNotBeQueuedIsQueuedByTheNextPass)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    const std::string strTaskId = MakeTask([] {}, 0);
+    PoolView::AddToLoopTasks(clsPool, strTaskId);
+    // The copy of the list takes two allocations; the third is the queue's.
+    FailingMemory::FailAt(FailingMemory::REACHES_ALL ? 3 : 2);
+    EXPECT_THROW(clsPool.LoopPass(), std::bad_alloc);
+    FailingMemory::Stop();
+    EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
+    EXPECT_EQ(TASK_STATUS_IDLE, PoolView::GetTask(strTaskId)->GetTaskStatus());
+    clsPool.LoopPass();
+    EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strTaskId));
+}
+
+TEST_F(PoolMemoryTest, WorkerThatCannotCopyTheIdRunsItsTaskAllTheSame)
+{
+    if (!FailingMemory::REACHES_ALL)
+    {
+        GTEST_SKIP() << "the memory of texts is not reached";
+    }
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    CLS_TaskThread* const pThread = clsPool.CreateTaskThread();
+    int iRuns = 0;
+    std::string strTaskId = MakeTask([&] { ++iRuns; });
+    clsPool.AddOwnedTask(strTaskId, &m_arrOwners[0]);
+    clsPool.BindTask(pThread, strTaskId);
+    FailingMemory::FailAt(1);
+    clsPool.FunRunTask(pThread);
+    EXPECT_TRUE(FailingMemory::Stop());
+    EXPECT_EQ(1, iRuns);
+    EXPECT_THAT(PoolView::GetOwned(clsPool), IsEmpty());
+    EXPECT_THAT(LogRecorder::Take(), IsEmpty());
+    EXPECT_EQ(pThread, clsPool.TakeIdleThread());
 }
 
 TEST_F(PoolMemoryTest, NoLoopPassFollowsAFailureAfterThePoolsEnd)

@@ -136,6 +136,16 @@ TEST_F(PoolRunTaskTest, ExceptionBeforeTheDescriptionIsARecordWithoutOne)
     ExpectWorkerIdle();
 }
 
+TEST_F(PoolRunTaskTest, LoopTaskWhoseRunFailedBeforeItBeganIsDueAgain)
+{
+    const std::string strTaskId = CLS_ThrowingTextTask::Make({}, 1);
+    const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(strTaskId).lock();
+    pTask->SetLoopInterval(0);
+    m_pPool->AddWaitingTasks(strTaskId);
+    Run(strTaskId);
+    EXPECT_TRUE(pTask->IsUseRun());
+}
+
 TEST_F(PoolRunTaskTest, FailedRunDropsTheOwnersEntry)
 {
     int iOwner = 0;
