@@ -14,6 +14,9 @@ constexpr std::chrono::milliseconds SHORTEST_SCALED{50};
 
 std::atomic<CLS_ScaledSleep::Scale> s_funScale{nullptr};
 
+/// Memory for so many sleeps is there from the beginning: a sleep is not the place to ask for some.
+constexpr std::size_t USUAL_SLEEPS = 10000;
+
 /// Kept for good: service threads sleep until the process ends.
 struct ST_Sleeps
 {
@@ -67,6 +70,7 @@ CLS_FastSleep::CLS_FastSleep(const std::function<void(const ST_Sleep&)>& _funHoo
     stState.m_bCutting = true;
     stState.m_msShortest = _msShortest;
     stState.m_vecSleeps.clear();
+    stState.m_vecSleeps.reserve(USUAL_SLEEPS);
     stState.m_funHook = _funHook;
 }
 
@@ -75,6 +79,7 @@ CLS_FastSleep::~CLS_FastSleep()
     ST_Sleeps& stState = GetState();
     const std::lock_guard<std::mutex> lock(stState.m_mtxSleeps);
     stState.m_bCutting = false;
+    std::vector<ST_Sleep>().swap(stState.m_vecSleeps); // its memory, too
     stState.m_funHook = nullptr;
 }
 

@@ -1,0 +1,29 @@
+// Exempts records, from their construction to their end, from the failures of FailingMemory: a record whose
+// emission fails ends the process, as any exception out of a destructor does. The linker leads the product's
+// calls of the record's constructor and destructor here (zel_fail_memory), so no allocation of a record, of
+// what is streamed into it or of "PrintLog" escapes.
+
+#include "QuenInclude/Logger.h"
+#include "tests/support/FailingMemory.h"
+
+extern "C"
+{
+    void __real__ZN6Logger16LogMessageStreamC1EPKcS2_S2_ii(Logger::LogMessageStream*, const char*,
+                                                           const char*, const char*, int, int);
+    void __real__ZN6Logger16LogMessageStreamD1Ev(Logger::LogMessageStream*);
+
+    void __wrap__ZN6Logger16LogMessageStreamC1EPKcS2_S2_ii(Logger::LogMessageStream* _pRecord,
+                                                           const char* _szModule, const char* _szFunction,
+                                                           const char* _szFile, int _iLine, int _iLevel)
+    {
+        FailingMemory::EnterExempt();
+        __real__ZN6Logger16LogMessageStreamC1EPKcS2_S2_ii(_pRecord, _szModule, _szFunction, _szFile, _iLine,
+                                                          _iLevel);
+    }
+
+    void __wrap__ZN6Logger16LogMessageStreamD1Ev(Logger::LogMessageStream* _pRecord)
+    {
+        __real__ZN6Logger16LogMessageStreamD1Ev(_pRecord);
+        FailingMemory::LeaveExempt();
+    }
+}
