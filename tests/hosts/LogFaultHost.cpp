@@ -1,0 +1,47 @@
+// Lets the pool make records on its workers and on the host's threads, while other tasks run, and tells what
+// came of it:  zel_log_fault_host LIBRARY
+// What becomes of the records depends on the logging library that it finds.
+
+#include "tests/hosts/PoolLibrary.h"
+#include "tests/support/Waiting.h"
+
+#include <stdexcept>
+
+namespace
+{
+void Tell(const std::string& _strWhat, bool _bHolds)
+{
+    std::cout << _strWhat << ": " << (_bHolds ? "yes" : "no") << std::endl;
+}
+} // namespace
+
+int main(int _iCount, char** _ppTexts)
+{
+    CLS_PoolLibrary clsPool(_iCount > 1 ? _ppTexts[1] : "");
+    CLS_Counter clsThrown;
+    CLS_Counter clsRuns;
+    for (int i = 0; i < 5; ++i)
+    {
+        clsPool.m_pAddTmpTask(
+            [&]
+            {
+                clsThrown.Add();
+                throw std::runtime_error("a record");
+            },
+            &clsThrown, "throwing");
+    }
+    for (int i = 0; i < 100; ++i)
+    {
+        clsPool.m_pAddTmpTask([&] { clsRuns.Add(); }, &clsRuns, "quiet");
+    }
+    Tell("null owner refused", !clsPool.m_pAddTmpTask([] {}, nullptr, "nobody"));
+    Tell("all ran", clsThrown.Wait(5) && clsRuns.Wait(100));
+    std::string strTaskId;
+    clsPool.m_pAddLoopTask([&] { clsRuns.Add(); }, 1, strTaskId, "loop");
+    Tell("loop runs", clsRuns.Wait(110));
+    clsPool.m_pRemoveTask(strTaskId, "loop");
+    clsPool.m_pRemoveTmpTask(&clsThrown, "throwing");
+    clsPool.m_pUnInit();
+    Tell("ended", true);
+    return 0;
+}
