@@ -60,17 +60,19 @@ public:
 
     /// Queues _funTask, copied, to run once on behalf of the owner _pObj, which is never touched and must not
     /// be null. _strCallInfo says who submits it, and appears in records. False, with a record, for a null
-    /// owner and when memory or another resource runs out; when that happens after the queueing, the task
-    /// runs all the same, without an owner. The task may run before the call returns. Its record, and what
-    /// the callable captured, stay until the process ends, unless the owner's tasks are removed before it has
-    /// run. Any thread, from within tasks, too. Waits for no task; one lock at a time.
+    /// owner, when the copying throws or ends the pool, and when memory or another resource runs out; when
+    /// that happens after the queueing, the task runs all the same, without an owner. The task may run before
+    /// the call returns. Its record, and what the callable captured, stay until the process ends, unless the
+    /// owner's tasks are removed before it has run. Any thread, from within tasks, too. Waits for no task;
+    /// one lock at a time.
     ZEL_TASKPOOL_EXPORT bool AddTmpTask(const std::function<void()>& _funTask, void* _pObj,
                                         const std::string& _strCallInfo);
 
     /// Queues _funTask, copied, to run now and again _iInterval milliseconds after each run ended, plus up to
     /// about 10 ms; 0 repeats at once, a negative interval never waits either. Overwrites _strTaskId with the
-    /// task's id, by which it is removed. When memory or another resource runs out, there is a record; the id
-    /// is left as it was or, when the first run was queued already, is that of a task which runs once. Any
+    /// task's id, by which it is removed. When the copying throws or ends the pool, or memory or another
+    /// resource runs out, there is a record; the id is left as it was or, when the first run was queued
+    /// already, is that of a task which runs once. Any
     /// thread, from within tasks, too. Waits for no task; one lock at a time.
     ZEL_TASKPOOL_EXPORT void AddLoopTask(const std::function<void()>& _funTask, int _iInterval,
                                          std::string& _strTaskId, const std::string& _strCallInfo);
@@ -171,6 +173,8 @@ private:
     void RetireThread(CLS_TaskThread* _pThread);
     std::string UnregisterThread(CLS_TaskThread* _pThread);
 
+    std::shared_ptr<CLS_Task> MakeTask(const std::function<void()>& _funTask, int _iInterval,
+                                       const std::string& _strCallInfo);
     void AddOwnedTask(const std::string& _strTaskId, void* _pObj);
     std::list<std::string> TakeOwnedTasks(void* _pObj);
     void ForgetLoopTask(const std::string& _strTaskId);

@@ -4,6 +4,7 @@
 #include "QuenPlugins/ZelTaskPool/TaskPoolRecord.h"
 
 #include <algorithm>
+#include <stdexcept>
 
 using TaskPoolRecord::FILE_POOL;
 
@@ -68,6 +69,22 @@ void RemoveTasks(const std::list<std::string>& _lstTaskIds, int& _iPollsLeft)
 }
 } // namespace
 
+/// A registered task. Copying the callable calls the host, which may end the pool meanwhile: then it fails,
+/// for nothing may be queued on a pool that is gone. It looks at no member before it knows.
+std::shared_ptr<CLS_Task> CLS_QuenTaskPool::MakeTask(const std::function<void()>& _funTask, int _iInterval,
+                                                     const std::string& _strCallInfo)
+{
+    // A pool that a racing first call built beside the instance takes tasks, too.
+    const bool bInstance = m_pInstance == this;
+    std::shared_ptr<CLS_Task> pTask = CLS_Task::CreateTask(_funTask, _iInterval, _strCallInfo);
+    if (bInstance && m_pInstance != this)
+    {
+        CLS_Task::DeleteTask(pTask->GetId());
+        throw std::runtime_error("the pool has ended");
+    }
+    return pTask;
+}
+
 bool CLS_QuenTaskPool::AddTmpTask(const std::function<void()>& _funTask, void* _pObj,
                                   const std::string& _strCallInfo)
 {
@@ -79,7 +96,7 @@ bool CLS_QuenTaskPool::AddTmpTask(const std::function<void()>& _funTask, void* _
     }
     try
     {
-        const std::shared_ptr<CLS_Task> pTask = CLS_Task::CreateTask(_funTask, ONE_SHOT, _strCallInfo);
+        const std::shared_ptr<CLS_Task> pTask = MakeTask(_funTask, ONE_SHOT, _strCallInfo);
         AddWaitingTasks(pTask->GetId());
         // The task may have run by now. Its owner is noted all the same.
         AddOwnedTask(pTask->GetId(), _pObj);
@@ -110,7 +127,7 @@ void CLS_QuenTaskPool::AddLoopTask(const std::function<void()>& _funTask, int _i
 {
     try
     {
-        const std::shared_ptr<CLS_Task> pTask = CLS_Task::CreateTask(_funTask, _iInterval, _strCallInfo);
+        const std::shared_ptr<CLS_Task> pTask = MakeTask(_funTask, _iInterval, _strCallInfo);
         _strTaskId = pTask->GetId();
         AddWaitingTasks(pTask->GetId());
         const std::unique_lock<std::shared_mutex> lock(m_smLoopTasksLock);

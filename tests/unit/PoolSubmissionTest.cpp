@@ -6,6 +6,7 @@
 #include <atomic>
 #include <climits>
 #include <gmock/gmock.h>
+#include <memory>
 #include <stdexcept>
 #include <type_traits>
 
@@ -40,6 +41,18 @@ protected:
 
     std::array<int, 3> m_arrOwners{}; ///< their addresses serve as owners
 };
+
+TEST_F(PoolSubmissionTest, APoolBesideTheInstanceTakesTasks)
+{
+    CLS_Counter clsRuns;
+    std::string strTaskId;
+    const auto pBeside = std::make_unique<CLS_QuenTaskPool>();
+    EXPECT_TRUE(pBeside->AddTmpTask([&] { clsRuns.Add(); }, &clsRuns, "call"));
+    pBeside->AddLoopTask([&] { clsRuns.Add(); }, 3600000, strTaskId, "call");
+    EXPECT_TRUE(clsRuns.Wait(2));
+    pBeside->RemoveTmpTask(&clsRuns, "call");
+    pBeside->RemoveTask(strTaskId, "call");
+}
 
 TEST_F(PoolSubmissionTest, NullOwnerIsRefusedWithARecord)
 {
