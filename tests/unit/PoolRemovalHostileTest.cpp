@@ -196,9 +196,9 @@ TEST_F(PoolRemovalLoadTest, TenThousandOwnersComeAndGo)
     EXPECT_EQ(OWNERS / 2, PoolView::GetRegistered().size());
 }
 
-TEST_F(PoolRemovalLoadTest, OneOwnerWithTwentyThousandQueuedTasksIsRemoved)
+TEST_F(PoolRemovalLoadTest, OneOwnerWithManyQueuedTasksIsRemoved)
 {
-    constexpr int TASKS = 20000;
+    constexpr int TASKS = MANY_TASKS;
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     int iOwner = 0;
     std::atomic<int> iRuns{0};
@@ -222,6 +222,27 @@ TEST_F(PoolRemovalLoadTest, OneOwnerWithTwentyThousandQueuedTasksIsRemoved)
     EXPECT_TRUE(PoolView::WaitForAllIdle(clsPool));
     LogRecorder::SetHook({});
     EXPECT_EQ(0, iRuns);
+}
+
+TEST_F(PoolRemovalLoadTest, OneOwnerWithManyTasksSeesEachRunOnce)
+{
+    constexpr int TASKS = MANY_TASKS;
+    CLS_QuenTaskPool& clsPool = MakePool();
+    int iOwner = 0;
+    std::vector<std::atomic<int>> vecRuns(TASKS);
+    for (std::atomic<int>& iRuns : vecRuns)
+    {
+        ASSERT_TRUE(clsPool.AddTmpTask([&iRuns] { ++iRuns; }, &iOwner, ""));
+    }
+    EXPECT_TRUE(WaitUntil([&] { return vecRuns.back() == 1 && PoolView::GetQueue(clsPool).empty(); }));
+    EXPECT_TRUE(PoolView::WaitForAllIdle(clsPool));
+    EXPECT_TRUE(std::all_of(vecRuns.begin(), vecRuns.end(), [](const auto& _iRuns) { return _iRuns == 1; }));
+    EXPECT_THAT(PoolView::GetRegistered(), SizeIs(TASKS));
+    // What had run before its owner was noted stays noted until now.
+    clsPool.RemoveTmpTask(&iOwner, "");
+    EXPECT_THAT(PoolView::GetOwned(clsPool), IsEmpty());
+    EXPECT_THAT(PoolView::GetOwners(clsPool), IsEmpty());
+    EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
 /// An owner of the stress test. The plain flag is written after the owner's removal and read by its tasks,

@@ -221,6 +221,70 @@ TEST_F(PoolShutdownHostileTest, ATaskThatRemovesItselfAndEndsThePoolIsLeftBehind
     EXPECT_FALSE(CLS_Task::GetTask(strTaskId).lock());
 }
 
+TEST_F(PoolShutdownHostileTest, ReturnsWhenEveryWorkerHangs)
+{
+    constexpr int WORKERS = 301;
+    CLS_QuenTaskPool& clsPool = MakePool();
+    CLS_Counter clsStarted;
+    CLS_Gate clsMayEnd;
+    for (int i = 0; i < WORKERS + 10; ++i) // the last ones never get a worker
+    {
+        ASSERT_TRUE(clsPool.AddTmpTask(
+            [&]
+            {
+                clsStarted.Add();
+                EXPECT_TRUE(clsMayEnd.Wait());
+            },
+            &clsStarted, "hanging"));
+    }
+    ASSERT_TRUE(clsStarted.Wait(WORKERS));
+    {
+        const CLS_StopPolls clsPolls(0, {});
+        clsPool.UnInit();
+        EXPECT_EQ(WORKERS * 30, clsPolls.GetPolls(std::this_thread::get_id()));
+    }
+    EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
+    EXPECT_TRUE(WaitForThreads(m_iThreads + WORKERS));
+    RunShortTask(MakePool()); // the limit is each pool's own
+    clsMayEnd.Open();
+    EXPECT_TRUE(WaitForThreads(m_iThreads + SERVICE_THREADS + 1));
+    EXPECT_EQ(WORKERS, clsStarted.Get());
+}
+
+TEST_F(PoolShutdownHostileTest, ALateRunMayRemoveItselfInAWorldWithoutItsPool)
+{
+    HeldRun pLate;
+    CLS_Gate clsRemoved;
+    pLate = StartHeldRun(MakePool(),
+                         [&]
+                         {
+                             const CLS_FastSleep clsFastSleep; // it waits for itself
+                             RemoveTask(pLate->m_strTaskId, "late");
+                             clsRemoved.Open();
+                         });
+    OutrunPool();
+    EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
+    pLate->m_clsMayEnd.Open();
+    EXPECT_TRUE(clsRemoved.Wait());
+    EXPECT_TRUE(WaitForThreads(m_iThreads + SERVICE_THREADS));
+    EXPECT_FALSE(CLS_Task::GetTask(pLate->m_strTaskId).lock());
+    EXPECT_EQ(0, CLS_QuenTaskPool::m_pInstance->GetTaskThreadNum());
+}
+
+TEST_F(PoolShutdownHostileTest, WhatALateRunCapturedMayUseThePoolWhenItIsDestroyed)
+{
+    CLS_Gate clsRan;
+    const HeldRun pLate = StartHeldRun(
+        MakePool(),
+        [pHook = MakeEndHook([&clsRan] { AddTmpTask([&clsRan] { clsRan.Open(); }, &clsRan, "end"); })] {});
+    OutrunPool();
+    CLS_Task::DeleteTask(pLate->m_strTaskId);
+    EXPECT_FALSE(clsRan.IsOpen());
+    EndHeldRun(pLate);
+    EXPECT_TRUE(clsRan.Wait()); // in a pool that was built for it
+    EXPECT_TRUE(WaitForThreads(m_iThreads + SERVICE_THREADS + 1));
+}
+
 struct ST_End
 {
     const char* m_szName;

@@ -1,0 +1,213 @@
+// Tasks that turn against each other, and against the pool that runs them.
+
+#include "tests/support/PoolView.h"
+#include "tests/unit/PoolFixture.h"
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <gmock/gmock.h>
+#include <random>
+#include <stdexcept>
+
+namespace
+{
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+
+class PoolHostileTaskTest : public CLS_PoolFixture
+{
+protected:
+    std::array<int, 3> m_arrOwners{}; ///< their addresses serve as owners
+};
+
+TEST_F(PoolHostileTaskTest, TwoTasksThatRemoveEachOtherWaitTheirBoundsAndComplete)
+{
+    CLS_QuenTaskPool& clsPool = MakePool();
+    CLS_Counter clsStarted;
+    CLS_Counter clsCompleted;
+    std::array<std::string, 2> arrTaskIds;
+    std::array<std::atomic<std::thread::id>, 2> arrWorkers{};
+    CLS_Gate clsKnown;
+    const CLS_FastSleep clsFastSleep(
+        [&](const ST_Sleep& _stSleep)
+        {
+            // Neither gives up before the other has begun to wait for it.
+            if (_stSleep.m_msAsked == CLS_Task::STOP_POLL)
+            {
+                EXPECT_TRUE(clsStarted.Wait(2));
+            }
+        });
+    for (std::size_t i = 0; i < arrTaskIds.size(); ++i)
+    {
+        clsPool.AddLoopTask(
+            [&, i]
+            {
+                EXPECT_TRUE(clsKnown.Wait());
+                arrWorkers[i] = std::this_thread::get_id();
+                clsStarted.Add();
+                EXPECT_TRUE(clsStarted.Wait(2));
+                RemoveTask(arrTaskIds[1 - i], "each other");
+                clsCompleted.Add();
+                EXPECT_TRUE(clsCompleted.Wait(2)); // goes on until both have waited in vain
+            },
+            0, arrTaskIds[i], "call");
+    }
+    clsKnown.Open();
+    EXPECT_TRUE(clsCompleted.Wait(2));
+    EXPECT_TRUE(PoolView::WaitForAllIdle(clsPool));
+    for (const std::atomic<std::thread::id>& idWorker : arrWorkers)
+    {
+        EXPECT_THAT(clsFastSleep.GetSleeps(idWorker), SizeIs(CLS_Task::STOP_POLLS));
+    }
+    EXPECT_THAT(PoolView::GetRegistered(), IsEmpty());
+    EXPECT_THAT(PoolView::GetLoopTasks(clsPool), IsEmpty());
+}
+
+TEST_F(PoolHostileTaskTest, TaskMayRemoveEverythingThatIsQueuedBehindIt)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    const auto pCaptured = std::make_shared<int>();
+    std::string strLoopId;
+    ASSERT_TRUE(clsPool.AddTmpTask(
+        [&]
+        {
+            RemoveTmpTask(&m_arrOwners[1], "first");
+            KillTask(strLoopId, "first");
+        },
+        &m_arrOwners[0], "first"));
+    for (int i = 0; i < 10; ++i)
+    {
+        ASSERT_TRUE(clsPool.AddTmpTask([pCaptured] { ADD_FAILURE(); }, &m_arrOwners[1], "behind"));
+    }
+    clsPool.AddLoopTask([pCaptured] { ADD_FAILURE(); }, 0, strLoopId, "behind");
+    const std::vector<std::string> vecQueue = PoolView::GetQueue(clsPool);
+    PoolView::ClearQueue(clsPool);
+    clsPool.AddWaitingTasks(vecQueue.front());
+    clsPool.DispatchPass();
+    ASSERT_TRUE(WaitForIdle(clsPool, 1));
+    EXPECT_EQ(1, pCaptured.use_count());
+    EXPECT_THAT(PoolView::GetRegistered(), ::testing::ElementsAre(vecQueue.front()));
+}
+
+/// What the tasks of the brawl share: the ids that they know of, and how many strokes are left.
+class CLS_Brawl
+{
+public:
+    explicit CLS_Brawl(int _iStrokes) : m_iStrokesLeft(_iStrokes) {}
+
+    /// What one run of a task does, and to whom.
+    class CLS_Stroke
+    {
+    public:
+        explicit CLS_Stroke(CLS_Brawl& _clsBrawl) : m_clsBrawl(_clsBrawl) { m_clsBrawl.Begin(*this); }
+        ~CLS_Stroke() { m_clsBrawl.End(); }
+        CLS_Stroke(const CLS_Stroke&) = delete;
+        CLS_Stroke& operator=(const CLS_Stroke&) = delete;
+
+        std::uint32_t m_uiKind = KINDS; ///< KINDS for nothing any more
+        std::uint32_t m_uiAim = 0;
+        std::string m_strTaskId; ///< any known one; it may have been removed
+
+    private:
+        CLS_Brawl& m_clsBrawl;
+    };
+
+    void Note(const std::string& _strTaskId)
+    {
+        const std::lock_guard<std::mutex> lock(m_mtxBrawl);
+        m_vecTaskIds.push_back(_strTaskId);
+    }
+
+    /// Whether all strokes are done. No task calls the pool from then on.
+    bool IsOver()
+    {
+        const std::lock_guard<std::mutex> lock(m_mtxBrawl);
+        return m_iStrokesLeft == 0 && m_iInProgress == 0;
+    }
+
+private:
+    static constexpr std::uint32_t KINDS = 8;
+
+    void Begin(CLS_Stroke& _clsStroke)
+    {
+        const std::lock_guard<std::mutex> lock(m_mtxBrawl);
+        ++m_iInProgress;
+        if (m_iStrokesLeft > 0)
+        {
+            --m_iStrokesLeft;
+            _clsStroke.m_uiKind = static_cast<std::uint32_t>(m_rngBrawl() % KINDS);
+            _clsStroke.m_uiAim = static_cast<std::uint32_t>(m_rngBrawl());
+            _clsStroke.m_strTaskId = m_vecTaskIds.at(_clsStroke.m_uiAim % m_vecTaskIds.size());
+        }
+    }
+
+    void End()
+    {
+        const std::lock_guard<std::mutex> lock(m_mtxBrawl);
+        --m_iInProgress;
+    }
+
+    std::mutex m_mtxBrawl; ///< guards everything below
+    std::vector<std::string> m_vecTaskIds{"unknown"};
+    int m_iStrokesLeft;
+    int m_iInProgress = 0;
+    std::mt19937 m_rngBrawl; // NOLINT(cert-msc51-cpp): the same numbers each time
+};
+
+TEST_F(PoolHostileTaskTest, TasksThatAddRemoveStopAndKillEachOtherLeaveNothingBehind)
+{
+    const auto pCaptured = std::make_shared<int>();
+    CLS_QuenTaskPool& clsPool = MakePool();
+    CLS_Brawl clsBrawl(3000);
+    std::function<void()> funStrike;
+    const auto funAddLoop = [&]
+    {
+        std::string strTaskId;
+        clsPool.AddLoopTask([&funStrike, pCaptured] { funStrike(); }, 0, strTaskId, "brawl");
+        clsBrawl.Note(strTaskId);
+    };
+    funStrike = [&]
+    {
+        const CLS_Brawl::CLS_Stroke clsStroke(clsBrawl);
+        void* const pOwner = &m_arrOwners[clsStroke.m_uiAim % m_arrOwners.size()];
+        switch (clsStroke.m_uiKind)
+        {
+        case 0:
+        case 1:
+            return funAddLoop();
+        case 2:
+        case 3:
+            EXPECT_TRUE(clsPool.AddTmpTask([&funStrike, pCaptured] { funStrike(); }, pOwner, "brawl"));
+            return;
+        case 4:
+            return clsPool.RemoveTask(clsStroke.m_strTaskId, "brawl");
+        case 5:
+            return clsPool.KillTask(clsStroke.m_strTaskId, "brawl");
+        case 6:
+            return clsPool.StopTask(clsStroke.m_strTaskId);
+        case 7:
+            clsPool.RemoveTmpTask(pOwner, "brawl");
+            throw std::runtime_error("brawl");
+        default:
+            return;
+        }
+    };
+    {
+        const CLS_FastSleep clsFastSleep; // many remove themselves
+        EXPECT_TRUE(WaitUntil(
+            [&]
+            {
+                funAddLoop(); // for they may remove each other down to the last one
+                return clsBrawl.IsOver();
+            }));
+    }
+    EXPECT_LE(clsPool.GetTaskThreadNum(), 301);
+    clsPool.UnInit();
+    for (const std::string& strTaskId : PoolView::GetRegistered())
+    {
+        CLS_Task::DeleteTask(strTaskId);
+    }
+    EXPECT_EQ(1, pCaptured.use_count());
+}
+} // namespace
