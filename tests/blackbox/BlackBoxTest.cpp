@@ -1,11 +1,15 @@
 #include "tests/support/ChildProcess.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <iostream>
 
 namespace
 {
+using ::testing::StartsWith;
+
 const std::string POOL = "ZelTaskPool";
 const std::string FILE_POOL = "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool";
 const std::string FILE_TASK = "QuenPlugins/ZelTaskPool/CLS_Task";
@@ -44,6 +48,12 @@ void ExpectEnd(const ST_ChildResult& _stResult, int _iStatus, const std::string&
     EXPECT_EQ(_iStatus, _stResult.m_iExit);
     EXPECT_EQ(_strOut, _stResult.m_strOut);
     EXPECT_EQ("", _stResult.m_strErr);
+}
+
+/// The text without so many characters as _strHead has at its front.
+std::string CutHead(const std::string& _strText, const std::string& _strHead)
+{
+    return _strText.substr(std::min(_strHead.size(), _strText.size()));
 }
 
 TEST(BlackBoxTest, AHostUsesThePoolByNamesAlone)
@@ -123,7 +133,8 @@ TEST(BlackBoxTest, TheFirstCallMayComeFromAStaticInitialiserAndTheLastFromAStati
 TEST(BlackBoxTest, ChildrenAreStartedWhileThePoolIsBusy)
 {
     ExpectEnd(RunChild(FORK_HOST, {POOL_LIBRARY}, GetRecording()), 0,
-              "children right: 20\nall ran: 1\nloop goes on: 1\n" + GetLoaderLines());
+              "children right: 20\nchildren of tasks right: 20\nall ran: 1\nloop goes on: 1\n" +
+                  GetLoaderLines());
 }
 
 /// A host unloads the library.
@@ -153,16 +164,41 @@ protected:
     }
 };
 
-TEST_F(BlackBoxUnloadTest, TheLibraryIsUnmappedEachTimeAndLeavesNoThread)
+TEST_F(BlackBoxUnloadTest, AHundredCyclesGiveEverythingBack)
 {
-    ExpectEnd(RunChild(UNLOAD_HOST, {POOL_LIBRARY, "cycles"}, GetEnvironment()), 0,
-              RepeatLoaderLines(20) + "20 cycles\n");
+    const ST_ChildResult stResult = RunChild(UNLOAD_HOST, {POOL_LIBRARY, "cycles", "100", MOST_NEW_MAPPINGS},
+                                             GetEnvironment(), std::chrono::minutes(4));
+    const std::string strLoader = RepeatLoaderLines(3 + 100);
+    const std::string strCounts = CutHead(stResult.m_strOut, strLoader);
+    std::cout << strCounts;
+    EXPECT_THAT(strCounts, StartsWith("100 cycles: "));
+    ExpectEnd(stResult, 0, strLoader + strCounts);
+}
+
+TEST_F(BlackBoxUnloadTest, TheProcessEndsWithItsOwnStatusWhenARunOutlastsPoolAndLibrary)
+{
+    ExpectEnd(RunChild(UNLOAD_HOST, {POOL_LIBRARY, "hung"}, GetEnvironment()), 7,
+              GetLoaderLines() + "mapped during the run: 1\nthread there: 1\n");
 }
 
 TEST_F(BlackBoxUnloadTest, TheLibraryStaysMappedForARunThatOutlastsThePool)
 {
     ExpectEnd(RunChild(UNLOAD_HOST, {POOL_LIBRARY, "late"}, GetEnvironment()), 0,
               GetLoaderLines() + "mapped during the run: 1\nthread there: 1\nthread gone: 1\nused again\n");
+}
+
+TEST(BlackBoxExitTimesTest, ProcessesWithManyRecordsEndOneAfterTheOther)
+{
+    const char* const szTimes = std::getenv("ZEL_TEST_EXITS");
+    const std::string strTimes = szTimes == nullptr ? "10" : szTimes;
+    const ST_ChildResult stResult =
+        RunChild(EXIT_TIMES_HOST, {POOL_LIBRARY, std::to_string(MANY_TASKS), strTimes}, GetRecording(),
+                 std::chrono::minutes(4));
+    const std::string strFigures = CutHead(stResult.m_strOut, GetLoaderLines());
+    std::cout << strFigures;
+    EXPECT_THAT(strFigures, StartsWith(strTimes + " processes with " + std::to_string(MANY_TASKS) +
+                                       " finished tasks ended with status 7 within "));
+    ExpectEnd(stResult, 0, GetLoaderLines() + strFigures);
 }
 
 struct ST_Exit
@@ -190,8 +226,11 @@ TEST_P(BlackBoxExitTest, TheProcessEndsAtOnceWithItsOwnStatus)
     ASSERT_TRUE(WaitUntil([&] { return clsHost.GetOut().find(strOut) == 0; }, std::chrono::minutes(5)));
     const auto tpEnding = std::chrono::steady_clock::now();
     const ST_ChildResult stResult = clsHost.Wait();
+    const auto nsTaken = std::chrono::steady_clock::now() - tpEnding;
     // What is running has about a minute to go.
-    EXPECT_LT(std::chrono::steady_clock::now() - tpEnding, std::chrono::seconds(20));
+    EXPECT_LT(nsTaken, std::chrono::seconds(20));
+    std::cout << "ended within " << std::chrono::duration_cast<std::chrono::milliseconds>(nsTaken).count()
+              << " ms\n";
     ExpectEnd(stResult, 7, strOut + "used at the very end: 1\n");
 }
 

@@ -1,4 +1,4 @@
-// Starts children while the pool is busy:  zel_fork_host LIBRARY
+// Starts children while the pool is busy, in its main thread and in tasks:  zel_fork_host LIBRARY
 // Each child replaces itself by this program with the argument "child", which ends with status 9.
 
 #include "tests/hosts/PoolLibrary.h"
@@ -25,6 +25,29 @@ int StartChild(char* _szSelf)
         return -1;
     }
     return WEXITSTATUS(iStatus);
+}
+
+/// How many of so many children that tasks start at once end as they should.
+int StartChildrenInTasks(const CLS_PoolLibrary& _clsPool, char* _szSelf, int _iChildren)
+{
+    CLS_Counter clsEnded;
+    CLS_Counter clsRight;
+    for (int i = 0; i < _iChildren; ++i)
+    {
+        _clsPool.m_pAddTmpTask(
+            [&, _szSelf]
+            {
+                if (StartChild(_szSelf) == 9)
+                {
+                    clsRight.Add();
+                }
+                clsEnded.Add();
+            },
+            &clsEnded, "child");
+    }
+    const bool bEnded = clsEnded.Wait(_iChildren);
+    _clsPool.m_pRemoveTmpTask(&clsEnded, "child");
+    return bEnded ? clsRight.Get() : -1;
 }
 } // namespace
 
@@ -53,6 +76,7 @@ int main(int _iCount, char** _ppTexts)
         iRight += StartChild(_ppTexts[0]) == 9 ? 1 : 0;
     }
     std::cout << "children right: " << iRight << std::endl;
+    std::cout << "children of tasks right: " << StartChildrenInTasks(clsPool, _ppTexts[0], 20) << std::endl;
     std::cout << "all ran: " << clsRuns.Wait(1000) << std::endl;
     std::cout << "loop goes on: " << clsLoops.Wait(clsLoops.Get() + 3) << std::endl;
     clsPool.m_pKillTask(strTaskId, "loop");

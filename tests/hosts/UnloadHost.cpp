@@ -1,9 +1,14 @@
 // Loads and unloads the pool's library:
-//   zel_unload_host LIBRARY cycles   loads, uses, ends and unloads it 20 times
-//   zel_unload_host LIBRARY late     unloads it while a run outlasts the pool's end, and lets it end then
+//   zel_unload_host LIBRARY cycles COUNT MAPPINGS
+//                                          loads, uses, ends and unloads it COUNT times; fails when a thread
+//                                          or a descriptor is left, or more than MAPPINGS pieces of memory
+//   zel_unload_host LIBRARY late           unloads it while a run outlasts the pool's end, and lets it end
+//   zel_unload_host LIBRARY hung           the same, but the run never ends, and the process ends with status
+//   7
 
 #include "tests/hosts/PoolLibrary.h"
 #include "tests/support/FastSleep.h"
+#include "tests/support/ProcessCounts.h"
 #include "tests/support/ThreadCount.h"
 
 #ifdef __APPLE__
@@ -58,31 +63,49 @@ void UsePool(CLS_PoolLibrary& _clsPool)
     _clsPool.m_pUnInit();
 }
 
-int RunCycles(const std::string& _strPath)
+void RunCycle(const std::string& _strPath)
+{
+    CLS_PoolLibrary clsPool(_strPath);
+    if (!IsMapped(_strPath))
+    {
+        std::cout << "not mapped when open" << std::endl;
+        std::exit(1);
+    }
+    UsePool(clsPool);
+    clsPool.Close();
+}
+
+/// The first cycles leave stacks and arenas with the system's libraries, which the others use again. How many
+/// depends on how many threads ran at once, so the mappings alone may grow by a few.
+int RunCycles(const std::string& _strPath, int _iCycles, int _iMostMappings)
 {
     const int iThreads = CountThreads();
-    for (int i = 0; i < 20; ++i)
+    for (int i = 0; i < 3; ++i)
     {
-        CLS_PoolLibrary clsPool(_strPath);
-        if (!IsMapped(_strPath))
-        {
-            std::cout << "not mapped when open" << std::endl;
-            return 1;
-        }
-        UsePool(clsPool);
-        clsPool.Close();
-        if (IsMapped(_strPath) || !WaitForThreads(iThreads))
+        RunCycle(_strPath);
+    }
+    const int iDescriptors = CountDescriptors();
+    const int iMappings = CountMappings();
+    for (int i = 0; i < _iCycles; ++i)
+    {
+        RunCycle(_strPath);
+        if (IsMapped(_strPath) || !WaitForThreads(iThreads) || CountDescriptors() != iDescriptors)
         {
             std::cout << "cycle " << i << ": mapped " << IsMapped(_strPath) << ", threads " << CountThreads()
-                      << " instead of " << iThreads << std::endl;
+                      << " instead of " << iThreads << ", descriptors " << CountDescriptors()
+                      << " instead of " << iDescriptors << std::endl;
             return 1;
         }
     }
-    std::cout << "20 cycles" << std::endl;
-    return 0;
+    const int iGrowth = CountMappings() - iMappings;
+    std::cout << _iCycles << " cycles: " << iThreads << " threads, " << iDescriptors << " descriptors, "
+              << iMappings << " mappings and " << iGrowth << " more at the end" << std::endl;
+    return iGrowth <= _iMostMappings ? 0 : 1;
 }
 
-int UnloadDuringRun(const std::string& _strPath)
+/// Unloads the library while a run outlasts the pool's end. The run ends afterwards, or, when it hangs, with
+/// the process.
+int UnloadDuringRun(const std::string& _strPath, bool _bHangs)
 {
     const auto pStarted = std::make_shared<CLS_Gate>();
     const auto pMayEnd = std::make_shared<CLS_Gate>();
@@ -108,6 +131,10 @@ int UnloadDuringRun(const std::string& _strPath)
     clsPool.Close();
     std::cout << "mapped during the run: " << IsMapped(_strPath) << std::endl;
     std::cout << "thread there: " << (CountThreads() == iThreads + 1) << std::endl;
+    if (_bHangs)
+    {
+        return 7;
+    }
     pMayEnd->Open();
     std::cout << "thread gone: " << WaitForThreads(iThreads) << std::endl;
 
@@ -121,9 +148,10 @@ int UnloadDuringRun(const std::string& _strPath)
 
 int main(int _iCount, char** _ppTexts)
 {
-    if (_iCount != 3)
+    const std::string strWay = _iCount < 3 ? "" : _ppTexts[2];
+    if (strWay == "cycles" && _iCount == 5)
     {
-        return 64;
+        return RunCycles(_ppTexts[1], std::stoi(_ppTexts[3]), std::stoi(_ppTexts[4]));
     }
-    return _ppTexts[2] == std::string("late") ? UnloadDuringRun(_ppTexts[1]) : RunCycles(_ppTexts[1]);
+    return strWay == "late" || strWay == "hung" ? UnloadDuringRun(_ppTexts[1], strWay == "hung") : 64;
 }

@@ -1,0 +1,83 @@
+// Measures how long processes take to end that do not end their busy pool:
+//   zel_exit_times_host LIBRARY FINISHED TIMES
+// FINISHED tasks run to their end, once. The pool ends, and with it every thread, but the tasks' records
+// stay. So each of TIMES children starts with them: it builds a pool of its own, keeps it busy and returns
+// from main with status 7. Its time begins there.
+
+#include "tests/hosts/BusyPool.h"
+
+#include <algorithm>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+namespace
+{
+using std::chrono::steady_clock;
+
+constexpr int STATUS = 7;
+
+/// What a child does, to the status of its main.
+int ReturnBusy(const CLS_PoolLibrary& _clsPool, int _iPipe)
+{
+    BusyPool::KeepBusy(_clsPool);
+    const steady_clock::rep nReturned = steady_clock::now().time_since_epoch().count();
+    return write(_iPipe, &nReturned, sizeof nReturned) == sizeof nReturned ? STATUS : 5;
+}
+
+/// The time from the return of a child's main, whose clock comes through the pipe, to its end.
+steady_clock::duration WaitForEnd(pid_t _iChild, int _iPipe)
+{
+    int iStatus = 0;
+    const bool bEnded = waitpid(_iChild, &iStatus, 0) == _iChild;
+    const steady_clock::duration nsNow = steady_clock::now().time_since_epoch();
+    steady_clock::rep nReturned = 0;
+    if (!bEnded || !WIFEXITED(iStatus) || WEXITSTATUS(iStatus) != STATUS ||
+        read(_iPipe, &nReturned, sizeof nReturned) != sizeof nReturned)
+    {
+        std::cerr << "a child ended with the wait status " << iStatus << std::endl;
+        std::exit(1);
+    }
+    return nsNow - steady_clock::duration(nReturned);
+}
+
+void Print(std::vector<steady_clock::duration> _vecTimes, const std::string& _strFinished)
+{
+    std::sort(_vecTimes.begin(), _vecTimes.end());
+    const auto funMilliseconds = [](steady_clock::duration _nsTime)
+    { return std::chrono::duration_cast<std::chrono::milliseconds>(_nsTime).count(); };
+    std::cout << _vecTimes.size() << " processes with " << _strFinished
+              << " finished tasks ended with status " << STATUS << " within "
+              << funMilliseconds(_vecTimes.front()) << " to " << funMilliseconds(_vecTimes.back())
+              << " ms, half of them within " << funMilliseconds(_vecTimes[_vecTimes.size() / 2]) << " ms"
+              << std::endl;
+}
+} // namespace
+
+int main(int _iCount, char** _ppTexts)
+{
+    if (_iCount != 4)
+    {
+        return 64;
+    }
+    static const CLS_PoolLibrary s_clsPool(_ppTexts[1]);
+    BusyPool::RunToTheEnd(s_clsPool, std::stoi(_ppTexts[2]));
+    s_clsPool.m_pUnInit();
+    int arrPipe[2] = {};
+    if (pipe(arrPipe) != 0)
+    {
+        return 5;
+    }
+    std::vector<steady_clock::duration> vecTimes;
+    for (int i = 0; i < std::stoi(_ppTexts[3]); ++i)
+    {
+        const pid_t iChild = fork();
+        if (iChild == 0)
+        {
+            return ReturnBusy(s_clsPool, arrPipe[1]);
+        }
+        vecTimes.push_back(WaitForEnd(iChild, arrPipe[0]));
+    }
+    Print(vecTimes, _ppTexts[2]);
+    return 0;
+}
