@@ -1,6 +1,5 @@
 #include "QuenInclude/CLS_Basic.h"
 
-#include <mutex>
 #include <set>
 #include <thread>
 #include <typeinfo>
@@ -14,8 +13,8 @@ constexpr const char* ID_NAME = "__id__";
 /// and late threads log while the process exits, so the table is never destroyed.
 struct ST_ClassCodes
 {
-    std::mutex m_mtxCodes; ///< guards m_mapCodes
-    std::map<std::string, std::string> m_mapCodes;
+    CLS_Mutex m_mtxCodes;
+    std::map<std::string, std::string> m_mapCodes ZEL_GUARDED_BY(m_mtxCodes);
 };
 
 ST_ClassCodes& GetClassCodes()
@@ -28,8 +27,8 @@ ST_ClassCodes& GetClassCodes()
 /// being unloaded on some platforms.
 struct ST_CallBackRuns
 {
-    std::mutex m_mtxRuns; ///< guards m_setRuns
-    std::multiset<std::pair<const CLS_Basic*, std::thread::id>> m_setRuns;
+    CLS_Mutex m_mtxRuns;
+    std::multiset<std::pair<const CLS_Basic*, std::thread::id>> m_setRuns ZEL_GUARDED_BY(m_mtxRuns);
 };
 
 ST_CallBackRuns& GetCallBackRuns()
@@ -40,22 +39,22 @@ ST_CallBackRuns& GetCallBackRuns()
 
 /// The callback lock of one object, held shared. A callback may run callbacks of the same object again; the
 /// lock is not taken a second time then, for where writers go first that would deadlock with one that waits.
-class CLS_CallBackScope
+class ZEL_SCOPED_CAPABILITY CLS_CallBackScope
 {
 public:
-    CLS_CallBackScope(const CLS_Basic* _pObject, std::shared_mutex& _smLock)
+    CLS_CallBackScope(const CLS_Basic* _pObject, CLS_SharedMutex& _smLock) ZEL_ACQUIRE_SHARED(_smLock)
         : m_pairRun(_pObject, std::this_thread::get_id()), m_lockShared(_smLock, std::defer_lock)
     {
         if (!IsNested())
         {
             m_lockShared.lock();
         }
-        const std::lock_guard<std::mutex> lock(GetCallBackRuns().m_mtxRuns);
+        const CLS_LockGuard lock(GetCallBackRuns().m_mtxRuns);
         m_itRun = GetCallBackRuns().m_setRuns.insert(m_pairRun);
     }
-    ~CLS_CallBackScope()
+    ~CLS_CallBackScope() ZEL_RELEASE_GENERIC()
     {
-        const std::lock_guard<std::mutex> lock(GetCallBackRuns().m_mtxRuns);
+        const CLS_LockGuard lock(GetCallBackRuns().m_mtxRuns);
         GetCallBackRuns().m_setRuns.erase(m_itRun);
     }
     CLS_CallBackScope(const CLS_CallBackScope&) = delete;
@@ -64,12 +63,12 @@ public:
 private:
     bool IsNested() const
     {
-        const std::lock_guard<std::mutex> lock(GetCallBackRuns().m_mtxRuns);
+        const CLS_LockGuard lock(GetCallBackRuns().m_mtxRuns);
         return GetCallBackRuns().m_setRuns.count(m_pairRun) > 0;
     }
 
     const std::pair<const CLS_Basic*, std::thread::id> m_pairRun;
-    std::shared_lock<std::shared_mutex> m_lockShared;
+    std::shared_lock<CLS_SharedMutex> m_lockShared;
     std::multiset<std::pair<const CLS_Basic*, std::thread::id>>::iterator m_itRun;
 };
 
@@ -84,7 +83,7 @@ const char* CLS_Basic::GetClassCode()
 {
     const std::string strTypeName = typeid(*this).name();
     ST_ClassCodes& stCodes = GetClassCodes();
-    const std::lock_guard<std::mutex> lock(stCodes.m_mtxCodes);
+    const CLS_LockGuard lock(stCodes.m_mtxCodes);
     auto itCode = stCodes.m_mapCodes.find(strTypeName);
     if (itCode == stCodes.m_mapCodes.end())
     {
@@ -120,7 +119,7 @@ std::string CLS_Basic::SetCallBackResultFun(const CallBackResultFun& _funCallBac
 {
     std::string strKey = Util::GetUuid();
     CallBackEntry pairEntry(_funCallBack, _pUser);
-    const std::unique_lock<std::shared_mutex> lock(m_smCallBackLock);
+    const CLS_LockGuard lock(m_smCallBackLock);
     m_mapCallBackFun.insert_or_assign(strKey, std::move(pairEntry));
     return strKey;
 }
@@ -129,45 +128,45 @@ void CLS_Basic::RmoveCallBackResultFun(const std::string& _strKey)
 {
     // What the callback captured is destroyed after the lock is released.
     std::map<std::string, CallBackEntry>::node_type clsEntry;
-    const std::unique_lock<std::shared_mutex> lock(m_smCallBackLock);
+    const CLS_LockGuard lock(m_smCallBackLock);
     clsEntry = m_mapCallBackFun.extract(_strKey);
 }
 
 void CLS_Basic::SetParam(const std::string& _strName, const CLS_CVariant& _clsValue)
 {
-    const std::unique_lock<std::shared_mutex> lock(m_smParamLock);
+    const CLS_LockGuard lock(m_smParamLock);
     m_mapParam.insert_or_assign(_strName, _clsValue);
 }
 
 void CLS_Basic::SetParam(const std::map<std::string, CLS_CVariant>& _mapParam)
 {
     std::map<std::string, CLS_CVariant> mapCopy = _mapParam;
-    const std::unique_lock<std::shared_mutex> lock(m_smParamLock);
+    const CLS_LockGuard lock(m_smParamLock);
     m_mapParam.swap(mapCopy);
 }
 
 void CLS_Basic::RemoveParam(const std::string& _strName)
 {
-    const std::unique_lock<std::shared_mutex> lock(m_smParamLock);
+    const CLS_LockGuard lock(m_smParamLock);
     m_mapParam.erase(_strName);
 }
 
 CLS_CVariant CLS_Basic::Param(const std::string& _strName)
 {
-    const std::shared_lock<std::shared_mutex> lock(m_smParamLock);
+    const CLS_SharedGuard lock(m_smParamLock);
     const auto itParam = m_mapParam.find(_strName);
     return itParam == m_mapParam.end() ? CLS_CVariant() : itParam->second;
 }
 
 std::map<std::string, CLS_CVariant> CLS_Basic::Param()
 {
-    const std::shared_lock<std::shared_mutex> lock(m_smParamLock);
+    const CLS_SharedGuard lock(m_smParamLock);
     return m_mapParam;
 }
 
 std::string CLS_Basic::ParamToString()
 {
-    const std::shared_lock<std::shared_mutex> lock(m_smParamLock);
+    const CLS_SharedGuard lock(m_smParamLock);
     return Util::MapToString(m_mapParam);
 }
 

@@ -1,12 +1,12 @@
 #pragma once
 
 #include "QuenInclude/CLS_CVariant.h"
+#include "QuenInclude/CLS_Mutex.h"
 #include "QuenInclude/Logger.h"
 #include "QuenInclude/Util.h"
 
 #include <functional>
 #include <map>
-#include <shared_mutex>
 #include <string>
 #include <utility>
 
@@ -84,8 +84,9 @@ private:
                         const std::map<std::string, CLS_CVariant>& _mapParam, const std::string& _strSecond);
     void RecordCallBack(const std::string& _strText, int _iLine = __builtin_LINE());
 
-    std::shared_mutex m_smParamLock;                       ///< guards m_mapParam
-    std::map<std::string, CLS_CVariant> m_mapParam;        ///< the parameters, by name
-    std::shared_mutex m_smCallBackLock;                    ///< guards m_mapCallBackFun
-    std::map<std::string, CallBackEntry> m_mapCallBackFun; ///< callback and user data, by key
+    CLS_SharedMutex m_smParamLock;
+    std::map<std::string, CLS_CVariant> m_mapParam ZEL_GUARDED_BY(m_smParamLock); ///< the parameters, by name
+    CLS_SharedMutex m_smCallBackLock;
+    /// Callback and user data, by key.
+    std::map<std::string, CallBackEntry> m_mapCallBackFun ZEL_GUARDED_BY(m_smCallBackLock);
 };

@@ -104,7 +104,7 @@ CLS_CVariant& CLS_CVariant::operator=(const CLS_CVariant& _clsOther)
 
 void CLS_CVariant::SetType(n_CVariantType _iType)
 {
-    const std::lock_guard<std::mutex> lock(m_mtxType);
+    const CLS_LockGuard lock(m_mtxType);
     if (IsOwned(m_iType))
     {
         FreeValue();

@@ -1,8 +1,9 @@
 #pragma once
 
+#include "QuenInclude/CLS_Mutex.h"
+
 #include <cstdint>
 #include <map>
-#include <mutex>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -86,7 +87,7 @@ private:
     u_Value CopyValue() const;
     void FreeValue();
 
-    std::mutex m_mtxType; ///< serialises SetType
+    CLS_Mutex m_mtxType; ///< serialises SetType
     n_CVariantType m_iType = CVariantType_None;
     u_Value m_uValue;
 };

@@ -3,12 +3,13 @@
 bool CLS_LoadTurn::Take()
 {
     const std::thread::id idSelf = std::this_thread::get_id();
-    std::unique_lock<std::mutex> lock(m_mtxTurn);
+    CLS_WaitGuard lock(m_mtxTurn);
     if (m_idHolder == idSelf || m_bOverdue)
     {
         return false;
     }
-    if (!m_cvTurn.wait_for(lock, WAIT_LIMIT, [this] { return m_idHolder == std::thread::id(); }))
+    if (!m_cvTurn.wait_for(lock, WAIT_LIMIT,
+                           [this]() ZEL_REQUIRES(m_mtxTurn) { return m_idHolder == std::thread::id(); }))
     {
         m_bOverdue = true;
         return false;
@@ -19,7 +20,7 @@ bool CLS_LoadTurn::Take()
 
 void CLS_LoadTurn::Give()
 {
-    const std::lock_guard<std::mutex> lock(m_mtxTurn);
+    const CLS_LockGuard lock(m_mtxTurn);
     m_idHolder = std::thread::id();
     m_bOverdue = false;
     m_cvTurn.notify_one();

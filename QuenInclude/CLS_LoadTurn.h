@@ -1,8 +1,9 @@
 #pragma once
 
+#include "QuenInclude/CLS_Mutex.h"
+
 #include <chrono>
 #include <condition_variable>
-#include <mutex>
 #include <thread>
 
 /// Lets one thread at a time do work that runs foreign code, with no mutex held meanwhile.
@@ -13,18 +14,21 @@
 /// to give up, until the turn is given back.
 ///
 /// Thread-safe. Never copied; an object that late threads may use is kept on the heap for good.
-class CLS_LoadTurn
+class ZEL_CAPABILITY("turn") CLS_LoadTurn
 {
 public:
     /// Longest time that a thread waits for its turn.
     static constexpr std::chrono::milliseconds WAIT_LIMIT{1000};
 
     /// The turn, for as long as this object lives.
-    class CLS_Scope
+    class ZEL_SCOPED_CAPABILITY CLS_Scope
     {
     public:
-        explicit CLS_Scope(CLS_LoadTurn& _clsTurn) : m_clsTurn(_clsTurn), m_bTaken(_clsTurn.Take()) {}
-        ~CLS_Scope()
+        explicit CLS_Scope(CLS_LoadTurn& _clsTurn) ZEL_EXCLUDES(_clsTurn)
+            : m_clsTurn(_clsTurn), m_bTaken(_clsTurn.Take())
+        {
+        }
+        ~CLS_Scope() ZEL_RELEASE()
         {
             if (m_bTaken)
             {
@@ -35,7 +39,7 @@ public:
         CLS_Scope& operator=(const CLS_Scope&) = delete;
 
         /// False when this thread has the turn already, or the holder keeps it for longer than WAIT_LIMIT.
-        bool IsTaken() const { return m_bTaken; }
+        bool IsTaken() const ZEL_TRY_ACQUIRE(true) { return m_bTaken; }
 
     private:
         CLS_LoadTurn& m_clsTurn;
@@ -43,11 +47,13 @@ public:
     };
 
 private:
-    bool Take();
-    void Give();
+    bool Take() ZEL_EXCLUDES(m_mtxTurn);
+    void Give() ZEL_EXCLUDES(m_mtxTurn);
 
-    std::mutex m_mtxTurn;             ///< guards what follows
+    CLS_Mutex m_mtxTurn;
     std::condition_variable m_cvTurn; ///< signalled when the turn is given back
-    std::thread::id m_idHolder;       ///< who has the turn; no thread's id when it is free
-    bool m_bOverdue = false;          ///< somebody waited for the holder in vain
+    /// Who has the turn; no thread's id when it is free.
+    std::thread::id m_idHolder ZEL_GUARDED_BY(m_mtxTurn);
+    /// Somebody waited for the holder in vain.
+    bool m_bOverdue ZEL_GUARDED_BY(m_mtxTurn) = false;
 };

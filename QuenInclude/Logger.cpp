@@ -1,11 +1,11 @@
 #include "QuenInclude/Logger.h"
 
 #include "QuenInclude/CLS_LoadTurn.h"
+#include "QuenInclude/CLS_Mutex.h"
 #include "QuenInclude/Util.h"
 
 #include <locale>
 #include <map>
-#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -22,8 +22,8 @@ using PrintLogFun = void (*)(int _iLevel, const char* _szModule, const char* _sz
 struct ST_Binding
 {
     CLS_LoadTurn m_clsTurn; ///< one thread at a time binds
-    std::mutex m_mtxFuns;   ///< guards m_mapFuns
-    std::map<std::string, void*> m_mapFuns;
+    CLS_Mutex m_mtxFuns;
+    std::map<std::string, void*> m_mapFuns ZEL_GUARDED_BY(m_mtxFuns);
 
     /// Made once: a record that reports a lack of memory must not need some to find that there is no library.
     const std::string m_strName = ZEL_LOG_LIBRARY_NAME;
@@ -40,7 +40,7 @@ ST_Binding& GetBinding()
 /// Whether the last binding holds _strFunction; if so, its address goes to _pFunction.
 bool FindBound(ST_Binding& _stBinding, const std::string& _strFunction, void*& _pFunction)
 {
-    const std::lock_guard<std::mutex> lock(_stBinding.m_mtxFuns);
+    const CLS_LockGuard lock(_stBinding.m_mtxFuns);
     const auto itFun = _stBinding.m_mapFuns.find(_strFunction);
     if (itFun == _stBinding.m_mapFuns.end())
     {
@@ -55,7 +55,7 @@ void Bind(ST_Binding& _stBinding, const std::string& _strDirectory)
     auto mapFuns = _strDirectory.empty() ? Util::GetDllFunction(_stBinding.m_strName, _stBinding.m_vecNames)
                                          : Util::GetDllFunction(_strDirectory + "/" + _stBinding.m_strName,
                                                                 _stBinding.m_vecNames);
-    const std::lock_guard<std::mutex> lock(_stBinding.m_mtxFuns);
+    const CLS_LockGuard lock(_stBinding.m_mtxFuns);
     _stBinding.m_mapFuns = std::move(mapFuns);
 }
 } // namespace

@@ -19,8 +19,8 @@ namespace
 struct ST_Loader
 {
     CLS_LoadTurn m_clsTurn;
-    std::map<std::string, void*>
-        m_mapDllConn; ///< path to handle, null after a failed open; for whoever has the turn
+    /// Path to handle, null after a failed open.
+    std::map<std::string, void*> m_mapDllConn ZEL_GUARDED_BY(m_clsTurn);
 };
 
 ST_Loader& GetLoader()

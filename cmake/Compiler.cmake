@@ -15,6 +15,13 @@ target_compile_options(zel_compiler INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion
   $<$<BOOL:${ZEL_WERROR}>:-Werror>)
 
+if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+  # The lock discipline of QuenInclude/ThreadSafety.h; no other compiler checks it. Programs that look inside
+  # classes say so with this property: a test knows when nobody else is there, and the compiler cannot.
+  target_compile_options(zel_compiler INTERFACE
+    "$<$<NOT:$<BOOL:$<TARGET_PROPERTY:ZEL_LOOKS_INSIDE>>>:-Wthread-safety;-Wthread-safety-beta>")
+endif()
+
 if(ZEL_SANITIZE)
   target_compile_options(zel_compiler INTERFACE
     -fsanitize=${ZEL_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)

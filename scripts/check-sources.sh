@@ -24,6 +24,9 @@ refuse()
 refuse "sources are plain ASCII" '[^ -~	]' '*.h' '*.cpp' '*.cmake' '*CMakeLists.txt' '*.sh'
 refuse "no using namespace" '^ *using namespace' '*.h' '*.cpp'
 refuse "includes are written from the root" '#include "\.' '*.h' '*.cpp'
+refuse "locks are those of CLS_Mutex.h, which the compiler checks" \
+    'std::(recursive_|shared_)?(timed_)?mutex [a-z]|std::(lock_guard|scoped_lock|shared_lock|unique_lock)(<std::| [a-z])' \
+    'QuenInclude/*' 'QuenPlugins/*' ':!QuenInclude/CLS_Mutex.h'
 refuse "notes to oneself belong into the tracker" '\b(TO''DO|FIX''ME)\b' .
 [ "$failed" -eq 0 ]
 

@@ -61,7 +61,7 @@ void CLS_QuenTaskPool::RegisterThread(CLS_TaskThread* _pThread,
 {
     auto clsEntry = _mapEntry.extract(_mapEntry.begin());
     clsEntry.key() = _pThread;
-    const std::unique_lock<std::shared_mutex> lock(m_smThreadTaskLock);
+    const CLS_LockGuard lock(m_smThreadTaskLock);
     _pThread->SetOrderId(static_cast<std::int32_t>(m_mapThreadTask.size()));
     m_mapThreadTask.insert(std::move(clsEntry));
 }
@@ -79,7 +79,7 @@ CLS_TaskThread* CLS_QuenTaskPool::GetTaskThread()
 /// Takes the first worker off the idle list; null when nobody is idle.
 CLS_TaskThread* CLS_QuenTaskPool::TakeIdleThread()
 {
-    const std::lock_guard<std::mutex> lock(m_mtxIdleThreads);
+    const CLS_LockGuard lock(m_mtxIdleThreads);
     if (m_vecIdleThreads.empty())
     {
         return nullptr;
@@ -91,6 +91,6 @@ CLS_TaskThread* CLS_QuenTaskPool::TakeIdleThread()
 
 int CLS_QuenTaskPool::GetTaskThreadNum()
 {
-    const std::shared_lock<std::shared_mutex> lock(m_smThreadTaskLock);
+    const CLS_SharedGuard lock(m_smThreadTaskLock);
     return static_cast<std::int32_t>(m_mapThreadTask.size());
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "QuenInclude/CLS_Mutex.h"
 #include "QuenPlugins/ZelTaskPool/CLS_Task.h"
 #include "QuenPlugins/ZelTaskPool/CLS_TaskThread.h"
 #include "QuenPlugins/ZelTaskPool/Export.h"
@@ -13,8 +14,6 @@
 #include <list>
 #include <map>
 #include <memory>
-#include <mutex>
-#include <shared_mutex>
 #include <string>
 #include <thread>
 #include <utility>
@@ -82,7 +81,7 @@ public:
     ZEL_TASKPOOL_EXPORT void StopTask(const std::string& _strTaskId);
 
     /// Drops one id from the owner maps; the task itself is left alone. Any thread; m_mtxTmpTasks.
-    ZEL_TASKPOOL_EXPORT void RemoveTmpTask(const std::string& _strTaskId);
+    ZEL_TASKPOOL_EXPORT void RemoveTmpTask(const std::string& _strTaskId) ZEL_EXCLUDES(m_mtxTmpTasks);
 
     /// Cancels and forgets all tasks that _pObj submitted and that have not finished: makes them all invalid,
     /// then waits for each that is running, up to about 9 seconds a task. What those submit for the same
@@ -118,7 +117,7 @@ public:
     /// then m_mtxWaitingTasks. std::bad_alloc passes, and leaves the task as it was. Pitfall: no check is
     /// made; a task that is queued twice runs twice, perhaps at once, and one that is queued while it runs is
     /// not waited for by Stop.
-    ZEL_TASKPOOL_EXPORT void AddWaitingTasks(const std::string& _strTaskId);
+    ZEL_TASKPOOL_EXPORT void AddWaitingTasks(const std::string& _strTaskId) ZEL_EXCLUDES(m_mtxWaitingTasks);
 
     /// Makes and registers a worker, which the pool owns. Null, with a record, when there is no thread or no
     /// memory to be had; the worker, with a record, when only the registering failed. For GetTaskThread.
@@ -129,7 +128,7 @@ public:
     ZEL_TASKPOOL_EXPORT CLS_TaskThread* GetTaskThread();
 
     /// The number of workers. Any thread; m_smThreadTaskLock, shared.
-    ZEL_TASKPOOL_EXPORT int GetTaskThreadNum();
+    ZEL_TASKPOOL_EXPORT int GetTaskThreadNum() ZEL_EXCLUDES(m_smThreadTaskLock);
 
     /// A worker's job: runs the task that the dispatcher bound to the worker, then puts the worker back on
     /// the idle list. On the worker's thread. A task whose parameters cannot be read is not
@@ -150,41 +149,42 @@ private:
     using Bindings = std::vector<std::pair<CLS_TaskThread*, std::string>>;
 
     void StartServiceThreads();
-    void EndServiceThreads();
+    void EndServiceThreads() ZEL_EXCLUDES(m_mtxWaitingTasks);
 
-    void RegisterThread(CLS_TaskThread* _pThread, std::map<CLS_TaskThread*, std::string>& _mapEntry);
-    CLS_TaskThread* TakeIdleThread();
+    void RegisterThread(CLS_TaskThread* _pThread, std::map<CLS_TaskThread*, std::string>& _mapEntry)
+        ZEL_EXCLUDES(m_smThreadTaskLock);
+    CLS_TaskThread* TakeIdleThread() ZEL_EXCLUDES(m_mtxIdleThreads);
 
     void DispatchPass();
-    std::vector<std::string> TakeWaitingTasks();
+    std::vector<std::string> TakeWaitingTasks() ZEL_EXCLUDES(m_mtxWaitingTasks);
     CLS_TaskThread* WaitForThread(std::size_t _iUndispatched);
-    void BindTask(CLS_TaskThread* _pThread, std::string& _strTaskId);
-    void ReportBusy(std::size_t _iUndispatched);
-    Bindings CopyBindings();
-    bool ReadBoundTask(CLS_TaskThread* _pThread, std::string& _strTaskId);
-    bool TakeBoundTask(CLS_TaskThread* _pThread, std::string& _strTaskId);
-    void UnbindTask(CLS_TaskThread* _pThread);
-    void AddIdleThread(CLS_TaskThread* _pThread);
+    void BindTask(CLS_TaskThread* _pThread, std::string& _strTaskId) ZEL_EXCLUDES(m_smThreadTaskLock);
+    void ReportBusy(std::size_t _iUndispatched) ZEL_EXCLUDES(m_mtxWaitingTasks);
+    Bindings CopyBindings() ZEL_EXCLUDES(m_smThreadTaskLock);
+    bool ReadBoundTask(CLS_TaskThread* _pThread, std::string& _strTaskId) ZEL_EXCLUDES(m_smThreadTaskLock);
+    bool TakeBoundTask(CLS_TaskThread* _pThread, std::string& _strTaskId) ZEL_EXCLUDES(m_smThreadTaskLock);
+    void UnbindTask(CLS_TaskThread* _pThread) ZEL_EXCLUDES(m_smThreadTaskLock);
+    void AddIdleThread(CLS_TaskThread* _pThread) ZEL_EXCLUDES(m_mtxIdleThreads);
 
-    void LoopPass();
+    void LoopPass() ZEL_EXCLUDES(m_smLoopTasksLock);
     bool SleepBetweenPasses();
     void OvertimePass();
-    std::vector<CLS_TaskThread*> TakeOverrunThreads();
+    std::vector<CLS_TaskThread*> TakeOverrunThreads() ZEL_EXCLUDES(m_mtxIdleThreads);
     void RetireThread(CLS_TaskThread* _pThread);
-    std::string UnregisterThread(CLS_TaskThread* _pThread);
+    std::string UnregisterThread(CLS_TaskThread* _pThread) ZEL_EXCLUDES(m_smThreadTaskLock);
 
     std::shared_ptr<CLS_Task> MakeTask(const std::function<void()>& _funTask, int _iInterval,
                                        const std::string& _strCallInfo);
-    void AddOwnedTask(const std::string& _strTaskId, void* _pObj);
-    std::list<std::string> TakeOwnedTasks(void* _pObj);
-    void ForgetLoopTask(const std::string& _strTaskId);
+    void AddOwnedTask(const std::string& _strTaskId, void* _pObj) ZEL_EXCLUDES(m_mtxTmpTasks);
+    std::list<std::string> TakeOwnedTasks(void* _pObj) ZEL_EXCLUDES(m_mtxTmpTasks);
+    void ForgetLoopTask(const std::string& _strTaskId) ZEL_EXCLUDES(m_smLoopTasksLock);
 
-    void ForgetLoopTasks();
+    void ForgetLoopTasks() ZEL_EXCLUDES(m_smLoopTasksLock);
     std::vector<CLS_TaskThread*> StopBoundTasks();
     void EndWorkers(const std::vector<CLS_TaskThread*>& _vecOverrun);
-    CLS_TaskThread* FindWorker();
-    void ForgetWorker(CLS_TaskThread* _pThread);
-    bool IsPoolThread();
+    CLS_TaskThread* FindWorker() ZEL_EXCLUDES(m_smThreadTaskLock);
+    void ForgetWorker(CLS_TaskThread* _pThread) ZEL_EXCLUDES(m_mtxIdleThreads);
+    bool IsPoolThread() ZEL_EXCLUDES(m_smThreadTaskLock);
 
     /// Whether the pool goes on. Cleared under m_mtxWaitingTasks, so that a waiting dispatcher cannot miss
     /// it; read by service threads and workers without.
@@ -196,22 +196,28 @@ private:
     std::unique_ptr<std::thread> m_pLoopThread;
     std::unique_ptr<std::thread> m_pOvertimeThread;
 
-    std::condition_variable m_cvWaitingTasks;   ///< signalled for each queued id, and at the end
-    std::mutex m_mtxWaitingTasks;               ///< guards m_vecWaitingTasks
-    std::vector<std::string> m_vecWaitingTasks; ///< ids that wait for a worker, oldest first
+    std::condition_variable m_cvWaitingTasks; ///< signalled for each queued id, and at the end
+    CLS_Mutex m_mtxWaitingTasks;
+    /// Ids that wait for a worker, oldest first.
+    std::vector<std::string> m_vecWaitingTasks ZEL_GUARDED_BY(m_mtxWaitingTasks);
 
-    std::shared_mutex m_smLoopTasksLock;     ///< guards m_vecLoopTasks
-    std::vector<std::string> m_vecLoopTasks; ///< ids of the loop tasks, in order of submission
+    CLS_SharedMutex m_smLoopTasksLock;
+    /// Ids of the loop tasks, in order of submission.
+    std::vector<std::string> m_vecLoopTasks ZEL_GUARDED_BY(m_smLoopTasksLock);
 
-    std::mutex m_mtxTmpTasks;                              ///< guards both owner maps
-    std::map<void*, std::list<std::string>> m_mapTmpTasks; ///< owner to its ids, in order of submission
-    std::map<std::string, void*> m_mapTmpTaskOwner;        ///< id to owner
+    CLS_Mutex m_mtxTmpTasks;
+    /// Owner to its ids, in order of submission.
+    std::map<void*, std::list<std::string>> m_mapTmpTasks ZEL_GUARDED_BY(m_mtxTmpTasks);
+    /// Id to owner.
+    std::map<std::string, void*> m_mapTmpTaskOwner ZEL_GUARDED_BY(m_mtxTmpTasks);
 
-    std::mutex m_mtxIdleThreads;                   ///< guards m_vecIdleThreads
-    std::vector<CLS_TaskThread*> m_vecIdleThreads; ///< workers without a task, by ascending order id
+    CLS_Mutex m_mtxIdleThreads;
+    /// Workers without a task, by ascending order id.
+    std::vector<CLS_TaskThread*> m_vecIdleThreads ZEL_GUARDED_BY(m_mtxIdleThreads);
 
-    std::shared_mutex m_smThreadTaskLock;                   ///< guards m_mapThreadTask
-    std::map<CLS_TaskThread*, std::string> m_mapThreadTask; ///< every worker, owned, to its task's id or ""
+    CLS_SharedMutex m_smThreadTaskLock;
+    /// Every worker, owned, to its task's id or "".
+    std::map<CLS_TaskThread*, std::string> m_mapThreadTask ZEL_GUARDED_BY(m_smThreadTaskLock);
 
     /// UnInit is at work: what it destroys may call it again. Atomic, for a task may do so meanwhile.
     std::atomic<bool> m_bEnding{false};

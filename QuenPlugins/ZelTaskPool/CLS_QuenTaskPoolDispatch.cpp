@@ -117,7 +117,7 @@ void CLS_QuenTaskPool::AddWaitingTasks(const std::string& _strTaskId)
     const n_TaskStatus iBefore = pTask->SetTaskIsWaiting();
     try
     {
-        const std::lock_guard<std::mutex> lock(m_mtxWaitingTasks);
+        const CLS_LockGuard lock(m_mtxWaitingTasks);
         m_vecWaitingTasks.push_back(_strTaskId);
         m_cvWaitingTasks.notify_one();
     }
@@ -164,7 +164,7 @@ void CLS_QuenTaskPool::DispatchPass()
 std::vector<std::string> CLS_QuenTaskPool::TakeWaitingTasks()
 {
     std::vector<std::string> vecBatch;
-    std::unique_lock<std::mutex> lock(m_mtxWaitingTasks);
+    CLS_WaitGuard lock(m_mtxWaitingTasks);
     while (m_vecWaitingTasks.empty() && m_bRun)
     {
         m_cvWaitingTasks.wait_for(lock, QUEUE_WAIT);
@@ -198,7 +198,7 @@ CLS_TaskThread* CLS_QuenTaskPool::WaitForThread(std::size_t _iUndispatched)
 void CLS_QuenTaskPool::BindTask(CLS_TaskThread* _pThread, std::string& _strTaskId)
 {
     {
-        const std::unique_lock<std::shared_mutex> lock(m_smThreadTaskLock);
+        const CLS_LockGuard lock(m_smThreadTaskLock);
         const auto itThread = m_mapThreadTask.find(_pThread);
         if (itThread != m_mapThreadTask.end())
         {
@@ -215,7 +215,7 @@ void CLS_QuenTaskPool::ReportBusy(std::size_t _iUndispatched)
 {
     std::size_t iWaiting = _iUndispatched;
     {
-        const std::lock_guard<std::mutex> lock(m_mtxWaitingTasks);
+        const CLS_LockGuard lock(m_mtxWaitingTasks);
         iWaiting += m_vecWaitingTasks.size();
     }
     const int iThreads = GetTaskThreadNum();
@@ -231,7 +231,7 @@ void CLS_QuenTaskPool::ReportBusy(std::size_t _iUndispatched)
 /// Every worker with the id of its task, "" for an idle one.
 CLS_QuenTaskPool::Bindings CLS_QuenTaskPool::CopyBindings()
 {
-    const std::shared_lock<std::shared_mutex> lock(m_smThreadTaskLock);
+    const CLS_SharedGuard lock(m_smThreadTaskLock);
     return Bindings(m_mapThreadTask.begin(), m_mapThreadTask.end());
 }
 
@@ -258,7 +258,7 @@ bool CLS_QuenTaskPool::ReadBoundTask(CLS_TaskThread* _pThread, std::string& _str
 {
     try
     {
-        const std::shared_lock<std::shared_mutex> lock(m_smThreadTaskLock);
+        const CLS_SharedGuard lock(m_smThreadTaskLock);
         _strTaskId = m_mapThreadTask.at(_pThread);
         return true;
     }
@@ -272,7 +272,7 @@ bool CLS_QuenTaskPool::ReadBoundTask(CLS_TaskThread* _pThread, std::string& _str
 /// when the worker is not registered.
 bool CLS_QuenTaskPool::TakeBoundTask(CLS_TaskThread* _pThread, std::string& _strTaskId)
 {
-    const std::unique_lock<std::shared_mutex> lock(m_smThreadTaskLock);
+    const CLS_LockGuard lock(m_smThreadTaskLock);
     const auto itThread = m_mapThreadTask.find(_pThread);
     if (itThread == m_mapThreadTask.end())
     {
@@ -284,7 +284,7 @@ bool CLS_QuenTaskPool::TakeBoundTask(CLS_TaskThread* _pThread, std::string& _str
 
 void CLS_QuenTaskPool::UnbindTask(CLS_TaskThread* _pThread)
 {
-    const std::unique_lock<std::shared_mutex> lock(m_smThreadTaskLock);
+    const CLS_LockGuard lock(m_smThreadTaskLock);
     const auto itThread = m_mapThreadTask.find(_pThread);
     if (itThread != m_mapThreadTask.end())
     {
@@ -294,7 +294,7 @@ void CLS_QuenTaskPool::UnbindTask(CLS_TaskThread* _pThread)
 
 void CLS_QuenTaskPool::AddIdleThread(CLS_TaskThread* _pThread)
 {
-    const std::lock_guard<std::mutex> lock(m_mtxIdleThreads);
+    const CLS_LockGuard lock(m_mtxIdleThreads);
     m_vecIdleThreads.push_back(_pThread);
     std::sort(m_vecIdleThreads.begin(), m_vecIdleThreads.end(), SortsBefore);
 }

@@ -45,7 +45,7 @@ void CLS_QuenTaskPool::LoopPass()
 {
     std::vector<std::string> vecLoopTasks;
     {
-        const std::shared_lock<std::shared_mutex> lock(m_smLoopTasksLock);
+        const CLS_SharedGuard lock(m_smLoopTasksLock);
         vecLoopTasks = m_vecLoopTasks;
     }
     for (const std::string& strTaskId : vecLoopTasks)
@@ -104,7 +104,7 @@ void CLS_QuenTaskPool::OvertimePass()
 std::vector<CLS_TaskThread*> CLS_QuenTaskPool::TakeOverrunThreads()
 {
     std::vector<CLS_TaskThread*> vecOverrun;
-    const std::lock_guard<std::mutex> lock(m_mtxIdleThreads);
+    const CLS_LockGuard lock(m_mtxIdleThreads);
     // Memory comes first: a worker that is taken off the list cannot get lost.
     vecOverrun.reserve(m_vecIdleThreads.size());
     while (!m_vecIdleThreads.empty())
@@ -147,7 +147,7 @@ void CLS_QuenTaskPool::RetireThread(CLS_TaskThread* _pThread)
 /// Drops the worker from the registry. Returns the id of the task that was bound to it, "" for none.
 std::string CLS_QuenTaskPool::UnregisterThread(CLS_TaskThread* _pThread)
 {
-    const std::unique_lock<std::shared_mutex> lock(m_smThreadTaskLock);
+    const CLS_LockGuard lock(m_smThreadTaskLock);
     auto clsEntry = m_mapThreadTask.extract(_pThread);
     return clsEntry.empty() ? std::string() : std::move(clsEntry.mapped());
 }

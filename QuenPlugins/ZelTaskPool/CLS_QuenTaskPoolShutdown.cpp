@@ -96,7 +96,7 @@ bool CLS_QuenTaskPool::IsPoolThread()
             return true;
         }
     }
-    const std::shared_lock<std::shared_mutex> lock(m_smThreadTaskLock);
+    const CLS_SharedGuard lock(m_smThreadTaskLock);
     return std::any_of(m_mapThreadTask.begin(), m_mapThreadTask.end(),
                        [](const auto& _pairEntry) { return _pairEntry.first->IsOwnThread(); });
 }
@@ -105,7 +105,7 @@ bool CLS_QuenTaskPool::IsPoolThread()
 void CLS_QuenTaskPool::EndServiceThreads()
 {
     {
-        const std::lock_guard<std::mutex> lock(m_mtxWaitingTasks);
+        const CLS_LockGuard lock(m_mtxWaitingTasks);
         m_bRun.exchange(false);
     }
     m_cvWaitingTasks.notify_one();
@@ -116,7 +116,7 @@ void CLS_QuenTaskPool::EndServiceThreads()
 
 void CLS_QuenTaskPool::ForgetLoopTasks()
 {
-    const std::unique_lock<std::shared_mutex> lock(m_smLoopTasksLock);
+    const CLS_LockGuard lock(m_smLoopTasksLock);
     m_vecLoopTasks.clear();
 }
 
@@ -166,7 +166,7 @@ void CLS_QuenTaskPool::EndWorkers(const std::vector<CLS_TaskThread*>& _vecOverru
 CLS_TaskThread* CLS_QuenTaskPool::FindWorker()
 {
     {
-        const std::shared_lock<std::shared_mutex> lock(m_smThreadTaskLock);
+        const CLS_SharedGuard lock(m_smThreadTaskLock);
         if (!m_mapThreadTask.empty())
         {
             return m_mapThreadTask.begin()->first;
@@ -179,7 +179,7 @@ CLS_TaskThread* CLS_QuenTaskPool::FindWorker()
 void CLS_QuenTaskPool::ForgetWorker(CLS_TaskThread* _pThread)
 {
     UnregisterThread(_pThread);
-    const std::lock_guard<std::mutex> lock(m_mtxIdleThreads);
+    const CLS_LockGuard lock(m_mtxIdleThreads);
     m_vecIdleThreads.erase(std::remove(m_vecIdleThreads.begin(), m_vecIdleThreads.end(), _pThread),
                            m_vecIdleThreads.end());
 }

@@ -115,7 +115,7 @@ void CLS_QuenTaskPool::AddOwnedTask(const std::string& _strTaskId, void* _pObj)
 {
     std::list<std::string> lstTaskId{_strTaskId};
     std::map<std::string, void*> mapOwner{{_strTaskId, _pObj}};
-    const std::lock_guard<std::mutex> lock(m_mtxTmpTasks);
+    const CLS_LockGuard lock(m_mtxTmpTasks);
     std::list<std::string>& lstTaskIds = m_mapTmpTasks[_pObj];
     lstTaskIds.splice(lstTaskIds.end(), lstTaskId);
     m_mapTmpTaskOwner.merge(mapOwner);
@@ -130,7 +130,7 @@ void CLS_QuenTaskPool::AddLoopTask(const std::function<void()>& _funTask, int _i
         const std::shared_ptr<CLS_Task> pTask = MakeTask(_funTask, _iInterval, _strCallInfo);
         _strTaskId = pTask->GetId();
         AddWaitingTasks(pTask->GetId());
-        const std::unique_lock<std::shared_mutex> lock(m_smLoopTasksLock);
+        const CLS_LockGuard lock(m_smLoopTasksLock);
         m_vecLoopTasks.push_back(pTask->GetId());
     }
     catch (...)
@@ -150,7 +150,7 @@ void CLS_QuenTaskPool::StopTask(const std::string& _strTaskId)
 
 void CLS_QuenTaskPool::RemoveTmpTask(const std::string& _strTaskId)
 {
-    const std::lock_guard<std::mutex> lock(m_mtxTmpTasks);
+    const CLS_LockGuard lock(m_mtxTmpTasks);
     const auto itOwner = m_mapTmpTaskOwner.find(_strTaskId);
     if (itOwner == m_mapTmpTaskOwner.end())
     {
@@ -202,7 +202,7 @@ void CLS_QuenTaskPool::RemoveTmpTask(void* _pObj, const std::string& _strCallInf
 /// Drops the owner from both maps and returns its ids.
 std::list<std::string> CLS_QuenTaskPool::TakeOwnedTasks(void* _pObj)
 {
-    const std::lock_guard<std::mutex> lock(m_mtxTmpTasks);
+    const CLS_LockGuard lock(m_mtxTmpTasks);
     auto clsEntry = m_mapTmpTasks.extract(_pObj);
     if (clsEntry.empty())
     {
@@ -233,7 +233,7 @@ void CLS_QuenTaskPool::RemoveTask(const std::string& _strTaskId, const std::stri
 /// Drops the first occurrence of the id from the list of loop tasks.
 void CLS_QuenTaskPool::ForgetLoopTask(const std::string& _strTaskId)
 {
-    const std::unique_lock<std::shared_mutex> lock(m_smLoopTasksLock);
+    const CLS_LockGuard lock(m_smLoopTasksLock);
     const auto itTask = std::find(m_vecLoopTasks.begin(), m_vecLoopTasks.end(), _strTaskId);
     if (itTask != m_vecLoopTasks.end())
     {

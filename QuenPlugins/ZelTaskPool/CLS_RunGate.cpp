@@ -2,7 +2,7 @@
 
 bool CLS_RunGate::EnterRun()
 {
-    const std::lock_guard<std::mutex> lock(m_mtxGate);
+    const CLS_LockGuard lock(m_mtxGate);
     m_bRunning = !m_bClosed;
     m_idRunner = std::this_thread::get_id();
     return m_bRunning;
@@ -10,7 +10,7 @@ bool CLS_RunGate::EnterRun()
 
 bool CLS_RunGate::LeaveRun()
 {
-    const std::lock_guard<std::mutex> lock(m_mtxGate);
+    const CLS_LockGuard lock(m_mtxGate);
     m_bRunning = false;
     m_cvGate.notify_one();
     return !m_bAbandoned;
@@ -18,11 +18,11 @@ bool CLS_RunGate::LeaveRun()
 
 bool CLS_RunGate::Close(std::chrono::nanoseconds _nsLimit)
 {
-    std::unique_lock<std::mutex> lock(m_mtxGate);
+    CLS_WaitGuard lock(m_mtxGate);
     m_bClosed = true;
     if (m_bRunning && m_idRunner != std::this_thread::get_id())
     {
-        m_cvGate.wait_for(lock, _nsLimit, [this] { return !m_bRunning; });
+        m_cvGate.wait_for(lock, _nsLimit, [this]() ZEL_REQUIRES(m_mtxGate) { return !m_bRunning; });
     }
     m_bAbandoned = m_bRunning;
     return !m_bAbandoned;
@@ -30,6 +30,6 @@ bool CLS_RunGate::Close(std::chrono::nanoseconds _nsLimit)
 
 bool CLS_RunGate::IsAbandoned()
 {
-    const std::lock_guard<std::mutex> lock(m_mtxGate);
+    const CLS_LockGuard lock(m_mtxGate);
     return m_bAbandoned;
 }

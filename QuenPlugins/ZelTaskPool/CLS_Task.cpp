@@ -1,18 +1,28 @@
 #include "QuenPlugins/ZelTaskPool/CLS_Task.h"
 
+#include "QuenInclude/CLS_Mutex.h"
 #include "QuenPlugins/ZelTaskPool/TaskPoolRecord.h"
 
-#include <mutex>
 #include <thread>
 
 using TaskPoolRecord::FILE_TASK;
 
-std::map<std::string, std::shared_ptr<CLS_Task>>& CLS_Task::m_mapTaskData =
-    *new std::map<std::string, std::shared_ptr<CLS_Task>>;
-std::shared_mutex& CLS_Task::m_smTaskDataLock = *new std::shared_mutex;
-
 namespace
 {
+/// The registry and its lock as this file uses them; hosts see them through the members, which have the
+/// standard types.
+struct ST_Registry
+{
+    CLS_SharedMutex m_smLock;
+    std::map<std::string, std::shared_ptr<CLS_Task>> m_mapTasks ZEL_GUARDED_BY(m_smLock);
+};
+
+ST_Registry& GetRegistry()
+{
+    static ST_Registry& s_stRegistry = *new ST_Registry;
+    return s_stRegistry;
+}
+
 constexpr int STOP_POLLS_PER_RECORD = 10;
 
 /// The status from which a task counts as executing.
@@ -27,6 +37,9 @@ void DeleteRecord(const CLS_Task* _pTask)
 }
 #pragma GCC diagnostic pop
 } // namespace
+
+std::map<std::string, std::shared_ptr<CLS_Task>>& CLS_Task::m_mapTaskData = GetRegistry().m_mapTasks;
+std::shared_mutex& CLS_Task::m_smTaskDataLock = GetRegistry().m_smLock;
 
 /// A run from its beginning to its end, however it ends.
 class CLS_Task::CLS_Run
@@ -63,22 +76,25 @@ std::shared_ptr<CLS_Task> CLS_Task::CreateTask(const std::function<void()>& _fun
                                                const std::string& _strCallInfo)
 {
     std::shared_ptr<CLS_Task> pTask(new CLS_Task(_funTask, _iLoopInterval, _strCallInfo), DeleteRecord);
-    const std::unique_lock<std::shared_mutex> lock(m_smTaskDataLock);
-    m_mapTaskData[pTask->GetId()] = pTask;
+    ST_Registry& stRegistry = GetRegistry();
+    const CLS_LockGuard lock(stRegistry.m_smLock);
+    stRegistry.m_mapTasks[pTask->GetId()] = pTask;
     return pTask;
 }
 
 std::weak_ptr<CLS_Task> CLS_Task::GetTask(const std::string& _strTaskId)
 {
-    const std::shared_lock<std::shared_mutex> lock(m_smTaskDataLock);
-    const auto itTask = m_mapTaskData.find(_strTaskId);
-    return itTask == m_mapTaskData.end() ? std::weak_ptr<CLS_Task>() : itTask->second;
+    ST_Registry& stRegistry = GetRegistry();
+    const CLS_SharedGuard lock(stRegistry.m_smLock);
+    const auto itTask = stRegistry.m_mapTasks.find(_strTaskId);
+    return itTask == stRegistry.m_mapTasks.end() ? std::weak_ptr<CLS_Task>() : itTask->second;
 }
 
 void CLS_Task::DeleteTask(const std::string& _strTaskId)
 {
-    const std::unique_lock<std::shared_mutex> lock(m_smTaskDataLock);
-    m_mapTaskData.erase(_strTaskId);
+    ST_Registry& stRegistry = GetRegistry();
+    const CLS_LockGuard lock(stRegistry.m_smLock);
+    stRegistry.m_mapTasks.erase(_strTaskId);
 }
 
 bool CLS_Task::Running()

@@ -61,7 +61,7 @@ void CLS_TaskThread::FunTask()
 /// Waits for a job and runs it. False when the worker is to end; a job not begun is then dropped.
 bool CLS_TaskThread::RunPass()
 {
-    std::unique_lock<std::mutex> lock(m_mtxFunction);
+    CLS_WaitGuard lock(m_mtxFunction);
     while (!m_funFunction && m_bRun)
     {
         m_cvFunction.wait_for(lock, WAIT_LIMIT);
@@ -80,7 +80,7 @@ void CLS_TaskThread::RecordFailure()
         << "thread handler error - " << m_iOrderId.load();
 }
 
-/// Runs the job in hand. The caller holds m_mtxFunction, and goes on holding it.
+/// Runs the job in hand.
 void CLS_TaskThread::RunJob()
 {
     try
@@ -111,13 +111,13 @@ void CLS_TaskThread::RequestEnd()
 {
     // At once, so that a job in progress is not run again when it fails.
     m_bRun.exchange(false);
-    // Who has the mutex now knows that the worker has seen the flag, or waits and gets the notification. A
-    // job of this worker's own has it already.
-    std::unique_lock<std::mutex> lock(m_mtxFunction, std::defer_lock);
-    if (!IsOwnThread())
+    if (IsOwnThread())
     {
-        lock.lock();
+        // In a job, which has the mutex; and nobody waits.
+        return;
     }
+    // Who has the mutex now knows that the worker has seen the flag, or waits and gets the notification.
+    const CLS_LockGuard lock(m_mtxFunction);
     m_cvFunction.notify_one();
 }
 
@@ -128,7 +128,7 @@ bool CLS_TaskThread::IsOwnThread() const
 
 bool CLS_TaskThread::AddFunction(const std::function<void(CLS_TaskThread*)>& _funJob)
 {
-    const std::lock_guard<std::mutex> lock(m_mtxFunction);
+    const CLS_LockGuard lock(m_mtxFunction);
     m_funFunction = _funJob;
     m_cvFunction.notify_one();
     return true;

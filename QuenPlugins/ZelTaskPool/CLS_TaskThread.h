@@ -1,5 +1,6 @@
 #pragma once
 
+#include "QuenInclude/CLS_Mutex.h"
 #include "QuenPlugins/ZelTaskPool/CLS_RunGate.h"
 #include "QuenPlugins/ZelTaskPool/Export.h"
 
@@ -9,7 +10,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <thread>
 
 /// One worker: a thread that sleeps until a job is handed to it, runs the job and sleeps again. It knows
@@ -46,7 +46,8 @@ public:
     /// would wait for itself, the worker's own; takes m_mtxFunction, and so waits while a job runs. The copy
     /// is made and the old job destroyed under that lock; exceptions of the copy pass and change nothing.
     /// Always true.
-    ZEL_TASKPOOL_EXPORT bool AddFunction(const std::function<void(CLS_TaskThread*)>& _funJob);
+    ZEL_TASKPOOL_EXPORT bool AddFunction(const std::function<void(CLS_TaskThread*)>& _funJob)
+        ZEL_EXCLUDES(m_mtxFunction);
 
     /// The worker's place in the pool's order, -1 until the pool has set it. Any thread, no lock.
     ZEL_TASKPOOL_EXPORT int GetOrderId();
@@ -71,17 +72,18 @@ public:
 
 private:
     void RunThread();
-    bool RunPass();
-    void RunJob();
+    bool RunPass() ZEL_EXCLUDES(m_mtxFunction);
+    void RunJob() ZEL_REQUIRES(m_mtxFunction);
     void RecordFailure();
     void RequestEnd();
 
     /// Whether the worker's thread is to go on. Who clears it takes m_mtxFunction before he notifies, so that
     /// a waiting worker cannot miss it.
     std::atomic<bool> m_bRun{true};
-    std::mutex m_mtxFunction; ///< guards m_funFunction; held by the worker's thread while a job runs
-    std::function<void(CLS_TaskThread*)> m_funFunction; ///< the job in hand; empty when idle
-    std::condition_variable m_cvFunction;               ///< signalled when a job or the end has come
+    CLS_Mutex m_mtxFunction; ///< held by the worker's thread while a job runs
+    /// The job in hand; empty when idle.
+    std::function<void(CLS_TaskThread*)> m_funFunction ZEL_GUARDED_BY(m_mtxFunction);
+    std::condition_variable m_cvFunction; ///< signalled when a job or the end has come
     /// The worker's thread. Written by the constructor and by whoever ends the worker; no lock.
     std::unique_ptr<std::thread> m_pThread;
     std::atomic<std::int32_t> m_iOrderId{-1};

@@ -45,6 +45,10 @@ CLS_TaskThread* MakeWorker(CLS_QuenTaskPool& _clsPool, int _iOrderId)
     return pThread;
 }
 
+/// Whether a member is the standard lock, be it with the annotations that the compiler checks.
+template <typename Member, typename Lock>
+constexpr bool IS_LOCK = std::is_base_of_v<Lock, Member> && sizeof(Member) == sizeof(Lock);
+
 TEST_F(PoolWorkersTest, MembersHaveTheirTypes)
 {
     using Pool = CLS_QuenTaskPool;
@@ -53,16 +57,16 @@ TEST_F(PoolWorkersTest, MembersHaveTheirTypes)
     EXPECT_TRUE((std::is_same_v<decltype(Pool::m_bRun), std::atomic<bool>>));
     EXPECT_TRUE((std::is_same_v<decltype(Pool::m_iMaxThread), std::int32_t>));
     EXPECT_TRUE((std::is_same_v<decltype(Pool::m_cvWaitingTasks), std::condition_variable>));
-    EXPECT_TRUE((std::is_same_v<decltype(Pool::m_mtxWaitingTasks), std::mutex>));
+    EXPECT_TRUE((IS_LOCK<decltype(Pool::m_mtxWaitingTasks), std::mutex>));
     EXPECT_TRUE((std::is_same_v<decltype(Pool::m_vecWaitingTasks), std::vector<std::string>>));
-    EXPECT_TRUE((std::is_same_v<decltype(Pool::m_smLoopTasksLock), std::shared_mutex>));
+    EXPECT_TRUE((IS_LOCK<decltype(Pool::m_smLoopTasksLock), std::shared_mutex>));
     EXPECT_TRUE((std::is_same_v<decltype(Pool::m_vecLoopTasks), std::vector<std::string>>));
-    EXPECT_TRUE((std::is_same_v<decltype(Pool::m_mtxTmpTasks), std::mutex>));
+    EXPECT_TRUE((IS_LOCK<decltype(Pool::m_mtxTmpTasks), std::mutex>));
     EXPECT_TRUE((std::is_same_v<decltype(Pool::m_mapTmpTasks), std::map<void*, std::list<std::string>>>));
     EXPECT_TRUE((std::is_same_v<decltype(Pool::m_mapTmpTaskOwner), std::map<std::string, void*>>));
-    EXPECT_TRUE((std::is_same_v<decltype(Pool::m_mtxIdleThreads), std::mutex>));
+    EXPECT_TRUE((IS_LOCK<decltype(Pool::m_mtxIdleThreads), std::mutex>));
     EXPECT_TRUE((std::is_same_v<decltype(Pool::m_vecIdleThreads), std::vector<CLS_TaskThread*>>));
-    EXPECT_TRUE((std::is_same_v<decltype(Pool::m_smThreadTaskLock), std::shared_mutex>));
+    EXPECT_TRUE((IS_LOCK<decltype(Pool::m_smThreadTaskLock), std::shared_mutex>));
     EXPECT_TRUE((std::is_same_v<decltype(Pool::m_mapThreadTask), std::map<CLS_TaskThread*, std::string>>));
     EXPECT_TRUE((std::is_same_v<decltype(Pool::m_pInstance), Pool*>));
     EXPECT_TRUE((std::is_same_v<decltype(&Pool::GetTaskThreadNum), std::int32_t (Pool::*)()>));

@@ -98,7 +98,7 @@ TEST(VariantTypeTest, SetTypeAloneUsesTheMutex)
 {
     const CLS_CVariant clsSource(VariantMap{{"a", 1}});
     CLS_CVariant clsTarget;
-    auto& mtxSource = const_cast<std::mutex&>(clsSource.m_mtxType);
+    auto& mtxSource = const_cast<CLS_Mutex&>(clsSource.m_mtxType);
     const std::lock_guard<std::mutex> lock(mtxSource);
     EXPECT_EQ(CVariantType_Map, clsSource.GetType());
     EXPECT_EQ("", clsSource.ToString());

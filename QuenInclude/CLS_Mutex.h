@@ -1,0 +1,69 @@
+#pragma once
+
+#include "QuenInclude/ThreadSafety.h"
+
+#include <mutex>
+#include <shared_mutex>
+
+// The standard library's locks with the annotations that the compiler's check of the lock discipline needs.
+// They add nothing else: neither members nor code.
+
+/// A mutex.
+class ZEL_CAPABILITY("mutex") CLS_Mutex : public std::mutex
+{
+public:
+    void lock() ZEL_ACQUIRE() { std::mutex::lock(); }
+    bool try_lock() ZEL_TRY_ACQUIRE(true) { return std::mutex::try_lock(); }
+    void unlock() ZEL_RELEASE() { std::mutex::unlock(); }
+};
+
+/// A reader/writer mutex.
+class ZEL_CAPABILITY("mutex") CLS_SharedMutex : public std::shared_mutex
+{
+public:
+    void lock() ZEL_ACQUIRE() { std::shared_mutex::lock(); }
+    bool try_lock() ZEL_TRY_ACQUIRE(true) { return std::shared_mutex::try_lock(); }
+    void unlock() ZEL_RELEASE() { std::shared_mutex::unlock(); }
+    void lock_shared() ZEL_ACQUIRE_SHARED() { std::shared_mutex::lock_shared(); }
+    bool try_lock_shared() ZEL_TRY_ACQUIRE_SHARED(true) { return std::shared_mutex::try_lock_shared(); }
+    void unlock_shared() ZEL_RELEASE_SHARED() { std::shared_mutex::unlock_shared(); }
+};
+
+/// Holds a lock of either kind, exclusively, as long as it lives.
+template <typename Mutex>
+class ZEL_SCOPED_CAPABILITY CLS_LockGuard
+{
+public:
+    explicit CLS_LockGuard(Mutex& _mtxLock) ZEL_ACQUIRE(_mtxLock) : m_lock(_mtxLock) {}
+    ~CLS_LockGuard() ZEL_RELEASE() = default;
+    CLS_LockGuard(const CLS_LockGuard&) = delete;
+    CLS_LockGuard& operator=(const CLS_LockGuard&) = delete;
+
+private:
+    const std::lock_guard<Mutex> m_lock;
+};
+
+/// Holds a reader/writer mutex, shared, as long as it lives.
+class ZEL_SCOPED_CAPABILITY CLS_SharedGuard
+{
+public:
+    explicit CLS_SharedGuard(CLS_SharedMutex& _smLock) ZEL_ACQUIRE_SHARED(_smLock) : m_lock(_smLock) {}
+    ~CLS_SharedGuard() ZEL_RELEASE_GENERIC() = default;
+    CLS_SharedGuard(const CLS_SharedGuard&) = delete;
+    CLS_SharedGuard& operator=(const CLS_SharedGuard&) = delete;
+
+private:
+    const std::shared_lock<CLS_SharedMutex> m_lock;
+};
+
+/// Holds a mutex as long as it lives, but for the time that a condition variable waits with it.
+class ZEL_SCOPED_CAPABILITY CLS_WaitGuard : public std::unique_lock<std::mutex>
+{
+public:
+    explicit CLS_WaitGuard(CLS_Mutex& _mtxLock) ZEL_ACQUIRE(_mtxLock) : std::unique_lock<std::mutex>(_mtxLock)
+    {
+    }
+    ~CLS_WaitGuard() ZEL_RELEASE() = default;
+    CLS_WaitGuard(const CLS_WaitGuard&) = delete;
+    CLS_WaitGuard& operator=(const CLS_WaitGuard&) = delete;
+};
