@@ -8,7 +8,7 @@ bool CLS_LoadTurn::Take()
     {
         return false;
     }
-    if (!m_cvTurn.wait_for(lock, WAIT_LIMIT,
+    if (!m_cvTurn.wait_for(lock.GetLock(), WAIT_LIMIT,
                            [this]() ZEL_REQUIRES(m_mtxTurn) { return m_idHolder == std::thread::id(); }))
     {
         m_bOverdue = true;

@@ -44,26 +44,36 @@ private:
 };
 
 /// Holds a reader/writer mutex, shared, as long as it lives.
+template <typename Mutex>
 class ZEL_SCOPED_CAPABILITY CLS_SharedGuard
 {
 public:
-    explicit CLS_SharedGuard(CLS_SharedMutex& _smLock) ZEL_ACQUIRE_SHARED(_smLock) : m_lock(_smLock) {}
+    explicit CLS_SharedGuard(Mutex& _smLock) ZEL_ACQUIRE_SHARED(_smLock) : m_lock(_smLock) {}
     ~CLS_SharedGuard() ZEL_RELEASE_GENERIC() = default;
     CLS_SharedGuard(const CLS_SharedGuard&) = delete;
     CLS_SharedGuard& operator=(const CLS_SharedGuard&) = delete;
 
 private:
-    const std::shared_lock<CLS_SharedMutex> m_lock;
+    const std::shared_lock<Mutex> m_lock;
 };
 
 /// Holds a mutex as long as it lives, but for the time that a condition variable waits with it.
-class ZEL_SCOPED_CAPABILITY CLS_WaitGuard : public std::unique_lock<std::mutex>
+template <typename Mutex>
+class ZEL_SCOPED_CAPABILITY CLS_WaitGuard
 {
 public:
-    explicit CLS_WaitGuard(CLS_Mutex& _mtxLock) ZEL_ACQUIRE(_mtxLock) : std::unique_lock<std::mutex>(_mtxLock)
+    explicit CLS_WaitGuard(Mutex& _mtxLock) ZEL_ACQUIRE(_mtxLock)
+        : m_lockHeld(_mtxLock), m_lockWait(_mtxLock, std::adopt_lock)
     {
     }
-    ~CLS_WaitGuard() ZEL_RELEASE() = default;
+    ~CLS_WaitGuard() ZEL_RELEASE() { static_cast<void>(m_lockWait.release()); }
     CLS_WaitGuard(const CLS_WaitGuard&) = delete;
     CLS_WaitGuard& operator=(const CLS_WaitGuard&) = delete;
+
+    /// For a condition variable's wait alone: the mutex is held when it returns, as it was before.
+    std::unique_lock<std::mutex>& GetLock() { return m_lockWait; }
+
+private:
+    const std::lock_guard<Mutex> m_lockHeld;
+    std::unique_lock<std::mutex> m_lockWait;
 };

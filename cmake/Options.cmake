@@ -3,6 +3,8 @@
 option(ZEL_BUILD_EXAMPLES "Build the example host and the example logging library" ON)
 option(ZEL_WERROR "Treat every compiler warning as an error" OFF)
 
+option(ZEL_CHECK_POOL_LOCKS "End the process when a thread takes a second one of the pool's locks" OFF)
+
 set(ZEL_SANITIZE "" CACHE STRING
   "Sanitizers to build with, as -fsanitize= takes them: \"thread\" or \"address,undefined\"")
 set(ZEL_LOG_LIBRARY_NAME "libZelLog.dylib" CACHE STRING

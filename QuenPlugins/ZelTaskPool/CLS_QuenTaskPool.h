@@ -1,6 +1,7 @@
 #pragma once
 
 #include "QuenInclude/CLS_Mutex.h"
+#include "QuenPlugins/ZelTaskPool/CLS_PoolLock.h"
 #include "QuenPlugins/ZelTaskPool/CLS_Task.h"
 #include "QuenPlugins/ZelTaskPool/CLS_TaskThread.h"
 #include "QuenPlugins/ZelTaskPool/Export.h"
@@ -197,25 +198,25 @@ private:
     std::unique_ptr<std::thread> m_pOvertimeThread;
 
     std::condition_variable m_cvWaitingTasks; ///< signalled for each queued id, and at the end
-    CLS_Mutex m_mtxWaitingTasks;
+    CLS_PoolLock<CLS_Mutex> m_mtxWaitingTasks;
     /// Ids that wait for a worker, oldest first.
     std::vector<std::string> m_vecWaitingTasks ZEL_GUARDED_BY(m_mtxWaitingTasks);
 
-    CLS_SharedMutex m_smLoopTasksLock;
+    CLS_PoolLock<CLS_SharedMutex> m_smLoopTasksLock;
     /// Ids of the loop tasks, in order of submission.
     std::vector<std::string> m_vecLoopTasks ZEL_GUARDED_BY(m_smLoopTasksLock);
 
-    CLS_Mutex m_mtxTmpTasks;
+    CLS_PoolLock<CLS_Mutex> m_mtxTmpTasks;
     /// Owner to its ids, in order of submission.
     std::map<void*, std::list<std::string>> m_mapTmpTasks ZEL_GUARDED_BY(m_mtxTmpTasks);
     /// Id to owner.
     std::map<std::string, void*> m_mapTmpTaskOwner ZEL_GUARDED_BY(m_mtxTmpTasks);
 
-    CLS_Mutex m_mtxIdleThreads;
+    CLS_PoolLock<CLS_Mutex> m_mtxIdleThreads;
     /// Workers without a task, by ascending order id.
     std::vector<CLS_TaskThread*> m_vecIdleThreads ZEL_GUARDED_BY(m_mtxIdleThreads);
 
-    CLS_SharedMutex m_smThreadTaskLock;
+    CLS_PoolLock<CLS_SharedMutex> m_smThreadTaskLock;
     /// Every worker, owned, to its task's id or "".
     std::map<CLS_TaskThread*, std::string> m_mapThreadTask ZEL_GUARDED_BY(m_smThreadTaskLock);
 

@@ -167,7 +167,7 @@ std::vector<std::string> CLS_QuenTaskPool::TakeWaitingTasks()
     CLS_WaitGuard lock(m_mtxWaitingTasks);
     while (m_vecWaitingTasks.empty() && m_bRun)
     {
-        m_cvWaitingTasks.wait_for(lock, QUEUE_WAIT);
+        m_cvWaitingTasks.wait_for(lock.GetLock(), QUEUE_WAIT);
     }
     vecBatch.swap(m_vecWaitingTasks);
     return vecBatch;

@@ -22,7 +22,7 @@ bool CLS_RunGate::Close(std::chrono::nanoseconds _nsLimit)
     m_bClosed = true;
     if (m_bRunning && m_idRunner != std::this_thread::get_id())
     {
-        m_cvGate.wait_for(lock, _nsLimit, [this]() ZEL_REQUIRES(m_mtxGate) { return !m_bRunning; });
+        m_cvGate.wait_for(lock.GetLock(), _nsLimit, [this]() ZEL_REQUIRES(m_mtxGate) { return !m_bRunning; });
     }
     m_bAbandoned = m_bRunning;
     return !m_bAbandoned;

@@ -64,7 +64,7 @@ bool CLS_TaskThread::RunPass()
     CLS_WaitGuard lock(m_mtxFunction);
     while (!m_funFunction && m_bRun)
     {
-        m_cvFunction.wait_for(lock, WAIT_LIMIT);
+        m_cvFunction.wait_for(lock.GetLock(), WAIT_LIMIT);
     }
     if (!m_bRun)
     {
