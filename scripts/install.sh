@@ -8,7 +8,7 @@ install_debian()
 {
     local packages=(g++ cmake ninja-build libgtest-dev libgmock-dev libspdlog-dev libcli11-dev libssl-dev)
     if [ "${1:-}" = checks ]; then
-        packages+=(clang-14 libclang-rt-14-dev llvm-14 clang-format-14 clang-tidy-14 git)
+        packages+=(clang-14 libclang-rt-14-dev llvm-14 clang-format-14 clang-tidy-14 git valgrind)
     fi
     if [ "${1:-}" = macos ]; then
         packages+=(clang-19 lld-19 llvm-19 make perl python3)

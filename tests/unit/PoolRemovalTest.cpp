@@ -46,6 +46,11 @@ struct ST_RemovalCase
     bool m_bOwned;
 };
 
+void PrintTo(const ST_RemovalCase& _stCase, std::ostream* _pOut)
+{
+    *_pOut << _stCase.m_szName;
+}
+
 class PoolRemovalTableTest : public PoolRemovalTest, public ::testing::WithParamInterface<ST_RemovalCase>
 {
 };

@@ -104,6 +104,11 @@ struct ST_StopCase
     std::vector<int> m_vecNumbers; ///< at the end of the progress records
 };
 
+void PrintTo(const ST_StopCase& _stCase, std::ostream* _pOut)
+{
+    *_pOut << "ends in sleep " << _stCase.m_iEndsInSleep;
+}
+
 class TaskStopWaitTest : public CLS_TaskFixture, public ::testing::WithParamInterface<ST_StopCase>
 {
 };
