@@ -1,6 +1,7 @@
 # What a build may choose. Everything else is a constant of the code.
 
 option(ZEL_BUILD_EXAMPLES "Build the example host and the example logging library" ON)
+option(ZEL_BUILD_FUZZERS "Build the fuzzers; for clang, see the preset \"fuzz\"" OFF)
 option(ZEL_WERROR "Treat every compiler warning as an error" OFF)
 
 option(ZEL_CHECK_POOL_LOCKS "End the process when a thread takes a second one of the pool's locks" OFF)

@@ -31,9 +31,10 @@ refuse "notes to oneself belong into the tracker" '\b(TO''DO|FIX''ME)\b' .
 [ "$failed" -eq 0 ]
 
 echo "Static analysis"
-cmake --preset clang >/dev/null
-mapfile -t checked < <(git ls-files 'QuenInclude/*.cpp' 'QuenPlugins/*.cpp' 'examples/*.cpp' 'tests/support/*.cpp')
+cmake --preset fuzz >/dev/null # it has every source
+mapfile -t checked < <(git ls-files 'QuenInclude/*.cpp' 'QuenPlugins/*.cpp' 'examples/*.cpp' 'tests/support/*.cpp' \
+    'tests/fuzz/*.cpp')
 clang-tidy-14 --version | head -2
 clang-tidy-14 --list-checks | grep -c '^    ' | sed 's/$/ checks are on/'
-printf '%s\n' "${checked[@]}" | xargs -P "$(getconf _NPROCESSORS_ONLN)" -n 4 clang-tidy-14 -quiet -p build/clang
+printf '%s\n' "${checked[@]}" | xargs -P "$(getconf _NPROCESSORS_ONLN)" -n 4 clang-tidy-14 -quiet -p build/fuzz
 echo "Sources are clean"

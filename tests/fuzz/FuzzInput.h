@@ -1,0 +1,70 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <string>
+
+/// Ends the process when what must hold does not: the fuzzer keeps the input then.
+inline void Require(bool _bHolds, const char* _szWhat)
+{
+    if (!_bHolds)
+    {
+        std::cerr << "Broken: " << _szWhat << std::endl;
+        std::abort();
+    }
+}
+
+/// The fuzzer's bytes, read front to back. Reads zeros and empty texts when there are none left.
+class CLS_FuzzInput
+{
+public:
+    CLS_FuzzInput(const std::uint8_t* _pData, std::size_t _iSize) : m_pData(_pData), m_iLeft(_iSize) {}
+
+    bool IsAtEnd() const { return m_iLeft == 0; }
+
+    /// A number below _iLimit, which is at most 256.
+    std::size_t TakeBelow(std::size_t _iLimit) { return TakeNumber<std::uint8_t>() % _iLimit; }
+
+    template <typename Number>
+    Number TakeNumber()
+    {
+        Number tNumber{};
+        const std::size_t iSize = m_iLeft < sizeof tNumber ? m_iLeft : sizeof tNumber;
+        if (iSize > 0)
+        {
+            std::memcpy(&tNumber, m_pData, iSize);
+            Skip(iSize);
+        }
+        return tNumber;
+    }
+
+    /// A text of less than _iLimit characters, which is at most 256, zeros included.
+    std::string TakeText(std::size_t _iLimit)
+    {
+        const std::size_t iAsked = TakeBelow(_iLimit);
+        return TakeCharacters(iAsked);
+    }
+
+    std::string TakeRest() { return TakeCharacters(m_iLeft); }
+
+private:
+    std::string TakeCharacters(std::size_t _iAsked)
+    {
+        const std::size_t iSize = _iAsked < m_iLeft ? _iAsked : m_iLeft;
+        std::string strText(reinterpret_cast<const char*>(m_pData), iSize);
+        Skip(iSize);
+        return strText;
+    }
+
+    void Skip(std::size_t _iSize)
+    {
+        m_pData += _iSize;
+        m_iLeft -= _iSize;
+    }
+
+    const std::uint8_t* m_pData;
+    std::size_t m_iLeft;
+};
