@@ -105,10 +105,7 @@ CLS_CVariant& CLS_CVariant::operator=(const CLS_CVariant& _clsOther)
 void CLS_CVariant::SetType(n_CVariantType _iType)
 {
     const CLS_LockGuard lock(m_mtxType);
-    if (IsOwned(m_iType))
-    {
-        FreeValue();
-    }
+    FreeValue();
     if (IsOwned(m_iType) || IsOwned(_iType))
     {
         m_uValue.m_pValue = nullptr;

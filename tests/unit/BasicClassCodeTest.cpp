@@ -65,6 +65,14 @@ TEST(BasicClassCodeTest, IsTheWholeNameWithoutThem)
     EXPECT_EQ("8CLS_Task", GetCode("8CLS_Task"));
 }
 
+TEST(BasicClassCodeTest, IsEmptyForANameThatHasNothingElse)
+{
+    for (const char* const szName : {"", " ", "::", "class ::"})
+    {
+        EXPECT_EQ("", GetCode(szName)) << szName;
+    }
+}
+
 TEST(BasicClassCodeTest, BlanksAreSplitFirst)
 {
     EXPECT_EQ("int>", GetCode("class ns::CLS_Pair<ns::A, int>"));

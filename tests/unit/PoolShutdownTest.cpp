@@ -83,6 +83,18 @@ TEST_F(PoolShutdownTest, FreesTheServiceThreadsBeforeItStopsTasks)
     EXPECT_THAT(vecSeen, ElementsAre("begins running", "freed"));
 }
 
+TEST_F(PoolShutdownTest, AServiceThreadThatHasBeenJoinedIsNotJoinedAgain)
+{
+    CLS_QuenTaskPool& clsPool = MakePool();
+    clsPool.m_bRun = false;
+    clsPool.m_pLoopThread->join();
+
+    clsPool.UnInit();
+
+    EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
+    EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsBegin(), IsStart(), IsEnd()));
+}
+
 TEST_F(PoolShutdownTest, WaitsInPollsUntilTheRunHasEnded)
 {
     CLS_QuenTaskPool& clsPool = MakePool();

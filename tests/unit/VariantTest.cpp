@@ -80,6 +80,14 @@ TEST(VariantTest, TakesAnInt)
     EXPECT_EQ("-2147483648", CLS_CVariant(std::numeric_limits<int>::min()).ToString());
 }
 
+TEST(VariantTest, TakesALong)
+{
+    const CLS_CVariant clsVariant(std::numeric_limits<long>::min());
+    EXPECT_EQ(CVariantType_LongLong, clsVariant.GetType());
+    EXPECT_EQ(std::to_string(std::numeric_limits<long>::min()), clsVariant.ToString());
+    EXPECT_EQ("-42", CLS_CVariant(std::int64_t{-42}).ToString());
+}
+
 TEST(VariantTest, TakesALongLong)
 {
     const CLS_CVariant clsVariant(std::numeric_limits<long long>::min());

@@ -1,0 +1,48 @@
+#include "tests/support/FailingRecords.h"
+
+#include "QuenInclude/Logger.h"
+
+#include <atomic>
+#include <new>
+
+namespace
+{
+std::atomic<bool> s_bFailing{false};
+std::atomic<int> s_iFailures{0};
+} // namespace
+
+CLS_FailingRecords::CLS_FailingRecords()
+{
+    s_iFailures = 0;
+    s_bFailing = true;
+}
+
+CLS_FailingRecords::~CLS_FailingRecords()
+{
+    s_bFailing = false;
+}
+
+int CLS_FailingRecords::GetFailures() const
+{
+    return s_iFailures;
+}
+
+// The linker leads the product's calls of the record's constructor here (zel_fail_records).
+extern "C"
+{
+    void __real__ZN6Logger16LogMessageStreamC1EPKcS2_S2_ii(Logger::LogMessageStream*, const char*,
+                                                           const char*, const char*, int, int);
+
+    void __wrap__ZN6Logger16LogMessageStreamC1EPKcS2_S2_ii(Logger::LogMessageStream* _pRecord,
+                                                           const char* _szModule, const char* _szFunction,
+                                                           const char* _szFile, int _iLine, int _iLevel)
+    {
+        if (s_bFailing)
+        {
+            ++s_iFailures;
+            throw std::bad_alloc();
+        }
+        __real__ZN6Logger16LogMessageStreamC1EPKcS2_S2_ii(_pRecord, _szModule, _szFunction, _szFile, _iLine,
+                                                          _iLevel);
+    }
+}
