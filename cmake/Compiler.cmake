@@ -28,6 +28,16 @@ if(ZEL_SANITIZE)
   target_link_options(zel_compiler INTERFACE -fsanitize=${ZEL_SANITIZE})
 endif()
 
+if(ZEL_COVERAGE)
+  # One file a program, which its processes and the libraries that they open merge what they counted into.
+  set(ZEL_PROFILE "-fprofile-instr-generate=${PROJECT_BINARY_DIR}/profiles/%m.profraw")
+  # Many threads count, and a lost count would be a lost line.
+  target_compile_options(zel_compiler INTERFACE
+    "${ZEL_PROFILE}" -fcoverage-mapping -fcoverage-mcdc -fprofile-update=atomic
+    "-fprofile-list=${PROJECT_SOURCE_DIR}/cmake/counted-sources.txt")
+  target_link_options(zel_compiler INTERFACE "${ZEL_PROFILE}")
+endif()
+
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   # Unique symbols would pin a library in the process: a host could never unload it.
   target_compile_options(zel_compiler INTERFACE -fno-gnu-unique)

@@ -5,6 +5,7 @@ option(ZEL_BUILD_FUZZERS "Build the fuzzers; for clang, see the preset \"fuzz\""
 option(ZEL_WERROR "Treat every compiler warning as an error" OFF)
 
 option(ZEL_CHECK_POOL_LOCKS "End the process when a thread takes a second one of the pool's locks" OFF)
+option(ZEL_COVERAGE "Count what is executed (clang); scripts/coverage.sh reports it" OFF)
 
 set(ZEL_SANITIZE "" CACHE STRING
   "Sanitizers to build with, as -fsanitize= takes them: \"thread\" or \"address,undefined\"")

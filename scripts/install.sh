@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs what is missing to build, test and try the project: Debian 12 (apt-get, as root or with sudo) or
 # macOS (Homebrew). With the word "checks" also what the sanitizer builds and source checks need, with the word
-# "macos" what the build for macOS on Linux needs.
+# "coverage" what counts executed code, with the word "macos" what the build for macOS on Linux needs.
 set -euo pipefail
 
 install_debian()
@@ -9,6 +9,9 @@ install_debian()
     local packages=(g++ cmake ninja-build libgtest-dev libgmock-dev libspdlog-dev libcli11-dev libssl-dev)
     if [ "${1:-}" = checks ]; then
         packages+=(clang-14 libclang-rt-14-dev llvm-14 clang-format-14 clang-tidy-14 git valgrind)
+    fi
+    if [ "${1:-}" = coverage ]; then
+        packages+=(clang-19 libclang-rt-19-dev llvm-19 python3)
     fi
     if [ "${1:-}" = macos ]; then
         packages+=(clang-19 lld-19 llvm-19 make perl python3)
