@@ -1,8 +1,5 @@
 #include "tests/soak/Figures.h"
 
-#include <filesystem>
-#include <iterator>
-
 #ifdef __APPLE__
 #include <mach/mach.h>
 #include <malloc/malloc.h>
@@ -11,15 +8,6 @@
 #include <malloc.h>
 #include <unistd.h>
 #endif
-
-namespace
-{
-#ifdef __APPLE__
-constexpr const char* DESCRIPTORS = "/dev/fd";
-#else
-constexpr const char* DESCRIPTORS = "/proc/self/fd";
-#endif
-} // namespace
 
 namespace Figures
 {
@@ -74,11 +62,4 @@ std::int64_t GetResident()
     return iResident * sysconf(_SC_PAGESIZE);
 }
 #endif
-
-int CountDescriptors()
-{
-    // One of them is the listing's own.
-    const std::filesystem::directory_iterator itDescriptors(DESCRIPTORS);
-    return static_cast<int>(std::distance(begin(itDescriptors), end(itDescriptors))) - 1;
-}
 } // namespace Figures

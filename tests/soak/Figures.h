@@ -29,6 +29,4 @@ std::int64_t GetHeap();
 
 /// Makes the allocator give back what is free first: the peak of a backlog is no growth.
 std::int64_t GetResident();
-
-int CountDescriptors();
 } // namespace Figures

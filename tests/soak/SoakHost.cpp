@@ -10,6 +10,7 @@
 #include "tests/soak/Growth.h"
 #include "tests/soak/Load.h"
 #include "tests/support/Options.h"
+#include "tests/support/ProcessCounts.h"
 #include "tests/support/ThreadCount.h"
 #include "tests/support/Waiting.h"
 
@@ -130,7 +131,7 @@ private:
         stFigures.m_iSubmitted = m_stTotals.m_iSubmitted;
         stFigures.m_iHeap = Figures::GetHeap();
         stFigures.m_iResident = Figures::GetResident();
-        stFigures.m_iDescriptors = Figures::CountDescriptors();
+        stFigures.m_iDescriptors = CountDescriptors();
         stFigures.m_iThreads = CountThreads();
         if (CLS_QuenTaskPool* const pPool = CLS_QuenTaskPool::m_pInstance)
         {
