@@ -15,10 +15,11 @@ constexpr std::chrono::seconds QUEUE_WAIT{1};
 constexpr std::chrono::milliseconds RETRY_WAIT{100};
 constexpr int RETRIES_PER_REPORT = 90;
 
-/// Ascending order id. An empty slot sorts before nothing, and nothing before it.
-bool SortsBefore(CLS_TaskThread* _pFirst, CLS_TaskThread* _pSecond)
+/// Whether a worker's place on the idle list is before a slot: by ascending order id, and never before an
+/// empty one.
+bool SortsBefore(CLS_TaskThread* _pThread, CLS_TaskThread* _pSlot)
 {
-    return _pFirst != nullptr && _pSecond != nullptr && _pFirst->GetOrderId() < _pSecond->GetOrderId();
+    return _pSlot != nullptr && _pThread->GetOrderId() < _pSlot->GetOrderId();
 }
 
 void RecordRunError(CLS_TaskThread* _pThread, const std::string& _strDescription)
@@ -295,6 +296,7 @@ void CLS_QuenTaskPool::UnbindTask(CLS_TaskThread* _pThread)
 void CLS_QuenTaskPool::AddIdleThread(CLS_TaskThread* _pThread)
 {
     const CLS_LockGuard lock(m_mtxIdleThreads);
-    m_vecIdleThreads.push_back(_pThread);
-    std::sort(m_vecIdleThreads.begin(), m_vecIdleThreads.end(), SortsBefore);
+    const auto itBehind =
+        std::upper_bound(m_vecIdleThreads.begin(), m_vecIdleThreads.end(), _pThread, SortsBefore);
+    m_vecIdleThreads.insert(itBehind, _pThread);
 }

@@ -49,7 +49,8 @@ public:
     ZEL_TASKPOOL_EXPORT bool AddFunction(const std::function<void(CLS_TaskThread*)>& _funJob)
         ZEL_EXCLUDES(m_mtxFunction);
 
-    /// The worker's place in the pool's order, -1 until the pool has set it. Any thread, no lock.
+    /// The worker's place in the pool's order, -1 until the pool has set it. Not to be set while the worker
+    /// is idle in a pool, whose list is sorted by it. Any thread, no lock.
     ZEL_TASKPOOL_EXPORT int GetOrderId();
     ZEL_TASKPOOL_EXPORT void SetOrderId(int _iOrderId);
 

@@ -303,6 +303,21 @@ TEST_F(PoolWorkersTest, IdleListIsSortedByOrderIdWithEachReturn)
     EXPECT_EQ(static_cast<std::size_t>(WORKERS), setIdle.size());
 }
 
+TEST_F(PoolWorkersTest, WorkerReturnsBehindThoseWithItsOrderIdAndBeforeTheNext)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    std::vector<CLS_TaskThread*> vecWorkers;
+    for (const int iOrderId : {5, 5, 9, 1, 5, 1, 9, 7})
+    {
+        vecWorkers.push_back(MakeWorker(clsPool, iOrderId));
+        clsPool.AddIdleThread(vecWorkers.back());
+    }
+    EXPECT_THAT(GetIdleOrder(clsPool), ElementsAre(1, 1, 5, 5, 5, 7, 9, 9));
+    EXPECT_THAT(clsPool.m_vecIdleThreads,
+                ElementsAre(vecWorkers[3], vecWorkers[5], vecWorkers[0], vecWorkers[1], vecWorkers[4],
+                            vecWorkers[7], vecWorkers[2], vecWorkers[6]));
+}
+
 TEST_F(PoolWorkersTest, EmptySlotSortsBeforeNothingAndNothingBeforeIt)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
