@@ -72,6 +72,12 @@ CLS_TaskThread* CLS_QuenTaskPool::GetTaskThread()
     {
         return pIdle;
     }
+    // A worker may be about to come back: giving way to it once keeps the pool small and warm.
+    std::this_thread::yield();
+    if (CLS_TaskThread* const pIdle = TakeIdleThread())
+    {
+        return pIdle;
+    }
     // Kept on purpose: not "greater", so there is one worker more than the limit says.
     return m_iMaxThread >= GetTaskThreadNum() ? CreateTaskThread() : nullptr;
 }

@@ -124,8 +124,9 @@ public:
     /// memory to be had; the worker, with a record, when only the registering failed. For GetTaskThread.
     ZEL_TASKPOOL_EXPORT CLS_TaskThread* CreateTaskThread();
 
-    /// The idle worker with the lowest order id, else a new one as long as there are no more than
-    /// m_iMaxThread, else null. For the dispatcher only: check, count and creation are separate steps.
+    /// The idle worker with the lowest order id, else, after giving way once to one that may be coming back,
+    /// a new one as long as there are no more than m_iMaxThread, else null. For the dispatcher only: check,
+    /// count and creation are separate steps.
     ZEL_TASKPOOL_EXPORT CLS_TaskThread* GetTaskThread();
 
     /// The number of workers. Any thread; m_smThreadTaskLock, shared.
@@ -138,7 +139,8 @@ public:
     ZEL_TASKPOOL_EXPORT void FunRunTask(CLS_TaskThread* _pThread);
 
     /// Bodies of the service threads: dispatcher, loop scheduler, watchdog. Each returns when the pool ends:
-    /// at once, within 10 ms and within 180 ms, and when the pass in progress is done.
+    /// at once, within 10 ms and within 180 ms, and when the pass in progress is done. For their threads
+    /// only.
     ZEL_TASKPOOL_EXPORT void FunTaskingThread();
     ZEL_TASKPOOL_EXPORT void FunLoopThread();
     ZEL_TASKPOOL_EXPORT void FunTaskThreadWaitingOvertime();

@@ -1,5 +1,7 @@
 #include "tests/support/FailingThreads.h"
+#include "tests/support/PoolView.h"
 #include "tests/support/RecordMatchers.h"
+#include "tests/support/WatchedYields.h"
 #include "tests/unit/PoolFixture.h"
 
 #include <algorithm>
@@ -185,6 +187,41 @@ TEST_F(PoolWorkersTest, NewWorkerIsMadeOnlyWhenNobodyIsIdle)
     EXPECT_EQ(1, clsPool.GetTaskThreadNum());
     EXPECT_NE(pThread, clsPool.GetTaskThread());
     EXPECT_EQ(2, clsPool.GetTaskThreadNum());
+}
+
+TEST_F(PoolWorkersTest, IdleWorkerIsTakenWithoutGivingWay)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    CLS_TaskThread* const pThread = clsPool.CreateTaskThread();
+    clsPool.AddIdleThread(pThread);
+    const CLS_WatchedYields clsYields;
+    EXPECT_EQ(pThread, clsPool.GetTaskThread());
+    EXPECT_EQ(0, clsYields.GetYields());
+}
+
+TEST_F(PoolWorkersTest, GivesWayOnceWithoutALockBeforeAWorkerIsMade)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    const CLS_WatchedYields clsYields(
+        [&]
+        {
+            EXPECT_EQ(0, clsPool.GetTaskThreadNum());
+            EXPECT_TRUE(PoolView::AreLocksFree(clsPool));
+        });
+    EXPECT_NE(nullptr, clsPool.GetTaskThread());
+    EXPECT_EQ(1, clsYields.GetYields());
+    EXPECT_EQ(1, clsPool.GetTaskThreadNum());
+}
+
+TEST_F(PoolWorkersTest, WorkerThatComesBackMeanwhileIsTakenAndNoneIsMade)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    CLS_TaskThread* const pThread = clsPool.CreateTaskThread();
+    const CLS_WatchedYields clsYields([&] { clsPool.AddIdleThread(pThread); });
+    EXPECT_EQ(pThread, clsPool.GetTaskThread());
+    EXPECT_EQ(1, clsYields.GetYields());
+    EXPECT_EQ(1, clsPool.GetTaskThreadNum());
+    EXPECT_THAT(GetIdleOrder(clsPool), IsEmpty());
 }
 
 TEST_F(PoolWorkersTest, LimitIsExceededByOneWorkerAndThenNullComesSilently)

@@ -1,0 +1,47 @@
+#include "tests/support/WatchedYields.h"
+
+#include "tests/support/NextFunction.h"
+
+#include <sched.h>
+
+// As the system declares the function.
+#ifdef __GLIBC__
+#define ZEL_TEST_NOEXCEPT noexcept
+#else
+#define ZEL_TEST_NOEXCEPT
+#endif
+
+namespace
+{
+thread_local CLS_WatchedYields* t_pWatch = nullptr;
+} // namespace
+
+CLS_WatchedYields::CLS_WatchedYields(const std::function<void()>& _funHook) : m_funHook(_funHook)
+{
+    t_pWatch = this;
+}
+
+CLS_WatchedYields::~CLS_WatchedYields()
+{
+    t_pWatch = nullptr;
+}
+
+void CLS_WatchedYields::Note()
+{
+    ++m_iYields;
+    if (m_funHook)
+    {
+        m_funHook();
+    }
+}
+
+/// Stands in front of the system's function of the same name in every program that is linked with this file.
+extern "C" int sched_yield() ZEL_TEST_NOEXCEPT
+{
+    if (t_pWatch != nullptr)
+    {
+        t_pWatch->Note();
+    }
+    static auto* const s_pYield = GetNextFunction<decltype(sched_yield)>("sched_yield");
+    return s_pYield();
+}
