@@ -76,9 +76,12 @@ std::shared_ptr<CLS_Task> CLS_Task::CreateTask(const std::function<void()>& _fun
                                                const std::string& _strCallInfo)
 {
     std::shared_ptr<CLS_Task> pTask(new CLS_Task(_funTask, _iLoopInterval, _strCallInfo), DeleteRecord);
+    // What takes time comes before the lock: drawing the id and making the entry.
+    std::map<std::string, std::shared_ptr<CLS_Task>> mapEntry{{pTask->GetId(), pTask}};
     ST_Registry& stRegistry = GetRegistry();
     const CLS_LockGuard lock(stRegistry.m_smLock);
-    stRegistry.m_mapTasks[pTask->GetId()] = pTask;
+    const auto stInserted = stRegistry.m_mapTasks.insert(mapEntry.extract(mapEntry.begin()));
+    stInserted.position->second = pTask;
     return pTask;
 }
 

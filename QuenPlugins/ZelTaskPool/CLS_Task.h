@@ -48,9 +48,9 @@ public:
     /// ends the process.
     ZEL_TASKPOOL_EXPORT ~CLS_Task();
 
-    /// Makes a record and registers it under a fresh id. The caller shares it with the registry. Any thread;
-    /// registry lock, exclusive, and within it the record's parameter lock. Exceptions (no memory, no random
-    /// device) pass, and leave nothing registered.
+    /// Makes a record and registers it under a fresh id, in place of one with the same id. The caller shares
+    /// it with the registry. Any thread; the record's parameter lock, then the registry's, exclusive.
+    /// Exceptions (no memory, no random device) pass, and leave nothing registered.
     ZEL_TASKPOOL_EXPORT static std::shared_ptr<CLS_Task>
     CreateTask(const std::function<void()>& _funTask, int _iLoopInterval, const std::string& _strCallInfo);
 

@@ -11,6 +11,17 @@
 namespace
 {
 std::atomic<bool> g_bFailing{false};
+thread_local const std::function<void()>* t_pHook = nullptr;
+
+/// The source is about to be opened. False when it cannot be.
+bool BeginOpening()
+{
+    if (t_pHook != nullptr)
+    {
+        (*t_pHook)();
+    }
+    return !g_bFailing;
+}
 } // namespace
 
 CLS_FailingRandom::CLS_FailingRandom()
@@ -23,10 +34,20 @@ CLS_FailingRandom::~CLS_FailingRandom()
     g_bFailing = false;
 }
 
+CLS_WatchedRandom::CLS_WatchedRandom(const std::function<void()>& _funHook) : m_funHook(_funHook)
+{
+    t_pHook = &m_funHook;
+}
+
+CLS_WatchedRandom::~CLS_WatchedRandom()
+{
+    t_pHook = nullptr;
+}
+
 /// Stands in front of the system's function of the same name in every program that is linked with this file.
 extern "C" int open(const char* _szPath, int _iFlags, ...)
 {
-    if (g_bFailing && std::strcmp(_szPath, "/dev/urandom") == 0)
+    if (std::strcmp(_szPath, "/dev/urandom") == 0 && !BeginOpening())
     {
         errno = EMFILE;
         return -1;
@@ -49,8 +70,11 @@ std::random_device::random_device(const std::string& _strToken)
 {
 #ifdef _LIBCPP_USING_DEV_RANDOM
     __f_ = open(_strToken.c_str(), O_RDONLY);
+    const bool bOpened = __f_ >= 0;
+#else
+    const bool bOpened = BeginOpening();
 #endif
-    if (g_bFailing)
+    if (!bOpened)
     {
         throw std::system_error(EMFILE, std::system_category(), "random_device failed to open " + _strToken);
     }

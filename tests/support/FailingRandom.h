@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+
 /// While one lives, the system's source of random numbers cannot be opened, on any thread, as when the
 /// process has no descriptor left. One at a time.
 class CLS_FailingRandom
@@ -9,4 +11,18 @@ public:
     ~CLS_FailingRandom();
     CLS_FailingRandom(const CLS_FailingRandom&) = delete;
     CLS_FailingRandom& operator=(const CLS_FailingRandom&) = delete;
+};
+
+/// While one lives, a function is called each time the calling thread opens that source: the place to look at
+/// what is held meanwhile. One at a time on a thread.
+class CLS_WatchedRandom
+{
+public:
+    explicit CLS_WatchedRandom(const std::function<void()>& _funHook);
+    ~CLS_WatchedRandom();
+    CLS_WatchedRandom(const CLS_WatchedRandom&) = delete;
+    CLS_WatchedRandom& operator=(const CLS_WatchedRandom&) = delete;
+
+private:
+    const std::function<void()> m_funHook;
 };

@@ -179,6 +179,21 @@ TEST_F(TaskRegistryLockTest, CallableIsCopiedOutsideTheLock)
     EXPECT_FALSE(bFailed);
 }
 
+TEST_F(TaskRegistryLockTest, IdIsDrawnOutsideTheLock)
+{
+    int iDrawn = 0;
+    const CLS_WatchedRandom clsRandom(
+        [&]
+        {
+            ++iDrawn;
+            EXPECT_TRUE(IsRegistryFree(true));
+        });
+    const std::shared_ptr<CLS_Task> pTask = CLS_Task::CreateTask([] {}, -1, "");
+    EXPECT_EQ(1, iDrawn);
+    EXPECT_EQ(pTask, CLS_Task::GetTask(pTask->GetId()).lock());
+    EXPECT_EQ(1, iDrawn);
+}
+
 TEST_F(TaskRegistryLockTest, CallableThatCannotBeCopiedLeavesNothingBehind)
 {
     bool bThrow = false;
