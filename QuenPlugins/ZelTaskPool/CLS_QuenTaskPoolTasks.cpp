@@ -22,6 +22,26 @@ constexpr int OWNER_ROUNDS = 30;
 constexpr std::chrono::milliseconds REFERENCE_POLL{1};
 constexpr int REFERENCE_POLLS = 300;
 
+/// The id's place in the list, or its end; looks around itNear first.
+std::list<std::string>::iterator FindNear(std::list<std::string>& _lstTaskIds, std::list<std::string>::iterator _itNear,
+                                          const std::string& _strTaskId)
+{
+    auto itForward = _itNear;
+    auto itBackward = _itNear;
+    while (itForward != _lstTaskIds.end() || itBackward != _lstTaskIds.begin())
+    {
+        if (itForward != _lstTaskIds.end() && *itForward++ == _strTaskId)
+        {
+            return std::prev(itForward);
+        }
+        if (itBackward != _lstTaskIds.begin() && *--itBackward == _strTaskId)
+        {
+            return itBackward;
+        }
+    }
+    return _lstTaskIds.end();
+}
+
 void InvalidateTasks(const std::list<std::string>& _lstTaskIds)
 {
     for (const std::string& strTaskId : _lstTaskIds)
@@ -110,16 +130,24 @@ bool CLS_QuenTaskPool::AddTmpTask(const std::function<void()>& _funTask, void* _
     }
 }
 
-/// Notes the owner of a task in both maps, or, when memory runs out, in none.
+/// Notes the owner of a task in all maps, or, when memory runs out, in none.
 void CLS_QuenTaskPool::AddOwnedTask(const std::string& _strTaskId, void* _pObj)
 {
     std::list<std::string> lstTaskId{_strTaskId};
     std::map<std::string, void*> mapOwner{{_strTaskId, _pObj}};
     const CLS_LockGuard lock(m_mtxTmpTasks);
-    std::list<std::string>& lstTaskIds = m_mapTmpTasks[_pObj];
-    lstTaskIds.splice(lstTaskIds.end(), lstTaskId);
-    m_mapTmpTaskOwner.merge(mapOwner);
-    m_mapTmpTaskOwner.at(_strTaskId) = _pObj;
+    auto itTasks = m_mapTmpTasks.find(_pObj);
+    if (itTasks == m_mapTmpTasks.end())
+    {
+        // A list that cannot be had leaves no cursor behind.
+        std::map<void*, std::list<std::string>::iterator> mapCursor;
+        auto& itCursor = mapCursor[_pObj];
+        itTasks = m_mapTmpTasks.try_emplace(_pObj).first;
+        itCursor = itTasks->second.end();
+        m_mapTmpTaskCursors.merge(mapCursor);
+    }
+    itTasks->second.splice(itTasks->second.end(), lstTaskId);
+    m_mapTmpTaskOwner.insert(mapOwner.extract(mapOwner.begin())).position->second = _pObj;
 }
 
 void CLS_QuenTaskPool::AddLoopTask(const std::function<void()>& _funTask, int _iInterval,
@@ -160,13 +188,15 @@ void CLS_QuenTaskPool::RemoveTmpTask(const std::string& _strTaskId)
     if (itTasks != m_mapTmpTasks.end())
     {
         std::list<std::string>& lstTaskIds = itTasks->second;
-        const auto itTaskId = std::find(lstTaskIds.begin(), lstTaskIds.end(), _strTaskId);
+        auto& itCursor = m_mapTmpTaskCursors.try_emplace(itTasks->first, lstTaskIds.begin()).first->second;
+        const auto itTaskId = FindNear(lstTaskIds, itCursor, _strTaskId);
         if (itTaskId != lstTaskIds.end())
         {
-            lstTaskIds.erase(itTaskId);
+            itCursor = lstTaskIds.erase(itTaskId);
         }
         if (lstTaskIds.empty())
         {
+            m_mapTmpTaskCursors.erase(itTasks->first);
             m_mapTmpTasks.erase(itTasks);
         }
     }
@@ -203,6 +233,7 @@ void CLS_QuenTaskPool::RemoveTmpTask(void* _pObj, const std::string& _strCallInf
 std::list<std::string> CLS_QuenTaskPool::TakeOwnedTasks(void* _pObj)
 {
     const CLS_LockGuard lock(m_mtxTmpTasks);
+    m_mapTmpTaskCursors.erase(_pObj);
     auto clsEntry = m_mapTmpTasks.extract(_pObj);
     if (clsEntry.empty())
     {

@@ -54,6 +54,18 @@ inline std::map<std::string, void*> GetOwners(CLS_QuenTaskPool& _clsPool)
     return _clsPool.m_mapTmpTaskOwner;
 }
 
+/// The owners whose lists the pool has a cursor for.
+inline std::set<void*> GetCursorOwners(CLS_QuenTaskPool& _clsPool)
+{
+    std::set<void*> setOwners;
+    const std::lock_guard<std::mutex> lock(_clsPool.m_mtxTmpTasks);
+    for (const auto& [pOwner, itCursor] : _clsPool.m_mapTmpTaskCursors)
+    {
+        setOwners.insert(pOwner);
+    }
+    return setOwners;
+}
+
 /// The ids in the registry.
 inline std::set<std::string> GetRegistered()
 {

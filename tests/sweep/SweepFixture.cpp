@@ -44,15 +44,18 @@ void ExpectOwnersAgree(CLS_QuenTaskPool& _clsPool)
 {
     const std::map<std::string, void*> mapOwners = PoolView::GetOwners(_clsPool);
     std::map<std::string, void*> mapExpected;
+    std::set<void*> setExpected;
     for (const auto& [pOwner, lstTaskIds] : PoolView::GetOwned(_clsPool))
     {
         EXPECT_FALSE(lstTaskIds.empty()) << "an owner of nothing";
+        setExpected.insert(pOwner);
         for (const std::string& strTaskId : lstTaskIds)
         {
             EXPECT_TRUE(mapExpected.emplace(strTaskId, pOwner).second) << "owned twice";
         }
     }
     EXPECT_EQ(mapExpected, mapOwners);
+    EXPECT_EQ(setExpected, PoolView::GetCursorOwners(_clsPool));
 }
 
 void ExpectRegistryAgrees(const std::set<std::string>& _setQueued)

@@ -59,6 +59,7 @@ TEST_F(PoolMemoryTest, SubmissionThatFailsIsRecordedAndNotHalfNoted)
                         ElementsAre(IsPoolRecord(3, "AddTmpTask", "AddTmpTask error [who calls]")));
             ASSERT_THAT(PoolView::GetOwned(clsPool), ElementsAre(Pair(pOwner, ElementsAre(strBefore))));
             ASSERT_THAT(PoolView::GetOwners(clsPool), ElementsAre(Pair(strBefore, pOwner)));
+            ASSERT_THAT(PoolView::GetCursorOwners(clsPool), ElementsAre(pOwner));
         }
         clsPool.RemoveTmpTask(PoolView::GetQueue(clsPool).back());
         EXPECT_THAT(LogRecorder::Take(), IsEmpty());

@@ -1,8 +1,15 @@
 #include "tests/unit/PoolFixture.h"
 
+#include <algorithm>
+#include <array>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <iterator>
+#include <list>
+#include <map>
+#include <random>
 #include <string>
+#include <vector>
 
 namespace
 {
@@ -12,6 +19,84 @@ using ::testing::Key;
 using ::testing::Pair;
 
 using PoolOwnerMapsTest = CLS_PoolFixture;
+
+/// Whether there is a cursor for each list and for nothing else, and each is a place in its list.
+void ExpectCursorsAgree(CLS_QuenTaskPool& _clsPool)
+{
+    ASSERT_EQ(_clsPool.m_mapTmpTasks.size(), _clsPool.m_mapTmpTaskCursors.size());
+    for (auto& [pOwner, lstTaskIds] : _clsPool.m_mapTmpTasks)
+    {
+        EXPECT_FALSE(lstTaskIds.empty());
+        ASSERT_EQ(1U, _clsPool.m_mapTmpTaskCursors.count(pOwner));
+        const auto itCursor = _clsPool.m_mapTmpTaskCursors.at(pOwner);
+        auto itPlace = lstTaskIds.begin();
+        while (itPlace != lstTaskIds.end() && itPlace != itCursor)
+        {
+            ++itPlace;
+        }
+        EXPECT_EQ(itCursor, itPlace);
+    }
+}
+
+/// Who owns what, in the simplest way.
+class CLS_OwnerModel
+{
+public:
+    void Add(const std::string& _strTaskId, void* _pOwner)
+    {
+        m_mapIds[_pOwner].push_back(_strTaskId);
+        m_mapOwners[_strTaskId] = _pOwner;
+    }
+
+    void Remove(const std::string& _strTaskId)
+    {
+        const auto itOwner = m_mapOwners.find(_strTaskId);
+        if (itOwner != m_mapOwners.end())
+        {
+            const auto itIds = m_mapIds.find(itOwner->second);
+            itIds->second.remove(_strTaskId);
+            if (itIds->second.empty())
+            {
+                m_mapIds.erase(itIds);
+            }
+            m_mapOwners.erase(itOwner);
+        }
+    }
+
+    std::list<std::string> Take(void* _pOwner)
+    {
+        const std::list<std::string> lstIds = m_mapIds[_pOwner];
+        m_mapIds.erase(_pOwner);
+        for (const std::string& strTaskId : lstIds)
+        {
+            m_mapOwners.erase(strTaskId);
+        }
+        return lstIds;
+    }
+
+    void ExpectEqual(CLS_QuenTaskPool& _clsPool) const
+    {
+        ASSERT_EQ(m_mapIds, _clsPool.m_mapTmpTasks);
+        ASSERT_EQ(m_mapOwners, _clsPool.m_mapTmpTaskOwner);
+        ASSERT_NO_FATAL_FAILURE(ExpectCursorsAgree(_clsPool));
+    }
+
+private:
+    std::map<void*, std::list<std::string>> m_mapIds;
+    std::map<std::string, void*> m_mapOwners;
+};
+
+/// The ids from 0 on, noted for the owner in this order.
+std::vector<std::string> AddIds(CLS_QuenTaskPool& _clsPool, void* _pOwner, int _iIds)
+{
+    std::vector<std::string> vecIds;
+    for (int i = 0; i < _iIds; ++i)
+    {
+        vecIds.push_back(std::to_string(i));
+        _clsPool.AddOwnedTask(vecIds.back(), _pOwner);
+    }
+    return vecIds;
+}
 
 TEST_F(PoolOwnerMapsTest, DropsTheIdAndKeepsTheOwnersOthersInOrder)
 {
@@ -89,5 +174,157 @@ TEST_F(PoolOwnerMapsTest, NeitherStopsTheTaskNorForgetsItNorTakesItOffTheQueue)
     EXPECT_EQ(TASK_STATUS_WAITING, pTask->GetTaskStatus());
     EXPECT_THAT(clsPool.m_vecWaitingTasks, ElementsAre(strTaskId));
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
+}
+
+TEST_F(PoolOwnerMapsTest, IdThatIsNotedAgainBelongsToItsLastOwner)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    int iFirst = 0;
+    int iSecond = 0;
+    clsPool.AddOwnedTask("a", &iFirst);
+    clsPool.AddOwnedTask("a", &iSecond);
+    EXPECT_THAT(clsPool.m_mapTmpTaskOwner, ElementsAre(Pair("a", &iSecond)));
+    EXPECT_THAT(clsPool.m_mapTmpTasks[&iFirst], ElementsAre("a"));
+    EXPECT_THAT(clsPool.m_mapTmpTasks[&iSecond], ElementsAre("a"));
+    clsPool.RemoveTmpTask("a");
+    EXPECT_THAT(clsPool.m_mapTmpTasks, ElementsAre(Pair(&iFirst, ElementsAre("a"))));
+    ExpectCursorsAgree(clsPool);
+}
+
+TEST_F(PoolOwnerMapsTest, CursorIsThePlaceBehindTheIdThatWasDroppedLast)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    int iOwner = 0;
+    AddIds(clsPool, &iOwner, 6);
+    const auto funGetCursor = [&] { return clsPool.m_mapTmpTaskCursors.at(&iOwner); };
+    std::list<std::string>& lstTaskIds = clsPool.m_mapTmpTasks.at(&iOwner);
+    EXPECT_EQ(lstTaskIds.end(), funGetCursor());
+    clsPool.RemoveTmpTask("2");
+    EXPECT_EQ("3", *funGetCursor());
+    clsPool.AddOwnedTask("6", &iOwner);
+    EXPECT_EQ("3", *funGetCursor());
+    clsPool.RemoveTmpTask("4");
+    EXPECT_EQ("5", *funGetCursor());
+    clsPool.RemoveTmpTask("unknown");
+    EXPECT_EQ("5", *funGetCursor());
+    clsPool.RemoveTmpTask("0");
+    EXPECT_EQ("1", *funGetCursor());
+    clsPool.RemoveTmpTask("6");
+    EXPECT_EQ(lstTaskIds.end(), funGetCursor());
+    EXPECT_THAT(lstTaskIds, ElementsAre("1", "3", "5"));
+}
+
+TEST_F(PoolOwnerMapsTest, LooksForAnIdOnBothSidesOfTheLastOneByTurns)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    int iOwner = 0;
+    // No two tasks have the same id. If they had, the one that is met first would go.
+    const auto funDropAfterMiddle = [&](const std::list<std::string>& _lstTaskIds)
+    {
+        clsPool.m_mapTmpTaskCursors.clear();
+        clsPool.m_mapTmpTasks[&iOwner] = _lstTaskIds;
+        clsPool.m_mapTmpTaskOwner = {{"middle", &iOwner}, {"x", &iOwner}};
+        clsPool.RemoveTmpTask("middle");
+        clsPool.RemoveTmpTask("x");
+        return clsPool.m_mapTmpTasks[&iOwner];
+    };
+    EXPECT_THAT(funDropAfterMiddle({"x", "a", "middle", "b", "x"}), ElementsAre("x", "a", "b"));
+    EXPECT_THAT(funDropAfterMiddle({"x", "middle", "b", "x"}), ElementsAre("b", "x"));
+    EXPECT_THAT(funDropAfterMiddle({"x", "a", "middle", "b", "c", "x"}), ElementsAre("a", "b", "c", "x"));
+    EXPECT_THAT(funDropAfterMiddle({"x", "a", "b", "middle", "x"}), ElementsAre("x", "a", "b"));
+    EXPECT_THAT(funDropAfterMiddle({"x", "middle", "x"}), ElementsAre("x"));
+}
+
+TEST_F(PoolOwnerMapsTest, OwnerWhoseTasksAreAllGoneStartsAnew)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    int iOwner = 0;
+    for (int iRound = 0; iRound < 3; ++iRound)
+    {
+        for (const std::string& strTaskId : AddIds(clsPool, &iOwner, 3))
+        {
+            ExpectCursorsAgree(clsPool);
+            clsPool.RemoveTmpTask(strTaskId);
+        }
+        EXPECT_THAT(clsPool.m_mapTmpTasks, IsEmpty());
+        EXPECT_THAT(clsPool.m_mapTmpTaskCursors, IsEmpty());
+
+        const std::vector<std::string> vecIds = AddIds(clsPool, &iOwner, 3);
+        clsPool.RemoveTmpTask("1");
+        EXPECT_THAT(clsPool.TakeOwnedTasks(&iOwner), ElementsAre("0", "2"));
+        EXPECT_THAT(clsPool.m_mapTmpTasks, IsEmpty());
+        EXPECT_THAT(clsPool.m_mapTmpTaskOwner, IsEmpty());
+        EXPECT_THAT(clsPool.m_mapTmpTaskCursors, IsEmpty());
+        EXPECT_THAT(clsPool.TakeOwnedTasks(&iOwner), IsEmpty());
+    }
+}
+
+TEST_F(PoolOwnerMapsTest, IdsAreDroppedInAnyOrder)
+{
+    constexpr int IDS = 50;
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    int iOwner = 0;
+    std::vector<std::vector<std::string>> vecOrders(3, AddIds(clsPool, &iOwner, IDS));
+    clsPool.TakeOwnedTasks(&iOwner);
+    std::reverse(vecOrders[1].begin(), vecOrders[1].end());
+    std::shuffle(vecOrders[2].begin(), vecOrders[2].end(), std::mt19937(3)); // the same one each time
+    for (const int iStale : {0, 20})
+    {
+        for (const std::vector<std::string>& vecOrder : vecOrders)
+        {
+            CLS_OwnerModel clsModel;
+            for (int i = 0; i < iStale + IDS; ++i)
+            {
+                const std::string strTaskId =
+                    i < iStale ? "stale" + std::to_string(i) : std::to_string(i - iStale);
+                clsPool.AddOwnedTask(strTaskId, &iOwner);
+                clsModel.Add(strTaskId, &iOwner);
+            }
+            for (const std::string& strTaskId : vecOrder)
+            {
+                clsPool.RemoveTmpTask(strTaskId);
+                clsModel.Remove(strTaskId);
+                ASSERT_NO_FATAL_FAILURE(clsModel.ExpectEqual(clsPool)) << strTaskId;
+            }
+            EXPECT_EQ(static_cast<std::size_t>(iStale), clsPool.TakeOwnedTasks(&iOwner).size());
+        }
+    }
+}
+
+TEST_F(PoolOwnerMapsTest, AgreesWithASimpleModelOverManyOperations)
+{
+    constexpr int OPERATIONS = 5000;
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    CLS_OwnerModel clsModel;
+    std::array<int, 3> arrOwners{};
+    std::mt19937 clsRandom(20); // any operations will do, but the same ones
+    const auto funDraw = [&](std::size_t _uiEnd) { return std::size_t{clsRandom()} % _uiEnd; };
+    std::vector<std::string> vecKnown{"never noted"};
+    for (int i = 0; i < OPERATIONS; ++i)
+    {
+        void* const pOwner = &arrOwners.at(funDraw(arrOwners.size()));
+        const std::size_t uiKind = funDraw(100);
+        if (uiKind < 50)
+        {
+            vecKnown.push_back(std::to_string(i));
+            clsPool.AddOwnedTask(vecKnown.back(), pOwner);
+            clsModel.Add(vecKnown.back(), pOwner);
+        }
+        else if (uiKind < 99)
+        {
+            // Mostly the young ones, so that stale ones gather at the front; often one that is gone.
+            const std::size_t uiYoung =
+                funDraw(4) == 0 ? vecKnown.size() : std::min<std::size_t>(vecKnown.size(), 8);
+            const std::string strTaskId = vecKnown[vecKnown.size() - 1 - funDraw(uiYoung)];
+            clsPool.RemoveTmpTask(strTaskId);
+            clsModel.Remove(strTaskId);
+        }
+        else
+        {
+            ASSERT_EQ(clsModel.Take(pOwner), clsPool.TakeOwnedTasks(pOwner));
+        }
+        ASSERT_NO_FATAL_FAILURE(clsModel.ExpectEqual(clsPool)) << "operation " << i;
+    }
+    EXPECT_FALSE(clsPool.m_mapTmpTasks.empty());
 }
 } // namespace
