@@ -2,12 +2,19 @@
 
 #include <locale>
 #include <sstream>
+#include <utility>
 
 namespace
 {
 bool IsOwned(n_CVariantType _iType)
 {
     return _iType == CVariantType_String || _iType == CVariantType_Vector || _iType == CVariantType_Map;
+}
+
+/// Whether there is a value to such a type. To none and to types outside the table there is none.
+bool HasValue(n_CVariantType _iType)
+{
+    return _iType >= CVariantType_Bool && _iType <= CVariantType_Pointer;
 }
 
 /// The stream form of one value, the same on every machine whatever the host's locale.
@@ -60,6 +67,11 @@ CLS_CVariant::CLS_CVariant(const std::string& _strValue) : m_iType(CVariantType_
     m_uValue.m_pString = new std::string(_strValue);
 }
 
+CLS_CVariant::CLS_CVariant(std::string&& _strValue) : m_iType(CVariantType_String)
+{
+    m_uValue.m_pString = new std::string(std::move(_strValue));
+}
+
 CLS_CVariant::CLS_CVariant(const std::vector<CLS_CVariant>& _vecValue) : m_iType(CVariantType_Vector)
 {
     m_uValue.m_pVector = new std::vector<CLS_CVariant>(_vecValue);
@@ -80,6 +92,15 @@ CLS_CVariant::CLS_CVariant(const CLS_CVariant& _clsOther)
     *this = _clsOther;
 }
 
+CLS_CVariant::CLS_CVariant(CLS_CVariant&& _clsOther) noexcept
+    : m_iType(std::exchange(_clsOther.m_iType, CVariantType_None))
+{
+    if (HasValue(m_iType))
+    {
+        m_uValue = std::exchange(_clsOther.m_uValue, u_Value());
+    }
+}
+
 CLS_CVariant::~CLS_CVariant()
 {
     SetType(CVariantType_None);
@@ -95,10 +116,23 @@ CLS_CVariant& CLS_CVariant::operator=(const CLS_CVariant& _clsOther)
     const u_Value uValue = _clsOther.CopyValue();
     // From here on _clsOther may be gone: it may live in what is freed.
     SetType(iType);
-    if (iType >= CVariantType_Bool && iType <= CVariantType_Pointer)
+    if (HasValue(iType))
     {
         m_uValue = uValue;
     }
+    return *this;
+}
+
+CLS_CVariant& CLS_CVariant::operator=(CLS_CVariant&& _clsOther) noexcept
+{
+    CLS_CVariant clsTaken(std::move(_clsOther));
+    // From here on _clsOther may be gone: it may live in what is freed.
+    SetType(clsTaken.m_iType);
+    if (HasValue(m_iType))
+    {
+        m_uValue = clsTaken.m_uValue;
+    }
+    clsTaken.m_iType = CVariantType_None;
     return *this;
 }
 
@@ -174,6 +208,18 @@ std::string CLS_CVariant::ToString() const
         return PointerToString(m_uValue.m_pValue);
     default:
         return std::string();
+    }
+}
+
+void CLS_CVariant::AppendTo(std::string& _strText) const
+{
+    if (m_iType == CVariantType_String && m_uValue.m_pString != nullptr)
+    {
+        _strText += *m_uValue.m_pString;
+    }
+    else
+    {
+        _strText += ToString();
     }
 }
 

@@ -45,15 +45,22 @@ public:
     CLS_CVariant(double _dValue);
     CLS_CVariant(const char* _szValue); ///< a null _szValue is the empty text
     CLS_CVariant(const std::string& _strValue);
+    CLS_CVariant(std::string&& _strValue);
     CLS_CVariant(const std::vector<CLS_CVariant>& _vecValue);
     CLS_CVariant(const std::map<std::string, CLS_CVariant>& _mapValue);
     CLS_CVariant(void* _pValue);
     CLS_CVariant(const CLS_CVariant& _clsOther);
+    /// Takes the value and leaves nothing behind.
+    CLS_CVariant(CLS_CVariant&& _clsOther) noexcept;
     ~CLS_CVariant();
 
     /// A deep copy. Copies before it frees: _clsOther may be an element of this variant's own list or map,
     /// and a copy that fails (std::bad_alloc) leaves this variant as it was.
     CLS_CVariant& operator=(const CLS_CVariant& _clsOther);
+
+    /// Takes the value and leaves nothing behind. _clsOther may be an element of this variant's own list or
+    /// map.
+    CLS_CVariant& operator=(CLS_CVariant&& _clsOther) noexcept;
 
     n_CVariantType GetType() const { return m_iType; }
 
@@ -65,6 +72,9 @@ public:
     /// locale, elements of a list joined by "|" (kept on purpose: the separator is left out as long as the
     /// text so far is empty), "" for a map and for nothing, "0x..." for a pointer.
     std::string ToString() const;
+
+    /// The same text at the end of another.
+    void AppendTo(std::string& _strText) const;
 
     /// The flag; for any other type, whether the text is exactly "true".
     bool ToBool() const;

@@ -79,7 +79,9 @@ std::string MapToString(const std::map<std::string, CLS_CVariant>& _mapParam)
     std::string strText;
     for (const auto& [strKey, clsValue] : _mapParam)
     {
-        strText += "[" + strKey + "] : [" + clsValue.ToString() + "]\n";
+        strText.append("[").append(strKey).append("] : [");
+        clsValue.AppendTo(strText);
+        strText.append("]\n");
     }
     return strText;
 }

@@ -222,8 +222,9 @@ private:
     /// Every worker, owned, to its task's id or "".
     std::map<CLS_TaskThread*, std::string> m_mapThreadTask ZEL_GUARDED_BY(m_smThreadTaskLock);
 
-    /// Owner to the place in its list behind the id that was dropped last; one for each list. The next one to be
-    /// dropped is likely to be near, while ids of tasks that ran before they were listed gather at the front.
+    /// Owner to the place in its list behind the id that was dropped last; one for each list. The next one to
+    /// be dropped is likely to be near, while ids of tasks that ran before they were listed gather at the
+    /// front.
     std::map<void*, std::list<std::string>::iterator> m_mapTmpTaskCursors ZEL_GUARDED_BY(m_mtxTmpTasks);
 
     /// UnInit is at work: what it destroys may call it again. Atomic, for a task may do so meanwhile.

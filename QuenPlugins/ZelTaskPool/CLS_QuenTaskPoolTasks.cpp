@@ -23,7 +23,8 @@ constexpr std::chrono::milliseconds REFERENCE_POLL{1};
 constexpr int REFERENCE_POLLS = 300;
 
 /// The id's place in the list, or its end; looks around itNear first.
-std::list<std::string>::iterator FindNear(std::list<std::string>& _lstTaskIds, std::list<std::string>::iterator _itNear,
+std::list<std::string>::iterator FindNear(std::list<std::string>& _lstTaskIds,
+                                          std::list<std::string>::iterator _itNear,
                                           const std::string& _strTaskId)
 {
     auto itForward = _itNear;
@@ -117,9 +118,10 @@ bool CLS_QuenTaskPool::AddTmpTask(const std::function<void()>& _funTask, void* _
     try
     {
         const std::shared_ptr<CLS_Task> pTask = MakeTask(_funTask, ONE_SHOT, _strCallInfo);
-        AddWaitingTasks(pTask->GetId());
+        const std::string strTaskId = pTask->GetId();
+        AddWaitingTasks(strTaskId);
         // The task may have run by now. Its owner is noted all the same.
-        AddOwnedTask(pTask->GetId(), _pObj);
+        AddOwnedTask(strTaskId, _pObj);
         return true;
     }
     catch (...)

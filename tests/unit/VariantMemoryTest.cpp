@@ -4,6 +4,7 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <new>
+#include <utility>
 
 // The sanitizers bring operators of their own on some platforms. There the linker sends the program's calls
 // here first; elsewhere these are the program's operators.
@@ -259,5 +260,64 @@ TEST(VariantMemoryTest, AnInPlaceValueNeedsNoMemory)
     }
     t_stMemory.m_iUntilFailure = -1;
     EXPECT_EQ(iLiveBefore, t_stMemory.m_iLive);
+}
+
+/// The allocations that _funMove makes. None of them fails: a move lets no exception pass.
+int CountAllocations(const std::function<void()>& _funMove)
+{
+    constexpr int MANY = 1000;
+    t_stMemory.m_iUntilFailure = MANY;
+    _funMove();
+    return MANY - std::exchange(t_stMemory.m_iUntilFailure, -1);
+}
+
+TEST(VariantMemoryTest, AMoveNeedsNoMemory)
+{
+    for (CLS_CVariant clsSource : MakeOwning())
+    {
+        CLS_CVariant clsTarget(5);
+        EXPECT_EQ(0, CountAllocations([&] { clsTarget = std::move(clsSource); }));
+        EXPECT_EQ(0, CountAllocations([&] { const CLS_CVariant clsNew(std::move(clsTarget)); }));
+    }
+}
+
+TEST(VariantMemoryTest, AMoveFreesWhatTheTargetOwnedExactlyOnceAndNothingElse)
+{
+    const std::vector<CLS_CVariant> vecSources = MakeOwning();
+    for (const CLS_CVariant& clsBefore : vecSources)
+    {
+        for (const CLS_CVariant& clsOriginal : vecSources)
+        {
+            const long iLiveBefore = t_stMemory.m_iLive;
+            {
+                CLS_CVariant clsSource(clsOriginal);
+                const long iLiveSource = t_stMemory.m_iLive;
+                CLS_CVariant clsTarget(clsBefore);
+                clsTarget = std::move(clsSource);
+                EXPECT_EQ(iLiveSource, t_stMemory.m_iLive);
+                clsTarget = CLS_CVariant(5);
+                EXPECT_EQ(iLiveBefore, t_stMemory.m_iLive);
+            }
+            EXPECT_EQ(iLiveBefore, t_stMemory.m_iLive);
+        }
+    }
+}
+
+TEST(VariantMemoryTest, AMoveOfAnOwnElementFreesTheOthers)
+{
+    const long iLiveBefore = t_stMemory.m_iLive;
+    {
+        CLS_CVariant clsVariant(Variants{TEXT, MakeNested()});
+        clsVariant = std::move((*clsVariant.m_uValue.m_pVector)[0]);
+        EXPECT_EQ(TEXT, clsVariant.ToString());
+        EXPECT_EQ(iLiveBefore + 1, t_stMemory.m_iLive);
+    }
+    EXPECT_EQ(iLiveBefore, t_stMemory.m_iLive);
+}
+
+TEST(VariantMemoryTest, AStringThatIsGivenAwayNeedsMemoryForItsObjectAlone)
+{
+    std::string strText(1000, 'x');
+    EXPECT_EQ(1, CountAllocations([&] { const CLS_CVariant clsVariant(std::move(strText)); }));
 }
 } // namespace

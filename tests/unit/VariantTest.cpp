@@ -7,6 +7,7 @@
 #include <limits>
 #include <sstream>
 #include <type_traits>
+#include <utility>
 
 namespace
 {
@@ -125,6 +126,17 @@ TEST(VariantTest, TakesAStringWhole)
     const CLS_CVariant clsVariant(strText);
     EXPECT_EQ(CVariantType_String, clsVariant.GetType());
     EXPECT_EQ(strText, clsVariant.ToString());
+}
+
+TEST(VariantTest, TakesOverAStringThatIsGivenAway)
+{
+    std::string strText(1000, 'x');
+    const std::string strExpected = strText;
+    const void* const pLetters = strText.data();
+    const CLS_CVariant clsVariant(std::move(strText));
+    EXPECT_EQ(CVariantType_String, clsVariant.GetType());
+    EXPECT_EQ(strExpected, clsVariant.ToString());
+    EXPECT_EQ(pLetters, clsVariant.m_uValue.m_pString->data());
 }
 
 TEST(VariantTest, TakesAList)
@@ -321,5 +333,38 @@ TEST(VariantTest, TheHostsLocaleChangesNothing)
     EXPECT_EQ("1", CLS_CVariant(true).ToString());
     EXPECT_EQ("1000|0.5", CLS_CVariant(Variants{1000, 0.5}).ToString());
     EXPECT_EQ(strPointer, clsPointer.ToString());
+}
+
+TEST(VariantTest, AppendsTheTextThatItPrints)
+{
+    int iTarget = 0;
+    const Variants vecAll{CLS_CVariant(),
+                          true,
+                          -42,
+                          0.1,
+                          "",
+                          std::string("a\0b", 3),
+                          Variants{1, "x", Variants{2}},
+                          VariantMap{{"a", 1}},
+                          static_cast<void*>(&iTarget),
+                          static_cast<void*>(nullptr),
+                          MakeOfType(CVariantType_String),
+                          MakeOfType(CVariantType_Vector),
+                          MakeOfType(CVariantType_Map),
+                          MakeOfType(7)};
+    for (const CLS_CVariant& clsVariant : vecAll)
+    {
+        for (const char* const szBefore : {"", "before "})
+        {
+            std::string strText = szBefore;
+            clsVariant.AppendTo(strText);
+            EXPECT_EQ(szBefore + clsVariant.ToString(), strText);
+        }
+    }
+    std::string strText = "before ";
+    CLS_CVariant("text").AppendTo(strText);
+    CLS_CVariant(5).AppendTo(strText);
+    MakeOfType(CVariantType_String).AppendTo(strText);
+    EXPECT_EQ("before text5", strText);
 }
 } // namespace

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 #include <thread>
+#include <type_traits>
+#include <utility>
 
 // Assigning a variant to itself is what some tests are about.
 #if defined(__clang__)
@@ -269,5 +271,133 @@ TEST(VariantTypeTest, APointerIsSharedByCopies)
     clsCopy.SetType(CVariantType_None);
     EXPECT_EQ(&iTarget, clsSource.m_uValue.m_pValue);
     EXPECT_EQ(7, iTarget);
+}
+
+TEST(VariantTypeTest, MovesFailNever)
+{
+    // A list that grows moves its elements only then.
+    EXPECT_TRUE(std::is_nothrow_move_constructible_v<CLS_CVariant>);
+    EXPECT_TRUE(std::is_nothrow_move_assignable_v<CLS_CVariant>);
+}
+
+TEST(VariantTypeTest, MoveConstructionTakesEveryTypeAndLeavesNothing)
+{
+    for (CLS_CVariant clsSource : MakeOneOfEachType())
+    {
+        const n_CVariantType iType = clsSource.GetType();
+        const std::string strText = clsSource.ToString();
+        const void* const pValue = clsSource.m_uValue.m_pValue;
+        const std::size_t uiSize = clsSource.ToMap().size();
+        const CLS_CVariant clsTarget(std::move(clsSource));
+        EXPECT_EQ(iType, clsTarget.GetType());
+        EXPECT_EQ(strText, clsTarget.ToString());
+        EXPECT_EQ(pValue, clsTarget.m_uValue.m_pValue);
+        EXPECT_EQ(uiSize, clsTarget.ToMap().size());
+        EXPECT_EQ(CVariantType_None, clsSource.GetType()); // NOLINT(bugprone-use-after-move)
+    }
+}
+
+TEST(VariantTypeTest, MoveAssignmentTakesEveryTypeOverEveryTypeAndLeavesNothing)
+{
+    for (const CLS_CVariant& clsOriginal : MakeOneOfEachType())
+    {
+        for (CLS_CVariant clsTarget : MakeOneOfEachType())
+        {
+            CLS_CVariant clsSource(clsOriginal);
+            const void* const pValue = clsSource.m_uValue.m_pValue;
+            CLS_CVariant& clsResult = (clsTarget = std::move(clsSource));
+            EXPECT_EQ(&clsTarget, &clsResult);
+            EXPECT_EQ(clsOriginal.GetType(), clsTarget.GetType());
+            EXPECT_EQ(clsOriginal.ToString(), clsTarget.ToString());
+            EXPECT_EQ(clsOriginal.ToMap().size(), clsTarget.ToMap().size());
+            if (clsOriginal.GetType() != CVariantType_None)
+            {
+                EXPECT_EQ(pValue, clsTarget.m_uValue.m_pValue);
+            }
+            EXPECT_EQ(CVariantType_None, clsSource.GetType()); // NOLINT(bugprone-use-after-move)
+        }
+    }
+}
+
+TEST(VariantTypeTest, MoveFromNoneOrAnUnknownTypeTakesTheTypeAlone)
+{
+    for (const n_CVariantType iType : {CVariantType_None, TYPE_BEYOND, TYPE_BELOW})
+    {
+        CLS_CVariant clsSource(77);
+        clsSource.SetType(iType);
+        CLS_CVariant clsTarget(5);
+        clsTarget = std::move(clsSource);
+        EXPECT_EQ(iType, clsTarget.GetType());
+        EXPECT_EQ("", clsTarget.ToString());
+        clsTarget.SetType(CVariantType_LongLong);
+        EXPECT_EQ("5", clsTarget.ToString());
+
+        CLS_CVariant clsOther(77);
+        clsOther.SetType(iType);
+        CLS_CVariant clsMade(std::move(clsOther));
+        EXPECT_EQ(iType, clsMade.GetType());
+        clsMade.SetType(CVariantType_LongLong);
+        EXPECT_EQ("0", clsMade.ToString());
+    }
+}
+
+TEST(VariantTypeTest, MovesOfNullOwnedValuesAreNull)
+{
+    for (const n_CVariantType iType : {CVariantType_String, CVariantType_Vector, CVariantType_Map})
+    {
+        CLS_CVariant clsSource;
+        clsSource.SetType(iType);
+        CLS_CVariant clsTarget("text");
+        clsTarget = std::move(clsSource);
+        EXPECT_EQ(iType, clsTarget.GetType());
+        EXPECT_EQ(nullptr, clsTarget.m_uValue.m_pValue);
+    }
+}
+
+TEST(VariantTypeTest, SelfMoveChangesNothing)
+{
+    for (CLS_CVariant clsVariant : MakeOneOfEachType())
+    {
+        const n_CVariantType iType = clsVariant.GetType();
+        const std::string strText = clsVariant.ToString();
+        const void* const pValue = clsVariant.m_uValue.m_pValue;
+        CLS_CVariant& clsSame = clsVariant;
+        clsVariant = std::move(clsSame);
+        EXPECT_EQ(iType, clsVariant.GetType());
+        EXPECT_EQ(strText, clsVariant.ToString());
+        EXPECT_EQ(pValue, clsVariant.m_uValue.m_pValue);
+    }
+}
+
+TEST(VariantTypeTest, CanTakeAnElementOfItsOwnList)
+{
+    CLS_CVariant clsVariant(Variants{"first", Variants{"a long text that is kept on the heap", 2}});
+    clsVariant = std::move((*clsVariant.m_uValue.m_pVector)[1]);
+    EXPECT_EQ(CVariantType_Vector, clsVariant.GetType());
+    EXPECT_EQ("a long text that is kept on the heap|2", clsVariant.ToString());
+    clsVariant = std::move((*clsVariant.m_uValue.m_pVector)[0]);
+    EXPECT_EQ(CVariantType_String, clsVariant.GetType());
+    EXPECT_EQ("a long text that is kept on the heap", clsVariant.ToString());
+}
+
+TEST(VariantTypeTest, CanTakeAnEntryOfItsOwnMap)
+{
+    CLS_CVariant clsVariant(VariantMap{{"a", VariantMap{{"b", 7}}}, {"c", "x"}});
+    clsVariant = std::move((*clsVariant.m_uValue.m_pMap)["a"]);
+    ASSERT_EQ(CVariantType_Map, clsVariant.GetType());
+    EXPECT_EQ(1U, clsVariant.ToMap().size());
+    clsVariant = std::move((*clsVariant.m_uValue.m_pMap)["b"]);
+    EXPECT_EQ(CVariantType_LongLong, clsVariant.GetType());
+    EXPECT_EQ("7", clsVariant.ToString());
+}
+
+TEST(VariantTypeTest, WhatWasTakenFromCanBeUsedAgain)
+{
+    CLS_CVariant clsSource("text");
+    const CLS_CVariant clsTarget(std::move(clsSource));
+    EXPECT_EQ("", clsSource.ToString()); // NOLINT(bugprone-use-after-move)
+    clsSource = CLS_CVariant("next");
+    EXPECT_EQ("next", clsSource.ToString());
+    EXPECT_EQ("text", clsTarget.ToString());
 }
 } // namespace
