@@ -2,9 +2,10 @@
 
 #include "QuenInclude/CLS_LoadTurn.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
-#include <cstdio>
+#include <charconv>
 #include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
@@ -36,6 +37,16 @@ void PrintOpenError(const std::string& _strPath)
     {
         std::cerr << "load dll [" << _strPath << "] fail !!! " << szReason << std::endl;
     }
+}
+
+/// Appends the number in lower-case hexadecimal digits, _iLeast of them at least.
+void AppendHex(std::string& _strText, std::uint64_t _uiNumber, std::ptrdiff_t _iLeast)
+{
+    std::array<char, 16> arrDigits; // as many as 64 bits have
+    const auto stEnd = std::to_chars(arrDigits.data(), arrDigits.data() + arrDigits.size(), _uiNumber, 16);
+    const std::ptrdiff_t iDigits = stEnd.ptr - arrDigits.data();
+    _strText.append(static_cast<std::size_t>(std::max<std::ptrdiff_t>(_iLeast - iDigits, 0)), '0');
+    _strText.append(arrDigits.data(), stEnd.ptr);
 }
 } // namespace
 
@@ -69,9 +80,16 @@ std::string GetUuid()
         std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count());
     uiNum.store(uiCount + 1, std::memory_order_relaxed);
 
-    std::array<char, 64> szId{};
-    std::snprintf(szId.data(), szId.size(), "%08x-%04x-%08llx-%04x", uiRandom, uiThread, uiTime, uiCount);
-    return szId.data();
+    std::string strId;
+    strId.reserve(64);
+    AppendHex(strId, uiRandom, 8);
+    strId += '-';
+    AppendHex(strId, uiThread, 4);
+    strId += '-';
+    AppendHex(strId, uiTime, 8);
+    strId += '-';
+    AppendHex(strId, uiCount, 4);
+    return strId;
 }
 
 std::string MapToString(const std::map<std::string, CLS_CVariant>& _mapParam)
