@@ -1,6 +1,7 @@
 #pragma once
 
 #include "QuenInclude/CLS_Mutex.h"
+#include "QuenPlugins/ZelTaskPool/CLS_LoopEntry.h"
 #include "QuenPlugins/ZelTaskPool/CLS_PoolLock.h"
 #include "QuenPlugins/ZelTaskPool/CLS_Task.h"
 #include "QuenPlugins/ZelTaskPool/CLS_TaskThread.h"
@@ -170,6 +171,7 @@ private:
     void AddIdleThread(CLS_TaskThread* _pThread) ZEL_EXCLUDES(m_mtxIdleThreads);
 
     void LoopPass() ZEL_EXCLUDES(m_smLoopTasksLock);
+    void RefreshLoopEntries() ZEL_EXCLUDES(m_smLoopTasksLock);
     bool SleepBetweenPasses();
     void OvertimePass();
     std::vector<CLS_TaskThread*> TakeOverrunThreads() ZEL_EXCLUDES(m_mtxIdleThreads);
@@ -226,6 +228,14 @@ private:
     /// be dropped is likely to be near, while ids of tasks that ran before they were listed gather at the
     /// front.
     std::map<void*, std::list<std::string>::iterator> m_mapTmpTaskCursors ZEL_GUARDED_BY(m_mtxTmpTasks);
+
+    /// Counts the changes of m_vecLoopTasks.
+    std::uint64_t m_uiLoopListChanges ZEL_GUARDED_BY(m_smLoopTasksLock) = 0;
+    /// The loop tasks as the loop scheduler knows them, in list order, and the changes that it has seen. No
+    /// lock: for its thread only.
+    std::vector<CLS_LoopEntry> m_vecLoopEntries;
+    std::uint64_t m_uiSeenListChanges = 0;
+    std::uint64_t m_uiSeenIntervalChanges = 0;
 
     /// UnInit is at work: what it destroys may call it again. Atomic, for a task may do so meanwhile.
     std::atomic<bool> m_bEnding{false};

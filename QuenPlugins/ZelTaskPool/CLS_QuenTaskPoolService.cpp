@@ -3,6 +3,9 @@
 #include "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool.h"
 #include "QuenPlugins/ZelTaskPool/TaskPoolRecord.h"
 
+#include <algorithm>
+#include <functional>
+
 using TaskPoolRecord::FILE_POOL;
 
 namespace
@@ -20,6 +23,30 @@ void RecordBoundTask(const std::string& _strTaskId)
     const std::string strParam = pTask ? pTask->ParamToString() : std::string();
     TaskPoolRecord::Make(FILE_POOL, "FunTaskThreadWaitingOvertime", Logger::LOG_LEVEL_ERROR)
         << "OvertimeThread is fail taskId - " << _strTaskId << " " << strParam;
+}
+
+/// An entry for each id; uses up both lists, and takes over what it finds in _vecOld. The list loses ids
+/// anywhere and gets new ones at its end only, so that one walk finds them.
+std::vector<CLS_LoopEntry> MakeLoopEntries(std::vector<std::string>& _vecTaskIds,
+                                           std::vector<CLS_LoopEntry>& _vecOld)
+{
+    std::vector<CLS_LoopEntry> vecEntries;
+    vecEntries.reserve(_vecTaskIds.size());
+    auto itOld = _vecOld.begin();
+    for (std::string& strTaskId : _vecTaskIds)
+    {
+        itOld = std::find_if(itOld, _vecOld.end(),
+                             [&](const CLS_LoopEntry& _clsOld) { return _clsOld.GetTaskId() == strTaskId; });
+        if (itOld != _vecOld.end())
+        {
+            vecEntries.push_back(std::move(*itOld++));
+        }
+        else
+        {
+            vecEntries.emplace_back(std::move(strTaskId));
+        }
+    }
+    return vecEntries;
 }
 } // namespace
 
@@ -43,22 +70,46 @@ void CLS_QuenTaskPool::FunLoopThread()
 /// Queues each loop task that is due.
 void CLS_QuenTaskPool::LoopPass()
 {
-    std::vector<std::string> vecLoopTasks;
-    {
-        const CLS_SharedGuard lock(m_smLoopTasksLock);
-        vecLoopTasks = m_vecLoopTasks;
-    }
-    for (const std::string& strTaskId : vecLoopTasks)
+    RefreshLoopEntries();
+    auto tpNow = std::chrono::steady_clock::now();
+    for (CLS_LoopEntry& clsEntry : m_vecLoopEntries)
     {
         if (!m_bRun)
         {
             return;
         }
-        const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(strTaskId).lock();
-        if (pTask && pTask->IsUseRun())
+        if (clsEntry.IsDue(tpNow))
         {
-            AddWaitingTasks(strTaskId);
+            AddWaitingTasks(clsEntry.GetTaskId());
+            tpNow = std::chrono::steady_clock::now();
         }
+    }
+}
+
+/// Brings the scheduler's entries into line with the list, and with intervals that were changed.
+void CLS_QuenTaskPool::RefreshLoopEntries()
+{
+    std::vector<std::string> vecLoopTasks;
+    std::uint64_t uiListChanges = 0;
+    {
+        const CLS_SharedGuard lock(m_smLoopTasksLock);
+        uiListChanges = m_uiLoopListChanges;
+        if (uiListChanges != m_uiSeenListChanges)
+        {
+            vecLoopTasks = m_vecLoopTasks;
+        }
+    }
+    if (uiListChanges != m_uiSeenListChanges)
+    {
+        m_vecLoopEntries = MakeLoopEntries(vecLoopTasks, m_vecLoopEntries);
+        m_uiSeenListChanges = uiListChanges;
+    }
+    if (const std::uint64_t uiIntervalChanges = CLS_Task::GetIntervalChanges();
+        uiIntervalChanges != m_uiSeenIntervalChanges)
+    {
+        std::for_each(m_vecLoopEntries.begin(), m_vecLoopEntries.end(),
+                      std::mem_fn(&CLS_LoopEntry::ForgetTime));
+        m_uiSeenIntervalChanges = uiIntervalChanges;
     }
 }
 

@@ -118,6 +118,7 @@ void CLS_QuenTaskPool::ForgetLoopTasks()
 {
     const CLS_LockGuard lock(m_smLoopTasksLock);
     m_vecLoopTasks.clear();
+    ++m_uiLoopListChanges;
 }
 
 /// Stops every task that is bound to a worker, one after the other. Returns the workers whose run outlasted

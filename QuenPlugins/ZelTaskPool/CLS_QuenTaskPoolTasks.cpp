@@ -158,10 +158,13 @@ void CLS_QuenTaskPool::AddLoopTask(const std::function<void()>& _funTask, int _i
     try
     {
         const std::shared_ptr<CLS_Task> pTask = MakeTask(_funTask, _iInterval, _strCallInfo);
-        _strTaskId = pTask->GetId();
-        AddWaitingTasks(pTask->GetId());
+        const std::string strTaskId = pTask->GetId();
+        _strTaskId = strTaskId;
+        // The task may run from here on, and change the caller's text.
+        AddWaitingTasks(strTaskId);
         const CLS_LockGuard lock(m_smLoopTasksLock);
-        m_vecLoopTasks.push_back(pTask->GetId());
+        m_vecLoopTasks.push_back(strTaskId);
+        ++m_uiLoopListChanges;
     }
     catch (...)
     {
@@ -271,6 +274,7 @@ void CLS_QuenTaskPool::ForgetLoopTask(const std::string& _strTaskId)
     if (itTask != m_vecLoopTasks.end())
     {
         m_vecLoopTasks.erase(itTask);
+        ++m_uiLoopListChanges;
     }
 }
 

@@ -23,6 +23,9 @@ ST_Registry& GetRegistry()
     return s_stRegistry;
 }
 
+/// Calls of SetLoopInterval, of all tasks.
+std::atomic<std::uint64_t> s_uiIntervalChanges{0};
+
 constexpr int STOP_POLLS_PER_RECORD = 10;
 
 /// The status from which a task counts as executing.
@@ -199,6 +202,8 @@ bool CLS_Task::IsLoop()
 void CLS_Task::SetLoopInterval(int _iLoopInterval)
 {
     m_iLoopInterval.exchange(_iLoopInterval);
+    // Afterwards: who sees this count sees the new interval, too.
+    ++s_uiIntervalChanges;
 }
 
 int CLS_Task::GetLoopInterval()
@@ -218,6 +223,20 @@ bool CLS_Task::IsUseRun()
         return false;
     }
     return Util::GetElapsedMilliseconds(m_tpLastRun.load(std::memory_order_relaxed)) >= m_iLoopInterval;
+}
+
+std::chrono::steady_clock::time_point CLS_Task::GetEarliestRun()
+{
+    if (m_iTaskStatus > TASK_STATUS_IDLE || !m_bValid)
+    {
+        return std::chrono::steady_clock::time_point::min();
+    }
+    return m_tpLastRun.load(std::memory_order_relaxed) + std::chrono::milliseconds(m_iLoopInterval);
+}
+
+std::uint64_t CLS_Task::GetIntervalChanges()
+{
+    return s_uiIntervalChanges;
 }
 
 bool CLS_Task::GetValid()

@@ -103,6 +103,15 @@ public:
     /// it was made, before the first). Any thread, no lock.
     ZEL_TASKPOOL_EXPORT bool IsUseRun();
 
+    /// Before which moment IsUseRun stays false as long as the interval stays as it is; the distant past for
+    /// a task that is queued, executing or not valid, which may change at any moment. Any thread, no lock.
+    /// For the pool only: not exported.
+    std::chrono::steady_clock::time_point GetEarliestRun();
+
+    /// Counts the calls of SetLoopInterval, of all tasks. Any thread, no lock. For the pool only: not
+    /// exported.
+    static std::uint64_t GetIntervalChanges();
+
     /// Whether the task may still run. The library never sets it back to true. Any thread, no lock.
     ZEL_TASKPOOL_EXPORT bool GetValid();
     ZEL_TASKPOOL_EXPORT void SetValid(bool _bValid);

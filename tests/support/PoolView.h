@@ -35,11 +35,20 @@ inline std::vector<std::string> GetLoopTasks(CLS_QuenTaskPool& _clsPool)
     return _clsPool.m_vecLoopTasks;
 }
 
-/// Puts an id on the list of loop tasks, whatever it belongs to.
-inline void AddToLoopTasks(CLS_QuenTaskPool& _clsPool, const std::string& _strTaskId)
+/// Makes another list of the loop tasks' ids, whatever they belong to.
+inline void SetLoopTasks(CLS_QuenTaskPool& _clsPool, const std::vector<std::string>& _vecTaskIds)
 {
     const std::unique_lock<std::shared_mutex> lock(_clsPool.m_smLoopTasksLock);
-    _clsPool.m_vecLoopTasks.push_back(_strTaskId);
+    _clsPool.m_vecLoopTasks = _vecTaskIds;
+    ++_clsPool.m_uiLoopListChanges;
+}
+
+/// Puts an id on that list.
+inline void AddToLoopTasks(CLS_QuenTaskPool& _clsPool, const std::string& _strTaskId)
+{
+    std::vector<std::string> vecTaskIds = GetLoopTasks(_clsPool);
+    vecTaskIds.push_back(_strTaskId);
+    SetLoopTasks(_clsPool, vecTaskIds);
 }
 
 inline std::map<void*, std::list<std::string>> GetOwned(CLS_QuenTaskPool& _clsPool)

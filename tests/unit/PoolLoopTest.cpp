@@ -6,6 +6,8 @@
 #include <chrono>
 #include <climits>
 #include <gmock/gmock.h>
+#include <shared_mutex>
+#include <utility>
 
 namespace
 {
@@ -33,7 +35,10 @@ protected:
 
     static void SetLastRun(const std::string& _strTaskId, steady_clock::duration _nsAgo)
     {
-        GetTask(_strTaskId)->m_tpLastRun = steady_clock::now() - _nsAgo;
+        const std::shared_ptr<CLS_Task> pTask = GetTask(_strTaskId);
+        pTask->m_tpLastRun = steady_clock::now() - _nsAgo;
+        // Time does not jump: the scheduler would not ask again so soon but for this.
+        pTask->SetLoopInterval(pTask->GetLoopInterval());
     }
 };
 
@@ -43,10 +48,7 @@ TEST_F(PoolLoopTest, DueTasksAreQueuedInListOrderAndWait)
     const std::string strFirst = MakeListedTask(clsPool);
     const std::string strSecond = MakeListedTask(clsPool);
     const std::string strThird = MakeListedTask(clsPool);
-    {
-        const std::unique_lock<std::shared_mutex> lock(clsPool.m_smLoopTasksLock);
-        clsPool.m_vecLoopTasks = {strThird, strFirst, strSecond};
-    }
+    PoolView::SetLoopTasks(clsPool, {strThird, strFirst, strSecond});
     clsPool.LoopPass();
     EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strThird, strFirst, strSecond));
     EXPECT_THAT(PoolView::GetLoopTasks(clsPool), ElementsAre(strThird, strFirst, strSecond));
@@ -284,5 +286,185 @@ TEST_F(PoolLoopTest, NoLoopTaskIsQueuedAfterThePoolsEnd)
     EXPECT_TRUE(PoolView::IsRegistered(strOld));
     EXPECT_THAT(PoolView::GetLoopTasks(clsNext), ElementsAre(strNew));
     clsNext.UnInit();
+}
+
+TEST_F(PoolLoopTest, TimeThatIsKnownIsNotAskedForAgainUntilAnIntervalIsSet)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    const std::string strTaskId = MakeListedTask(clsPool);
+    SetLastRun(strTaskId, hours(0));
+    clsPool.LoopPass();
+    clsPool.LoopPass();
+    GetTask(strTaskId)->m_tpLastRun = steady_clock::now() - hours(2);
+    clsPool.LoopPass();
+    EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
+    CLS_Task([] {}, 0, "").SetLoopInterval(0); // whoever's interval it is
+    clsPool.LoopPass();
+    EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strTaskId));
+}
+
+TEST_F(PoolLoopTest, IntervalIsSeenByTheNextPass)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    const std::string strShorter = MakeListedTask(clsPool);
+    const std::string strLonger = MakeListedTask(clsPool);
+    SetLastRun(strShorter, hours(0));
+    SetLastRun(strLonger, hours(0));
+    clsPool.LoopPass();
+    EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
+    GetTask(strShorter)->SetLoopInterval(0);
+    GetTask(strLonger)->SetLoopInterval(INT_MAX);
+    clsPool.LoopPass();
+    EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strShorter));
+    GetTask(strLonger)->SetLoopInterval(HOUR);
+    clsPool.LoopPass();
+    GetTask(strLonger)->SetLoopInterval(0);
+    clsPool.LoopPass();
+    EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strShorter, strLonger));
+}
+
+TEST_F(PoolLoopTest, ChangesOfTheListAreSeenByTheNextPass)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    std::vector<std::string> vecTasks;
+    for (int i = 0; i < 4; ++i)
+    {
+        vecTasks.push_back(MakeListedTask(clsPool, 0));
+        GetTask(vecTasks.back())->SetTaskStatus(TASK_STATUS_WAITING);
+    }
+    clsPool.LoopPass();
+    clsPool.ForgetLoopTask(vecTasks[1]);
+    std::string strNew;
+    clsPool.AddLoopTask([] {}, 0, strNew, "");
+    PoolView::ClearQueue(clsPool);
+    for (const std::string& strTaskId : {vecTasks[0], vecTasks[1], vecTasks[2], vecTasks[3], strNew})
+    {
+        GetTask(strTaskId)->SetTaskStatus(TASK_STATUS_IDLE);
+    }
+    clsPool.LoopPass();
+    EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(vecTasks[0], vecTasks[2], vecTasks[3], strNew));
+
+    PoolView::ClearQueue(clsPool);
+    clsPool.ForgetLoopTasks();
+    for (const std::string& strTaskId : {vecTasks[0], vecTasks[2], vecTasks[3], strNew})
+    {
+        GetTask(strTaskId)->SetTaskStatus(TASK_STATUS_IDLE);
+    }
+    clsPool.LoopPass();
+    EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
+}
+
+TEST_F(PoolLoopTest, TasksThatAreKnownNeedNoLookUpAlsoWhenTheListHasChanged)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    std::vector<std::string> vecTasks;
+    for (int i = 0; i < 5; ++i)
+    {
+        vecTasks.push_back(MakeListedTask(clsPool));
+        SetLastRun(vecTasks.back(), hours(0));
+    }
+    const std::shared_ptr<CLS_Task> pBusy = GetTask(vecTasks[3]);
+    pBusy->SetTaskStatus(TASK_STATUS_RUNNING);
+    clsPool.LoopPass();
+    clsPool.ForgetLoopTask(vecTasks[0]);
+    clsPool.ForgetLoopTask(vecTasks[2]);
+    pBusy->SetLoopInterval(0); // all are asked again
+    CLS_Gate clsEnded;
+    std::unique_lock<std::shared_mutex> lock(CLS_Task::m_smTaskDataLock);
+    std::thread thPass(
+        [&]
+        {
+            clsPool.LoopPass();
+            clsPool.LoopPass();
+            clsEnded.Open();
+        });
+    EXPECT_TRUE(clsEnded.Wait()) << "the pass looks into the registry";
+    lock.unlock();
+    thPass.join();
+    EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
+    EXPECT_EQ(3U, clsPool.m_vecLoopEntries.size());
+    pBusy->SetTaskStatus(TASK_STATUS_IDLE);
+}
+
+TEST_F(PoolLoopTest, TaskThatLeftTheRegistryIsNotQueuedThoughTheHostKeepsIt)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    const std::string strGone = MakeListedTask(clsPool, 0);
+    const std::string strDue = MakeListedTask(clsPool, 0);
+    const std::shared_ptr<CLS_Task> pKept = GetTask(strGone);
+    for (const std::string& strTaskId : {strGone, strDue})
+    {
+        GetTask(strTaskId)->SetTaskStatus(TASK_STATUS_WAITING);
+    }
+    clsPool.LoopPass();
+    CLS_Task::DeleteTask(strGone);
+    pKept->SetTaskStatus(TASK_STATUS_IDLE);
+    GetTask(strDue)->SetTaskStatus(TASK_STATUS_IDLE);
+    clsPool.LoopPass();
+    EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strDue));
+    EXPECT_EQ(TASK_STATUS_IDLE, pKept->GetTaskStatus());
+    EXPECT_THAT(LogRecorder::Take(), IsEmpty());
+}
+
+TEST_F(PoolLoopTest, TaskThatIsRegisteredUnderAListedIdIsFound)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    const auto funRegister = [&](const std::string& _strTaskId)
+    {
+        const std::string strOther = MakeTask([] {}, 0);
+        const std::unique_lock<std::shared_mutex> lock(CLS_Task::m_smTaskDataLock);
+        auto clsEntry = CLS_Task::m_mapTaskData.extract(strOther);
+        clsEntry.key() = _strTaskId;
+        CLS_Task::m_mapTaskData.insert(std::move(clsEntry));
+    };
+    PoolView::AddToLoopTasks(clsPool, "later");
+    clsPool.LoopPass();
+    EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
+    for (int i = 0; i < 2; ++i)
+    {
+        funRegister("later");
+        clsPool.LoopPass();
+        EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre("later"));
+        PoolView::ClearQueue(clsPool);
+        CLS_Task::DeleteTask("later");
+        clsPool.LoopPass();
+        EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
+    }
+}
+
+TEST_F(PoolLoopTest, StoppedTaskThatIsMadeValidAgainIsQueuedWhenItIsDue)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    const std::string strDue = MakeListedTask(clsPool);
+    const std::string strEarly = MakeListedTask(clsPool);
+    SetLastRun(strEarly, hours(0));
+    clsPool.StopTask(strDue);
+    clsPool.StopTask(strEarly);
+    clsPool.LoopPass();
+    clsPool.LoopPass();
+    EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
+    GetTask(strDue)->SetValid(true);
+    GetTask(strEarly)->SetValid(true);
+    clsPool.LoopPass();
+    EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strDue));
+}
+
+TEST_F(PoolLoopTest, PassSeesTheTimeThatItsQueueingTook)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    const std::string strFirst = MakeListedTask(clsPool);
+    const std::string strSecond = MakeListedTask(clsPool, 300);
+    GetTask(strFirst)->SetTaskStatus(TASK_STATUS_WAITING);
+    SetLastRun(strSecond, hours(0));
+    clsPool.LoopPass();
+    EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
+    GetTask(strFirst)->SetTaskStatus(TASK_STATUS_IDLE);
+    std::unique_lock<std::mutex> lock(clsPool.m_mtxWaitingTasks);
+    std::thread thPass([&] { clsPool.LoopPass(); });
+    EXPECT_TRUE(WaitUntil([&] { return GetTask(strFirst)->GetTaskStatus() == TASK_STATUS_WAITING; }));
+    EXPECT_TRUE(WaitUntil([&] { return GetTask(strSecond)->IsUseRun(); }));
+    lock.unlock();
+    thPass.join();
+    EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strFirst, strSecond));
 }
 } // namespace

@@ -160,6 +160,41 @@ TEST_F(PoolMemoryTest, LoopTaskThatCouldNotBeQueuedIsQueuedByTheNextPass)
     EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strTaskId));
 }
 
+TEST_F(PoolMemoryTest, LoopPassThatFailsIsMadeUpForByTheNextOne)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    const std::string strBusy = MakeTask([] {}, 0);
+    const std::string strDue = MakeTask([] {}, 0);
+    PoolView::GetTask(strBusy)->SetTaskStatus(TASK_STATUS_WAITING);
+    PoolView::AddToLoopTasks(clsPool, strBusy);
+    clsPool.LoopPass();
+    int iFailures = 0;
+    for (bool bFailed = true; bFailed; ++iFailures)
+    {
+        PoolView::SetLoopTasks(clsPool, {strBusy, strDue});
+        FailingMemory::FailAt(iFailures + 1);
+        bFailed = false;
+        try
+        {
+            clsPool.LoopPass();
+        }
+        catch (const std::bad_alloc&)
+        {
+            bFailed = true;
+        }
+        FailingMemory::Stop();
+        if (bFailed)
+        {
+            EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
+            clsPool.LoopPass();
+        }
+        EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strDue));
+        PoolView::GetTask(strDue)->SetTaskStatus(TASK_STATUS_IDLE);
+        PoolView::ClearQueue(clsPool);
+    }
+    EXPECT_GE(iFailures, 3) << "at least the list's copy, and the new entries, should have failed";
+}
+
 TEST_F(PoolMemoryTest, WorkerThatCannotCopyTheIdRunsItsTaskAllTheSame)
 {
     if (!FailingMemory::REACHES_ALL)

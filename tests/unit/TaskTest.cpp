@@ -8,6 +8,7 @@
 #include <atomic>
 #include <chrono>
 #include <climits>
+#include <cstdint>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <stdexcept>
@@ -366,5 +367,50 @@ TEST_F(TaskTest, SeveralThreadsUseOneTaskAtOnce)
     EXPECT_EQ(ROUNDS, iRuns);
     EXPECT_EQ(ROUNDS - 1, clsTask.GetLoopInterval());
     EXPECT_FALSE(clsTask.IsRunning());
+}
+
+TEST_F(TaskTest, EarliestRunIsTheIntervalAfterTheLastOne)
+{
+    CLS_Task clsTask([] {}, 40, "");
+    for (const int iInterval : {INT_MIN, -1, 0, 1, 100000, INT_MAX})
+    {
+        clsTask.SetLoopInterval(iInterval);
+        EXPECT_EQ(clsTask.m_tpLastRun.load() + milliseconds(iInterval), clsTask.GetEarliestRun());
+    }
+    clsTask.m_tpLastRun = steady_clock::now() - hours(2);
+    EXPECT_EQ(clsTask.m_tpLastRun.load() + milliseconds(INT_MAX), clsTask.GetEarliestRun());
+}
+
+TEST_F(TaskTest, EarliestRunMayBeAnyMomentWhileTheTaskIsBusyOrNotValid)
+{
+    CLS_Task clsTask([] {}, 3600000, "");
+    const steady_clock::time_point tpEarliest = clsTask.GetEarliestRun();
+    for (const std::int32_t iStatus : {1, 2, 3})
+    {
+        clsTask.SetTaskStatus(static_cast<n_TaskStatus>(iStatus));
+        EXPECT_EQ(steady_clock::time_point::min(), clsTask.GetEarliestRun()) << iStatus;
+    }
+    clsTask.SetTaskStatus(TASK_STATUS_IDLE);
+    EXPECT_EQ(tpEarliest, clsTask.GetEarliestRun());
+    clsTask.SetValid(false);
+    EXPECT_EQ(steady_clock::time_point::min(), clsTask.GetEarliestRun());
+    clsTask.SetValid(true);
+    EXPECT_EQ(tpEarliest, clsTask.GetEarliestRun());
+}
+
+TEST_F(TaskTest, EverySettingOfAnIntervalCounts)
+{
+    const std::uint64_t uiBefore = CLS_Task::GetIntervalChanges();
+    CLS_Task clsFirst([] {}, 40, "");
+    CLS_Task clsSecond([] {}, 40, "");
+    EXPECT_EQ(uiBefore, CLS_Task::GetIntervalChanges());
+    clsFirst.SetLoopInterval(50);
+    EXPECT_EQ(uiBefore + 1, CLS_Task::GetIntervalChanges());
+    clsSecond.SetLoopInterval(60);
+    EXPECT_EQ(uiBefore + 2, CLS_Task::GetIntervalChanges());
+    clsSecond.SetLoopInterval(60); // also one that changes nothing
+    EXPECT_EQ(uiBefore + 3, CLS_Task::GetIntervalChanges());
+    EXPECT_EQ(50, clsFirst.GetLoopInterval());
+    EXPECT_EQ(60, clsSecond.GetLoopInterval());
 }
 } // namespace
