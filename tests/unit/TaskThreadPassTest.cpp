@@ -3,11 +3,13 @@
 #include "tests/support/RecordMatchers.h"
 #include "tests/support/ThreadFixture.h"
 #include "tests/support/Waiting.h"
+#include "tests/support/WatchedYields.h"
 
 #include <chrono>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
+#include <mutex>
 #include <pthread.h>
 #include <stdexcept>
 #include <system_error>
@@ -234,7 +236,9 @@ TEST_F(TaskThreadPassTest, AbandonedWorkerEndsAfterItsJob)
             EXPECT_FALSE(_pWorker->GetRunGate().LeaveRun());
             EXPECT_TRUE(_pWorker->m_bRun);
         }));
+    const CLS_WatchedYields clsYields;
     m_clsWorker.FunTask();
+    EXPECT_EQ(0, clsYields.GetYields());
     EXPECT_FALSE(m_clsWorker.m_funFunction);
 }
 
@@ -253,5 +257,57 @@ TEST_F(TaskThreadPassTest, AbandonedWorkerEndsAlsoWhenItsJobFailed)
     m_clsWorker.FunTask();
     EXPECT_EQ(1, iCalls);
     EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsThreadRecord(3, "FunTask", "thread handler error - -1")));
+}
+
+TEST_F(TaskThreadPassTest, GivesWayOnceAfterEachJobAndHoldsNothingMeanwhile)
+{
+    int iCalls = 0;
+    const CLS_WatchedYields clsYields(
+        [&]
+        {
+            EXPECT_TRUE(IsMutexFree());
+            EXPECT_NE(m_tpMarker, m_clsWorker.m_tpLastActive.load());
+            m_clsWorker.m_tpLastActive = m_tpMarker;
+        });
+    EXPECT_TRUE(m_clsWorker.AddFunction(
+        [&](CLS_TaskThread* _pWorker)
+        {
+            EXPECT_EQ(iCalls, clsYields.GetYields());
+            if (++iCalls < 3)
+            {
+                throw 1;
+            }
+            _pWorker->m_bRun = false;
+        }));
+    m_clsWorker.FunTask();
+    EXPECT_EQ(3, iCalls);
+    EXPECT_EQ(3, clsYields.GetYields());
+    EXPECT_EQ(2U, LogRecorder::Take().size());
+}
+
+TEST_F(TaskThreadPassTest, DoesNotGiveWayWhileItIsIdle)
+{
+    const CLS_WatchedYields clsYields;
+    std::thread thHost(
+        [&]
+        {
+            for (int i = 0; i < 20; ++i)
+            {
+                const std::lock_guard<std::mutex> lock(m_clsWorker.m_mtxFunction);
+                m_clsWorker.m_cvFunction.notify_one();
+            }
+            m_clsWorker.AddFunction([](CLS_TaskThread* _pWorker) { _pWorker->m_bRun = false; });
+        });
+    m_clsWorker.FunTask();
+    thHost.join();
+    EXPECT_EQ(1, clsYields.GetYields());
+}
+
+TEST_F(TaskThreadPassTest, DoesNotGiveWayWhenItEndsWithoutAJob)
+{
+    const CLS_WatchedYields clsYields;
+    m_clsWorker.RequestEnd();
+    m_clsWorker.FunTask();
+    EXPECT_EQ(0, clsYields.GetYields());
 }
 } // namespace
