@@ -30,7 +30,12 @@ public:
     bool try_lock() ZEL_TRY_ACQUIRE(true)
     {
         PoolLockCheck::RequireNone();
-        return Mutex::try_lock() && NoteTaken();
+        if (!Mutex::try_lock())
+        {
+            return false;
+        }
+        PoolLockCheck::NoteTaken();
+        return true;
     }
     void unlock() ZEL_RELEASE()
     {
@@ -46,19 +51,17 @@ public:
     bool try_lock_shared() ZEL_TRY_ACQUIRE_SHARED(true)
     {
         PoolLockCheck::RequireNone();
-        return Mutex::try_lock_shared() && NoteTaken();
+        if (!Mutex::try_lock_shared())
+        {
+            return false;
+        }
+        PoolLockCheck::NoteTaken();
+        return true;
     }
     void unlock_shared() ZEL_RELEASE_SHARED()
     {
         Mutex::unlock_shared();
         PoolLockCheck::NoteGiven();
-    }
-
-private:
-    static bool NoteTaken()
-    {
-        PoolLockCheck::NoteTaken();
-        return true;
     }
 };
 
