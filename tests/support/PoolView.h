@@ -114,25 +114,23 @@ inline std::shared_ptr<CLS_Task> GetTask(const std::string& _strTaskId)
 /// calling thread's locks count, too.
 inline bool AreLocksFree(CLS_QuenTaskPool& _clsPool)
 {
-    bool bFree = true;
-    const auto funTry = [&bFree](auto& _mtxAny)
+    bool bFree = false;
+    const auto funTry = [](auto& _mtxAny)
     {
-        if (!_mtxAny.try_lock())
+        // The pool's threads hold it for a moment now and then; the calling thread would go on holding it.
+        if (!WaitUntil([&] { return _mtxAny.try_lock(); }))
         {
-            bFree = false;
-            return;
+            return false;
         }
         _mtxAny.unlock();
+        return true;
     };
     std::thread(
         [&]
         {
-            funTry(CLS_Task::m_smTaskDataLock);
-            funTry(_clsPool.m_mtxWaitingTasks);
-            funTry(_clsPool.m_smLoopTasksLock);
-            funTry(_clsPool.m_mtxTmpTasks);
-            funTry(_clsPool.m_mtxIdleThreads);
-            funTry(_clsPool.m_smThreadTaskLock);
+            bFree = funTry(CLS_Task::m_smTaskDataLock) && funTry(_clsPool.m_mtxWaitingTasks) &&
+                    funTry(_clsPool.m_smLoopTasksLock) && funTry(_clsPool.m_mtxTmpTasks) &&
+                    funTry(_clsPool.m_mtxIdleThreads) && funTry(_clsPool.m_smThreadTaskLock);
         })
         .join();
     return bFree;
