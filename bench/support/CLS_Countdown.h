@@ -1,0 +1,35 @@
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstddef>
+#include <mutex>
+
+/// Lets a thread sleep until so many things have happened. Cheap to count, for tasks do it. Thread-safe.
+class CLS_Countdown
+{
+public:
+    explicit CLS_Countdown(std::size_t _uiCount) : m_uiLeft(_uiCount) {}
+
+    void CountDown()
+    {
+        if (m_uiLeft.fetch_sub(1) == 1)
+        {
+            const std::lock_guard<std::mutex> lock(m_mtxZero);
+            m_bZero = true;
+            m_cvZero.notify_all();
+        }
+    }
+
+    void Wait()
+    {
+        std::unique_lock<std::mutex> lock(m_mtxZero);
+        m_cvZero.wait(lock, [this] { return m_bZero; });
+    }
+
+private:
+    std::atomic<std::size_t> m_uiLeft;
+    std::mutex m_mtxZero; ///< guards m_bZero
+    std::condition_variable m_cvZero;
+    bool m_bZero = false;
+};

@@ -1,0 +1,81 @@
+// The pool, as a host uses it: opened at run time, nothing linked.
+
+#include "bench/support/RetrySleeps.h"
+#include "bench/workloads/CLS_System.h"
+#include "examples/hash_tree/PoolLibrary.h"
+
+#include <stdexcept>
+#include <vector>
+
+namespace
+{
+const std::string CALL_INFO = "benchmark";
+
+class CLS_Ours : public CLS_System
+{
+public:
+    explicit CLS_Ours(const std::string& _strLibrary) : m_clsPool(_strLibrary)
+    {
+        // The first use builds the pool and must not race another.
+        m_clsPool.m_funRemoveTask("", CALL_INFO);
+    }
+
+    ~CLS_Ours() override { m_clsPool.m_funUnInit(); }
+
+    unsigned GetThreadLimit() const override { return 301; }
+
+    void Submit(const std::function<void()>& _funTask, void* _pOwner) override
+    {
+        if (!m_clsPool.m_funAddTmpTask(_funTask, _pOwner, CALL_INFO))
+        {
+            throw std::runtime_error("the pool refused a task");
+        }
+    }
+
+    bool OffersRemoval() const override { return true; }
+    void Remove(void* _pOwner) override { m_clsPool.m_funRemoveTmpTask(_pOwner, CALL_INFO); }
+
+    bool OffersLoops() const override { return true; }
+    void AddLoop(const std::function<void()>& _funTask, int _iInterval) override
+    {
+        std::string strTaskId;
+        m_clsPool.m_funAddLoopTask(_funTask, _iInterval, strTaskId, CALL_INFO);
+        m_vecLoops.push_back(strTaskId);
+    }
+    void RemoveLoops() override
+    {
+        for (const std::string& strTaskId : m_vecLoops)
+        {
+            m_clsPool.m_funRemoveTask(strTaskId, CALL_INFO);
+        }
+        m_vecLoops.clear();
+    }
+
+    std::optional<std::uint64_t> GetRetries() const override { return CountRetrySleeps(); }
+
+private:
+    const CLS_PoolLibrary m_clsPool;
+    std::vector<std::string> m_vecLoops;
+};
+} // namespace
+
+const char* System::GetName()
+{
+    return "ours";
+}
+
+std::string System::Describe()
+{
+    return "this pool, up to 301 threads";
+}
+
+bool System::TakesThreads()
+{
+    return false;
+}
+
+std::unique_ptr<CLS_System> System::Make(const ST_Setup& _stSetup)
+{
+    const std::string& strLibrary = _stSetup.m_strLibrary;
+    return std::make_unique<CLS_Ours>(strLibrary.empty() ? CLS_PoolLibrary::UsualName() : strLibrary);
+}

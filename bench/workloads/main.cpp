@@ -1,0 +1,167 @@
+// A program for one system: runs workloads on it, and prints a line of JSON for each measurement.
+
+#include "bench/workloads/Workloads.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdlib>
+#include <exception>
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace
+{
+using Json = nlohmann::ordered_json;
+
+struct ST_Options
+{
+    std::vector<std::string> m_vecWorkloads;
+    bool m_bQuick = false;
+    bool m_bDescribe = false;
+    ST_Setup m_stSetup;
+};
+
+Cases MakeCases(bool _bQuick)
+{
+    Cases vecCases;
+    Workloads::AddBlockingTasks(vecCases, _bQuick);
+    Workloads::AddSubmissionCost(vecCases, _bQuick);
+    Workloads::AddStartDelay(vecCases, _bQuick);
+    Workloads::AddThroughput(vecCases, _bQuick);
+    return vecCases;
+}
+
+/// As results call it: "Qt" as it comes, "Qt/301" with so many threads.
+std::string GetSystemName(const ST_Setup& _stSetup)
+{
+    const std::string strName = System::GetName();
+    return _stSetup.m_uiThreads == 0 ? strName : strName + "/" + std::to_string(_stSetup.m_uiThreads);
+}
+
+void PrintLine(const Json& _clsLine)
+{
+    std::cout << _clsLine.dump() << std::endl;
+}
+
+void Describe(const ST_Setup& _stSetup)
+{
+    PrintLine({{"system", GetSystemName(_stSetup)},
+               {"describe", System::Describe()},
+               {"takes_threads", System::TakesThreads()}});
+}
+
+void RunCase(const ST_Case& _stCase, const ST_Setup& _stSetup)
+{
+    ST_Result stResult;
+    {
+        const std::unique_ptr<CLS_System> pSystem = System::Make(_stSetup);
+        _stCase.m_funMeasure(*pSystem, stResult);
+    }
+    Json clsLine{{"system", GetSystemName(_stSetup)},
+                 {"workload", _stCase.m_strWorkload},
+                 {"case", _stCase.m_strCase},
+                 {"x", _stCase.m_dX}};
+    if (!stResult.m_strNotOffered.empty())
+    {
+        clsLine["not_offered"] = stResult.m_strNotOffered;
+    }
+    Json clsValues = Json::object();
+    for (const auto& [strName, dValue] : stResult.m_vecValues)
+    {
+        clsValues[strName] = dValue;
+    }
+    clsLine["values"] = clsValues;
+    PrintLine(clsLine);
+}
+
+int RunCaseHere(const ST_Case& _stCase, const ST_Setup& _stSetup)
+{
+    try
+    {
+        RunCase(_stCase, _stSetup);
+        return EXIT_SUCCESS;
+    }
+    catch (const std::exception& clsError)
+    {
+        std::cerr << GetSystemName(_stSetup) << " " << _stCase.m_strWorkload << " " << _stCase.m_strCase
+                  << ": " << clsError.what() << std::endl;
+        return EXIT_FAILURE;
+    }
+}
+
+/// Each case has a process of its own: nothing that one leaves behind shows in the next.
+bool RunCaseApart(const ST_Case& _stCase, const ST_Setup& _stSetup)
+{
+    const pid_t iChild = fork();
+    if (iChild == 0)
+    {
+        std::_Exit(RunCaseHere(_stCase, _stSetup));
+    }
+    int iStatus = 0;
+    if (iChild < 0 || waitpid(iChild, &iStatus, 0) != iChild)
+    {
+        std::cerr << "cannot start a process" << std::endl;
+        return false;
+    }
+    return WIFEXITED(iStatus) && WEXITSTATUS(iStatus) == EXIT_SUCCESS;
+}
+
+bool IsAsked(const ST_Options& _stOptions, const std::string& _strWorkload)
+{
+    const std::vector<std::string>& vecAsked = _stOptions.m_vecWorkloads;
+    return vecAsked.empty() || std::find(vecAsked.begin(), vecAsked.end(), _strWorkload) != vecAsked.end();
+}
+
+bool RunAll(const ST_Options& _stOptions)
+{
+    bool bAllRan = true;
+    for (const ST_Case& stCase : MakeCases(_stOptions.m_bQuick))
+    {
+        if (IsAsked(_stOptions, stCase.m_strWorkload))
+        {
+            bAllRan = RunCaseApart(stCase, _stOptions.m_stSetup) && bAllRan;
+        }
+    }
+    return bAllRan;
+}
+
+void DescribeOptions(CLI::App& _clsApp, ST_Options& _stOptions)
+{
+    _clsApp.add_option("workload", _stOptions.m_vecWorkloads, "W1, W2, ...; all when none is named");
+    _clsApp.add_flag("--quick", _stOptions.m_bQuick, "Show that everything works; the numbers mean nothing");
+    _clsApp.add_flag("--describe", _stOptions.m_bDescribe, "Print version and configuration only");
+    _clsApp.add_option("--threads", _stOptions.m_stSetup.m_uiThreads,
+                       "So many threads instead of the default, where the system can be told");
+    _clsApp.add_option("--library", _stOptions.m_stSetup.m_strLibrary,
+                       "The pool library to open, where one is opened");
+}
+
+int Run(int _iArguments, char** _ppArguments)
+{
+    CLI::App clsApp(std::string("Measures ") + System::GetName());
+    ST_Options stOptions;
+    DescribeOptions(clsApp, stOptions);
+    CLI11_PARSE(clsApp, _iArguments, _ppArguments);
+    if (stOptions.m_bDescribe)
+    {
+        Describe(stOptions.m_stSetup);
+        return EXIT_SUCCESS;
+    }
+    return RunAll(stOptions) ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+} // namespace
+
+int main(int _iArguments, char** _ppArguments)
+{
+    try
+    {
+        return Run(_iArguments, _ppArguments);
+    }
+    catch (const std::exception& clsError)
+    {
+        std::cerr << clsError.what() << std::endl;
+        return EXIT_FAILURE;
+    }
+}
