@@ -55,19 +55,25 @@ void CLS_FloorPool::AddTask(const std::function<void()>& _funTask, void* _pOwner
 
 void CLS_FloorPool::RemoveTasks(void* _pOwner)
 {
-    for (const std::string& strTask : TakeOwned(_pOwner))
+    ForgetTasks(TakeOwned(_pOwner));
+}
+
+/// Forgets tasks, all of them before it waits for the first run.
+void CLS_FloorPool::ForgetTasks(const std::list<std::string>& _lstTasks)
+{
+    std::vector<std::shared_ptr<ST_Record>> vecRecords;
+    for (const std::string& strTask : _lstTasks)
     {
-        std::shared_ptr<ST_Record> pRecord;
+        const std::lock_guard<std::mutex> lock(m_mtxRegistry);
+        const auto itRecord = m_mapRegistry.find(strTask);
+        if (itRecord != m_mapRegistry.end())
         {
-            const std::lock_guard<std::mutex> lock(m_mtxRegistry);
-            const auto itRecord = m_mapRegistry.find(strTask);
-            if (itRecord == m_mapRegistry.end())
-            {
-                continue;
-            }
-            pRecord = std::move(itRecord->second);
+            vecRecords.push_back(std::move(itRecord->second));
             m_mapRegistry.erase(itRecord);
         }
+    }
+    for (const std::shared_ptr<ST_Record>& pRecord : vecRecords)
+    {
         std::unique_lock<std::mutex> lock(m_mtxOwners);
         m_cvRunEnd.wait(lock, [&pRecord] { return !pRecord->m_bRunning; });
     }
@@ -75,18 +81,14 @@ void CLS_FloorPool::RemoveTasks(void* _pOwner)
 
 void CLS_FloorPool::AddLoop(const std::function<void()>& _funTask, std::chrono::milliseconds _msInterval)
 {
-    m_vecLoops.push_back(Register(_funTask, _msInterval));
-    Queue(m_vecLoops.back());
+    m_lstLoops.push_back(Register(_funTask, _msInterval));
+    Queue(m_lstLoops.back());
 }
 
 void CLS_FloorPool::RemoveLoops()
 {
-    for (const std::string& strTask : m_vecLoops)
-    {
-        AddOwner(strTask, this);
-    }
-    m_vecLoops.clear();
-    RemoveTasks(this);
+    ForgetTasks(m_lstLoops);
+    m_lstLoops.clear();
 }
 
 std::string CLS_FloorPool::Register(const std::function<void()>& _funTask,

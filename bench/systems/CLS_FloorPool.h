@@ -68,6 +68,7 @@ private:
     void AddOwner(const std::string& _strTask, void* _pOwner);
     void DropOwner(const std::string& _strTask);
     std::list<std::string> TakeOwned(void* _pOwner);
+    void ForgetTasks(const std::list<std::string>& _lstTasks);
     void Queue(const std::string& _strTask);
 
     void Dispatch();
@@ -100,7 +101,7 @@ private:
     std::condition_variable m_cvDue;
     std::priority_queue<ST_Due, std::vector<ST_Due>, std::greater<>> m_queDue;
     bool m_bEndDue = false;
-    std::vector<std::string> m_vecLoops;
+    std::list<std::string> m_lstLoops;
 
     std::thread m_clsDispatcher;
     std::thread m_clsTimer;

@@ -10,7 +10,7 @@ namespace
 {
 constexpr std::size_t TASKS = 300;
 
-void Measure(CLS_System& _clsSystem, ST_Result& _stResult, std::chrono::milliseconds _msBlock)
+Results Measure(CLS_System& _clsSystem, std::chrono::milliseconds _msBlock)
 {
     CLS_Countdown clsDone(TASKS);
     const Clocks::TimePoint tpStart = Clocks::Now();
@@ -24,14 +24,12 @@ void Measure(CLS_System& _clsSystem, ST_Result& _stResult, std::chrono::millisec
         _clsSystem.Submit(funTask, &_clsSystem);
     }
     clsDone.Wait();
-    _stResult.m_vecValues = {{"wall_ms", Clocks::ToMilliseconds(Clocks::Now() - tpStart)}};
+    return {{"", 0, {{"wall_ms", Clocks::ToMilliseconds(Clocks::Now() - tpStart)}}}};
 }
 } // namespace
 
 void Workloads::AddBlockingTasks(Cases& _vecCases, bool _bQuick)
 {
     const std::chrono::milliseconds msBlock(_bQuick ? 1 : 100);
-    _vecCases.push_back({"W1", "", 0, [msBlock](CLS_System& _clsSystem, ST_Result& _stResult) {
-                             Measure(_clsSystem, _stResult, msBlock);
-                         }});
+    _vecCases.push_back({"W1", [msBlock](CLS_System& _clsSystem) { return Measure(_clsSystem, msBlock); }});
 }

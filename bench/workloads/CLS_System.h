@@ -24,6 +24,7 @@ public:
     CLS_System(const CLS_System&) = delete;
     CLS_System& operator=(const CLS_System&) = delete;
 
+    /// Of a system that starts a thread for each task, and keeps none.
     static constexpr unsigned NO_LIMIT = std::numeric_limits<unsigned>::max();
 
     /// The most tasks that run at once.

@@ -19,3 +19,8 @@ void Workloads::RunEmptyTasks(CLS_System& _clsSystem, std::size_t _uiTasks)
         uiLeft -= uiNow;
     }
 }
+
+void Workloads::WarmUp(CLS_System& _clsSystem)
+{
+    RunEmptyTasks(_clsSystem, 1000);
+}

@@ -29,7 +29,7 @@ double MeasureOnce(CLS_System& _clsSystem)
     return Clocks::ToMicroseconds(tpStart - tpSubmission);
 }
 
-void Measure(CLS_System& _clsSystem, ST_Result& _stResult, std::size_t _uiSamples)
+Results Measure(CLS_System& _clsSystem, std::size_t _uiSamples)
 {
     for (std::size_t i = 0; i < WARM_UPS; ++i)
     {
@@ -40,15 +40,16 @@ void Measure(CLS_System& _clsSystem, ST_Result& _stResult, std::size_t _uiSample
     {
         vecDelays.push_back(MeasureOnce(_clsSystem));
     }
-    _stResult.m_vecValues = {{"p50_us", Statistics::GetPercentile(vecDelays, 50)},
-                             {"p99_us", Statistics::GetPercentile(vecDelays, 99)}};
+    return {{"",
+             0,
+             {{"p50_us", Statistics::GetPercentile(vecDelays, 50)},
+              {"p99_us", Statistics::GetPercentile(vecDelays, 99)}}}};
 }
 } // namespace
 
 void Workloads::AddStartDelay(Cases& _vecCases, bool _bQuick)
 {
     const std::size_t uiSamples = _bQuick ? 20 : 3000;
-    _vecCases.push_back({"W3", "", 0, [uiSamples](CLS_System& _clsSystem, ST_Result& _stResult) {
-                             Measure(_clsSystem, _stResult, uiSamples);
-                         }});
+    _vecCases.push_back(
+        {"W3", [uiSamples](CLS_System& _clsSystem) { return Measure(_clsSystem, uiSamples); }});
 }

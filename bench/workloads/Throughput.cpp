@@ -14,6 +14,7 @@ constexpr std::chrono::microseconds COMPUTING{100};
 std::chrono::nanoseconds RunAtOnce(CLS_System& _clsSystem, std::size_t _uiTasks,
                                    std::chrono::microseconds _usComputing)
 {
+    Workloads::WarmUp(_clsSystem);
     CLS_Countdown clsDone(_uiTasks);
     const Clocks::TimePoint tpStart = Clocks::Now();
     for (std::size_t i = 0; i < _uiTasks; ++i)
@@ -32,23 +33,26 @@ std::chrono::nanoseconds RunAtOnce(CLS_System& _clsSystem, std::size_t _uiTasks,
     return Clocks::Now() - tpStart;
 }
 
-void MeasureEmpty(CLS_System& _clsSystem, ST_Result& _stResult, std::size_t _uiTasks)
+Results MeasureEmpty(CLS_System& _clsSystem, std::size_t _uiTasks)
 {
     const std::uint64_t uiRetriesBefore = _clsSystem.GetRetries().value_or(0);
     const std::chrono::nanoseconds nsWall = RunAtOnce(_clsSystem, _uiTasks, {});
-    _stResult.m_vecValues = {{"tasks_per_s", static_cast<double>(_uiTasks) / Clocks::ToSeconds(nsWall)}};
+    const auto dTasks = static_cast<double>(_uiTasks);
+    ST_Result stResult{
+        std::to_string(_uiTasks) + " tasks", dTasks, {{"tasks_per_s", dTasks / Clocks::ToSeconds(nsWall)}}};
     if (const auto uiRetries = _clsSystem.GetRetries())
     {
-        _stResult.m_vecValues.emplace_back("retries", static_cast<double>(*uiRetries - uiRetriesBefore));
+        stResult.m_vecValues.emplace_back("retries", static_cast<double>(*uiRetries - uiRetriesBefore));
     }
+    return {stResult};
 }
 
-void MeasureComputing(CLS_System& _clsSystem, ST_Result& _stResult, std::size_t _uiTasks)
+Results MeasureComputing(CLS_System& _clsSystem, std::size_t _uiTasks)
 {
     const std::chrono::nanoseconds nsWall = RunAtOnce(_clsSystem, _uiTasks, COMPUTING);
     const double dUseful = Clocks::ToSeconds(COMPUTING) * static_cast<double>(_uiTasks);
     const double dThere = Clocks::ToSeconds(nsWall) * std::thread::hardware_concurrency();
-    _stResult.m_vecValues = {{"used_percent", 100 * dUseful / dThere}};
+    return {{"", 0, {{"used_percent", 100 * dUseful / dThere}}}};
 }
 } // namespace
 
@@ -57,12 +61,10 @@ void Workloads::AddThroughput(Cases& _vecCases, bool _bQuick)
     const std::size_t uiFewer = _bQuick ? 100 : 10000;
     for (const std::size_t uiTasks : {uiFewer, 10 * uiFewer})
     {
-        _vecCases.push_back({"W4", std::to_string(uiTasks) + " tasks", static_cast<double>(uiTasks),
-                             [uiTasks](CLS_System& _clsSystem, ST_Result& _stResult)
-                             { MeasureEmpty(_clsSystem, _stResult, uiTasks); }});
+        _vecCases.push_back(
+            {"W4", [uiTasks](CLS_System& _clsSystem) { return MeasureEmpty(_clsSystem, uiTasks); }});
     }
     const std::size_t uiComputing = _bQuick ? 100 : 5000;
-    _vecCases.push_back({"W4b", "", 0, [uiComputing](CLS_System& _clsSystem, ST_Result& _stResult) {
-                             MeasureComputing(_clsSystem, _stResult, uiComputing);
-                         }});
+    _vecCases.push_back(
+        {"W4b", [uiComputing](CLS_System& _clsSystem) { return MeasureComputing(_clsSystem, uiComputing); }});
 }

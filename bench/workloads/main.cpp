@@ -30,6 +30,13 @@ Cases MakeCases(bool _bQuick)
     Workloads::AddSubmissionCost(vecCases, _bQuick);
     Workloads::AddStartDelay(vecCases, _bQuick);
     Workloads::AddThroughput(vecCases, _bQuick);
+    Workloads::AddRemoval(vecCases, _bQuick);
+    Workloads::AddLoopTasks(vecCases, _bQuick);
+    Workloads::AddIdlePool(vecCases, _bQuick);
+    Workloads::AddMemory(vecCases, _bQuick);
+    Workloads::AddMixedLoad(vecCases, _bQuick);
+    Workloads::AddSubmitters(vecCases, _bQuick);
+    Workloads::AddFinishedRecords(vecCases, _bQuick);
     return vecCases;
 }
 
@@ -52,28 +59,32 @@ void Describe(const ST_Setup& _stSetup)
                {"takes_threads", System::TakesThreads()}});
 }
 
-void RunCase(const ST_Case& _stCase, const ST_Setup& _stSetup)
+void PrintResult(const ST_Result& _stResult, const std::string& _strWorkload, const ST_Setup& _stSetup)
 {
-    ST_Result stResult;
-    {
-        const std::unique_ptr<CLS_System> pSystem = System::Make(_stSetup);
-        _stCase.m_funMeasure(*pSystem, stResult);
-    }
     Json clsLine{{"system", GetSystemName(_stSetup)},
-                 {"workload", _stCase.m_strWorkload},
-                 {"case", _stCase.m_strCase},
-                 {"x", _stCase.m_dX}};
-    if (!stResult.m_strNotOffered.empty())
+                 {"workload", _strWorkload},
+                 {"case", _stResult.m_strCase},
+                 {"x", _stResult.m_dX}};
+    if (!_stResult.m_strNotOffered.empty())
     {
-        clsLine["not_offered"] = stResult.m_strNotOffered;
+        clsLine["not_offered"] = _stResult.m_strNotOffered;
     }
     Json clsValues = Json::object();
-    for (const auto& [strName, dValue] : stResult.m_vecValues)
+    for (const auto& [strName, dValue] : _stResult.m_vecValues)
     {
         clsValues[strName] = dValue;
     }
     clsLine["values"] = clsValues;
     PrintLine(clsLine);
+}
+
+void RunCase(const ST_Case& _stCase, const ST_Setup& _stSetup)
+{
+    const std::unique_ptr<CLS_System> pSystem = System::Make(_stSetup);
+    for (const ST_Result& stResult : _stCase.m_funMeasure(*pSystem))
+    {
+        PrintResult(stResult, _stCase.m_strWorkload, _stSetup);
+    }
 }
 
 int RunCaseHere(const ST_Case& _stCase, const ST_Setup& _stSetup)
@@ -85,8 +96,8 @@ int RunCaseHere(const ST_Case& _stCase, const ST_Setup& _stSetup)
     }
     catch (const std::exception& clsError)
     {
-        std::cerr << GetSystemName(_stSetup) << " " << _stCase.m_strWorkload << " " << _stCase.m_strCase
-                  << ": " << clsError.what() << std::endl;
+        std::cerr << GetSystemName(_stSetup) << " " << _stCase.m_strWorkload << ": " << clsError.what()
+                  << std::endl;
         return EXIT_FAILURE;
     }
 }

@@ -1,0 +1,144 @@
+// Qt: QThreadPool, and a QTimer for each loop task in a thread with an event loop.
+
+#include "bench/workloads/CLS_System.h"
+
+#include <QCoreApplication>
+#include <QThread>
+#include <QThreadPool>
+#include <QTimer>
+#include <atomic>
+#include <vector>
+
+namespace
+{
+/// The timers and their thread. A run is the pool's; its end sets the timer anew.
+class CLS_Timers
+{
+public:
+    explicit CLS_Timers(QThreadPool& _clsPool) : m_clsPool(_clsPool)
+    {
+        m_clsContext.moveToThread(&m_clsThread);
+        m_clsThread.start();
+    }
+
+    ~CLS_Timers()
+    {
+        m_bEnding = true;
+        // Timers belong to their thread: it stops and destroys them, the latter once no run needs them.
+        CallInThread(
+            [this]
+            {
+                for (const auto& pTimer : m_vecTimers)
+                {
+                    pTimer->stop();
+                }
+            });
+        m_clsPool.waitForDone();
+        CallInThread([this] { m_vecTimers.clear(); });
+        m_clsThread.quit();
+        m_clsThread.wait();
+    }
+
+    void Add(const std::function<void()>& _funTask, int _iInterval)
+    {
+        CallInThread(
+            [this, &_funTask, _iInterval]
+            {
+                auto pTimer = std::make_unique<QTimer>();
+                QTimer* const pBareTimer = pTimer.get();
+                pTimer->setSingleShot(true);
+                pTimer->setTimerType(Qt::PreciseTimer);
+                pTimer->setInterval(_iInterval);
+                QObject::connect(
+                    pBareTimer, &QTimer::timeout,
+                    [this, pBareTimer, _funTask]
+                    { m_clsPool.start([this, pBareTimer, _funTask] { Run(pBareTimer, _funTask); }); });
+                m_vecTimers.push_back(std::move(pTimer));
+                m_clsPool.start([this, pBareTimer, _funTask] { Run(pBareTimer, _funTask); });
+            });
+    }
+
+private:
+    template <typename FUN>
+    void CallInThread(FUN _funCall)
+    {
+        QMetaObject::invokeMethod(&m_clsContext, _funCall, Qt::BlockingQueuedConnection);
+    }
+
+    void Run(QTimer* _pTimer, const std::function<void()>& _funTask)
+    {
+        _funTask();
+        if (!m_bEnding)
+        {
+            QMetaObject::invokeMethod(_pTimer, qOverload<>(&QTimer::start), Qt::QueuedConnection);
+        }
+    }
+
+    QThreadPool& m_clsPool;
+    QThread m_clsThread;
+    QObject m_clsContext;
+    std::atomic<bool> m_bEnding{false};
+    std::vector<std::unique_ptr<QTimer>> m_vecTimers; ///< the thread's
+};
+
+class CLS_Qt : public CLS_System
+{
+public:
+    explicit CLS_Qt(unsigned _uiThreads)
+    {
+        if (_uiThreads != 0)
+        {
+            m_clsPool.setMaxThreadCount(static_cast<int>(_uiThreads));
+        }
+    }
+
+    unsigned GetThreadLimit() const override { return static_cast<unsigned>(m_clsPool.maxThreadCount()); }
+
+    void Submit(const std::function<void()>& _funTask, void* /*_pOwner*/) override
+    {
+        m_clsPool.start(_funTask);
+    }
+
+    bool OffersRemoval() const override { return true; }
+    void Remove(void* /*_pOwner*/) override { m_clsPool.clear(); }
+
+    bool OffersLoops() const override { return true; }
+    void AddLoop(const std::function<void()>& _funTask, int _iInterval) override
+    {
+        if (!m_pTimers)
+        {
+            m_pTimers = std::make_unique<CLS_Timers>(m_clsPool);
+        }
+        m_pTimers->Add(_funTask, _iInterval);
+    }
+    void RemoveLoops() override { m_pTimers.reset(); }
+
+private:
+    QThreadPool m_clsPool;
+    std::unique_ptr<CLS_Timers> m_pTimers;
+};
+} // namespace
+
+const char* System::GetName()
+{
+    return "Qt";
+}
+
+std::string System::Describe()
+{
+    return std::string("Qt ") + qVersion() + ", QThreadPool, " +
+           std::to_string(QThreadPool().maxThreadCount()) + " threads by default";
+}
+
+bool System::TakesThreads()
+{
+    return true;
+}
+
+std::unique_ptr<CLS_System> System::Make(const ST_Setup& _stSetup)
+{
+    // Event loops want an application. It is there until the process ends.
+    static int s_iArguments = 0;
+    static QCoreApplication s_clsApplication(s_iArguments, nullptr);
+    return std::make_unique<CLS_Qt>(_stSetup.m_uiThreads);
+}

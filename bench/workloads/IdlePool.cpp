@@ -1,0 +1,67 @@
+// W7: what a pool costs that has nothing to do.
+
+#include "bench/support/Clocks.h"
+#include "bench/workloads/Workloads.h"
+
+#include <thread>
+
+namespace
+{
+constexpr unsigned MANY_WORKERS = 301;
+
+/// Has so many tasks run at once.
+void MakeWorkers(CLS_System& _clsSystem, unsigned _uiWorkers)
+{
+    CLS_Countdown clsStarted(_uiWorkers);
+    CLS_Countdown clsDone(_uiWorkers);
+    for (unsigned i = 0; i < _uiWorkers; ++i)
+    {
+        const auto funTask = [&clsStarted, &clsDone]
+        {
+            clsStarted.CountDown();
+            clsStarted.Wait();
+            clsDone.CountDown();
+        };
+        _clsSystem.Submit(funTask, &_clsSystem);
+    }
+    clsDone.Wait();
+}
+
+std::string Describe(unsigned _uiWorkers)
+{
+    return _uiWorkers == 0 ? "fresh" : std::to_string(_uiWorkers) + " workers";
+}
+
+Results Measure(CLS_System& _clsSystem, unsigned _uiWorkers, std::chrono::milliseconds _msWindow)
+{
+    if (_uiWorkers > 0 && _clsSystem.GetThreadLimit() == CLS_System::NO_LIMIT)
+    {
+        return {{Describe(_uiWorkers), 0, {}, "keeps no threads"}};
+    }
+    if (_clsSystem.GetThreadLimit() < _uiWorkers)
+    {
+        return {{Describe(_uiWorkers), 0, {}, std::to_string(_clsSystem.GetThreadLimit()) + " at most"}};
+    }
+    if (_uiWorkers > 0)
+    {
+        MakeWorkers(_clsSystem, _uiWorkers);
+    }
+    // What is still under way is not idle.
+    std::this_thread::sleep_for(_msWindow / 20);
+    const std::chrono::nanoseconds nsBefore = Clocks::GetProcessCpu();
+    std::this_thread::sleep_for(_msWindow);
+    const std::chrono::nanoseconds nsCpu = Clocks::GetProcessCpu() - nsBefore;
+    return {
+        {Describe(_uiWorkers), static_cast<double>(_uiWorkers), {{"cpu_ms", Clocks::ToMilliseconds(nsCpu)}}}};
+}
+} // namespace
+
+void Workloads::AddIdlePool(Cases& _vecCases, bool _bQuick)
+{
+    const std::chrono::milliseconds msWindow(_bQuick ? 100 : 10000);
+    for (const unsigned uiWorkers : {0U, MANY_WORKERS})
+    {
+        _vecCases.push_back({"W7", [uiWorkers, msWindow](CLS_System& _clsSystem)
+                             { return Measure(_clsSystem, uiWorkers, msWindow); }});
+    }
+}
