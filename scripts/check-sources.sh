@@ -3,6 +3,7 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 scripts/install.sh checks
+scripts/install.sh bench
 
 mapfile -t sources < <(git ls-files '*.h' '*.cpp')
 
@@ -31,9 +32,9 @@ refuse "notes to oneself belong into the tracker" '\b(TO''DO|FIX''ME)\b' .
 [ "$failed" -eq 0 ]
 
 echo "Static analysis"
-cmake --preset fuzz >/dev/null # it has every source
+cmake --preset fuzz -DZEL_BUILD_BENCHMARKS=ON >/dev/null # so it has every source
 mapfile -t checked < <(git ls-files 'QuenInclude/*.cpp' 'QuenPlugins/*.cpp' 'examples/*.cpp' 'tests/support/*.cpp' \
-    'tests/fuzz/*.cpp')
+    'tests/fuzz/*.cpp' 'bench/*.cpp')
 clang-tidy-14 --version | head -2
 clang-tidy-14 --list-checks | grep -c '^    ' | sed 's/$/ checks are on/'
 printf '%s\n' "${checked[@]}" | xargs -P "$(getconf _NPROCESSORS_ONLN)" -n 4 clang-tidy-14 -quiet -p build/fuzz

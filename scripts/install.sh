@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs what is missing to build, test and try the project: Debian 12 (apt-get, as root or with sudo) or
 # macOS (Homebrew). With the word "checks" also what the sanitizer builds and source checks need, with the word
-# "coverage" what counts executed code, with the word "macos" what the build for macOS on Linux needs.
+# "coverage" what counts executed code, with the word "macos" what the build for macOS on Linux needs, with the
+# word "bench" what the benchmarks measure beside the pool.
 set -euo pipefail
 
 install_debian()
@@ -16,6 +17,10 @@ install_debian()
     if [ "${1:-}" = macos ]; then
         packages+=(clang-19 lld-19 llvm-19 make perl python3)
         command -v npm >/dev/null || packages+=(npm)
+    fi
+    if [ "${1:-}" = bench ]; then
+        packages+=(libbenchmark-dev nlohmann-json3-dev pkg-config python3 python3-matplotlib
+            libboost-dev libglib2.0-dev libpoco-dev libtbb-dev libuv1-dev qtbase5-dev)
     fi
     local missing=()
     for package in "${packages[@]}"; do
@@ -34,8 +39,12 @@ install_debian()
 
 install_macos()
 {
+    local formulas=(cmake ninja googletest spdlog cli11 openssl@3 coreutils)
+    if [ "${1:-}" = bench ]; then
+        formulas+=(google-benchmark nlohmann-json pkg-config boost glib libuv poco python-matplotlib qt tbb)
+    fi
     local missing=()
-    for formula in cmake ninja googletest spdlog cli11 openssl@3 coreutils; do
+    for formula in "${formulas[@]}"; do
         brew list --versions "$formula" >/dev/null || missing+=("$formula")
     done
     command -v python3 >/dev/null || missing+=(python)
@@ -47,7 +56,7 @@ if [ "$(uname -s)" = Darwin ]; then
         echo "Homebrew is missing: see https://brew.sh" >&2
         exit 1
     fi
-    install_macos
+    install_macos "$@"
 elif command -v apt-get >/dev/null; then
     install_debian "$@"
 else

@@ -54,9 +54,11 @@ void PrintLine(const Json& _clsLine)
 
 void Describe(const ST_Setup& _stSetup)
 {
+    const bool bThreadEach = System::Make(_stSetup)->GetThreadLimit() == CLS_System::NO_LIMIT;
     PrintLine({{"system", GetSystemName(_stSetup)},
                {"describe", System::Describe()},
-               {"takes_threads", System::TakesThreads()}});
+               {"takes_threads", System::TakesThreads()},
+               {"thread_each", bThreadEach}});
 }
 
 void PrintResult(const ST_Result& _stResult, const std::string& _strWorkload, const ST_Setup& _stSetup)

@@ -1,0 +1,17 @@
+#include "QuenPlugins/ZelTaskPool/TaskPoolExports.h"
+
+#include <benchmark/benchmark.h>
+
+int main(int _iArguments, char** _ppArguments)
+{
+    benchmark::Initialize(&_iArguments, _ppArguments);
+    if (benchmark::ReportUnrecognizedArguments(_iArguments, _ppArguments))
+    {
+        return EXIT_FAILURE;
+    }
+    // The first use must not race another.
+    RemoveTask("", "benchmark");
+    benchmark::RunSpecifiedBenchmarks();
+    UnInit();
+    return EXIT_SUCCESS;
+}
