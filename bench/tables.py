@@ -26,7 +26,7 @@ def format_range(found):
 
 
 def format_ratio(value, other):
-    return f"{value / other:.3g}" if value is not None and other is not None and other > 0 else "-"
+    return format_number(value / other) if value is not None and other is not None and other > 0 else "-"
 
 
 def make_row(cells):

@@ -45,19 +45,16 @@ public:
 
     ~CLS_Poco() override
     {
-        for (unsigned i = 0; i < GetThreadLimit(); ++i)
+        for (int i = 0; i < m_clsPool.capacity(); ++i)
         {
-            Submit(nullptr, nullptr);
+            Enqueue(nullptr);
         }
         m_clsPool.joinAll();
     }
 
     unsigned GetThreadLimit() const override { return static_cast<unsigned>(m_clsPool.capacity()); }
 
-    void Submit(const std::function<void()>& _funTask, void* /*_pOwner*/) override
-    {
-        m_clsQueue.enqueueNotification(new CLS_TaskNote(_funTask));
-    }
+    void Submit(const std::function<void()>& _funTask, void* /*_pOwner*/) override { Enqueue(_funTask); }
 
     bool OffersRemoval() const override { return true; }
     void Remove(void* /*_pOwner*/) override { m_clsQueue.clear(); }
@@ -74,17 +71,23 @@ public:
     void RemoveLoops() override { m_pTimer.reset(); }
 
 private:
+    void Enqueue(const std::function<void()>& _funTask)
+    {
+        m_clsQueue.enqueueNotification(new CLS_TaskNote(_funTask));
+    }
+
     /// A task that is none ends the thread that takes it.
     void run() override
     {
-        while (const auto pNote = Poco::AutoPtr<Poco::Notification>(m_clsQueue.waitDequeueNotification()))
+        for (bool bGoOn = true; bGoOn;)
         {
-            const auto pTask = pNote.cast<CLS_TaskNote>();
-            if (!pTask->m_funTask)
+            const Poco::AutoPtr<Poco::Notification> pNote(m_clsQueue.waitDequeueNotification());
+            const auto& funTask = static_cast<const CLS_TaskNote&>(*pNote).m_funTask;
+            bGoOn = static_cast<bool>(funTask);
+            if (bGoOn)
             {
-                return;
+                funTask();
             }
-            pTask->m_funTask();
         }
     }
 

@@ -15,70 +15,55 @@ namespace
 class CLS_Timers
 {
 public:
-    explicit CLS_Timers(QThreadPool& _clsPool) : m_clsPool(_clsPool)
-    {
-        m_clsContext.moveToThread(&m_clsThread);
-        m_clsThread.start();
-    }
+    explicit CLS_Timers(QThreadPool& _clsPool) : m_clsPool(_clsPool) { m_clsThread.start(); }
 
     ~CLS_Timers()
     {
         m_bEnding = true;
-        // Timers belong to their thread: it stops and destroys them, the latter once no run needs them.
-        CallInThread(
-            [this]
-            {
-                for (const auto& pTimer : m_vecTimers)
-                {
-                    pTimer->stop();
-                }
-            });
+        // Each stop waits until the timers' thread is done with what it began before.
+        for (QTimer* const pTimer : m_vecTimers)
+        {
+            QMetaObject::invokeMethod(pTimer, "stop", Qt::BlockingQueuedConnection);
+        }
         m_clsPool.waitForDone();
-        CallInThread([this] { m_vecTimers.clear(); });
+        for (QTimer* const pTimer : m_vecTimers)
+        {
+            pTimer->deleteLater();
+        }
         m_clsThread.quit();
         m_clsThread.wait();
     }
 
     void Add(const std::function<void()>& _funTask, int _iInterval)
     {
-        CallInThread(
-            [this, &_funTask, _iInterval]
-            {
-                auto pTimer = std::make_unique<QTimer>();
-                QTimer* const pBareTimer = pTimer.get();
-                pTimer->setSingleShot(true);
-                pTimer->setTimerType(Qt::PreciseTimer);
-                pTimer->setInterval(_iInterval);
-                QObject::connect(
-                    pBareTimer, &QTimer::timeout,
-                    [this, pBareTimer, _funTask]
-                    { m_clsPool.start([this, pBareTimer, _funTask] { Run(pBareTimer, _funTask); }); });
-                m_vecTimers.push_back(std::move(pTimer));
-                m_clsPool.start([this, pBareTimer, _funTask] { Run(pBareTimer, _funTask); });
-            });
+        auto* const pTimer = new QTimer;
+        pTimer->setSingleShot(true);
+        pTimer->setTimerType(Qt::PreciseTimer);
+        pTimer->setInterval(_iInterval);
+        QObject::connect(pTimer, &QTimer::timeout, [this, pTimer, _funTask] { StartRun(pTimer, _funTask); });
+        pTimer->moveToThread(&m_clsThread);
+        m_vecTimers.push_back(pTimer);
+        StartRun(pTimer, _funTask);
     }
 
 private:
-    template <typename FUN>
-    void CallInThread(FUN _funCall)
+    void StartRun(QTimer* _pTimer, const std::function<void()>& _funTask)
     {
-        QMetaObject::invokeMethod(&m_clsContext, _funCall, Qt::BlockingQueuedConnection);
-    }
-
-    void Run(QTimer* _pTimer, const std::function<void()>& _funTask)
-    {
-        _funTask();
         if (!m_bEnding)
         {
-            QMetaObject::invokeMethod(_pTimer, qOverload<>(&QTimer::start), Qt::QueuedConnection);
+            m_clsPool.start(
+                [_pTimer, _funTask]
+                {
+                    _funTask();
+                    QMetaObject::invokeMethod(_pTimer, "start", Qt::QueuedConnection);
+                });
         }
     }
 
     QThreadPool& m_clsPool;
     QThread m_clsThread;
-    QObject m_clsContext;
     std::atomic<bool> m_bEnding{false};
-    std::vector<std::unique_ptr<QTimer>> m_vecTimers; ///< the thread's
+    std::vector<QTimer*> m_vecTimers; ///< their thread destroys them
 };
 
 class CLS_Qt : public CLS_System

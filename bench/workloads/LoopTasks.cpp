@@ -113,12 +113,16 @@ Results Measure(CLS_System& _clsSystem, const ST_Load& _stLoad)
     const std::vector<double> vecDelays = clsDelays.Take();
     const double dDue = static_cast<double>(_stLoad.m_uiLoops) * Clocks::ToSeconds(nsWall) /
                         Clocks::ToSeconds(_stLoad.m_msInterval);
-    return {{Describe(_stLoad),
-             0,
-             {{"cpu_percent", 100 * Clocks::ToSeconds(nsCpu) / Clocks::ToSeconds(nsWall)},
-              {"mean_ms", Statistics::GetMean(vecDelays)},
-              {"p99_ms", Statistics::GetPercentile(vecDelays, 99)},
-              {"runs_percent", 100 * static_cast<double>(vecDelays.size()) / dDue}}}};
+    ST_Result stResult{Describe(_stLoad),
+                       0,
+                       {{"cpu_percent", 100 * Clocks::ToSeconds(nsCpu) / Clocks::ToSeconds(nsWall)},
+                        {"runs_percent", 100 * static_cast<double>(vecDelays.size()) / dDue}}};
+    if (!vecDelays.empty())
+    {
+        stResult.m_vecValues.emplace_back("mean_ms", Statistics::GetMean(vecDelays));
+        stResult.m_vecValues.emplace_back("p99_ms", Statistics::GetPercentile(vecDelays, 99));
+    }
+    return {stResult};
 }
 } // namespace
 
