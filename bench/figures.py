@@ -296,10 +296,14 @@ def draw_finished(folder, measured):
 
 
 def draw_memory(folder, measured):
+    """Peers keep next to nothing: one line stands for all of them."""
     lines = collect_lines(measured, "W8", "heap_mb")
-    labels = ("tasks that have run", "heap, MB")
-    lines = {system: ([0] + line[0], [0] + line[1]) for system, line in lines.items()}
-    draw_lines(folder, "W8-memory", TITLES["W8"], labels, lines, log=False)
+    kept = {system: lines[system] for system in (OURS, FLOOR) if system in lines}
+    peers = [line for system, line in lines.items() if measured.is_peer(system)]
+    if peers:
+        kept["any peer"] = (peers[0][0], [max(values) for values in zip(*(line[1] for line in peers))])
+    kept = {system: ([0] + line[0], [0] + line[1]) for system, line in kept.items()}
+    draw_lines(folder, "W8-memory", TITLES["W8"], ("tasks that have run", "heap, MB"), kept, log=False)
 
 
 def draw_throughput(folder, measured):

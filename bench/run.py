@@ -42,7 +42,7 @@ class System:
         self.only = only
         described = self.run(["--describe"], 60)
         if not described:
-            raise RuntimeError(f"{program} does not describe itself")
+            sys.exit(f"{program} does not describe itself")
         self.name = described[0]["system"]
         self.description = described[0]["describe"]
         self.takes_threads = described[0]["takes_threads"]

@@ -3,8 +3,8 @@ from data import FLOOR, OURS
 
 
 class Target:
-    """_bound(measured, workload, case)_ is what the value must not exceed, or fall below; None when that cannot be
-    told because something was not measured."""
+    """A text, and a function that says what a value must not exceed, or fall below; None when that cannot be told
+    because something was not measured."""
 
     def __init__(self, text, bound, at_least=False):
         self.text = text
@@ -72,7 +72,7 @@ TWICE_FIRST = Target("at most 2 x that of none finished", times_first(2))
 TARGETS = {
     ("W1", 0, "wall_ms"): [
         Target("at most 1.05 x the floor", times_floor(1.05)),
-        Target("a 15th of any pool's", fifteenth_of_pools),
+        Target("at most a 15th of every default pool's", fifteenth_of_pools),
     ],
     ("W2", 0, "submitter_us"): [FLOOR_HALF_AGAIN],
     ("W2", 0, "process_us"): [FLOOR_HALF_AGAIN],
