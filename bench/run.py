@@ -57,7 +57,7 @@ class System:
 
 def run_program(command, limit):
     """What the program printed; nothing when it failed, and then why is printed."""
-    # A session of its own: a program starts others, and all end together.
+    # A program starts others: as a group they can be ended together.
     with subprocess.Popen(
         command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, start_new_session=True
     ) as process:
