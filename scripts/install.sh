@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Installs what is missing to build, test and try the project: Debian 12 (apt-get, as root or with sudo) or
 # macOS (Homebrew). With the word "checks" also what the sanitizer builds and source checks need, with the word
-# "coverage" what counts executed code, with the word "macos" what the build for macOS on Linux needs, with the
-# word "bench" what the benchmarks measure beside the pool.
+# "coverage" what counts executed code, with the word "mutation" what makes mutants of the product, with the
+# word "macos" what the build for macOS on Linux needs, with the word "bench" what the benchmarks measure beside
+# the pool.
 set -euo pipefail
 
 install_debian()
@@ -13,6 +14,9 @@ install_debian()
     fi
     if [ "${1:-}" = coverage ]; then
         packages+=(clang-19 libclang-rt-19-dev llvm-19 python3)
+    fi
+    if [ "${1:-}" = mutation ]; then
+        packages+=(clang-19 libclang-rt-19-dev lld-19 llvm-19 python3-clang-19)
     fi
     if [ "${1:-}" = macos ]; then
         packages+=(clang-19 lld-19 llvm-19 make perl python3)

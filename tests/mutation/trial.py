@@ -1,0 +1,120 @@
+"""Tries one mutant after the other: which test notices it, if any."""
+import multiprocessing
+import traceback
+
+import processes
+from build import Workplace
+from suite import LAST_RESORT, Runner, by_program
+
+# Tests that take up to so many seconds come before all that take longer.
+TIERS = (0.15, 1.5)
+MOST_FAVOURITES = 12
+SPECIFICITY_STEPS = 10
+
+
+class Trial:
+    """One mutant in one workplace."""
+
+    def __init__(self, runner, suite, budget):
+        self.runner = runner
+        self.suite = suite
+        self.budget = budget
+        self.workplace = runner.workplace
+        self.specificities = {}  # file -> test -> share
+
+    def run(self, mutant, near, far):
+        status = self.workplace.take(mutant)
+        if status != "compiled":
+            return {"status": status}
+        for tests in self.plan(mutant, near, far):
+            if not self.workplace.link(tests[0].program):
+                return {"status": "not compiled"}
+            outcome = self.confirm(tests, self.runner.run(tests))
+            if outcome.how != "passed":
+                status = "timed out" if outcome.how == "hung" else "killed"
+                return {"status": status, "by": outcome.test, "how": outcome.how}
+        return {"status": "same code" if self.workplace.is_same_code(mutant) else "survived"}
+
+    def plan(self, mutant, near, far):
+        """Groups of tests that execute the mutant: first what noticed its neighbours, then what is quick."""
+        covering = [test for test in self.suite.usable() if test.name in self.suite.covering(mutant)]
+        times = self.suite.times
+        favourites = [test for test in covering if near[test.name] and times.get(test.name, 0) < TIERS[-1]]
+        favourites.sort(key=lambda test: -near[test.name])
+        tiers = [favourites[:MOST_FAVOURITES]]
+        chosen = {test.name for test in tiers[0]}
+        bounds = (0.0, *TIERS, float("inf"))
+        for low, high in zip(bounds, bounds[1:]):
+            tiers.append([test for test in covering if test.name not in chosen
+                          and low <= times.get(test.name, 0.0) < high and test.label != LAST_RESORT])
+        tiers.append([test for test in self.suite.usable() if test.label == LAST_RESORT])
+        plan = []
+        for tier in tiers:
+            plan += sorted(by_program(tier), key=lambda group: self.rank(mutant, group, far))
+        return self.within_budget(plan)
+
+    def rank(self, mutant, group, far):
+        """What noticed mutants of the same file comes first, then what is about that file."""
+        if mutant.file not in self.specificities:
+            self.specificities[mutant.file] = self.suite.specificity(mutant.file)
+        shares = self.specificities[mutant.file]
+        share = max(shares.get(test.name, 0.0) for test in group)
+        return (-max(far[test.name] for test in group), -round(share * SPECIFICITY_STEPS),
+                sum(self.suite.times.get(test.name, 0.0) for test in group))
+
+    def within_budget(self, plan):
+        left, chosen = self.budget, []
+        for group in plan:
+            left -= sum(self.suite.times.get(test.name, 0.0) for test in group)
+            if left < 0:
+                break
+            chosen.append(group)
+        return chosen
+
+    def confirm(self, tests, outcome):
+        """A busy machine alone must not count: what failed or hung has to do so again."""
+        if outcome.how in ("passed", "died"):
+            return outcome
+        position = [test.name for test in tests].index(outcome.test)
+        until = tests[:position + 1]
+        if outcome.how == "hung":
+            again = self.runner.run(tests[position:position + 1], 2.0)
+            return again if again.how != "passed" else self.runner.run(until, 2.0)
+        for _ in range(2):
+            again = self.runner.run(until)
+            if again.how != "passed":
+                return outcome
+        return self.continue_after(tests, position)
+
+    def continue_after(self, tests, position):
+        rest = tests[position + 1:]
+        return self.confirm(rest, self.runner.run(rest)) if rest else self.runner.run(tests[:1])
+
+
+def serve(connection, build, suite, number, budget):
+    """The body of a worker: takes mutants from the connection and answers with results."""
+    processes.adopt_orphans()
+    runner = Runner(Workplace(build, number), suite)
+    trial = Trial(runner, suite, budget)
+    while (order := connection.recv()) is not None:
+        try:
+            connection.send(trial.run(*order))
+        except Exception:  # the others go on
+            connection.send({"status": None, "error": traceback.format_exc()})
+
+
+class Worker:
+    """A process that tries mutants."""
+
+    def __init__(self, build, suite, number, budget):
+        self.connection, other = multiprocessing.Pipe()
+        self.process = multiprocessing.Process(target=serve, args=(other, build, suite, number, budget), daemon=True)
+        self.process.start()
+
+    def run(self, *order):
+        self.connection.send(order)
+        return self.connection.recv()
+
+    def end(self):
+        self.connection.send(None)
+        self.process.join()
