@@ -25,6 +25,7 @@ class Build:
         self.compiles = {}  # source, from the root -> options of its compiler
         self.objects = {}  # object, from the folder -> source
         self.includes = {}  # source -> headers of the project
+        self.includers = {}  # object of a test -> the product's sources in it, its compiler's command
         self.links = {}  # what is linked with objects of the product -> command
         self.needs = {}  # program -> what of self.links it is or uses
 
@@ -41,20 +42,35 @@ class Build:
     def ninja(self, *arguments):
         return run(["ninja", "-C", str(self.folder), "--quiet", "-t", *arguments])
 
-    def read_compiles(self):
-        for line in self.ninja("commands", "all").splitlines():
-            words = shlex.split(line) if " -c " in line else []
-            source = os.path.relpath(words[-1], self.root) if words else ""
-            if not PRODUCT.match(source):
+    def read_dependencies(self):
+        """Object -> which of the product's files it is made of."""
+        dependencies, current = {}, set()
+        for line in self.ninja("deps").splitlines():
+            if ": #deps" in line:
+                current = dependencies.setdefault(line.split(":")[0], set())
                 continue
-            compiler = next(i for i, word in enumerate(words) if word.endswith(COMPILER))
-            target = words.index("-o")
-            options = words[compiler + 1:words.index("-MD")]
-            self.compiles[source] = [word for word in options if not word.startswith("-W")]
-            self.objects[words[target + 1]] = source
-            paths = self.ninja("deps", words[target + 1]).split("\n")[1:]
-            paths = (os.path.relpath(path.strip(), self.root) for path in paths if path.strip())
-            self.includes[source] = {path for path in paths if path.startswith("Quen")}
+            path = os.path.relpath(self.folder / line.strip(), self.root)
+            if path.startswith("Quen"):
+                current.add(path)
+        return dependencies
+
+    def read_compiles(self):
+        dependencies = self.read_dependencies()
+        for line in self.ninja("commands", "all").splitlines():
+            if " -c " not in line:
+                continue
+            words = shlex.split(line)
+            words = words[next(i for i, word in enumerate(words) if word.endswith(COMPILER)) + 1:]
+            source = os.path.relpath(words[-1], self.root)
+            target = words[words.index("-o") + 1]
+            included = dependencies.get(target, set())
+            options = [word for word in words[:words.index("-MD")] if not word.startswith("-W")]
+            if PRODUCT.match(source):
+                self.compiles[source] = options
+                self.objects[target] = source
+                self.includes[source] = included
+            elif sources := set(filter(PRODUCT.match, included)):
+                self.includers[target] = (sources, [COMPILER, *options, "-w", "-c", words[-1], "-o"])
 
     def read_links(self):
         for line in self.ninja("commands", "all").splitlines():
@@ -94,6 +110,7 @@ class Workplace:
         self.folder = build.folder.with_name("job-%d" % number)
         self.changed = self.folder / "changed"
         self.replaced = {}  # object -> the one to link in its place
+        self.pending = {}  # object of a test that is to be compiled, too, before it is linked -> command
         self.options = []  # for the linker
         self.fresh = set()  # what is linked already
         self.copy()
@@ -129,6 +146,7 @@ class Workplace:
         shutil.rmtree(self.changed, ignore_errors=True)
         self.changed.mkdir()
         self.replaced = {}
+        self.pending = {}
         self.options = list(options)
         self.fresh = set()
 
@@ -153,6 +171,7 @@ class Workplace:
                     return "not compiled"
                 refused |= "[-Wthread-safety" in messages
                 self.replaced[name] = str(self.object(source))
+        self.take_includers({mutant.file})
         return "refused" if refused else "compiled"
 
     def is_same_code(self, mutant):
@@ -174,12 +193,31 @@ class Workplace:
             if self.compile(source, *COVERAGE, output=self.object(source)) is None:
                 raise RuntimeError("cannot compile %s with counters" % source)
             self.replaced[name] = str(self.object(source))
+        self.take_includers(set(self.build.compiles), COVERAGE)
+
+    def take_includers(self, changed, options=()):
+        for name, (sources, command) in self.build.includers.items():
+            if sources & changed:
+                self.pending[name] = [
+                    command[0], *options, "-I" + str(self.changed), *map(self.path, command[1:])]
+
+    def compile_pending(self, names):
+        """Compiles those tests' objects that have sources of the product in them."""
+        for name in set(names) & set(self.pending):
+            output = self.changed / (name.replace("/", "-") + ".o")
+            command = [*self.pending.pop(name), str(output)]
+            if subprocess.run(command, cwd=self.folder, capture_output=True).returncode != 0:
+                return False
+            self.replaced[name] = str(output)
+        return True
 
     def link(self, program):
         """Links what a program needs with the objects in place. False when that fails."""
         for target in self.build.needs.get(program, []):
             if target in self.fresh:
                 continue
+            if not self.compile_pending(self.build.links[target]):
+                return False
             words = [self.replaced.get(word, self.path(word)) for word in self.build.links[target]]
             (self.folder / target).unlink(missing_ok=True)
             if subprocess.run(words + self.options, cwd=self.folder, capture_output=True).returncode != 0:

@@ -97,7 +97,7 @@ class Session:
 
     def run(self, build, suite, jobs, budget):
         workers = [Worker(build, suite, number, budget) for number in range(1, jobs + 1)]
-        threads = [threading.Thread(target=self.feed, args=(worker,)) for worker in workers]
+        threads = [threading.Thread(target=self.feed, args=(worker,), daemon=True) for worker in workers]
         for thread in threads:
             thread.start()
         for thread in threads:
@@ -132,6 +132,7 @@ class Session:
 
 def main():
     arguments = parse_arguments()
+    processes.exit_when_told()
     files = product_files()
     hashes = hash_files(files)
     found = [mutant for file in files for mutant in finder.find_mutants(ROOT, file)]
@@ -144,6 +145,8 @@ def main():
     chosen = choose(found, arguments)
     if not arguments.report:
         orders = [mutant for mutant in chosen if results.status(mutant) in (None, *arguments.again)]
+        # A header takes a compilation of every source.
+        orders.sort(key=lambda mutant: mutant.file.endswith(".h"))
         say("%d mutants, %d to be run" % (len(chosen), len(orders)))
         if orders:
             build = Build(ROOT, FOLDER / "job-0")

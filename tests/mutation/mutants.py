@@ -34,6 +34,7 @@ NEGATED_BY_SWAP = COMPARISONS | {"!"}
 
 FUNCTIONS = (Kind.FUNCTION_DECL, Kind.CXX_METHOD, Kind.CONSTRUCTOR, Kind.DESTRUCTOR, Kind.FUNCTION_TEMPLATE)
 STATEMENT_LISTS = (Kind.COMPOUND_STMT, Kind.CASE_STMT, Kind.DEFAULT_STMT)
+LONGEST_SET = 4  # quotes included
 LOCK = re.compile(r"Guard|_lock\b|lock_guard|Scope\b")
 INTEGER = re.compile(r"(0[xX][0-9a-fA-F]+|\d+)([uUlL]*)$")
 
@@ -189,8 +190,9 @@ class Finder:
         elif cursor.kind == Kind.STRING_LITERAL and text.startswith('"'):
             for token in cursor.get_tokens():
                 if token.spelling.startswith('"'):
-                    self.replace("text", function, token.extent.start.offset, token.extent.end.offset,
-                                 '"~' + token.spelling[1:])
+                    # A short text may be a set of characters, of which all must go.
+                    rest = token.spelling[1:] if len(token.spelling) > LONGEST_SET else '"'
+                    self.replace("text", function, token.extent.start.offset, token.extent.end.offset, '"~' + rest)
         elif cursor.kind == Kind.CHARACTER_LITERAL and text.startswith("'"):
             self.replace("text", function, begin, begin + len(text), "'~'" if text != "'~'" else "'!'")
 

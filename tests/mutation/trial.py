@@ -93,6 +93,7 @@ class Trial:
 
 def serve(connection, build, suite, number, budget):
     """The body of a worker: takes mutants from the connection and answers with results."""
+    processes.exit_when_told()
     processes.adopt_orphans()
     runner = Runner(Workplace(build, number), suite)
     trial = Trial(runner, suite, budget)
