@@ -2,6 +2,7 @@
 #include "tests/support/RecordMatchers.h"
 #include "tests/support/Waiting.h"
 
+#include <array>
 #include <gmock/gmock.h>
 #include <memory>
 #include <stdexcept>
@@ -9,6 +10,7 @@
 
 namespace
 {
+using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::MatchesRegex;
@@ -373,6 +375,32 @@ TEST_F(BasicCallBackTest, TwoThreadsMayRunCallBacksAtTheSameTime)
     Run(strKey);
     thOther.join();
     EXPECT_EQ(2, clsInside.Get());
+}
+
+TEST_F(BasicCallBackTest, ThreadsRunTheCallBacksOfTheirOwnObjectsAtTheSameTime)
+{
+    constexpr int RUNS = 20000;
+    std::array<int, 4> arrRuns{};
+    std::vector<std::thread> vecThreads;
+    for (int& iRuns : arrRuns)
+    {
+        vecThreads.emplace_back(
+            [&iRuns]
+            {
+                CLS_Basic clsObject;
+                clsObject.SetCallBackResultFun(
+                    [&iRuns](const auto&, const auto&, const auto&, void*) { ++iRuns; }, nullptr);
+                for (int i = 0; i < RUNS; ++i)
+                {
+                    clsObject.RunCallBackFun("", {}, "", "");
+                }
+            });
+    }
+    for (std::thread& thThread : vecThreads)
+    {
+        thThread.join();
+    }
+    EXPECT_THAT(arrRuns, Each(RUNS));
 }
 
 TEST_F(BasicCallBackTest, RegisteringAndRemovingWaitForARunningCallBack)

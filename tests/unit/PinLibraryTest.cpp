@@ -6,6 +6,7 @@
 namespace
 {
 bool s_bUnknown = false; ///< whether the loader knows no file of any address
+bool s_bRefuses = false; ///< whether the loader finds no file
 int s_iPins = 0;         ///< requests that keep a library loaded for good
 } // namespace
 
@@ -20,7 +21,7 @@ extern "C" void* dlopen(const char* _szPath, int _iMode) noexcept
 {
     static auto* const s_pOpen = GetNextFunction<decltype(dlopen)>("dlopen");
     s_iPins += (_iMode & RTLD_NODELETE) != 0 ? 1 : 0;
-    return s_pOpen(_szPath, _iMode);
+    return s_pOpen(s_bRefuses ? "/no/such/library" : _szPath, _iMode);
 }
 
 namespace
@@ -30,6 +31,14 @@ TEST(PinLibraryTest, AsksTheLoaderOnceAndLeavesNoErrorBehind)
     s_iPins = 0;
     Util::PinLibrary();
     EXPECT_EQ(1, s_iPins);
+    EXPECT_EQ(nullptr, dlerror());
+}
+
+TEST(PinLibraryTest, LeavesNoErrorBehindWhenTheLoaderRefuses)
+{
+    s_bRefuses = true;
+    Util::PinLibrary();
+    s_bRefuses = false;
     EXPECT_EQ(nullptr, dlerror());
 }
 

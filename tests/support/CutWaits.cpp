@@ -1,0 +1,63 @@
+#include "tests/support/CutWaits.h"
+
+#include "tests/support/NextFunction.h"
+
+#include <atomic>
+#include <ctime>
+#include <pthread.h>
+#include <thread>
+
+namespace
+{
+using std::chrono::nanoseconds;
+
+std::atomic<const void*> s_pWatched{nullptr};
+std::atomic<nanoseconds> s_nsLongest{nanoseconds::min()};
+
+nanoseconds ToDuration(const timespec& _stTime)
+{
+    return std::chrono::seconds(_stTime.tv_sec) + nanoseconds(_stTime.tv_nsec);
+}
+
+void Note(clockid_t _iClock, const timespec& _stEnd)
+{
+    timespec stNow{};
+    clock_gettime(_iClock, &stNow);
+    const nanoseconds nsLeft = ToDuration(_stEnd) - ToDuration(stNow);
+    nanoseconds nsLongest = s_nsLongest;
+    while (nsLongest < nsLeft && !s_nsLongest.compare_exchange_weak(nsLongest, nsLeft))
+    {
+    }
+}
+} // namespace
+
+CLS_CutWaits::CLS_CutWaits(std::condition_variable& _cvWatched)
+{
+    s_nsLongest = nanoseconds::min();
+    s_pWatched = _cvWatched.native_handle();
+}
+
+CLS_CutWaits::~CLS_CutWaits()
+{
+    s_pWatched = nullptr;
+}
+
+nanoseconds CLS_CutWaits::GetLongest() const
+{
+    return s_nsLongest;
+}
+
+/// Stands in front of the system's function of the same name in every program that is linked with this file.
+extern "C" int pthread_cond_clockwait(pthread_cond_t* _pCondition, pthread_mutex_t* _pMutex,
+                                      clockid_t _iClock, const timespec* _pEnd)
+{
+    static auto* const s_pWait = GetNextFunction<decltype(pthread_cond_clockwait)>("pthread_cond_clockwait");
+    if (_pCondition != s_pWatched)
+    {
+        return s_pWait(_pCondition, _pMutex, _iClock, _pEnd);
+    }
+    Note(_iClock, *_pEnd);
+    pthread_mutex_unlock(_pMutex);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    return pthread_mutex_lock(_pMutex);
+}

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+
+/// While one lives, every wait with a limit on one condition variable, on all threads, wakes after a
+/// millisecond, and how long it was meant to last is noted. Sees the waits of GNU's standard library only.
+/// One at a time.
+class CLS_CutWaits
+{
+public:
+    explicit CLS_CutWaits(std::condition_variable& _cvWatched);
+    ~CLS_CutWaits();
+    CLS_CutWaits(const CLS_CutWaits&) = delete;
+    CLS_CutWaits& operator=(const CLS_CutWaits&) = delete;
+
+    /// The longest wait so far. A thread that is held up between looking at the clock and waiting seems to
+    /// wait for less than it is meant to, and never for more.
+    std::chrono::nanoseconds GetLongest() const;
+};
