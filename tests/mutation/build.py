@@ -25,7 +25,7 @@ class Build:
         self.compiles = {}  # source, from the root -> options of its compiler
         self.objects = {}  # object, from the folder -> source
         self.includes = {}  # source -> headers of the project
-        self.includers = {}  # object of a test -> the product's sources in it, its compiler's command
+        self.includers = {}  # object of a test -> the product's files in it, its compiler's command
         self.links = {}  # what is linked with objects of the product -> command
         self.needs = {}  # program -> what of self.links it is or uses
 
@@ -69,8 +69,8 @@ class Build:
                 self.compiles[source] = options
                 self.objects[target] = source
                 self.includes[source] = included
-            elif sources := set(filter(PRODUCT.match, included)):
-                self.includers[target] = (sources, [COMPILER, *options, "-w", "-c", words[-1], "-o"])
+            elif included:
+                self.includers[target] = (included, [COMPILER, *options, "-w", "-c", words[-1], "-o"])
 
     def read_links(self):
         for line in self.ninja("commands", "all").splitlines():
@@ -171,7 +171,8 @@ class Workplace:
                     return "not compiled"
                 refused |= "[-Wthread-safety" in messages
                 self.replaced[name] = str(self.object(source))
-        self.take_includers({mutant.file})
+        if PRODUCT.match(mutant.file):
+            self.take_includers({mutant.file})
         return "refused" if refused else "compiled"
 
     def is_same_code(self, mutant):
@@ -196,8 +197,10 @@ class Workplace:
         self.take_includers(set(self.build.compiles), COVERAGE)
 
     def take_includers(self, changed, options=()):
-        for name, (sources, command) in self.build.includers.items():
-            if sources & changed:
+        """Compiles the tests that include a file with what has changed, too, as soon as they are linked."""
+        self.fresh = set()
+        for name, (files, command) in self.build.includers.items():
+            if files & changed:
                 self.pending[name] = [
                     command[0], *options, "-I" + str(self.changed), *map(self.path, command[1:])]
 
