@@ -95,6 +95,17 @@ TEST_F(PoolShutdownTest, AServiceThreadThatHasBeenJoinedIsNotJoinedAgain)
     EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsBegin(), IsStart(), IsEnd()));
 }
 
+TEST_F(PoolShutdownTest, ClearsTheFlagUnderTheLockThatTheDispatcherWaitsWith)
+{
+    CLS_QuenTaskPool& clsPool = MakePool();
+    std::unique_lock<std::mutex> lock(clsPool.m_mtxWaitingTasks);
+    CLS_Side clsEnd([&clsPool] { clsPool.UnInit(); });
+    EXPECT_TRUE(clsEnd.StaysAway());
+    EXPECT_TRUE(clsPool.m_bRun);
+    lock.unlock();
+    EXPECT_TRUE(clsEnd.Wait());
+}
+
 TEST_F(PoolShutdownTest, WaitsInPollsUntilTheRunHasEnded)
 {
     CLS_QuenTaskPool& clsPool = MakePool();

@@ -1,6 +1,6 @@
 #include "QuenInclude/CLS_LoadTurn.h"
 #include "tests/support/CutWaits.h"
-#include "tests/unit/PoolFixture.h"
+#include "tests/unit/ShutdownFixture.h"
 
 #include <chrono>
 #include <gtest/gtest.h>
@@ -12,7 +12,7 @@ using std::chrono::milliseconds;
 using std::chrono::nanoseconds;
 using std::chrono::seconds;
 
-using WaitLimitsTest = CLS_PoolFixture;
+using WaitLimitsTest = CLS_ShutdownFixture;
 
 /// Whether some wait is meant to last for as long as that, and none for longer.
 bool ComesTo(const CLS_CutWaits& _clsWaits, nanoseconds _nsLimit)
@@ -56,5 +56,24 @@ TEST_F(WaitLimitsTest, EndOfAPoolWaitsForARunAsLongAsItIsTold)
     std::thread([&] { EXPECT_TRUE(clsGate.EnterRun()); }).join();
     EXPECT_FALSE(clsGate.Close(milliseconds(20)));
     EXPECT_TRUE(ComesTo(clsWaits, milliseconds(20)));
+}
+
+TEST_F(WaitLimitsTest, EndOfAPoolWaitsNineSecondsForARunThatNobodyCanStop)
+{
+    CLS_QuenTaskPool& clsPool = MakePool();
+    const HeldRun pRun = StartHeldRun(clsPool);
+    CLS_TaskThread* const pThread = FindWorker(clsPool, pRun->m_strTaskId);
+    ASSERT_NE(nullptr, pThread);
+    CLS_Task::DeleteTask(pRun->m_strTaskId);
+    {
+        const CLS_CutWaits clsWaits(pThread->GetRunGate().m_cvGate);
+        CLS_Side clsEnd([&] { clsPool.UnInit(); });
+        // The time until the wait begins counts, too.
+        EXPECT_TRUE(WaitUntil([&] { return clsWaits.GetLongest() > seconds(8); }));
+        EXPECT_LE(clsWaits.GetLongest(), seconds(9));
+        pRun->m_clsMayEnd.Open();
+        EXPECT_TRUE(clsEnd.Wait());
+    }
+    EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
 }
 } // namespace
