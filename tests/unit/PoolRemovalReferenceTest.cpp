@@ -6,6 +6,7 @@
 
 namespace
 {
+using std::chrono::milliseconds;
 using ::testing::IsEmpty;
 
 /// To be captured: notes which thread destroys it.
@@ -57,6 +58,21 @@ TEST_F(PoolRemovalReferenceTest, AReferenceThatTheHostKeepsIsNotWaitedForWithout
     EXPECT_EQ(1, pKept.use_count());
     pKept.reset();
     EXPECT_EQ(std::this_thread::get_id(), m_idDestroyer.load());
+}
+
+TEST_F(PoolRemovalReferenceTest, AKeptReferenceIsLookedAtEveryMillisecondThreeHundredTimes)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    const std::string strTaskId = AddTask(clsPool);
+    const std::shared_ptr<CLS_Task> pKept = CLS_Task::GetTask(strTaskId).lock();
+    const CLS_FastSleep clsFastSleep({}, milliseconds(1));
+    clsPool.RemoveTask(strTaskId, "call");
+    std::vector<milliseconds> vecSleeps;
+    for (const ST_Sleep& stSleep : clsFastSleep.GetSleeps(std::this_thread::get_id()))
+    {
+        vecSleeps.push_back(stSleep.m_msAsked);
+    }
+    EXPECT_EQ(std::vector<milliseconds>(300, milliseconds(1)), vecSleeps);
 }
 
 TEST_F(PoolRemovalReferenceTest, CapturedObjectsOfALoopTaskInFullSwingAreGoneWhenTheRemovalReturns)
