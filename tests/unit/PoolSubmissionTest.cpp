@@ -7,7 +7,10 @@
 #include <climits>
 #include <gmock/gmock.h>
 #include <memory>
+#include <mutex>
+#include <shared_mutex>
 #include <stdexcept>
+#include <thread>
 #include <type_traits>
 
 namespace
@@ -52,6 +55,34 @@ TEST_F(PoolSubmissionTest, APoolBesideTheInstanceTakesTasks)
     EXPECT_TRUE(clsRuns.Wait(2));
     pBeside->RemoveTmpTask(&clsRuns, "call");
     pBeside->RemoveTask(strTaskId, "call");
+}
+
+TEST_F(PoolSubmissionTest, LoopTaskMayChangeTheCallersTextBeforeItIsListed)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    std::string strTaskId;
+    std::string strWritten;
+    std::unique_lock<std::shared_mutex> lock(clsPool.m_smLoopTasksLock);
+    std::thread thCaller(
+        [&]
+        {
+            clsPool.AddLoopTask(
+                [&]
+                {
+                    strWritten = strTaskId;
+                    strTaskId.clear();
+                },
+                3600000, strTaskId, "call");
+        });
+    // The submission cannot get further than to the list before the task has run.
+    EXPECT_TRUE(WaitUntil([&] { return !PoolView::GetQueue(clsPool).empty(); }));
+    clsPool.DispatchPass();
+    EXPECT_TRUE(WaitForIdle(clsPool, 1));
+    lock.unlock();
+    thCaller.join();
+    EXPECT_EQ("", strTaskId);
+    EXPECT_THAT(PoolView::GetLoopTasks(clsPool), ElementsAre(strWritten));
+    EXPECT_THAT(PoolView::GetRegistered(), ElementsAre(strWritten));
 }
 
 TEST_F(PoolSubmissionTest, NullOwnerIsRefusedWithARecord)
