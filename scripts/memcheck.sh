@@ -25,26 +25,28 @@ fi
 filter=-PoolRemovalLoadTest.OneOwnerWithManyTasksSeesEachRunOnce
 filter+=:TaskThrowTest.ExceptionThatGetsPastBothRecordsIsARunErrorAndTheWorkerGoesOn:*/WhoseDestructorThrows
 
-passed=0
-failed=0
-cases=0
-for program in "${programs[@]}"; do
-    log=build/dev/memcheck-$program.log
-    start=$SECONDS
+# check PROGRAM: prints a line that begins with "clean", and how many tests have passed, or with "NOT CLEAN".
+check()
+{
+    local program=$1 log=build/dev/memcheck-$1.log start=$SECONDS result="NOT CLEAN" ran
     # Some tests replace the allocation functions of their program: theirs stay in place (nouserintercepts).
     if timeout 600 valgrind --error-exitcode=99 --leak-check=full \
         --errors-for-leak-kinds=definite,indirect,possible --soname-synonyms=somalloc=nouserintercepts \
         --fair-sched=yes --quiet --log-file="$log" "$folder/$program" --gtest_filter="$filter" \
         >"$log.out" 2>&1 && [ ! -s "$log" ] && grep -q '^\[  PASSED  \] [1-9]' "$log.out"; then
-        passed=$((passed + 1))
         result=clean
-    else
-        failed=$((failed + 1))
-        result="NOT CLEAN: see $log and $log.out"
     fi
     ran=$(sed -n 's/^\[  PASSED  \] \([0-9]*\) test.*/\1/p' "$log.out")
-    cases=$((cases + ${ran:-0}))
-    printf '%-28s %4s tests passed, %3s s: %s\n' "$program" "${ran:-0}" $((SECONDS - start)) "$result"
-done
-echo "memcheck: $cases tests of $passed programs are clean, $failed programs are not"
-[ "$failed" -eq 0 ] && [ "$cases" -gt 0 ]
+    printf '%-9s %4s tests passed, %3s s: %s\n' "$result" "${ran:-0}" $((SECONDS - start)) "$program"
+}
+export -f check
+export folder filter
+
+results=build/dev/memcheck.txt
+printf '%s\n' "${programs[@]}" |
+    xargs -P "$(getconf _NPROCESSORS_ONLN)" -I '{}' bash -c 'check "$1"' _ '{}' | tee "$results"
+cases=$(awk '/^clean / { cases += $2 } END { print cases + 0 }' "$results")
+clean=$(grep -c '^clean ' "$results" || true)
+echo "memcheck: $cases tests of $clean programs are clean, $((${#programs[@]} - clean)) programs are not" \
+    "(build/dev/memcheck-PROGRAM.log, .log.out)"
+[ "$clean" -eq "${#programs[@]}" ] && [ "$cases" -gt 0 ]
