@@ -65,7 +65,8 @@ class Build:
             target = words[words.index("-o") + 1]
             included = dependencies.get(target, set())
             options = [word for word in words[:words.index("-MD")] if not word.startswith("-W")]
-            if PRODUCT.match(source):
+            # A test that compiles a source for itself is no part of the product.
+            if PRODUCT.match(source) and not target.startswith("tests/"):
                 self.compiles[source] = options
                 self.objects[target] = source
                 self.includes[source] = included
