@@ -1,0 +1,86 @@
+// A library with the pool's names and nothing behind them, for tests of those that open it. It tells whoever
+// asks what is called, and when it is unloaded.
+
+#include "QuenPlugins/ZelTaskPool/TaskPoolExports.h"
+
+#include <stdexcept>
+#include <vector>
+
+namespace
+{
+std::vector<std::string>* g_pCalls = nullptr;
+
+void Note(const std::string& _strCall)
+{
+    if (g_pCalls != nullptr)
+    {
+        g_pCalls->push_back(_strCall);
+    }
+}
+
+class CLS_UnloadNote
+{
+public:
+    CLS_UnloadNote() = default;
+    ~CLS_UnloadNote() { Note("unloaded"); }
+    CLS_UnloadNote(const CLS_UnloadNote&) = delete;
+    CLS_UnloadNote& operator=(const CLS_UnloadNote&) = delete;
+};
+
+const CLS_UnloadNote g_clsUnloadNote;
+} // namespace
+
+extern "C"
+{
+    /// Where to note calls from now on; null for nowhere.
+    void NoteCalls(std::vector<std::string>* _pCalls)
+    {
+        g_pCalls = _pCalls;
+    }
+
+    bool AddTmpTask(const std::function<void()>& /*_funTask*/, void* /*_pObj*/,
+                    const std::string& _strCallInfo)
+    {
+        Note("AddTmpTask " + _strCallInfo);
+        return false;
+    }
+
+    void RemoveTmpTask(void* _pObj, const std::string& _strCallInfo)
+    {
+#ifdef ZEL_TEST_UNSTARTABLE
+        throw std::runtime_error("no thread to be had");
+#endif
+        Note(std::string("RemoveTmpTask ") + (_pObj == nullptr ? "of nobody, " : "") + _strCallInfo);
+    }
+
+    void AddLoopTask(const std::function<void()>& /*_funTask*/, int /*_iInterval*/,
+                     std::string& /*_strTaskId*/, const std::string& _strCallInfo)
+    {
+        Note("AddLoopTask " + _strCallInfo);
+    }
+
+    void RemoveTask(const std::string& /*_strTaskId*/, const std::string& _strCallInfo)
+    {
+        Note("RemoveTask " + _strCallInfo);
+    }
+
+    void KillTask(const std::string& /*_strTaskId*/, const std::string& _strCallInfo)
+    {
+        Note("KillTask " + _strCallInfo);
+    }
+
+    void KillTaskAll()
+    {
+        Note("KillTaskAll");
+#ifdef ZEL_TEST_UNENDABLE
+        throw std::runtime_error("no thread to be had");
+#endif
+    }
+
+#ifndef ZEL_TEST_WITHOUT_UN_INIT
+    void UnInit()
+    {
+        Note("UnInit");
+    }
+#endif
+}

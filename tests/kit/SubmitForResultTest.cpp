@@ -1,0 +1,197 @@
+#include "QuenHost/SubmitForResult.h"
+
+#include "tests/kit/PoolTest.h"
+#include "tests/support/Waiting.h"
+
+#include <memory>
+#include <optional>
+#include <stdexcept>
+
+namespace
+{
+using SubmitForResultTest = CLS_PoolTest;
+
+/// An exception of the host's own.
+class CLS_HostError : public std::runtime_error
+{
+public:
+    using std::runtime_error::runtime_error;
+};
+
+template <typename T_Result>
+void ExpectBroken(std::future<T_Result>& _futResult)
+{
+    ASSERT_EQ(std::future_status::ready, _futResult.wait_for(WAIT_LIMIT));
+    try
+    {
+        _futResult.get();
+        ADD_FAILURE() << "there is a result";
+    }
+    catch (const std::future_error& error)
+    {
+        EXPECT_EQ(std::make_error_code(std::future_errc::broken_promise), error.code());
+    }
+}
+
+/// The task of the last submission, kept as a pool may do that says no.
+std::function<void()>& GetKeptTask()
+{
+    static std::function<void()> s_funTask;
+    return s_funTask;
+}
+
+/// A pool that says no, and keeps the task.
+ST_PoolFunctions MakeKeepingPool()
+{
+    ST_PoolFunctions stFunctions = MakeRefusingPool();
+    stFunctions.m_funAddTmpTask = [](const std::function<void()>& _funTask, void*, const std::string&)
+    {
+        GetKeptTask() = _funTask;
+        return false;
+    };
+    return stFunctions;
+}
+
+TEST_F(SubmitForResultTest, TheFutureHasTheValue)
+{
+    CLS_TaskOwner clsOwner(Functions(), "owner");
+    std::future<std::string> futText = SubmitForResult(
+        clsOwner, [] { return std::string("text"); }, "text");
+    EXPECT_EQ("text", futText.get());
+}
+
+TEST_F(SubmitForResultTest, ValuesMayBeNothingReferencesAndMoveOnly)
+{
+    CLS_TaskOwner clsOwner(Functions(), "owner");
+    int iValue = 1;
+    SubmitForResult(
+        clsOwner, [&] { iValue = 2; }, "nothing")
+        .get();
+    EXPECT_EQ(2, iValue);
+    std::future<int&> futReference = SubmitForResult(
+        clsOwner, [&]() -> int& { return iValue; }, "reference");
+    EXPECT_EQ(&iValue, &futReference.get());
+    EXPECT_EQ(3, *SubmitForResult(
+                      clsOwner, [] { return std::make_unique<int>(3); }, "move-only")
+                      .get());
+}
+
+TEST_F(SubmitForResultTest, TheCallableMayBeMoveOnly)
+{
+    CLS_TaskOwner clsOwner(Functions(), "owner");
+    auto funTask = [pValue = std::make_unique<int>(4)] { return *pValue; };
+    EXPECT_EQ(4, SubmitForResult(clsOwner, std::move(funTask), "move-only").get());
+}
+
+TEST_F(SubmitForResultTest, TheCallableMayBeKeptByTheCaller)
+{
+    CLS_TaskOwner clsOwner(Functions(), "owner");
+    int iRuns = 0;
+    const auto funTask = [&iRuns] { return ++iRuns; };
+    EXPECT_EQ(1, SubmitForResult(clsOwner, funTask, "first").get());
+    EXPECT_EQ(2, SubmitForResult(clsOwner, funTask, "second").get());
+}
+
+TEST_F(SubmitForResultTest, AnExceptionTravelsIntoTheFuture)
+{
+    CLS_TaskOwner clsOwner(Functions(), "owner");
+    std::future<int> futResult = SubmitForResult(
+        clsOwner, []() -> int { throw CLS_HostError("mine"); }, "throwing");
+    try
+    {
+        futResult.get();
+        FAIL() << "there is a result";
+    }
+    catch (const CLS_HostError& error)
+    {
+        EXPECT_STREQ("mine", error.what());
+    }
+}
+
+TEST_F(SubmitForResultTest, WhatWasCapturedIsGoneWhenTheFutureIsReady)
+{
+    CLS_TaskOwner clsOwner(Functions(), "owner");
+    auto pValue = std::make_shared<int>(5);
+    const std::weak_ptr<int> pCaptured = pValue;
+    std::future<int> futValue = SubmitForResult(
+        clsOwner, [pValue = std::move(pValue)] { return *pValue; }, "value");
+    ASSERT_EQ(std::future_status::ready, futValue.wait_for(WAIT_LIMIT));
+    EXPECT_TRUE(pCaptured.expired());
+    EXPECT_EQ(5, futValue.get());
+}
+
+TEST_F(SubmitForResultTest, ATaskThatWasRemovedBeforeItRanBreaksItsPromise)
+{
+    // More tasks than the pool has workers: the last one cannot have started.
+    constexpr int WORKERS = 301;
+    CLS_Counter clsStarted;
+    CLS_Gate clsMayEnd;
+    CLS_TaskOwner clsOthers(Functions(), "others");
+    for (int i = 0; i < WORKERS; ++i)
+    {
+        ASSERT_TRUE(clsOthers.Submit(
+            [&]
+            {
+                clsStarted.Add();
+                EXPECT_TRUE(clsMayEnd.Wait());
+            },
+            "fill"));
+    }
+    ASSERT_TRUE(clsStarted.Wait(WORKERS));
+    std::optional<CLS_TaskOwner> clsOwner(std::in_place, Functions(), "owner");
+    std::future<int> futResult = SubmitForResult(
+        *clsOwner, [] { return 6; }, "queued");
+    EXPECT_EQ(std::future_status::timeout, futResult.wait_for(std::chrono::seconds(0)));
+    clsOwner.reset();
+    ExpectBroken(futResult);
+    clsMayEnd.Open();
+}
+
+TEST_F(SubmitForResultTest, TheFutureOutlivesTheOwner)
+{
+    std::future<int> futResult;
+    {
+        CLS_Gate clsRan;
+        CLS_TaskOwner clsOwner(Functions(), "owner");
+        futResult = SubmitForResult(
+            clsOwner,
+            [&]
+            {
+                clsRan.Open();
+                return 7;
+            },
+            "value");
+        ASSERT_TRUE(clsRan.Wait());
+    }
+    EXPECT_EQ(7, futResult.get());
+}
+
+TEST(SubmitForResultRefusedTest, ATaskThatIsNotTakenBreaksItsPromiseAndNeverRuns)
+{
+    CLS_TaskOwner clsOwner(MakeKeepingPool(), "owner");
+    bool bRan = false;
+    auto pValue = std::make_shared<int>(8);
+    const std::weak_ptr<int> pCaptured = pValue;
+    std::future<void> futResult = SubmitForResult(
+        clsOwner, [&bRan, pValue = std::move(pValue)] { bRan = true; }, "refused");
+    EXPECT_TRUE(pCaptured.expired());
+    ExpectBroken(futResult);
+    GetKeptTask()();
+    EXPECT_FALSE(bRan);
+    GetKeptTask() = nullptr;
+}
+
+TEST(SubmitForResultRefusedTest, ATaskThatRanBeforeItWasRefusedHasItsResult)
+{
+    ST_PoolFunctions stFunctions = MakeRefusingPool();
+    stFunctions.m_funAddTmpTask = [](const std::function<void()>& _funTask, void*, const std::string&)
+    {
+        _funTask();
+        return false;
+    };
+    CLS_TaskOwner clsOwner(stFunctions, "owner");
+    EXPECT_EQ(9, SubmitForResult(
+                     clsOwner, [] { return 9; }, "ran")
+                     .get());
+}
+} // namespace
