@@ -1,8 +1,8 @@
 // The pool, as a host uses it: opened at run time, nothing linked.
 
+#include "QuenHost/CLS_PoolScope.h"
 #include "bench/support/RetrySleeps.h"
 #include "bench/workloads/CLS_System.h"
-#include "examples/hash_tree/PoolLibrary.h"
 
 #include <stdexcept>
 #include <vector>
@@ -14,39 +14,33 @@ const std::string CALL_INFO = "benchmark";
 class CLS_Ours : public CLS_System
 {
 public:
-    explicit CLS_Ours(const std::string& _strLibrary) : m_clsPool(_strLibrary)
-    {
-        // The first use builds the pool and must not race another.
-        m_clsPool.m_funRemoveTask("", CALL_INFO);
-    }
-
-    ~CLS_Ours() override { m_clsPool.m_funUnInit(); }
+    explicit CLS_Ours(const std::string& _strLibrary) : m_clsPool(CLS_PoolLibrary(_strLibrary)) {}
 
     unsigned GetThreadLimit() const override { return 301; }
 
     void Submit(const std::function<void()>& _funTask, void* _pOwner) override
     {
-        if (!m_clsPool.m_funAddTmpTask(_funTask, _pOwner, CALL_INFO))
+        if (!m_clsPool.Functions().m_funAddTmpTask(_funTask, _pOwner, CALL_INFO))
         {
             throw std::runtime_error("the pool refused a task");
         }
     }
 
     bool OffersRemoval() const override { return true; }
-    void Remove(void* _pOwner) override { m_clsPool.m_funRemoveTmpTask(_pOwner, CALL_INFO); }
+    void Remove(void* _pOwner) override { m_clsPool.Functions().m_funRemoveTmpTask(_pOwner, CALL_INFO); }
 
     bool OffersLoops() const override { return true; }
     void AddLoop(const std::function<void()>& _funTask, int _iInterval) override
     {
         std::string strTaskId;
-        m_clsPool.m_funAddLoopTask(_funTask, _iInterval, strTaskId, CALL_INFO);
+        m_clsPool.Functions().m_funAddLoopTask(_funTask, _iInterval, strTaskId, CALL_INFO);
         m_vecLoops.push_back(strTaskId);
     }
     void RemoveLoops() override
     {
         for (const std::string& strTaskId : m_vecLoops)
         {
-            m_clsPool.m_funRemoveTask(strTaskId, CALL_INFO);
+            m_clsPool.Functions().m_funRemoveTask(strTaskId, CALL_INFO);
         }
         m_vecLoops.clear();
     }
@@ -54,7 +48,7 @@ public:
     std::optional<std::uint64_t> GetRetries() const override { return CountRetrySleeps(); }
 
 private:
-    const CLS_PoolLibrary m_clsPool;
+    const CLS_PoolScope m_clsPool;
     std::vector<std::string> m_vecLoops;
 };
 } // namespace

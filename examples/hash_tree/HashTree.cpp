@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <exception>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -16,35 +15,6 @@ namespace
 /// How many files are with the pool at a time. Fewer than the pool has workers, since it starts tasks in the
 /// order in which they come: the progress would wait behind all files. It also bounds the files open at once.
 constexpr int g_iMaxJobsOpen = 128;
-
-/// Ends the pool on every way out.
-class CLS_PoolEnd
-{
-public:
-    CLS_PoolEnd(const CLS_PoolLibrary& _clsPool, CLS_Progress& _clsProgress)
-        : m_clsPool(_clsPool), m_clsProgress(_clsProgress)
-    {
-    }
-
-    ~CLS_PoolEnd()
-    {
-        try
-        {
-            m_clsPool.m_funKillTaskAll();
-        }
-        catch (const std::exception& error)
-        {
-            m_clsProgress.Report(std::string("ending the pool failed: ") + error.what());
-        }
-    }
-
-    CLS_PoolEnd(const CLS_PoolEnd&) = delete;
-    CLS_PoolEnd& operator=(const CLS_PoolEnd&) = delete;
-
-private:
-    const CLS_PoolLibrary& m_clsPool;
-    CLS_Progress& m_clsProgress;
-};
 
 /// Counts a task that is at work; the last thing that a task touches.
 class CLS_TaskInside
@@ -66,41 +36,37 @@ CLS_HashTree::CLS_File::CLS_File(std::string _strPath, CLS_Directory& _clsOwner)
 {
 }
 
-CLS_HashTree::CLS_HashTree(const CLS_PoolLibrary& _clsPool, const CLS_ChecksumFile& _clsOutput,
+CLS_HashTree::CLS_HashTree(CLS_PoolScope _clsPool, const CLS_ChecksumFile& _clsOutput,
                            CLS_Progress& _clsProgress)
-    : m_clsPool(_clsPool), m_clsOutput(_clsOutput), m_clsProgress(_clsProgress),
+    : m_clsOutput(_clsOutput), m_clsProgress(_clsProgress),
       m_clsWalk(_clsProgress, [this](const fs::directory_entry& _entry, CLS_Directory& _clsDirectory)
-                { AddFile(_entry, _clsDirectory); })
+                { AddFile(_entry, _clsDirectory); }),
+      m_clsPool(std::move(_clsPool))
 {
 }
 
 CLS_RunResult CLS_HashTree::Run(const fs::path& _pathRoot, int _iInterval)
 {
-    double dSeconds = 0;
-    {
-        const CLS_PoolEnd clsPoolEnd(m_clsPool, m_clsProgress);
-        const std::string strProgressId = StartProgress(_iInterval);
-        m_clsWalk.Run(_pathRoot);
-        m_clsProgress.m_clsCounters.m_bWalking = CancelSignal() != 0;
-        WaitForFiles();
-        dSeconds = m_clsProgress.Seconds();
-        CancelTasks();
-        m_clsPool.m_funRemoveTask(strProgressId, "hash_tree progress");
-        m_clsProgress.DrawLast();
-    }
+    CLS_LoopTask clsProgressTask = StartProgress(_iInterval);
+    m_clsWalk.Run(_pathRoot);
+    m_clsProgress.m_clsCounters.m_bWalking = CancelSignal() != 0;
+    WaitForFiles();
+    const double dSeconds = m_clsProgress.Seconds();
+    CancelTasks();
+    clsProgressTask.Remove();
+    m_clsProgress.DrawLast();
+    m_clsPool.End();
     return CollectResult(dSeconds);
 }
 
-std::string CLS_HashTree::StartProgress(int _iInterval)
+CLS_LoopTask CLS_HashTree::StartProgress(int _iInterval)
 {
     const auto funDraw = [this]
     {
         const CLS_TaskInside clsInside(m_iTasksInside);
         m_clsProgress.Draw();
     };
-    std::string strId;
-    m_clsPool.m_funAddLoopTask(funDraw, _iInterval, strId, "hash_tree progress");
-    return strId;
+    return CLS_LoopTask(m_clsPool.Functions(), funDraw, _iInterval, "hash_tree progress");
 }
 
 void CLS_HashTree::AddFile(const fs::directory_entry& _entry, CLS_Directory& _clsDirectory)
@@ -141,7 +107,7 @@ void CLS_HashTree::Submit(CLS_File& _clsFile)
 {
     CLS_HashJob& clsJob = _clsFile.m_clsJob;
     const auto funTask = [this, pJob = &clsJob] { RunJob(*pJob); };
-    if (!m_clsPool.m_funAddTmpTask(funTask, &_clsFile.m_clsOwner, "hash_tree " + clsJob.Path()))
+    if (!m_clsPool.Functions().m_funAddTmpTask(funTask, &_clsFile.m_clsOwner, "hash_tree " + clsJob.Path()))
     {
         clsJob.Refuse("the pool did not take it");
         FinishJob(clsJob);
@@ -199,7 +165,7 @@ void CLS_HashTree::CancelTasks()
     }
     for (CLS_Directory& clsDirectory : m_clsWalk.Directories())
     {
-        m_clsPool.m_funRemoveTmpTask(&clsDirectory, "hash_tree cancel");
+        m_clsPool.Functions().m_funRemoveTmpTask(&clsDirectory, "hash_tree cancel");
     }
 }
 

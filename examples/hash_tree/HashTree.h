@@ -1,8 +1,9 @@
 #pragma once
 
+#include "QuenHost/CLS_LoopTask.h"
+#include "QuenHost/CLS_PoolScope.h"
 #include "examples/hash_tree/Checksums.h"
 #include "examples/hash_tree/HashJob.h"
-#include "examples/hash_tree/PoolLibrary.h"
 #include "examples/hash_tree/Progress.h"
 #include "examples/hash_tree/TreeWalk.h"
 
@@ -33,13 +34,12 @@ struct CLS_RunResult
 class CLS_HashTree
 {
 public:
-    /// Keeps references to the three; _clsOutput tells which files of the tree are its own and left out.
-    CLS_HashTree(const CLS_PoolLibrary& _clsPool, const CLS_ChecksumFile& _clsOutput,
-                 CLS_Progress& _clsProgress);
+    /// Takes over the pool, and ends it no later than when it is destroyed. Keeps references to the other
+    /// two; _clsOutput tells which files of the tree are its own and left out.
+    CLS_HashTree(CLS_PoolScope _clsPool, const CLS_ChecksumFile& _clsOutput, CLS_Progress& _clsProgress);
 
-    /// Walks the tree, hashes its regular files, and ends the pool, also when it throws. Returns when every
-    /// file was dealt with, or soon after a cancel was asked for. Progress is drawn every _iInterval
-    /// milliseconds. Throws what the pool throws when it cannot be built.
+    /// Walks the tree, hashes its regular files, and ends the pool. Returns when every file was dealt with,
+    /// or soon after a cancel was asked for. Progress is drawn every _iInterval milliseconds.
     CLS_RunResult Run(const std::filesystem::path& _pathRoot, int _iInterval);
 
     /// True while tasks that the pool gave up waiting for still use this object: reads that do not return.
@@ -54,7 +54,7 @@ private:
         CLS_Directory& m_clsOwner;
     };
 
-    std::string StartProgress(int _iInterval);
+    CLS_LoopTask StartProgress(int _iInterval);
     void AddFile(const std::filesystem::directory_entry& _entry, CLS_Directory& _clsDirectory);
     void SubmitFiles();
     bool TakeTurn();
@@ -65,7 +65,6 @@ private:
     void CancelTasks();
     CLS_RunResult CollectResult(double _dSeconds) const;
 
-    const CLS_PoolLibrary& m_clsPool;
     const CLS_ChecksumFile& m_clsOutput;
     CLS_Progress& m_clsProgress;
 
@@ -77,4 +76,6 @@ private:
     std::condition_variable m_cvJobs;
     int m_iJobsOpen = 0; ///< files that are with the pool, guarded by m_mtxJobs
     std::atomic<int> m_iTasksInside{0};
+
+    CLS_PoolScope m_clsPool; ///< comes last: it ends while everything that the tasks use is there
 };

@@ -1,7 +1,7 @@
+#include "QuenHost/CLS_PoolScope.h"
 #include "examples/hash_tree/CancelSignal.h"
 #include "examples/hash_tree/Checksums.h"
 #include "examples/hash_tree/HashTree.h"
-#include "examples/hash_tree/PoolLibrary.h"
 #include "examples/hash_tree/Progress.h"
 
 #include <CLI/CLI.hpp>
@@ -12,6 +12,7 @@
 #include <exception>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace
 {
@@ -112,10 +113,10 @@ int ExitCode(const CLS_RunResult& _clsResult, bool _bPublished)
 int RunHost(const CLS_Options& _clsOptions)
 {
     CatchCancelSignals();
-    const CLS_PoolLibrary clsPool(_clsOptions.m_strLibrary);
+    CLS_PoolScope clsPool{CLS_PoolLibrary(_clsOptions.m_strLibrary)};
     CLS_ChecksumFile clsOutput(_clsOptions.m_strOutput);
     CLS_Progress clsProgress;
-    CLS_HashTree clsTree(clsPool, clsOutput, clsProgress);
+    CLS_HashTree clsTree(std::move(clsPool), clsOutput, clsProgress);
 
     const int iInterval = _clsOptions.m_iInterval.value_or(clsProgress.UsualInterval());
     const CLS_RunResult clsResult = clsTree.Run(_clsOptions.m_strRoot, iInterval);
