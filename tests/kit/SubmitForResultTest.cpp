@@ -122,22 +122,10 @@ TEST_F(SubmitForResultTest, WhatWasCapturedIsGoneWhenTheFutureIsReady)
 
 TEST_F(SubmitForResultTest, ATaskThatWasRemovedBeforeItRanBreaksItsPromise)
 {
-    // More tasks than the pool has workers: the last one cannot have started.
-    constexpr int WORKERS = 301;
-    CLS_Counter clsStarted;
+    // The last ones submitted cannot have started.
     CLS_Gate clsMayEnd;
     CLS_TaskOwner clsOthers(Functions(), "others");
-    for (int i = 0; i < WORKERS; ++i)
-    {
-        ASSERT_TRUE(clsOthers.Submit(
-            [&]
-            {
-                clsStarted.Add();
-                EXPECT_TRUE(clsMayEnd.Wait());
-            },
-            "fill"));
-    }
-    ASSERT_TRUE(clsStarted.Wait(WORKERS));
+    KeepEveryWorkerBusy(clsOthers, clsMayEnd);
     std::optional<CLS_TaskOwner> clsOwner(std::in_place, Functions(), "owner");
     std::future<int> futResult = SubmitForResult(
         *clsOwner, [] { return 6; }, "queued");

@@ -45,22 +45,10 @@ TEST_F(TaskOwnerTest, TheDestructorWaitsForWhatIsRunning)
 
 TEST_F(TaskOwnerTest, TheDestructorRemovesTheOwnersTasksAlone)
 {
-    // More tasks than the pool has workers: the last ones cannot have started.
-    constexpr int WORKERS = 301;
-    CLS_Counter clsStarted;
+    // The last ones submitted cannot have started.
     CLS_Gate clsMayEnd;
     CLS_TaskOwner clsOthers(Functions(), "others");
-    for (int i = 0; i < WORKERS; ++i)
-    {
-        ASSERT_TRUE(clsOthers.Submit(
-            [&]
-            {
-                clsStarted.Add();
-                EXPECT_TRUE(clsMayEnd.Wait());
-            },
-            "fill"));
-    }
-    ASSERT_TRUE(clsStarted.Wait(WORKERS));
+    KeepEveryWorkerBusy(clsOthers, clsMayEnd);
     CLS_Counter clsLater;
     std::atomic<bool> bRemovedRan{false};
     std::weak_ptr<int> pCaptured;
