@@ -22,6 +22,10 @@ if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
     "$<$<NOT:$<BOOL:$<TARGET_PROPERTY:ZEL_LOOKS_INSIDE>>>:-Wthread-safety;-Wthread-safety-beta>")
 endif()
 
+# What ships does not tell where it was built. Other builds do, for their debuggers.
+target_compile_options(zel_compiler INTERFACE
+  "$<$<CONFIG:Release,MinSizeRel>:-ffile-prefix-map=${PROJECT_BINARY_DIR}=build;-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.>")
+
 if(ZEL_SANITIZE)
   target_compile_options(zel_compiler INTERFACE
     -fsanitize=${ZEL_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)

@@ -16,3 +16,8 @@ set(ZEL_LOG_LIBRARY_NAME "libZelLog.dylib" CACHE STRING
 # Everything that is run lies in one folder, so that programs find the libraries beside them.
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
+
+# Everything that is installed lies in one of the usual folders; the headers in one of their own, for they are
+# included from its root.
+include(GNUInstallDirs)
+set(ZEL_INSTALL_INCLUDEDIR "${CMAKE_INSTALL_INCLUDEDIR}/${PROJECT_NAME}")

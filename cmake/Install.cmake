@@ -1,0 +1,34 @@
+# What "cmake --install" puts in place: the library, the headers, and what CMake and pkg-config find them by.
+# Nothing in it names the folder that it is installed to, so that the whole may be moved.
+
+include(CMakePackageConfigHelpers)
+
+set(ZEL_INSTALL_CMAKEDIR "${CMAKE_INSTALL_LIBDIR}/cmake/${PROJECT_NAME}")
+set(ZEL_INSTALL_PKGCONFIGDIR "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+
+# Hosts open the library by its plain name, so that link is no business of developers alone.
+install(TARGETS ZelTaskPool zel_headers EXPORT ZelTaskPoolTargets
+  LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT runtime NAMELINK_COMPONENT runtime)
+
+# Without what only the library's own sources include.
+install(DIRECTORY QuenHost QuenInclude
+  DESTINATION "${ZEL_INSTALL_INCLUDEDIR}" COMPONENT development FILES_MATCHING PATTERN "*.h")
+install(DIRECTORY QuenPlugins/ZelTaskPool
+  DESTINATION "${ZEL_INSTALL_INCLUDEDIR}/QuenPlugins" COMPONENT development
+  FILES_MATCHING PATTERN "*.h" PATTERN "TaskPoolRecord.h" EXCLUDE)
+
+configure_package_config_file(cmake/package/ZelTaskPoolConfig.cmake.in "${PROJECT_BINARY_DIR}/ZelTaskPoolConfig.cmake"
+  INSTALL_DESTINATION "${ZEL_INSTALL_CMAKEDIR}"
+  NO_SET_AND_CHECK_MACRO)
+write_basic_package_version_file("${PROJECT_BINARY_DIR}/ZelTaskPoolConfigVersion.cmake" COMPATIBILITY SameMajorVersion)
+install(FILES "${PROJECT_BINARY_DIR}/ZelTaskPoolConfig.cmake" "${PROJECT_BINARY_DIR}/ZelTaskPoolConfigVersion.cmake"
+  DESTINATION "${ZEL_INSTALL_CMAKEDIR}" COMPONENT development)
+install(EXPORT ZelTaskPoolTargets
+  NAMESPACE ZelTaskPool:: DESTINATION "${ZEL_INSTALL_CMAKEDIR}" COMPONENT development)
+
+file(RELATIVE_PATH ZEL_PREFIX_FROM_PKGCONFIG
+  "${CMAKE_INSTALL_PREFIX}/${ZEL_INSTALL_PKGCONFIGDIR}" "${CMAKE_INSTALL_PREFIX}")
+string(REGEX REPLACE "/$" "" ZEL_PREFIX_FROM_PKGCONFIG "${ZEL_PREFIX_FROM_PKGCONFIG}")
+configure_file(cmake/package/ZelTaskPool.pc.in "${PROJECT_BINARY_DIR}/ZelTaskPool.pc" @ONLY)
+install(FILES "${PROJECT_BINARY_DIR}/ZelTaskPool.pc"
+  DESTINATION "${ZEL_INSTALL_PKGCONFIGDIR}" COMPONENT development)
