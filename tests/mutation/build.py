@@ -123,7 +123,10 @@ class Workplace:
         shutil.rmtree(self.folder, ignore_errors=True)
         for path in self.build.folder.rglob("*"):
             target = self.folder / path.relative_to(self.build.folder)
-            if path.is_dir():
+            if path.is_symlink():
+                # The library's other names: they lead to what is linked here.
+                target.symlink_to(os.readlink(path))
+            elif path.is_dir():
                 target.mkdir(parents=True, exist_ok=True)
             elif path.suffix != ".pch":
                 target.parent.mkdir(parents=True, exist_ok=True)
