@@ -12,6 +12,8 @@ set(ZEL_SANITIZE "" CACHE STRING
   "Sanitizers to build with, as -fsanitize= takes them: \"thread\" or \"address,undefined\"")
 set(ZEL_LOG_LIBRARY_NAME "libZelLog.dylib" CACHE STRING
   "File name of the logging library that the pool looks for at run time")
+set(ZEL_PACKAGE_MAINTAINER "No maintainer yet <nobody@nowhere.invalid>" CACHE STRING
+  "Who answers for the Debian packages, as NAME <ADDRESS>")
 
 # Everything that is run lies in one folder, so that programs find the libraries beside them.
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
