@@ -3,7 +3,7 @@
 # macOS (Homebrew). With the word "checks" also what the sanitizer builds and source checks need, with the word
 # "coverage" what counts executed code, with the word "mutation" what makes mutants of the product, with the
 # word "macos" what the build for macOS on Linux needs, with the word "bench" what the benchmarks measure beside
-# the pool.
+# the pool, with the word "package" what makes and tries packages, with the word "abi" what reads the ABI.
 set -euo pipefail
 
 install_debian()
@@ -25,6 +25,12 @@ install_debian()
     if [ "${1:-}" = bench ]; then
         packages+=(libbenchmark-dev nlohmann-json3-dev pkg-config python3 python3-matplotlib
             libboost-dev libglib2.0-dev libpoco-dev libtbb-dev libuv1-dev qtbase5-dev)
+    fi
+    if [ "${1:-}" = package ]; then
+        packages+=(dpkg-dev file git lintian mmdebstrap pkg-config uidmap)
+    fi
+    if [ "${1:-}" = abi ]; then
+        packages+=(abigail-tools)
     fi
     local missing=()
     for package in "${packages[@]}"; do
