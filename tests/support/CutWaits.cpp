@@ -13,6 +13,7 @@ using std::chrono::nanoseconds;
 
 std::atomic<const void*> s_pWatched{nullptr};
 std::atomic<nanoseconds> s_nsLongest{nanoseconds::min()};
+std::atomic<int> s_iNotifications{0};
 
 nanoseconds ToDuration(const timespec& _stTime)
 {
@@ -34,6 +35,7 @@ void Note(clockid_t _iClock, const timespec& _stEnd)
 CLS_CutWaits::CLS_CutWaits(std::condition_variable& _cvWatched)
 {
     s_nsLongest = nanoseconds::min();
+    s_iNotifications = 0;
     s_pWatched = _cvWatched.native_handle();
 }
 
@@ -47,7 +49,14 @@ nanoseconds CLS_CutWaits::GetLongest() const
     return s_nsLongest;
 }
 
-/// Stands in front of the system's function of the same name in every program that is linked with this file.
+int CLS_CutWaits::GetNotifications() const
+{
+    return s_iNotifications;
+}
+
+// These stand in front of the system's functions of the same names in every program that is linked with this
+// file.
+
 extern "C" int pthread_cond_clockwait(pthread_cond_t* _pCondition, pthread_mutex_t* _pMutex,
                                       clockid_t _iClock, const timespec* _pEnd)
 {
@@ -60,4 +69,14 @@ extern "C" int pthread_cond_clockwait(pthread_cond_t* _pCondition, pthread_mutex
     pthread_mutex_unlock(_pMutex);
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
     return pthread_mutex_lock(_pMutex);
+}
+
+extern "C" int pthread_cond_signal(pthread_cond_t* _pCondition) ZEL_TEST_NOEXCEPT
+{
+    if (_pCondition == s_pWatched)
+    {
+        ++s_iNotifications;
+    }
+    static auto* const s_pSignal = GetNextFunction<decltype(pthread_cond_signal)>("pthread_cond_signal");
+    return s_pSignal(_pCondition);
 }

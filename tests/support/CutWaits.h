@@ -4,8 +4,8 @@
 #include <condition_variable>
 
 /// While one lives, every wait with a limit on one condition variable, on all threads, wakes after a
-/// millisecond, and how long it was meant to last is noted. Sees the waits of GNU's standard library only.
-/// One at a time.
+/// millisecond, notified or not; how long it was meant to last is noted, and notifications are counted. Sees
+/// the waits of GNU's standard library only. One at a time.
 class CLS_CutWaits
 {
 public:
@@ -17,4 +17,7 @@ public:
     /// The longest wait so far. A thread that is held up between looking at the clock and waiting seems to
     /// wait for less than it is meant to, and never for more.
     std::chrono::nanoseconds GetLongest() const;
+
+    /// Notifications of one waiting thread.
+    int GetNotifications() const;
 };

@@ -6,13 +6,6 @@
 #include <cerrno>
 #include <pthread.h>
 
-// As the system declares the function.
-#ifdef __GLIBC__
-#define ZEL_TEST_NOEXCEPT noexcept
-#else
-#define ZEL_TEST_NOEXCEPT
-#endif
-
 namespace
 {
 std::atomic<bool> s_bCounting{false};

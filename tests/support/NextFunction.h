@@ -3,6 +3,13 @@
 #include <dlfcn.h>
 #include <string>
 
+// As the system declares its functions.
+#ifdef __GLIBC__
+#define ZEL_TEST_NOEXCEPT noexcept
+#else
+#define ZEL_TEST_NOEXCEPT
+#endif
+
 /// The function of the system that a program's own function of the same name stands in front of. A
 /// sanitizer's stand-in counts as the system's, where one is linked into the program.
 template <typename FUN>

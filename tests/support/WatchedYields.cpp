@@ -4,13 +4,6 @@
 
 #include <sched.h>
 
-// As the system declares the function.
-#ifdef __GLIBC__
-#define ZEL_TEST_NOEXCEPT noexcept
-#else
-#define ZEL_TEST_NOEXCEPT
-#endif
-
 namespace
 {
 thread_local CLS_WatchedYields* t_pWatch = nullptr;

@@ -49,6 +49,16 @@ TEST_F(WaitLimitsTest, ThreadsWaitForTheirTurnAsLongAsItSays)
     thNext.join();
 }
 
+TEST_F(WaitLimitsTest, GivingTheTurnBackEndsTheWaitOfTheNextThread)
+{
+    CLS_LoadTurn clsTurn;
+    const CLS_CutWaits clsWaits(clsTurn.m_cvTurn);
+    ASSERT_TRUE(clsTurn.Take());
+    EXPECT_EQ(0, clsWaits.GetNotifications());
+    clsTurn.Give();
+    EXPECT_EQ(1, clsWaits.GetNotifications());
+}
+
 TEST_F(WaitLimitsTest, EndOfAPoolWaitsForARunAsLongAsItIsTold)
 {
     CLS_RunGate clsGate;
