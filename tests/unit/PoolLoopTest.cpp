@@ -386,6 +386,19 @@ TEST_F(PoolLoopTest, TasksThatAreKnownNeedNoLookUpAlsoWhenTheListHasChanged)
     pBusy->SetTaskStatus(TASK_STATUS_IDLE);
 }
 
+TEST_F(PoolLoopTest, EntriesAreNotMadeAnewWhileTheListIsTheSame)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    MakeListedTask(clsPool);
+    clsPool.LoopPass();
+    const CLS_LoopEntry* const pEntries = clsPool.m_vecLoopEntries.data();
+    clsPool.LoopPass();
+    EXPECT_EQ(pEntries, clsPool.m_vecLoopEntries.data());
+    MakeListedTask(clsPool);
+    clsPool.LoopPass();
+    EXPECT_NE(pEntries, clsPool.m_vecLoopEntries.data());
+}
+
 TEST_F(PoolLoopTest, TaskThatLeftTheRegistryIsNotQueuedThoughTheHostKeepsIt)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
