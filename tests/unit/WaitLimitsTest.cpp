@@ -1,5 +1,6 @@
 #include "QuenInclude/CLS_LoadTurn.h"
 #include "tests/support/CutWaits.h"
+#include "tests/support/FastSleep.h"
 #include "tests/unit/ShutdownFixture.h"
 
 #include <chrono>
@@ -85,5 +86,22 @@ TEST_F(WaitLimitsTest, EndOfAPoolWaitsNineSecondsForARunThatNobodyCanStop)
         EXPECT_TRUE(clsEnd.Wait());
     }
     EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
+}
+
+TEST_F(WaitLimitsTest, EndOfAPoolDoesNotWaitOnceMoreForARunThatOutlastedItsStop)
+{
+    const int iThreads = CountThreads();
+    CLS_QuenTaskPool& clsPool = MakePool();
+    const HeldRun pRun = StartHeldRun(clsPool);
+    CLS_TaskThread* const pThread = FindWorker(clsPool, pRun->m_strTaskId);
+    ASSERT_NE(nullptr, pThread);
+    {
+        const CLS_FastSleep clsFastSleep;
+        const CLS_CutWaits clsWaits(pThread->GetRunGate().m_cvGate);
+        clsPool.UnInit();
+        EXPECT_LE(clsWaits.GetLongest(), nanoseconds(0));
+    }
+    EndHeldRun(pRun);
+    EXPECT_TRUE(WaitForThreads(iThreads));
 }
 } // namespace
