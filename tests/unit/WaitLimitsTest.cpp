@@ -104,4 +104,22 @@ TEST_F(WaitLimitsTest, EndOfAPoolDoesNotWaitOnceMoreForARunThatOutlastedItsStop)
     EndHeldRun(pRun);
     EXPECT_TRUE(WaitForThreads(iThreads));
 }
+
+TEST_F(WaitLimitsTest, AWorkerThatWasLeftBehindDestroysItself)
+{
+    const int iThreads = CountThreads();
+    CLS_QuenTaskPool& clsPool = MakePool();
+    const HeldRun pRun = StartHeldRun(clsPool);
+    CLS_TaskThread* const pThread = FindWorker(clsPool, pRun->m_strTaskId);
+    ASSERT_NE(nullptr, pThread);
+    {
+        const CLS_FastSleep clsFastSleep;
+        clsPool.UnInit();
+    }
+    // Its destructor tells its thread to end.
+    const CLS_CutWaits clsNotifications(pThread->m_cvFunction);
+    EndHeldRun(pRun);
+    EXPECT_TRUE(WaitForThreads(iThreads));
+    EXPECT_EQ(1, clsNotifications.GetNotifications());
+}
 } // namespace
