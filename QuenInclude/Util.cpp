@@ -122,6 +122,15 @@ void PinLibrary()
     dlerror(); // NOLINT(concurrency-mt-unsafe)
 }
 
+void SetThreadName(const char* _szName)
+{
+#ifdef __APPLE__
+    pthread_setname_np(_szName);
+#else
+    pthread_setname_np(pthread_self(), _szName);
+#endif
+}
+
 std::int64_t GetElapsedMilliseconds(std::chrono::steady_clock::time_point _tpStart)
 {
     const auto msElapsed =

@@ -32,6 +32,11 @@ bool FileExists(const std::string& _strPath);
 /// bound to come back to it later. Does nothing in a program that contains the code itself.
 void PinLibrary();
 
+/// The name under which debuggers and system monitors show the calling thread: at most 15 characters, for a
+/// system may refuse a longer one, which changes nothing. Threads and processes that the thread starts
+/// inherit it on Linux.
+void SetThreadName(const char* _szName);
+
 /// Whole milliseconds between _tpStart and now, truncated; never negative.
 std::int64_t GetElapsedMilliseconds(std::chrono::steady_clock::time_point _tpStart);
 

@@ -140,8 +140,8 @@ public:
     ZEL_TASKPOOL_EXPORT void FunRunTask(CLS_TaskThread* _pThread);
 
     /// Bodies of the service threads: dispatcher, loop scheduler, watchdog. Each returns when the pool ends:
-    /// at once, within 10 ms and within 180 ms, and when the pass in progress is done. For their threads
-    /// only.
+    /// at once, within 10 ms and within 180 ms, and when the pass in progress is done. Each names its thread:
+    /// zel-dispatcher, zel-loops, zel-watchdog. For their threads only.
     ZEL_TASKPOOL_EXPORT void FunTaskingThread();
     ZEL_TASKPOOL_EXPORT void FunLoopThread();
     ZEL_TASKPOOL_EXPORT void FunTaskThreadWaitingOvertime();

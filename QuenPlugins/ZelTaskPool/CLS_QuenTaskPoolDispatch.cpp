@@ -1,5 +1,6 @@
 // The waiting queue, the dispatcher, and the job of a worker.
 
+#include "QuenInclude/Util.h"
 #include "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool.h"
 #include "QuenPlugins/ZelTaskPool/TaskPoolRecord.h"
 
@@ -131,6 +132,7 @@ void CLS_QuenTaskPool::AddWaitingTasks(const std::string& _strTaskId)
 
 void CLS_QuenTaskPool::FunTaskingThread()
 {
+    Util::SetThreadName("zel-dispatcher");
     while (m_bRun)
     {
         try

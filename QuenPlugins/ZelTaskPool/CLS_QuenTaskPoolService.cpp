@@ -1,5 +1,6 @@
 // The loop scheduler and the overtime watchdog.
 
+#include "QuenInclude/Util.h"
 #include "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool.h"
 #include "QuenPlugins/ZelTaskPool/TaskPoolRecord.h"
 
@@ -52,6 +53,7 @@ std::vector<CLS_LoopEntry> MakeLoopEntries(std::vector<std::string>& _vecTaskIds
 
 void CLS_QuenTaskPool::FunLoopThread()
 {
+    Util::SetThreadName("zel-loops");
     while (m_bRun)
     {
         try
@@ -115,6 +117,7 @@ void CLS_QuenTaskPool::RefreshLoopEntries()
 
 void CLS_QuenTaskPool::FunTaskThreadWaitingOvertime()
 {
+    Util::SetThreadName("zel-watchdog");
     while (SleepBetweenPasses())
     {
         try

@@ -3,6 +3,11 @@
 #include "QuenInclude/Util.h"
 #include "QuenPlugins/ZelTaskPool/TaskPoolRecord.h"
 
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <string_view>
+
 using TaskPoolRecord::FILE_THREAD;
 
 std::atomic<std::int32_t> CLS_TaskThread::m_iWaitingOvertime{300000};
@@ -11,6 +16,8 @@ namespace
 {
 /// A worker looks at its run flag at least this often.
 constexpr std::chrono::seconds WAIT_LIMIT{3};
+
+constexpr std::int32_t NO_ORDER_ID = -1;
 } // namespace
 
 CLS_TaskThread::CLS_TaskThread()
@@ -36,11 +43,12 @@ void CLS_TaskThread::RunThread()
 
 void CLS_TaskThread::FunTask()
 {
+    std::int32_t iShownId = NO_ORDER_ID;
     while (m_bRun)
     {
         try
         {
-            if (!RunPass())
+            if (!RunPass(iShownId))
             {
                 return;
             }
@@ -60,8 +68,9 @@ void CLS_TaskThread::FunTask()
     }
 }
 
-/// Waits for a job and runs it. False when the worker is to end; a job not begun is then dropped.
-bool CLS_TaskThread::RunPass()
+/// Waits for a job and runs it. False when the worker is to end; a job not begun is then dropped. _iShownId
+/// is the order id that the thread's name shows.
+bool CLS_TaskThread::RunPass(std::int32_t& _iShownId)
 {
     CLS_WaitGuard lock(m_mtxFunction);
     while (!m_funFunction && m_bRun)
@@ -72,8 +81,26 @@ bool CLS_TaskThread::RunPass()
     {
         return false;
     }
+    ShowOrderId(_iShownId);
     RunJob();
     return true;
+}
+
+/// Names the thread by its order id, which comes when the thread runs already, but before its first job. To
+/// be called before each job: asks the system only when the id has changed.
+void CLS_TaskThread::ShowOrderId(std::int32_t& _iShownId)
+{
+    const std::int32_t iOrderId = m_iOrderId;
+    if (iOrderId == _iShownId)
+    {
+        return;
+    }
+    constexpr std::string_view PREFIX = "zel-worker-";
+    std::array<char, 16> arrName{}; // leaves room for four digits; the pool's ids have three
+    char* const pDigits = std::copy(PREFIX.begin(), PREFIX.end(), arrName.data());
+    std::to_chars(pDigits, arrName.data() + arrName.size() - 1, iOrderId);
+    Util::SetThreadName(arrName.data());
+    _iShownId = iOrderId;
 }
 
 void CLS_TaskThread::RecordFailure()

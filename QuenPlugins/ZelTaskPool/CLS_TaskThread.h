@@ -32,8 +32,9 @@ public:
     CLS_TaskThread& operator=(const CLS_TaskThread&) = delete;
 
     /// The thread's body: takes jobs until the worker is told to end. Called by the worker's thread only.
-    /// Holds m_mtxFunction while a job runs. A job that throws is recorded, kept, and run again on the next
-    /// pass, until it returns, a new job replaces it, or the worker ends.
+    /// Holds m_mtxFunction while a job runs. Names the thread "zel-worker-" and the order id, if it has one,
+    /// before the first job, and before the next one when the id was changed. A job that throws is recorded,
+    /// kept, and run again on the next pass, until it returns, a new job replaces it, or the worker ends.
     ZEL_TASKPOOL_EXPORT void FunTask();
 
     /// Ends the thread: at once when it is idle, else when its job returns; waits for that without a limit.
@@ -73,7 +74,8 @@ public:
 
 private:
     void RunThread();
-    bool RunPass() ZEL_EXCLUDES(m_mtxFunction);
+    bool RunPass(std::int32_t& _iShownId) ZEL_EXCLUDES(m_mtxFunction);
+    void ShowOrderId(std::int32_t& _iShownId);
     void RunJob() ZEL_REQUIRES(m_mtxFunction);
     void RecordFailure();
     void RequestEnd();
