@@ -37,11 +37,11 @@ CLS_HashTree::CLS_File::CLS_File(std::string _strPath, CLS_Directory& _clsOwner)
 }
 
 CLS_HashTree::CLS_HashTree(CLS_PoolScope _clsPool, const CLS_ChecksumFile& _clsOutput,
-                           CLS_Progress& _clsProgress)
-    : m_clsOutput(_clsOutput), m_clsProgress(_clsProgress),
+                           CLS_Progress& _clsProgress, std::shared_ptr<CLS_TraceFile> _pTrace)
+    : m_clsOutput(_clsOutput), m_pTrace(std::move(_pTrace)), m_clsProgress(_clsProgress),
       m_clsWalk(_clsProgress, [this](const fs::directory_entry& _entry, CLS_Directory& _clsDirectory)
                 { AddFile(_entry, _clsDirectory); }),
-      m_clsPool(std::move(_clsPool))
+      m_clsPool(std::move(_clsPool)), m_clsTracedPool(m_clsPool.Functions(), m_pTrace)
 {
 }
 
@@ -66,12 +66,17 @@ CLS_LoopTask CLS_HashTree::StartProgress(int _iInterval)
         const CLS_TaskInside clsInside(m_iTasksInside);
         m_clsProgress.Draw();
     };
-    return CLS_LoopTask(m_clsPool.Functions(), funDraw, _iInterval, "hash_tree progress");
+    return m_clsTracedPool.MakeLoopTask(funDraw, _iInterval, "hash_tree progress");
+}
+
+bool CLS_HashTree::IsOwnFile(const fs::path& _path) const
+{
+    return m_clsOutput.IsSelf(_path) || (m_pTrace && m_pTrace->IsSelf(_path));
 }
 
 void CLS_HashTree::AddFile(const fs::directory_entry& _entry, CLS_Directory& _clsDirectory)
 {
-    if (m_clsOutput.IsSelf(_entry.path()))
+    if (IsOwnFile(_entry.path()))
     {
         return;
     }
@@ -107,7 +112,7 @@ void CLS_HashTree::Submit(CLS_File& _clsFile)
 {
     CLS_HashJob& clsJob = _clsFile.m_clsJob;
     const auto funTask = [this, pJob = &clsJob] { RunJob(*pJob); };
-    if (!m_clsPool.Functions().m_funAddTmpTask(funTask, &_clsFile.m_clsOwner, "hash_tree " + clsJob.Path()))
+    if (!m_clsTracedPool.AddTmpTask(funTask, &_clsFile.m_clsOwner, "hash_tree " + clsJob.Path()))
     {
         clsJob.Refuse("the pool did not take it");
         FinishJob(clsJob);
@@ -165,7 +170,7 @@ void CLS_HashTree::CancelTasks()
     }
     for (CLS_Directory& clsDirectory : m_clsWalk.Directories())
     {
-        m_clsPool.Functions().m_funRemoveTmpTask(&clsDirectory, "hash_tree cancel");
+        m_clsTracedPool.RemoveTmpTask(&clsDirectory, "hash_tree cancel");
     }
 }
 

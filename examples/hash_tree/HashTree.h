@@ -6,6 +6,7 @@
 #include "examples/hash_tree/HashJob.h"
 #include "examples/hash_tree/Progress.h"
 #include "examples/hash_tree/TreeWalk.h"
+#include "examples/trace/TracedPool.h"
 
 #include <atomic>
 #include <condition_variable>
@@ -13,6 +14,7 @@
 #include <cstdint>
 #include <deque>
 #include <filesystem>
+#include <memory>
 #include <mutex>
 #include <string>
 
@@ -34,9 +36,11 @@ struct CLS_RunResult
 class CLS_HashTree
 {
 public:
-    /// Takes over the pool, and ends it no later than when it is destroyed. Keeps references to the other
-    /// two; _clsOutput tells which files of the tree are its own and left out.
-    CLS_HashTree(CLS_PoolScope _clsPool, const CLS_ChecksumFile& _clsOutput, CLS_Progress& _clsProgress);
+    /// Takes over the pool, and ends it no later than when it is destroyed. Keeps references to the next two;
+    /// _clsOutput and _pTrace tell which files of the tree are its own and left out. _pTrace may be null:
+    /// then nothing is traced.
+    CLS_HashTree(CLS_PoolScope _clsPool, const CLS_ChecksumFile& _clsOutput, CLS_Progress& _clsProgress,
+                 std::shared_ptr<CLS_TraceFile> _pTrace);
 
     /// Walks the tree, hashes its regular files, and ends the pool. Returns when every file was dealt with,
     /// or soon after a cancel was asked for. Progress is drawn every _iInterval milliseconds.
@@ -55,6 +59,7 @@ private:
     };
 
     CLS_LoopTask StartProgress(int _iInterval);
+    bool IsOwnFile(const std::filesystem::path& _path) const;
     void AddFile(const std::filesystem::directory_entry& _entry, CLS_Directory& _clsDirectory);
     void SubmitFiles();
     bool TakeTurn();
@@ -66,6 +71,7 @@ private:
     CLS_RunResult CollectResult(double _dSeconds) const;
 
     const CLS_ChecksumFile& m_clsOutput;
+    const std::shared_ptr<CLS_TraceFile> m_pTrace; ///< null for none
     CLS_Progress& m_clsProgress;
 
     CLS_TreeWalk m_clsWalk;
@@ -78,4 +84,5 @@ private:
     std::atomic<int> m_iTasksInside{0};
 
     CLS_PoolScope m_clsPool; ///< comes last: it ends while everything that the tasks use is there
+    const CLS_TracedPool m_clsTracedPool;
 };

@@ -3,6 +3,7 @@
 #include "examples/hash_tree/Checksums.h"
 #include "examples/hash_tree/HashTree.h"
 #include "examples/hash_tree/Progress.h"
+#include "examples/trace/TraceFile.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -10,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -29,6 +31,7 @@ struct CLS_Options
     std::string m_strRoot = "/usr/include";
     std::string m_strOutput = "SHA256SUMS";
     std::string m_strLibrary = CLS_PoolLibrary::UsualName();
+    std::optional<std::string> m_strTrace;
     std::optional<int> m_iInterval;
 };
 
@@ -37,7 +40,7 @@ constexpr char g_szFooter[] =
 
 Exit codes:
   0    every file was hashed
-  1    some files or directories could not be read, or the sums could not be written
+  1    some files or directories could not be read, or the sums or the trace could not be written
   2    wrong usage, or the pool library could not be used
   130  cancelled by Ctrl-C
   143  cancelled by SIGTERM
@@ -59,11 +62,21 @@ void DescribeOptions(CLI::App& _app, CLS_Options& _clsOptions)
                     "The pool library; a name without a slash is looked for beside the program first")
         ->type_name("PATH")
         ->capture_default_str();
+    _app.add_option(
+            "--trace", _clsOptions.m_strTrace,
+            "A file to write the run of every task to, as events that Perfetto and chrome://tracing open")
+        ->type_name("FILE");
     _app.add_option("--progress-interval", _clsOptions.m_iInterval,
                     "Milliseconds between two progress lines (200 at a terminal, 1000 otherwise)")
         ->type_name("MS")
         ->check(CLI::Range(10, 3600000));
     _app.footer(g_szFooter);
+}
+
+/// Null when none is wanted. Throws CLS_TraceError.
+std::shared_ptr<CLS_TraceFile> OpenTrace(const std::optional<std::string>& _strPath)
+{
+    return _strPath ? CLS_TraceFile::Create(*_strPath, "hash_tree") : nullptr;
 }
 
 void ReportCancel(const CLS_RunResult& _clsResult, CLS_Progress& _clsProgress)
@@ -100,14 +113,32 @@ bool PublishSums(CLS_ChecksumFile& _clsOutput, const CLS_RunResult& _clsResult, 
     }
 }
 
-int ExitCode(const CLS_RunResult& _clsResult, bool _bPublished)
+/// False, with a message, when there is a trace that could not be written.
+bool CloseTrace(CLS_TraceFile* _pTrace, CLS_Progress& _clsProgress)
+{
+    try
+    {
+        if (_pTrace != nullptr)
+        {
+            _pTrace->Close();
+        }
+        return true;
+    }
+    catch (const CLS_TraceError& error)
+    {
+        _clsProgress.Report(error.what());
+        return false;
+    }
+}
+
+int ExitCode(const CLS_RunResult& _clsResult, bool _bWritten)
 {
     if (_clsResult.m_iSignal != 0)
     {
         return SignalBase + _clsResult.m_iSignal;
     }
     const bool bAllRead = _clsResult.m_iUnreadable == 0 && _clsResult.m_iWalkErrors == 0;
-    return bAllRead && _bPublished ? AllDone : SomeFailed;
+    return bAllRead && _bWritten ? AllDone : SomeFailed;
 }
 
 int RunHost(const CLS_Options& _clsOptions)
@@ -115,8 +146,9 @@ int RunHost(const CLS_Options& _clsOptions)
     CatchCancelSignals();
     CLS_PoolScope clsPool{CLS_PoolLibrary(_clsOptions.m_strLibrary)};
     CLS_ChecksumFile clsOutput(_clsOptions.m_strOutput);
+    const std::shared_ptr<CLS_TraceFile> pTrace = OpenTrace(_clsOptions.m_strTrace);
     CLS_Progress clsProgress;
-    CLS_HashTree clsTree(std::move(clsPool), clsOutput, clsProgress);
+    CLS_HashTree clsTree(std::move(clsPool), clsOutput, clsProgress, pTrace);
 
     const int iInterval = _clsOptions.m_iInterval.value_or(clsProgress.UsualInterval());
     const CLS_RunResult clsResult = clsTree.Run(_clsOptions.m_strRoot, iInterval);
@@ -130,7 +162,8 @@ int RunHost(const CLS_Options& _clsOptions)
     {
         std::printf("sums in %s\n", _clsOptions.m_strOutput.c_str());
     }
-    const int iExitCode = ExitCode(clsResult, bPublished);
+    const bool bTraced = CloseTrace(pTrace.get(), clsProgress);
+    const int iExitCode = ExitCode(clsResult, bPublished && bTraced);
     if (clsTree.HasTasks())
     {
         // They may go on at any moment, so what they use must not be destroyed before the process is gone.
@@ -157,6 +190,11 @@ int main(int argc, char** argv) // NOLINT(bugprone-exception-escape)
         return app.exit(error) == 0 ? AllDone : Trouble;
     }
     catch (const CLS_OutputError& error)
+    {
+        std::fprintf(stderr, "hash_tree: %s\n", error.what());
+        return SomeFailed;
+    }
+    catch (const CLS_TraceError& error)
     {
         std::fprintf(stderr, "hash_tree: %s\n", error.what());
         return SomeFailed;

@@ -1,5 +1,5 @@
+#include "tests/blackbox/HashTreeFixture.h"
 #include "tests/support/ChildProcess.h"
-#include "tests/support/TempFolder.h"
 
 #include <csignal>
 #include <filesystem>
@@ -14,47 +14,7 @@ namespace fs = std::filesystem;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-/// The demo host on small trees, as a user runs it.
-class HashTreeTest : public ::testing::Test
-{
-protected:
-    HashTreeTest() : m_strTree(m_clsFolder.GetPath("tree")), m_strSums(m_clsFolder.GetPath("SUMS"))
-    {
-        fs::create_directories(m_strTree);
-    }
-
-    void AddFile(const std::string& _strName, const std::string& _strText) const
-    {
-        const fs::path pthFile = fs::path(m_strTree) / _strName;
-        fs::create_directories(pthFile.parent_path());
-        std::ofstream(pthFile) << _strText;
-    }
-
-    /// A file of zeros that takes no space and many seconds to hash.
-    void AddHugeFile(const std::string& _strName) const
-    {
-        AddFile(_strName, "");
-        fs::resize_file(fs::path(m_strTree) / _strName, std::uintmax_t{8} << 30U);
-    }
-
-    ST_ChildResult Hash(const std::map<std::string, std::string>& _mapEnvironment = {}) const
-    {
-        return RunChild(HASH_TREE, {m_strTree, "--output", m_strSums}, _mapEnvironment);
-    }
-
-    std::string ReadSums() const { return ReadFile(m_strSums); }
-
-    static std::string ReadFile(const std::string& _strPath)
-    {
-        std::ostringstream ossText;
-        ossText << std::ifstream(_strPath).rdbuf();
-        return ossText.str();
-    }
-
-    CLS_TempFolder m_clsFolder;
-    std::string m_strTree;
-    std::string m_strSums;
-};
+using HashTreeTest = CLS_HashTreeFixture;
 
 TEST_F(HashTreeTest, WritesTheSumsSortedByPath)
 {
@@ -191,7 +151,7 @@ TEST_F(HashTreeTest, ExplainsEveryOption)
 {
     const ST_ChildResult stResult = RunChild(HASH_TREE, {"--help"});
     EXPECT_EQ(0, stResult.m_iExit);
-    for (const char* const szPart : {"directory", "--output", "--library", "--progress-interval",
+    for (const char* const szPart : {"directory", "--output", "--library", "--trace", "--progress-interval",
                                      "Exit codes", "ZEL_LOG_FILE", "ZEL_LOG_LEVEL"})
     {
         EXPECT_THAT(stResult.m_strOut, HasSubstr(szPart));

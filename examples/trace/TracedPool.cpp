@@ -1,0 +1,106 @@
+#include "examples/trace/TracedPool.h"
+
+#include <atomic>
+#include <cstdint>
+#include <utility>
+
+namespace
+{
+std::uint64_t TakeTaskNumber()
+{
+    static std::atomic<std::uint64_t> s_uiTasks{0};
+    return ++s_uiTasks;
+}
+
+/// What becomes of a one-shot task. Shared by the copies of its callable.
+class CLS_TracedTask
+{
+public:
+    CLS_TracedTask(std::shared_ptr<CLS_TraceFile> _pTrace, std::function<void()> _funTask,
+                   std::string _strName)
+        : m_pTrace(std::move(_pTrace)), m_funTask(std::move(_funTask)), m_strName(std::move(_strName)),
+          m_strTask(std::to_string(TakeTaskNumber())), m_strCancelled(R"(,"s":"t")" + Arguments())
+    {
+    }
+
+    ~CLS_TracedTask()
+    {
+        if (!m_bStarted)
+        {
+            m_pTrace->Add('i', "cancel", m_strName, m_strCancelled);
+        }
+    }
+
+    CLS_TracedTask(const CLS_TracedTask&) = delete;
+    CLS_TracedTask& operator=(const CLS_TracedTask&) = delete;
+
+    /// What the submission's event holds: an arrow starts there.
+    std::string SubmissionMembers() const { return Flow("out") + Arguments(); }
+
+    void Run()
+    {
+        m_bStarted = true;
+        const CLS_TraceSpan clsSpan(*m_pTrace, "run", m_strName, Flow("in") + Arguments());
+        m_funTask();
+    }
+
+private:
+    std::string Arguments() const { return R"(,"args":{"task":)" + m_strTask + "}"; }
+
+    std::string Flow(const char* _szDirection) const
+    {
+        return R"(,"bind_id":")" + m_strTask + R"(","flow_)" + _szDirection + R"(":true)";
+    }
+
+    const std::shared_ptr<CLS_TraceFile> m_pTrace;
+    const std::function<void()> m_funTask;
+    const std::string m_strName;
+    const std::string m_strTask; ///< its number
+    const std::string m_strCancelled;
+    bool m_bStarted = false; ///< written by the run, which nothing runs beside; read when all copies are gone
+};
+} // namespace
+
+CLS_TracedPool::CLS_TracedPool(const ST_PoolFunctions& _stFunctions, std::shared_ptr<CLS_TraceFile> _pTrace)
+    : m_stFunctions(_stFunctions), m_pTrace(std::move(_pTrace))
+{
+}
+
+bool CLS_TracedPool::AddTmpTask(const std::function<void()>& _funTask, void* _pObj,
+                                const std::string& _strCallInfo) const
+{
+    if (!m_pTrace)
+    {
+        return m_stFunctions.m_funAddTmpTask(_funTask, _pObj, _strCallInfo);
+    }
+    const auto pTask = std::make_shared<CLS_TracedTask>(m_pTrace, _funTask, _strCallInfo);
+    const CLS_TraceSpan clsSpan(*m_pTrace, "submit", _strCallInfo, pTask->SubmissionMembers());
+    return m_stFunctions.m_funAddTmpTask([pTask] { pTask->Run(); }, _pObj, _strCallInfo);
+}
+
+void CLS_TracedPool::RemoveTmpTask(void* _pObj, const std::string& _strCallInfo) const
+{
+    if (!m_pTrace)
+    {
+        m_stFunctions.m_funRemoveTmpTask(_pObj, _strCallInfo);
+        return;
+    }
+    const CLS_TraceSpan clsSpan(*m_pTrace, "remove", _strCallInfo);
+    m_stFunctions.m_funRemoveTmpTask(_pObj, _strCallInfo);
+}
+
+CLS_LoopTask CLS_TracedPool::MakeLoopTask(const std::function<void()>& _funTask, int _iInterval,
+                                          const std::string& _strCallInfo) const
+{
+    if (!m_pTrace)
+    {
+        return CLS_LoopTask(m_stFunctions, _funTask, _iInterval, _strCallInfo);
+    }
+    const auto funTraced = [pTrace = m_pTrace, _funTask, _strCallInfo,
+                            strMembers = R"(,"args":{"interval_ms":)" + std::to_string(_iInterval) + "}"]
+    {
+        const CLS_TraceSpan clsSpan(*pTrace, "loop", _strCallInfo, strMembers);
+        _funTask();
+    };
+    return CLS_LoopTask(m_stFunctions, funTraced, _iInterval, _strCallInfo);
+}

@@ -1,0 +1,36 @@
+#pragma once
+
+#include "QuenHost/CLS_LoopTask.h"
+#include "QuenHost/ST_PoolFunctions.h"
+#include "examples/trace/TraceFile.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+
+/// The pool's functions for submitting and removing, which also write into a trace what becomes of each task:
+/// categories "submit", "run", "cancel", "loop" and "remove". An event is named as the pool's records name
+/// the task. The events of a one-shot task share a number, "task" among their arguments, by which viewers
+/// join its submission and its run.
+///
+/// Safe on any thread. What it adds to the pool may outlive it.
+class CLS_TracedPool
+{
+public:
+    /// Without a trace, it does nothing but pass on.
+    CLS_TracedPool(const ST_PoolFunctions& _stFunctions, std::shared_ptr<CLS_TraceFile> _pTrace);
+
+    /// As the pool's. A task that is destroyed without having run counts as cancelled, at that moment.
+    bool AddTmpTask(const std::function<void()>& _funTask, void* _pObj,
+                    const std::string& _strCallInfo) const;
+
+    /// As the pool's.
+    void RemoveTmpTask(void* _pObj, const std::string& _strCallInfo) const;
+
+    CLS_LoopTask MakeLoopTask(const std::function<void()>& _funTask, int _iInterval,
+                              const std::string& _strCallInfo) const;
+
+private:
+    const ST_PoolFunctions m_stFunctions;
+    const std::shared_ptr<CLS_TraceFile> m_pTrace;
+};

@@ -1,0 +1,63 @@
+#include "QuenHost/CLS_PoolScope.h"
+#include "examples/trace/TraceFile.h"
+#include "examples/trace/TracedPool.h"
+#include "examples/trace_scenes/Scenes.h"
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+#include <memory>
+#include <string>
+
+namespace
+{
+struct ST_Options
+{
+    std::string m_strScene;
+    std::string m_strTrace;
+    std::string m_strLibrary = CLS_PoolLibrary::UsualName();
+};
+
+void DescribeOptions(CLI::App& _app, ST_Options& _stOptions)
+{
+    _app.add_option("scene", _stOptions.m_strScene, "What to record")
+        ->check(CLI::IsMember(GetScenes()))
+        ->required();
+    _app.add_option("trace", _stOptions.m_strTrace, "The file to write the trace to")->required();
+    _app.add_option("--library", _stOptions.m_strLibrary, "The pool library")->capture_default_str();
+}
+
+void Record(const ST_Options& _stOptions)
+{
+    CLS_PoolScope clsPool{CLS_PoolLibrary(_stOptions.m_strLibrary)};
+    const std::shared_ptr<CLS_TraceFile> pTrace =
+        CLS_TraceFile::Create(_stOptions.m_strTrace, "trace_scenes");
+    GetScenes().at(_stOptions.m_strScene)(CLS_TracedPool(clsPool.Functions(), pTrace));
+    clsPool.End();
+    pTrace->Close();
+}
+} // namespace
+
+// What is left to throw is a failing stream while an error is printed.
+int main(int argc, char** argv) // NOLINT(bugprone-exception-escape)
+{
+    ST_Options stOptions;
+    CLI::App app(
+        "Records what the pool does in a scene, as a trace that Perfetto and chrome://tracing open.");
+    try
+    {
+        DescribeOptions(app, stOptions);
+        app.parse(argc, argv);
+        Record(stOptions);
+        return 0;
+    }
+    catch (const CLI::ParseError& error)
+    {
+        return app.exit(error) == 0 ? 0 : 2;
+    }
+    catch (const std::exception& error)
+    {
+        std::fprintf(stderr, "trace_scenes: %s\n", error.what());
+        return 1;
+    }
+}
