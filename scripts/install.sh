@@ -3,7 +3,8 @@
 # macOS (Homebrew). With the word "checks" also what the sanitizer builds and source checks need, with the word
 # "coverage" what counts executed code, with the word "mutation" what makes mutants of the product, with the
 # word "macos" what the build for macOS on Linux needs, with the word "bench" what the benchmarks measure beside
-# the pool, with the word "package" what makes and tries packages, with the word "abi" what reads the ABI.
+# the pool, with the word "pictures" what draws the pictures of the documentation, with the word "package" what
+# makes and tries packages, with the word "abi" what reads the ABI.
 set -euo pipefail
 
 install_debian()
@@ -33,6 +34,9 @@ install_debian()
     if [ "${1:-}" = abi ]; then
         packages+=(abigail-tools)
     fi
+    if [ "${1:-}" = pictures ]; then
+        packages+=(python3 python3-matplotlib)
+    fi
     local missing=()
     for package in "${packages[@]}"; do
         if [ "$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null)" != installed ]; then
@@ -53,6 +57,9 @@ install_macos()
     local formulas=(cmake ninja googletest spdlog cli11 nlohmann-json openssl@3 coreutils)
     if [ "${1:-}" = bench ]; then
         formulas+=(google-benchmark pkg-config boost glib libuv poco python-matplotlib qt tbb)
+    fi
+    if [ "${1:-}" = pictures ]; then
+        formulas+=(python-matplotlib)
     fi
     local missing=()
     for formula in "${formulas[@]}"; do
