@@ -3,6 +3,7 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <random>
 #include <string>
 #include <thread>
 #include <utility>
@@ -140,14 +141,17 @@ void Cancel(const CLS_TracedPool& _clsPool)
     clsOthers.WaitForEnd();
 }
 
-/// Loop tasks with different intervals.
+/// Loop tasks with different intervals. Their runs take from 1 to 11 ms, so that they end at any moment
+/// between two looks of the loop scheduler.
 void Loops(const CLS_TracedPool& _clsPool)
 {
     std::vector<CLS_LoopTask> vecLoops;
     for (const int iInterval : {0, 25, 50, 100})
     {
-        vecLoops.push_back(_clsPool.MakeLoopTask([] { std::this_thread::sleep_for(milliseconds(5)); },
-                                                 iInterval, "every " + std::to_string(iInterval) + " ms"));
+        const auto funSleep = [clsRandom = std::minstd_rand(static_cast<unsigned>(iInterval) + 1)]() mutable
+        { std::this_thread::sleep_for(std::chrono::microseconds(1000 + clsRandom() % 10000)); };
+        vecLoops.push_back(
+            _clsPool.MakeLoopTask(funSleep, iInterval, "every " + std::to_string(iInterval) + " ms"));
     }
     std::this_thread::sleep_for(seconds(10));
 }
