@@ -69,7 +69,7 @@ TEST_F(ThreadNamesTest, ServiceThreadsSayWhatTheyAre)
 
 TEST_F(ThreadNamesTest, EveryWorkerShowsItsOrderIdBeforeItsFirstTaskRuns)
 {
-    constexpr int WORKERS = 301;
+    constexpr int WORKERS = 30;
     CLS_QuenTaskPool& clsPool = MakePool();
     std::mutex mtxNames;
     std::set<std::string> setNames;
