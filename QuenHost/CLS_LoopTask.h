@@ -16,10 +16,9 @@ class CLS_LoopTask
 {
 public:
     /// Runs _funTask, copied, at once, and again _iInterval milliseconds after each run ended, plus up to
-    /// about
-    /// 10. With 0 it is repeated without a pause; a negative interval is not for loop tasks. _strCallInfo
-    /// says, in the pool's records, what it is. When it cannot be added, usually because memory ran out,
-    /// there is a record and no task: see IsAdded. Waits for no task.
+    /// about 10. With 0 it is repeated without a pause; a negative interval is not for loop tasks.
+    /// _strCallInfo says, in the pool's records, what it is. When it cannot be added, usually because memory
+    /// ran out, there is a record and no task: see IsAdded. Waits for no task.
     CLS_LoopTask(const ST_PoolFunctions& _stFunctions, const std::function<void()>& _funTask, int _iInterval,
                  std::string _strCallInfo)
         : m_stFunctions(_stFunctions), m_strCallInfo(std::move(_strCallInfo))
@@ -36,6 +35,7 @@ public:
     CLS_LoopTask(const CLS_LoopTask&) = delete;
     CLS_LoopTask& operator=(const CLS_LoopTask&) = delete;
 
+    /// Takes over the task; _clsOther has none then.
     CLS_LoopTask(CLS_LoopTask&& _clsOther) noexcept
         : m_stFunctions(_clsOther.m_stFunctions), m_strCallInfo(std::move(_clsOther.m_strCallInfo)),
           m_strTaskId(std::exchange(_clsOther.m_strTaskId, {}))

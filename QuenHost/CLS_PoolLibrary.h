@@ -48,11 +48,13 @@ public:
     }
 #endif
 
+    /// Neither ends the pool nor closes the library.
     ~CLS_PoolLibrary() = default;
 
     CLS_PoolLibrary(const CLS_PoolLibrary&) = delete;
     CLS_PoolLibrary& operator=(const CLS_PoolLibrary&) = delete;
 
+    /// Takes over the open library; _clsOther has none then.
     CLS_PoolLibrary(CLS_PoolLibrary&& _clsOther) noexcept
         : m_pLibrary(std::exchange(_clsOther.m_pLibrary, nullptr)),
           m_stFunctions(std::exchange(_clsOther.m_stFunctions, {}))

@@ -30,6 +30,7 @@ public:
     CLS_PoolScope& operator=(const CLS_PoolScope&) = delete;
     CLS_PoolScope& operator=(CLS_PoolScope&&) = delete;
 
+    /// Takes over the pool, which it ends in place of _clsOther.
     CLS_PoolScope(CLS_PoolScope&& _clsOther) noexcept
         : m_clsLibrary(std::move(_clsOther.m_clsLibrary)), m_bPool(std::exchange(_clsOther.m_bPool, false))
     {

@@ -21,8 +21,9 @@ template <typename T_Callable>
 class CLS_ResultTask
 {
 public:
-    using Result = std::invoke_result_t<T_Callable&>;
+    using Result = std::invoke_result_t<T_Callable&>; ///< what the callable returns
 
+    /// Takes the callable over. std::bad_alloc passes.
     explicit CLS_ResultTask(T_Callable _funTask)
         : m_funRun([this]() -> Result { return RunCallable(); }),
           m_pCallable(std::make_unique<T_Callable>(std::move(_funTask)))
@@ -32,10 +33,10 @@ public:
     CLS_ResultTask(const CLS_ResultTask&) = delete;
     CLS_ResultTask& operator=(const CLS_ResultTask&) = delete;
 
-    /// Once, before Run and Cancel.
+    /// The future of the result. Once, before Run and Cancel; a second call throws std::future_error.
     std::future<Result> GetFuture() { return m_funRun.get_future(); }
 
-    /// What the callable throws goes into the future.
+    /// Runs the callable on this thread. What it throws goes into the future.
     void Run()
     {
         if (!m_bTaken.exchange(true))
@@ -44,6 +45,7 @@ public:
         }
     }
 
+    /// Destroys the callable on this thread, unless it runs or has run: that is not waited for.
     void Cancel()
     {
         if (!m_bTaken.exchange(true))

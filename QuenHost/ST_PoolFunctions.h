@@ -9,11 +9,11 @@
 /// thread may call through it, but for the end of the pool, which must not race anything.
 struct ST_PoolFunctions
 {
-    decltype(&::AddTmpTask) m_funAddTmpTask = nullptr;
-    decltype(&::RemoveTmpTask) m_funRemoveTmpTask = nullptr;
-    decltype(&::AddLoopTask) m_funAddLoopTask = nullptr;
-    decltype(&::RemoveTask) m_funRemoveTask = nullptr;
-    decltype(&::KillTask) m_funKillTask = nullptr;
-    decltype(&::KillTaskAll) m_funKillTaskAll = nullptr;
-    decltype(&::UnInit) m_funUnInit = nullptr;
+    decltype(&::AddTmpTask) m_funAddTmpTask = nullptr;       ///< runs a callable once, for an owner
+    decltype(&::RemoveTmpTask) m_funRemoveTmpTask = nullptr; ///< cancels an owner's tasks; waits
+    decltype(&::AddLoopTask) m_funAddLoopTask = nullptr;     ///< runs a callable again and again
+    decltype(&::RemoveTask) m_funRemoveTask = nullptr;       ///< removes one task, by its id; waits
+    decltype(&::KillTask) m_funKillTask = nullptr;           ///< the same as RemoveTask
+    decltype(&::KillTaskAll) m_funKillTaskAll = nullptr;     ///< ends the pool in any case; waits
+    decltype(&::UnInit) m_funUnInit = nullptr;               ///< ends the pool; waits
 };

@@ -9,6 +9,9 @@
 #include <type_traits>
 #include <utility>
 
+/// \file
+/// One-shot tasks with a result.
+
 /// Queues _funTask, copied or moved, to run once for _clsOwner, and returns the future of its result. It may
 /// be a callable that can only be moved.
 ///

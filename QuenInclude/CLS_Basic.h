@@ -10,6 +10,9 @@
 #include <string>
 #include <utility>
 
+/// \file
+/// The base of the objects that carry parameters.
+
 /// Receives a result: a first text, parameters, a second text, and the user data of the registration.
 using CallBackResultFun = std::function<void(const std::string&, const std::map<std::string, CLS_CVariant>&,
                                              const std::string&, void*)>;

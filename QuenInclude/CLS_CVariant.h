@@ -8,17 +8,20 @@
 #include <type_traits>
 #include <vector>
 
+/// \file
+/// One value of one of several types.
+
 /// What a CLS_CVariant holds.
 enum n_CVariantType : std::int32_t
 {
-    CVariantType_None = -1,
-    CVariantType_Bool = 0,
-    CVariantType_LongLong = 1,
-    CVariantType_Double = 2,
-    CVariantType_String = 3, ///< owned std::string
-    CVariantType_Vector = 4, ///< owned std::vector<CLS_CVariant>
-    CVariantType_Map = 5,    ///< owned std::map<std::string, CLS_CVariant>
-    CVariantType_Pointer = 6 ///< untyped, not owned
+    CVariantType_None = -1,    ///< nothing
+    CVariantType_Bool = 0,     ///< a flag
+    CVariantType_LongLong = 1, ///< an integer
+    CVariantType_Double = 2,   ///< a real number
+    CVariantType_String = 3,   ///< owned std::string
+    CVariantType_Vector = 4,   ///< owned std::vector<CLS_CVariant>
+    CVariantType_Map = 5,      ///< owned std::map<std::string, CLS_CVariant>
+    CVariantType_Pointer = 6   ///< untyped, not owned
 };
 
 /// One value: a flag, an integer, a real number, a text, a list, a map or a pointer; or nothing.
@@ -32,24 +35,24 @@ enum n_CVariantType : std::int32_t
 class CLS_CVariant
 {
 public:
-    CLS_CVariant();
+    CLS_CVariant(); ///< nothing
     /// From a flag, and from nothing that would merely convert to one, as pointers do.
     template <typename Flag, std::enable_if_t<std::is_same_v<Flag, bool>, int> = 0>
     CLS_CVariant(Flag _bValue) : m_iType(CVariantType_Bool)
     {
         m_uValue.m_bValue = _bValue;
     }
-    CLS_CVariant(int _iValue);
-    CLS_CVariant(long _iValue);
-    CLS_CVariant(long long _iValue);
-    CLS_CVariant(double _dValue);
-    CLS_CVariant(const char* _szValue); ///< a null _szValue is the empty text
-    CLS_CVariant(const std::string& _strValue);
-    CLS_CVariant(std::string&& _strValue);
-    CLS_CVariant(const std::vector<CLS_CVariant>& _vecValue);
-    CLS_CVariant(const std::map<std::string, CLS_CVariant>& _mapValue);
-    CLS_CVariant(void* _pValue);
-    CLS_CVariant(const CLS_CVariant& _clsOther);
+    CLS_CVariant(int _iValue);                                          ///< an integer
+    CLS_CVariant(long _iValue);                                         ///< an integer
+    CLS_CVariant(long long _iValue);                                    ///< an integer
+    CLS_CVariant(double _dValue);                                       ///< a real number
+    CLS_CVariant(const char* _szValue);                                 ///< a copy; null is the empty text
+    CLS_CVariant(const std::string& _strValue);                         ///< a copy of the text
+    CLS_CVariant(std::string&& _strValue);                              ///< the text itself
+    CLS_CVariant(const std::vector<CLS_CVariant>& _vecValue);           ///< a copy of the list
+    CLS_CVariant(const std::map<std::string, CLS_CVariant>& _mapValue); ///< a copy of the map
+    CLS_CVariant(void* _pValue);                                        ///< not owned
+    CLS_CVariant(const CLS_CVariant& _clsOther);                        ///< a deep copy
     /// Takes the value and leaves nothing behind.
     CLS_CVariant(CLS_CVariant&& _clsOther) noexcept;
     ~CLS_CVariant();
@@ -62,6 +65,7 @@ public:
     /// map.
     CLS_CVariant& operator=(CLS_CVariant&& _clsOther) noexcept;
 
+    /// What is held; not serialised with SetType.
     n_CVariantType GetType() const { return m_iType; }
 
     /// Changes the type and frees what was owned. Makes no value for the new type: the bits of an in-place

@@ -24,10 +24,12 @@ public:
     class ZEL_SCOPED_CAPABILITY CLS_Scope
     {
     public:
+        /// Takes the turn, or waits in vain for at most WAIT_LIMIT: see IsTaken.
         explicit CLS_Scope(CLS_LoadTurn& _clsTurn) ZEL_EXCLUDES(_clsTurn)
             : m_clsTurn(_clsTurn), m_bTaken(_clsTurn.Take())
         {
         }
+        /// Gives the turn back, if this object has it.
         ~CLS_Scope() ZEL_RELEASE()
         {
             if (m_bTaken)

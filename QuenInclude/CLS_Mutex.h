@@ -5,15 +5,19 @@
 #include <mutex>
 #include <shared_mutex>
 
-// The standard library's locks with the annotations that the compiler's check of the lock discipline needs.
-// They add nothing else: neither members nor code.
+/// \file
+/// The standard library's locks with the annotations that the compiler's check of the lock discipline needs.
+/// They add nothing else: neither members nor code. Each operation does what the standard one does.
 
 /// A mutex.
 class ZEL_CAPABILITY("mutex") CLS_Mutex : public std::mutex
 {
 public:
+    /// Waits for the lock.
     void lock() ZEL_ACQUIRE() { std::mutex::lock(); }
+    /// False when it is taken.
     bool try_lock() ZEL_TRY_ACQUIRE(true) { return std::mutex::try_lock(); }
+    /// By the thread that locked.
     void unlock() ZEL_RELEASE() { std::mutex::unlock(); }
 };
 
@@ -21,11 +25,17 @@ public:
 class ZEL_CAPABILITY("mutex") CLS_SharedMutex : public std::shared_mutex
 {
 public:
+    /// Waits for the lock.
     void lock() ZEL_ACQUIRE() { std::shared_mutex::lock(); }
+    /// False when it is taken.
     bool try_lock() ZEL_TRY_ACQUIRE(true) { return std::shared_mutex::try_lock(); }
+    /// By the thread that locked.
     void unlock() ZEL_RELEASE() { std::shared_mutex::unlock(); }
+    /// Waits while it is held exclusively.
     void lock_shared() ZEL_ACQUIRE_SHARED() { std::shared_mutex::lock_shared(); }
+    /// False when it is held exclusively.
     bool try_lock_shared() ZEL_TRY_ACQUIRE_SHARED(true) { return std::shared_mutex::try_lock_shared(); }
+    /// By the thread that locked, shared.
     void unlock_shared() ZEL_RELEASE_SHARED() { std::shared_mutex::unlock_shared(); }
 };
 
@@ -34,7 +44,9 @@ template <typename Mutex>
 class ZEL_SCOPED_CAPABILITY CLS_LockGuard
 {
 public:
+    /// Waits for the lock.
     explicit CLS_LockGuard(Mutex& _mtxLock) ZEL_ACQUIRE(_mtxLock) : m_lock(_mtxLock) {}
+    /// Gives the lock back.
     ~CLS_LockGuard() ZEL_RELEASE() = default;
     CLS_LockGuard(const CLS_LockGuard&) = delete;
     CLS_LockGuard& operator=(const CLS_LockGuard&) = delete;
@@ -48,7 +60,9 @@ template <typename Mutex>
 class ZEL_SCOPED_CAPABILITY CLS_SharedGuard
 {
 public:
+    /// Waits while the lock is held exclusively.
     explicit CLS_SharedGuard(Mutex& _smLock) ZEL_ACQUIRE_SHARED(_smLock) : m_lock(_smLock) {}
+    /// Gives the lock back.
     ~CLS_SharedGuard() ZEL_RELEASE_GENERIC() = default;
     CLS_SharedGuard(const CLS_SharedGuard&) = delete;
     CLS_SharedGuard& operator=(const CLS_SharedGuard&) = delete;
@@ -62,10 +76,12 @@ template <typename Mutex>
 class ZEL_SCOPED_CAPABILITY CLS_WaitGuard
 {
 public:
+    /// Waits for the lock.
     explicit CLS_WaitGuard(Mutex& _mtxLock) ZEL_ACQUIRE(_mtxLock)
         : m_lockHeld(_mtxLock), m_lockWait(_mtxLock, std::adopt_lock)
     {
     }
+    /// Gives the lock back.
     ~CLS_WaitGuard() ZEL_RELEASE() { static_cast<void>(m_lockWait.release()); }
     CLS_WaitGuard(const CLS_WaitGuard&) = delete;
     CLS_WaitGuard& operator=(const CLS_WaitGuard&) = delete;

@@ -11,10 +11,10 @@ namespace Logger
 /// Severity of a record, as the logging library receives it.
 enum n_LogLevel : int
 {
-    LOG_LEVEL_FINEST = 0,
-    LOG_LEVEL_DETAIL = 1,
-    LOG_LEVEL_PROGRESS = 2,
-    LOG_LEVEL_ERROR = 3
+    LOG_LEVEL_FINEST = 0,   ///< finest detail
+    LOG_LEVEL_DETAIL = 1,   ///< detail
+    LOG_LEVEL_PROGRESS = 2, ///< progress
+    LOG_LEVEL_ERROR = 3     ///< a failure
 };
 
 /// Address of one of the logging library's five entry points ("Init", "SetLoggerConfig",

@@ -18,6 +18,7 @@ public:
     /// Nothing is known about the task but its id.
     explicit CLS_LoopEntry(std::string&& _strTaskId);
 
+    /// Valid as long as this object is neither moved nor destroyed.
     const std::string& GetTaskId() const { return m_strTaskId; }
 
     /// Whether the task, registered when it was looked up last, is due at _tpNow: CLS_Task::IsUseRun. Takes

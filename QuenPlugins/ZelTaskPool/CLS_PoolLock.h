@@ -2,6 +2,9 @@
 
 #include "QuenInclude/CLS_Mutex.h"
 
+/// \file
+/// The kind of the pool's own locks.
+
 #if defined(ZEL_CHECK_POOL_LOCKS)
 
 /// What the calling thread holds of the pool's locks.

@@ -73,8 +73,8 @@ public:
     /// about 10 ms; 0 repeats at once, a negative interval never waits either. Overwrites _strTaskId with the
     /// task's id, by which it is removed. When the copying throws or ends the pool, or memory or another
     /// resource runs out, there is a record; the id is left as it was or, when the first run was queued
-    /// already, is that of a task which runs once. Any
-    /// thread, from within tasks, too. Waits for no task; one lock at a time.
+    /// already, is that of a task which runs once. Any thread, from within tasks, too. Waits for no task; one
+    /// lock at a time.
     ZEL_TASKPOOL_EXPORT void AddLoopTask(const std::function<void()>& _funTask, int _iInterval,
                                          std::string& _strTaskId, const std::string& _strCallInfo);
 
@@ -139,11 +139,12 @@ public:
     /// the worker then calls its job again, which finds no task and tries the list again.
     ZEL_TASKPOOL_EXPORT void FunRunTask(CLS_TaskThread* _pThread);
 
-    /// Bodies of the service threads: dispatcher, loop scheduler, watchdog. Each returns when the pool ends:
-    /// at once, within 10 ms and within 180 ms, and when the pass in progress is done. Each names its thread:
-    /// zel-dispatcher, zel-loops, zel-watchdog. For their threads only.
+    /// The dispatcher's body. Names its thread zel-dispatcher. Returns when the pool ends: at once, or when
+    /// the pass in progress is done. For its thread only.
     ZEL_TASKPOOL_EXPORT void FunTaskingThread();
+    /// The loop scheduler's body: the same, but zel-loops, and within 10 ms.
     ZEL_TASKPOOL_EXPORT void FunLoopThread();
+    /// The watchdog's body: the same, but zel-watchdog, and within 180 ms.
     ZEL_TASKPOOL_EXPORT void FunTaskThreadWaitingOvertime();
 
     /// The one pool; null when there is none. No lock: written by the first use and by the pool's end only.

@@ -12,6 +12,9 @@
 #include <shared_mutex>
 #include <string>
 
+/// \file
+/// The task record.
+
 /// Where a task is in its life. A task counts as executing at 2 or more; nothing produces 2.
 enum n_TaskStatus : std::int32_t
 {
@@ -76,11 +79,12 @@ public:
     /// exceptions of ParamToString pass from there.
     ZEL_TASKPOOL_EXPORT bool Stop();
 
-    /// The task's place in its life. Any thread, no lock. Pitfall: what is set is not checked, and a task
-    /// that executes but says otherwise is not waited for by Stop, and may be run a second time at once.
+    /// The task's place in its life. Any thread, no lock.
     ZEL_TASKPOOL_EXPORT n_TaskStatus GetTaskStatus();
+    /// Any thread, no lock. Pitfall: it is not checked, and a task that executes but says otherwise is not
+    /// waited for by Stop, and may be run a second time at once.
     ZEL_TASKPOOL_EXPORT void SetTaskStatus(n_TaskStatus _iTaskStatus);
-    /// Returns what the status was.
+    /// Sets TASK_STATUS_WAITING and returns what the status was. As SetTaskStatus.
     ZEL_TASKPOOL_EXPORT n_TaskStatus SetTaskIsWaiting();
 
     /// Undoes SetTaskIsWaiting for a task that was not queued, or will not be run, after all; does nothing
@@ -90,10 +94,10 @@ public:
 
     /// Whether the task repeats: any interval from 0 on. Any thread, no lock.
     ZEL_TASKPOOL_EXPORT bool IsLoop();
-    /// The time, in milliseconds, from the end of one run to the next; a change counts from the scheduler's
-    /// next look on. Negative for a one-shot task; a listed loop task is due whenever idle then. Any thread,
-    /// no lock.
+    /// Changes the interval, which counts from the scheduler's next look on. Any thread, no lock.
     ZEL_TASKPOOL_EXPORT void SetLoopInterval(int _iLoopInterval);
+    /// The time, in milliseconds, from the end of one run to the next. Negative for a one-shot task; a listed
+    /// loop task is due whenever idle then. Any thread, no lock.
     ZEL_TASKPOOL_EXPORT int GetLoopInterval();
 
     /// Whether the task is queued or executing. Any thread, no lock.
@@ -112,8 +116,9 @@ public:
     /// exported.
     static std::uint64_t GetIntervalChanges();
 
-    /// Whether the task may still run. The library never sets it back to true. Any thread, no lock.
+    /// Whether the task may still run. Any thread, no lock.
     ZEL_TASKPOOL_EXPORT bool GetValid();
+    /// Any thread, no lock. The library itself never sets it back to true.
     ZEL_TASKPOOL_EXPORT void SetValid(bool _bValid);
 
     /// The registry, by task id, and its lock. Never destroyed: late threads may look tasks up while the

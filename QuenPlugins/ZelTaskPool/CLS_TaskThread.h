@@ -50,9 +50,9 @@ public:
     ZEL_TASKPOOL_EXPORT bool AddFunction(const std::function<void(CLS_TaskThread*)>& _funJob)
         ZEL_EXCLUDES(m_mtxFunction);
 
-    /// The worker's place in the pool's order, -1 until the pool has set it. Not to be set while the worker
-    /// is idle in a pool, whose list is sorted by it. Any thread, no lock.
+    /// The worker's place in the pool's order, -1 until the pool has set it. Any thread, no lock.
     ZEL_TASKPOOL_EXPORT int GetOrderId();
+    /// Not while the worker is idle in a pool, whose list is sorted by it. Any thread, no lock.
     ZEL_TASKPOOL_EXPORT void SetOrderId(int _iOrderId);
 
     /// Whether at least GetWaitingOvertime() whole milliseconds have passed since the last pass ended (since
@@ -62,6 +62,7 @@ public:
     /// The time, in milliseconds, after which a worker counts as idle for too long; for all workers. 300000
     /// by default; zero or less makes every worker count so. Any thread, no lock.
     ZEL_TASKPOOL_EXPORT static void SetWaitingOvertime(int _iMilliseconds);
+    /// That time, in milliseconds. Any thread, no lock.
     ZEL_TASKPOOL_EXPORT static int GetWaitingOvertime();
 
     ZEL_TASKPOOL_EXPORT static std::atomic<std::int32_t> m_iWaitingOvertime; ///< see SetWaitingOvertime

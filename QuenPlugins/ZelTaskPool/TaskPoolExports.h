@@ -5,6 +5,7 @@
 #include <functional>
 #include <string>
 
+/// \file
 /// The pool's functions with plain names, for hosts that load the library as a plug-in.
 ///
 /// A host that links nothing includes this header for the types alone and looks the names up:

@@ -6,10 +6,10 @@
 /// stand in another one, so that readers of the log find the class.
 namespace TaskPoolRecord
 {
-inline constexpr const char* MODULE = "ZelTaskPool";
-inline constexpr const char* FILE_POOL = "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool";
-inline constexpr const char* FILE_TASK = "QuenPlugins/ZelTaskPool/CLS_Task";
-inline constexpr const char* FILE_THREAD = "QuenPlugins/ZelTaskPool/CLS_TaskThread";
+inline constexpr const char* MODULE = "ZelTaskPool";                                 ///< module
+inline constexpr const char* FILE_POOL = "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool"; ///< file: pool
+inline constexpr const char* FILE_TASK = "QuenPlugins/ZelTaskPool/CLS_Task";         ///< file: task
+inline constexpr const char* FILE_THREAD = "QuenPlugins/ZelTaskPool/CLS_TaskThread"; ///< file: worker
 
 /// A record that carries the caller's line. Not to be kept: it is emitted at the end of the statement.
 inline Logger::LogMessageStream Make(const char* _szFile, const char* _szFunction, Logger::n_LogLevel _iLevel,
