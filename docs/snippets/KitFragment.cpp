@@ -1,0 +1,12 @@
+// build: g++ -std=c++17 -Wno-unused-variable
+#include "QuenHost/CLS_LoopTask.h"
+#include "QuenHost/CLS_PoolScope.h"
+#include "QuenHost/CLS_TaskOwner.h"
+#include "docs/snippets/Thumbnails.h"
+
+void Use(ST_Window* pWindow);
+
+void Use(ST_Window* pWindow)
+{
+#include BLOCK
+}

@@ -1,0 +1,3 @@
+#include "examples/zel_log/ZelLog.h"
+
+#include BLOCK

@@ -1,0 +1,12 @@
+// build: g++ -std=c++17 -fPIC $(pkg-config --cflags Qt5Core)
+#include "docs/snippets/Thumbnails.h"
+
+#include <QThreadPool>
+#include <QTimer>
+
+void Use(ST_Window* pWindow);
+
+void Use(ST_Window* pWindow)
+{
+#include BLOCK
+}

@@ -1,0 +1,8 @@
+#include "examples/task_sweep/TaskSweep.h"
+
+void Use();
+
+void Use()
+{
+#include BLOCK
+}

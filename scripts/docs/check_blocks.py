@@ -1,0 +1,113 @@
+#!/usr/bin/env python3
+"""Compiles and runs what the pages show, as they show it, in the project's folder.
+
+A block's language says what is done with it, and for code the comment right before it:
+
+    <!-- is PATH -->              a whole program: PATH has the same text, and compiles
+    <!-- within PATH -->          a part of a program: PATH compiles, which includes it as BLOCK
+    <!-- not built: REASON -->    code in a language that is not at hand
+
+    console          each line after "$ " is run by bash, and prints what follows
+    text, mermaid    only shown
+
+A file in docs/snippets that needs another compiler than g++, or more options, says so in its first line:
+"// build: COMMAND", which indented lines may go on. Nothing else is let through: code without a comment is an error.
+"""
+import collections
+import os
+import re
+import subprocess
+import sys
+
+import pages
+
+FOLDER = "build/docs"
+COMPILE = "g++ -std=c++17"
+OPTIONS = "-I. -Wall -Wextra -Werror -fsyntax-only"
+CODE = ("c", "cmake", "cpp", "java")
+
+
+class Failure(Exception):
+    pass
+
+
+def run(command):
+    result = subprocess.run(["bash", "-c", command], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                            stderr=subprocess.STDOUT, text=True, timeout=300)
+    return result.returncode, result.stdout
+
+
+def compile_file(path, options=""):
+    with open(path, encoding="utf-8") as file:
+        own = re.match(r"// build: (.*(?:\n//   .*)*)", file.read())
+    command = own.group(1).replace("\n//", "") if own else COMPILE
+    status, output = run(" ".join((command, OPTIONS, options, path)))
+    if status != 0:
+        raise Failure(output)
+
+
+def check_is(block, path):
+    with open(path, encoding="utf-8") as file:
+        if file.read() != block.text:
+            raise Failure("differs from %s\n" % path)
+    compile_file(path)
+
+
+def check_within(block, path):
+    part = "%s/%s.%d" % (FOLDER, block.page.path.replace("/", "."), block.line)
+    with open(part, "w", encoding="utf-8") as file:
+        file.write('#line %d "%s"\n%s' % (block.line + 1, block.page.path, block.text))
+    compile_file(path, "-DBLOCK='\"%s\"'" % part)
+
+
+def check_console(block):
+    # What stands before the first "$ " would be nothing's output.
+    if not block.text.startswith("$ "):
+        raise Failure("a console begins with a command\n")
+    for step in re.split(r"^\$ ", block.text, flags=re.MULTILINE)[1:]:
+        command, _, expected = step.partition("\n")
+        _, output = run(command)
+        if output != expected:
+            raise Failure("%s\nprints\n%sand not\n%s" % (command, output, expected))
+
+
+def check(block):
+    """Says what became of the block."""
+    verb, _, rest = block.note.partition(" ")
+    if block.language == "console":
+        check_console(block)
+        return "run"
+    if block.language in ("text", "mermaid"):
+        return "shown"
+    if block.language not in CODE:
+        raise Failure("a block in no language that is known: '%s'\n" % block.language)
+    if verb == "is":
+        check_is(block, rest)
+        return "compiled"
+    if verb == "within":
+        check_within(block, rest)
+        return "compiled"
+    if block.note.startswith("not built: "):
+        return "not built"
+    raise Failure("no comment says how it is built\n")
+
+
+def main():
+    os.makedirs(FOLDER, exist_ok=True)
+    counts = collections.Counter()
+    for block in (block for page in pages.pages() for block in page.blocks()):
+        try:
+            result = check(block)
+        except Failure as failure:
+            result = "WRONG"
+            print("%s: %s" % (block.place(), failure), end="", file=sys.stderr)
+        counts[result, block.language] += 1
+        if result == "not built":
+            print("%s: %s" % (block.place(), block.note))
+    for (result, language), count in sorted(counts.items()):
+        print("%-9s %-8s %2d" % (result, language, count))
+    return 1 if any(result == "WRONG" for result, _ in counts) else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
