@@ -3,8 +3,8 @@
 # macOS (Homebrew). With the word "checks" also what the sanitizer builds and source checks need, with the word
 # "coverage" what counts executed code, with the word "mutation" what makes mutants of the product, with the
 # word "macos" what the build for macOS on Linux needs, with the word "bench" what the benchmarks measure beside
-# the pool, with the word "pictures" what draws the pictures of the documentation, with the word "package" what
-# makes and tries packages, with the word "abi" what reads the ABI.
+# the pool, with the word "pictures" what draws the pictures of the documentation, with the word "docs" what its check
+# needs (Debian), with the word "package" what makes and tries packages, with the word "abi" what reads the ABI.
 set -euo pipefail
 
 install_debian()
@@ -27,6 +27,10 @@ install_debian()
     if [ "${1:-}" = bench ]; then
         packages+=(libbenchmark-dev pkg-config python3 python3-matplotlib
             libboost-dev libglib2.0-dev libpoco-dev libtbb-dev libuv1-dev qtbase5-dev)
+    fi
+    if [ "${1:-}" = docs ]; then
+        packages+=(doxygen gcc git libglib2.0-dev pkg-config python3 python3-markdown-it python3-mdit-py-plugins
+            qtbase5-dev)
     fi
     if [ "${1:-}" = package ]; then
         packages+=(dpkg-dev file git lintian mmdebstrap pkg-config uidmap)
