@@ -6,9 +6,7 @@
 #include <dispatch/dispatch.h>
 #include <memory>
 
-void Use(ST_Window* pWindow);
-
-void Use(ST_Window* pWindow)
+void Use([[maybe_unused]] ST_Window* pWindow)
 {
 #include BLOCK
 }

@@ -4,7 +4,6 @@
 void make_thumbnail(gpointer data, gpointer user_data);
 void free_thumbnail(gpointer data);
 gboolean refresh_soon(gpointer user_data);
-void use(gpointer thumbnail);
 
 void use(gpointer thumbnail)
 {

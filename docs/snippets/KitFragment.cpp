@@ -4,9 +4,7 @@
 #include "QuenHost/CLS_TaskOwner.h"
 #include "docs/snippets/Thumbnails.h"
 
-void Use(ST_Window* pWindow);
-
-void Use(ST_Window* pWindow)
+void Use([[maybe_unused]] ST_Window* pWindow)
 {
 #include BLOCK
 }

@@ -3,8 +3,6 @@
 
 #include <cstdio>
 
-int Run(const std::string& strPath);
-
 int Run(const std::string& strPath)
 {
 #include BLOCK

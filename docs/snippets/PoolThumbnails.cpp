@@ -3,9 +3,7 @@
 
 #include <string>
 
-void Use(ST_Window* pWindow);
-
-void Use(ST_Window* pWindow)
+void Use([[maybe_unused]] ST_Window* pWindow)
 {
 #include BLOCK
 }

@@ -4,9 +4,7 @@
 #include <QThreadPool>
 #include <QTimer>
 
-void Use(ST_Window* pWindow);
-
-void Use(ST_Window* pWindow)
+void Use([[maybe_unused]] ST_Window* pWindow)
 {
 #include BLOCK
 }

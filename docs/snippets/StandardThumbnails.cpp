@@ -8,8 +8,6 @@
 #include <thread>
 #include <vector>
 
-void Use(ST_Window* pWindow);
-
 void Use([[maybe_unused]] ST_Window* pWindow)
 {
 #include BLOCK

@@ -1,7 +1,5 @@
 #include "examples/task_sweep/TaskSweep.h"
 
-void Use();
-
 void Use()
 {
 #include BLOCK

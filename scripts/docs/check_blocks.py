@@ -92,10 +92,21 @@ def check(block):
     raise Failure("no comment says how it is built\n")
 
 
+def unused_files(blocks):
+    """Files that were to include a block that is gone."""
+    used = {block.note.partition(" ")[2] for block in blocks}
+    return [path for path in pages.tracked_files()
+            if re.fullmatch(r"docs/snippets/.*\.c(pp)?", path) and path not in used]
+
+
 def main():
     os.makedirs(FOLDER, exist_ok=True)
     counts = collections.Counter()
-    for block in (block for page in pages.pages() for block in page.blocks()):
+    blocks = [block for page in pages.pages() for block in page.blocks()]
+    for path in unused_files(blocks):
+        counts["WRONG", "unused"] += 1
+        print("%s: no page uses it" % path, file=sys.stderr)
+    for block in blocks:
         try:
             result = check(block)
         except Failure as failure:
