@@ -17,6 +17,7 @@ echo "Links, paths and tests"
 echo "Blocks of code, and commands"
 cmake --preset dev >/dev/null
 cmake --build --preset dev -j "$(getconf _NPROCESSORS_ONLN)" --target ZelTaskPool zel_log
+cmake --install build/dev --prefix build/docs/prefix >/dev/null
 [ -e build/macos-sdk/usr/lib/libSystem.tbd ] || cmake/macos/make-sdk.sh
 rm -f build/host_kit*
 /usr/bin/python3 scripts/docs/check_blocks.py

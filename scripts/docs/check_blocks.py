@@ -5,6 +5,7 @@ A block's language says what is done with it, and for code the comment right bef
 
     <!-- is PATH -->              a whole program: PATH has the same text, and compiles
     <!-- within PATH -->          a part of a program: PATH compiles, which includes it as BLOCK
+    <!-- builds NAME=PATH ... --> a CMakeLists.txt, or the part that counts: builds with PATH as its source NAME
     <!-- not built: REASON -->    code in a language that is not at hand
 
     console          each line after "$ " is run by bash, and prints what follows
@@ -16,12 +17,14 @@ A file in docs/snippets that needs another compiler than g++, or more options, s
 import collections
 import os
 import re
+import shutil
 import subprocess
 import sys
 
 import pages
 
 FOLDER = "build/docs"
+PREFIX = FOLDER + "/prefix"  # where the library is installed
 COMPILE = "g++ -std=c++17"
 OPTIONS = "-I. -Wall -Wextra -Werror -fsyntax-only"
 CODE = ("c", "cmake", "cpp", "java")
@@ -60,6 +63,24 @@ def check_within(block, path):
     compile_file(path, "-DBLOCK='\"%s\"'" % part)
 
 
+def check_builds(block, sources):
+    project = "%s/%s.%d.project" % (FOLDER, block.page.path.replace("/", "."), block.line)
+    shutil.rmtree(project, ignore_errors=True)
+    os.makedirs(project)
+    text = block.text
+    if "cmake_minimum_required" not in text:
+        text = "cmake_minimum_required(VERSION 3.22)\nproject(page LANGUAGES CXX)\n" + text
+    with open(project + "/CMakeLists.txt", "w", encoding="utf-8") as file:
+        file.write(text)
+    for source in sources.split():
+        name, _, path = source.partition("=")
+        shutil.copyfile(path, "%s/%s" % (project, name))
+    status, output = run("cd %s && cmake -S . -B build -DCMAKE_PREFIX_PATH=%s && cmake --build build"
+                         % (project, os.path.abspath(PREFIX)))
+    if status != 0:
+        raise Failure(output)
+
+
 def check_console(block):
     # What stands before the first "$ " would be nothing's output.
     if not block.text.startswith("$ "):
@@ -86,6 +107,9 @@ def check(block):
         return "compiled"
     if verb == "within":
         check_within(block, rest)
+        return "compiled"
+    if verb == "builds":
+        check_builds(block, rest)
         return "compiled"
     if block.note.startswith("not built: "):
         return "not built"
