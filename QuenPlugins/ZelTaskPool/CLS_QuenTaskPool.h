@@ -142,9 +142,9 @@ public:
     /// The dispatcher's body. Names its thread zel-dispatcher. Returns when the pool ends: at once, or when
     /// the pass in progress is done. For its thread only.
     ZEL_TASKPOOL_EXPORT void FunTaskingThread();
-    /// The loop scheduler's body: the same, but zel-loops, and within 10 ms.
+    /// The loop scheduler's body: the same, but its thread is zel-loops, and it returns within 10 ms.
     ZEL_TASKPOOL_EXPORT void FunLoopThread();
-    /// The watchdog's body: the same, but zel-watchdog, and within 180 ms.
+    /// The watchdog's body: the same, but its thread is zel-watchdog, and it returns within 180 ms.
     ZEL_TASKPOOL_EXPORT void FunTaskThreadWaitingOvertime();
 
     /// The one pool; null when there is none. No lock: written by the first use and by the pool's end only.
