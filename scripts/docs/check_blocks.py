@@ -36,7 +36,7 @@ class Failure(Exception):
 
 def run(command):
     result = subprocess.run(["bash", "-c", command], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                            stderr=subprocess.STDOUT, text=True, timeout=300)
+                            stderr=subprocess.STDOUT, env=dict(os.environ, LC_ALL="C.UTF-8"), text=True, timeout=300)
     return result.returncode, result.stdout
 
 
