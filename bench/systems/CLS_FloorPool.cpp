@@ -23,11 +23,7 @@ CLS_FloorPool::CLS_FloorPool() : m_clsDispatcher([this] { Dispatch(); }), m_clsT
 
 CLS_FloorPool::~CLS_FloorPool()
 {
-    {
-        const std::lock_guard<std::mutex> lock(m_mtxDue);
-        m_bEndDue = true;
-        m_cvDue.notify_one();
-    }
+    m_bEndDue = true;
     m_clsTimer.join();
     {
         const std::lock_guard<std::mutex> lock(m_mtxQueue);
@@ -257,32 +253,21 @@ void CLS_FloorPool::RunTask(const std::string& _strTask)
 void CLS_FloorPool::AddDue(const std::string& _strTask, std::chrono::milliseconds _msInterval)
 {
     const std::lock_guard<std::mutex> lock(m_mtxDue);
-    const TimePoint tpDue = std::chrono::steady_clock::now() + _msInterval;
-    const bool bSooner = m_queDue.empty() || tpDue < m_queDue.top().m_tpDue;
-    m_queDue.push({tpDue, _strTask});
-    if (bSooner)
-    {
-        m_cvDue.notify_one();
-    }
+    m_queDue.push({std::chrono::steady_clock::now() + _msInterval, _strTask});
 }
 
 void CLS_FloorPool::QueueDue()
 {
-    std::unique_lock<std::mutex> lock(m_mtxDue);
     while (!m_bEndDue)
     {
-        if (m_queDue.empty())
         {
-            m_cvDue.wait(lock);
+            const std::lock_guard<std::mutex> lock(m_mtxDue);
+            while (!m_queDue.empty() && m_queDue.top().m_tpDue <= std::chrono::steady_clock::now())
+            {
+                Queue(m_queDue.top().m_strTask);
+                m_queDue.pop();
+            }
         }
-        else if (m_queDue.top().m_tpDue > std::chrono::steady_clock::now())
-        {
-            m_cvDue.wait_until(lock, m_queDue.top().m_tpDue);
-        }
-        else
-        {
-            Queue(m_queDue.top().m_strTask);
-            m_queDue.pop();
-        }
+        std::this_thread::sleep_for(POLL);
     }
 }

@@ -16,7 +16,8 @@
 /// The least that a pool with this one's contract can do, without a thought for failures, records or the end:
 /// for each submission one draw from the random device, a copy of the callable, the entries of the registry,
 /// of both owner maps and of the queue; for each run two hand-offs between sleeping threads, submitter to
-/// dispatcher to worker. Threads are bare, and made on demand; the one made first is reused first.
+/// dispatcher to worker; for loop tasks a look every 10 ms. Threads are bare, and made on demand; the one
+/// made first is reused first.
 class CLS_FloorPool
 {
 public:
@@ -38,6 +39,7 @@ private:
     using TimePoint = std::chrono::steady_clock::time_point;
 
     static constexpr std::chrono::milliseconds ONE_SHOT{-1};
+    static constexpr std::chrono::milliseconds POLL{10};
 
     struct ST_Record
     {
@@ -97,10 +99,9 @@ private:
     std::priority_queue<std::size_t, std::vector<std::size_t>, std::greater<>> m_queIdle;
     std::vector<std::unique_ptr<ST_Worker>> m_vecWorkers; ///< the dispatcher's
 
-    std::mutex m_mtxDue; ///< guards m_queDue and m_bEndDue
-    std::condition_variable m_cvDue;
+    std::mutex m_mtxDue; ///< guards m_queDue
     std::priority_queue<ST_Due, std::vector<ST_Due>, std::greater<>> m_queDue;
-    bool m_bEndDue = false;
+    std::atomic<bool> m_bEndDue{false};
     std::list<std::string> m_lstLoops;
 
     std::thread m_clsDispatcher;
