@@ -11,6 +11,7 @@ constexpr std::size_t MOST_LOCKS = CLS_WatchedLocks::MOST_LOCKS;
 
 std::atomic<int> s_iWatch{0}; ///< the number of the watch that lives; 0 when there is none
 std::atomic<int> s_iNested{0};
+std::atomic<int> s_iUntaken{0};
 std::atomic<std::size_t> s_iInnermost{MOST_LOCKS};
 std::array<std::atomic<const void*>, MOST_LOCKS> s_arrLocks{};
 std::array<std::atomic<int>, MOST_LOCKS> s_arrTaken{};
@@ -43,6 +44,12 @@ void NoteTaken(std::size_t _iLock)
     t_arrHeld[_iLock] = true;
 }
 
+void NoteGivenBack(std::size_t _iLock)
+{
+    s_iUntaken += t_arrHeld[_iLock] ? 0 : 1;
+    t_arrHeld[_iLock] = false;
+}
+
 /// Notes that the thread is about to take the lock, or has given it back.
 void Note(const void* _pLock, bool _bTaken)
 {
@@ -63,7 +70,7 @@ void Note(const void* _pLock, bool _bTaken)
     }
     else
     {
-        t_arrHeld[iLock] = false;
+        NoteGivenBack(iLock);
     }
 }
 
@@ -83,6 +90,7 @@ CLS_WatchedLocks::CLS_WatchedLocks()
 {
     static int s_iLastWatch = 0;
     s_iNested = 0;
+    s_iUntaken = 0;
     s_iWatch = ++s_iLastWatch;
 }
 
@@ -121,6 +129,11 @@ std::vector<int> CLS_WatchedLocks::GetTaken() const
 int CLS_WatchedLocks::GetNested() const
 {
     return s_iNested;
+}
+
+int CLS_WatchedLocks::GetUntaken() const
+{
+    return s_iUntaken;
 }
 
 extern "C"

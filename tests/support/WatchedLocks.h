@@ -25,6 +25,8 @@ public:
     std::vector<int> GetTaken() const;
     /// How often a lock was taken by a thread that held another one, the innermost excepted.
     int GetNested() const;
+    /// How often a lock was given back by a thread that had not taken it since the watch began.
+    int GetUntaken() const;
 
 private:
     void Watch(const void* _pLock);

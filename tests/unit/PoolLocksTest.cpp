@@ -9,6 +9,7 @@
 namespace
 {
 using ::testing::Each;
+using ::testing::ElementsAre;
 using ::testing::Gt;
 
 using PoolLocksTest = CLS_PoolFixture;
@@ -32,6 +33,17 @@ TEST_F(PoolLocksTest, WatchSeesALockThatIsTakenUnderAnother)
     const std::shared_lock<std::shared_mutex> lock(CLS_Task::m_smTaskDataLock);
     EXPECT_EQ(0, clsPool.GetTaskThreadNum());
     EXPECT_EQ(2, clsWatch.GetNested());
+}
+
+TEST_F(PoolLocksTest, TheQueueIsTakenWithItsMutexHeldOnceAndGivenBackOnce)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    clsPool.AddWaitingTasks(MakeTask([] {}));
+    CLS_WatchedLocks clsWatch;
+    clsWatch.Watch(clsPool.m_mtxWaitingTasks);
+    EXPECT_EQ(1U, clsPool.TakeWaitingTasks().size());
+    EXPECT_THAT(clsWatch.GetTaken(), ElementsAre(1));
+    EXPECT_EQ(0, clsWatch.GetUntaken());
 }
 
 TEST_F(PoolLocksTest, NobodyHoldsTwoLocksOfThePool)
