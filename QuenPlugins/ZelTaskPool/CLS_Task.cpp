@@ -34,10 +34,11 @@ constexpr std::int32_t STATUS_EXECUTING = 2;
 #pragma GCC diagnostic push
 // The destructor is not virtual on purpose; what is deleted here was made as exactly this class.
 #pragma GCC diagnostic ignored "-Wdelete-non-virtual-dtor"
-void DeleteRecord(const CLS_Task* _pTask)
+/// A class without members, so that the reference count of a record need not keep it.
+struct ST_DeleteRecord
 {
-    delete _pTask;
-}
+    void operator()(const CLS_Task* _pTask) const { delete _pTask; }
+};
 #pragma GCC diagnostic pop
 } // namespace
 
@@ -78,7 +79,7 @@ CLS_Task::~CLS_Task()
 std::shared_ptr<CLS_Task> CLS_Task::CreateTask(const std::function<void()>& _funTask, int _iLoopInterval,
                                                const std::string& _strCallInfo)
 {
-    std::shared_ptr<CLS_Task> pTask(new CLS_Task(_funTask, _iLoopInterval, _strCallInfo), DeleteRecord);
+    std::shared_ptr<CLS_Task> pTask(new CLS_Task(_funTask, _iLoopInterval, _strCallInfo), ST_DeleteRecord());
     // What takes time comes before the lock: drawing the id and making the entry.
     std::map<std::string, std::shared_ptr<CLS_Task>> mapEntry{{pTask->GetId(), pTask}};
     ST_Registry& stRegistry = GetRegistry();
