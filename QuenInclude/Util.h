@@ -33,8 +33,7 @@ bool FileExists(const std::string& _strPath);
 void PinLibrary();
 
 /// The name under which debuggers and system monitors show the calling thread: at most 15 characters, for a
-/// system may refuse a longer one, which changes nothing. Threads and processes that the thread starts
-/// inherit it on Linux.
+/// system may refuse a longer one, which changes nothing. Threads that it starts inherit the name on Linux.
 void SetThreadName(const char* _szName);
 
 /// Whole milliseconds between _tpStart and now, truncated; never negative.

@@ -20,7 +20,8 @@ public:
     /// Without a trace, it does nothing but pass on.
     CLS_TracedPool(const ST_PoolFunctions& _stFunctions, std::shared_ptr<CLS_TraceFile> _pTrace);
 
-    /// As the pool's. A task that is destroyed without having run counts as cancelled, at that moment.
+    /// As the pool's, but throws std::bad_alloc. A task that is destroyed without having run, be it that the
+    /// pool did not take it, counts as cancelled at that moment.
     bool AddTmpTask(const std::function<void()>& _funTask, void* _pObj,
                     const std::string& _strCallInfo) const;
 
