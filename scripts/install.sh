@@ -1,10 +1,12 @@
 #!/usr/bin/env bash
 # Installs what is missing to build, test and try the project: Debian 12 (apt-get, as root or with sudo) or
-# macOS (Homebrew). With the word "checks" also what the sanitizer builds and source checks need, with the word
-# "coverage" what counts executed code, with the word "mutation" what makes mutants of the product, with the
-# word "macos" what the build for macOS on Linux needs, with the word "bench" what the benchmarks measure beside
-# the pool, with the word "pictures" what draws the pictures of the documentation, with the word "docs" what its check
-# needs (Debian), with the word "package" what makes and tries packages, with the word "abi" what reads the ABI.
+# macOS (Homebrew). With a word also what else is needed for
+#
+#   checks     sanitizer builds, memcheck and source checks     mutation   mutants of the product
+#   coverage   counting executed code                           models     models of the protocol
+#   bench      the peers of the benchmarks                      pictures   the pictures of the documentation
+#   docs       checking the documentation                       package    making and trying packages
+#   macos      building for macOS on Linux                      abi        reading the ABI
 set -euo pipefail
 
 install_debian()
@@ -19,6 +21,9 @@ install_debian()
     fi
     if [ "${1:-}" = mutation ]; then
         packages+=(clang-19 libclang-rt-19-dev lld-19 llvm-19 python3-clang-19)
+    fi
+    if [ "${1:-}" = models ]; then
+        packages+=(gcc python3 spin)
     fi
     if [ "${1:-}" = macos ]; then
         packages+=(clang-19 lld-19 llvm-19 make perl python3)
