@@ -1,0 +1,36 @@
+/*
+ * Hand-over and retirement. Two hosts queue three tasks; the dispatcher binds each to a worker and hands it the job;
+ * the worker runs it and goes back onto the idle list, where the watchdog may take it at any moment and retire it.
+ * One attempt to get onto the idle list fails.
+ *
+ * Holds: a worker is on the idle list or bound to a task, never both; the idle worker with the lowest order id is
+ * taken; no job that is handed over replaces another one; there are never more workers than the limit lets; nobody
+ * touches a worker that is freed; each queued task is run, once.
+ *
+ * Left out: see parts/workers.pml. Nothing ends the pool here (shutdown.pml), and nobody cancels a task (stop.pml).
+ */
+
+#define TASKS    3
+#define FAILURES 1
+#define RUN_STEP atomic
+
+#include "parts/workers.pml"
+
+active proctype Host()
+{
+    CreateTask(0, TASK_STATUS_WAITING);
+    AddToQueue(0);
+    CreateTask(1, TASK_STATUS_WAITING);
+    AddToQueue(1)
+}
+
+active proctype SecondHost()
+{
+    CreateTask(2, TASK_STATUS_WAITING);
+    AddToQueue(2)
+}
+
+ltl handled
+{
+    [] (queued[0] -> <> !queued[0]) && [] (queued[1] -> <> !queued[1]) && [] (queued[2] -> <> !queued[2])
+}

@@ -1,0 +1,299 @@
+/*
+ * Loop tasks. Task 0 is one, task 2 runs once; the scheduler looks pass after pass, two workers run what it queues.
+ * Either task 0 is removed or stopped at any moment, and task 1 runs once. Or task 1 is a loop task, too, whose
+ * interval is changed at any moment, and one attempt to queue a task fails for want of memory. With ONE_LOOP_TASK
+ * task 0 runs once, and task 1 is the loop task.
+ *
+ * Time: a tick passes at any moment. Task 0 has an interval of one tick, task 1 of one that never passes until it is
+ * changed to one tick.
+ *
+ * Holds: a task neither overlaps itself nor is queued while it is queued or before its interval has passed; after a
+ * stop or removal in time no run is in progress and none begins; no record is used after it is destroyed. When each
+ * thread that can go on does so at last (weak fairness), each queued task is run or dropped, the new interval of task
+ * 1 counts, and task 1 runs again and again.
+ *
+ * Left out: see parts/task.pml and parts/crew.pml; the end of the pool (shutdown.pml). The count of changes that the
+ * scheduler compares with the one it has seen is a flag here, for lists and intervals alike. The scheduler reads the
+ * clock once a look. The time since a run counts only while the task is idle, for nobody looks at it else. The first
+ * queueing of all tasks is one step.
+ */
+
+#define TASKS 3
+#define STORE_LAST_RUN(t) age[t] = 0;
+
+#include "parts/task.pml"
+
+byte age[TASKS];      /* ticks since the last run ended; more than one counts as one */
+byte interval[TASKS];
+byte timeLeft[TASKS]; /* ticks until the moment before which the scheduler does not ask the task again */
+
+#include "parts/crew.pml"
+
+#define NEVER       2
+#define MAX_AGE     1
+#define LOOP_TASKS  2
+
+bool listed[TASKS];
+bool listChanged;
+bool intervalsChanged;
+bool cancels; /* chosen once: task 0 is cancelled, or task 1 is a loop task */
+
+inline AddToQueue(t) /* CLS_QuenTaskPool::AddWaitingTasks */
+{
+    assert(!queued[t]);
+    waitingTasks!t;
+    queued[t] = true
+}
+
+inline AddToList(t) /* CLS_QuenTaskPool::AddLoopTask */
+{
+    listed[t] = true;
+    listChanged = true;
+    Release(t)
+}
+
+inline SetLoopInterval(t, iInterval) /* CLS_Task::SetLoopInterval */
+{
+#ifdef BROKEN_COUNT_BEFORE_INTERVAL
+    intervalsChanged = true;
+    interval[t] = iInterval
+#else
+    interval[t] = iInterval;
+    intervalsChanged = true
+#endif
+}
+
+active proctype Host()
+{
+    atomic {
+        interval[0] = 1;
+        interval[1] = NEVER;
+#ifndef ONE_LOOP_TASK
+        if
+        :: cancels = true
+        :: true
+        fi;
+#endif
+        CreateTask(0, TASK_STATUS_WAITING);
+        CreateTask(1, TASK_STATUS_WAITING);
+        CreateTask(2, TASK_STATUS_WAITING);
+        Release(2);
+        AddToQueue(0);
+        AddToQueue(1);
+        AddToQueue(2)
+    };
+    atomic {
+#ifdef ONE_LOOP_TASK
+        Release(0);
+#else
+        AddToList(0);
+#endif
+        if
+        :: cancels -> Release(1)
+        :: else -> AddToList(1)
+        fi
+    };
+    if
+    :: !cancels -> SetLoopInterval(1, 1)
+    :: else
+    fi
+}
+
+#ifndef ONE_LOOP_TASK
+active proctype Canceller()
+{
+    bool found, stopped;
+
+end_nothing:
+    cancels;
+    cancelling[0] = true;
+    if
+    :: true ->
+        d_step { /* CLS_QuenTaskPool::ForgetLoopTask */
+            listChanged = listChanged || listed[0];
+            listed[0] = false
+        };
+        StopAndDelete(0, found, stopped) /* CLS_QuenTaskPool::RemoveTask */
+    :: true -> StopTask(0, found, stopped)
+    fi;
+    atomic {
+        cancelled[0] = stopped;
+        assert(!stopped || !inRun[0]);
+        Forget3(found, found, stopped)
+    }
+}
+#endif
+
+active proctype Clock()
+{
+    byte i;
+
+    do
+    :: d_step {
+            i = 0;
+            do
+            :: i < LOOP_TASKS ->
+                age[i] = (status[i] == TASK_STATUS_IDLE -> MAX_AGE : age[i]);
+                timeLeft[i] = (timeLeft[i] == 1 -> 0 : timeLeft[i]);
+                i++
+            :: else -> break
+            od;
+            i = 0
+        }
+    od
+}
+
+bool entries[TASKS]; /* the scheduler's own from here on */
+bool pushFailed;
+
+inline RefreshLoopEntries() /* CLS_QuenTaskPool::RefreshLoopEntries */
+{
+    d_step {
+        if
+        :: listChanged ->
+            listChanged = false;
+            t = 0;
+            do
+            :: t < LOOP_TASKS ->
+                timeLeft[t] = (listed[t] && entries[t] -> timeLeft[t] : 0);
+                entries[t] = listed[t];
+                t++
+            :: else -> break
+            od;
+            t = 0
+        :: else
+        fi
+    };
+    d_step {
+        if
+        :: intervalsChanged -> /* CLS_Task::GetIntervalChanges */
+            intervalsChanged = false;
+            timeLeft[0] = 0;
+            timeLeft[1] = 0
+        :: else
+        fi
+    }
+}
+
+/* The weak reference of an entry serves as long as there is a record. */
+inline FindTask(t, found) /* CLS_LoopEntry::FindTask */
+{
+    d_step {
+        found = references[t] > 0;
+        references[t] = references[t] + found
+    }
+}
+
+inline GetEarliestRun(t) /* CLS_Task::GetEarliestRun */
+{
+    d_step {
+        UseRecord(t);
+        if
+        :: status[t] == TASK_STATUS_IDLE && valid[t] && interval[t] > age[t] ->
+            timeLeft[t] = (interval[t] == NEVER -> NEVER : interval[t] - age[t])
+        :: else -> timeLeft[t] = 0
+        fi
+    }
+}
+
+inline IsUseRun(t, due) /* CLS_Task::IsUseRun */
+{
+    d_step {
+        UseRecord(t);
+        due = status[t] == TASK_STATUS_IDLE && valid[t]
+    };
+    due = due && age[t] >= interval[t]
+}
+
+inline IsDue(t, found, due) /* CLS_LoopEntry::IsDue */
+{
+    atomic {
+        FindTask(t, found);
+        if
+        :: found -> GetEarliestRun(t)
+        :: else
+        fi
+    };
+    if
+    :: found ->
+        IsUseRun(t, due);
+        d_step {
+            Release(t);
+            found = false
+        }
+    :: else
+    fi
+}
+
+/* Without memory the queue cannot grow: the task waits no longer. */
+inline FailToQueue(t) /* CLS_Task::UndoWaiting */
+{
+    pushFailed = true;
+    if
+    :: status[t] == TASK_STATUS_WAITING -> StoreStatus(t, TASK_STATUS_IDLE)
+    :: else
+    fi
+}
+
+inline AddWaitingTasks(t, found) /* CLS_QuenTaskPool::AddWaitingTasks */
+{
+    atomic {
+        GetTask(t, found);
+#ifndef BROKEN_QUEUED_BEFORE_WAITING
+        if
+        :: found -> StoreStatus(t, TASK_STATUS_WAITING)
+        :: else
+        fi
+#endif
+    };
+    if
+    :: found ->
+        assert(age[t] > 0);
+        atomic {
+            if
+            :: AddToQueue(t)
+            :: !cancels && !pushFailed -> FailToQueue(t)
+            fi
+        };
+#ifdef BROKEN_QUEUED_BEFORE_WAITING
+        StoreStatus(t, TASK_STATUS_WAITING);
+#endif
+        d_step {
+            Release(t);
+            found = false
+        }
+    :: else
+    fi
+}
+
+active proctype LoopScheduler() /* CLS_QuenTaskPool::FunLoopThread */
+{
+    byte t;
+    bool found, due;
+
+    do
+    :: RefreshLoopEntries();
+        do /* CLS_QuenTaskPool::LoopPass */
+        :: t < LOOP_TASKS ->
+            if
+            :: entries[t] && timeLeft[t] == 0 ->
+                IsDue(t, found, due);
+                if
+                :: due ->
+                    AddWaitingTasks(t, found);
+                    due = false
+                :: else
+                fi
+            :: else
+            fi;
+            t++
+        :: else -> break
+        od;
+        t = 0
+    od
+}
+
+ltl goes_on
+{
+    [] <> inRun[1] && [] (queued[0] -> <> !queued[0]) && [] (queued[2] -> <> !queued[2])
+}

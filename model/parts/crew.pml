@@ -1,0 +1,43 @@
+/*
+ * Two workers who take tasks off the queue: the road from the queue to a worker in short, for models that ask about
+ * tasks alone (handover.pml has it in full). The workers are processes 0 and 1, so that nothing active may come
+ * before this.
+ *
+ * A model that includes this, after task.pml, may define FORGET_OWNER(t), what a worker does after a run.
+ */
+
+#ifndef FORGET_OWNER
+#define FORGET_OWNER(t)
+#endif
+
+bool busy; /* the first worker is; they are alike, so that only then the second one takes a task */
+
+active [2] proctype Worker() /* CLS_QuenTaskPool::FunRunTask */
+{
+    byte t;
+    bool found, mayRun;
+
+end_idle:
+    do
+    :: atomic {
+            nempty(waitingTasks) && (_pid == 0 || busy);
+            waitingTasks?t;
+            busy = busy || _pid == 0
+        };
+        GetTask(t, found); /* RunTask */
+        if
+        :: found -> Running(t, mayRun)
+        :: else -> queued[t] = false
+        fi;
+        d_step {
+            if
+            :: found -> Release(t)
+            :: else
+            fi;
+            FORGET_OWNER(t)
+            assert(mayRun || cancelling[t]);
+            busy = busy && _pid != 0;
+            Forget3(t, found, mayRun)
+        }
+    od
+}

@@ -1,0 +1,195 @@
+/*
+ * A task's record and its registry: the part that all models share.
+ *
+ * A record is its status, its validity, its place in the registry and the number of strong references to it. Each
+ * load, store and exchange of an atomic word is one step, in the order of the code: these words are sequentially
+ * consistent (handshake/ shows that they have to be). What happens under the registry's lock is one step, for
+ * everybody who touches the registry holds that lock, and nobody waits under it. Every use of a record asserts that
+ * it has not been destroyed.
+ *
+ * Left out: parameters, records, exceptions out of them, and the callable's copying. A bounded wait may run out
+ * whenever the task is executing.
+ *
+ * A model that includes this defines TASKS, the number of its tasks, and may define CALLABLE(t), what a run does, and
+ * STORE_LAST_RUN(t), how the end of a run is noted.
+ */
+
+#define NO_TASK TASKS
+
+#define TASK_STATUS_IDLE    0
+#define TASK_STATUS_WAITING 1
+#define STATUS_EXECUTING    2
+#define TASK_STATUS_RUNNING 3
+
+#ifndef CALLABLE
+#define CALLABLE(t)
+#endif
+#ifndef STORE_LAST_RUN
+#define STORE_LAST_RUN(t)
+#endif
+
+chan waitingTasks = [TASKS] of { byte };
+
+byte status[TASKS];
+bool valid[TASKS];
+bool registered[TASKS];
+byte references[TASKS];
+
+/* What is asserted about, and no code looks at. */
+bool queued[TASKS];     /* queued, and neither run nor dropped yet */
+bool inRun[TASKS];      /* the callable is executing */
+bool overran[TASKS];    /* a stop has given up */
+bool cancelling[TASKS]; /* a stop or removal has been asked for */
+bool cancelled[TASKS];  /* a stop or removal has returned in time: no run begins any more */
+
+/* What a process will not read again must not tell states apart. */
+#define Forget3(a, b, c) a = 0; b = 0; c = 0
+
+#define UseRecord(t) assert(references[t] > 0)
+
+/* The caller shares the record with the registry. */
+inline CreateTask(t, iStatus) /* CLS_Task::CreateTask */
+{
+    d_step {
+        status[t] = iStatus;
+        valid[t] = true;
+        registered[t] = true;
+        references[t] = 2
+    }
+}
+
+/* The look-up and the strong reference from the weak one are two steps in the code. Whoever fails in the second might
+ * as well have come late for the first, and whoever succeeds might as well have done both before. */
+inline GetTask(t, found) /* CLS_Task::GetTask */
+{
+    d_step {
+        found = registered[t];
+        references[t] = references[t] + found
+    }
+}
+
+/* Whoever drops the last reference destroys the record. Its destructor would wait for a run. */
+inline Release(t)
+{
+    d_step {
+        UseRecord(t);
+        references[t]--;
+        assert(references[t] > 0 || (!registered[t] && status[t] < STATUS_EXECUTING))
+    }
+}
+
+/* The last reference must not go here: the callable would be destroyed under the registry's lock. */
+inline DeleteTask(t) /* CLS_Task::DeleteTask */
+{
+    atomic {
+        if
+        :: registered[t] ->
+            registered[t] = false;
+            references[t]--;
+            assert(references[t] > 0)
+        :: else
+        fi
+    }
+}
+
+inline StoreStatus(t, iStatus)
+{
+    d_step {
+        UseRecord(t);
+        status[t] = iStatus
+    }
+}
+
+inline ReadValidity(t, bValid)
+{
+    d_step {
+        UseRecord(t);
+        bValid = valid[t]
+    }
+}
+
+inline BeginRun(t) /* CLS_Task::RunCallable */
+{
+    d_step {
+        UseRecord(t);
+        assert(!cancelled[t]);
+        assert(!inRun[t]);
+        inRun[t] = true
+    }
+}
+
+inline EndRun(t)
+{
+    d_step {
+        UseRecord(t);
+        assert(queued[t]);
+        queued[t] = false;
+        inRun[t] = false;
+        status[t] = TASK_STATUS_IDLE
+    }
+}
+
+inline Running(t, bValid) /* CLS_Task::Running */
+{
+#ifdef BROKEN_VALIDITY_BEFORE_STATUS
+    ReadValidity(t, bValid);
+    StoreStatus(t, TASK_STATUS_RUNNING);
+#else
+    StoreStatus(t, TASK_STATUS_RUNNING);
+    ReadValidity(t, bValid);
+#endif
+    if
+    :: bValid ->
+        BeginRun(t);
+        CALLABLE(t)
+    :: else
+    fi;
+#ifdef BROKEN_IDLE_BEFORE_TIME
+    EndRun(t);
+    STORE_LAST_RUN(t)
+#else
+    STORE_LAST_RUN(t)
+    EndRun(t)
+#endif
+}
+
+/* Somewhere between two looks there is time for everything, and what a look finds that is not the last one changes
+ * nothing. So one look stands for all. */
+inline Stop(t, bStopped) /* CLS_Task::Stop */
+{
+    d_step {
+        UseRecord(t);
+        valid[t] = false
+    };
+    d_step {
+        UseRecord(t);
+        bStopped = status[t] < STATUS_EXECUTING;
+        overran[t] = overran[t] || !bStopped
+    }
+}
+
+inline StopTask(t, found, stopped) /* CLS_QuenTaskPool::StopTask */
+{
+    GetTask(t, found);
+    if
+    :: found ->
+        Stop(t, stopped);
+        Release(t)
+    :: else
+    fi
+}
+
+inline StopAndDelete(t, found, stopped) /* StopAndDelete */
+{
+    stopped = false;
+    GetTask(t, found);
+    if
+    :: found -> Stop(t, stopped)
+    :: else
+    fi;
+    DeleteTask(t);
+    if
+    :: found -> Release(t)
+    :: else
+    fi
+}

@@ -1,0 +1,473 @@
+/*
+ * Queue, dispatcher, workers and watchdog: what the models of the hand-over and of the shutdown share.
+ *
+ * Locks: what happens under one of the pool's locks is one step where nobody waits under it, for everybody who
+ * touches the guarded members holds the lock. Two locks are modelled as such: m_mtxWaitingTasks, for the dispatcher
+ * looks and goes to sleep under it, and each worker's m_mtxFunction, for it is held throughout a job.
+ *
+ * Waits: a look that finds nothing and is repeated later changes nothing, so that only the one is modelled that finds
+ * something. A timed wait ends when it is notified or, unless NEVER_EXPIRES is defined, at any moment, which stands
+ * for its time and for spurious wake-ups. With NEVER_EXPIRES nothing but a notification ends it, so that a lost one
+ * is seen.
+ *
+ * A worker's slot is used again when the worker has been freed, as memory is. No worker to be had - too many, or no
+ * thread - makes the dispatcher try again. The limit lets two workers be registered at once.
+ *
+ * Left out: records, ReportBusy, the second look of GetTaskThread, the owner maps, how long a worker has been idle
+ * (the watchdog may find any worker idle for too long).
+ *
+ * A model that includes this defines, beside what task.pml wants, FAILURES, how many workers fail to get onto the
+ * idle list, and may define RUN_STEP as atomic when nobody but workers looks at tasks, and POOL_ENDS. With
+ * WATCHDOG_SLEEPS no worker is retired.
+ */
+
+#include "task.pml"
+
+#define WORKERS    2
+#define MAX_THREAD 1
+#define NO_WORKER  WORKERS
+
+/* Where a thread may wait for ever, unless the pool ends. */
+#ifdef POOL_ENDS
+#define END(label)
+#else
+#define END(label) label:
+#endif
+
+#ifndef RUN_STEP
+#define RUN_STEP
+#endif
+#ifdef NEVER_EXPIRES
+#define Wakes(bSleeps) !(bSleeps)
+#else
+#define Wakes(bSleeps) true
+#endif
+
+/* The pool. */
+bool poolRuns = true;
+bool poolFreed;               /* asserted about only */
+bool queueLocked;
+bool dispatcherSleeps;
+byte idle[WORKERS];           /* by ascending order id */
+byte idleCount;
+bool known[WORKERS];          /* in the map of workers */
+byte bound[WORKERS];          /* the id of its task there */
+
+/* Each worker. */
+bool alive[WORKERS];          /* made and not freed */
+byte order[WORKERS];
+bool goesOn[WORKERS];
+bool functionLocked[WORKERS];
+bool sleeps[WORKERS];
+bool job[WORKERS];
+bool finished[WORKERS];       /* the thread may be joined */
+bool gateRunning[WORKERS];
+bool gateClosed[WORKERS];
+bool gateAbandoned[WORKERS];
+bool gateSleeps[WORKERS];     /* Close waits */
+
+/* Asserted about only. */
+
+bool dispatcherEnded;
+bool watchdogEnded;
+byte failures;
+
+#define UsePool()        assert(!poolFreed)
+#define UseWorker(w)     assert(alive[w])
+#define CountWorkers()   (known[0] + known[1])
+#define IsIdle(w)        ((idleCount > 0 && idle[0] == (w)) || (idleCount > 1 && idle[1] == (w)))
+
+/* A record that nobody knows yet is marked as waiting while it is made; else that is a step before this one. */
+inline AddToQueue(t) /* CLS_QuenTaskPool::AddWaitingTasks */
+{
+    atomic {
+        !queueLocked;
+        UsePool();
+        assert(!queued[t]);
+        waitingTasks!t;
+        queued[t] = true;
+        dispatcherSleeps = false
+    }
+}
+
+inline TakeFromFront(w) /* CLS_QuenTaskPool::TakeIdleThread */
+{
+    w = idle[0];
+    assert(idleCount < 2 || order[idle[0]] <= order[idle[1]]);
+    idle[0] = idle[1];
+    idle[1] = 0;
+    idleCount--
+}
+
+inline AddIdleThread(w) /* CLS_QuenTaskPool::AddIdleThread */
+{
+    assert(!IsIdle(w));
+    assert(bound[w] == NO_TASK);
+    if
+    :: idleCount == 1 && order[w] < order[idle[0]] ->
+        idle[1] = idle[0];
+        idle[0] = w
+    :: else -> idle[idleCount] = w
+    fi;
+    idleCount++
+}
+
+inline CreateTaskThread(w) /* CLS_QuenTaskPool::CreateTaskThread */
+{
+    d_step {
+        w = (alive[0] -> 1 : 0);
+        assert(!alive[w]);
+        goesOn[w] = true;
+        gateClosed[w] = false;
+        gateAbandoned[w] = false;
+        bound[w] = NO_TASK;
+        alive[w] = true
+    };
+    d_step { /* CLS_QuenTaskPool::RegisterThread */
+        UsePool();
+        order[w] = CountWorkers();
+        known[w] = true;
+        assert(CountWorkers() <= MAX_THREAD + 1)
+    }
+}
+
+inline WaitForThread(w) /* CLS_QuenTaskPool::WaitForThread */
+{
+    if
+    :: atomic { idleCount > 0 -> UsePool(); TakeFromFront(w) } /* CLS_QuenTaskPool::GetTaskThread */
+    :: idleCount == 0 && CountWorkers() <= MAX_THREAD && !(alive[0] && alive[1]) -> CreateTaskThread(w)
+    :: !poolRuns -> w = NO_WORKER
+    fi
+}
+
+inline BindTask(w, t) /* CLS_QuenTaskPool::BindTask */
+{
+    d_step {
+        UsePool();
+        UseWorker(w);
+        assert(known[w] && !IsIdle(w) && bound[w] == NO_TASK);
+        bound[w] = t
+    }
+}
+
+inline AddFunction(w) /* CLS_TaskThread::AddFunction */
+{
+    atomic {
+        !functionLocked[w];
+        UseWorker(w);
+        assert(!job[w]);
+        job[w] = true;
+        sleeps[w] = false
+    }
+}
+
+chan batch = [TASKS] of { byte };
+
+/* Looks and goes to sleep under the lock; sleeping releases it. */
+inline TakeWaitingTasks() /* CLS_QuenTaskPool::TakeWaitingTasks */
+{
+    atomic { !queueLocked -> queueLocked = true };
+    if
+    :: empty(waitingTasks) && poolRuns ->
+        d_step {
+            dispatcherSleeps = true;
+            queueLocked = false
+        };
+END(end_nothing)
+        atomic {
+            Wakes(dispatcherSleeps) && !queueLocked && (nempty(waitingTasks) || !poolRuns);
+            dispatcherSleeps = false;
+            queueLocked = true
+        }
+    :: nempty(waitingTasks) || !poolRuns
+    fi;
+    atomic {
+        UsePool();
+        do
+        :: waitingTasks?t -> batch!t
+        :: empty(waitingTasks) -> break
+        od;
+        t = 0;
+        queueLocked = false
+    }
+}
+
+active proctype Dispatcher() /* CLS_QuenTaskPool::FunTaskingThread */
+{
+    byte t, w;
+
+    do
+    :: poolRuns ->
+        TakeWaitingTasks();
+        do /* CLS_QuenTaskPool::DispatchPass */
+        :: nempty(batch) && poolRuns ->
+            batch?t;
+            WaitForThread(w);
+            if
+            :: w != NO_WORKER ->
+                BindTask(w, t);
+                AddFunction(w)
+            :: else
+            fi;
+            d_step {
+                t = 0;
+                w = 0
+            }
+        :: empty(batch) || !poolRuns -> break
+        od
+    :: !poolRuns -> break
+    od;
+    dispatcherEnded = true
+}
+
+/* In coarser steps than Running, which stop.pml has: nobody but the end of the pool cancels a task here. */
+inline RunTask(t) /* RunTask */
+{
+    atomic {
+        GetTask(t, found);
+        if
+        :: found -> StoreStatus(t, TASK_STATUS_RUNNING)
+        :: else
+        fi
+    };
+    if
+    :: found ->
+        atomic { /* CLS_Task::Running */
+            ReadValidity(t, mayRun);
+            if
+            :: mayRun -> BeginRun(t)
+            :: else
+            fi
+        };
+        atomic {
+            EndRun(t);
+            Release(t)
+        }
+    :: else -> queued[t] = false
+    fi;
+    Forget3(t, found, mayRun)
+}
+
+inline EnterRun(w, mayGoOn) /* CLS_RunGate::EnterRun */
+{
+    d_step {
+        gateRunning[w] = !gateClosed[w];
+        mayGoOn = gateRunning[w]
+    }
+}
+
+inline LeaveRun(w, mayGoOn) /* CLS_RunGate::LeaveRun */
+{
+    d_step {
+        gateRunning[w] = false;
+        gateSleeps[w] = false;
+        mayGoOn = !gateAbandoned[w]
+    }
+}
+
+inline RunOutsidePool(w, t, mayGoOn) /* RunOutsidePool */
+{
+    EnterRun(w, mayGoOn);
+    if
+    :: mayGoOn ->
+        if
+        :: t != NO_TASK -> RUN_STEP { RunTask(t) }
+        :: else
+        fi;
+        LeaveRun(w, mayGoOn)
+    :: else
+    fi;
+#ifdef BROKEN_GATE_IGNORED
+    mayGoOn = true
+#endif
+}
+
+/* When the idle list cannot grow, the job throws and stays. */
+inline FunRunTask(w) /* CLS_QuenTaskPool::FunRunTask */
+{
+    d_step { /* CLS_QuenTaskPool::ReadBoundTask */
+        UsePool();
+        t = bound[w]
+    };
+    RunOutsidePool(w, t, mayGoOn);
+    if
+    :: mayGoOn ->
+#ifdef BROKEN_IDLE_BEFORE_UNBOUND
+        d_step { AddIdleThread(w) };
+#endif
+        d_step { /* CLS_QuenTaskPool::UnbindTask */
+            UsePool();
+            bound[w] = NO_TASK;
+            mayGoOn = false
+        };
+        if
+        :: poolRuns ->
+            atomic {
+                UsePool();
+                if
+#ifndef BROKEN_IDLE_BEFORE_UNBOUND
+                :: AddIdleThread(w)
+#else
+                :: true
+#endif
+                :: failures < FAILURES ->
+                    failures++;
+                    jobStays = true
+                fi
+            }
+        :: else
+        fi
+    :: else
+    fi
+}
+
+/* Looks and goes to sleep under the lock; sleeping releases it. */
+inline WaitForJob(w)
+{
+    atomic { !functionLocked[w] -> functionLocked[w] = true };
+    if
+    :: !job[w] && goesOn[w] ->
+        d_step {
+            sleeps[w] = true;
+            functionLocked[w] = false
+        };
+END(end_idle)
+        atomic {
+            Wakes(sleeps[w]) && !functionLocked[w] && (job[w] || !goesOn[w]);
+            sleeps[w] = false;
+            functionLocked[w] = true
+        }
+    :: else
+    fi
+}
+
+active [WORKERS] proctype Worker() /* CLS_TaskThread::RunThread */
+{
+    byte t;
+    bool found, mayRun, mayGoOn, jobStays;
+
+    /* The dispatcher is process 0. */
+#define me (_pid - 1)
+
+end_unborn:
+    do
+    :: alive[me] && !finished[me] ->
+        do /* CLS_TaskThread::FunTask */
+        :: goesOn[me] && !gateAbandoned[me] ->
+            WaitForJob(me); /* CLS_TaskThread::RunPass */
+            if
+            :: goesOn[me] ->
+                FunRunTask(me); /* CLS_TaskThread::RunJob */
+                d_step {
+                    UseWorker(me);
+                    t = 0;
+                    job[me] = jobStays;
+                    jobStays = false;
+                    mayGoOn = false;
+                    functionLocked[me] = false
+                }
+            :: !goesOn[me] ->
+                d_step {
+                    UseWorker(me);
+                    functionLocked[me] = false
+                };
+                break
+            fi
+        :: !goesOn[me] || gateAbandoned[me] -> break
+        od;
+        atomic {
+            UseWorker(me);
+            job[me] = false;
+            if
+            :: gateAbandoned[me] -> /* CLS_RunGate::IsAbandoned */
+                assert(!IsIdle(me));
+                alive[me] = false
+            :: else -> finished[me] = true
+            fi
+        }
+    od
+}
+
+inline EndThread(w) /* CLS_TaskThread::Exit */
+{
+    d_step { /* CLS_TaskThread::RequestEnd */
+        UseWorker(w);
+        goesOn[w] = false
+    };
+#ifdef BROKEN_END_NOTIFIED_WITHOUT_LOCK
+    sleeps[w] = false;
+#else
+    atomic {
+        !functionLocked[w];
+        sleeps[w] = false
+    };
+#endif
+#ifdef BROKEN_WORKER_NOT_JOINED
+    skip
+#else
+    finished[w]
+#endif
+}
+
+inline FreeWorker(w)
+{
+    d_step {
+        UseWorker(w);
+        assert(!known[w] && !IsIdle(w));
+        finished[w] = false;
+        alive[w] = false
+    }
+}
+
+inline RetireThread(w) /* CLS_QuenTaskPool::RetireThread */
+{
+    d_step { /* CLS_QuenTaskPool::UnregisterThread */
+        UsePool();
+        assert(known[w] && bound[w] == NO_TASK);
+        known[w] = false;
+        bound[w] = 0;
+        order[w] = 0
+    };
+    EndThread(w);
+    FreeWorker(w)
+}
+
+/* From the back of the idle list: the last worker, or both. */
+inline TakeOverrunThreads() /* CLS_QuenTaskPool::TakeOverrunThreads */
+{
+    idleCount--;
+    w = idle[idleCount];
+    idle[idleCount] = 0;
+    if
+    :: idleCount > 0 ->
+        idleCount--;
+        w2 = idle[0];
+        idle[0] = 0
+    :: true
+    fi
+}
+
+active proctype Watchdog() /* CLS_QuenTaskPool::FunTaskThreadWaitingOvertime */
+{
+    byte w;
+    byte w2 = NO_WORKER;
+
+END(end_nobody)
+    do /* CLS_QuenTaskPool::OvertimePass */
+#ifndef WATCHDOG_SLEEPS
+    :: atomic { idleCount > 0 -> UsePool(); TakeOverrunThreads() };
+        RetireThread(w);
+        if
+        :: w2 != NO_WORKER ->
+            RetireThread(w2)
+        :: else
+        fi;
+        d_step {
+            w = 0;
+            w2 = NO_WORKER
+        }
+#endif
+    :: !poolRuns -> break /* CLS_QuenTaskPool::SleepBetweenPasses */
+    od;
+    watchdogEnded = true
+}

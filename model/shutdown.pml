@@ -1,0 +1,179 @@
+/*
+ * The end of the pool. A host queues two tasks, perhaps removes one in vain, and ends the pool at any moment of their
+ * road, while dispatcher, loop scheduler and watchdog are at work; a third task comes from the loop scheduler. Each
+ * run takes as long as it likes: the end of the pool may wait for it or leave its worker behind.
+ *
+ * Holds: nobody touches the pool after it is freed, nor a worker after that is freed; each worker is freed once, by
+ * the end of the pool or, when it was left behind, by itself; no run begins after the end of the pool; UnInit
+ * returns, all threads end, and each queued task is run, or dropped by the end of the pool.
+ *
+ * Left out: see parts/workers.pml; failures of UnInit, its call from a task, and the pinning of the library. A
+ * bounded wait may be given up at any moment.
+ */
+
+#define TASKS    3
+#define FAILURES 0
+#define POOL_ENDS
+
+#include "parts/workers.pml"
+
+bool loopEnded;
+bool overrunWorkers[WORKERS];
+
+/* The wait of a removal runs out: the record is gone while the run goes on. */
+inline RemoveInVain(t) /* CLS_QuenTaskPool::RemoveTask */
+{
+    atomic {
+        status[t] >= STATUS_EXECUTING ->
+        valid[t] = false;
+        overran[t] = true;
+        DeleteTask(t)
+    }
+}
+
+active proctype LoopScheduler() /* CLS_QuenTaskPool::FunLoopThread */
+{
+    if /* CLS_QuenTaskPool::LoopPass */
+    :: atomic {
+            poolRuns && registered[2];
+            StoreStatus(2, TASK_STATUS_WAITING);
+            AddToQueue(2)
+        }
+    :: true
+    fi;
+    !poolRuns;
+    loopEnded = true
+}
+
+inline EndServiceThreads() /* CLS_QuenTaskPool::EndServiceThreads */
+{
+#ifdef BROKEN_FLAG_OUTSIDE_LOCK
+    poolRuns = false;
+#else
+    atomic { !queueLocked -> poolRuns = false };
+#endif
+    dispatcherSleeps = false;
+    dispatcherEnded && loopEnded && watchdogEnded
+}
+
+inline StopBoundTask(w, t)
+{
+    if
+    :: t != NO_TASK ->
+        GetTask(t, found);
+        if
+        :: found ->
+            Stop(t, stopped);
+            d_step {
+                Release(t);
+                overrunWorkers[w] = !stopped;
+                found = false;
+                stopped = false
+            }
+        :: else
+        fi
+    :: else
+    fi
+}
+
+inline StopBoundTasks() /* CLS_QuenTaskPool::StopBoundTasks */
+{
+    d_step { /* CLS_QuenTaskPool::CopyBindings */
+        first = (known[0] -> bound[0] : NO_TASK);
+        second = (known[1] -> bound[1] : NO_TASK)
+    };
+    StopBoundTask(0, first);
+    StopBoundTask(1, second);
+    first = 0;
+    second = 0
+}
+
+inline Close(w, closed) /* CLS_RunGate::Close */
+{
+    d_step {
+        UseWorker(w);
+        gateClosed[w] = true;
+        gateSleeps[w] = gateRunning[w] && !overrunWorkers[w]
+    };
+    atomic {
+        Wakes(gateSleeps[w]);
+        gateSleeps[w] = false;
+        gateAbandoned[w] = gateRunning[w];
+        closed = !gateAbandoned[w]
+    }
+}
+
+inline ForgetWorker(w) /* CLS_QuenTaskPool::ForgetWorker */
+{
+    d_step {
+        UsePool();
+        known[w] = false;
+        bound[w] = 0;
+        order[w] = 0
+    };
+    d_step {
+        if
+        :: idleCount > 0 && idle[0] == w ->
+            idle[0] = idle[1];
+            idle[1] = 0;
+            idleCount--
+        :: idleCount > 1 && idle[1] == w ->
+            idle[1] = 0;
+            idleCount--
+        :: else
+        fi
+    }
+}
+
+inline EndWorkers() /* CLS_QuenTaskPool::EndWorkers */
+{
+    do
+    :: known[0] || known[1] ->
+        if /* CLS_QuenTaskPool::FindWorker */
+        :: known[0] -> w = 0
+        :: known[1] -> w = 1
+        fi;
+        Close(w, closed);
+        if
+        :: closed ->
+            EndThread(w);
+            ForgetWorker(w);
+            FreeWorker(w)
+        :: else -> ForgetWorker(w)
+        fi
+    :: !known[0] && !known[1] -> break
+    od
+}
+
+active proctype Host()
+{
+    byte first, second, w, i;
+    bool found, stopped, closed;
+
+    atomic {
+        CreateTask(0, TASK_STATUS_WAITING);
+        CreateTask(1, TASK_STATUS_WAITING);
+        CreateTask(2, TASK_STATUS_IDLE);
+        AddToQueue(0);
+        AddToQueue(1)
+    };
+    if
+    :: RemoveInVain(0)
+    :: true
+    fi;
+    EndServiceThreads(); /* CLS_QuenTaskPool::UnInit */
+    StopBoundTasks();
+    EndWorkers();
+    atomic { /* DestroyInstance */
+        assert(idleCount == 0 && !known[0] && !known[1]);
+        for (i : 0 .. TASKS - 1) {
+            cancelled[i] = !overran[i]
+        }
+        poolFreed = true
+    }
+}
+
+ltl ends
+{
+    <> (poolFreed && !alive[0] && !alive[1])
+}
