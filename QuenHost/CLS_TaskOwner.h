@@ -34,7 +34,8 @@ public:
 
     /// Queues _funTask, copied, to run once in the background; it may run before the call returns.
     /// _strCallInfo says, in records, what it is. False, with a record of the pool's, when it could not be
-    /// queued, usually because memory ran out. Waits for no task. What the callable captured lives for as
+    /// queued, usually because memory ran out; it may still run once when that was after the queueing, and no
+    /// removal waits for it then. Waits for no task. What the callable captured lives for as
     /// long as the pool keeps the task, which is until the library is gone unless the task is removed before
     /// it has run.
     [[nodiscard]] bool Submit(const std::function<void()>& _funTask, const std::string& _strCallInfo)

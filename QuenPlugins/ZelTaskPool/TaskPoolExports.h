@@ -20,16 +20,19 @@
 /// memory to be had), the exception goes to the caller, nothing is left behind, and a later call tries again.
 extern "C"
 {
-    /// Runs _funTask once in the background, on behalf of the owner _pObj. False, with a record, for a null
-    /// owner or when the task could not be queued.
+    /// Runs _funTask once in the background, on behalf of the owner _pObj, after what is queued already.
+    /// False, with a record, for a null owner or when the task could not be queued; when memory ran out after
+    /// the queueing, too, and then it still runs, without an owner, so that no removal waits for it.
     ZEL_TASKPOOL_EXPORT bool AddTmpTask(const std::function<void()>& _funTask, void* _pObj,
                                         const std::string& _strCallInfo);
 
-    /// Cancels everything that _pObj submitted; waits, up to about 9 seconds a task, for what is running.
+    /// Cancels everything that _pObj submitted; waits, up to about 9 seconds a task, for what is running,
+    /// with a look every 300 ms. A run that outlasts that goes on, and only a record says so.
     ZEL_TASKPOOL_EXPORT void RemoveTmpTask(void* _pObj, const std::string& _strCallInfo);
 
-    /// Runs _funTask at once, and again each time _iInterval milliseconds after its last run ended. Writes
-    /// the task's id to _strTaskId; on failure there is a record.
+    /// Queues _funTask at once, and again each time _iInterval milliseconds after its last run ended. Writes
+    /// the task's id to _strTaskId, before the first run can begin. On failure there is a record; a text that
+    /// is not what it was names a task that is to be removed.
     ZEL_TASKPOOL_EXPORT void AddLoopTask(const std::function<void()>& _funTask, int _iInterval,
                                          std::string& _strTaskId, const std::string& _strCallInfo);
 
