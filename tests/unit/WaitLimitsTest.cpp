@@ -13,7 +13,31 @@ using std::chrono::milliseconds;
 using std::chrono::nanoseconds;
 using std::chrono::seconds;
 
-using WaitLimitsTest = CLS_ShutdownFixture;
+class WaitLimitsTest : public CLS_ShutdownFixture
+{
+protected:
+    /// A pool with one worker, which runs until it is let go.
+    void StartRun()
+    {
+        m_iThreads = CountThreads();
+        CLS_QuenTaskPool& clsPool = MakePool();
+        m_pRun = StartHeldRun(clsPool);
+        m_pThread = FindWorker(clsPool, m_pRun->m_strTaskId);
+        ASSERT_NE(nullptr, m_pThread);
+    }
+
+    void EndRun()
+    {
+        EndHeldRun(m_pRun);
+        EXPECT_TRUE(WaitForThreads(m_iThreads));
+    }
+
+    HeldRun m_pRun;
+    CLS_TaskThread* m_pThread = nullptr;
+
+private:
+    int m_iThreads = 0;
+};
 
 /// Whether some wait is meant to last for as long as that, and none for longer.
 bool ComesTo(const CLS_CutWaits& _clsWaits, nanoseconds _nsLimit)
@@ -71,18 +95,15 @@ TEST_F(WaitLimitsTest, EndOfAPoolWaitsForARunAsLongAsItIsTold)
 
 TEST_F(WaitLimitsTest, EndOfAPoolWaitsNineSecondsForARunThatNobodyCanStop)
 {
-    CLS_QuenTaskPool& clsPool = MakePool();
-    const HeldRun pRun = StartHeldRun(clsPool);
-    CLS_TaskThread* const pThread = FindWorker(clsPool, pRun->m_strTaskId);
-    ASSERT_NE(nullptr, pThread);
-    CLS_Task::DeleteTask(pRun->m_strTaskId);
+    ASSERT_NO_FATAL_FAILURE(StartRun());
+    CLS_Task::DeleteTask(m_pRun->m_strTaskId);
     {
-        const CLS_CutWaits clsWaits(pThread->GetRunGate().m_cvGate);
-        CLS_Side clsEnd([&] { clsPool.UnInit(); });
+        const CLS_CutWaits clsWaits(m_pThread->GetRunGate().m_cvGate);
+        CLS_Side clsEnd([] { CLS_QuenTaskPool::m_pInstance->UnInit(); });
         // The time until the wait begins counts, too.
         EXPECT_TRUE(WaitUntil([&] { return clsWaits.GetLongest() > seconds(8); }));
         EXPECT_LE(clsWaits.GetLongest(), seconds(9));
-        pRun->m_clsMayEnd.Open();
+        m_pRun->m_clsMayEnd.Open();
         EXPECT_TRUE(clsEnd.Wait());
     }
     EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
@@ -90,36 +111,26 @@ TEST_F(WaitLimitsTest, EndOfAPoolWaitsNineSecondsForARunThatNobodyCanStop)
 
 TEST_F(WaitLimitsTest, EndOfAPoolDoesNotWaitOnceMoreForARunThatOutlastedItsStop)
 {
-    const int iThreads = CountThreads();
-    CLS_QuenTaskPool& clsPool = MakePool();
-    const HeldRun pRun = StartHeldRun(clsPool);
-    CLS_TaskThread* const pThread = FindWorker(clsPool, pRun->m_strTaskId);
-    ASSERT_NE(nullptr, pThread);
+    ASSERT_NO_FATAL_FAILURE(StartRun());
     {
         const CLS_FastSleep clsFastSleep;
-        const CLS_CutWaits clsWaits(pThread->GetRunGate().m_cvGate);
-        clsPool.UnInit();
+        const CLS_CutWaits clsWaits(m_pThread->GetRunGate().m_cvGate);
+        CLS_QuenTaskPool::m_pInstance->UnInit();
         EXPECT_LE(clsWaits.GetLongest(), nanoseconds(0));
     }
-    EndHeldRun(pRun);
-    EXPECT_TRUE(WaitForThreads(iThreads));
+    EndRun();
 }
 
 TEST_F(WaitLimitsTest, AWorkerThatWasLeftBehindDestroysItself)
 {
-    const int iThreads = CountThreads();
-    CLS_QuenTaskPool& clsPool = MakePool();
-    const HeldRun pRun = StartHeldRun(clsPool);
-    CLS_TaskThread* const pThread = FindWorker(clsPool, pRun->m_strTaskId);
-    ASSERT_NE(nullptr, pThread);
+    ASSERT_NO_FATAL_FAILURE(StartRun());
     {
         const CLS_FastSleep clsFastSleep;
-        clsPool.UnInit();
+        CLS_QuenTaskPool::m_pInstance->UnInit();
     }
     // Its destructor tells its thread to end.
-    const CLS_CutWaits clsNotifications(pThread->m_cvFunction);
-    EndHeldRun(pRun);
-    EXPECT_TRUE(WaitForThreads(iThreads));
+    const CLS_CutWaits clsNotifications(m_pThread->m_cvFunction);
+    EndRun();
     EXPECT_EQ(1, clsNotifications.GetNotifications());
 }
 } // namespace
