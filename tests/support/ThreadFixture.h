@@ -3,6 +3,7 @@
 #include "QuenPlugins/ZelTaskPool/CLS_TaskThread.h"
 #include "tests/support/LogRecorder.h"
 
+#include <cstdint>
 #include <gtest/gtest.h>
 
 /// Base of the tests of workers: each starts with the default threshold and no record, and leaves it so.
@@ -13,10 +14,13 @@ protected:
     void TearDown() override { Clean(); }
 
 private:
+    /// As the library has it when the program starts.
+    static inline const std::int32_t s_iDefault = CLS_TaskThread::GetWaitingOvertime();
+
     static void Clean()
     {
         LogRecorder::SetHook({});
         LogRecorder::Clear();
-        CLS_TaskThread::m_iWaitingOvertime = 300000;
+        CLS_TaskThread::SetWaitingOvertime(s_iDefault);
     }
 };

@@ -51,6 +51,7 @@ TEST_F(TaskThreadOvertimeTest, ThresholdIsFiveMinutesAndMayBeChanged)
 TEST_F(TaskThreadOvertimeTest, NewWorkerIsOvertimeFromFiveMinutesOn)
 {
     CLS_TaskThread clsWorker;
+    EXPECT_EQ(300000, CLS_TaskThread::GetWaitingOvertime());
     EXPECT_FALSE(clsWorker.IsWaitingOvertime());
     SetActivity(clsWorker, -milliseconds(300000));
     EXPECT_TRUE(clsWorker.IsWaitingOvertime());
