@@ -1,0 +1,11 @@
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+
+/// The clocks that a controlled thread sees. All start at a fixed moment and show the schedule's time.
+namespace Clocks
+{
+timespec ToClockTime(clockid_t _iClock, std::int64_t _nsSchedule);
+std::int64_t ToScheduleTime(clockid_t _iClock, const timespec& _stTime);
+} // namespace Clocks

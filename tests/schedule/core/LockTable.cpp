@@ -1,0 +1,32 @@
+#include "tests/schedule/core/LockTable.h"
+
+bool CLS_LockTable::IsOpen(const void* _pLock) const
+{
+    const auto itLock = m_mapLocks.find(_pLock);
+    return itLock == m_mapLocks.end() || itLock->second.m_iHolder < 0;
+}
+
+bool CLS_LockTable::Give(const void* _pLock, int _iThread)
+{
+    const auto itLock = m_mapLocks.find(_pLock);
+    if (itLock == m_mapLocks.end())
+    {
+        return false;
+    }
+    ST_Lock& stLock = itLock->second;
+    if (stLock.m_iHolder >= 0 ? stLock.m_iHolder != _iThread : stLock.m_iReaders == 0)
+    {
+        return false;
+    }
+    if (stLock.m_iHolder >= 0 || --stLock.m_iReaders == 0)
+    {
+        m_mapLocks.erase(itLock);
+    }
+    return true;
+}
+
+const void* CLS_LockTable::FindHeld(const void* _pBegin, const void* _pEnd) const
+{
+    const auto itLock = m_mapLocks.lower_bound(_pBegin);
+    return itLock != m_mapLocks.end() && itLock->first < _pEnd ? itLock->first : nullptr;
+}

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <map>
+
+/// Who holds which lock. Knows the locks that are held, and no others.
+class CLS_LockTable
+{
+public:
+    bool IsFree(const void* _pLock) const { return m_mapLocks.count(_pLock) == 0; }
+    /// Whether one more reader is let in.
+    bool IsOpen(const void* _pLock) const;
+
+    void Take(const void* _pLock, int _iThread) { m_mapLocks[_pLock].m_iHolder = _iThread; }
+    void TakeShared(const void* _pLock) { ++m_mapLocks[_pLock].m_iReaders; }
+    /// False when the thread, or a reader, does not hold it.
+    bool Give(const void* _pLock, int _iThread);
+
+    /// A held lock from _pBegin up to _pEnd; null when there is none.
+    const void* FindHeld(const void* _pBegin, const void* _pEnd) const;
+
+    void Clear() { m_mapLocks.clear(); }
+
+private:
+    struct ST_Lock
+    {
+        int m_iHolder = -1;
+        int m_iReaders = 0;
+    };
+    std::map<const void*, ST_Lock> m_mapLocks;
+};

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+/// The memory that the program under a schedule asks for. It comes from a place of its own, in the same order
+/// at the same addresses every time, and what is freed is not used again before the next schedule: so a touch
+/// of freed memory is noticed, and schedules repeat.
+namespace Memory
+{
+/// Forgets everything. For the beginning of a schedule.
+void Reset();
+
+/// How many blocks there are that nobody has freed.
+std::size_t CountBlocks();
+
+bool IsFreed(const void* _pPlace);
+
+/// Ends the schedule when the place is in memory that was freed.
+void CheckAccess(const void* _pPlace, const char* _szAccess);
+
+/// The number of the block and the place in it, or the name of a variable.
+std::string Describe(const void* _pPlace);
+} // namespace Memory

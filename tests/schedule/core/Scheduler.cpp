@@ -1,0 +1,509 @@
+#include "tests/schedule/core/Scheduler.h"
+
+#include "tests/schedule/core/Memory.h"
+
+#include <algorithm>
+#include <utility>
+
+CLS_Scheduler* CLS_Scheduler::s_pActive = nullptr;
+CLS_Scheduler* CLS_Scheduler::s_pRunning = nullptr;
+
+CLS_Scheduler::CLS_Scheduler(CLS_Strategy& _clsStrategy, ST_ScheduleOptions _stOptions)
+    : m_clsStrategy(_clsStrategy), m_stOptions(std::move(_stOptions))
+{
+}
+
+CLS_Scheduler::~CLS_Scheduler() = default;
+
+ST_Outcome CLS_Scheduler::Run(std::uint64_t _uiSeed, const std::function<void()>& _funBody)
+{
+    m_stOutcome = {};
+    m_uiThreads = 0;
+    m_uiEnded = 0;
+    m_nsNow = 0;
+    m_uiRandom = 0;
+    m_iCurrent = 0;
+    m_clsLocks.Clear();
+    Memory::Reset();
+    if (m_stOptions.m_funBegin)
+    {
+        m_stOptions.m_funBegin();
+    }
+    m_clsStrategy.Begin(_uiSeed);
+    m_pBody = &_funBody;
+    s_pRunning = this;
+
+    const auto funRunBody = [](void* _pBody) -> void*
+    {
+        (*static_cast<const std::function<void()>*>(_pBody))();
+        return nullptr;
+    };
+    ST_Thread& stFirst = AddThread(-1);
+    stFirst.m_funBody = funRunBody;
+    stFirst.m_pArgument = const_cast<std::function<void()>*>(m_pBody);
+    stFirst.m_bDetached = true;
+    NoteStep(0);
+    stFirst.m_clsFiber.SwitchFrom(m_clsOutside);
+
+    s_pActive = nullptr;
+    s_pRunning = nullptr;
+    m_stOutcome.m_uiThreads = m_uiThreads;
+    m_stOutcome.m_nsTime = m_nsNow;
+    m_stOutcome.m_uiBlocks = Memory::CountBlocks();
+    if (m_stOptions.m_bRequireNoBlocks && m_stOutcome.m_strFailure.empty() && m_stOutcome.m_uiBlocks > 0)
+    {
+        m_stOutcome.m_strFailure = std::to_string(m_stOutcome.m_uiBlocks) + " blocks of memory are left";
+    }
+    return std::move(m_stOutcome);
+}
+
+CLS_Scheduler::ST_Thread& CLS_Scheduler::AddThread(int _iMaker)
+{
+    if (m_uiThreads == m_vecThreads.size())
+    {
+        m_vecThreads.push_back(std::make_unique<ST_Thread>());
+    }
+    const auto iThread = static_cast<int>(m_uiThreads);
+    ST_Thread& stThread = *m_vecThreads[m_uiThreads++];
+    stThread.m_strName = m_stOptions.m_funNameThread ? m_stOptions.m_funNameThread(iThread, _iMaker)
+                                                     : "thread " + std::to_string(iThread);
+    stThread.m_bDetached = false;
+    stThread.m_bJoined = false;
+    stThread.m_iStep = STEP_BEGIN;
+    stThread.m_pObject = nullptr;
+    stThread.m_iWaitFor = WAIT_NOTHING;
+    stThread.m_nsUntil = NEVER;
+    stThread.m_clsStores.Clear();
+    stThread.m_clsFiber.Start(&CLS_Scheduler::RunFiber);
+    m_clsStrategy.AddThread();
+    return stThread;
+}
+
+/// The first and last frame of every thread.
+void CLS_Scheduler::RunFiber()
+{
+    CLS_Scheduler& clsScheduler = *s_pRunning;
+    ST_Thread& stThread = clsScheduler.GetCurrent();
+    s_pActive = &clsScheduler;
+    stThread.m_pResult = stThread.m_funBody(stThread.m_pArgument);
+    s_pActive = nullptr;
+    clsScheduler.EndThread();
+}
+
+/// Does not come back.
+void CLS_Scheduler::EndThread()
+{
+    GetCurrent().m_iWaitFor = WAIT_ENDED;
+    if (++m_uiEnded == m_uiThreads)
+    {
+        m_clsOutside.SwitchFrom(GetCurrent().m_clsFiber);
+    }
+    GoOn();
+}
+
+void CLS_Scheduler::Fail(const std::string& _strFailure)
+{
+    s_pActive = nullptr;
+    m_stOutcome.m_strFailure = _strFailure;
+    NotePositions();
+    m_clsOutside.SwitchFrom(GetCurrent().m_clsFiber);
+    std::abort(); // nobody comes back to a schedule that has failed
+}
+
+void CLS_Scheduler::FailRunning(const std::string& _strFailure)
+{
+    if (s_pRunning != nullptr)
+    {
+        s_pRunning->Fail(_strFailure);
+    }
+}
+
+void CLS_Scheduler::NotePositions()
+{
+    for (std::size_t i = 0; i < m_uiThreads; ++i)
+    {
+        const ST_Thread& stThread = *m_vecThreads[i];
+        if (stThread.m_iWaitFor != WAIT_ENDED)
+        {
+            m_stOutcome.m_vecPositions.push_back(stThread.m_strName + ": " + GetStepText(stThread.m_iStep) +
+                                                 " " + NameObject(stThread));
+        }
+    }
+}
+
+std::string CLS_Scheduler::NameObject(const ST_Thread& _stThread) const
+{
+    if (_stThread.m_iJoined >= 0 && _stThread.m_iStep >= STEP_CREATE && _stThread.m_iStep <= STEP_DETACH)
+    {
+        return m_vecThreads[static_cast<std::size_t>(_stThread.m_iJoined)]->m_strName;
+    }
+    if (_stThread.m_iStep == STEP_SLEEP)
+    {
+        return "until " + std::to_string(_stThread.m_nsUntil / 1000) + " us";
+    }
+    if (_stThread.m_pObject == nullptr)
+    {
+        return "";
+    }
+    return m_stOptions.m_funNameObject ? m_stOptions.m_funNameObject(_stThread.m_pObject)
+                                       : Memory::Describe(_stThread.m_pObject);
+}
+
+const std::string& CLS_Scheduler::GetThreadName(int _iThread) const
+{
+    return m_vecThreads[static_cast<std::size_t>(_iThread)]->m_strName;
+}
+
+std::size_t CLS_Scheduler::CountThreads() const
+{
+    return m_uiThreads - m_uiEnded;
+}
+
+/// The calling thread is about to do something and has to wait for something first. Returns when it may do
+/// it.
+void CLS_Scheduler::WaitFor(n_Step _iStep, const void* _pObject, n_WaitFor _iWaitFor)
+{
+    ST_Thread& stThread = GetCurrent();
+    stThread.m_iStep = _iStep;
+    stThread.m_pObject = _pObject;
+    stThread.m_iWaitFor = _iWaitFor;
+    GoOn();
+}
+
+/// Lets the strategy choose. Returns when it has chosen the calling thread.
+void CLS_Scheduler::GoOn()
+{
+    ST_Thread& stSelf = GetCurrent();
+    const int iNext = ChooseNext();
+    if (iNext != m_iCurrent)
+    {
+        m_iCurrent = iNext;
+        GetCurrent().m_clsFiber.SwitchFrom(stSelf.m_clsFiber);
+    }
+}
+
+int CLS_Scheduler::ChooseNext()
+{
+    CheckLimits();
+    if (m_stOptions.m_funObserver)
+    {
+        m_stOptions.m_funObserver(*this);
+    }
+    LeaveToChance();
+    CollectReady();
+    while (m_vecReady.empty())
+    {
+        if (!PassTime())
+        {
+            Fail("deadlock");
+        }
+        CollectReady();
+    }
+    const int iNext = m_clsStrategy.ChooseThread(m_vecReady, m_iCurrent);
+    NoteStep(iNext);
+    return iNext;
+}
+
+void CLS_Scheduler::CheckLimits()
+{
+    if (m_stOutcome.m_uiSteps >= m_stOptions.m_uiMostSteps)
+    {
+        Fail("livelock: " + std::to_string(m_stOutcome.m_uiSteps) + " steps");
+    }
+    if (m_nsNow > m_stOptions.m_nsMostTime)
+    {
+        Fail("livelock: " + std::to_string(m_nsNow / 1000000) + " ms");
+    }
+}
+
+void CLS_Scheduler::CollectReady()
+{
+    m_vecReady.clear();
+    for (std::size_t i = 0; i < m_uiThreads; ++i)
+    {
+        if (IsReady(*m_vecThreads[i]))
+        {
+            m_vecReady.push_back(static_cast<int>(i));
+        }
+    }
+}
+
+bool CLS_Scheduler::IsReady(const ST_Thread& _stThread) const
+{
+    switch (_stThread.m_iWaitFor)
+    {
+    case WAIT_NOTHING:
+        return true;
+    case WAIT_LOCK:
+        return m_clsLocks.IsFree(_stThread.m_pLock);
+    case WAIT_SHARED:
+        return m_clsLocks.IsOpen(_stThread.m_pLock);
+    case WAIT_CONDITION:
+        return m_nsNow >= _stThread.m_nsUntil && m_clsLocks.IsFree(_stThread.m_pLock);
+    case WAIT_TIME:
+        return m_nsNow >= _stThread.m_nsUntil;
+    case WAIT_THREAD:
+        return m_vecThreads[static_cast<std::size_t>(_stThread.m_iJoined)]->m_iWaitFor == WAIT_ENDED;
+    default:
+        return false;
+    }
+}
+
+/// Goes to the earliest moment that somebody waits for, when all stores have been seen. False when nobody
+/// waits for any.
+bool CLS_Scheduler::PassTime()
+{
+    for (std::size_t i = 0; i < m_uiThreads; ++i)
+    {
+        ShowStores(*m_vecThreads[i]);
+    }
+    std::int64_t nsEarliest = NEVER;
+    for (std::size_t i = 0; i < m_uiThreads; ++i)
+    {
+        const ST_Thread& stThread = *m_vecThreads[i];
+        if ((stThread.m_iWaitFor == WAIT_TIME || stThread.m_iWaitFor == WAIT_CONDITION) &&
+            stThread.m_nsUntil > m_nsNow)
+        {
+            nsEarliest = std::min(nsEarliest, stThread.m_nsUntil);
+        }
+    }
+    if (nsEarliest == NEVER)
+    {
+        return false;
+    }
+    m_nsNow = nsEarliest;
+    return true;
+}
+
+/// What may happen besides: late stores that become visible, wake-ups for no reason, slow threads.
+void CLS_Scheduler::LeaveToChance()
+{
+    for (std::size_t i = 0; m_stOptions.m_bLateStores && i < m_uiThreads; ++i)
+    {
+        CLS_StoreBuffer& clsStores = m_vecThreads[i]->m_clsStores;
+        if (!clsStores.IsEmpty() && m_clsStrategy.Draw(4) == 1)
+        {
+            clsStores.ShowOldest();
+        }
+    }
+    if (m_stOptions.m_uiSpuriousOneIn > 0 && m_clsStrategy.Draw(m_stOptions.m_uiSpuriousOneIn) == 1)
+    {
+        WakeForNoReason();
+    }
+    if (m_stOptions.m_uiEarlyOneIn > 0 && m_clsStrategy.Draw(m_stOptions.m_uiEarlyOneIn) == 1)
+    {
+        PassTime();
+    }
+}
+
+void CLS_Scheduler::WakeForNoReason()
+{
+    std::vector<ST_Thread*> vecWaiting;
+    for (std::size_t i = 0; i < m_uiThreads; ++i)
+    {
+        if (m_vecThreads[i]->m_iWaitFor == WAIT_CONDITION)
+        {
+            vecWaiting.push_back(m_vecThreads[i].get());
+        }
+    }
+    if (!vecWaiting.empty())
+    {
+        StopWaiting(*vecWaiting[m_clsStrategy.Draw(vecWaiting.size())]);
+    }
+}
+
+/// What was waited for has come: from the wait for a condition to the wait for its lock.
+void CLS_Scheduler::StopWaiting(ST_Thread& _stThread)
+{
+    _stThread.m_bTimedOut = false;
+    _stThread.m_iWaitFor = WAIT_LOCK;
+    _stThread.m_iStep = STEP_WAKE;
+}
+
+void CLS_Scheduler::NoteStep(int _iThread)
+{
+    ++m_stOutcome.m_uiSteps;
+    ST_Thread& stThread = *m_vecThreads[static_cast<std::size_t>(_iThread)];
+    if (stThread.m_iWaitFor == WAIT_CONDITION)
+    {
+        stThread.m_iStep = STEP_WAKE;
+    }
+    m_stOutcome.m_uiHash =
+        (m_stOutcome.m_uiHash ^ static_cast<std::uint64_t>(_iThread * 32 + stThread.m_iStep)) *
+        0x100000001b3U;
+    if (m_stOptions.m_bTrace)
+    {
+        m_stOutcome.m_vecTrace.push_back(
+            {m_nsNow, stThread.m_strName, stThread.m_iStep, NameObject(stThread)});
+    }
+}
+
+void CLS_Scheduler::Reach(n_Step _iStep, const void* _pObject)
+{
+    const CLS_Inside clsInside;
+    WaitFor(_iStep, _pObject, WAIT_NOTHING);
+}
+
+void CLS_Scheduler::ShowStores()
+{
+    ShowStores(GetCurrent());
+}
+
+void CLS_Scheduler::ShowStores(ST_Thread& _stThread)
+{
+    CLS_StoreBuffer& clsStores = _stThread.m_clsStores;
+    while (!clsStores.IsEmpty())
+    {
+        clsStores.ShowOldest();
+    }
+}
+
+void CLS_Scheduler::Lock(const void* _pLock)
+{
+    const CLS_Inside clsInside;
+    GetCurrent().m_pLock = _pLock;
+    WaitFor(STEP_LOCK, _pLock, WAIT_LOCK);
+    ShowStores();
+    m_clsLocks.Take(_pLock, m_iCurrent);
+}
+
+void CLS_Scheduler::LockShared(const void* _pLock)
+{
+    const CLS_Inside clsInside;
+    GetCurrent().m_pLock = _pLock;
+    WaitFor(STEP_LOCK_SHARED, _pLock, WAIT_SHARED);
+    ShowStores();
+    m_clsLocks.TakeShared(_pLock);
+}
+
+bool CLS_Scheduler::TryLock(const void* _pLock, bool _bShared)
+{
+    const CLS_Inside clsInside;
+    WaitFor(STEP_TRY_LOCK, _pLock, WAIT_NOTHING);
+    ShowStores();
+    if (!(_bShared ? m_clsLocks.IsOpen(_pLock) : m_clsLocks.IsFree(_pLock)))
+    {
+        return false;
+    }
+    if (_bShared)
+    {
+        m_clsLocks.TakeShared(_pLock);
+    }
+    else
+    {
+        m_clsLocks.Take(_pLock, m_iCurrent);
+    }
+    return true;
+}
+
+void CLS_Scheduler::Unlock(const void* _pLock)
+{
+    const CLS_Inside clsInside;
+    WaitFor(STEP_UNLOCK, _pLock, WAIT_NOTHING);
+    ShowStores();
+    if (!m_clsLocks.Give(_pLock, m_iCurrent))
+    {
+        Fail(GetCurrent().m_strName + " unlocks what it does not hold");
+    }
+}
+
+bool CLS_Scheduler::WaitForCondition(const void* _pCondition, const void* _pLock, std::int64_t _nsUntil)
+{
+    const CLS_Inside clsInside;
+    // Giving the lock back and waiting is one step: no notification comes between.
+    WaitFor(STEP_WAIT, _pCondition, WAIT_NOTHING);
+    ShowStores();
+    if (!m_clsLocks.Give(_pLock, m_iCurrent))
+    {
+        Fail(GetCurrent().m_strName + " waits with a lock that it does not hold");
+    }
+    ST_Thread& stSelf = GetCurrent();
+    stSelf.m_pLock = _pLock;
+    stSelf.m_nsUntil = _nsUntil;
+    stSelf.m_bTimedOut = true; // unless something else comes first
+    WaitFor(STEP_WAIT, _pCondition, WAIT_CONDITION);
+    m_clsLocks.Take(_pLock, m_iCurrent);
+    return !stSelf.m_bTimedOut;
+}
+
+void CLS_Scheduler::Notify(const void* _pCondition, bool _bAll)
+{
+    const CLS_Inside clsInside;
+    WaitFor(_bAll ? STEP_NOTIFY_ALL : STEP_NOTIFY_ONE, _pCondition, WAIT_NOTHING);
+    ShowStores();
+    std::vector<ST_Thread*> vecWaiting;
+    for (std::size_t i = 0; i < m_uiThreads; ++i)
+    {
+        if (m_vecThreads[i]->m_iWaitFor == WAIT_CONDITION && m_vecThreads[i]->m_pObject == _pCondition)
+        {
+            vecWaiting.push_back(m_vecThreads[i].get());
+        }
+    }
+    if (!_bAll && !vecWaiting.empty())
+    {
+        vecWaiting = {vecWaiting[m_clsStrategy.Draw(vecWaiting.size())]};
+    }
+    for (ST_Thread* const pThread : vecWaiting)
+    {
+        StopWaiting(*pThread);
+    }
+}
+
+void CLS_Scheduler::SleepUntil(std::int64_t _nsUntil)
+{
+    const CLS_Inside clsInside;
+    GetCurrent().m_nsUntil = std::max(_nsUntil, m_nsNow);
+    WaitFor(STEP_SLEEP, nullptr, WAIT_TIME);
+}
+
+void CLS_Scheduler::SleepFor(std::int64_t _nsLength)
+{
+    SleepUntil(m_nsNow + std::max(_nsLength, m_stOptions.m_nsShortestSleep));
+}
+
+int CLS_Scheduler::CreateThread(ThreadBody _funBody, void* _pArgument)
+{
+    const CLS_Inside clsInside;
+    ShowStores();
+    const auto iThread = static_cast<int>(m_uiThreads);
+    ST_Thread& stThread = AddThread(m_iCurrent);
+    stThread.m_funBody = _funBody;
+    stThread.m_pArgument = _pArgument;
+    GetCurrent().m_iJoined = iThread;
+    WaitFor(STEP_CREATE, nullptr, WAIT_NOTHING);
+    return iThread;
+}
+
+bool CLS_Scheduler::JoinThread(int _iThread, void** _pResult)
+{
+    const CLS_Inside clsInside;
+    if (_iThread < 0 || static_cast<std::size_t>(_iThread) >= m_uiThreads || _iThread == m_iCurrent)
+    {
+        return false;
+    }
+    ST_Thread& stJoined = *m_vecThreads[static_cast<std::size_t>(_iThread)];
+    if (stJoined.m_bDetached || stJoined.m_bJoined)
+    {
+        return false;
+    }
+    GetCurrent().m_iJoined = _iThread;
+    WaitFor(STEP_JOIN, nullptr, WAIT_THREAD);
+    stJoined.m_bJoined = true;
+    ShowStores(stJoined);
+    if (_pResult != nullptr)
+    {
+        *_pResult = stJoined.m_pResult;
+    }
+    return true;
+}
+
+bool CLS_Scheduler::DetachThread(int _iThread)
+{
+    const CLS_Inside clsInside;
+    GetCurrent().m_iJoined = _iThread;
+    WaitFor(STEP_DETACH, nullptr, WAIT_NOTHING);
+    ST_Thread& stThread = *m_vecThreads[static_cast<std::size_t>(_iThread)];
+    const bool bCould = !stThread.m_bDetached && !stThread.m_bJoined;
+    stThread.m_bDetached = true;
+    return bCould;
+}
