@@ -1,0 +1,142 @@
+#include "tests/schedule/pool/Scenarios.h"
+#include "tests/schedule/pool/World.h"
+
+namespace
+{
+/// A look by Stop, and the polls until nobody else uses the tasks.
+constexpr std::chrono::nanoseconds SHORT_REMOVAL = 600ms;
+
+/// Anywhere between the queueing and the end of the tasks.
+void RemoveOwner()
+{
+    CLS_World clsWorld;
+    CLS_QuenTaskPool& clsPool = CLS_World::MakePool();
+    int iOwner = 0;
+    ST_Job& stShort = clsWorld.MakeJob("A");
+    ST_Job& stLong = clsWorld.MakeJob("B", 5ms);
+    clsWorld.Submit(clsPool, stShort, &iOwner);
+    clsWorld.Submit(clsPool, stLong, &iOwner);
+    CLS_World::RemoveOwner(clsPool, &iOwner, {&stShort, &stLong}, SHORT_REMOVAL);
+    ST_Job& stNext = clsWorld.MakeJob("C");
+    clsWorld.Submit(clsPool, stNext, &iOwner);
+    std::this_thread::sleep_for(5ms);
+    Require(stNext.m_iEnded == 1, "the owner's next task does not run");
+    clsWorld.EndPool(clsPool);
+    CLS_World::RequireNobodyLeft();
+}
+
+/// The second task has no worker when the removal begins, and has one before the first has ended.
+void RemoveOwnerOfMany()
+{
+    CLS_World clsWorld;
+    CLS_QuenTaskPool& clsPool = CLS_World::MakePool();
+    clsPool.m_iMaxThread = 0;
+    int iOwner = 0;
+    ST_Job& stRunning = clsWorld.MakeJob("A", 350ms);
+    ST_Job& stWaiting = clsWorld.MakeJob("B");
+    stWaiting.m_bAtOnce = false;
+    clsWorld.Submit(clsPool, stRunning, &iOwner);
+    clsWorld.Submit(clsPool, stWaiting, &iOwner);
+    std::this_thread::sleep_for(5ms);
+    CLS_World::RemoveOwner(clsPool, &iOwner, {&stRunning, &stWaiting}, 900ms);
+    std::this_thread::sleep_for(200ms);
+    clsWorld.EndPool(clsPool);
+    CLS_World::RequireNobodyLeft();
+}
+
+/// A task submits another one for its owner while it is removed.
+void RemoveOwnerWhoseTaskSubmits()
+{
+    CLS_World clsWorld;
+    CLS_QuenTaskPool& clsPool = CLS_World::MakePool();
+    int iOwner = 0;
+    ST_Job& stFirst = clsWorld.MakeJob("A");
+    ST_Job& stSecond = clsWorld.MakeJob("B");
+    stFirst.m_funWork = [&] { clsWorld.Submit(clsPool, stSecond, &iOwner); };
+    clsWorld.Submit(clsPool, stFirst, &iOwner);
+    CLS_World::RemoveOwner(clsPool, &iOwner, {&stFirst}, SHORT_REMOVAL + 300ms);
+    stSecond.m_bRemoved = true;
+    Require(stSecond.m_iBegun == stSecond.m_iEnded, "B still runs");
+    std::this_thread::sleep_for(5ms);
+    clsWorld.EndPool(clsPool);
+    CLS_World::RequireNobodyLeft();
+}
+
+/// Stop against the start of a run.
+void StopAgainstStart()
+{
+    CLS_World clsWorld;
+    CLS_QuenTaskPool& clsPool = CLS_World::MakePool();
+    ST_Job& stJob = clsWorld.MakeJob("A", 1ms);
+    stJob.m_iQueued = 1;
+    const std::string strTaskId = CLS_Task::CreateTask(CLS_World::MakeCallable(stJob), -1, "A")->GetId();
+    clsPool.AddWaitingTasks(strTaskId);
+    CLS_World::Stop(clsPool, strTaskId, stJob, 300ms);
+    clsWorld.EndPool(clsPool);
+    CLS_World::RequireNobodyLeft();
+}
+
+/// A loop task that removes itself waits for itself in vain, and never runs again.
+void RemoveItself()
+{
+    CLS_World clsWorld;
+    CLS_QuenTaskPool& clsPool = CLS_World::MakePool();
+    ST_Job& stLoop = clsWorld.MakeJob("A");
+    std::string strTaskId;
+    stLoop.m_funWork = [&]
+    {
+        const auto nsBegin = CLS_World::GetTime();
+        stLoop.m_nsLastBeginning = nsBegin;
+        clsPool.RemoveTask(strTaskId, "scenario");
+        Require(CLS_World::GetTime() - nsBegin == 9s, "the removal of itself does not take 9 seconds");
+    };
+    stLoop.m_iInterval = 5;
+    clsPool.AddLoopTask(CLS_World::MakeCallable(stLoop), 5, strTaskId, "A");
+    std::this_thread::sleep_for(10s);
+    Require(stLoop.m_iBegun == 1 && stLoop.m_iEnded == 1, "A does not run once");
+    Require(stLoop.m_bDestroyed, "the callable is left");
+    clsWorld.EndPool(clsPool);
+    CLS_World::RequireNobodyLeft();
+}
+
+/// What a callable captured submits, and removes another owner, when it is destroyed: by the removal.
+void CapturedObjectCallsThePool()
+{
+    CLS_World clsWorld;
+    CLS_QuenTaskPool& clsPool = CLS_World::MakePool();
+    int iOwner = 0;
+    int iOther = 0;
+    ST_Job& stSubmitted = clsWorld.MakeJob("B");
+    ST_Job& stOther = clsWorld.MakeJob("C", 1ms);
+    bool bDestroyed = false;
+    std::string strTaskId;
+    {
+        const std::shared_ptr<void> pCaptured(nullptr,
+                                              [&](void*)
+                                              {
+                                                  bDestroyed = true;
+                                                  clsWorld.Submit(clsPool, stSubmitted, &iOwner);
+                                                  clsPool.RemoveTmpTask(&iOther, "captured");
+                                                  stOther.m_bRemoved = true;
+                                              });
+        clsWorld.Submit(clsPool, stOther, &iOther);
+        clsPool.AddLoopTask([pCaptured] {}, 1000, strTaskId, "A");
+    }
+    clsPool.RemoveTask(strTaskId, "scenario");
+    Require(bDestroyed, "what the callable captured outlives the removal");
+    std::this_thread::sleep_for(5ms);
+    Require(stSubmitted.m_iEnded == 1, "what was submitted meanwhile does not run");
+    clsWorld.EndPool(clsPool);
+    CLS_World::RequireNobodyLeft();
+}
+} // namespace
+
+Scenarios GetRemovalScenarios()
+{
+    return {{"remove-owner", RemoveOwner, true},
+            {"remove-owner-of-many", RemoveOwnerOfMany, false, 20ms},
+            {"remove-owner-whose-task-submits", RemoveOwnerWhoseTaskSubmits},
+            {"stop-against-start", StopAgainstStart, true},
+            {"remove-itself", RemoveItself, false, 50ms},
+            {"captured-object-calls", CapturedObjectCallsThePool}};
+}

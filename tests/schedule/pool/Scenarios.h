@@ -1,0 +1,27 @@
+#pragma once
+
+#include "tests/schedule/core/Scheduler.h"
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+/// A small program that uses the pool and asserts what must hold.
+struct ST_Scenario
+{
+    std::string m_strName;
+    void (*m_funBody)();
+    bool m_bSmall = false; ///< small enough for an exhaustive search
+    std::chrono::nanoseconds m_nsShortestSleep{0};
+};
+
+using Scenarios = std::vector<ST_Scenario>;
+
+// By subject.
+Scenarios GetSubmissionScenarios();
+Scenarios GetRemovalScenarios();
+Scenarios GetLoopScenarios();
+Scenarios GetWorkerScenarios();
+Scenarios GetEndScenarios();
+
+Scenarios GetAllScenarios();

@@ -1,0 +1,111 @@
+#include "tests/schedule/pool/Scenarios.h"
+#include "tests/schedule/pool/World.h"
+
+#include <algorithm>
+
+namespace
+{
+/// Every idle worker counts as idle for too long, and passes of the watchdog come at any moment.
+void RetireAgainstHandOver()
+{
+    CLS_World clsWorld;
+    CLS_QuenTaskPool& clsPool = CLS_World::MakePool();
+    CLS_TaskThread::SetWaitingOvertime(0);
+    int iOwner = 0;
+    std::thread thrRetirer(
+        [&clsPool]
+        {
+            for (int i = 0; i < 3; ++i)
+            {
+                clsPool.OvertimePass();
+                std::this_thread::sleep_for(1ms);
+            }
+        });
+    for (const char* const szName : {"A", "B", "C", "D"})
+    {
+        clsWorld.Submit(clsPool, clsWorld.MakeJob(szName), &iOwner);
+        std::this_thread::sleep_for(1ms);
+    }
+    thrRetirer.join();
+    std::this_thread::sleep_for(5ms);
+    clsWorld.RequireAllRan();
+    clsPool.OvertimePass();
+    Require(clsPool.GetTaskThreadNum() == 0, "an idle worker is left");
+    clsWorld.EndPool(clsPool);
+    CLS_World::RequireNobodyLeft();
+}
+
+/// The watchdog itself: its second pass, after 360 seconds, finds a worker that was idle for 300 seconds.
+void WatchdogRetires()
+{
+    CLS_World clsWorld;
+    CLS_QuenTaskPool& clsPool = CLS_World::MakePool();
+    int iOwner = 0;
+    clsWorld.Submit(clsPool, clsWorld.MakeJob("A"), &iOwner);
+    std::this_thread::sleep_for(359s);
+    Require(clsPool.GetTaskThreadNum() == 1, "the worker retires early");
+    std::this_thread::sleep_for(2s);
+    Require(clsPool.GetTaskThreadNum() == 0, "the worker does not retire");
+    clsWorld.RequireAllRan();
+    clsWorld.EndPool(clsPool);
+    CLS_World::RequireNobodyLeft();
+}
+
+/// Two workers, kept on purpose: one more than the limit says. The third task begins when the dispatcher asks
+/// again.
+void WorkerLimit()
+{
+    CLS_World clsWorld;
+    CLS_QuenTaskPool& clsPool = CLS_World::MakePool();
+    clsPool.m_iMaxThread = 1;
+    int iOwner = 0;
+    clsWorld.Submit(clsPool, clsWorld.MakeJob("A", 30ms), &iOwner);
+    clsWorld.Submit(clsPool, clsWorld.MakeJob("B", 30ms), &iOwner);
+    ST_Job& stThird = clsWorld.MakeJob("C");
+    stThird.m_bAtOnce = false;
+    clsWorld.Submit(clsPool, stThird, &iOwner);
+    std::this_thread::sleep_for(150ms);
+    Require(stThird.m_nsBegun == 100ms, "C begins after " + std::to_string(stThird.m_nsBegun / 1us) + " us");
+    clsWorld.RequireAllRan();
+    Require(clsPool.GetTaskThreadNum() == 2, "not one worker more than the limit");
+    clsWorld.EndPool(clsPool);
+    CLS_World::RequireNobodyLeft();
+}
+
+/// The first of ninety attempts is made at once: the ninetieth, with the report, after 8.9 seconds.
+void BusyReport()
+{
+    CLS_World clsWorld;
+    CLS_QuenTaskPool& clsPool = CLS_World::MakePool();
+    clsPool.m_iMaxThread = 0;
+    int iOwner = 0;
+    clsWorld.Submit(clsPool, clsWorld.MakeJob("A", 9250ms), &iOwner);
+    ST_Job& stWaiting = clsWorld.MakeJob("B");
+    stWaiting.m_bAtOnce = false;
+    clsWorld.Submit(clsPool, stWaiting, &iOwner);
+    std::this_thread::sleep_for(10s);
+    const std::string strReport = "waiting task count [1] CurrentThreadCount [1] MaxThread [0]";
+    std::vector<std::chrono::nanoseconds> vecReports;
+    for (const CLS_World::ST_Record& stRecord : CLS_World::GetRecords())
+    {
+        if (stRecord.m_strText == strReport)
+        {
+            vecReports.push_back(stRecord.m_nsTime);
+        }
+    }
+    Require(vecReports.size() == 1, "not one report");
+    Require(vecReports.front() == 8900ms, "the report comes at another time");
+    Require(stWaiting.m_nsBegun == 9300ms, "B begins at another time");
+    clsWorld.RequireAllRan();
+    clsWorld.EndPool(clsPool);
+    CLS_World::RequireNobodyLeft();
+}
+} // namespace
+
+Scenarios GetWorkerScenarios()
+{
+    return {{"retire-against-hand-over", RetireAgainstHandOver},
+            {"watchdog-retires", WatchdogRetires, false, 180ms},
+            {"worker-limit", WorkerLimit},
+            {"busy-report", BusyReport, false, 50ms}};
+}

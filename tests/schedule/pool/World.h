@@ -1,0 +1,103 @@
+#pragma once
+
+#include "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool.h"
+#include "tests/schedule/core/Explore.h"
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+using namespace std::chrono_literals;
+
+/// What a scenario knows about one of its tasks. Its callable keeps it up to date and holds the rules: no run
+/// begins once the removal has returned, none beside another one of a task that must not overlap.
+struct ST_Job
+{
+    std::string m_strName;
+    std::chrono::nanoseconds m_nsLength{0}; ///< of a run
+    int m_iQueued = 0;                      ///< how often
+    std::chrono::nanoseconds m_nsQueued{0}; ///< when for the last time
+    int m_iBegun = 0;                       ///< runs
+    int m_iEnded = 0;                       ///< runs
+    std::chrono::nanoseconds m_nsBegun{0};  ///< the last run
+    std::chrono::nanoseconds m_nsEnded{0};  ///< the last run
+    bool m_bRemoved = false;                ///< no run may begin any more
+    bool m_bMayOverlap = false;
+    bool m_bAtOnce = true;                                 ///< a run begins at the moment of its queueing
+    bool m_bInTime = true;                                 ///< of a loop task: each run begins within 10 ms
+    int m_iInterval = -1;                                  ///< of a loop task
+    std::chrono::nanoseconds m_nsLastBeginning{INT64_MAX}; ///< no run may begin later
+    std::function<void()> m_funWork;                       ///< done in each run, before its length
+    bool m_bDestroyed = false;                             ///< the callable, with all that it captured
+};
+
+/// One process as a host knows it: makes a pool, gives it tasks, and asserts what must hold. For the threads
+/// of one schedule; asserts by ending the schedule.
+class CLS_World
+{
+public:
+    CLS_World();
+    ~CLS_World();
+    CLS_World(const CLS_World&) = delete;
+    CLS_World& operator=(const CLS_World&) = delete;
+
+    static CLS_QuenTaskPool& MakePool();
+
+    /// A task that is known from here on; the world keeps it.
+    ST_Job& MakeJob(const std::string& _strName, std::chrono::nanoseconds _nsLength = 0ns);
+
+    /// The callable of a task. The job is destroyed when its last copy is.
+    static std::function<void()> MakeCallable(ST_Job& _stJob);
+
+    void Submit(CLS_QuenTaskPool& _clsPool, ST_Job& _stJob, void* _pOwner);
+    std::string SubmitLoop(CLS_QuenTaskPool& _clsPool, ST_Job& _stJob, int _iInterval);
+
+    /// Each removes, asserts how long it took at most, and what holds then.
+    static void RemoveOwner(CLS_QuenTaskPool& _clsPool, void* _pOwner, const std::vector<ST_Job*>& _vecJobs,
+                            std::chrono::nanoseconds _nsMost);
+    static void RemoveLoop(CLS_QuenTaskPool& _clsPool, const std::string& _strTaskId, ST_Job& _stJob,
+                           std::chrono::nanoseconds _nsMost);
+    static void Stop(CLS_QuenTaskPool& _clsPool, const std::string& _strTaskId, ST_Job& _stJob,
+                     std::chrono::nanoseconds _nsMost);
+
+    /// Ends the pool, which takes _nsMost at most; no run of a known task begins from then on, and none is
+    /// going on but those of _vecOverrun.
+    void EndPool(CLS_QuenTaskPool& _clsPool, std::chrono::nanoseconds _nsMost = IDLE_END,
+                 const std::vector<ST_Job*>& _vecOverrun = {});
+
+    /// Asserts that each queueing had its run.
+    void RequireAllRan() const;
+
+    /// Forgets the registry and asserts that no thread but the caller is left.
+    static void RequireNobodyLeft();
+
+    static std::chrono::nanoseconds GetTime();
+
+    /// A number below _iCount that is left to chance.
+    static int Choose(int _iCount);
+
+    /// How long the end of a pool takes when nothing runs: until the watchdog looks.
+    static constexpr std::chrono::nanoseconds IDLE_END = 180ms;
+
+    /// The records since the beginning, each after the time it was made at.
+    struct ST_Record
+    {
+        std::chrono::nanoseconds m_nsTime;
+        std::string m_strText;
+    };
+    static const std::vector<ST_Record>& GetRecords();
+
+private:
+    std::vector<std::unique_ptr<ST_Job>> m_vecJobs;
+};
+
+/// What every schedule of the pool starts from: no pool, an empty registry, whatever an earlier schedule
+/// left.
+void ForgetPool();
+
+/// For once, before the first schedule: what the library keeps for the process.
+void PrepareProcess();
