@@ -76,17 +76,19 @@ bool RunRow(const ST_Options& _stOptions, const ST_Scenario& _stScenario, const 
     return bRepeats && bPassed;
 }
 
-/// Prints how many schedules it took to find a fault, from several first seeds; 0 where it was not found.
+/// Prints how many schedules it took to find a fault, from several first seeds; ends with 0 where it was not
+/// found.
 void Measure(const ST_Options& _stOptions, const ST_Scenario& _stScenario, const std::string& _strStrategy)
 {
     const int iBases = _strStrategy == "exhaustive" ? 1 : _stOptions.m_iMeasure;
     std::string strFailure;
     std::string strCounts;
-    for (int iBase = 0; iBase < iBases; ++iBase)
+    bool bPassed = false;
+    for (int iBase = 0; iBase < iBases && !bPassed; ++iBase)
     {
         CLS_Runner clsRunner(_stScenario, _strStrategy);
         const auto uiFirst = _stOptions.m_uiFirst + static_cast<std::uint64_t>(iBase) * 1000000;
-        const bool bPassed = clsRunner.Run(uiFirst, _stOptions.m_uiCount);
+        bPassed = clsRunner.Run(uiFirst, _stOptions.m_uiCount);
         strCounts += " " + std::to_string(bPassed ? 0 : clsRunner.GetExploration().CountSchedules());
         strFailure = bPassed ? strFailure : clsRunner.GetExploration().GetOutcome().m_strFailure;
     }
@@ -112,9 +114,8 @@ bool RunScenario(const ST_Options& _stOptions, const ST_Scenario& _stScenario)
     bool bPassed = true;
     for (const std::string& strStrategy : CLS_Runner::GetStrategies())
     {
-        const bool bMeant = _stOptions.m_strStrategy.empty()
-                                ? strStrategy != "exhaustive" || _stScenario.m_bSmall
-                                : strStrategy == _stOptions.m_strStrategy;
+        const bool bMeant = CLS_Runner::IsMeant(_stScenario, strStrategy) &&
+                            (_stOptions.m_strStrategy.empty() || strStrategy == _stOptions.m_strStrategy);
         if (bMeant && _stOptions.m_iMeasure > 0)
         {
             Measure(_stOptions, _stScenario, strStrategy);

@@ -76,6 +76,7 @@ public:
     /// The end of what the calling thread's stores may be late for.
     void ShowStores();
     CLS_StoreBuffer& GetStores() { return GetCurrent().m_clsStores; }
+    bool HasSlowThreads() const { return m_stOptions.m_uiEarlyOneIn > 0; }
     bool HasLateStores() const { return m_stOptions.m_bLateStores; }
 
     void Lock(const void* _pLock);

@@ -3,9 +3,9 @@
 
 namespace
 {
-/// How long Stop looks for: of a run that is over soon, and of one that is not.
+/// How long Stop looks for a run that is over soon, and for one that is not.
 constexpr std::chrono::nanoseconds ONE_LOOK = 300ms;
-constexpr std::chrono::nanoseconds ALL_LOOKS = 9s;
+constexpr std::chrono::nanoseconds ALL_LOOKS = CLS_World::ALL_LOOKS;
 
 /// A new pool works, and ends.
 void UseNewPool(CLS_World& _clsWorld, const std::vector<ST_Job*>& _vecOverrun = {})
@@ -14,7 +14,7 @@ void UseNewPool(CLS_World& _clsWorld, const std::vector<ST_Job*>& _vecOverrun = 
     int iOwner = 0;
     ST_Job& stJob = _clsWorld.MakeJob("N");
     _clsWorld.Submit(clsPool, stJob, &iOwner);
-    std::this_thread::sleep_for(5ms);
+    _clsWorld.Settle();
     Require(stJob.m_iEnded == 1, "the new pool runs nothing");
     _clsWorld.EndPool(clsPool, CLS_World::IDLE_END, _vecOverrun);
 }
@@ -67,8 +67,8 @@ void EndWithOverrun()
     clsWorld.EndPool(clsPool, CLS_World::IDLE_END + ALL_LOOKS, {&stOverrun});
     UseNewPool(clsWorld, {&stOverrun});
     std::this_thread::sleep_for(2s);
-    Require(stOverrun.m_iBegun == stOverrun.m_iEnded, "A does not end");
     CLS_World::RequireNobodyLeft();
+    Require(stOverrun.m_iBegun == stOverrun.m_iEnded, "A does not end");
 }
 
 /// The running task was removed, in vain: nobody can stop it any more, and the end waits for the run itself.
@@ -81,7 +81,7 @@ void EndWithRemovedTask(std::chrono::nanoseconds _nsLength, bool _bOverrun)
     clsWorld.Submit(clsPool, stJob, &iOwner);
     std::this_thread::sleep_for(50ms);
     clsPool.RemoveTmpTask(&iOwner, "scenario");
-    Require(CLS_World::GetTime() == 50ms + ALL_LOOKS, "the removal does not take 9 seconds");
+    CLS_World::RequireTimely(CLS_World::GetTime() == 50ms + ALL_LOOKS, "the removal does not take 9 seconds");
     std::vector<ST_Job*> vecOverrun;
     if (_bOverrun)
     {

@@ -54,7 +54,7 @@ void LoopGoesOn()
     clsWorld.SubmitLoop(clsPool, stLoop, 10);
     std::this_thread::sleep_for(105ms);
     // A run takes no time, and the scheduler looks every 10 ms.
-    Require(stLoop.m_iEnded >= 10, "A runs too seldom: " + std::to_string(stLoop.m_iEnded));
+    CLS_World::RequireTimely(stLoop.m_iEnded >= 10, "A runs too seldom: " + std::to_string(stLoop.m_iEnded));
     clsWorld.EndPool(clsPool);
     CLS_World::RequireNobodyLeft();
 }

@@ -19,7 +19,7 @@ void RemoveOwner()
     CLS_World::RemoveOwner(clsPool, &iOwner, {&stShort, &stLong}, SHORT_REMOVAL);
     ST_Job& stNext = clsWorld.MakeJob("C");
     clsWorld.Submit(clsPool, stNext, &iOwner);
-    std::this_thread::sleep_for(5ms);
+    clsWorld.Settle();
     Require(stNext.m_iEnded == 1, "the owner's next task does not run");
     clsWorld.EndPool(clsPool);
     CLS_World::RequireNobodyLeft();
@@ -57,7 +57,7 @@ void RemoveOwnerWhoseTaskSubmits()
     CLS_World::RemoveOwner(clsPool, &iOwner, {&stFirst}, SHORT_REMOVAL + 300ms);
     stSecond.m_bRemoved = true;
     Require(stSecond.m_iBegun == stSecond.m_iEnded, "B still runs");
-    std::this_thread::sleep_for(5ms);
+    clsWorld.Settle();
     clsWorld.EndPool(clsPool);
     CLS_World::RequireNobodyLeft();
 }
@@ -88,7 +88,8 @@ void RemoveItself()
         const auto nsBegin = CLS_World::GetTime();
         stLoop.m_nsLastBeginning = nsBegin;
         clsPool.RemoveTask(strTaskId, "scenario");
-        Require(CLS_World::GetTime() - nsBegin == 9s, "the removal of itself does not take 9 seconds");
+        CLS_World::RequireTimely(CLS_World::GetTime() - nsBegin == 9s,
+                                 "the removal of itself does not take 9 seconds");
     };
     stLoop.m_iInterval = 5;
     clsPool.AddLoopTask(CLS_World::MakeCallable(stLoop), 5, strTaskId, "A");
@@ -123,8 +124,8 @@ void CapturedObjectCallsThePool()
         clsPool.AddLoopTask([pCaptured] {}, 1000, strTaskId, "A");
     }
     clsPool.RemoveTask(strTaskId, "scenario");
-    Require(bDestroyed, "what the callable captured outlives the removal");
-    std::this_thread::sleep_for(5ms);
+    CLS_World::RequireTimely(bDestroyed, "what the callable captured outlives the removal");
+    clsWorld.Settle();
     Require(stSubmitted.m_iEnded == 1, "what was submitted meanwhile does not run");
     clsWorld.EndPool(clsPool);
     CLS_World::RequireNobodyLeft();
@@ -134,9 +135,9 @@ void CapturedObjectCallsThePool()
 Scenarios GetRemovalScenarios()
 {
     return {{"remove-owner", RemoveOwner, true},
-            {"remove-owner-of-many", RemoveOwnerOfMany, false, 20ms},
+            {"remove-owner-of-many", RemoveOwnerOfMany, false, 20ms, true},
             {"remove-owner-whose-task-submits", RemoveOwnerWhoseTaskSubmits},
             {"stop-against-start", StopAgainstStart, true},
-            {"remove-itself", RemoveItself, false, 50ms},
+            {"remove-itself", RemoveItself, false, 50ms, true},
             {"captured-object-calls", CapturedObjectCallsThePool}};
 }

@@ -5,9 +5,16 @@
 
 #include <algorithm>
 
+bool CLS_Runner::IsMeant(const ST_Scenario& _stScenario, const std::string& _strStrategy)
+{
+    return _strStrategy == "exhaustive" ? _stScenario.m_bSmall
+           : _strStrategy == "slow"     ? !_stScenario.m_bTimed
+                                        : true;
+}
+
 const std::vector<std::string>& CLS_Runner::GetStrategies()
 {
-    static const std::vector<std::string> s_vecStrategies{"random", "pct2", "pct3", "exhaustive"};
+    static const std::vector<std::string> s_vecStrategies{"random", "slow", "pct2", "pct3", "exhaustive"};
     return s_vecStrategies;
 }
 
@@ -22,6 +29,7 @@ ST_ScheduleOptions CLS_Runner::MakeOptions(bool _bTrace)
 {
     ST_ScheduleOptions stOptions;
     stOptions.m_uiSpuriousOneIn = 50;
+    stOptions.m_uiEarlyOneIn = m_strStrategy == "slow" ? 40 : 0;
     stOptions.m_bLateStores = true;
     stOptions.m_nsShortestSleep = m_stScenario.m_nsShortestSleep.count();
     stOptions.m_bRequireNoBlocks = true;
@@ -39,7 +47,7 @@ ST_ScheduleOptions CLS_Runner::MakeOptions(bool _bTrace)
 
 void CLS_Runner::MakeStrategy()
 {
-    if (m_strStrategy == "random")
+    if (m_strStrategy == "random" || m_strStrategy == "slow")
     {
         m_pStrategy = std::make_unique<CLS_RandomStrategy>();
     }

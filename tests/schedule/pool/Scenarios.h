@@ -11,8 +11,9 @@ struct ST_Scenario
 {
     std::string m_strName;
     void (*m_funBody)();
-    bool m_bSmall = false; ///< small enough for an exhaustive search
-    std::chrono::nanoseconds m_nsShortestSleep{0};
+    bool m_bSmall = false;                         ///< small enough for an exhaustive search
+    std::chrono::nanoseconds m_nsShortestSleep{0}; ///< that of its threads; keeps waits of minutes short
+    bool m_bTimed = false;                         ///< all about moments: not for slow threads
 };
 
 using Scenarios = std::vector<ST_Scenario>;

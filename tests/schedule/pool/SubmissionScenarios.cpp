@@ -9,12 +9,10 @@ void SubmitAndRun()
     CLS_QuenTaskPool& clsPool = CLS_World::MakePool();
     int iOwner = 0;
     clsWorld.Submit(clsPool, clsWorld.MakeJob("A"), &iOwner);
-    std::this_thread::sleep_for(5ms);
     clsWorld.RequireAllRan();
     clsWorld.Submit(clsPool, clsWorld.MakeJob("B"), &iOwner);
-    std::this_thread::sleep_for(5ms);
     clsWorld.RequireAllRan();
-    Require(clsPool.GetTaskThreadNum() == 1, "the idle worker is not used again");
+    CLS_World::RequireTimely(clsPool.GetTaskThreadNum() == 1, "the idle worker is not used again");
     clsWorld.EndPool(clsPool);
     CLS_World::RequireNobodyLeft();
 }
@@ -35,11 +33,9 @@ void TwoSubmitters()
     std::thread thrOther([&] { funSubmit(stC, stD, iOther); });
     funSubmit(clsWorld.MakeJob("A", 2ms), clsWorld.MakeJob("B"), iOwner);
     thrOther.join();
-    std::this_thread::sleep_for(5ms);
     clsWorld.RequireAllRan();
     Require(clsPool.GetTaskThreadNum() <= 4, "more workers than tasks");
     funSubmit(clsWorld.MakeJob("E"), clsWorld.MakeJob("F"), iOwner);
-    std::this_thread::sleep_for(5ms);
     clsWorld.RequireAllRan();
     clsWorld.EndPool(clsPool);
     CLS_World::RequireNobodyLeft();
@@ -57,7 +53,6 @@ void QueuedTwice()
     std::thread thrOther([&] { clsPool.AddWaitingTasks(strTaskId); });
     clsPool.AddWaitingTasks(strTaskId);
     thrOther.join();
-    std::this_thread::sleep_for(5ms);
     clsWorld.RequireAllRan();
     clsWorld.EndPool(clsPool);
     CLS_World::RequireNobodyLeft();

@@ -27,10 +27,9 @@ void RetireAgainstHandOver()
         std::this_thread::sleep_for(1ms);
     }
     thrRetirer.join();
-    std::this_thread::sleep_for(5ms);
     clsWorld.RequireAllRan();
     clsPool.OvertimePass();
-    Require(clsPool.GetTaskThreadNum() == 0, "an idle worker is left");
+    CLS_World::RequireTimely(clsPool.GetTaskThreadNum() == 0, "an idle worker is left");
     clsWorld.EndPool(clsPool);
     CLS_World::RequireNobodyLeft();
 }
@@ -105,7 +104,7 @@ void BusyReport()
 Scenarios GetWorkerScenarios()
 {
     return {{"retire-against-hand-over", RetireAgainstHandOver},
-            {"watchdog-retires", WatchdogRetires, false, 180ms},
-            {"worker-limit", WorkerLimit},
-            {"busy-report", BusyReport, false, 50ms}};
+            {"watchdog-retires", WatchdogRetires, false, 180ms, true},
+            {"worker-limit", WorkerLimit, false, 0ms, true},
+            {"busy-report", BusyReport, false, 50ms, true}};
 }

@@ -69,7 +69,7 @@ public:
     void EndPool(CLS_QuenTaskPool& _clsPool, std::chrono::nanoseconds _nsMost = IDLE_END,
                  const std::vector<ST_Job*>& _vecOverrun = {});
 
-    /// Asserts that each queueing had its run.
+    /// Settles, and asserts that each queueing had its run.
     void RequireAllRan() const;
 
     /// Forgets the registry and asserts that no thread but the caller is left.
@@ -77,11 +77,22 @@ public:
 
     static std::chrono::nanoseconds GetTime();
 
+    /// Whether threads take no time but where they wait. Where they may be slow, no moment can be foretold,
+    /// and what is said about moments is not asserted.
+    static bool IsTimely();
+    static void RequireTimely(bool _bSo, const std::string& _strOtherwise);
+
+    /// Lets the tasks run: for a moment, or, where threads may be slow, until they have.
+    void Settle() const;
+
     /// A number below _iCount that is left to chance.
     static int Choose(int _iCount);
 
     /// How long the end of a pool takes when nothing runs: until the watchdog looks.
     static constexpr std::chrono::nanoseconds IDLE_END = 180ms;
+
+    /// How long Stop looks for a run that does not end.
+    static constexpr std::chrono::nanoseconds ALL_LOOKS = 9s;
 
     /// The records since the beginning, each after the time it was made at.
     struct ST_Record
@@ -92,6 +103,8 @@ public:
     static const std::vector<ST_Record>& GetRecords();
 
 private:
+    bool HaveAllRun() const;
+
     std::vector<std::unique_ptr<ST_Job>> m_vecJobs;
 };
 
