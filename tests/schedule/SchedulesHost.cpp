@@ -46,7 +46,7 @@ bool RunLastAgain(const ST_Scenario& _stScenario, const std::string& _strStrateg
     const bool bSame = stAgain.m_uiHash == stFirst.m_uiHash && stAgain.m_strFailure == stFirst.m_strFailure;
     if (!stFirst.m_strFailure.empty())
     {
-        std::cout << "FAILED " << _clsFirst.Report(0) << "The last steps:\n" << clsAgain.Report(STEPS_SHOWN);
+        std::cout << "FAILED " << clsAgain.Report(STEPS_SHOWN);
     }
     if (!bSame || !stFirst.m_strFailure.empty())
     {

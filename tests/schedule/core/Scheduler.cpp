@@ -5,6 +5,12 @@
 #include <algorithm>
 #include <utility>
 
+namespace
+{
+/// At a step, one chance in so many that a thread's oldest late store is seen by the others.
+constexpr std::size_t LATE_ONE_IN = 16;
+} // namespace
+
 CLS_Scheduler* CLS_Scheduler::s_pActive = nullptr;
 CLS_Scheduler* CLS_Scheduler::s_pRunning = nullptr;
 
@@ -47,6 +53,10 @@ ST_Outcome CLS_Scheduler::Run(std::uint64_t _uiSeed, const std::function<void()>
 
     s_pActive = nullptr;
     s_pRunning = nullptr;
+    for (ST_Step& stStep : m_stOutcome.m_vecTrace)
+    {
+        stStep.m_strObject += NameObject(stStep.m_pObject);
+    }
     m_stOutcome.m_uiThreads = m_uiThreads;
     m_stOutcome.m_nsTime = m_nsNow;
     m_stOutcome.m_uiBlocks = Memory::CountBlocks();
@@ -125,15 +135,18 @@ void CLS_Scheduler::NotePositions()
         const ST_Thread& stThread = *m_vecThreads[i];
         if (stThread.m_iWaitFor != WAIT_ENDED)
         {
-            m_stOutcome.m_vecPositions.push_back(stThread.m_strName + ": " + GetStepText(stThread.m_iStep) +
-                                                 " " + NameObject(stThread));
+            const std::string strText = NameSpecial(stThread);
+            m_stOutcome.m_vecPositions.push_back(
+                stThread.m_strName + ": " + GetStepText(stThread.m_iStep) + " " +
+                (strText.empty() ? NameObject(stThread.m_pObject) : strText));
         }
     }
 }
 
-std::string CLS_Scheduler::NameObject(const ST_Thread& _stThread) const
+/// What a step is about that is no object; else "".
+std::string CLS_Scheduler::NameSpecial(const ST_Thread& _stThread) const
 {
-    if (_stThread.m_iJoined >= 0 && _stThread.m_iStep >= STEP_CREATE && _stThread.m_iStep <= STEP_DETACH)
+    if (_stThread.m_iStep >= STEP_CREATE && _stThread.m_iStep <= STEP_DETACH)
     {
         return m_vecThreads[static_cast<std::size_t>(_stThread.m_iJoined)]->m_strName;
     }
@@ -141,12 +154,16 @@ std::string CLS_Scheduler::NameObject(const ST_Thread& _stThread) const
     {
         return "until " + std::to_string(_stThread.m_nsUntil / 1000) + " us";
     }
-    if (_stThread.m_pObject == nullptr)
+    return "";
+}
+
+std::string CLS_Scheduler::NameObject(const void* _pObject) const
+{
+    if (_pObject == nullptr)
     {
         return "";
     }
-    return m_stOptions.m_funNameObject ? m_stOptions.m_funNameObject(_stThread.m_pObject)
-                                       : Memory::Describe(_stThread.m_pObject);
+    return m_stOptions.m_funNameObject ? m_stOptions.m_funNameObject(_pObject) : Memory::Describe(_pObject);
 }
 
 const std::string& CLS_Scheduler::GetThreadName(int _iThread) const
@@ -281,7 +298,7 @@ void CLS_Scheduler::LeaveToChance()
     for (std::size_t i = 0; m_stOptions.m_bLateStores && i < m_uiThreads; ++i)
     {
         CLS_StoreBuffer& clsStores = m_vecThreads[i]->m_clsStores;
-        if (!clsStores.IsEmpty() && m_clsStrategy.Draw(4) == 1)
+        if (!clsStores.IsEmpty() && m_clsStrategy.Draw(LATE_ONE_IN) == 1)
         {
             clsStores.ShowOldest();
         }
@@ -333,8 +350,9 @@ void CLS_Scheduler::NoteStep(int _iThread)
         0x100000001b3U;
     if (m_stOptions.m_bTrace)
     {
-        m_stOutcome.m_vecTrace.push_back(
-            {m_nsNow, stThread.m_strName, stThread.m_iStep, NameObject(stThread)});
+        const std::string strText = NameSpecial(stThread);
+        m_stOutcome.m_vecTrace.push_back({m_nsNow, stThread.m_strName, stThread.m_iStep, strText,
+                                          strText.empty() ? stThread.m_pObject : nullptr});
     }
 }
 

@@ -34,6 +34,7 @@ struct ST_ScheduleOptions
     std::function<void(CLS_Scheduler&)> m_funObserver;
     /// Called with each thread's number and that of its maker.
     std::function<std::string(int, int)> m_funNameThread;
+    /// Called at the end of the schedule or at its failure, when the object may be gone.
     std::function<std::string(const void*)> m_funNameObject;
 };
 
@@ -173,7 +174,8 @@ private:
     static void StopWaiting(ST_Thread& _stThread);
     void NoteStep(int _iThread);
     void CheckLimits();
-    std::string NameObject(const ST_Thread& _stThread) const;
+    std::string NameSpecial(const ST_Thread& _stThread) const;
+    std::string NameObject(const void* _pObject) const;
     void NotePositions();
 
     static CLS_Scheduler* s_pActive;

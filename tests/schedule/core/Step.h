@@ -40,6 +40,7 @@ struct ST_Step
     std::string m_strThread;
     n_Step m_iStep;
     std::string m_strObject;
+    const void* m_pObject; ///< named when the schedule is over; null for what has its text already
 };
 
 std::string ToText(const ST_Step& _stStep);

@@ -4,6 +4,7 @@
 #include "tests/schedule/core/Memory.h"
 
 #include <array>
+#include <map>
 #include <set>
 
 namespace
@@ -16,6 +17,11 @@ int s_iWorkers = 0;
 int s_iHosts = 0;
 std::set<int> s_setDispatchers;
 
+// What was learnt; the objects may be gone, and are looked at for their members' addresses alone.
+std::map<const CLS_QuenTaskPool*, std::string> s_mapPools;
+std::map<const CLS_TaskThread*, std::string> s_mapWorkers;
+std::map<const CLS_Task*, std::string> s_mapTasks;
+
 /// Whether the place is in the member; if so, its name.
 template <typename Member>
 bool IsIn(const void* _pPlace, const Member& _clsMember)
@@ -25,7 +31,7 @@ bool IsIn(const void* _pPlace, const Member& _clsMember)
     return pPlace >= pBegin && pPlace < pBegin + sizeof(Member);
 }
 
-std::string NameOfPool(const void* _pPlace, const CLS_QuenTaskPool& _clsPool)
+std::string NameMember(const void* _pPlace, const CLS_QuenTaskPool& _clsPool)
 {
     return IsIn(_pPlace, _clsPool.m_mtxWaitingTasks)    ? "m_mtxWaitingTasks"
            : IsIn(_pPlace, _clsPool.m_cvWaitingTasks)   ? "m_cvWaitingTasks"
@@ -33,34 +39,45 @@ std::string NameOfPool(const void* _pPlace, const CLS_QuenTaskPool& _clsPool)
            : IsIn(_pPlace, _clsPool.m_mtxTmpTasks)      ? "m_mtxTmpTasks"
            : IsIn(_pPlace, _clsPool.m_mtxIdleThreads)   ? "m_mtxIdleThreads"
            : IsIn(_pPlace, _clsPool.m_smThreadTaskLock) ? "m_smThreadTaskLock"
-           : IsIn(_pPlace, _clsPool.m_bRun)             ? "the pool's m_bRun"
-           : IsIn(_pPlace, _clsPool.m_bEnding)          ? "the pool's m_bEnding"
-                                                        : "the pool";
+           : IsIn(_pPlace, _clsPool.m_bRun)             ? "m_bRun"
+           : IsIn(_pPlace, _clsPool.m_bEnding)          ? "m_bEnding"
+                                                        : "a member";
 }
 
-std::string NameOfWorker(const void* _pPlace, const CLS_TaskThread& _clsWorker)
+std::string NameMember(const void* _pPlace, const CLS_TaskThread& _clsWorker)
 {
-    const std::string strWorker = " of worker " + std::to_string(_clsWorker.m_iOrderId.load());
-    return (IsIn(_pPlace, _clsWorker.m_mtxFunction)    ? "m_mtxFunction"
-            : IsIn(_pPlace, _clsWorker.m_cvFunction)   ? "m_cvFunction"
-            : IsIn(_pPlace, _clsWorker.m_bRun)         ? "m_bRun"
-            : IsIn(_pPlace, _clsWorker.m_iOrderId)     ? "m_iOrderId"
-            : IsIn(_pPlace, _clsWorker.m_tpLastActive) ? "m_tpLastActive"
-            : IsIn(_pPlace, _clsWorker.m_clsRunGate)   ? "m_clsRunGate"
-                                                       : "a member") +
-           strWorker;
+    return IsIn(_pPlace, _clsWorker.m_mtxFunction)            ? "m_mtxFunction"
+           : IsIn(_pPlace, _clsWorker.m_cvFunction)           ? "m_cvFunction"
+           : IsIn(_pPlace, _clsWorker.m_bRun)                 ? "m_bRun"
+           : IsIn(_pPlace, _clsWorker.m_iOrderId)             ? "m_iOrderId"
+           : IsIn(_pPlace, _clsWorker.m_tpLastActive)         ? "m_tpLastActive"
+           : IsIn(_pPlace, _clsWorker.m_clsRunGate.m_mtxGate) ? "m_mtxGate"
+           : IsIn(_pPlace, _clsWorker.m_clsRunGate.m_cvGate)  ? "m_cvGate"
+                                                              : "a member";
 }
 
-std::string NameOfTask(const void* _pPlace, CLS_Task& _clsTask)
+std::string NameMember(const void* _pPlace, const CLS_Task& _clsTask)
 {
-    const std::string strTask = " of " + _clsTask.Param("callinfo").ToString();
-    return (IsIn(_pPlace, _clsTask.m_iTaskStatus)     ? "m_iTaskStatus"
-            : IsIn(_pPlace, _clsTask.m_bValid)        ? "m_bValid"
-            : IsIn(_pPlace, _clsTask.m_iLoopInterval) ? "m_iLoopInterval"
-            : IsIn(_pPlace, _clsTask.m_tpLastRun)     ? "m_tpLastRun"
-            : IsIn(_pPlace, _clsTask.m_smParamLock)   ? "m_smParamLock"
-                                                      : "a member") +
-           strTask;
+    return IsIn(_pPlace, _clsTask.m_iTaskStatus)     ? "m_iTaskStatus"
+           : IsIn(_pPlace, _clsTask.m_bValid)        ? "m_bValid"
+           : IsIn(_pPlace, _clsTask.m_iLoopInterval) ? "m_iLoopInterval"
+           : IsIn(_pPlace, _clsTask.m_tpLastRun)     ? "m_tpLastRun"
+           : IsIn(_pPlace, _clsTask.m_smParamLock)   ? "m_smParamLock"
+                                                     : "a member";
+}
+
+/// The member of the learnt object that the place is in; "" when it is in none.
+template <typename Object>
+std::string Find(const std::map<const Object*, std::string>& _mapLearnt, const void* _pPlace)
+{
+    for (const auto& [pObject, strName] : _mapLearnt)
+    {
+        if (IsIn(_pPlace, *pObject))
+        {
+            return NameMember(_pPlace, *pObject) + " of " + strName;
+        }
+    }
+    return "";
 }
 } // namespace
 
@@ -95,31 +112,42 @@ std::string NameThread(int _iThread, int _iMaker)
     return "host " + std::to_string(s_iHosts++);
 }
 
-std::string NameObject(const void* _pObject)
+void Learn()
 {
-    if (CLS_QuenTaskPool* const pPool = CLS_QuenTaskPool::m_pInstance;
-        pPool != nullptr && !Memory::IsFreed(pPool))
+    CLS_QuenTaskPool* const pPool = CLS_QuenTaskPool::m_pInstance;
+    if (pPool == nullptr || Memory::IsFreed(pPool))
     {
-        if (IsIn(_pObject, *pPool))
-        {
-            return NameOfPool(_pObject, *pPool);
-        }
-        for (const auto& [pWorker, strTaskId] : pPool->m_mapThreadTask)
-        {
-            if (!Memory::IsFreed(pWorker) && IsIn(_pObject, *pWorker))
-            {
-                return NameOfWorker(_pObject, *pWorker);
-            }
-        }
+        return;
+    }
+    s_mapPools.try_emplace(pPool, "pool " + std::to_string(s_mapPools.size() + 1));
+    for (const auto& [pWorker, strTaskId] : pPool->m_mapThreadTask)
+    {
+        s_mapWorkers.try_emplace(pWorker, "worker " + std::to_string(s_mapWorkers.size()));
     }
     for (const auto& [strTaskId, pTask] : CLS_Task::m_mapTaskData)
     {
-        if (IsIn(_pObject, *pTask))
+        if (s_mapTasks.count(pTask.get()) == 0)
         {
-            return NameOfTask(_pObject, *pTask);
+            s_mapTasks.try_emplace(pTask.get(), "task " + pTask->Param("callinfo").ToString());
         }
     }
-    return _pObject == &CLS_Task::m_smTaskDataLock ? "the registry's lock" : Memory::Describe(_pObject);
+}
+
+std::string NameObject(const void* _pObject)
+{
+    if (_pObject == &CLS_Task::m_smTaskDataLock)
+    {
+        return "the registry's lock";
+    }
+    for (const std::string& strName :
+         {Find(s_mapPools, _pObject), Find(s_mapWorkers, _pObject), Find(s_mapTasks, _pObject)})
+    {
+        if (!strName.empty())
+        {
+            return strName;
+        }
+    }
+    return Memory::Describe(_pObject);
 }
 
 bool IsDispatcher(int _iThread)
@@ -134,5 +162,8 @@ void Forget()
     s_iWorkers = 0;
     s_iHosts = 0;
     s_setDispatchers.clear();
+    s_mapPools.clear();
+    s_mapWorkers.clear();
+    s_mapTasks.clear();
 }
 } // namespace Names

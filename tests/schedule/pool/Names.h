@@ -15,6 +15,9 @@ public:
     CLS_ServiceScope& operator=(const CLS_ServiceScope&) = delete;
 };
 
+/// Remembers the pool, its workers and the tasks that there are. No address is used twice in a schedule.
+void Learn();
+
 /// For the scheduler's options.
 std::string NameThread(int _iThread, int _iMaker);
 std::string NameObject(const void* _pObject);

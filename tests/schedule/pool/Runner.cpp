@@ -39,7 +39,14 @@ ST_ScheduleOptions CLS_Runner::MakeOptions(bool _bTrace)
         ForgetPool();
         m_clsWatch = {};
     };
-    stOptions.m_funObserver = [this](CLS_Scheduler& _clsScheduler) { m_clsWatch.Look(_clsScheduler); };
+    stOptions.m_funObserver = [this, _bTrace](CLS_Scheduler& _clsScheduler)
+    {
+        if (_bTrace)
+        {
+            Names::Learn();
+        }
+        m_clsWatch.Look(_clsScheduler);
+    };
     stOptions.m_funNameThread = Names::NameThread;
     stOptions.m_funNameObject = Names::NameObject;
     return stOptions;
