@@ -9,7 +9,10 @@
 #include <set>
 #include <thread>
 
-using namespace std::chrono_literals;
+using std::chrono_literals::operator""ns;
+using std::chrono_literals::operator""ms;
+using std::chrono_literals::operator""s;
+using std::chrono_literals::operator""h;
 
 class SchedulerWaitTest : public CLS_SchedulerFixture
 {

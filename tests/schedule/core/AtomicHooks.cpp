@@ -350,6 +350,25 @@ extern "C"
         return _iExpected;
     }
 
+    // Some compilers call these for blocks of memory.
+    void* __tsan_memcpy(void* _pTo, const void* _pFrom, std::size_t _uiSize)
+    {
+        Touch(_pFrom, "read");
+        Touch(_pTo, "written");
+        return std::memcpy(_pTo, _pFrom, _uiSize);
+    }
+    void* __tsan_memmove(void* _pTo, const void* _pFrom, std::size_t _uiSize)
+    {
+        Touch(_pFrom, "read");
+        Touch(_pTo, "written");
+        return std::memmove(_pTo, _pFrom, _uiSize);
+    }
+    void* __tsan_memset(void* _pTo, int _iByte, std::size_t _uiSize)
+    {
+        Touch(_pTo, "written");
+        return std::memset(_pTo, _iByte, _uiSize);
+    }
+
     void __tsan_atomic_thread_fence(int)
     {
         if (CLS_Scheduler* const pScheduler = Reach(STEP_FENCE, nullptr))

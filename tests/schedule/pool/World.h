@@ -11,7 +11,10 @@
 #include <thread>
 #include <vector>
 
-using namespace std::chrono_literals;
+using std::chrono_literals::operator""ns;
+using std::chrono_literals::operator""us;
+using std::chrono_literals::operator""ms;
+using std::chrono_literals::operator""s;
 
 /// What a scenario knows about one of its tasks. Its callable keeps it up to date and holds the rules: no run
 /// begins once the removal has returned, none beside another one of a task that must not overlap.
