@@ -7,6 +7,7 @@
 #   bench      the peers of the benchmarks                      pictures   the pictures of the documentation
 #   docs       checking the documentation                       package    making and trying packages
 #   macos      building for macOS on Linux                      abi        reading the ABI
+#   schedules  putting faults into the library
 set -euo pipefail
 
 install_debian()
@@ -24,6 +25,9 @@ install_debian()
     fi
     if [ "${1:-}" = models ]; then
         packages+=(gcc python3 spin)
+    fi
+    if [ "${1:-}" = schedules ]; then
+        packages+=(python3)
     fi
     if [ "${1:-}" = macos ]; then
         packages+=(clang-19 lld-19 llvm-19 make perl python3)

@@ -1,0 +1,32 @@
+#!/usr/bin/env bash
+# Runs the library under a scheduler that chooses every step: see docs/schedules.md. Linux.
+#
+#   scripts/schedules.sh            500 seeds of each scenario and strategy; then the faults, which must be found
+#   scripts/schedules.sh --faults   prints how soon each fault is found, and by what
+#   scripts/schedules.sh --nightly  100,000 seeds, and a million schedules of each exhaustive search
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+if [ "$(uname -s)" != Linux ]; then
+    echo "The scheduler stands in front of Linux's functions; there is none for this system." >&2
+    exit 1
+fi
+scripts/install.sh schedules
+{
+    cmake --preset dev
+    cmake --build --preset dev --target SchedulerTest zel_schedules
+} >&2
+programs=build/dev/bin/tests
+
+case ${1:-} in
+    "")
+        "$programs/SchedulerTest" --gtest_brief=1
+        "$programs/zel_schedules" --seeds 500
+        tests/schedule/find_faults.py build/dev
+        ;;
+    --faults) tests/schedule/find_faults.py build/dev --measure ;;
+    --nightly) "$programs/zel_schedules" --seeds 100000 --exhaustive 1000000 ;;
+    *)
+        echo "usage: scripts/schedules.sh [--faults|--nightly]" >&2
+        exit 2
+        ;;
+esac

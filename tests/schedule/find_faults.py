@@ -1,0 +1,132 @@
+#!/usr/bin/env python3
+"""Puts each of the faults of faults.py into a copy of a source, and looks whether the schedules find it.
+
+  find_faults.py BUILD_FOLDER            each with its scenario and strategy, 500 seeds: fails when one is not found
+  find_faults.py BUILD_FOLDER --measure  each with all of them, from five first seeds: prints a table
+"""
+import argparse
+import concurrent.futures
+import json
+import os
+import pathlib
+import shlex
+import statistics
+import subprocess
+import sys
+
+from faults import FAULTS
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+TARGET = "zel_schedules"
+SEEDS = 500
+BASES = 5
+
+
+def run(command, folder):
+    return subprocess.run(command, cwd=folder, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
+                          check=False)
+
+
+def must(command, folder):
+    done = run(command, folder)
+    if done.returncode != 0:
+        sys.exit("%s\n%s" % (shlex.join(command), done.stdout))
+    return done.stdout
+
+
+def spoil(fault):
+    """The source with the fault."""
+    text = (ROOT / fault["source"]).read_text()
+    for old, new in fault["edits"]:
+        if text.count(old) != 1:
+            sys.exit("%s: not once in %s:\n%s" % (fault["name"], fault["source"], old))
+        text = text.replace(old, new)
+    return text
+
+
+class Build:
+    """The commands that made the program, to make it again with one source replaced."""
+
+    def __init__(self, folder):
+        self.folder = folder
+        self.objects = {}
+        for entry in json.loads((folder / "compile_commands.json").read_text()):
+            if "/%s_hooked.dir/" % TARGET in entry["command"]:
+                name = os.path.relpath(entry["file"], ROOT)
+                self.objects[name] = shlex.split(entry["command"])
+        lines = must(["ninja", "-t", "commands", TARGET], folder).splitlines()
+        # The link stands between two empty commands of the shell.
+        words = shlex.split(lines[-1])
+        self.link = [word for word in words if word not in (":", "&&")]
+
+    def make(self, fault, number):
+        place = self.folder / "faults" / str(number)
+        place.mkdir(parents=True, exist_ok=True)
+        source = place / pathlib.Path(fault["source"]).name
+        source.write_text(spoil(fault))
+        compile_words = list(self.objects[fault["source"]])
+        old_object = compile_words[compile_words.index("-o") + 1]
+        new_object = str(source.with_suffix(".o"))
+        compile_words[compile_words.index("-o") + 1] = new_object
+        compile_words[compile_words.index("-c") + 1] = str(source)
+        must(compile_words + ["-Wno-error", "-w"], self.folder)
+        link_words = [new_object if word == old_object else word for word in self.link]
+        program = place / TARGET
+        link_words[link_words.index("-o") + 1] = str(program)
+        must(link_words, self.folder)
+        return program
+
+
+def check(build, fault, number):
+    program = build.make(fault, number)
+    words = ["--scenario", fault["scenario"], "--strategy", fault["strategy"], "--seeds", str(SEEDS)]
+    done = run([str(program), *words], build.folder)
+    found = next((line for line in done.stdout.splitlines() if line.startswith("FAILED ")), "")
+    print("%-9s %s: %s" % ("found" if found else "NOT FOUND", fault["name"], found[len("FAILED "):]), flush=True)
+    return bool(found)
+
+
+def read_counts(line):
+    words, _, failure = line.partition(" : ")
+    scenario, strategy, *counts = words.split()
+    return scenario, strategy, [int(count) for count in counts], failure
+
+
+def measure(build, fault, number):
+    """The line of the table: of what finds the fault from every first seed, what finds it soonest."""
+    program = build.make(fault, number)
+    done = run([str(program), "--measure", str(BASES), "--seeds", str(SEEDS)], build.folder)
+    rows = [read_counts(line) for line in done.stdout.splitlines() if " : " in line]
+    # Of those that are as soon, the first.
+    found = [(statistics.median(counts), place, scenario, strategy, failure)
+             for place, (scenario, strategy, counts, failure) in enumerate(rows)
+             if strategy != "exhaustive" and all(counts)]
+    also = {scenario for scenario, _, counts, _ in rows if any(counts)}
+    if not found:
+        print("| %s | NOT FOUND from every first seed | %s | | |" % (fault["name"], ", ".join(sorted(also))), flush=True)
+        return False
+    median, _, scenario, strategy, failure = min(found)
+    print("| %s | %s | %s | %d | %d | %s |" % (fault["name"], scenario, strategy, median, len(also), failure),
+          flush=True)
+    return True
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("folder", type=pathlib.Path)
+    parser.add_argument("--measure", action="store_true")
+    parser.add_argument("--only", default="", metavar="TEXT", help="faults whose name contains it")
+    arguments = parser.parse_args()
+    build = Build(arguments.folder.resolve())
+    if arguments.measure:
+        print("| Fault | Scenario | Strategy | Seeds, median | Scenarios that find it | As |\n|---|---|---|---|---|---|")
+    work = measure if arguments.measure else check
+    meant = [(number, fault) for number, fault in enumerate(FAULTS) if arguments.only in fault["name"]]
+    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+        results = list(pool.map(lambda pair: work(build, pair[1], pair[0]), meant))
+    print("\n%d of %d faults are found" % (sum(results), len(results)))
+    return 0 if all(results) else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())
