@@ -55,4 +55,10 @@ extern "C"
         CLS_Scheduler* const pScheduler = CLS_Scheduler::GetActive();
         return pScheduler == nullptr ? 1 : ToId(pScheduler->GetCurrentNumber());
     }
+
+    // The system's own takes the id for the address of a thread.
+    int pthread_setname_np(pthread_t, const char*) noexcept
+    {
+        return 0;
+    }
 }
