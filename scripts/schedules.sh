@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Runs the library under a scheduler that chooses every step: see docs/schedules.md. Linux.
+# Runs the library under a scheduler that chooses every step: see docs/schedules.md. Linux. The scheduler's own tests
+# are among those of scripts/test.sh.
 #
 #   scripts/schedules.sh            500 seeds of each scenario and strategy; then the faults, which must be found
 #   scripts/schedules.sh --faults   prints how soon each fault is found, and by what
@@ -13,18 +14,17 @@ fi
 scripts/install.sh schedules
 {
     cmake --preset dev
-    cmake --build --preset dev --target SchedulerTest zel_schedules
+    cmake --build --preset dev -j "$(getconf _NPROCESSORS_ONLN)" --target zel_schedules
 } >&2
-programs=build/dev/bin/tests
+schedules=build/dev/bin/tests/zel_schedules
 
 case ${1:-} in
     "")
-        "$programs/SchedulerTest" --gtest_brief=1
-        "$programs/zel_schedules" --seeds 500
+        "$schedules" --seeds 500
         tests/schedule/find_faults.py build/dev
         ;;
     --faults) tests/schedule/find_faults.py build/dev --measure ;;
-    --nightly) "$programs/zel_schedules" --seeds 100000 --exhaustive 1000000 ;;
+    --nightly) "$schedules" --seeds 100000 --exhaustive 1000000 ;;
     *)
         echo "usage: scripts/schedules.sh [--faults|--nightly]" >&2
         exit 2
