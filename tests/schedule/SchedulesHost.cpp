@@ -147,7 +147,7 @@ void AddOptions(CLI::App& _clsApp, ST_Options& _stOptions)
 }
 } // namespace
 
-int main(int _iCount, char** _ppTexts)
+int main(int _iCount, char** _ppTexts) // NOLINT(bugprone-exception-escape)
 {
     ST_Options stOptions;
     CLI::App clsApp("Runs the pool under schedules that are chosen");

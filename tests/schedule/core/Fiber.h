@@ -28,7 +28,7 @@ public:
     void SwitchFrom(CLS_Fiber& _clsFrom);
 
 private:
-    static constexpr std::size_t STACK_SIZE = 256 * 1024;
+    static constexpr std::size_t STACK_SIZE = std::size_t{256} * 1024;
 
     /// What the C++ run time keeps for a thread about its exceptions; as in its ABI.
     struct ST_Exceptions
