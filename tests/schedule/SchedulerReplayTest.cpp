@@ -17,6 +17,7 @@ protected:
         std::mutex mtxSum;
         std::atomic<int> iSum{0};
         std::vector<std::thread> vecThreads;
+        vecThreads.reserve(3);
         for (int i = 0; i < 3; ++i)
         {
             vecThreads.emplace_back(
@@ -65,9 +66,11 @@ TEST_F(SchedulerReplayTest, StepsAreReadable)
     m_stOptions.m_funNameObject = [](const void*) { return "the flag"; };
     const auto funBody = []
     {
+        // clang leaves out the hook where it sees that no other thread knows the variable.
         std::atomic<bool> bFlag{false};
-        bFlag = true;
-        std::thread thrOther([&] { std::this_thread::sleep_for(std::chrono::microseconds(1500)); });
+        std::atomic<bool>* volatile pFlag = &bFlag;
+        *pFlag = true;
+        std::thread thrOther([] { std::this_thread::sleep_for(std::chrono::microseconds(1500)); });
         thrOther.join();
     };
     EXPECT_EQ(GetTrace(RunSeed(1, funBody)), "      0.000 ms  thread 0          begins \n"

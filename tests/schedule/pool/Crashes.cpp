@@ -7,7 +7,7 @@
 
 namespace
 {
-constexpr std::size_t STACK_SIZE = 64 * 1024;
+constexpr std::size_t STACK_SIZE = std::size_t{64} * 1024;
 
 void FailSchedule(int _iSignal)
 {
