@@ -1,3 +1,5 @@
+// A schedule from its beginning to its end: who goes on, and what time it is.
+
 #include "tests/schedule/core/Scheduler.h"
 
 #include "tests/schedule/core/Memory.h"
@@ -23,6 +25,23 @@ CLS_Scheduler::~CLS_Scheduler() = default;
 
 ST_Outcome CLS_Scheduler::Run(std::uint64_t _uiSeed, const std::function<void()>& _funBody)
 {
+    Begin(_uiSeed);
+    ST_Thread& stFirst = AddThread(-1);
+    stFirst.m_funBody = [](void* _pBody) -> void*
+    {
+        (*static_cast<const std::function<void()>*>(_pBody))();
+        return nullptr;
+    };
+    stFirst.m_pArgument = const_cast<std::function<void()>*>(&_funBody);
+    stFirst.m_bDetached = true;
+    NoteStep(0);
+    stFirst.m_clsFiber.SwitchFrom(m_clsOutside);
+    End();
+    return std::move(m_stOutcome);
+}
+
+void CLS_Scheduler::Begin(std::uint64_t _uiSeed)
+{
     m_stOutcome = {};
     m_uiThreads = 0;
     m_uiEnded = 0;
@@ -36,35 +55,23 @@ ST_Outcome CLS_Scheduler::Run(std::uint64_t _uiSeed, const std::function<void()>
         m_stOptions.m_funBegin();
     }
     m_clsStrategy.Begin(_uiSeed);
-    m_pBody = &_funBody;
     s_pRunning = this;
+}
 
-    const auto funRunBody = [](void* _pBody) -> void*
-    {
-        (*static_cast<const std::function<void()>*>(_pBody))();
-        return nullptr;
-    };
-    ST_Thread& stFirst = AddThread(-1);
-    stFirst.m_funBody = funRunBody;
-    stFirst.m_pArgument = const_cast<std::function<void()>*>(m_pBody);
-    stFirst.m_bDetached = true;
-    NoteStep(0);
-    stFirst.m_clsFiber.SwitchFrom(m_clsOutside);
-
+void CLS_Scheduler::End()
+{
     s_pActive = nullptr;
     s_pRunning = nullptr;
     for (ST_Step& stStep : m_stOutcome.m_vecTrace)
     {
         stStep.m_strObject += NameObject(stStep.m_pObject);
     }
-    m_stOutcome.m_uiThreads = m_uiThreads;
     m_stOutcome.m_nsTime = m_nsNow;
     m_stOutcome.m_uiBlocks = Memory::CountBlocks();
     if (m_stOptions.m_bRequireNoBlocks && m_stOutcome.m_strFailure.empty() && m_stOutcome.m_uiBlocks > 0)
     {
         m_stOutcome.m_strFailure = std::to_string(m_stOutcome.m_uiBlocks) + " blocks of memory are left";
     }
-    return std::move(m_stOutcome);
 }
 
 CLS_Scheduler::ST_Thread& CLS_Scheduler::AddThread(int _iMaker)
@@ -354,174 +361,4 @@ void CLS_Scheduler::NoteStep(int _iThread)
         m_stOutcome.m_vecTrace.push_back({m_nsNow, stThread.m_strName, stThread.m_iStep, strText,
                                           strText.empty() ? stThread.m_pObject : nullptr});
     }
-}
-
-void CLS_Scheduler::Reach(n_Step _iStep, const void* _pObject)
-{
-    const CLS_Inside clsInside;
-    WaitFor(_iStep, _pObject, WAIT_NOTHING);
-}
-
-void CLS_Scheduler::ShowStores()
-{
-    ShowStores(GetCurrent());
-}
-
-void CLS_Scheduler::ShowStores(ST_Thread& _stThread)
-{
-    CLS_StoreBuffer& clsStores = _stThread.m_clsStores;
-    while (!clsStores.IsEmpty())
-    {
-        clsStores.ShowOldest();
-    }
-}
-
-void CLS_Scheduler::Lock(const void* _pLock)
-{
-    const CLS_Inside clsInside;
-    GetCurrent().m_pLock = _pLock;
-    WaitFor(STEP_LOCK, _pLock, WAIT_LOCK);
-    ShowStores();
-    m_clsLocks.Take(_pLock, m_iCurrent);
-}
-
-void CLS_Scheduler::LockShared(const void* _pLock)
-{
-    const CLS_Inside clsInside;
-    GetCurrent().m_pLock = _pLock;
-    WaitFor(STEP_LOCK_SHARED, _pLock, WAIT_SHARED);
-    ShowStores();
-    m_clsLocks.TakeShared(_pLock);
-}
-
-bool CLS_Scheduler::TryLock(const void* _pLock, bool _bShared)
-{
-    const CLS_Inside clsInside;
-    WaitFor(STEP_TRY_LOCK, _pLock, WAIT_NOTHING);
-    ShowStores();
-    if (!(_bShared ? m_clsLocks.IsOpen(_pLock) : m_clsLocks.IsFree(_pLock)))
-    {
-        return false;
-    }
-    if (_bShared)
-    {
-        m_clsLocks.TakeShared(_pLock);
-    }
-    else
-    {
-        m_clsLocks.Take(_pLock, m_iCurrent);
-    }
-    return true;
-}
-
-void CLS_Scheduler::Unlock(const void* _pLock)
-{
-    const CLS_Inside clsInside;
-    WaitFor(STEP_UNLOCK, _pLock, WAIT_NOTHING);
-    ShowStores();
-    if (!m_clsLocks.Give(_pLock, m_iCurrent))
-    {
-        Fail(GetCurrent().m_strName + " unlocks what it does not hold");
-    }
-}
-
-bool CLS_Scheduler::WaitForCondition(const void* _pCondition, const void* _pLock, std::int64_t _nsUntil)
-{
-    const CLS_Inside clsInside;
-    // Giving the lock back and waiting is one step: no notification comes between.
-    WaitFor(STEP_WAIT, _pCondition, WAIT_NOTHING);
-    ShowStores();
-    if (!m_clsLocks.Give(_pLock, m_iCurrent))
-    {
-        Fail(GetCurrent().m_strName + " waits with a lock that it does not hold");
-    }
-    ST_Thread& stSelf = GetCurrent();
-    stSelf.m_pLock = _pLock;
-    stSelf.m_nsUntil = _nsUntil;
-    stSelf.m_bTimedOut = true; // unless something else comes first
-    WaitFor(STEP_WAIT, _pCondition, WAIT_CONDITION);
-    m_clsLocks.Take(_pLock, m_iCurrent);
-    return !stSelf.m_bTimedOut;
-}
-
-void CLS_Scheduler::Notify(const void* _pCondition, bool _bAll)
-{
-    const CLS_Inside clsInside;
-    WaitFor(_bAll ? STEP_NOTIFY_ALL : STEP_NOTIFY_ONE, _pCondition, WAIT_NOTHING);
-    ShowStores();
-    std::vector<ST_Thread*> vecWaiting;
-    for (std::size_t i = 0; i < m_uiThreads; ++i)
-    {
-        if (m_vecThreads[i]->m_iWaitFor == WAIT_CONDITION && m_vecThreads[i]->m_pObject == _pCondition)
-        {
-            vecWaiting.push_back(m_vecThreads[i].get());
-        }
-    }
-    if (!_bAll && !vecWaiting.empty())
-    {
-        vecWaiting = {vecWaiting[m_clsStrategy.Draw(vecWaiting.size())]};
-    }
-    for (ST_Thread* const pThread : vecWaiting)
-    {
-        StopWaiting(*pThread);
-    }
-}
-
-void CLS_Scheduler::SleepUntil(std::int64_t _nsUntil)
-{
-    const CLS_Inside clsInside;
-    GetCurrent().m_nsUntil = std::max(_nsUntil, m_nsNow);
-    WaitFor(STEP_SLEEP, nullptr, WAIT_TIME);
-}
-
-void CLS_Scheduler::SleepFor(std::int64_t _nsLength)
-{
-    SleepUntil(m_nsNow + std::max(_nsLength, m_stOptions.m_nsShortestSleep));
-}
-
-int CLS_Scheduler::CreateThread(ThreadBody _funBody, void* _pArgument)
-{
-    const CLS_Inside clsInside;
-    ShowStores();
-    const auto iThread = static_cast<int>(m_uiThreads);
-    ST_Thread& stThread = AddThread(m_iCurrent);
-    stThread.m_funBody = _funBody;
-    stThread.m_pArgument = _pArgument;
-    GetCurrent().m_iJoined = iThread;
-    WaitFor(STEP_CREATE, nullptr, WAIT_NOTHING);
-    return iThread;
-}
-
-bool CLS_Scheduler::JoinThread(int _iThread, void** _pResult)
-{
-    const CLS_Inside clsInside;
-    if (_iThread < 0 || static_cast<std::size_t>(_iThread) >= m_uiThreads || _iThread == m_iCurrent)
-    {
-        return false;
-    }
-    ST_Thread& stJoined = *m_vecThreads[static_cast<std::size_t>(_iThread)];
-    if (stJoined.m_bDetached || stJoined.m_bJoined)
-    {
-        return false;
-    }
-    GetCurrent().m_iJoined = _iThread;
-    WaitFor(STEP_JOIN, nullptr, WAIT_THREAD);
-    stJoined.m_bJoined = true;
-    ShowStores(stJoined);
-    if (_pResult != nullptr)
-    {
-        *_pResult = stJoined.m_pResult;
-    }
-    return true;
-}
-
-bool CLS_Scheduler::DetachThread(int _iThread)
-{
-    const CLS_Inside clsInside;
-    GetCurrent().m_iJoined = _iThread;
-    WaitFor(STEP_DETACH, nullptr, WAIT_NOTHING);
-    ST_Thread& stThread = *m_vecThreads[static_cast<std::size_t>(_iThread)];
-    const bool bCould = !stThread.m_bDetached && !stThread.m_bJoined;
-    stThread.m_bDetached = true;
-    return bCould;
 }

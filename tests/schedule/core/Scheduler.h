@@ -158,6 +158,8 @@ private:
     };
 
     ST_Thread& GetCurrent() { return *m_vecThreads[static_cast<std::size_t>(m_iCurrent)]; }
+    void Begin(std::uint64_t _uiSeed);
+    void End();
     ST_Thread& AddThread(int _iMaker);
     static void RunFiber();
     static void ShowStores(ST_Thread& _stThread);
@@ -192,6 +194,5 @@ private:
     std::int64_t m_nsNow = 0;
     std::uint32_t m_uiRandom = 0;
     CLS_LockTable m_clsLocks;
-    const std::function<void()>* m_pBody = nullptr;
     ST_Outcome m_stOutcome;
 };

@@ -6,12 +6,10 @@
 
 const char* GetStepText(n_Step _iStep)
 {
-    static constexpr std::array<const char*, STEP_MARK + 1> TEXTS{
-        "begins",    "locks",      "locks shared", "tries to lock", "unlocks",
-        "waits for", "wakes from", "notifies one", "notifies all",  "sleeps",
-        "has slept", "yields",     "starts",       "joins",         "detaches",
-        "reads",     "writes",     "changes",      "fences",        "lets others see",
-        "-"};
+    static constexpr std::array<const char*, STEP_FENCE + 1> TEXTS{
+        "begins",     "locks",        "locks shared", "tries to lock", "unlocks", "waits for",
+        "wakes from", "notifies one", "notifies all", "sleeps",        "yields",  "starts",
+        "joins",      "detaches",     "reads",        "writes",        "changes", "fences"};
     return TEXTS[static_cast<std::size_t>(_iStep)];
 }
 

@@ -17,7 +17,6 @@ enum n_Step : int
     STEP_NOTIFY_ONE,
     STEP_NOTIFY_ALL,
     STEP_SLEEP,
-    STEP_SLEPT,
     STEP_YIELD,
     STEP_CREATE,
     STEP_JOIN,
@@ -25,12 +24,10 @@ enum n_Step : int
     STEP_LOAD,
     STEP_STORE,
     STEP_CHANGE,
-    STEP_FENCE,
-    STEP_DRAIN,
-    STEP_MARK
+    STEP_FENCE
 };
 
-/// Two words that stand before and after the object: "locks", "".
+/// The word between the thread and the object.
 const char* GetStepText(n_Step _iStep);
 
 /// One step of a schedule, readable.
@@ -52,7 +49,6 @@ struct ST_Outcome
     /// Of a failed schedule: each thread that has not ended, and the step that it is at.
     std::vector<std::string> m_vecPositions;
     std::size_t m_uiSteps = 0;
-    std::size_t m_uiThreads = 0;
     std::size_t m_uiBlocks = 0;      ///< of memory that nobody has freed
     std::int64_t m_nsTime = 0;       ///< virtual time that passed
     std::uint64_t m_uiHash = 0;      ///< of all steps: equal schedules have equal ones

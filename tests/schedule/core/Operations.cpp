@@ -1,0 +1,176 @@
+// What the threads of a schedule do: each operation announces itself, waits until it may be done, and is
+// done.
+
+#include "tests/schedule/core/Scheduler.h"
+
+#include <algorithm>
+
+void CLS_Scheduler::Reach(n_Step _iStep, const void* _pObject)
+{
+    const CLS_Inside clsInside;
+    WaitFor(_iStep, _pObject, WAIT_NOTHING);
+}
+
+void CLS_Scheduler::ShowStores()
+{
+    ShowStores(GetCurrent());
+}
+
+void CLS_Scheduler::ShowStores(ST_Thread& _stThread)
+{
+    CLS_StoreBuffer& clsStores = _stThread.m_clsStores;
+    while (!clsStores.IsEmpty())
+    {
+        clsStores.ShowOldest();
+    }
+}
+
+void CLS_Scheduler::Lock(const void* _pLock)
+{
+    const CLS_Inside clsInside;
+    GetCurrent().m_pLock = _pLock;
+    WaitFor(STEP_LOCK, _pLock, WAIT_LOCK);
+    ShowStores();
+    m_clsLocks.Take(_pLock, m_iCurrent);
+}
+
+void CLS_Scheduler::LockShared(const void* _pLock)
+{
+    const CLS_Inside clsInside;
+    GetCurrent().m_pLock = _pLock;
+    WaitFor(STEP_LOCK_SHARED, _pLock, WAIT_SHARED);
+    ShowStores();
+    m_clsLocks.TakeShared(_pLock);
+}
+
+bool CLS_Scheduler::TryLock(const void* _pLock, bool _bShared)
+{
+    const CLS_Inside clsInside;
+    WaitFor(STEP_TRY_LOCK, _pLock, WAIT_NOTHING);
+    ShowStores();
+    if (!(_bShared ? m_clsLocks.IsOpen(_pLock) : m_clsLocks.IsFree(_pLock)))
+    {
+        return false;
+    }
+    if (_bShared)
+    {
+        m_clsLocks.TakeShared(_pLock);
+    }
+    else
+    {
+        m_clsLocks.Take(_pLock, m_iCurrent);
+    }
+    return true;
+}
+
+void CLS_Scheduler::Unlock(const void* _pLock)
+{
+    const CLS_Inside clsInside;
+    WaitFor(STEP_UNLOCK, _pLock, WAIT_NOTHING);
+    ShowStores();
+    if (!m_clsLocks.Give(_pLock, m_iCurrent))
+    {
+        Fail(GetCurrent().m_strName + " unlocks what it does not hold");
+    }
+}
+
+bool CLS_Scheduler::WaitForCondition(const void* _pCondition, const void* _pLock, std::int64_t _nsUntil)
+{
+    const CLS_Inside clsInside;
+    // Giving the lock back and waiting is one step: no notification comes between.
+    WaitFor(STEP_WAIT, _pCondition, WAIT_NOTHING);
+    ShowStores();
+    if (!m_clsLocks.Give(_pLock, m_iCurrent))
+    {
+        Fail(GetCurrent().m_strName + " waits with a lock that it does not hold");
+    }
+    ST_Thread& stSelf = GetCurrent();
+    stSelf.m_pLock = _pLock;
+    stSelf.m_nsUntil = _nsUntil;
+    stSelf.m_bTimedOut = true; // unless something else comes first
+    WaitFor(STEP_WAIT, _pCondition, WAIT_CONDITION);
+    m_clsLocks.Take(_pLock, m_iCurrent);
+    return !stSelf.m_bTimedOut;
+}
+
+void CLS_Scheduler::Notify(const void* _pCondition, bool _bAll)
+{
+    const CLS_Inside clsInside;
+    WaitFor(_bAll ? STEP_NOTIFY_ALL : STEP_NOTIFY_ONE, _pCondition, WAIT_NOTHING);
+    ShowStores();
+    std::vector<ST_Thread*> vecWaiting;
+    for (std::size_t i = 0; i < m_uiThreads; ++i)
+    {
+        if (m_vecThreads[i]->m_iWaitFor == WAIT_CONDITION && m_vecThreads[i]->m_pObject == _pCondition)
+        {
+            vecWaiting.push_back(m_vecThreads[i].get());
+        }
+    }
+    if (!_bAll && !vecWaiting.empty())
+    {
+        vecWaiting = {vecWaiting[m_clsStrategy.Draw(vecWaiting.size())]};
+    }
+    for (ST_Thread* const pThread : vecWaiting)
+    {
+        StopWaiting(*pThread);
+    }
+}
+
+void CLS_Scheduler::SleepUntil(std::int64_t _nsUntil)
+{
+    const CLS_Inside clsInside;
+    GetCurrent().m_nsUntil = std::max(_nsUntil, m_nsNow);
+    WaitFor(STEP_SLEEP, nullptr, WAIT_TIME);
+}
+
+void CLS_Scheduler::SleepFor(std::int64_t _nsLength)
+{
+    SleepUntil(m_nsNow + std::max(_nsLength, m_stOptions.m_nsShortestSleep));
+}
+
+int CLS_Scheduler::CreateThread(ThreadBody _funBody, void* _pArgument)
+{
+    const CLS_Inside clsInside;
+    ShowStores();
+    const auto iThread = static_cast<int>(m_uiThreads);
+    ST_Thread& stThread = AddThread(m_iCurrent);
+    stThread.m_funBody = _funBody;
+    stThread.m_pArgument = _pArgument;
+    GetCurrent().m_iJoined = iThread;
+    WaitFor(STEP_CREATE, nullptr, WAIT_NOTHING);
+    return iThread;
+}
+
+bool CLS_Scheduler::JoinThread(int _iThread, void** _pResult)
+{
+    const CLS_Inside clsInside;
+    if (_iThread < 0 || static_cast<std::size_t>(_iThread) >= m_uiThreads || _iThread == m_iCurrent)
+    {
+        return false;
+    }
+    ST_Thread& stJoined = *m_vecThreads[static_cast<std::size_t>(_iThread)];
+    if (stJoined.m_bDetached || stJoined.m_bJoined)
+    {
+        return false;
+    }
+    GetCurrent().m_iJoined = _iThread;
+    WaitFor(STEP_JOIN, nullptr, WAIT_THREAD);
+    stJoined.m_bJoined = true;
+    ShowStores(stJoined);
+    if (_pResult != nullptr)
+    {
+        *_pResult = stJoined.m_pResult;
+    }
+    return true;
+}
+
+bool CLS_Scheduler::DetachThread(int _iThread)
+{
+    const CLS_Inside clsInside;
+    GetCurrent().m_iJoined = _iThread;
+    WaitFor(STEP_DETACH, nullptr, WAIT_NOTHING);
+    ST_Thread& stThread = *m_vecThreads[static_cast<std::size_t>(_iThread)];
+    const bool bCould = !stThread.m_bDetached && !stThread.m_bJoined;
+    stThread.m_bDetached = true;
+    return bCould;
+}
