@@ -6,6 +6,7 @@ strategy that scripts/schedules.sh looks for the fault with.
 
 POOL = "QuenPlugins/ZelTaskPool/"
 DISPATCH = POOL + "CLS_QuenTaskPoolDispatch.cpp"
+SERVICE = POOL + "CLS_QuenTaskPoolService.cpp"
 SHUTDOWN = POOL + "CLS_QuenTaskPoolShutdown.cpp"
 START = POOL + "CLS_QuenTaskPool.cpp"
 TASKS = POOL + "CLS_QuenTaskPoolTasks.cpp"
@@ -52,6 +53,10 @@ FAULTS = [
            "    const bool bExecuting = m_iTaskStatus >= STATUS_EXECUTING;\n    m_bValid.exchange(false);\n"
            "    if (!bExecuting)\n    {\n        return true;\n    }\n    for (int iSleeps"),
           scenario="stop-against-start", strategy="pct3"),
+    fault("a stop stores the validity with release", TASK,
+          ("    m_bValid.exchange(false);\n    for",
+           "    m_bValid.store(false, std::memory_order_release);\n    for"),
+          scenario="stop-handshake", strategy="random"),
     fault("a run stores the status with release", TASK,
           ("m_iTaskStatus.exchange(TASK_STATUS_RUNNING);",
            "m_iTaskStatus.store(TASK_STATUS_RUNNING, std::memory_order_release);"),
@@ -113,11 +118,28 @@ FAULTS = [
     fault("the limit of workers is compared with >", START,
           ("m_iMaxThread >= GetTaskThreadNum()", "m_iMaxThread > GetTaskThreadNum()"),
           scenario="worker-limit", strategy="random"),
+    fault("retirement looks, and takes off the list a moment later", SERVICE,
+          ("    for (CLS_TaskThread* const pThread : TakeOverrunThreads())\n    {\n        RetireThread(pThread);\n",
+           "    std::vector<CLS_TaskThread*> vecIdle;\n    {\n"
+           "        const CLS_LockGuard lock(m_mtxIdleThreads);\n        vecIdle = m_vecIdleThreads;\n    }\n"
+           "    for (CLS_TaskThread* const pThread : vecIdle)\n    {\n"
+           "        ForgetWorker(pThread);\n        RetireThread(pThread);\n"),
+          scenario="retire-against-next-attempt", strategy="random"),
 
     # Loop tasks.
     fault("a loop task is due when more than its interval has passed", TASK,
           ("(std::memory_order_relaxed)) >= m_iLoopInterval", "(std::memory_order_relaxed)) > m_iLoopInterval"),
           scenario="loop-goes-on", strategy="random"),
+    fault("a loop task that executes counts as due", TASK,
+          ("    if (m_iTaskStatus > TASK_STATUS_IDLE || !m_bValid)\n    {\n        return false;",
+           "    if (!m_bValid)\n    {\n        return false;"),
+          scenario="loop-with-long-runs", strategy="random"),
+    fault("the end of a run is stored after the status", TASK,
+          ("        m_clsTask.m_tpLastRun.store(std::chrono::steady_clock::now(), std::memory_order_relaxed);\n"
+           "        m_clsTask.m_iTaskStatus.exchange(TASK_STATUS_IDLE);\n",
+           "        m_clsTask.m_iTaskStatus.exchange(TASK_STATUS_IDLE);\n"
+           "        m_clsTask.m_tpLastRun.store(std::chrono::steady_clock::now(), std::memory_order_relaxed);\n"),
+          scenario="loop-ends-when-looked-at", strategy="pct3"),
 
     # The end of the pool.
     fault("the end of the pool does not wait for last steps", SHUTDOWN,

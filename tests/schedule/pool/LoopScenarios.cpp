@@ -32,6 +32,18 @@ void LoopWithoutInterval()
     RemoveLoop(0, 5ms);
 }
 
+/// The scheduler looks several times during a run.
+void LoopWithLongRuns()
+{
+    RemoveLoop(0, 25ms);
+}
+
+/// The scheduler looks at the very moment that a run ends.
+void LoopEndsWhenLookedAt()
+{
+    RemoveLoop(5, 10ms);
+}
+
 void LoopAgainstStop()
 {
     CLS_World clsWorld;
@@ -62,8 +74,7 @@ void LoopGoesOn()
 
 Scenarios GetLoopScenarios()
 {
-    return {{"loop-against-removal", LoopAgainstRemoval},
-            {"loop-without-interval", LoopWithoutInterval},
-            {"loop-against-stop", LoopAgainstStop},
-            {"loop-goes-on", LoopGoesOn}};
+    return {{"loop-against-removal", LoopAgainstRemoval}, {"loop-without-interval", LoopWithoutInterval},
+            {"loop-with-long-runs", LoopWithLongRuns},    {"loop-ends-when-looked-at", LoopEndsWhenLookedAt},
+            {"loop-against-stop", LoopAgainstStop},       {"loop-goes-on", LoopGoesOn}};
 }

@@ -76,6 +76,21 @@ void StopAgainstStart()
     CLS_World::RequireNobodyLeft();
 }
 
+/// The same without a pool: nothing but the two operations of the task.
+void StopHandshake()
+{
+    CLS_World clsWorld;
+    ST_Job& stJob = clsWorld.MakeJob("A", 1ms);
+    stJob.m_iQueued = 1;
+    const std::shared_ptr<CLS_Task> pTask = CLS_Task::CreateTask(CLS_World::MakeCallable(stJob), -1, "A");
+    std::thread thrRunner([&pTask] { pTask->Running(); });
+    Require(pTask->Stop(), "the stop gives up");
+    stJob.m_bRemoved = true;
+    Require(stJob.m_iBegun == stJob.m_iEnded, "A still runs");
+    thrRunner.join();
+    CLS_World::RequireNobodyLeft();
+}
+
 /// A loop task that removes itself waits for itself in vain, and never runs again.
 void RemoveItself()
 {
@@ -138,6 +153,7 @@ Scenarios GetRemovalScenarios()
             {"remove-owner-of-many", RemoveOwnerOfMany, false, 20ms, true},
             {"remove-owner-whose-task-submits", RemoveOwnerWhoseTaskSubmits},
             {"stop-against-start", StopAgainstStart, true},
+            {"stop-handshake", StopHandshake, true},
             {"remove-itself", RemoveItself, false, 50ms, true},
             {"captured-object-calls", CapturedObjectCallsThePool}};
 }

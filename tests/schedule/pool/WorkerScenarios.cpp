@@ -34,6 +34,28 @@ void RetireAgainstHandOver()
     CLS_World::RequireNobodyLeft();
 }
 
+/// The one worker is asked for and retires at the same moment. The task begins on it or on a new one: at
+/// once, or with the attempt after, when the worker was neither idle nor gone.
+void RetireAgainstNextAttempt()
+{
+    CLS_World clsWorld;
+    CLS_QuenTaskPool& clsPool = CLS_World::MakePool();
+    clsPool.m_iMaxThread = 0;
+    CLS_TaskThread::SetWaitingOvertime(0);
+    int iOwner = 0;
+    clsWorld.Submit(clsPool, clsWorld.MakeJob("A", 50ms), &iOwner);
+    ST_Job& stWaiting = clsWorld.MakeJob("B", 1ms);
+    stWaiting.m_bAtOnce = false;
+    clsWorld.Submit(clsPool, stWaiting, &iOwner);
+    std::this_thread::sleep_for(100ms);
+    clsPool.OvertimePass();
+    std::this_thread::sleep_for(150ms);
+    Require(stWaiting.m_nsBegun == 100ms || stWaiting.m_nsBegun == 200ms, "B begins at another time");
+    clsWorld.RequireAllRan();
+    clsWorld.EndPool(clsPool);
+    CLS_World::RequireNobodyLeft();
+}
+
 /// The watchdog itself: its second pass, after 360 seconds, finds a worker that was idle for 300 seconds.
 void WatchdogRetires()
 {
@@ -104,6 +126,7 @@ void BusyReport()
 Scenarios GetWorkerScenarios()
 {
     return {{"retire-against-hand-over", RetireAgainstHandOver},
+            {"retire-against-next-attempt", RetireAgainstNextAttempt, false, 0ms, true},
             {"watchdog-retires", WatchdogRetires, false, 180ms, true},
             {"worker-limit", WorkerLimit, false, 0ms, true},
             {"busy-report", BusyReport, false, 50ms, true}};
