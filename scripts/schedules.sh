@@ -18,13 +18,23 @@ scripts/install.sh schedules
 } >&2
 schedules=build/dev/bin/tests/zel_schedules
 
+# All scenarios, several at a time. Fails when one fails.
+explore()
+{
+    "$schedules" --list | xargs -P "$(getconf _NPROCESSORS_ONLN)" -I{} "$schedules" --scenario {} "$@" | awk -F'|' '
+        BEGIN { print "| Scenario | Strategy | Schedules | Steps | Seconds |\n|---|---|---|---|---|" }
+        { print }
+        NF == 7 { schedules += $4; steps += $5 }
+        END { printf "\n%.0f schedules, %.0f steps\n", schedules, steps }'
+}
+
 case ${1:-} in
     "")
-        "$schedules" --seeds 500
+        explore --seeds 500
         tests/schedule/find_faults.py build/dev
         ;;
     --faults) tests/schedule/find_faults.py build/dev --measure ;;
-    --nightly) "$schedules" --seeds 100000 --exhaustive 1000000 ;;
+    --nightly) explore --seeds 100000 --exhaustive 1000000 ;;
     *)
         echo "usage: scripts/schedules.sh [--faults|--nightly]" >&2
         exit 2
