@@ -55,14 +55,20 @@ void InvalidateTasks(const std::list<std::string>& _lstTaskIds)
 }
 
 /// The worker lets go of a task a moment after its run, and a service thread may be looking at it. Waiting
-/// for them makes the caller's reference the last one: when the removal returns, what the callable captured
-/// is gone. Whoever keeps the task for longer than that is not waited for. Takes its sleeps from _iPollsLeft.
-void WaitForLastReference(const std::shared_ptr<CLS_Task>& _pTask, int& _iPollsLeft)
+/// for them makes the caller's reference the last one. Whoever keeps the task for longer than that is not
+/// waited for: then false. Takes its sleeps from _iPollsLeft.
+bool WaitForLastReference(const std::shared_ptr<CLS_Task>& _pTask, int& _iPollsLeft)
 {
-    for (; _pTask.use_count() > 1 && _iPollsLeft > 0; --_iPollsLeft)
+    while (_pTask.use_count() > 1)
     {
+        if (_iPollsLeft == 0)
+        {
+            return false;
+        }
+        --_iPollsLeft;
         std::this_thread::sleep_for(REFERENCE_POLL);
     }
+    return true;
 }
 
 /// Stops a task and takes it out of the registry. The reference outlives that: what the callable captured may
@@ -72,9 +78,11 @@ void StopAndDelete(const std::string& _strTaskId, int& _iPollsLeft)
     const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(_strTaskId).lock();
     const bool bStopped = pTask && pTask->Stop();
     CLS_Task::DeleteTask(_strTaskId);
-    if (bStopped)
+    if (bStopped && WaitForLastReference(pTask, _iPollsLeft))
     {
-        WaitForLastReference(pTask, _iPollsLeft);
+        // A worker or the loop scheduler may yet turn a weak reference into a strong one, and be the last to
+        // let go of the record. What the callable captured goes here and now.
+        pTask->TakeCallable();
     }
 }
 

@@ -195,6 +195,13 @@ void CLS_Task::UndoWaiting(n_TaskStatus _iBefore)
     m_iTaskStatus.compare_exchange_strong(iExpected, _iBefore);
 }
 
+std::function<void()> CLS_Task::TakeCallable() noexcept
+{
+    std::function<void()> funTask;
+    funTask.swap(m_funTask);
+    return funTask;
+}
+
 bool CLS_Task::IsLoop()
 {
     return m_iLoopInterval >= 0;

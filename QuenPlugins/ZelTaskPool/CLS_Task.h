@@ -34,7 +34,7 @@ enum n_TaskStatus : std::int32_t
 /// is removed while it runs lives until its run ends.
 ///
 /// Thread-safe: status, interval, time and validity are single atomic words that any thread reads and
-/// writes without a lock; the callable is set once.
+/// writes without a lock; the callable is set once, and taken out when the task is removed.
 class CLS_Task : public CLS_Basic
 {
 public:
@@ -92,6 +92,11 @@ public:
     /// scheduler. Any thread, no lock. For the pool only: not exported.
     void UndoWaiting(n_TaskStatus _iBefore);
 
+    /// Hands over the callable; the record is left without one and runs nothing. Any thread, no lock, and
+    /// only after Stop has returned true, and as long as nobody makes the task valid again: then no run reads
+    /// the callable. For the pool only: not exported.
+    std::function<void()> TakeCallable() noexcept;
+
     /// Whether the task repeats: any interval from 0 on. Any thread, no lock.
     ZEL_TASKPOOL_EXPORT bool IsLoop();
     /// Changes the interval, which counts from the scheduler's next look on. Any thread, no lock.
@@ -137,7 +142,7 @@ private:
     /// value, and a task would start after Stop had returned: under the C++ memory model that is so as soon
     /// as a single one of the four is weaker, and never as they are (model/handshake checks all executions).
     std::atomic<n_TaskStatus> m_iTaskStatus{TASK_STATUS_IDLE};
-    const std::function<void()> m_funTask; ///< the work
+    std::function<void()> m_funTask; ///< the work; never changes while the task is valid
     std::atomic<std::int32_t> m_iLoopInterval;
     /// End of the most recent run. Written by the thread that runs the task, before the status becomes idle:
     /// who sees the task idle sees this time, too.

@@ -48,6 +48,23 @@ TEST_F(PoolRemovalReferenceTest, CapturedObjectsAreGoneWhenTheRemovalReturns)
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
+TEST_F(PoolRemovalReferenceTest, CapturedObjectsAreGoneThoughTheRecordIsTakenAtTheLastMoment)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    std::string strTaskId;
+    std::weak_ptr<CLS_Task> pKnown;
+    std::shared_ptr<CLS_Task> pTaken;
+    bool bRan = false;
+    clsPool.AddLoopTask([&bRan, pCaptured = MakeEndHook([&] { pTaken = pKnown.lock(); })] { bRan = true; },
+                        3600000, strTaskId, "call");
+    pKnown = CLS_Task::GetTask(strTaskId);
+    clsPool.RemoveTask(strTaskId, "call");
+    ASSERT_NE(nullptr, pTaken) << "the captured object outlived the record";
+    pTaken->SetValid(true);
+    EXPECT_TRUE(pTaken->Running());
+    EXPECT_FALSE(bRan);
+}
+
 TEST_F(PoolRemovalReferenceTest, AReferenceThatTheHostKeepsIsNotWaitedForWithoutEnd)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
