@@ -125,6 +125,20 @@ TEST_F(SchedulerReplayTest, ScheduleOfAnExhaustiveSearchIsRepeatedByItsDelays)
     }
 }
 
+TEST_F(SchedulerReplayTest, CopyAndReleaseOfASharedPointerAreSteps)
+{
+    const auto funCopy = [](bool _bCopy)
+    {
+        return [_bCopy]
+        {
+            const auto pNumber = std::make_shared<int>(1);
+            const std::shared_ptr<int> pCopy = _bCopy ? pNumber : nullptr;
+            Require(pCopy == nullptr || *pCopy == 1, "the copy is another one");
+        };
+    };
+    EXPECT_EQ(RunSeed(1, funCopy(true)).m_uiSteps, RunSeed(1, funCopy(false)).m_uiSteps + 2);
+}
+
 TEST_F(SchedulerReplayTest, ObserverIsCalledAtEveryStepAndMayFailTheSchedule)
 {
     std::size_t uiCalls = 0;

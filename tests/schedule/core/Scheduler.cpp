@@ -5,6 +5,7 @@
 #include "tests/schedule/core/Memory.h"
 
 #include <algorithm>
+#include <sys/single_threaded.h>
 #include <utility>
 
 namespace
@@ -55,6 +56,9 @@ void CLS_Scheduler::Begin(std::uint64_t _uiSeed)
         m_stOptions.m_funBegin();
     }
     m_clsStrategy.Begin(_uiSeed);
+    // The C library does not know of the fibers. The C++ library's reference counts are atomic only when
+    // there are threads.
+    __libc_single_threaded = 0;
     s_pRunning = this;
 }
 
