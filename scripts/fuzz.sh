@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Builds the fuzzers (clang, with the sanitizers of the preset asan) and lets each run, one after the other. They
-# start from tests/fuzz/corpus and what earlier runs kept in build/fuzz/corpus. An input that breaks something is
-# left in build/fuzz, and "build/fuzz/bin/tests/FUZZER INPUT" repeats it.
+# Builds the fuzzers (clang, with the sanitizers of the preset asan) and lets them run, as many at once as there
+# are cores. They start from tests/fuzz/corpus and what earlier runs kept in build/fuzz/corpus. An input that
+# breaks something is left in build/fuzz, and "build/fuzz/bin/tests/FUZZER INPUT" repeats it.
 #
 #   scripts/fuzz.sh [SECONDS [FUZZER...]]
 #
@@ -16,21 +16,27 @@ if [ $# -eq 0 ]; then
     set -- FuzzSplit FuzzVariant FuzzPool
 fi
 
+jobs=$(getconf _NPROCESSORS_ONLN)
 cmake --preset fuzz >/dev/null
-cmake --build --preset fuzz -j "$(getconf _NPROCESSORS_ONLN)"
+cmake --build --preset fuzz -j "$jobs"
 
-for fuzzer in "$@"; do
+run_fuzzer()
+{
+    local fuzzer=$1 corpus kept log=build/fuzz/$1.log runs coverage
     corpus=$(echo "${fuzzer#Fuzz}" | tr '[:upper:]' '[:lower:]')
     kept=build/fuzz/corpus/$corpus
-    log=build/fuzz/$fuzzer.log
     mkdir -p "$kept"
     if ! "build/fuzz/bin/tests/$fuzzer" -max_total_time="$limit" -timeout=120 -print_final_stats=1 \
         -artifact_prefix="build/fuzz/$fuzzer-" "$kept" "tests/fuzz/corpus/$corpus" >"$log" 2>&1; then
         tail -50 "$log" >&2
         echo "$fuzzer: broken, see $log" >&2
-        exit 1
+        return 1
     fi
     runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log")
     coverage=$(sed -n 's/.* \(cov: [0-9]* ft: [0-9]*\) corp: \([0-9]*\).*/\1, \2 inputs kept/p' "$log" | tail -1)
     echo "$fuzzer: $limit s, $runs runs, $coverage"
-done
+}
+
+export limit
+export -f run_fuzzer
+printf '%s\n' "$@" | xargs -P "$jobs" -I{} bash -euo pipefail -c 'run_fuzzer {}'
