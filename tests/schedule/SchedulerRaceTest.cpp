@@ -101,6 +101,36 @@ protected:
         thrOther.join();
     }
 
+    /// One thread waits for a flag that the other sets, and frees all that belongs to it. The notification
+    /// may come too late unless it comes under the lock.
+    static void FreeWhenNotified(bool _bUnderLock)
+    {
+        struct ST_Flag
+        {
+            std::mutex m_mtxFlag;
+            std::condition_variable m_cvFlag;
+            bool m_bFlag = false;
+        };
+        auto pFlag = std::make_unique<ST_Flag>();
+        std::thread thrOther(
+            [pRaw = pFlag.get(), _bUnderLock]
+            {
+                std::unique_lock<std::mutex> lock(pRaw->m_mtxFlag);
+                pRaw->m_bFlag = true;
+                if (!_bUnderLock)
+                {
+                    lock.unlock();
+                }
+                pRaw->m_cvFlag.notify_one();
+            });
+        {
+            std::unique_lock<std::mutex> lock(pFlag->m_mtxFlag);
+            pFlag->m_cvFlag.wait(lock, [&] { return pFlag->m_bFlag; });
+        }
+        pFlag.reset();
+        thrOther.join();
+    }
+
     /// Each thread writes its word and reads the other's. One of them sees the other, if all agree on one
     /// order.
     template <std::memory_order ORDER>
@@ -208,6 +238,86 @@ TEST_F(SchedulerRaceTest, TouchOfFreedMemoryIsFound)
     const std::string strFailure = RunRandom(funBody);
     EXPECT_EQ(strFailure.substr(0, strFailure.find(':')),
               "freed memory is used as an atomic word by thread 1");
+}
+
+TEST_F(SchedulerRaceTest, NotificationOfAFreedConditionIsFound)
+{
+    const std::string strFailure = RunRandom([] { FreeWhenNotified(false); });
+    EXPECT_EQ(strFailure.substr(0, strFailure.find(':')), "freed memory is notified by thread 1");
+    EXPECT_EQ(RunRandom([] { FreeWhenNotified(true); }), "");
+}
+
+TEST_F(SchedulerRaceTest, LockFreedBeforeItIsTakenIsFound)
+{
+    using Lock = std::shared_mutex;
+    const std::vector<void (*)(Lock&)> vecUses{
+        [](Lock& _smLock) { const std::unique_lock<Lock> lock(_smLock); },
+        [](Lock& _smLock) { const std::shared_lock<Lock> lock(_smLock); },
+        [](Lock& _smLock) { const std::unique_lock<Lock> lock(_smLock, std::try_to_lock); },
+        [](Lock& _smLock) { const std::shared_lock<Lock> lock(_smLock, std::try_to_lock); }};
+    for (const auto funUse : vecUses)
+    {
+        const auto funBody = [funUse]
+        {
+            auto pLock = std::make_unique<Lock>();
+            std::atomic<bool> bThere{true};
+            std::thread thrOther(
+                [&bThere, funUse, pRaw = pLock.get()]
+                {
+                    if (bThere)
+                    {
+                        funUse(*pRaw);
+                    }
+                });
+            bThere = false;
+            pLock->lock(); // nobody holds it
+            pLock->unlock();
+            pLock.reset();
+            thrOther.join();
+        };
+        const std::string strFailure = RunRandom(funBody);
+        EXPECT_EQ(strFailure.substr(0, strFailure.find(':')),
+                  "freed memory is locked or unlocked by thread 1");
+    }
+}
+
+TEST_F(SchedulerRaceTest, LockFreedWhileItsHolderWaitsIsFound)
+{
+    const auto funBody = []
+    {
+        auto pLock = std::make_unique<std::mutex>();
+        std::condition_variable cvNever;
+        std::thread thrOther(
+            [&cvNever, pRaw = pLock.get()]
+            {
+                std::unique_lock<std::mutex> lock(*pRaw);
+                cvNever.wait_for(lock, std::chrono::seconds(2));
+            });
+        std::this_thread::sleep_for(std::chrono::seconds(1));
+        pLock.reset();
+        thrOther.join();
+    };
+    const std::string strFailure = RunRandom(funBody, 1);
+    EXPECT_EQ(strFailure.substr(0, strFailure.find(':')), "freed memory is locked or unlocked by thread 1");
+}
+
+TEST_F(SchedulerRaceTest, DestroyingAConditionThatSomebodyWaitsForIsFound)
+{
+    const auto funBody = []
+    {
+        std::mutex mtxLock;
+        auto cvCondition = std::make_optional<std::condition_variable>();
+        std::thread thrOther(
+            [&]
+            {
+                std::unique_lock<std::mutex> lock(mtxLock);
+                cvCondition->wait(lock);
+            });
+        std::this_thread::sleep_for(std::chrono::seconds(1));
+        cvCondition.reset();
+        thrOther.join();
+    };
+    EXPECT_EQ(RunRandom(funBody, 1), "thread 0 destroys a condition that thread 1 waits for");
 }
 
 TEST_F(SchedulerRaceTest, FreeingAHeldLockIsFound)

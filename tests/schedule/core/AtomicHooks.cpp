@@ -17,14 +17,10 @@ constexpr int SEQUENTIAL = static_cast<int>(std::memory_order_seq_cst);
 
 CLS_Scheduler* Reach(n_Step _iStep, const volatile void* _pPlace)
 {
-    const void* const pPlace = const_cast<const void*>(_pPlace);
-    Memory::CheckAccess(pPlace, "used as an atomic word");
     CLS_Scheduler* const pScheduler = CLS_Scheduler::GetActive();
     if (pScheduler != nullptr)
     {
-        pScheduler->Reach(_iStep, pPlace);
-        // Others have run meanwhile.
-        Memory::CheckAccess(pPlace, "used as an atomic word");
+        pScheduler->Reach(_iStep, const_cast<const void*>(_pPlace));
     }
     return pScheduler;
 }

@@ -1,7 +1,6 @@
 // The system's functions for condition variables, as a controlled thread calls them.
 
 #include "tests/schedule/core/Clocks.h"
-#include "tests/schedule/core/Memory.h"
 #include "tests/schedule/core/Scheduler.h"
 
 #include <cerrno>
@@ -11,7 +10,6 @@ namespace
 {
 int Wait(const void* _pCondition, const void* _pLock, std::int64_t _nsUntil)
 {
-    Memory::CheckAccess(_pCondition, "waited for");
     CLS_Scheduler* const pScheduler = CLS_Scheduler::GetActive();
     return pScheduler == nullptr || pScheduler->WaitForCondition(_pCondition, _pLock, _nsUntil) ? 0
                                                                                                 : ETIMEDOUT;
@@ -19,7 +17,6 @@ int Wait(const void* _pCondition, const void* _pLock, std::int64_t _nsUntil)
 
 int Notify(const void* _pCondition, bool _bAll)
 {
-    Memory::CheckAccess(_pCondition, "notified");
     if (CLS_Scheduler* const pScheduler = CLS_Scheduler::GetActive())
     {
         pScheduler->Notify(_pCondition, _bAll);
@@ -54,8 +51,12 @@ extern "C"
     {
         return Notify(_pCondition, true);
     }
-    int pthread_cond_destroy(pthread_cond_t*) noexcept
+    int pthread_cond_destroy(pthread_cond_t* _pCondition) noexcept
     {
+        if (CLS_Scheduler* const pScheduler = CLS_Scheduler::GetActive())
+        {
+            pScheduler->DestroyCondition(_pCondition);
+        }
         return 0;
     }
 }

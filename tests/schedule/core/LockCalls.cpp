@@ -1,7 +1,6 @@
 // The system's functions for locks, as a controlled thread calls them. Outside of a schedule there is one
 // thread alone, and nothing to lock.
 
-#include "tests/schedule/core/Memory.h"
 #include "tests/schedule/core/Scheduler.h"
 
 #include <cerrno>
@@ -9,16 +8,9 @@
 
 namespace
 {
-/// The scheduler, when it is asked for a lock that is still there.
-CLS_Scheduler* GetScheduler(const void* _pLock)
-{
-    Memory::CheckAccess(_pLock, "locked or unlocked");
-    return CLS_Scheduler::GetActive();
-}
-
 int Lock(const void* _pLock)
 {
-    if (CLS_Scheduler* const pScheduler = GetScheduler(_pLock))
+    if (CLS_Scheduler* const pScheduler = CLS_Scheduler::GetActive())
     {
         pScheduler->Lock(_pLock);
     }
@@ -27,7 +19,7 @@ int Lock(const void* _pLock)
 
 int LockShared(const void* _pLock)
 {
-    if (CLS_Scheduler* const pScheduler = GetScheduler(_pLock))
+    if (CLS_Scheduler* const pScheduler = CLS_Scheduler::GetActive())
     {
         pScheduler->LockShared(_pLock);
     }
@@ -36,13 +28,13 @@ int LockShared(const void* _pLock)
 
 int TryLock(const void* _pLock, bool _bShared)
 {
-    CLS_Scheduler* const pScheduler = GetScheduler(_pLock);
+    CLS_Scheduler* const pScheduler = CLS_Scheduler::GetActive();
     return pScheduler == nullptr || pScheduler->TryLock(_pLock, _bShared) ? 0 : EBUSY;
 }
 
 int Unlock(const void* _pLock)
 {
-    if (CLS_Scheduler* const pScheduler = GetScheduler(_pLock))
+    if (CLS_Scheduler* const pScheduler = CLS_Scheduler::GetActive())
     {
         pScheduler->Unlock(_pLock);
     }

@@ -131,17 +131,22 @@ bool IsFreed(const void* _pPlace)
     return stArena.Contains(_pPlace) && stArena.m_pGranules[stArena.GetGranule(_pPlace)] == GRANULE_FREED;
 }
 
-void CheckAccess(const void* _pPlace, const char* _szAccess)
+void CheckAccess(CLS_Scheduler& _clsScheduler, const void* _pPlace, const char* _szAccess)
 {
     if (IsFreed(_pPlace))
     {
-        if (CLS_Scheduler* const pScheduler = CLS_Scheduler::GetActive())
-        {
-            const CLS_Scheduler::CLS_Inside clsInside;
-            pScheduler->Fail("freed memory is " + std::string(_szAccess) + " by " +
-                             pScheduler->GetThreadName(pScheduler->GetCurrentNumber()) + ": " +
-                             Describe(_pPlace));
-        }
+        const CLS_Scheduler::CLS_Inside clsInside;
+        _clsScheduler.Fail("freed memory is " + std::string(_szAccess) + " by " +
+                           _clsScheduler.GetThreadName(_clsScheduler.GetCurrentNumber()) + ": " +
+                           Describe(_pPlace));
+    }
+}
+
+void CheckAccess(const void* _pPlace, const char* _szAccess)
+{
+    if (CLS_Scheduler* const pScheduler = CLS_Scheduler::GetActive())
+    {
+        CheckAccess(*pScheduler, _pPlace, _szAccess);
     }
 }
 

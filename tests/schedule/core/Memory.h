@@ -3,6 +3,8 @@
 #include <cstddef>
 #include <string>
 
+class CLS_Scheduler;
+
 /// The memory that the program under a schedule asks for. It comes from a place of its own, in the same order
 /// at the same addresses every time, and what is freed is not used again before the next schedule: so a touch
 /// of freed memory is noticed, and schedules repeat.
@@ -17,6 +19,8 @@ std::size_t CountBlocks();
 bool IsFreed(const void* _pPlace);
 
 /// Ends the schedule when the place is in memory that was freed.
+void CheckAccess(CLS_Scheduler& _clsScheduler, const void* _pPlace, const char* _szAccess);
+/// The same for code that may run outside of a schedule.
 void CheckAccess(const void* _pPlace, const char* _szAccess);
 
 /// The number of the block and the place in it, or the name of a variable.

@@ -1,14 +1,24 @@
 // What the threads of a schedule do: each operation announces itself, waits until it may be done, and is
 // done.
 
+#include "tests/schedule/core/Memory.h"
 #include "tests/schedule/core/Scheduler.h"
 
 #include <algorithm>
 
-void CLS_Scheduler::Reach(n_Step _iStep, const void* _pObject)
+namespace
+{
+// What is done to memory that must be there.
+constexpr const char* USED_AS_WORD = "used as an atomic word";
+constexpr const char* USED_AS_LOCK = "locked or unlocked";
+constexpr const char* WAITED_FOR = "waited for";
+constexpr const char* NOTIFIED = "notified";
+} // namespace
+
+void CLS_Scheduler::Reach(n_Step _iStep, const void* _pWord)
 {
     const CLS_Inside clsInside;
-    WaitFor(_iStep, _pObject, WAIT_NOTHING);
+    WaitAt(_iStep, _pWord, WAIT_NOTHING, USED_AS_WORD);
 }
 
 void CLS_Scheduler::ShowStores()
@@ -29,7 +39,7 @@ void CLS_Scheduler::Lock(const void* _pLock)
 {
     const CLS_Inside clsInside;
     GetCurrent().m_pLock = _pLock;
-    WaitFor(STEP_LOCK, _pLock, WAIT_LOCK);
+    WaitAt(STEP_LOCK, _pLock, WAIT_LOCK, USED_AS_LOCK);
     ShowStores();
     m_clsLocks.Take(_pLock, m_iCurrent);
 }
@@ -38,7 +48,7 @@ void CLS_Scheduler::LockShared(const void* _pLock)
 {
     const CLS_Inside clsInside;
     GetCurrent().m_pLock = _pLock;
-    WaitFor(STEP_LOCK_SHARED, _pLock, WAIT_SHARED);
+    WaitAt(STEP_LOCK_SHARED, _pLock, WAIT_SHARED, USED_AS_LOCK);
     ShowStores();
     m_clsLocks.TakeShared(_pLock);
 }
@@ -46,7 +56,7 @@ void CLS_Scheduler::LockShared(const void* _pLock)
 bool CLS_Scheduler::TryLock(const void* _pLock, bool _bShared)
 {
     const CLS_Inside clsInside;
-    WaitFor(STEP_TRY_LOCK, _pLock, WAIT_NOTHING);
+    WaitAt(STEP_TRY_LOCK, _pLock, WAIT_NOTHING, USED_AS_LOCK);
     ShowStores();
     if (!(_bShared ? m_clsLocks.IsOpen(_pLock) : m_clsLocks.IsFree(_pLock)))
     {
@@ -66,7 +76,7 @@ bool CLS_Scheduler::TryLock(const void* _pLock, bool _bShared)
 void CLS_Scheduler::Unlock(const void* _pLock)
 {
     const CLS_Inside clsInside;
-    WaitFor(STEP_UNLOCK, _pLock, WAIT_NOTHING);
+    WaitAt(STEP_UNLOCK, _pLock, WAIT_NOTHING, USED_AS_LOCK);
     ShowStores();
     if (!m_clsLocks.Give(_pLock, m_iCurrent))
     {
@@ -78,7 +88,7 @@ bool CLS_Scheduler::WaitForCondition(const void* _pCondition, const void* _pLock
 {
     const CLS_Inside clsInside;
     // Giving the lock back and waiting is one step: no notification comes between.
-    WaitFor(STEP_WAIT, _pCondition, WAIT_NOTHING);
+    WaitAt(STEP_WAIT, _pCondition, WAIT_NOTHING, WAITED_FOR);
     ShowStores();
     if (!m_clsLocks.Give(_pLock, m_iCurrent))
     {
@@ -89,6 +99,8 @@ bool CLS_Scheduler::WaitForCondition(const void* _pCondition, const void* _pLock
     stSelf.m_nsUntil = _nsUntil;
     stSelf.m_bTimedOut = true; // unless something else comes first
     WaitFor(STEP_WAIT, _pCondition, WAIT_CONDITION);
+    // The condition may be gone once its waiters were notified; the lock may not.
+    Memory::CheckAccess(*this, _pLock, USED_AS_LOCK);
     m_clsLocks.Take(_pLock, m_iCurrent);
     return !stSelf.m_bTimedOut;
 }
@@ -96,16 +108,9 @@ bool CLS_Scheduler::WaitForCondition(const void* _pCondition, const void* _pLock
 void CLS_Scheduler::Notify(const void* _pCondition, bool _bAll)
 {
     const CLS_Inside clsInside;
-    WaitFor(_bAll ? STEP_NOTIFY_ALL : STEP_NOTIFY_ONE, _pCondition, WAIT_NOTHING);
+    WaitAt(_bAll ? STEP_NOTIFY_ALL : STEP_NOTIFY_ONE, _pCondition, WAIT_NOTHING, NOTIFIED);
     ShowStores();
-    std::vector<ST_Thread*> vecWaiting;
-    for (std::size_t i = 0; i < m_uiThreads; ++i)
-    {
-        if (m_vecThreads[i]->m_iWaitFor == WAIT_CONDITION && m_vecThreads[i]->m_pObject == _pCondition)
-        {
-            vecWaiting.push_back(m_vecThreads[i].get());
-        }
-    }
+    std::vector<ST_Thread*> vecWaiting = FindWaiting(_pCondition);
     if (!_bAll && !vecWaiting.empty())
     {
         vecWaiting = {vecWaiting[m_clsStrategy.Draw(vecWaiting.size())]};
@@ -113,6 +118,17 @@ void CLS_Scheduler::Notify(const void* _pCondition, bool _bAll)
     for (ST_Thread* const pThread : vecWaiting)
     {
         StopWaiting(*pThread);
+    }
+}
+
+void CLS_Scheduler::DestroyCondition(const void* _pCondition)
+{
+    const CLS_Inside clsInside;
+    const std::vector<ST_Thread*> vecWaiting = FindWaiting(_pCondition);
+    if (!vecWaiting.empty())
+    {
+        Fail(GetCurrent().m_strName + " destroys a condition that " + vecWaiting.front()->m_strName +
+             " waits for");
     }
 }
 

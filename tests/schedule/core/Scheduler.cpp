@@ -198,6 +198,15 @@ void CLS_Scheduler::WaitFor(n_Step _iStep, const void* _pObject, n_WaitFor _iWai
     GoOn();
 }
 
+/// The same for something in memory that must be there: when the thread announces it, and when it may do it,
+/// for others have run meanwhile.
+void CLS_Scheduler::WaitAt(n_Step _iStep, const void* _pObject, n_WaitFor _iWaitFor, const char* _szAccess)
+{
+    Memory::CheckAccess(*this, _pObject, _szAccess);
+    WaitFor(_iStep, _pObject, _iWaitFor);
+    Memory::CheckAccess(*this, _pObject, _szAccess);
+}
+
 /// Lets the strategy choose. Returns when it has chosen the calling thread.
 void CLS_Scheduler::GoOn()
 {
@@ -326,18 +335,27 @@ void CLS_Scheduler::LeaveToChance()
 
 void CLS_Scheduler::WakeForNoReason()
 {
-    std::vector<ST_Thread*> vecWaiting;
-    for (std::size_t i = 0; i < m_uiThreads; ++i)
-    {
-        if (m_vecThreads[i]->m_iWaitFor == WAIT_CONDITION)
-        {
-            vecWaiting.push_back(m_vecThreads[i].get());
-        }
-    }
+    const std::vector<ST_Thread*> vecWaiting = FindWaiting(nullptr);
     if (!vecWaiting.empty())
     {
         StopWaiting(*vecWaiting[m_clsStrategy.Draw(vecWaiting.size())]);
     }
+}
+
+/// Those who wait for this condition; null for any.
+std::vector<CLS_Scheduler::ST_Thread*> CLS_Scheduler::FindWaiting(const void* _pCondition)
+{
+    std::vector<ST_Thread*> vecWaiting;
+    for (std::size_t i = 0; i < m_uiThreads; ++i)
+    {
+        ST_Thread& stThread = *m_vecThreads[i];
+        if (stThread.m_iWaitFor == WAIT_CONDITION &&
+            (_pCondition == nullptr || stThread.m_pObject == _pCondition))
+        {
+            vecWaiting.push_back(&stThread);
+        }
+    }
+    return vecWaiting;
 }
 
 /// What was waited for has come: from the wait for a condition to the wait for its lock.

@@ -72,8 +72,9 @@ public:
         CLS_Scheduler* const m_pBefore;
     };
 
-    /// A step that waits for nothing. The calling thread takes it after the return.
-    void Reach(n_Step _iStep, const void* _pObject);
+    /// A step that waits for nothing: a yield, a fence or the use of an atomic word. The calling thread takes
+    /// it after the return.
+    void Reach(n_Step _iStep, const void* _pWord);
     /// The end of what the calling thread's stores may be late for.
     void ShowStores();
     CLS_StoreBuffer& GetStores() { return GetCurrent().m_clsStores; }
@@ -88,6 +89,8 @@ public:
     /// Gives the lock back, waits, and takes the lock again. False when _nsUntil came first.
     bool WaitForCondition(const void* _pCondition, const void* _pLock, std::int64_t _nsUntil);
     void Notify(const void* _pCondition, bool _bAll);
+    /// Fails when somebody waits for it. No step.
+    void DestroyCondition(const void* _pCondition);
 
     void SleepUntil(std::int64_t _nsUntil);
     void SleepFor(std::int64_t _nsLength);
@@ -166,6 +169,7 @@ private:
     void EndThread();
 
     void WaitFor(n_Step _iStep, const void* _pObject, n_WaitFor _iWaitFor);
+    void WaitAt(n_Step _iStep, const void* _pObject, n_WaitFor _iWaitFor, const char* _szAccess);
     void GoOn();
     int ChooseNext();
     void CollectReady();
@@ -173,6 +177,7 @@ private:
     bool PassTime();
     void LeaveToChance();
     void WakeForNoReason();
+    std::vector<ST_Thread*> FindWaiting(const void* _pCondition);
     static void StopWaiting(ST_Thread& _stThread);
     void NoteStep(int _iThread);
     void CheckLimits();
