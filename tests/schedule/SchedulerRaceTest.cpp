@@ -219,6 +219,30 @@ TEST_F(SchedulerRaceTest, LateStoresShowWhatReleaseAllows)
     EXPECT_EQ(RunRandom(WriteThenReadOther<std::memory_order_seq_cst>), "");
 }
 
+TEST_F(SchedulerRaceTest, ExhaustiveSearchSeesStoresOneByOneOrAsLateAsCanBe)
+{
+    const auto funInTurn = []
+    {
+        std::atomic<int> iFirst{0};
+        std::atomic<int> iSecond{0};
+        std::thread thrOther(
+            [&]
+            {
+                iFirst.store(1, std::memory_order_release);
+                iSecond.store(1, std::memory_order_release);
+            });
+        const int iSeen = iFirst.load();
+        Require(iSeen <= iSecond.load(), "the first store is seen without the second");
+        thrOther.join();
+    };
+    const auto funCrosswise = WriteThenReadOther<std::memory_order_release>;
+    EXPECT_EQ(RunAll(2, funInTurn), "the first store is seen without the second");
+    EXPECT_EQ(RunAll(2, funCrosswise), "");
+    m_stOptions.m_bLateStores = true;
+    EXPECT_EQ(RunAll(2, funInTurn), "");
+    EXPECT_EQ(RunAll(2, funCrosswise), "neither sees the other");
+}
+
 TEST_F(SchedulerRaceTest, StoresAreInTimeUnlessAskedFor)
 {
     EXPECT_EQ(RunRandom(WriteThenReadOther<std::memory_order_release>), "");

@@ -8,6 +8,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <iostream>
+#include <regex>
 
 namespace
 {
@@ -34,7 +35,7 @@ bool RunLastAgain(const ST_Scenario& _stScenario, const std::string& _strStrateg
 {
     const ST_Outcome& stFirst = _clsFirst.GetExploration().GetOutcome();
     CLS_Runner clsAgain(_stScenario, _strStrategy, !stFirst.m_strFailure.empty());
-    if (_strStrategy == "exhaustive")
+    if (CLS_Runner::IsExhaustive(_strStrategy))
     {
         clsAgain.RunDelays(_clsFirst.GetDelays());
     }
@@ -61,7 +62,7 @@ bool RunRow(const ST_Options& _stOptions, const ST_Scenario& _stScenario, const 
 {
     const auto tpBegin = std::chrono::steady_clock::now();
     CLS_Runner clsRunner(_stScenario, _strStrategy);
-    const bool bExhaustive = _strStrategy == "exhaustive";
+    const bool bExhaustive = CLS_Runner::IsExhaustive(_strStrategy);
     const bool bPassed =
         clsRunner.Run(_stOptions.m_uiFirst, bExhaustive ? _stOptions.m_uiExhaustive : _stOptions.m_uiCount);
     const std::chrono::duration<double> sTaken = std::chrono::steady_clock::now() - tpBegin;
@@ -80,7 +81,7 @@ bool RunRow(const ST_Options& _stOptions, const ST_Scenario& _stScenario, const 
 /// found.
 void Measure(const ST_Options& _stOptions, const ST_Scenario& _stScenario, const std::string& _strStrategy)
 {
-    const int iBases = _strStrategy == "exhaustive" ? 1 : _stOptions.m_iMeasure;
+    const int iBases = CLS_Runner::IsExhaustive(_strStrategy) ? 1 : _stOptions.m_iMeasure;
     std::string strFailure;
     std::string strCounts;
     bool bPassed = false;
@@ -128,22 +129,102 @@ bool RunScenario(const ST_Options& _stOptions, const ST_Scenario& _stScenario)
     return bPassed;
 }
 
+std::vector<std::string> GetScenarioNames()
+{
+    std::vector<std::string> vecNames;
+    for (const ST_Scenario& stScenario : GetAllScenarios())
+    {
+        vecNames.push_back(stScenario.m_strName);
+    }
+    return vecNames;
+}
+
+constexpr const char* NUMBER = "[0-9]{1,18}";
+constexpr const char* COUNT = "[1-9][0-9]{0,17}";
+constexpr const char* DELAYS = "([0-9]{1,6}(,[0-9]{1,6})*)?";
+
+/// Lets texts of this form pass.
+CLI::Validator Match(const char* _szForm, const std::string& _strName)
+{
+    return CLI::Validator(
+        [regForm = std::regex(_szForm), _strName](const std::string& _strText)
+        { return std::regex_match(_strText, regForm) ? "" : _strText + " is no " + _strName; },
+        "");
+}
+
 void AddOptions(CLI::App& _clsApp, ST_Options& _stOptions)
 {
     _clsApp.add_flag("--list", _stOptions.m_bList, "print the scenarios");
-    _clsApp.add_option("--scenario", _stOptions.m_strScenario, "this one alone");
+    _clsApp.add_option("--scenario", _stOptions.m_strScenario, "this one alone")
+        ->check(CLI::IsMember(GetScenarioNames()));
     _clsApp.add_option("--strategy", _stOptions.m_strStrategy, "this one alone")
         ->check(CLI::IsMember(CLS_Runner::GetStrategies()));
-    _clsApp.add_option("--first", _stOptions.m_uiFirst, "the first seed");
-    _clsApp.add_option("--seeds", _stOptions.m_uiCount, "how many, for each scenario and strategy");
-    _clsApp.add_option("--exhaustive", _stOptions.m_uiExhaustive,
-                       "how many schedules of an exhaustive search");
-    _clsApp.add_option("--measure", _stOptions.m_iMeasure,
-                       "print how many schedules it takes to fail, from so many first seeds");
+    _clsApp.add_option("--first", _stOptions.m_uiFirst, "the first seed")->check(Match(NUMBER, "number"));
+    _clsApp.add_option("--seeds", _stOptions.m_uiCount, "how many, for each scenario and strategy")
+        ->check(Match(COUNT, "count"));
+    _clsApp
+        .add_option("--exhaustive", _stOptions.m_uiExhaustive, "how many schedules of an exhaustive search")
+        ->check(Match(COUNT, "count"));
+    _clsApp
+        .add_option("--measure", _stOptions.m_iMeasure,
+                    "print how many schedules it takes to fail, from so many first seeds")
+        ->check(Match(COUNT, "count"));
+}
+
+/// For one schedule alone.
+void AddRepetition(CLI::App& _clsApp, ST_Options& _stOptions)
+{
     _stOptions.m_pSeed =
-        _clsApp.add_option("--seed", _stOptions.m_uiSeed, "run this one and print its steps");
-    _stOptions.m_pDelays = _clsApp.add_option(
-        "--delays", _stOptions.m_strDelays, "run this schedule of an exhaustive search and print its steps");
+        _clsApp.add_option("--seed", _stOptions.m_uiSeed, "run this one and print its steps")
+            ->check(Match(NUMBER, "number"));
+    _stOptions.m_pDelays = _clsApp
+                               .add_option("--delays", _stOptions.m_strDelays,
+                                           "run this schedule of an exhaustive search and print its steps")
+                               ->check(Match(DELAYS, "list of steps"));
+    for (CLI::Option* const pOne : {_stOptions.m_pSeed, _stOptions.m_pDelays})
+    {
+        pOne->needs("--scenario")->needs("--strategy")->excludes("--measure")->excludes("--list");
+    }
+    _stOptions.m_pSeed->excludes(_stOptions.m_pDelays);
+}
+
+/// What is wrong with options that are right one by one; "" when nothing is.
+std::string CheckTogether(const ST_Options& _stOptions)
+{
+    const bool bExhaustive = CLS_Runner::IsExhaustive(_stOptions.m_strStrategy);
+    if (*_stOptions.m_pSeed && bExhaustive)
+    {
+        return "--seed is not for " + _stOptions.m_strStrategy;
+    }
+    if (*_stOptions.m_pDelays && !bExhaustive)
+    {
+        return "--delays is not for " + _stOptions.m_strStrategy;
+    }
+    for (const ST_Scenario& stScenario : GetAllScenarios())
+    {
+        if (stScenario.m_strName == _stOptions.m_strScenario && !_stOptions.m_strStrategy.empty() &&
+            !CLS_Runner::IsMeant(stScenario, _stOptions.m_strStrategy))
+        {
+            return _stOptions.m_strStrategy + " is not for " + _stOptions.m_strScenario;
+        }
+    }
+    return "";
+}
+
+/// All scenarios that were asked for. False when a schedule failed.
+bool RunScenarios(const ST_Options& _stOptions)
+{
+    PrepareProcess();
+    Crashes::TurnIntoFailures();
+    bool bPassed = true;
+    for (const ST_Scenario& stScenario : GetAllScenarios())
+    {
+        if (_stOptions.m_strScenario.empty() || _stOptions.m_strScenario == stScenario.m_strName)
+        {
+            bPassed = RunScenario(_stOptions, stScenario) && bPassed;
+        }
+    }
+    return bPassed;
 }
 } // namespace
 
@@ -152,27 +233,33 @@ int main(int _iCount, char** _ppTexts) // NOLINT(bugprone-exception-escape)
     ST_Options stOptions;
     CLI::App clsApp("Runs the pool under schedules that are chosen");
     AddOptions(clsApp, stOptions);
-    CLI11_PARSE(clsApp, _iCount, _ppTexts);
-    PrepareProcess();
-    Crashes::TurnIntoFailures();
-    bool bPassed = true;
-    bool bFound = false;
-    for (const ST_Scenario& stScenario : GetAllScenarios())
+    AddRepetition(clsApp, stOptions);
+    std::string strWrong;
+    try
     {
-        if (stOptions.m_bList)
-        {
-            std::cout << stScenario.m_strName << std::endl;
-        }
-        else if (stOptions.m_strScenario.empty() || stOptions.m_strScenario == stScenario.m_strName)
-        {
-            bFound = true;
-            bPassed = RunScenario(stOptions, stScenario) && bPassed;
-        }
+        clsApp.parse(_iCount, _ppTexts);
+        strWrong = CheckTogether(stOptions);
     }
-    if (!bFound && !stOptions.m_bList)
+    catch (const CLI::ParseError& exError)
     {
-        std::cerr << "There is no such scenario" << std::endl;
+        if (exError.get_exit_code() == 0)
+        {
+            return clsApp.exit(exError); // help was asked for
+        }
+        strWrong = exError.what();
+    }
+    if (!strWrong.empty())
+    {
+        std::cerr << strWrong << std::endl;
         return 2;
     }
-    return bPassed ? 0 : 1;
+    if (stOptions.m_bList)
+    {
+        for (const std::string& strName : GetScenarioNames())
+        {
+            std::cout << strName << std::endl;
+        }
+        return 0;
+    }
+    return RunScenarios(stOptions) ? 0 : 1;
 }

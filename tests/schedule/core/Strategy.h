@@ -66,8 +66,9 @@ private:
 };
 
 /// Every schedule with at most _iDelays delays, one after the other. Without a delay the running thread goes
-/// on as long as it can, then the next one in turn; a delay passes the one over whose turn it is. Nothing
-/// else is left to chance. The seed counts for nothing.
+/// on as long as it can, then the next one in turn; a delay passes the one over whose turn it is. Whatever
+/// else is left to chance takes its ordinary course: no wake-up without a reason, the first waiter is
+/// notified, and late stores are as late as they can be. The seed counts for nothing.
 class CLS_ExhaustiveStrategy : public CLS_Strategy
 {
 public:

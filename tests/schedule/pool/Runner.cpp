@@ -7,14 +7,20 @@
 
 bool CLS_Runner::IsMeant(const ST_Scenario& _stScenario, const std::string& _strStrategy)
 {
-    return _strStrategy == "exhaustive" ? _stScenario.m_bSmall
-           : _strStrategy == "slow"     ? !_stScenario.m_bTimed
-                                        : true;
+    return IsExhaustive(_strStrategy) ? _stScenario.m_bSmall
+           : _strStrategy == "slow"   ? !_stScenario.m_bTimed
+                                      : true;
+}
+
+bool CLS_Runner::IsExhaustive(const std::string& _strStrategy)
+{
+    return _strStrategy == "exhaustive" || _strStrategy == "exhaustive-late";
 }
 
 const std::vector<std::string>& CLS_Runner::GetStrategies()
 {
-    static const std::vector<std::string> s_vecStrategies{"random", "slow", "pct2", "pct3", "exhaustive"};
+    static const std::vector<std::string> s_vecStrategies{"random", "slow",       "pct2",
+                                                          "pct3",   "exhaustive", "exhaustive-late"};
     return s_vecStrategies;
 }
 
@@ -30,7 +36,8 @@ ST_ScheduleOptions CLS_Runner::MakeOptions(bool _bTrace)
     ST_ScheduleOptions stOptions;
     stOptions.m_uiSpuriousOneIn = 50;
     stOptions.m_uiEarlyOneIn = m_strStrategy == "slow" ? 40 : 0;
-    stOptions.m_bLateStores = true;
+    // The search draws nothing: it sees each store at once, or as late as can be.
+    stOptions.m_bLateStores = m_strStrategy != "exhaustive";
     stOptions.m_nsShortestSleep = m_stScenario.m_nsShortestSleep.count();
     stOptions.m_bRequireNoBlocks = true;
     stOptions.m_bTrace = _bTrace;
@@ -58,7 +65,7 @@ void CLS_Runner::MakeStrategy()
     {
         m_pStrategy = std::make_unique<CLS_RandomStrategy>();
     }
-    else if (m_strStrategy == "exhaustive")
+    else if (IsExhaustive(m_strStrategy))
     {
         auto pExhaustive = std::make_unique<CLS_ExhaustiveStrategy>(EXHAUSTIVE_DELAYS);
         m_pExhaustive = pExhaustive.get();

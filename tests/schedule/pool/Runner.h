@@ -9,13 +9,15 @@
 #include <vector>
 
 /// Runs one scenario under one strategy: "random", "slow" (random, and time passes although threads could go
-/// on), "pct2", "pct3" or "exhaustive".
+/// on), "pct2", "pct3", "exhaustive" or "exhaustive-late" (the same search, and stores that may be late are
+/// late for as long as they may).
 class CLS_Runner
 {
 public:
     static const std::vector<std::string>& GetStrategies();
     /// Whether the strategy makes sense for the scenario.
     static bool IsMeant(const ST_Scenario& _stScenario, const std::string& _strStrategy);
+    static bool IsExhaustive(const std::string& _strStrategy);
     static constexpr int EXHAUSTIVE_DELAYS = 2;
 
     CLS_Runner(const ST_Scenario& _stScenario, const std::string& _strStrategy, bool _bTrace = false);
