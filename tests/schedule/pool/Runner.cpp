@@ -78,13 +78,21 @@ void CLS_Runner::MakeStrategy()
     }
 }
 
-/// The steps of the schedule without delays: about as many as any has.
+/// The steps of the longest of some random schedules: what the scenario chooses makes a difference.
 std::size_t CLS_Runner::MeasureLength()
 {
-    CLS_ExhaustiveStrategy clsPlain(0);
-    CLS_Exploration clsExploration(clsPlain, MakeOptions(false));
-    clsExploration.RunSeeds(0, 1, m_stScenario.m_funBody);
-    return std::max<std::size_t>(clsExploration.GetOutcome().m_uiSteps, 2);
+    constexpr std::uint64_t MOST_SCHEDULES = 20;
+    constexpr std::uint64_t MOST_STEPS = 100000;
+    CLS_RandomStrategy clsRandom;
+    CLS_Exploration clsExploration(clsRandom, MakeOptions(false));
+    std::size_t uiLength = 2;
+    for (std::uint64_t uiSeed = 1; uiSeed <= MOST_SCHEDULES && clsExploration.CountSteps() < MOST_STEPS;
+         ++uiSeed)
+    {
+        clsExploration.RunSeeds(uiSeed, 1, m_stScenario.m_funBody);
+        uiLength = std::max(uiLength, clsExploration.GetOutcome().m_uiSteps);
+    }
+    return uiLength;
 }
 
 bool CLS_Runner::Run(std::uint64_t _uiFirst, std::uint64_t _uiCount)
