@@ -101,6 +101,16 @@ void Touch(const void* _pPlace, const char* _szAccess)
 {
     Memory::CheckAccess(_pPlace, _szAccess);
 }
+
+/// What is freed is freed from its beginning to its end: a look at both ends of what is touched is enough.
+void TouchRange(const void* _pBegin, std::size_t _uiSize, const char* _szAccess)
+{
+    if (_uiSize > 0)
+    {
+        Touch(_pBegin, _szAccess);
+        Touch(static_cast<const char*>(_pBegin) + _uiSize - 1, _szAccess);
+    }
+}
 } // namespace
 
 extern "C"
@@ -181,13 +191,13 @@ extern "C"
     {
         Touch(_pPlace, "written");
     }
-    void __tsan_read_range(void* _pPlace, std::size_t)
+    void __tsan_read_range(void* _pPlace, std::size_t _uiSize)
     {
-        Touch(_pPlace, "read");
+        TouchRange(_pPlace, _uiSize, "read");
     }
-    void __tsan_write_range(void* _pPlace, std::size_t)
+    void __tsan_write_range(void* _pPlace, std::size_t _uiSize)
     {
-        Touch(_pPlace, "written");
+        TouchRange(_pPlace, _uiSize, "written");
     }
     void __tsan_vptr_read(void** _pPlace)
     {
@@ -349,19 +359,19 @@ extern "C"
     // Some compilers call these for blocks of memory.
     void* __tsan_memcpy(void* _pTo, const void* _pFrom, std::size_t _uiSize)
     {
-        Touch(_pFrom, "read");
-        Touch(_pTo, "written");
+        TouchRange(_pFrom, _uiSize, "read");
+        TouchRange(_pTo, _uiSize, "written");
         return std::memcpy(_pTo, _pFrom, _uiSize);
     }
     void* __tsan_memmove(void* _pTo, const void* _pFrom, std::size_t _uiSize)
     {
-        Touch(_pFrom, "read");
-        Touch(_pTo, "written");
+        TouchRange(_pFrom, _uiSize, "read");
+        TouchRange(_pTo, _uiSize, "written");
         return std::memmove(_pTo, _pFrom, _uiSize);
     }
     void* __tsan_memset(void* _pTo, int _iByte, std::size_t _uiSize)
     {
-        Touch(_pTo, "written");
+        TouchRange(_pTo, _uiSize, "written");
         return std::memset(_pTo, _iByte, _uiSize);
     }
 

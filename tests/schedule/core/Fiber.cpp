@@ -8,7 +8,7 @@ CLS_Fiber::~CLS_Fiber()
 {
     if (m_pStack != nullptr)
     {
-        munmap(m_pStack, STACK_SIZE);
+        munmap(m_pStack, GUARD_SIZE + STACK_SIZE);
     }
 }
 
@@ -21,20 +21,32 @@ void CLS_Fiber::Start(Body _funBody)
 {
     if (m_pStack == nullptr)
     {
-        m_pStack = mmap(nullptr, STACK_SIZE, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        if (m_pStack == MAP_FAILED)
+        void* const pStack =
+            mmap(nullptr, GUARD_SIZE + STACK_SIZE, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (pStack == MAP_FAILED)
         {
-            m_pStack = nullptr;
+            throw std::bad_alloc();
+        }
+        m_pStack = static_cast<char*>(pStack);
+        if (mprotect(m_pStack + GUARD_SIZE, STACK_SIZE, PROT_READ | PROT_WRITE) != 0)
+        {
             throw std::bad_alloc();
         }
     }
     getcontext(&m_stContext);
-    m_stContext.uc_stack.ss_sp = m_pStack;
+    m_stContext.uc_stack.ss_sp = m_pStack + GUARD_SIZE;
     m_stContext.uc_stack.ss_size = STACK_SIZE;
     m_stContext.uc_link = nullptr;
     makecontext(&m_stContext, _funBody, 0);
     m_stExceptions = {};
     m_bFresh = true;
+}
+
+bool CLS_Fiber::FindOnStack(const void* _pPlace, std::size_t& _uiDepth) const
+{
+    const char* const pEnd = m_pStack + GUARD_SIZE + STACK_SIZE;
+    _uiDepth = static_cast<std::size_t>(pEnd - static_cast<const char*>(_pPlace));
+    return m_pStack != nullptr && _uiDepth <= STACK_SIZE;
 }
 
 void CLS_Fiber::SwitchFrom(CLS_Fiber& _clsFrom)

@@ -27,8 +27,13 @@ public:
     /// switches back.
     void SwitchFrom(CLS_Fiber& _clsFrom);
 
+    /// Whether the place is on the fiber's stack, and how far from its beginning.
+    bool FindOnStack(const void* _pPlace, std::size_t& _uiDepth) const;
+
 private:
     static constexpr std::size_t STACK_SIZE = std::size_t{256} * 1024;
+    /// Below it, for a stack that runs over; pages of any size fit in.
+    static constexpr std::size_t GUARD_SIZE = std::size_t{64} * 1024;
 
     /// What the C++ run time keeps for a thread about its exceptions; as in its ABI.
     struct ST_Exceptions
@@ -38,8 +43,8 @@ private:
     };
     static ST_Exceptions& GetExceptions();
 
-    void* m_pStack = nullptr;
-    bool m_bFresh = false; ///< started, and not yet switched to
+    char* m_pStack = nullptr; ///< with the guard
+    bool m_bFresh = false;    ///< started, and not yet switched to
     ucontext_t m_stContext{};
     jmp_buf m_stPlace{};
     ST_Exceptions m_stExceptions;

@@ -9,6 +9,10 @@
 #include <new>
 #include <sys/mman.h>
 
+// The beginning and the end of the program in memory; the linker knows them.
+extern "C" const char __executable_start;
+extern "C" const char _end;
+
 namespace
 {
 constexpr std::size_t GRANULE = 16;
@@ -150,17 +154,32 @@ void CheckAccess(const void* _pPlace, const char* _szAccess)
     }
 }
 
+std::uintptr_t GetNumber(const void* _pPlace)
+{
+    const ST_Arena& stArena = GetArena();
+    const char* const pPlace = static_cast<const char*>(_pPlace);
+    if (stArena.Contains(_pPlace))
+    {
+        return static_cast<std::uintptr_t>(pPlace - stArena.m_pBegin) + 1;
+    }
+    if (pPlace >= &__executable_start && pPlace < &_end)
+    {
+        return ARENA_SIZE + static_cast<std::uintptr_t>(pPlace - &__executable_start);
+    }
+    return 0;
+}
+
 std::string Describe(const void* _pPlace)
 {
     const ST_Arena& stArena = GetArena();
     if (!stArena.Contains(_pPlace))
     {
         Dl_info stInfo{};
-        if (dladdr(_pPlace, &stInfo) != 0 && stInfo.dli_sname != nullptr)
+        if (dladdr(_pPlace, &stInfo) == 0)
         {
-            return stInfo.dli_sname;
+            return "a local variable";
         }
-        return "a local variable";
+        return stInfo.dli_sname != nullptr ? stInfo.dli_sname : "a static variable";
     }
     std::size_t uiFirst = stArena.GetGranule(_pPlace);
     while (stArena.m_pGranules[uiFirst] == GRANULE_NEXT)

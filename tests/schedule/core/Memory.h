@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 
 class CLS_Scheduler;
@@ -22,6 +23,9 @@ bool IsFreed(const void* _pPlace);
 void CheckAccess(CLS_Scheduler& _clsScheduler, const void* _pPlace, const char* _szAccess);
 /// The same for code that may run outside of a schedule.
 void CheckAccess(const void* _pPlace, const char* _szAccess);
+
+/// A number that the place has in every process of the same program; 0 when there is none, as on a stack.
+std::uintptr_t GetNumber(const void* _pPlace);
 
 /// The number of the block and the place in it, or the name of a variable.
 std::string Describe(const void* _pPlace);

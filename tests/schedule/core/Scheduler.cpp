@@ -374,13 +374,30 @@ void CLS_Scheduler::NoteStep(int _iThread)
     {
         stThread.m_iStep = STEP_WAKE;
     }
-    m_stOutcome.m_uiHash =
-        (m_stOutcome.m_uiHash ^ static_cast<std::uint64_t>(_iThread * 32 + stThread.m_iStep)) *
-        0x100000001b3U;
+    for (const std::uint64_t uiPart : {static_cast<std::uint64_t>(_iThread * 32 + stThread.m_iStep),
+                                       static_cast<std::uint64_t>(m_nsNow), GetNumber(stThread.m_pObject)})
+    {
+        m_stOutcome.m_uiHash = (m_stOutcome.m_uiHash ^ uiPart) * 0x100000001b3U;
+    }
     if (m_stOptions.m_bTrace)
     {
         const std::string strText = NameSpecial(stThread);
         m_stOutcome.m_vecTrace.push_back({m_nsNow, stThread.m_strName, stThread.m_iStep, strText,
                                           strText.empty() ? stThread.m_pObject : nullptr});
     }
+}
+
+/// A number that an object has in every process that runs the schedule; 0 for none.
+std::uint64_t CLS_Scheduler::GetNumber(const void* _pObject) const
+{
+    std::uint64_t uiNumber = Memory::GetNumber(_pObject);
+    for (std::size_t i = 0; _pObject != nullptr && uiNumber == 0 && i < m_uiThreads; ++i)
+    {
+        std::size_t uiDepth = 0;
+        if (m_vecThreads[i]->m_clsFiber.FindOnStack(_pObject, uiDepth))
+        {
+            uiNumber = (std::uint64_t{i + 1} << 32U) + uiDepth;
+        }
+    }
+    return uiNumber;
 }

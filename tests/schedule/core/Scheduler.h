@@ -40,6 +40,8 @@ struct ST_ScheduleOptions
 
 /// Runs a program of several threads one step at a time: at every lock, wait, notification, sleep, start,
 /// join and atomic access a strategy decides who goes on. Time is virtual: it passes when everybody waits.
+/// A loop that looks at the clock has to sleep: while it only yields, somebody can go on, time stands still,
+/// and the schedule ends as a livelock.
 ///
 /// The threads are fibers of one thread of the system. They get here through the functions that stand in
 /// front of the system's (LockCalls.cpp and others) and through the hooks that the compiler calls at every
@@ -180,6 +182,7 @@ private:
     std::vector<ST_Thread*> FindWaiting(const void* _pCondition);
     static void StopWaiting(ST_Thread& _stThread);
     void NoteStep(int _iThread);
+    std::uint64_t GetNumber(const void* _pObject) const;
     void CheckLimits();
     std::string NameSpecial(const ST_Thread& _stThread) const;
     std::string NameObject(const void* _pObject) const;

@@ -51,6 +51,6 @@ struct ST_Outcome
     std::size_t m_uiSteps = 0;
     std::size_t m_uiBlocks = 0;      ///< of memory that nobody has freed
     std::int64_t m_nsTime = 0;       ///< virtual time that passed
-    std::uint64_t m_uiHash = 0;      ///< of all steps: equal schedules have equal ones
+    std::uint64_t m_uiHash = 0;      ///< of all steps' moments, threads, kinds and objects
     std::vector<ST_Step> m_vecTrace; ///< the steps, when they were asked for
 };

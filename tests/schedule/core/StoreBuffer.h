@@ -9,7 +9,6 @@ class CLS_StoreBuffer
 {
 public:
     bool IsEmpty() const { return m_deqStores.empty(); }
-    const void* GetOldest() const { return m_deqStores.front().m_pPlace; }
 
     /// _uiSize: 1, 2, 4 or 8.
     void Add(void* _pPlace, std::uint64_t _uiValue, std::size_t _uiSize);
