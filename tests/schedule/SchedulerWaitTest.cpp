@@ -304,3 +304,47 @@ TEST_F(SchedulerWaitTest, WaiterHoldsTheLockWhenItGoesOn)
     };
     EXPECT_EQ(RunRandom(funBody), "");
 }
+
+TEST_F(SchedulerWaitTest, OneThreadInitialisesAndTheOtherWaits)
+{
+    int iInitialised = 0;
+    bool bThrow = true; // then it is tried again
+    const auto funBody = [&]
+    {
+        std::atomic<bool> bInside{false};
+        const auto funInitialise = [&]
+        {
+            Require(!bInside.exchange(true), "two at once");
+            for (int i = 0; i < 50; ++i)
+            {
+                std::this_thread::yield();
+            }
+            bInside = false;
+            ++iInitialised;
+            if (bThrow)
+            {
+                throw 1;
+            }
+            return true;
+        };
+        const auto funUse = [&]
+        {
+            try
+            {
+                static const bool s_bDone = funInitialise();
+                Require(s_bDone, "not initialised");
+            }
+            catch (int)
+            {
+            }
+        };
+        std::thread thrOther(funUse);
+        funUse();
+        thrOther.join();
+    };
+    EXPECT_EQ(RunRandom(funBody, 100), "");
+    EXPECT_EQ(iInitialised, 200);
+    bThrow = false;
+    EXPECT_EQ(RunRandom(funBody, 1), "");
+    EXPECT_EQ(iInitialised, 201);
+}

@@ -132,6 +132,23 @@ void CLS_Scheduler::DestroyCondition(const void* _pCondition)
     }
 }
 
+void CLS_Scheduler::BeginOnce(const void* _pGuard)
+{
+    const CLS_Inside clsInside;
+    if (!m_clsLocks.IsFree(_pGuard))
+    {
+        GetCurrent().m_pLock = _pGuard;
+        WaitFor(STEP_LOCK, _pGuard, WAIT_LOCK);
+    }
+    m_clsLocks.Take(_pGuard, m_iCurrent);
+}
+
+void CLS_Scheduler::EndOnce(const void* _pGuard)
+{
+    const CLS_Inside clsInside;
+    m_clsLocks.Give(_pGuard, m_iCurrent);
+}
+
 void CLS_Scheduler::SleepUntil(std::int64_t _nsUntil)
 {
     const CLS_Inside clsInside;

@@ -94,6 +94,11 @@ public:
     /// Fails when somebody waits for it. No step.
     void DestroyCondition(const void* _pCondition);
 
+    /// Before and after an initialisation that is done once. A step only for who has to wait for another one:
+    /// the first schedule of a process, which does them, is as long as the others.
+    void BeginOnce(const void* _pGuard);
+    void EndOnce(const void* _pGuard);
+
     void SleepUntil(std::int64_t _nsUntil);
     void SleepFor(std::int64_t _nsLength);
     void Yield() { Reach(STEP_YIELD, nullptr); }
@@ -169,6 +174,7 @@ private:
     static void RunFiber();
     static void ShowStores(ST_Thread& _stThread);
     void EndThread();
+    bool IsJoinable(int _iThread) const; ///< and detachable
 
     void WaitFor(n_Step _iStep, const void* _pObject, n_WaitFor _iWaitFor);
     void WaitAt(n_Step _iStep, const void* _pObject, n_WaitFor _iWaitFor, const char* _szAccess);
