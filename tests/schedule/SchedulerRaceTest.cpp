@@ -427,3 +427,14 @@ TEST_F(SchedulerRaceTest, UnlockingWhatAnotherHoldsIsFound)
     };
     EXPECT_EQ(RunRandom(funBody, 1), "thread 1 unlocks what it does not hold");
 }
+
+TEST_F(SchedulerRaceTest, UnlockingWhatOnlyAnotherReaderHoldsIsFound)
+{
+    const auto funBody = []
+    {
+        std::shared_mutex smLock;
+        smLock.lock_shared();
+        std::thread([&] { smLock.unlock_shared(); }).join();
+    };
+    EXPECT_EQ(RunRandom(funBody, 1), "thread 1 unlocks what it does not hold");
+}

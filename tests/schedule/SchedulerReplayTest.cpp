@@ -3,7 +3,9 @@
 #include "tests/schedule/SchedulerFixture.h"
 
 #include <atomic>
+#include <cerrno>
 #include <mutex>
+#include <pthread.h>
 #include <set>
 #include <stdexcept>
 #include <thread>
@@ -215,4 +217,20 @@ TEST_F(SchedulerReplayTest, DetachedThreadBelongsToTheSchedule)
     };
     EXPECT_EQ(RunSeed(1, funBody).m_strFailure, "");
     EXPECT_TRUE(bRan);
+}
+
+TEST_F(SchedulerReplayTest, ThreadThatIsNotThereCanBeNeitherJoinedNorDetached)
+{
+    const auto funBody = []
+    {
+        std::thread thrOther([] {});
+        const pthread_t iGone = thrOther.native_handle();
+        thrOther.join();
+        for (const pthread_t iThread : {iGone, iGone + 1, pthread_t{0}})
+        {
+            Require(pthread_join(iThread, nullptr) == EINVAL, "joined");
+            Require(pthread_detach(iThread) == EINVAL, "detached");
+        }
+    };
+    EXPECT_EQ(RunSeed(1, funBody).m_strFailure, "");
 }

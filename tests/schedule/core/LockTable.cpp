@@ -1,5 +1,7 @@
 #include "tests/schedule/core/LockTable.h"
 
+#include <algorithm>
+
 bool CLS_LockTable::IsOpen(const void* _pLock) const
 {
     const auto itLock = m_mapLocks.find(_pLock);
@@ -14,11 +16,16 @@ bool CLS_LockTable::Give(const void* _pLock, int _iThread)
         return false;
     }
     ST_Lock& stLock = itLock->second;
-    if (stLock.m_iHolder >= 0 ? stLock.m_iHolder != _iThread : stLock.m_iReaders == 0)
+    const auto itReader = std::find(stLock.m_vecReaders.begin(), stLock.m_vecReaders.end(), _iThread);
+    if (itReader != stLock.m_vecReaders.end())
+    {
+        stLock.m_vecReaders.erase(itReader);
+    }
+    else if (stLock.m_iHolder != _iThread)
     {
         return false;
     }
-    if (stLock.m_iHolder >= 0 || --stLock.m_iReaders == 0)
+    if (stLock.m_vecReaders.empty())
     {
         m_mapLocks.erase(itLock);
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <vector>
 
 /// Who holds which lock. Knows the locks that are held, and no others.
 class CLS_LockTable
@@ -11,8 +12,8 @@ public:
     bool IsOpen(const void* _pLock) const;
 
     void Take(const void* _pLock, int _iThread) { m_mapLocks[_pLock].m_iHolder = _iThread; }
-    void TakeShared(const void* _pLock) { ++m_mapLocks[_pLock].m_iReaders; }
-    /// False when the thread, or a reader, does not hold it.
+    void TakeShared(const void* _pLock, int _iThread) { m_mapLocks[_pLock].m_vecReaders.push_back(_iThread); }
+    /// False when the thread does not hold it.
     bool Give(const void* _pLock, int _iThread);
 
     /// A held lock from _pBegin up to _pEnd; null when there is none.
@@ -24,7 +25,7 @@ private:
     struct ST_Lock
     {
         int m_iHolder = -1;
-        int m_iReaders = 0;
+        std::vector<int> m_vecReaders; ///< as often as each of them took it
     };
     std::map<const void*, ST_Lock> m_mapLocks;
 };

@@ -50,7 +50,7 @@ void CLS_Scheduler::LockShared(const void* _pLock)
     GetCurrent().m_pLock = _pLock;
     WaitAt(STEP_LOCK_SHARED, _pLock, WAIT_SHARED, USED_AS_LOCK);
     ShowStores();
-    m_clsLocks.TakeShared(_pLock);
+    m_clsLocks.TakeShared(_pLock, m_iCurrent);
 }
 
 bool CLS_Scheduler::TryLock(const void* _pLock, bool _bShared)
@@ -64,7 +64,7 @@ bool CLS_Scheduler::TryLock(const void* _pLock, bool _bShared)
     }
     if (_bShared)
     {
-        m_clsLocks.TakeShared(_pLock);
+        m_clsLocks.TakeShared(_pLock, m_iCurrent);
     }
     else
     {
@@ -177,15 +177,11 @@ int CLS_Scheduler::CreateThread(ThreadBody _funBody, void* _pArgument)
 bool CLS_Scheduler::JoinThread(int _iThread, void** _pResult)
 {
     const CLS_Inside clsInside;
-    if (_iThread < 0 || static_cast<std::size_t>(_iThread) >= m_uiThreads || _iThread == m_iCurrent)
+    if (!IsJoinable(_iThread) || _iThread == m_iCurrent)
     {
         return false;
     }
     ST_Thread& stJoined = *m_vecThreads[static_cast<std::size_t>(_iThread)];
-    if (stJoined.m_bDetached || stJoined.m_bJoined)
-    {
-        return false;
-    }
     GetCurrent().m_iJoined = _iThread;
     WaitFor(STEP_JOIN, nullptr, WAIT_THREAD);
     stJoined.m_bJoined = true;
@@ -200,10 +196,23 @@ bool CLS_Scheduler::JoinThread(int _iThread, void** _pResult)
 bool CLS_Scheduler::DetachThread(int _iThread)
 {
     const CLS_Inside clsInside;
+    if (!IsJoinable(_iThread))
+    {
+        return false;
+    }
     GetCurrent().m_iJoined = _iThread;
     WaitFor(STEP_DETACH, nullptr, WAIT_NOTHING);
-    ST_Thread& stThread = *m_vecThreads[static_cast<std::size_t>(_iThread)];
-    const bool bCould = !stThread.m_bDetached && !stThread.m_bJoined;
-    stThread.m_bDetached = true;
+    const bool bCould = IsJoinable(_iThread); // others have run meanwhile
+    m_vecThreads[static_cast<std::size_t>(_iThread)]->m_bDetached = true;
     return bCould;
+}
+
+bool CLS_Scheduler::IsJoinable(int _iThread) const
+{
+    if (_iThread < 0 || static_cast<std::size_t>(_iThread) >= m_uiThreads)
+    {
+        return false;
+    }
+    const ST_Thread& stThread = *m_vecThreads[static_cast<std::size_t>(_iThread)];
+    return !stThread.m_bDetached && !stThread.m_bJoined;
 }

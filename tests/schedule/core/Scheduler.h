@@ -115,6 +115,7 @@ public:
     int CreateThread(ThreadBody _funBody, void* _pArgument);
     /// False when there is no such thread to join.
     bool JoinThread(int _iThread, void** _pResult);
+    /// False when there is no such thread to detach.
     bool DetachThread(int _iThread);
     int GetCurrentNumber() const { return m_iCurrent; }
     /// Of this schedule; the number that the next one gets.
