@@ -13,7 +13,8 @@ INITIAL = -1  # the thread of the initial writes
 
 @dataclasses.dataclass(frozen=True)
 class Step:
-    """One instruction. Runs when the guard's register has one of its values, or there is no guard."""
+    """One instruction. Runs when the guard's register has one of its values, or there is no guard. A load that did not
+    run leaves its register without a value."""
     kind: str  # R, W, U (exchange) or F (fence)
     order: str  # na, rlx, acq_rel or sc; acquire for what reads, release for what writes
     place: str = ""
@@ -127,6 +128,7 @@ class Graph:
     def is_consistent(self):
         eco = close(self.rf | self.mo | self.rb)
         return not (any(left == right for left, right in self.hb | compose(self.hb, eco))
+                    or eco & self.same
                     or compose(self.rb, self.mo) & self.same
                     or has_cycle(self.sb | self.rf)
                     or has_cycle(self.order_sc(eco)))
@@ -157,7 +159,7 @@ def trace(number, steps, values, registers=None):
         yield (), registers
         return
     step, rest = steps[0], steps[1:]
-    if step.guard and registers[step.guard[0]] not in step.guard[1]:
+    if step.guard and registers.get(step.guard[0]) not in step.guard[1]:
         yield from trace(number, rest, values, registers)
         return
     for value in sorted(values[step.place]) if step.kind in "RU" else [None]:

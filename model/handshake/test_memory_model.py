@@ -92,6 +92,18 @@ class ExchangeTest(unittest.TestCase):
     def test_two_exchanges_never_see_the_same_value(self):
         self.assertFalse(sees([[exchange("x", 1, "rlx", "a")], [exchange("x", 2, "rlx", "b")]], a=0, b=0))
 
+    def test_an_exchange_reads_no_write_that_comes_after_it(self):
+        for order in ("rlx", "acq_rel", "sc"):
+            threads = [[exchange("x", 1, order, "a")], [store("x", 2, order)]]
+            self.assertFalse(sees(threads, a=2, x=2))
+            self.assertTrue(sees(threads, a=2, x=1))
+
+    def test_two_exchanges_never_see_the_same_store(self):
+        for order in ("rlx", "acq_rel", "sc"):
+            threads = [[exchange("x", 1, order, "a")], [exchange("x", 2, order, "b")], [store("x", 3, order)]]
+            self.assertFalse(sees(threads, a=3, b=3))
+            self.assertTrue(sees(threads, a=3, b=1))
+
     def test_exchanges_continue_a_release_sequence(self):
         threads = [[store("x", 1, "rlx"), store("y", 1, "acq_rel")], [exchange("y", 2, "rlx", "c")],
                    [load("a", "y", "acq_rel"), load("b", "x", "rlx")]]
@@ -108,6 +120,15 @@ class ExchangeTest(unittest.TestCase):
                    [exchange("y", 2, "sc", "a"), load("b", "y", "rlx")],
                    [store("y", 3, "sc"), load("c", "x", "sc")]]
         self.assertTrue(sees(threads, a=1, b=3, c=0))
+
+
+class GuardTest(unittest.TestCase):
+    def test_what_depends_on_a_load_that_did_not_run_does_not_run(self):
+        threads = [[store("x", 1, "sc"), store("y", 1, "sc")],
+                   [load("a", "x", "sc"), load("b", "y", "sc", ("a", (1,))), store("z", 1, "sc", ("b", (1,)))]]
+        self.assertTrue(sees(threads, a=0, z=0))
+        self.assertTrue(sees(threads, a=1, b=1, z=1))
+        self.assertFalse(sees(threads, a=0, z=1))
 
 
 class RaceTest(unittest.TestCase):
