@@ -35,22 +35,25 @@ class Check:
 
 CHECKS = [
     Check("shutdown"),
-    Check("shutdown", ("NEVER_EXPIRES", "WATCHDOG_SLEEPS"), eventually=True),
+    Check("shutdown", ("WATCHDOG_SLEEPS", "RUN_MAY_HANG")),
+    Check("shutdown", ("WATCHDOG_SLEEPS", "NEVER_EXPIRES")),
+    Check("shutdown", ("WATCHDOG_SLEEPS", "NEVER_EXPIRES"), eventually=True),
     Check("loop"),
     Check("loop", ("ONE_LOOP_TASK",), eventually=True, fair=True),
     Check("stop"),
     Check("stop", eventually=True),
     Check("handover"),
     Check("handover", ("NEVER_EXPIRES",), eventually=True),
+    Check("shutdown", ("BROKEN_GATE_IGNORED",), refuted="!(poolFreed)"),
+    Check("shutdown", ("BROKEN_WORKER_NOT_JOINED",), refuted="alive[(_pid-1)]"),
+    Check("shutdown", ("WATCHDOG_SLEEPS", "RUN_MAY_HANG", "BROKEN_CLOSE_WAITS_FOR_EVER"), refuted=STUCK),
+    Check("shutdown", ("WATCHDOG_SLEEPS", "NEVER_EXPIRES", "BROKEN_FLAG_OUTSIDE_LOCK"), refuted=STUCK),
     Check("stop", ("BROKEN_VALIDITY_BEFORE_STATUS",), refuted="!(cancelled[t])"),
     Check("handover", ("BROKEN_IDLE_BEFORE_UNBOUND",), refuted="(bound[(_pid-1)]==3)"),
     Check("handover", ("NEVER_EXPIRES", "BROKEN_END_NOTIFIED_WITHOUT_LOCK"), refuted=STUCK),
     Check("loop", ("BROKEN_IDLE_BEFORE_TIME",), refuted="(age[t]>0)"),
     Check("loop", ("BROKEN_QUEUED_BEFORE_WAITING",), refuted="!(cancelled[t])"),
     Check("loop", ("ONE_LOOP_TASK", "BROKEN_COUNT_BEFORE_INTERVAL"), eventually=True, fair=True, refuted=CYCLE),
-    Check("shutdown", ("BROKEN_GATE_IGNORED",), refuted="!(poolFreed)"),
-    Check("shutdown", ("BROKEN_WORKER_NOT_JOINED",), refuted="alive[(_pid-1)]"),
-    Check("shutdown", ("NEVER_EXPIRES", "BROKEN_FLAG_OUTSIDE_LOCK"), refuted=STUCK),
 ]
 
 

@@ -1,7 +1,8 @@
 /*
  * The end of the pool. A host queues two tasks, perhaps removes one in vain, and ends the pool at any moment of their
  * road, while dispatcher, loop scheduler and watchdog are at work; a third task comes from the loop scheduler. Each
- * run takes as long as it likes: the end of the pool may wait for it or leave its worker behind.
+ * run takes as long as it likes, with RUN_MAY_HANG for ever: the end of the pool may wait for it or leave its worker
+ * behind.
  *
  * Holds: nobody touches the pool after it is freed, nor a worker after that is freed; each worker is freed once, by
  * the end of the pool or, when it was left behind, by itself; no run begins after the end of the pool; UnInit
@@ -34,8 +35,8 @@ inline RemoveInVain(t) /* CLS_QuenTaskPool::RemoveTask */
 active proctype LoopScheduler() /* CLS_QuenTaskPool::FunLoopThread */
 {
     if /* CLS_QuenTaskPool::LoopPass */
-    :: atomic {
-            poolRuns && registered[2];
+    :: poolRuns && registered[2] ->
+        atomic {
             StoreStatus(2, TASK_STATUS_WAITING);
             AddToQueue(2)
         }
@@ -96,7 +97,11 @@ inline Close(w, closed) /* CLS_RunGate::Close */
         gateSleeps[w] = gateRunning[w] && !overrunWorkers[w]
     };
     atomic {
+#ifdef BROKEN_CLOSE_WAITS_FOR_EVER
+        !gateRunning[w];
+#else
         Wakes(gateSleeps[w]);
+#endif
         gateSleeps[w] = false;
         gateAbandoned[w] = gateRunning[w];
         closed = !gateAbandoned[w]

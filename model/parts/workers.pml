@@ -18,7 +18,8 @@
  *
  * A model that includes this defines, beside what task.pml wants, FAILURES, how many workers fail to get onto the
  * idle list, and may define RUN_STEP as atomic when nobody but workers looks at tasks, and POOL_ENDS. With
- * WATCHDOG_SLEEPS no worker is retired.
+ * WATCHDOG_SLEEPS no worker is retired. With RUN_MAY_HANG a run may never end, and whoever waits for it for ever is
+ * stuck.
  */
 
 #include "task.pml"
@@ -239,6 +240,14 @@ inline RunTask(t) /* RunTask */
             :: else
             fi
         };
+#ifdef RUN_MAY_HANG
+        if
+        :: mayRun ->
+end_hung:
+            false
+        :: true
+        fi;
+#endif
         atomic {
             EndRun(t);
             Release(t)
@@ -301,7 +310,7 @@ inline FunRunTask(w) /* CLS_QuenTaskPool::FunRunTask */
             mayGoOn = false
         };
         if
-        :: poolRuns ->
+        :: atomic { poolRuns -> UsePool() };
             atomic {
                 UsePool();
                 if
@@ -315,7 +324,7 @@ inline FunRunTask(w) /* CLS_QuenTaskPool::FunRunTask */
                     jobStays = true
                 fi
             }
-        :: else
+        :: atomic { !poolRuns -> UsePool() }
         fi
     :: else
     fi
