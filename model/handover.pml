@@ -5,7 +5,7 @@
  *
  * Holds: a worker is on the idle list or bound to a task, never both; the idle worker with the lowest order id is
  * taken; no job that is handed over replaces another one; there are never more workers than the limit lets; nobody
- * touches a worker that is freed; each queued task is run, once.
+ * touches a worker that is freed; no worker is lost; each queued task is run, once.
  *
  * Left out: see parts/workers.pml. Nothing ends the pool here (shutdown.pml), and nobody cancels a task (stop.pml).
  */
@@ -30,7 +30,11 @@ active proctype SecondHost()
     AddToQueue(2)
 }
 
+/* Registered, and nobody will ever use or retire it. */
+#define Lost(w) (known[w] && !IsIdle(w) && bound[w] == NO_TASK)
+
 ltl handled
 {
+    []<> !Lost(0) && []<> !Lost(1) &&
     [] (queued[0] -> <> !queued[0]) && [] (queued[1] -> <> !queued[1]) && [] (queued[2] -> <> !queued[2])
 }

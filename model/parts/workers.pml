@@ -11,7 +11,8 @@
  * is seen.
  *
  * A worker's slot is used again when the worker has been freed, as memory is. No worker to be had - too many, or no
- * thread - makes the dispatcher try again. The limit lets two workers be registered at once.
+ * thread - makes the dispatcher try again. The limit lets two workers be registered at once; with MAX_THREAD=0 it lets
+ * one, so that both slots are taken only while one of the two is retired.
  *
  * Left out: records, ReportBusy, the second look of GetTaskThread, the owner maps, how long a worker has been idle
  * (the watchdog may find any worker idle for too long).
@@ -25,8 +26,10 @@
 #include "task.pml"
 
 #define WORKERS    2
-#define MAX_THREAD 1
 #define NO_WORKER  WORKERS
+#ifndef MAX_THREAD
+#define MAX_THREAD 1
+#endif
 
 /* Where a thread may wait for ever, unless the pool ends. */
 #ifdef POOL_ENDS
@@ -76,6 +79,11 @@ byte failures;
 #define UsePool()        assert(!poolFreed)
 #define UseWorker(w)     assert(alive[w])
 #define CountWorkers()   (known[0] + known[1])
+#ifdef BROKEN_LIMIT_IGNORED
+#define LimitAllows()    true
+#else
+#define LimitAllows()    (CountWorkers() <= MAX_THREAD)
+#endif
 #define IsIdle(w)        ((idleCount > 0 && idle[0] == (w)) || (idleCount > 1 && idle[1] == (w)))
 
 /* A record that nobody knows yet is marked as waiting while it is made; else that is a step before this one. */
@@ -136,7 +144,7 @@ inline WaitForThread(w) /* CLS_QuenTaskPool::WaitForThread */
 {
     if
     :: atomic { idleCount > 0 -> UsePool(); TakeFromFront(w) } /* CLS_QuenTaskPool::GetTaskThread */
-    :: idleCount == 0 && CountWorkers() <= MAX_THREAD && !(alive[0] && alive[1]) -> CreateTaskThread(w)
+    :: idleCount == 0 && LimitAllows() && !(alive[0] && alive[1]) -> CreateTaskThread(w)
     :: !poolRuns -> w = NO_WORKER
     fi
 }
@@ -321,7 +329,11 @@ inline FunRunTask(w) /* CLS_QuenTaskPool::FunRunTask */
 #endif
                 :: failures < FAILURES ->
                     failures++;
+#ifdef BROKEN_JOB_FORGOTTEN
+                    jobStays = false
+#else
                     jobStays = true
+#endif
                 fi
             }
         :: atomic { !poolRuns -> UsePool() }
