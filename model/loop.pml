@@ -2,7 +2,7 @@
  * Loop tasks. Task 0 is one, task 2 runs once; the scheduler looks pass after pass, two workers run what it queues.
  * Either task 0 is removed or stopped at any moment, and task 1 runs once. Or task 1 is a loop task, too, whose
  * interval is changed at any moment, and one attempt to queue a task fails for want of memory. With ONE_LOOP_TASK
- * task 0 runs once, and task 1 is the loop task.
+ * task 0 runs once, and task 1 is the loop task. With ONE_TASK task 0 is alone, and is removed or stopped.
  *
  * Time: a tick passes at any moment. Task 0 has an interval of one tick, task 1 of one that never passes until it is
  * changed to one tick.
@@ -10,7 +10,7 @@
  * Holds: a task neither overlaps itself nor is queued while it is queued or before its interval has passed; after a
  * stop or removal in time no run is in progress and none begins; no record is used after it is destroyed. When each
  * thread that can go on does so at last (weak fairness), each queued task is run or dropped, the new interval of task
- * 1 counts, and task 1 runs again and again.
+ * 1 counts, and task 1 runs again and again; task 0 is queued no more some time after its stop or removal.
  *
  * Left out: see parts/task.pml and parts/crew.pml; the end of the pool (shutdown.pml). The count of changes that the
  * scheduler compares with the one it has seen is a flag here, for lists and intervals alike. The scheduler reads the
@@ -68,19 +68,23 @@ active proctype Host()
     atomic {
         interval[0] = 1;
         interval[1] = NEVER;
-#ifndef ONE_LOOP_TASK
+#if defined(ONE_TASK)
+        cancels = true;
+#elif !defined(ONE_LOOP_TASK)
         if
         :: cancels = true
         :: true
         fi;
 #endif
         CreateTask(0, TASK_STATUS_WAITING);
+        AddToQueue(0);
+#ifndef ONE_TASK
         CreateTask(1, TASK_STATUS_WAITING);
         CreateTask(2, TASK_STATUS_WAITING);
         Release(2);
-        AddToQueue(0);
         AddToQueue(1);
         AddToQueue(2)
+#endif
     };
     atomic {
 #ifdef ONE_LOOP_TASK
@@ -88,10 +92,12 @@ active proctype Host()
 #else
         AddToList(0);
 #endif
+#ifndef ONE_TASK
         if
         :: cancels -> Release(1)
         :: else -> AddToList(1)
         fi
+#endif
     };
     if
     :: !cancels -> SetLoopInterval(1, 1)
@@ -184,13 +190,24 @@ inline FindTask(t, found) /* CLS_LoopEntry::FindTask */
     }
 }
 
+#ifdef BROKEN_VALIDITY_IGNORED
+#define MayRunAgain(t) (status[t] == TASK_STATUS_IDLE)
+#else
+#define MayRunAgain(t) (status[t] == TASK_STATUS_IDLE && valid[t])
+#endif
+#ifdef BROKEN_INTERVAL_IGNORED
+#define IntervalOf(t) 1
+#else
+#define IntervalOf(t) interval[t]
+#endif
+
 inline GetEarliestRun(t) /* CLS_Task::GetEarliestRun */
 {
     d_step {
         UseRecord(t);
         if
-        :: status[t] == TASK_STATUS_IDLE && valid[t] && interval[t] > age[t] ->
-            timeLeft[t] = (interval[t] == NEVER -> NEVER : interval[t] - age[t])
+        :: MayRunAgain(t) && IntervalOf(t) > age[t] ->
+            timeLeft[t] = (IntervalOf(t) == NEVER -> NEVER : IntervalOf(t) - age[t])
         :: else -> timeLeft[t] = 0
         fi
     }
@@ -200,9 +217,9 @@ inline IsUseRun(t, due) /* CLS_Task::IsUseRun */
 {
     d_step {
         UseRecord(t);
-        due = status[t] == TASK_STATUS_IDLE && valid[t]
+        due = MayRunAgain(t)
     };
-    due = due && age[t] >= interval[t]
+    due = due && age[t] >= IntervalOf(t)
 }
 
 inline IsDue(t, found, due) /* CLS_LoopEntry::IsDue */
@@ -248,7 +265,7 @@ inline AddWaitingTasks(t, found) /* CLS_QuenTaskPool::AddWaitingTasks */
     };
     if
     :: found ->
-        assert(age[t] > 0);
+        assert(age[t] >= interval[t]);
         atomic {
             if
             :: AddToQueue(t)
@@ -293,7 +310,14 @@ active proctype LoopScheduler() /* CLS_QuenTaskPool::FunLoopThread */
     od
 }
 
+#ifdef ONE_TASK
+ltl ends
+{
+    <> [] !queued[0]
+}
+#else
 ltl goes_on
 {
     [] <> inRun[1] && [] (queued[0] -> <> !queued[0]) && [] (queued[2] -> <> !queued[2])
 }
+#endif
