@@ -42,12 +42,14 @@ CHECKS = [
     Check("loop"),
     Check("loop", ("ONE_LOOP_TASK",)),
     Check("loop", ("ONE_LOOP_TASK",), eventually=True, fair=True),
+    Check("stop"),
+    Check("stop", eventually=True),
     Check("handover"),
     Check("handover", ("MAX_THREAD=0",)),
     Check("handover", ("NEVER_EXPIRES",)),
     Check("handover", ("NEVER_EXPIRES",), eventually=True),
-    Check("stop"),
-    Check("stop", eventually=True),
+    Check("stop", ("BROKEN_VALIDITY_BEFORE_STATUS",), refuted="!(cancelled[t])"),
+    Check("stop", ("BROKEN_NOT_INVALIDATED_FIRST",), refuted="!(mustNotRun[t])"),
     Check("handover", ("BROKEN_IDLE_BEFORE_UNBOUND",), refuted="(bound[(_pid-1)]==3)"),
     Check("handover", ("MAX_THREAD=0", "BROKEN_LIMIT_IGNORED"), refuted="((known[0]+known[1])<=(0+1))"),
     Check("handover", ("NEVER_EXPIRES", "BROKEN_END_NOTIFIED_WITHOUT_LOCK"), refuted=STUCK),
@@ -61,7 +63,6 @@ CHECKS = [
     Check("shutdown", ("BROKEN_WORKER_NOT_JOINED",), refuted="alive[(_pid-1)]"),
     Check("shutdown", ("WATCHDOG_SLEEPS", "RUN_MAY_HANG", "BROKEN_CLOSE_WAITS_FOR_EVER"), refuted=STUCK),
     Check("shutdown", ("WATCHDOG_SLEEPS", "NEVER_EXPIRES", "BROKEN_FLAG_OUTSIDE_LOCK"), refuted=STUCK),
-    Check("stop", ("BROKEN_VALIDITY_BEFORE_STATUS",), refuted="!(cancelled[t])"),
 ]
 
 

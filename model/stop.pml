@@ -5,7 +5,8 @@
  * task 0 submits task 1 for the same owner while it runs, or a third host stops task 0 or removes task 2 by its id.
  *
  * Holds: after a stop or removal whose wait did not run out, no run of what it covers is in progress, and none begins
- * any more; a removal of the owner covers what its tasks submit while it waits; a task runs once, or is dropped
+ * any more; a removal of the owner covers what its tasks submit while it waits, and while it waits for one task, none
+ * of the others begins; a task runs once, or is dropped
  * because somebody cancelled it; no record is used after it is destroyed, nor destroyed during its run or under the
  * registry's lock; every queued task is run or dropped.
  *
@@ -103,7 +104,11 @@ inline InvalidateTasks() /* InvalidateTasks */
     for (i : 0 .. TASKS - 1) {
         d_step {
             if
-            :: taken[i] && registered[i] -> valid[i] = false
+            :: taken[i] && registered[i] ->
+                mustNotRun[i] = status[i] < STATUS_EXECUTING;
+#ifndef BROKEN_NOT_INVALIDATED_FIRST
+                valid[i] = false
+#endif
             :: else
             fi
         }

@@ -41,6 +41,7 @@ bool inRun[TASKS];      /* the callable is executing */
 bool overran[TASKS];    /* a stop has given up */
 bool cancelling[TASKS]; /* a stop or removal has been asked for */
 bool cancelled[TASKS];  /* a stop or removal has returned in time: no run begins any more */
+bool mustNotRun[TASKS]; /* an owner's removal found it not executing, and no run begins any more */
 
 /* What a process will not read again must not tell states apart. */
 #define Forget3(a, b, c) a = 0; b = 0; c = 0
@@ -113,6 +114,7 @@ inline BeginRun(t) /* CLS_Task::RunCallable */
     d_step {
         UseRecord(t);
         assert(!cancelled[t]);
+        assert(!mustNotRun[t]);
         assert(!inRun[t]);
         inRun[t] = true
     }
