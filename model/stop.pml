@@ -10,9 +10,9 @@
  * because somebody cancelled it; no record is used after it is destroyed, nor destroyed during its run or under the
  * registry's lock; every queued task is run or dropped.
  *
- * Left out: see parts/task.pml and parts/crew.pml; the loop list, the bound of 30 rounds for an owner, and the wait
- * for the last reference, which changes nothing here. The references that InvalidateTasks takes for a moment are not
- * counted.
+ * Left out: see parts/task.pml and parts/crew.pml; the loop list, the bound of 30 rounds for an owner, the wait for
+ * the last reference, and the taking of the callable out of the record after it: no run may begin by then. The
+ * references that InvalidateTasks takes for a moment are not counted.
  */
 
 #define TASKS 3
