@@ -37,3 +37,15 @@ const void* CLS_LockTable::FindHeld(const void* _pBegin, const void* _pEnd) cons
     const auto itLock = m_mapLocks.lower_bound(_pBegin);
     return itLock != m_mapLocks.end() && itLock->first < _pEnd ? itLock->first : nullptr;
 }
+
+int CLS_LockTable::GetHolder(const void* _pLock) const
+{
+    const auto itLock = m_mapLocks.find(_pLock);
+    return itLock == m_mapLocks.end() ? -1 : itLock->second.m_iHolder;
+}
+
+int CLS_LockTable::CountReaders(const void* _pLock) const
+{
+    const auto itLock = m_mapLocks.find(_pLock);
+    return itLock == m_mapLocks.end() ? 0 : static_cast<int>(itLock->second.m_vecReaders.size());
+}

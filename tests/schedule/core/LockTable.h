@@ -19,6 +19,10 @@ public:
     /// A held lock from _pBegin up to _pEnd; null when there is none.
     const void* FindHeld(const void* _pBegin, const void* _pEnd) const;
 
+    /// Who holds it; -1 for nobody, and for readers.
+    int GetHolder(const void* _pLock) const;
+    int CountReaders(const void* _pLock) const;
+
     void Clear() { m_mapLocks.clear(); }
 
 private:

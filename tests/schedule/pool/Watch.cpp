@@ -1,26 +1,37 @@
 #include "tests/schedule/pool/Watch.h"
 
+#include "tests/schedule/core/Memory.h"
 #include "tests/schedule/core/Scheduler.h"
 #include "tests/schedule/pool/Names.h"
 
 #include <algorithm>
+
+namespace
+{
+constexpr int NOBODY = -1; ///< or somebody who is not known
+} // namespace
 
 void CLS_Watch::Look(CLS_Scheduler& _clsScheduler)
 {
     const CLS_QuenTaskPool* const pPool = CLS_QuenTaskPool::m_pInstance;
     if (pPool != m_pPool)
     {
+        *this = CLS_Watch();
         m_pPool = pPool;
-        m_vecIdle.clear();
     }
     if (pPool == nullptr)
     {
         return;
     }
-    if (_clsScheduler.IsLockFree(&pPool->m_mtxIdleThreads) &&
-        _clsScheduler.IsLockFree(&pPool->m_smThreadTaskLock))
+    LookAtLocks(_clsScheduler, *pPool);
+    LookAtTasks(_clsScheduler);
+    if (_clsScheduler.IsLockFree(&pPool->m_smThreadTaskLock))
     {
-        LookAtIdleList(_clsScheduler, *pPool);
+        LookAtBindings(_clsScheduler, *pPool);
+        if (_clsScheduler.IsLockFree(&pPool->m_mtxIdleThreads))
+        {
+            LookAtIdleList(_clsScheduler, *pPool);
+        }
     }
     if (_clsScheduler.IsLockFree(&pPool->m_mtxWaitingTasks))
     {
@@ -32,14 +43,128 @@ void CLS_Watch::Look(CLS_Scheduler& _clsScheduler)
     }
 }
 
+void CLS_Watch::LookAtLocks(CLS_Scheduler& _clsScheduler, const CLS_QuenTaskPool& _clsPool)
+{
+    // Where threads may be slow, time passes at any step.
+    if (m_bHeld && _clsScheduler.GetTime() != m_nsNow && !_clsScheduler.HasSlowThreads())
+    {
+        _clsScheduler.Fail("a lock of the pool is held while its holder waits");
+    }
+    const std::array<const void*, LOCKS> arrLocks{&_clsPool.m_mtxWaitingTasks, &_clsPool.m_smLoopTasksLock,
+                                                  &_clsPool.m_mtxTmpTasks, &_clsPool.m_mtxIdleThreads,
+                                                  &_clsPool.m_smThreadTaskLock};
+    m_setHolders.clear();
+    for (std::size_t i = 0; i < LOCKS; ++i)
+    {
+        std::vector<int> vecHolders = NoteReaders(_clsScheduler, arrLocks[i], m_arrReaders[i]);
+        vecHolders.push_back(_clsScheduler.GetLocks().GetHolder(arrLocks[i]));
+        for (const int iHolder : vecHolders)
+        {
+            if (iHolder != NOBODY && !m_setHolders.insert(iHolder).second)
+            {
+                _clsScheduler.Fail("a thread holds two locks of the pool");
+            }
+        }
+    }
+    m_bHeld = !m_setHolders.empty();
+    m_nsNow = _clsScheduler.GetTime();
+    m_bFirst = false;
+}
+
+/// The threads that hold the lock, shared.
+std::vector<int> CLS_Watch::NoteReaders(const CLS_Scheduler& _clsScheduler, const void* _pLock,
+                                        std::vector<int>& _vecReaders) const
+{
+    const auto uiReaders = static_cast<std::size_t>(_clsScheduler.GetLocks().CountReaders(_pLock));
+    // Who had the lock before the first look is not known.
+    const int iMoved = m_bFirst ? NOBODY : _clsScheduler.GetCurrentNumber();
+    if (uiReaders > _vecReaders.size())
+    {
+        _vecReaders.resize(uiReaders, iMoved);
+    }
+    else if (uiReaders < _vecReaders.size())
+    {
+        const auto itReader = std::find(_vecReaders.begin(), _vecReaders.end(), iMoved);
+        _vecReaders.erase(itReader != _vecReaders.end()
+                              ? itReader
+                              : std::find(_vecReaders.begin(), _vecReaders.end(), NOBODY));
+    }
+    return _vecReaders;
+}
+
+void CLS_Watch::LookAtTasks(CLS_Scheduler& _clsScheduler)
+{
+    std::set<const CLS_Task*> setValid;
+    if (_clsScheduler.IsLockFree(&CLS_Task::m_smTaskDataLock))
+    {
+        for (const auto& [strTaskId, pTask] : CLS_Task::m_mapTaskData)
+        {
+            if (pTask->m_bValid.load())
+            {
+                setValid.insert(pTask.get());
+            }
+            else if (m_setValid.count(pTask.get()) > 0 &&
+                     m_setHolders.count(_clsScheduler.GetCurrentNumber()) > 0)
+            {
+                _clsScheduler.Fail("a task is stopped under a lock of the pool");
+            }
+        }
+    }
+    m_setValid = std::move(setValid);
+}
+
+void CLS_Watch::LookAtBindings(CLS_Scheduler& _clsScheduler, const CLS_QuenTaskPool& _clsPool)
+{
+    for (const auto& [pWorker, strTaskId] : _clsPool.m_mapThreadTask)
+    {
+        // One that the end of the pool has left behind may be faster.
+        if (m_bRun && Memory::IsFreed(pWorker))
+        {
+            _clsScheduler.Fail("a worker is freed before it is unregistered");
+        }
+        std::string& strBefore = m_mapBound[pWorker];
+        if (strBefore != strTaskId)
+        {
+            if (strTaskId.empty())
+            {
+                NoteUnbound(_clsScheduler, _clsPool, pWorker, strBefore);
+            }
+            strBefore = strTaskId;
+        }
+    }
+    if (_clsPool.m_mapThreadTask.size() > static_cast<std::size_t>(_clsPool.m_iMaxThread) + 1)
+    {
+        _clsScheduler.Fail("there are more workers than the limit and one");
+    }
+    m_bRun = _clsPool.m_bRun.load();
+}
+
+void CLS_Watch::NoteUnbound(CLS_Scheduler& _clsScheduler, const CLS_QuenTaskPool& _clsPool,
+                            const CLS_TaskThread* _pWorker, const std::string& _strTaskId)
+{
+    if (!m_bRun)
+    {
+        m_setLate.insert(_pWorker);
+    }
+    // A task that ran before its owner was noted keeps the entry.
+    m_mapLastTask.erase(_pWorker);
+    if (_clsScheduler.IsLockFree(&_clsPool.m_mtxTmpTasks) && _clsPool.m_mapTmpTaskOwner.count(_strTaskId) > 0)
+    {
+        m_mapLastTask[_pWorker] = _strTaskId;
+    }
+}
+
 void CLS_Watch::LookAtIdleList(CLS_Scheduler& _clsScheduler, const CLS_QuenTaskPool& _clsPool)
 {
     std::vector<ST_Idle> vecIdle;
     for (CLS_TaskThread* const pWorker : _clsPool.m_vecIdleThreads)
     {
-        const bool bTwice = std::any_of(vecIdle.begin(), vecIdle.end(),
-                                        [&](const ST_Idle& _stIdle) { return _stIdle.m_pWorker == pWorker; });
-        if (bTwice)
+        const auto funIsWorker = [&](const ST_Idle& _stIdle) { return _stIdle.m_pWorker == pWorker; };
+        if (Memory::IsFreed(pWorker))
+        {
+            _clsScheduler.Fail("a worker is freed while it is idle");
+        }
+        if (std::any_of(vecIdle.begin(), vecIdle.end(), funIsWorker))
         {
             _clsScheduler.Fail("a worker is on the idle list twice");
         }
@@ -53,6 +178,10 @@ void CLS_Watch::LookAtIdleList(CLS_Scheduler& _clsScheduler, const CLS_QuenTaskP
         {
             _clsScheduler.Fail("the idle list is out of order");
         }
+        if (std::none_of(m_vecIdle.begin(), m_vecIdle.end(), funIsWorker))
+        {
+            NoteIdle(_clsScheduler, pWorker);
+        }
     }
     if (Names::IsDispatcher(_clsScheduler.GetCurrentNumber()) && vecIdle.size() + 1 == m_vecIdle.size() &&
         !vecIdle.empty() && vecIdle.front().m_pWorker == m_vecIdle.front().m_pWorker)
@@ -60,9 +189,18 @@ void CLS_Watch::LookAtIdleList(CLS_Scheduler& _clsScheduler, const CLS_QuenTaskP
         _clsScheduler.Fail("an idle worker is taken that has not the lowest order id");
     }
     m_vecIdle = std::move(vecIdle);
-    if (_clsPool.m_mapThreadTask.size() > static_cast<std::size_t>(_clsPool.m_iMaxThread) + 1)
+}
+
+void CLS_Watch::NoteIdle(CLS_Scheduler& _clsScheduler, const CLS_TaskThread* _pWorker)
+{
+    if (m_setLate.count(_pWorker) > 0)
     {
-        _clsScheduler.Fail("there are more workers than the limit and one");
+        _clsScheduler.Fail("a worker goes idle after the end has begun");
+    }
+    const auto itLastTask = m_mapLastTask.find(_pWorker);
+    if (itLastTask != m_mapLastTask.end())
+    {
+        m_setOver.insert(itLastTask->second);
     }
 }
 
@@ -72,8 +210,20 @@ void CLS_Watch::LookAtOwners(CLS_Scheduler& _clsScheduler, const CLS_QuenTaskPoo
     for (const auto& [pOwner, lstTaskIds] : _clsPool.m_mapTmpTasks)
     {
         uiListed += lstTaskIds.size();
+        const bool bAgree =
+            std::all_of(lstTaskIds.begin(), lstTaskIds.end(),
+                        [&, pNoted = pOwner](const std::string& _strTaskId)
+                        {
+                            const auto itOwner = _clsPool.m_mapTmpTaskOwner.find(_strTaskId);
+                            return itOwner != _clsPool.m_mapTmpTaskOwner.end() && itOwner->second == pNoted;
+                        });
+        if (!bAgree || lstTaskIds.empty() || _clsPool.m_mapTmpTaskCursors.count(pOwner) == 0)
+        {
+            _clsScheduler.Fail("the owner maps disagree");
+        }
     }
-    if (uiListed != _clsPool.m_mapTmpTaskOwner.size())
+    if (uiListed != _clsPool.m_mapTmpTaskOwner.size() ||
+        _clsPool.m_mapTmpTaskCursors.size() != _clsPool.m_mapTmpTasks.size())
     {
         _clsScheduler.Fail("the owner maps disagree");
     }
@@ -82,6 +232,10 @@ void CLS_Watch::LookAtOwners(CLS_Scheduler& _clsScheduler, const CLS_QuenTaskPoo
         if (m_setQueued.count(strTaskId) == 0)
         {
             _clsScheduler.Fail("a task has an owner before it was queued");
+        }
+        if (m_setOver.count(strTaskId) > 0)
+        {
+            _clsScheduler.Fail("a task that has run keeps its owner");
         }
     }
 }

@@ -2,6 +2,9 @@
 
 #include "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool.h"
 
+#include <array>
+#include <cstdint>
+#include <map>
 #include <set>
 #include <string>
 #include <vector>
@@ -9,23 +12,46 @@
 class CLS_Scheduler;
 
 /// Looks at the pool at every step of a schedule, while nobody moves, and ends the schedule when what must
-/// always hold does not. What a lock guards is looked at when nobody holds the lock.
+/// always hold does not. What a lock guards is looked at when nobody holds the lock. What has changed since
+/// the last look was changed by the one thread that has moved.
 class CLS_Watch
 {
 public:
-    void Begin() { *this = CLS_Watch(); }
     void Look(CLS_Scheduler& _clsScheduler);
 
 private:
+    void LookAtLocks(CLS_Scheduler& _clsScheduler, const CLS_QuenTaskPool& _clsPool);
+    std::vector<int> NoteReaders(const CLS_Scheduler& _clsScheduler, const void* _pLock,
+                                 std::vector<int>& _vecReaders) const;
+    void LookAtTasks(CLS_Scheduler& _clsScheduler);
+    void LookAtBindings(CLS_Scheduler& _clsScheduler, const CLS_QuenTaskPool& _clsPool);
+    void NoteUnbound(CLS_Scheduler& _clsScheduler, const CLS_QuenTaskPool& _clsPool,
+                     const CLS_TaskThread* _pWorker, const std::string& _strTaskId);
     void LookAtIdleList(CLS_Scheduler& _clsScheduler, const CLS_QuenTaskPool& _clsPool);
+    void NoteIdle(CLS_Scheduler& _clsScheduler, const CLS_TaskThread* _pWorker);
     void LookAtOwners(CLS_Scheduler& _clsScheduler, const CLS_QuenTaskPool& _clsPool) const;
 
-    const CLS_QuenTaskPool* m_pPool = nullptr; ///< that was looked at before
+    static constexpr std::size_t LOCKS = 5;
+
     struct ST_Idle
     {
         CLS_TaskThread* m_pWorker;
         int m_iOrderId;
     };
+
+    const CLS_QuenTaskPool* m_pPool = nullptr;               ///< that was looked at before
+    std::int64_t m_nsNow = 0;                                ///< of the last look
+    bool m_bFirst = true;                                    ///< nothing was looked at before
+    std::array<std::vector<int>, LOCKS> m_arrReaders;        ///< of each of the pool's locks
+    bool m_bHeld = false;                                    ///< one of them was held at the last look
+    std::set<int> m_setHolders;                              ///< the threads that hold one of them
+    std::set<const CLS_Task*> m_setValid;                    ///< the valid tasks of the last look
+    bool m_bRun = true;                                      ///< of the pool, when bindings were looked at
+    std::map<const CLS_TaskThread*, std::string> m_mapBound; ///< the bindings of the last look
+    std::set<const CLS_TaskThread*> m_setLate;               ///< workers whose task ended with the pool
+    std::map<const CLS_TaskThread*, std::string>
+        m_mapLastTask;                 ///< of each unbound worker, if it had an owner
+    std::set<std::string> m_setOver;   ///< tasks that may have no owner any more
     std::vector<ST_Idle> m_vecIdle;    ///< the idle list of the last look
     std::set<std::string> m_setQueued; ///< the ids that were seen in the queue
 };
