@@ -2,6 +2,7 @@
 // docs/schedules.md.
 
 #include "tests/schedule/pool/Crashes.h"
+#include "tests/schedule/pool/Marks.h"
 #include "tests/schedule/pool/Runner.h"
 #include "tests/schedule/pool/World.h"
 
@@ -13,6 +14,9 @@
 namespace
 {
 constexpr std::size_t STEPS_SHOWN = 150;
+
+/// So many seeds reach whatever a scenario is meant to reach.
+constexpr std::uint64_t SEEDS_TO_REACH_ALL = 500;
 
 struct ST_Options
 {
@@ -106,8 +110,25 @@ bool RunAgain(const ST_Options& _stOptions, const ST_Scenario& _stScenario)
     return bPassed;
 }
 
+/// False, with lines about it, when no schedule under any strategy has reached what the scenario is for.
+bool HasReachedAll(const ST_Options& _stOptions, const ST_Scenario& _stScenario)
+{
+    if (_stOptions.m_iMeasure > 0 || !_stOptions.m_strStrategy.empty() ||
+        _stOptions.m_uiCount < SEEDS_TO_REACH_ALL)
+    {
+        return true;
+    }
+    const std::vector<std::string> vecMissing = Marks::FindMissing(_stScenario.m_vecMarks);
+    for (const std::string& strMark : vecMissing)
+    {
+        std::cout << "FAILED " << _stScenario.m_strName << ": never reached: " << strMark << std::endl;
+    }
+    return vecMissing.empty();
+}
+
 bool RunScenario(const ST_Options& _stOptions, const ST_Scenario& _stScenario)
 {
+    Marks::Forget();
     if (*_stOptions.m_pSeed || *_stOptions.m_pDelays)
     {
         return RunAgain(_stOptions, _stScenario);
@@ -126,7 +147,7 @@ bool RunScenario(const ST_Options& _stOptions, const ST_Scenario& _stScenario)
             bPassed = RunRow(_stOptions, _stScenario, strStrategy) && bPassed;
         }
     }
-    return bPassed;
+    return HasReachedAll(_stOptions, _stScenario) && bPassed;
 }
 
 std::vector<std::string> GetScenarioNames()

@@ -1,10 +1,10 @@
+#include "tests/schedule/pool/Marks.h"
 #include "tests/schedule/pool/Scenarios.h"
 #include "tests/schedule/pool/World.h"
 
 namespace
 {
-/// How long Stop looks for a run that is over soon, and for one that is not.
-constexpr std::chrono::nanoseconds ONE_LOOK = 300ms;
+constexpr std::chrono::nanoseconds ONE_LOOK = CLS_World::ONE_LOOK;
 constexpr std::chrono::nanoseconds ALL_LOOKS = CLS_World::ALL_LOOKS;
 
 /// A new pool works, and ends.
@@ -19,35 +19,81 @@ void UseNewPool(CLS_World& _clsWorld, const std::vector<ST_Job*>& _vecOverrun = 
     _clsWorld.EndPool(clsPool, CLS_World::IDLE_END, _vecOverrun);
 }
 
+constexpr const char* LEFT_BEHIND = "a run is left behind";
+constexpr const char* AWAITED = "a run is awaited at the gate";
+
+/// The pool has ended, and had to wait for the run.
+void MarkGate(const ST_Job& _stJob)
+{
+    Marks::Reach(_stJob.m_iBegun > _stJob.m_iEnded ? LEFT_BEHIND : AWAITED);
+}
+
 /// While the first task is anywhere between its queueing and its end.
 void EndWithOneTask()
 {
     CLS_World clsWorld;
     CLS_QuenTaskPool& clsPool = CLS_World::MakePool();
     int iOwner = 0;
-    clsWorld.Submit(clsPool, clsWorld.MakeJob("A"), &iOwner);
-    clsWorld.EndPool(clsPool, CLS_World::IDLE_END + ONE_LOOK);
+    ST_Job& stJob = clsWorld.MakeJob("A", CLS_World::ChooseLength());
+    clsWorld.Submit(clsPool, stJob, &iOwner);
+    clsWorld.EndPool(clsPool, CLS_World::IDLE_END + 3 * ONE_LOOK);
+    if (stJob.m_iBegun == 0)
+    {
+        Marks::Reach("the task is dropped");
+    }
     CLS_World::RequireNobodyLeft();
 }
 
-/// With tasks that run, are bound and are queued, and a loop task.
+/// With tasks that run, are bound and are queued, and a loop task. One of them uses the pool, which may be
+/// about to end.
 void EndAtEveryMoment()
 {
     CLS_World clsWorld;
     CLS_QuenTaskPool& clsPool = CLS_World::MakePool();
     clsPool.m_iMaxThread = 1;
     int iOwner = 0;
+    int iOther = 0;
     ST_Job& stLoop = clsWorld.MakeJob("L", 2ms);
     stLoop.m_bInTime = false;
-    clsWorld.SubmitLoop(clsPool, stLoop, 5);
-    for (const char* const szName : {"A", "B", "C"})
+    ST_Job& stA = clsWorld.MakeJob("A");
+    ST_Job& stB = clsWorld.MakeJob("B", CLS_World::ChooseLength());
+    ST_Job& stC = clsWorld.MakeJob("C");
+    ST_Job& stLate = clsWorld.MakeJob("D");
+    const auto nsBefore = CLS_World::ChooseLength();
+    const bool bRemoves = CLS_World::Choose(2) == 1;
+    bool bEnding = false;
+    stA.m_funWork = [&]
     {
-        ST_Job& stJob = clsWorld.MakeJob(szName, szName[0] == 'B' ? 7ms : 0ms);
-        stJob.m_bAtOnce = false;
-        clsWorld.Submit(clsPool, stJob, &iOwner);
+        std::this_thread::sleep_for(nsBefore);
+        if (bRemoves)
+        {
+            CLS_World::RemoveOwner(clsPool, &iOther, {&stB});
+        }
+        else
+        {
+            clsWorld.Submit(clsPool, stLate, &iOwner);
+        }
+        if (bEnding)
+        {
+            Marks::Reach(bRemoves ? "a task removes while the end waits"
+                                  : "a task submits while the end waits");
+        }
+    };
+    for (ST_Job* const pJob : {&stA, &stB, &stC, &stLate})
+    {
+        pJob->m_bAtOnce = false;
     }
+    clsWorld.SubmitLoop(clsPool, stLoop, 5);
+    clsWorld.Submit(clsPool, stB, &iOther);
+    clsWorld.Submit(clsPool, stA, &iOwner);
+    clsWorld.Submit(clsPool, stC, &iOwner);
     std::this_thread::sleep_for(5ms * CLS_World::Choose(4));
-    clsWorld.EndPool(clsPool, CLS_World::IDLE_END + 2 * ONE_LOOK);
+    bEnding = true;
+    clsWorld.EndPool(clsPool, CLS_World::IDLE_END + 6 * ONE_LOOK);
+    if (stC.m_iBegun == 0)
+    {
+        Marks::Reach("a task is dropped");
+    }
     UseNewPool(clsWorld);
     CLS_World::RequireNobodyLeft();
 }
@@ -65,6 +111,7 @@ void EndWithOverrun()
     clsWorld.Submit(clsPool, stOverrun, &iOwner);
     clsWorld.Submit(clsPool, stWaiting, &iOwner);
     clsWorld.EndPool(clsPool, CLS_World::IDLE_END + ALL_LOOKS, {&stOverrun});
+    MarkGate(stOverrun);
     UseNewPool(clsWorld, {&stOverrun});
     std::this_thread::sleep_for(2s);
     CLS_World::RequireNobodyLeft();
@@ -88,6 +135,7 @@ void EndWithRemovedTask(std::chrono::nanoseconds _nsLength, bool _bOverrun)
         vecOverrun.push_back(&stJob);
     }
     clsWorld.EndPool(clsPool, CLS_World::IDLE_END + ALL_LOOKS, vecOverrun);
+    MarkGate(stJob);
     UseNewPool(clsWorld, vecOverrun);
     std::this_thread::sleep_for(5s);
     CLS_World::RequireNobodyLeft();
@@ -108,11 +156,14 @@ void EndAbandonsRemovedTask()
 
 Scenarios GetEndScenarios()
 {
-    return {{"end-with-one-task", EndWithOneTask, true},
-            {"end-at-every-moment", EndAtEveryMoment},
-            {"end-with-overrun", EndWithOverrun, false, 50ms},
-            {"end-waits-for-removed", EndWaitsForRemovedTask, false, 50ms},
-            {"end-abandons-removed", EndAbandonsRemovedTask, false, 50ms}};
+    return {{"end-with-one-task", EndWithOneTask, {CLS_World::RUN_MET, "the task is dropped"}, true},
+            {"end-at-every-moment",
+             EndAtEveryMoment,
+             {CLS_World::RUN_MET, "a task removes while the end waits", "a task submits while the end waits",
+              "a task is dropped"}},
+            {"end-with-overrun", EndWithOverrun, {LEFT_BEHIND}, false, 50ms},
+            {"end-waits-for-removed", EndWaitsForRemovedTask, {AWAITED}, false, 50ms},
+            {"end-abandons-removed", EndAbandonsRemovedTask, {AWAITED, LEFT_BEHIND}, false, 50ms}};
 }
 
 Scenarios GetAllScenarios()

@@ -16,7 +16,7 @@ void RemoveLoop(int _iInterval, std::chrono::milliseconds _msLength)
     ST_Job& stLoop = clsWorld.MakeJob("A", _msLength);
     const std::string strTaskId = clsWorld.SubmitLoop(clsPool, stLoop, _iInterval);
     SleepForAWhile();
-    CLS_World::RemoveLoop(clsPool, strTaskId, stLoop, 600ms);
+    CLS_World::RemoveLoop(clsPool, strTaskId, stLoop);
     std::this_thread::sleep_for(60ms);
     clsWorld.EndPool(clsPool);
     CLS_World::RequireNobodyLeft();
@@ -51,7 +51,7 @@ void LoopAgainstStop()
     ST_Job& stLoop = clsWorld.MakeJob("A", 5ms);
     const std::string strTaskId = clsWorld.SubmitLoop(clsPool, stLoop, 20);
     SleepForAWhile();
-    CLS_World::Stop(clsPool, strTaskId, stLoop, 300ms);
+    CLS_World::Stop(clsPool, strTaskId, stLoop);
     std::this_thread::sleep_for(60ms);
     clsWorld.EndPool(clsPool);
     CLS_World::RequireNobodyLeft();
@@ -70,11 +70,40 @@ void LoopGoesOn()
     clsWorld.EndPool(clsPool);
     CLS_World::RequireNobodyLeft();
 }
+
+/// The scheduler knows when the next run would have been due.
+void LoopWithChangedInterval()
+{
+    CLS_World clsWorld;
+    CLS_QuenTaskPool& clsPool = CLS_World::MakePool();
+    const bool bShorter = CLS_World::Choose(2) == 0;
+    ST_Job& stLoop = clsWorld.MakeJob("A");
+    const std::string strTaskId = clsWorld.SubmitLoop(clsPool, stLoop, bShorter ? 1000 : 15);
+    std::this_thread::sleep_for(50ms);
+    stLoop.m_bInTime = false;
+    stLoop.m_iInterval = 15;
+    const int iBefore = stLoop.m_iBegun;
+    CLS_Task::GetTask(strTaskId).lock()->SetLoopInterval(bShorter ? 15 : 1000);
+    // A run may be due at this moment; the scheduler looks every 10 ms.
+    std::this_thread::sleep_for(bShorter ? 11ms : 1ms);
+    Require(!bShorter || stLoop.m_iBegun == iBefore + 1, "the shorter interval is ignored");
+    const int iNow = stLoop.m_iBegun;
+    stLoop.m_bInTime = true;
+    std::this_thread::sleep_for(100ms);
+    Require(bShorter == (stLoop.m_iBegun > iNow), "the longer interval is ignored");
+    clsWorld.EndPool(clsPool);
+    CLS_World::RequireNobodyLeft();
+}
 } // namespace
 
 Scenarios GetLoopScenarios()
 {
-    return {{"loop-against-removal", LoopAgainstRemoval}, {"loop-without-interval", LoopWithoutInterval},
-            {"loop-with-long-runs", LoopWithLongRuns},    {"loop-ends-when-looked-at", LoopEndsWhenLookedAt},
-            {"loop-against-stop", LoopAgainstStop},       {"loop-goes-on", LoopGoesOn}};
+    const std::vector<std::string> vecMet{CLS_World::RUN_MET};
+    return {{"loop-against-removal", LoopAgainstRemoval, {CLS_World::RUN_MET, CLS_World::RUN_FORESTALLED}},
+            {"loop-without-interval", LoopWithoutInterval, vecMet},
+            {"loop-with-long-runs", LoopWithLongRuns, vecMet},
+            {"loop-ends-when-looked-at", LoopEndsWhenLookedAt, vecMet},
+            {"loop-against-stop", LoopAgainstStop, {CLS_World::RUN_MET, CLS_World::RUN_FORESTALLED}},
+            {"loop-with-changed-interval", LoopWithChangedInterval, {}, false, 0ms, true},
+            {"loop-goes-on", LoopGoesOn}};
 }

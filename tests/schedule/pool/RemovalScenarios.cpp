@@ -1,11 +1,9 @@
+#include "tests/schedule/pool/Marks.h"
 #include "tests/schedule/pool/Scenarios.h"
 #include "tests/schedule/pool/World.h"
 
 namespace
 {
-/// A look by Stop, and the polls until nobody else uses the tasks.
-constexpr std::chrono::nanoseconds SHORT_REMOVAL = 600ms;
-
 /// Anywhere between the queueing and the end of the tasks.
 void RemoveOwner()
 {
@@ -16,7 +14,9 @@ void RemoveOwner()
     ST_Job& stLong = clsWorld.MakeJob("B", 5ms);
     clsWorld.Submit(clsPool, stShort, &iOwner);
     clsWorld.Submit(clsPool, stLong, &iOwner);
-    CLS_World::RemoveOwner(clsPool, &iOwner, {&stShort, &stLong}, SHORT_REMOVAL);
+    CLS_World::GiveWay();
+    std::this_thread::sleep_for(2ms * CLS_World::Choose(4));
+    CLS_World::RemoveOwner(clsPool, &iOwner, {&stShort, &stLong});
     ST_Job& stNext = clsWorld.MakeJob("C");
     clsWorld.Submit(clsPool, stNext, &iOwner);
     clsWorld.Settle();
@@ -38,7 +38,7 @@ void RemoveOwnerOfMany()
     clsWorld.Submit(clsPool, stRunning, &iOwner);
     clsWorld.Submit(clsPool, stWaiting, &iOwner);
     std::this_thread::sleep_for(5ms);
-    CLS_World::RemoveOwner(clsPool, &iOwner, {&stRunning, &stWaiting}, 900ms);
+    CLS_World::RemoveOwner(clsPool, &iOwner, {&stRunning, &stWaiting});
     std::this_thread::sleep_for(200ms);
     clsWorld.EndPool(clsPool);
     CLS_World::RequireNobodyLeft();
@@ -52,11 +52,18 @@ void RemoveOwnerWhoseTaskSubmits()
     int iOwner = 0;
     ST_Job& stFirst = clsWorld.MakeJob("A");
     ST_Job& stSecond = clsWorld.MakeJob("B");
-    stFirst.m_funWork = [&] { clsWorld.Submit(clsPool, stSecond, &iOwner); };
+    stFirst.m_funWork = [&]
+    {
+        CLS_World::GiveWay();
+        clsWorld.Submit(clsPool, stSecond, &iOwner);
+    };
     clsWorld.Submit(clsPool, stFirst, &iOwner);
-    CLS_World::RemoveOwner(clsPool, &iOwner, {&stFirst}, SHORT_REMOVAL + 300ms);
-    stSecond.m_bRemoved = true;
-    Require(stSecond.m_iBegun == stSecond.m_iEnded, "B still runs");
+    CLS_World::GiveWay();
+    CLS_World::RemoveOwner(clsPool, &iOwner, {&stFirst, &stSecond});
+    if (stSecond.m_iQueued > 0 && stSecond.m_iBegun == 0)
+    {
+        Marks::Reach("what the task submits is removed");
+    }
     clsWorld.Settle();
     clsWorld.EndPool(clsPool);
     CLS_World::RequireNobodyLeft();
@@ -71,7 +78,9 @@ void StopAgainstStart()
     stJob.m_iQueued = 1;
     const std::string strTaskId = CLS_Task::CreateTask(CLS_World::MakeCallable(stJob), -1, "A")->GetId();
     clsPool.AddWaitingTasks(strTaskId);
-    CLS_World::Stop(clsPool, strTaskId, stJob, 300ms);
+    CLS_World::GiveWay();
+    CLS_World::GiveWay();
+    CLS_World::Stop(clsPool, strTaskId, stJob);
     clsWorld.EndPool(clsPool);
     CLS_World::RequireNobodyLeft();
 }
@@ -87,6 +96,7 @@ void StopHandshake()
     Require(pTask->Stop(), "the stop gives up");
     stJob.m_bRemoved = true;
     Require(stJob.m_iBegun == stJob.m_iEnded, "A still runs");
+    Marks::Reach(stJob.m_iBegun > 0 ? CLS_World::RUN_MET : CLS_World::RUN_FORESTALLED);
     thrRunner.join();
     CLS_World::RequireNobodyLeft();
 }
@@ -132,8 +142,7 @@ void CapturedObjectCallsThePool()
                                               {
                                                   bDestroyed = true;
                                                   clsWorld.Submit(clsPool, stSubmitted, &iOwner);
-                                                  clsPool.RemoveTmpTask(&iOther, "captured");
-                                                  stOther.m_bRemoved = true;
+                                                  CLS_World::RemoveOwner(clsPool, &iOther, {&stOther});
                                               });
         clsWorld.Submit(clsPool, stOther, &iOther);
         clsPool.AddLoopTask([pCaptured] {}, 1000, strTaskId, "A");
@@ -145,15 +154,63 @@ void CapturedObjectCallsThePool()
     clsWorld.EndPool(clsPool);
     CLS_World::RequireNobodyLeft();
 }
+
+/// What a callable captured ends the pool when it is destroyed: by the removal, which has more to remove.
+void CapturedObjectEndsThePool()
+{
+    CLS_World clsWorld;
+    CLS_QuenTaskPool& clsPool = CLS_World::MakePool();
+    clsPool.m_iMaxThread = 0;
+    int iOwner = 0;
+    int iOther = 0;
+    bool bDestroyed = false;
+    std::string strTaskId;
+    clsWorld.Submit(clsPool, clsWorld.MakeJob("A", 20ms), &iOther);
+    {
+        const std::shared_ptr<void> pCaptured(nullptr,
+                                              [&](void*)
+                                              {
+                                                  bDestroyed = true;
+                                                  clsWorld.EndPool(clsPool,
+                                                                   CLS_World::IDLE_END + CLS_World::ONE_LOOK);
+                                              });
+        if (CLS_World::Choose(2) == 0)
+        {
+            Require(clsPool.AddTmpTask([pCaptured] {}, &iOwner, "B"), "the pool takes no task");
+        }
+        else
+        {
+            clsPool.AddLoopTask([pCaptured] {}, 1000, strTaskId, "B");
+        }
+    }
+    ST_Job& stMore = clsWorld.MakeJob("C");
+    stMore.m_bAtOnce = false;
+    clsWorld.Submit(clsPool, stMore, &iOwner);
+    if (strTaskId.empty())
+    {
+        clsPool.RemoveTmpTask(&iOwner, "scenario");
+        Require(stMore.m_bDestroyed, "the callable of C outlives its removal");
+    }
+    else
+    {
+        clsPool.RemoveTask(strTaskId, "scenario");
+    }
+    Require(bDestroyed && CLS_QuenTaskPool::m_pInstance == nullptr, "the pool is left");
+    CLS_World::RequireNobodyLeft();
+}
 } // namespace
 
 Scenarios GetRemovalScenarios()
 {
-    return {{"remove-owner", RemoveOwner, true},
-            {"remove-owner-of-many", RemoveOwnerOfMany, false, 20ms, true},
-            {"remove-owner-whose-task-submits", RemoveOwnerWhoseTaskSubmits},
-            {"stop-against-start", StopAgainstStart, true},
-            {"stop-handshake", StopHandshake, true},
-            {"remove-itself", RemoveItself, false, 50ms, true},
-            {"captured-object-calls", CapturedObjectCallsThePool}};
+    const std::vector<std::string> vecBoth{CLS_World::RUN_MET, CLS_World::RUN_FORESTALLED};
+    return {{"remove-owner", RemoveOwner, vecBoth, true},
+            {"remove-owner-of-many", RemoveOwnerOfMany, vecBoth, false, 20ms, true},
+            {"remove-owner-whose-task-submits",
+             RemoveOwnerWhoseTaskSubmits,
+             {CLS_World::RUN_MET, CLS_World::RUN_FORESTALLED, "what the task submits is removed"}},
+            {"stop-against-start", StopAgainstStart, vecBoth, true},
+            {"stop-handshake", StopHandshake, vecBoth, true},
+            {"remove-itself", RemoveItself, {}, false, 50ms, true},
+            {"captured-object-calls", CapturedObjectCallsThePool, vecBoth},
+            {"captured-object-ends-the-pool", CapturedObjectEndsThePool, {}, false, 0ms, true}};
 }

@@ -11,6 +11,7 @@ struct ST_Scenario
 {
     std::string m_strName;
     void (*m_funBody)();
+    std::vector<std::string> m_vecMarks{};         ///< what its schedules must reach, together
     bool m_bSmall = false;                         ///< small enough for an exhaustive search
     std::chrono::nanoseconds m_nsShortestSleep{0}; ///< that of its threads; keeps waits of minutes short
     bool m_bTimed = false;                         ///< all about moments: not for slow threads

@@ -1,3 +1,4 @@
+#include "tests/schedule/pool/Marks.h"
 #include "tests/schedule/pool/Scenarios.h"
 #include "tests/schedule/pool/World.h"
 
@@ -54,6 +55,10 @@ void QueuedTwice()
     clsPool.AddWaitingTasks(strTaskId);
     thrOther.join();
     clsWorld.RequireAllRan();
+    if (clsPool.GetTaskThreadNum() == 2)
+    {
+        Marks::Reach("both runs at once");
+    }
     clsWorld.EndPool(clsPool);
     CLS_World::RequireNobodyLeft();
 }
@@ -61,7 +66,7 @@ void QueuedTwice()
 
 Scenarios GetSubmissionScenarios()
 {
-    return {{"submit-and-run", SubmitAndRun, true},
+    return {{"submit-and-run", SubmitAndRun, {}, true},
             {"two-submitters", TwoSubmitters},
-            {"queued-twice", QueuedTwice, true}};
+            {"queued-twice", QueuedTwice, {"both runs at once"}, true}};
 }

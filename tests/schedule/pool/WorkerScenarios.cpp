@@ -1,3 +1,4 @@
+#include "tests/schedule/pool/Marks.h"
 #include "tests/schedule/pool/Scenarios.h"
 #include "tests/schedule/pool/World.h"
 
@@ -5,6 +6,14 @@
 
 namespace
 {
+/// A pass of the watchdog waits for nothing that takes time.
+void RunPass(CLS_QuenTaskPool& _clsPool)
+{
+    const auto nsBegin = CLS_World::GetTime();
+    _clsPool.OvertimePass();
+    CLS_World::RequireTimely(CLS_World::GetTime() == nsBegin, "a pass of the watchdog takes time");
+}
+
 /// Every idle worker counts as idle for too long, and passes of the watchdog come at any moment.
 void RetireAgainstHandOver()
 {
@@ -17,7 +26,7 @@ void RetireAgainstHandOver()
         {
             for (int i = 0; i < 3; ++i)
             {
-                clsPool.OvertimePass();
+                RunPass(clsPool);
                 std::this_thread::sleep_for(1ms);
             }
         });
@@ -28,7 +37,7 @@ void RetireAgainstHandOver()
     }
     thrRetirer.join();
     clsWorld.RequireAllRan();
-    clsPool.OvertimePass();
+    RunPass(clsPool);
     CLS_World::RequireTimely(clsPool.GetTaskThreadNum() == 0, "an idle worker is left");
     clsWorld.EndPool(clsPool);
     CLS_World::RequireNobodyLeft();
@@ -48,22 +57,25 @@ void RetireAgainstNextAttempt()
     stWaiting.m_bAtOnce = false;
     clsWorld.Submit(clsPool, stWaiting, &iOwner);
     std::this_thread::sleep_for(100ms);
-    clsPool.OvertimePass();
+    RunPass(clsPool);
     std::this_thread::sleep_for(150ms);
     Require(stWaiting.m_nsBegun == 100ms || stWaiting.m_nsBegun == 200ms, "B begins at another time");
+    Marks::Reach(stWaiting.m_nsBegun == 100ms ? "the attempt gets a worker" : "the attempt after gets one");
     clsWorld.RequireAllRan();
     clsWorld.EndPool(clsPool);
     CLS_World::RequireNobodyLeft();
 }
 
-/// The watchdog itself: its second pass, after 360 seconds, finds a worker that was idle for 300 seconds.
+/// The watchdog itself: a pass every 180 seconds retires a worker that was idle for 300, and no other.
 void WatchdogRetires()
 {
     CLS_World clsWorld;
     CLS_QuenTaskPool& clsPool = CLS_World::MakePool();
     int iOwner = 0;
     clsWorld.Submit(clsPool, clsWorld.MakeJob("A"), &iOwner);
-    std::this_thread::sleep_for(359s);
+    std::this_thread::sleep_for(100s);
+    clsWorld.Submit(clsPool, clsWorld.MakeJob("B"), &iOwner);
+    std::this_thread::sleep_for(439s);
     Require(clsPool.GetTaskThreadNum() == 1, "the worker retires early");
     std::this_thread::sleep_for(2s);
     Require(clsPool.GetTaskThreadNum() == 0, "the worker does not retire");
@@ -126,8 +138,13 @@ void BusyReport()
 Scenarios GetWorkerScenarios()
 {
     return {{"retire-against-hand-over", RetireAgainstHandOver},
-            {"retire-against-next-attempt", RetireAgainstNextAttempt, false, 0ms, true},
-            {"watchdog-retires", WatchdogRetires, false, 180ms, true},
-            {"worker-limit", WorkerLimit, false, 0ms, true},
-            {"busy-report", BusyReport, false, 50ms, true}};
+            {"retire-against-next-attempt",
+             RetireAgainstNextAttempt,
+             {"the attempt gets a worker", "the attempt after gets one"},
+             false,
+             0ms,
+             true},
+            {"watchdog-retires", WatchdogRetires, {}, false, 180ms, true},
+            {"worker-limit", WorkerLimit, {}, false, 0ms, true},
+            {"busy-report", BusyReport, {}, false, 50ms, true}};
 }

@@ -1,10 +1,11 @@
 #include "tests/schedule/pool/World.h"
 
-#include "tests/schedule/core/Memory.h"
+#include "tests/schedule/pool/Marks.h"
 #include "tests/schedule/pool/Names.h"
 #include "tests/schedule/pool/ScheduleLog.h"
 
 #include <algorithm>
+#include <array>
 #include <iostream>
 #include <new>
 #include <sstream>
@@ -13,6 +14,12 @@ namespace
 {
 /// How often a slow program looks at most, 10 ms apart.
 constexpr int SLOW_POLLS = 2000;
+
+/// What a removal may take beyond its looks: the worker lets go of a task a few steps after its run.
+constexpr std::chrono::nanoseconds LAST_STEPS = 5ms;
+
+/// About as many steps as a task takes from its queueing to its run.
+constexpr int MOST_YIELDS = 40;
 
 std::vector<CLS_World::ST_Record>* s_pRecords = nullptr;
 
@@ -30,6 +37,54 @@ void RequireTime(const std::string& _strWhat, std::chrono::nanoseconds _nsBegin,
     const auto nsTaken = CLS_World::GetTime() - _nsBegin;
     CLS_World::RequireTimely(nsTaken <= _nsMost, _strWhat + " takes " + std::to_string(nsTaken / 1us) +
                                                      " us, more than " + std::to_string(_nsMost / 1us));
+}
+
+/// How long Stop looks at most for the task to be idle; nothing when its runs are over.
+std::chrono::nanoseconds GetLooks(const ST_Job& _stJob)
+{
+    const auto nsNow = CLS_World::GetTime();
+    const bool bRuns = _stJob.m_iBegun > _stJob.m_iEnded;
+    if (_stJob.m_iInterval < 0 && !bRuns && _stJob.m_iEnded == _stJob.m_iQueued && _stJob.m_nsEnded < nsNow)
+    {
+        return 0ns;
+    }
+    const auto nsLeft = _stJob.m_nsLength - (bRuns ? nsNow - _stJob.m_nsBegun : 0ns);
+    return std::min<std::chrono::nanoseconds>((nsLeft / CLS_World::ONE_LOOK + 1) * CLS_World::ONE_LOOK,
+                                              CLS_World::ALL_LOOKS);
+}
+
+void MarkRun(const ST_Job& _stJob, std::chrono::nanoseconds _nsBegin)
+{
+    if (_stJob.m_nsEnded > _nsBegin)
+    {
+        Marks::Reach(CLS_World::RUN_MET);
+    }
+    else if (_stJob.m_iBegun == 0)
+    {
+        Marks::Reach(CLS_World::RUN_FORESTALLED);
+    }
+}
+
+/// The callable of a removed task is gone. A task that was over before is unknown to its owner, and one
+/// whose run outlasts the removal takes its callable with it later.
+void RequireDestroyed(const ST_Job& _stJob, std::chrono::nanoseconds _nsBegin)
+{
+    const bool bOver = _stJob.m_iEnded > 0 && _stJob.m_nsEnded <= _nsBegin;
+    const bool bOutlasts = _stJob.m_iBegun > _stJob.m_iEnded;
+    const bool bUnknown = _stJob.m_iQueued == 0;
+    CLS_World::RequireTimely(_stJob.m_bDestroyed || bOver || bOutlasts || bUnknown,
+                             "the callable of " + _stJob.m_strName + " outlives its removal");
+}
+
+/// When the service threads had ended.
+std::chrono::nanoseconds GetServicesEnd()
+{
+    const auto& vecRecords = CLS_World::GetRecords();
+    const auto itRecord =
+        std::find_if(vecRecords.rbegin(), vecRecords.rend(),
+                     [](const CLS_World::ST_Record& _stRecord)
+                     { return _stRecord.m_strText == "----- TaskPool m_mapAllThreads start -----"; });
+    return itRecord == vecRecords.rend() ? CLS_World::GetTime() : itRecord->m_nsTime;
 }
 
 /// From now on no run of the task begins, and none is going on unless 9 seconds were not enough for it.
@@ -121,6 +176,22 @@ int CLS_World::Choose(int _iCount)
                                  : static_cast<int>(pScheduler->Choose(static_cast<std::size_t>(_iCount)));
 }
 
+std::chrono::nanoseconds CLS_World::ChooseLength()
+{
+    // The watchdog looks every 180 ms, and Stop 300 ms later each time.
+    static constexpr std::array<std::chrono::milliseconds, 7> LENGTHS{180ms, 0ms,   7ms,  179ms,
+                                                                      181ms, 480ms, 780ms};
+    return LENGTHS.at(static_cast<std::size_t>(Choose(LENGTHS.size())));
+}
+
+void CLS_World::GiveWay()
+{
+    for (int i = Choose(MOST_YIELDS); i > 0; --i)
+    {
+        std::this_thread::yield();
+    }
+}
+
 CLS_QuenTaskPool& CLS_World::MakePool()
 {
     const Names::CLS_ServiceScope clsScope;
@@ -144,69 +215,139 @@ std::function<void()> CLS_World::MakeCallable(ST_Job& _stJob)
 void CLS_World::Submit(CLS_QuenTaskPool& _clsPool, ST_Job& _stJob, void* _pOwner)
 {
     ++_stJob.m_iQueued;
-    _stJob.m_nsQueued = GetTime();
+    const auto nsBegin = GetTime();
+    _stJob.m_nsQueued = nsBegin;
     Require(_clsPool.AddTmpTask(MakeCallable(_stJob), _pOwner, _stJob.m_strName), "the pool takes no task");
+    RequireTime("the submission", nsBegin, 0ns);
 }
 
 std::string CLS_World::SubmitLoop(CLS_QuenTaskPool& _clsPool, ST_Job& _stJob, int _iInterval)
 {
     std::string strTaskId;
+    const auto nsBegin = GetTime();
     _stJob.m_iInterval = _iInterval;
     _clsPool.AddLoopTask(MakeCallable(_stJob), _iInterval, strTaskId, _stJob.m_strName);
     Require(!strTaskId.empty(), "the pool takes no loop task");
+    RequireTime("the submission", nsBegin, 0ns);
     return strTaskId;
 }
 
-void CLS_World::RemoveOwner(CLS_QuenTaskPool& _clsPool, void* _pOwner, const std::vector<ST_Job*>& _vecJobs,
-                            std::chrono::nanoseconds _nsMost)
+void CLS_World::RemoveOwner(CLS_QuenTaskPool& _clsPool, void* _pOwner, const std::vector<ST_Job*>& _vecJobs)
 {
     const auto nsBegin = GetTime();
+    std::chrono::nanoseconds nsMost = LAST_STEPS;
     for (ST_Job* const pJob : _vecJobs)
     {
         pJob->m_nsLastBeginning = nsBegin;
+        nsMost += GetLooks(*pJob);
     }
     _clsPool.RemoveTmpTask(_pOwner, "scenario");
     for (ST_Job* const pJob : _vecJobs)
     {
         RequireOver(*pJob, nsBegin);
+        RequireDestroyed(*pJob, nsBegin);
+        MarkRun(*pJob, nsBegin);
     }
-    RequireTime("the removal by owner", nsBegin, _nsMost);
+    RequireTime("the removal by owner", nsBegin, nsMost);
 }
 
-void CLS_World::RemoveLoop(CLS_QuenTaskPool& _clsPool, const std::string& _strTaskId, ST_Job& _stJob,
-                           std::chrono::nanoseconds _nsMost)
+void CLS_World::RemoveLoop(CLS_QuenTaskPool& _clsPool, const std::string& _strTaskId, ST_Job& _stJob)
 {
     const auto nsBegin = GetTime();
-    _clsPool.RemoveTask(_strTaskId, "scenario");
+    const auto nsMost = GetLooks(_stJob) + LAST_STEPS;
+    if (Choose(2) == 0)
+    {
+        _clsPool.RemoveTask(_strTaskId, "scenario");
+    }
+    else
+    {
+        _clsPool.KillTask(_strTaskId, "scenario");
+    }
     RequireOver(_stJob, nsBegin);
     RequireTimely(_stJob.m_bDestroyed, "the callable of " + _stJob.m_strName + " outlives its removal");
-    RequireTime("the removal", nsBegin, _nsMost);
+    const auto& vecIds = _clsPool.m_vecLoopTasks;
+    Require(std::find(vecIds.begin(), vecIds.end(), _strTaskId) == vecIds.end(),
+            "the loop list keeps its id");
+    MarkRun(_stJob, nsBegin);
+    RequireTime("the removal", nsBegin, nsMost);
 }
 
-void CLS_World::Stop(CLS_QuenTaskPool& _clsPool, const std::string& _strTaskId, ST_Job& _stJob,
-                     std::chrono::nanoseconds _nsMost)
+void CLS_World::Stop(CLS_QuenTaskPool& _clsPool, const std::string& _strTaskId, ST_Job& _stJob)
 {
     const auto nsBegin = GetTime();
+    const auto nsMost = GetLooks(_stJob);
     _clsPool.StopTask(_strTaskId);
     RequireOver(_stJob, nsBegin);
-    RequireTime("the stop", nsBegin, _nsMost);
+    MarkRun(_stJob, nsBegin);
+    RequireTime("the stop", nsBegin, nsMost);
 }
 
 void CLS_World::EndPool(CLS_QuenTaskPool& _clsPool, std::chrono::nanoseconds _nsMost,
                         const std::vector<ST_Job*>& _vecOverrun)
 {
     const auto nsBegin = GetTime();
-    _clsPool.UnInit();
+    if (Choose(2) == 0)
+    {
+        _clsPool.UnInit();
+    }
+    else
+    {
+        _clsPool.KillTaskAll();
+    }
     Require(CLS_QuenTaskPool::m_pInstance == nullptr, "the pool survives its end");
+    const auto nsServicesEnd = GetServicesEnd();
+    const std::vector<const ST_Job*> vecRunning = FindRunning(nsServicesEnd);
+    RequireStopped(vecRunning);
+    auto nsLastEnd = nsServicesEnd;
     for (const auto& pJob : m_vecJobs)
     {
         if (std::find(_vecOverrun.begin(), _vecOverrun.end(), pJob.get()) == _vecOverrun.end())
         {
             RequireOver(*pJob, nsBegin);
+            nsLastEnd = std::max(nsLastEnd, pJob->m_nsEnded);
         }
         pJob->m_bRemoved = true;
     }
     RequireTime("the end of the pool", nsBegin, _nsMost);
+    if (_vecOverrun.empty())
+    {
+        RequireTime("the end of the pool after the last run", nsLastEnd, ONE_LOOK);
+    }
+    if (!vecRunning.empty())
+    {
+        Marks::Reach(RUN_MET);
+    }
+}
+
+/// The tasks that were running later than that, and may be still.
+std::vector<const ST_Job*> CLS_World::FindRunning(std::chrono::nanoseconds _nsSince) const
+{
+    std::vector<const ST_Job*> vecRunning;
+    for (const auto& pJob : m_vecJobs)
+    {
+        if (pJob->m_iBegun > pJob->m_iEnded || (pJob->m_iEnded > 0 && pJob->m_nsEnded > _nsSince))
+        {
+            vecRunning.push_back(pJob.get());
+        }
+    }
+    return vecRunning;
+}
+
+/// The end of the pool has made those tasks invalid that are registered still.
+void CLS_World::RequireStopped(const std::vector<const ST_Job*>& _vecRunning) const
+{
+    for (const ST_Job* const pJob : _vecRunning)
+    {
+        bool bValid = false;
+        {
+            const CLS_Scheduler::CLS_Inside clsInside;
+            for (const auto& [strTaskId, pTask] : CLS_Task::m_mapTaskData)
+            {
+                bValid |= pTask->m_bValid && pTask->Param("callinfo").ToString() == pJob->m_strName;
+            }
+        }
+        RequireTimely(!bValid, pJob->m_strName + " was not stopped by the end of the pool");
+    }
 }
 
 void CLS_World::Settle() const

@@ -59,18 +59,20 @@ public:
     void Submit(CLS_QuenTaskPool& _clsPool, ST_Job& _stJob, void* _pOwner);
     std::string SubmitLoop(CLS_QuenTaskPool& _clsPool, ST_Job& _stJob, int _iInterval);
 
-    /// Each removes, asserts how long it took at most, and what holds then.
-    static void RemoveOwner(CLS_QuenTaskPool& _clsPool, void* _pOwner, const std::vector<ST_Job*>& _vecJobs,
-                            std::chrono::nanoseconds _nsMost);
-    static void RemoveLoop(CLS_QuenTaskPool& _clsPool, const std::string& _strTaskId, ST_Job& _stJob,
-                           std::chrono::nanoseconds _nsMost);
-    static void Stop(CLS_QuenTaskPool& _clsPool, const std::string& _strTaskId, ST_Job& _stJob,
-                     std::chrono::nanoseconds _nsMost);
+    /// Each removes or stops, asserts that it takes no longer than the looks at the runs do, and what holds
+    /// then. What a run met is marked: RUN_MET, and RUN_FORESTALLED when a task never ran.
+    static void RemoveOwner(CLS_QuenTaskPool& _clsPool, void* _pOwner, const std::vector<ST_Job*>& _vecJobs);
+    static void RemoveLoop(CLS_QuenTaskPool& _clsPool, const std::string& _strTaskId, ST_Job& _stJob);
+    static void Stop(CLS_QuenTaskPool& _clsPool, const std::string& _strTaskId, ST_Job& _stJob);
 
-    /// Ends the pool, which takes _nsMost at most; no run of a known task begins from then on, and none is
-    /// going on but those of _vecOverrun.
+    /// Ends the pool, in one of its two ways, which takes _nsMost at most, and no longer than a look after
+    /// the last run. The tasks that run then were stopped; no run of a known task begins from then on, and
+    /// none is going on but those of _vecOverrun. Marks RUN_MET when a run outlasts the service threads.
     void EndPool(CLS_QuenTaskPool& _clsPool, std::chrono::nanoseconds _nsMost = IDLE_END,
                  const std::vector<ST_Job*>& _vecOverrun = {});
+
+    static constexpr const char* RUN_MET = "a run is waited for";
+    static constexpr const char* RUN_FORESTALLED = "a run is forestalled";
 
     /// Settles, and asserts that each queueing had its run.
     void RequireAllRan() const;
@@ -91,8 +93,18 @@ public:
     /// A number below _iCount that is left to chance.
     static int Choose(int _iCount);
 
+    /// One of the lengths, some of which end a run at the very moment that the end of the pool looks at it;
+    /// without chance, the first.
+    static std::chrono::nanoseconds ChooseLength();
+
+    /// Lets the other threads take some steps at this moment.
+    static void GiveWay();
+
     /// How long the end of a pool takes when nothing runs: until the watchdog looks.
     static constexpr std::chrono::nanoseconds IDLE_END = 180ms;
+
+    /// From one look of Stop at a run to the next.
+    static constexpr std::chrono::nanoseconds ONE_LOOK = 300ms;
 
     /// How long Stop looks for a run that does not end.
     static constexpr std::chrono::nanoseconds ALL_LOOKS = 9s;
@@ -107,6 +119,8 @@ public:
 
 private:
     bool HaveAllRun() const;
+    std::vector<const ST_Job*> FindRunning(std::chrono::nanoseconds _nsSince) const;
+    void RequireStopped(const std::vector<const ST_Job*>& _vecRunning) const;
 
     std::vector<std::unique_ptr<ST_Job>> m_vecJobs;
 };
