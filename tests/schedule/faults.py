@@ -1,7 +1,7 @@
 """Faults to be found: each is put into a copy of one source of the product.
 
-An edit is (text, replacement); the text stands in the source exactly once. "found by" names the scenario and the
-strategy that scripts/schedules.sh looks for the fault with.
+An edit is (text, replacement); the text stands in the source exactly once. scripts/schedules.sh looks for the fault
+with the scenario and the strategy; "seen" is how the failure that counts begins.
 """
 
 POOL = "QuenPlugins/ZelTaskPool/"
@@ -15,31 +15,37 @@ WORKER = POOL + "CLS_TaskThread.cpp"
 GATE = POOL + "CLS_RunGate.cpp"
 
 
-def fault(name, source, *edits, scenario="", strategy="random"):
-    return {"name": name, "source": source, "edits": edits, "scenario": scenario, "strategy": strategy}
+def fault(name, source, *edits, scenario, strategy, seen):
+    return {"name": name, "source": source, "edits": edits, "scenario": scenario, "strategy": strategy, "seen": seen}
 
 
 FAULTS = [
     # Notifications.
     fault("a queued id notifies nobody", DISPATCH,
           ("        m_cvWaitingTasks.notify_one();\n", ""),
-          scenario="submit-and-run", strategy="random"),
+          scenario="submit-and-run", strategy="random",
+          seen="A was queued 1 times and ran 0"),
     fault("a hand-over notifies nobody", WORKER,
           ("    m_funFunction = _funJob;\n    m_cvFunction.notify_one();\n", "    m_funFunction = _funJob;\n"),
-          scenario="submit-and-run", strategy="random"),
+          scenario="submit-and-run", strategy="random",
+          seen=("A was queued 1 times and ran 0", "B was queued 1 times and ran 0")),
     fault("the end of the pool notifies nobody", SHUTDOWN,
           ("    m_cvWaitingTasks.notify_one();\n", ""),
-          scenario="submit-and-run", strategy="random"),
+          scenario="submit-and-run", strategy="random",
+          seen="the service threads end late"),
     fault("the pool's run flag is cleared outside the lock", SHUTDOWN,
           ("    {\n        const CLS_LockGuard lock(m_mtxWaitingTasks);\n        m_bRun.exchange(false);\n    }\n",
            "    m_bRun.exchange(false);\n"),
-          scenario="end-with-one-task", strategy="pct2"),
+          scenario="end-with-one-task", strategy="pct2",
+          seen="the service threads end late"),
     fault("a worker's end is notified outside the lock", WORKER,
           ("gets the notification.\n    const CLS_LockGuard lock(m_mtxFunction);\n", "gets the notification.\n"),
-          scenario="two-submitters", strategy="random"),
+          scenario="two-submitters", strategy="random",
+          seen="the end of the pool takes"),
     fault("the gate waits without a predicate", GATE,
           ("_nsLimit, [this]() ZEL_REQUIRES(m_mtxGate) { return !m_bRunning; });", "_nsLimit);"),
-          scenario="end-waits-for-removed", strategy="random"),
+          scenario="end-waits-for-removed", strategy="random",
+          seen="A still runs"),
 
     # Stop against the start of a run.
     fault("a run reads the validity before it stores the status", TASK,
@@ -47,47 +53,87 @@ FAULTS = [
            "    const bool bValid = m_bValid;\n    const CLS_Run clsRun(*this);\n    try\n    {\n"
            "        if (bValid)\n        {\n            RunCallable();\n        }\n"),
           ("if (m_bValid && m_funTask)", "if (m_funTask)"),
-          scenario="stop-against-start", strategy="pct3"),
+          scenario="stop-against-start", strategy="pct3",
+          seen="A begins after its removal has returned"),
     fault("a stop reads the status before it stores the validity", TASK,
           ("    m_bValid.exchange(false);\n    for (int iSleeps",
            "    const bool bExecuting = m_iTaskStatus >= STATUS_EXECUTING;\n    m_bValid.exchange(false);\n"
            "    if (!bExecuting)\n    {\n        return true;\n    }\n    for (int iSleeps"),
-          scenario="stop-against-start", strategy="pct3"),
+          scenario="stop-handshake", strategy="random",
+          seen=("A still runs", "A begins after its removal has returned")),
     fault("a stop stores the validity with release", TASK,
           ("    m_bValid.exchange(false);\n    for",
            "    m_bValid.store(false, std::memory_order_release);\n    for"),
-          scenario="stop-handshake", strategy="random"),
+          scenario="stop-handshake", strategy="random",
+          seen=("A still runs", "A begins after its removal has returned")),
     fault("a run stores the status with release", TASK,
           ("m_iTaskStatus.exchange(TASK_STATUS_RUNNING);",
            "m_iTaskStatus.store(TASK_STATUS_RUNNING, std::memory_order_release);"),
-          scenario="stop-against-start", strategy="pct2"),
+          scenario="stop-against-start", strategy="pct2",
+          seen="A still runs"),
 
     # Removal.
     fault("a removal does not wait for the run", TASKS,
           ("const bool bStopped = pTask && pTask->Stop();",
            "const bool bStopped = pTask != nullptr;\n    if (pTask)\n    {\n        pTask->SetValid(false);\n    }"),
-          scenario="remove-itself", strategy="random"),
+          scenario="remove-itself", strategy="random",
+          seen="A does not run once"),
     fault("an owner's tasks are made invalid one by one", TASKS,
           ("    InvalidateTasks(_lstTaskIds);\n    for", "    for"),
-          scenario="remove-owner-of-many", strategy="random"),
+          scenario="remove-owner-of-many", strategy="random",
+          seen="B begins during its removal"),
     fault("a removal does not wait for the last reference", TASKS,
-          ("        WaitForLastReference(pTask, _iPollsLeft);\n", ""),
-          scenario="loop-against-removal", strategy="random"),
+          ("bStopped && WaitForLastReference(pTask, _iPollsLeft)", "false && bStopped"),
+          scenario="loop-against-removal", strategy="random",
+          seen="the callable of A outlives its removal"),
+    fault("a removal leaves the callable to the record", TASKS,
+          ("        pTask->TakeCallable();\n", ""),
+          scenario="loop-ends-when-looked-at", strategy="random",
+          seen="the callable of A outlives its removal"),
     fault("a removed task is destroyed under the registry's lock", TASKS,
-          ("    const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(_strTaskId).lock();\n"
-           "    const bool bStopped = pTask && pTask->Stop();\n    CLS_Task::DeleteTask(_strTaskId);\n"
-           "    if (bStopped)\n    {\n        WaitForLastReference(pTask, _iPollsLeft);\n    }\n",
-           "    static_cast<void>(_iPollsLeft);\n"
-           "    if (const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(_strTaskId).lock())\n    {\n"
-           "        pTask->Stop();\n    }\n    CLS_Task::DeleteTask(_strTaskId);\n"),
-          scenario="captured-object-calls", strategy="random"),
+          ("    const bool bStopped = pTask && pTask->Stop();\n    CLS_Task::DeleteTask(_strTaskId);\n",
+           "    const bool bStopped = false;\n    if (pTask)\n    {\n        pTask->Stop();\n    }\n"
+           "    const_cast<std::shared_ptr<CLS_Task>&>(pTask).reset();\n    CLS_Task::DeleteTask(_strTaskId);\n"),
+          scenario="captured-object-calls", strategy="random",
+          seen="livelock: 200000 steps"),
+    fault("a removal always polls as often as it may", TASKS,
+          ("while (_pTask.use_count() > 1)", "while (true)"),
+          scenario="remove-owner", strategy="random",
+          seen="the removal by owner takes"),
+    fault("a removal leaves the id on the loop list", TASKS,
+          ("        ForgetLoopTask(_strTaskId);\n", ""),
+          scenario="loop-against-removal", strategy="random",
+          seen="the loop list keeps its id"),
+    fault("a kill stops the task alone", TASKS,
+          ("    RemoveTask(_strTaskId, _strCallInfo);\n", "    StopTask(_strTaskId);\n"),
+          scenario="loop-against-removal", strategy="random",
+          seen="the callable of A outlives its removal"),
+    fault("a removal looks for more on a pool that is gone", TASKS,
+          ("if (--iRoundsLeft > 0 && m_pInstance == this)", "if (--iRoundsLeft > 0)"),
+          scenario="captured-object-ends-the-pool", strategy="random",
+          seen="freed memory is"),
 
     # Submission and dispatch.
+    fault("two locks are held to note an owner", TASKS,
+          ("    const CLS_LockGuard lock(m_mtxTmpTasks);\n    auto itTasks",
+           "    const CLS_LockGuard lockQueue(m_mtxWaitingTasks);\n    const CLS_LockGuard lock(m_mtxTmpTasks);\n"
+           "    auto itTasks"),
+          scenario="submit-and-run", strategy="random",
+          seen="a thread holds two locks of the pool"),
+    fault("the owner maps name different owners", TASKS,
+          (".position->second = _pObj;", ".position->second = this;"),
+          scenario="submit-and-run", strategy="random",
+          seen="the owner maps disagree"),
+    fault("a task that has run keeps its owner", DISPATCH,
+          ("    RemoveTmpTask(strTaskId);\n", ""),
+          scenario="submit-and-run", strategy="random",
+          seen="a task that has run keeps its owner"),
     fault("an owner is noted before the queueing", TASKS,
           ("        AddWaitingTasks(strTaskId);\n        // The task may have run by now. Its owner is noted all the "
            "same.\n        AddOwnedTask(strTaskId, _pObj);\n",
            "        AddOwnedTask(strTaskId, _pObj);\n        AddWaitingTasks(strTaskId);\n"),
-          scenario="submit-and-run", strategy="random"),
+          scenario="submit-and-run", strategy="random",
+          seen="a task has an owner before it was queued"),
     fault("the queue is copied, and cleared a moment later", DISPATCH,
           ("    std::vector<std::string> vecBatch;\n    CLS_WaitGuard lock(m_mtxWaitingTasks);\n"
            "    while (m_vecWaitingTasks.empty() && m_bRun)\n    {\n"
@@ -98,61 +144,109 @@ FAULTS = [
            "            m_cvWaitingTasks.wait_for(lock.GetLock(), QUEUE_WAIT);\n        }\n"
            "        vecBatch = m_vecWaitingTasks;\n    }\n"
            "    const CLS_LockGuard lock(m_mtxWaitingTasks);\n    m_vecWaitingTasks.clear();\n"),
-          scenario="two-submitters", strategy="random"),
+          scenario="two-submitters", strategy="random",
+          seen=("A was queued 1 times and ran 0", "B was queued 1 times and ran 0")),
     fault("the report of a busy pool comes at the ninety-first attempt", DISPATCH,
           ("RETRIES_PER_REPORT = 90;", "RETRIES_PER_REPORT = 91;"),
-          scenario="busy-report", strategy="random"),
+          scenario="busy-report", strategy="random",
+          seen="the report comes at another time"),
 
     # Workers.
     fault("the idle list is not sorted", DISPATCH,
           ("    m_vecIdleThreads.insert(itBehind, _pThread);\n",
            "    static_cast<void>(itBehind);\n    m_vecIdleThreads.push_back(_pThread);\n"),
-          scenario="two-submitters", strategy="random"),
+          scenario="two-submitters", strategy="random",
+          seen="the idle list is out of order"),
     fault("a worker is put on the idle list twice", DISPATCH,
           ("    AddIdleThread(_pThread);\n}", "    AddIdleThread(_pThread);\n    AddIdleThread(_pThread);\n}"),
-          scenario="submit-and-run", strategy="random"),
+          scenario="submit-and-run", strategy="random",
+          seen="a worker is on the idle list twice"),
     fault("a worker is idle before it is unbound", DISPATCH,
           ("    UnbindTask(_pThread);\n    if (!m_bRun)", "    if (!m_bRun)"),
           ("    AddIdleThread(_pThread);\n}", "    AddIdleThread(_pThread);\n    UnbindTask(_pThread);\n}"),
-          scenario="submit-and-run", strategy="random"),
+          scenario="submit-and-run", strategy="random",
+          seen="a worker is idle and bound"),
     fault("the limit of workers is compared with >", START,
           ("m_iMaxThread >= GetTaskThreadNum()", "m_iMaxThread > GetTaskThreadNum()"),
-          scenario="worker-limit", strategy="random"),
+          scenario="worker-limit", strategy="random",
+          seen="B begins late"),
     fault("retirement looks, and takes off the list a moment later", SERVICE,
           ("    for (CLS_TaskThread* const pThread : TakeOverrunThreads())\n    {\n        RetireThread(pThread);\n",
            "    std::vector<CLS_TaskThread*> vecIdle;\n    {\n"
            "        const CLS_LockGuard lock(m_mtxIdleThreads);\n        vecIdle = m_vecIdleThreads;\n    }\n"
            "    for (CLS_TaskThread* const pThread : vecIdle)\n    {\n"
            "        ForgetWorker(pThread);\n        RetireThread(pThread);\n"),
-          scenario="retire-against-next-attempt", strategy="random"),
+          scenario="retire-against-next-attempt", strategy="random",
+          seen="a worker is freed while it is idle"),
+    fault("a worker is freed before it is unregistered", SERVICE,
+          ("        const std::string strTaskId = UnregisterThread(_pThread);\n"
+           "        const std::unique_ptr<CLS_TaskThread> pThread(_pThread);\n",
+           "        const int iOrderId = _pThread->GetOrderId();\n        delete _pThread;\n"
+           "        const std::string strTaskId = UnregisterThread(_pThread);\n"),
+          ('"delete pThread - " << _pThread->GetOrderId();', '"delete pThread - " << iOrderId;'),
+          scenario="retire-against-hand-over", strategy="random",
+          seen="a worker is freed before it is unregistered"),
+    fault("a worker's last activity is its beginning", WORKER,
+          ("        m_tpLastActive.store(std::chrono::steady_clock::now(), std::memory_order_relaxed);\n", ""),
+          scenario="watchdog-retires", strategy="random",
+          seen="the worker retires early"),
 
     # Loop tasks.
+    fault("a changed interval is ignored", TASK,
+          ("    ++s_uiIntervalChanges;\n", ""),
+          scenario="loop-with-changed-interval", strategy="random",
+          seen="the shorter interval is ignored"),
     fault("a loop task is due when more than its interval has passed", TASK,
           ("(std::memory_order_relaxed)) >= m_iLoopInterval", "(std::memory_order_relaxed)) > m_iLoopInterval"),
-          scenario="loop-goes-on", strategy="random"),
+          scenario="loop-goes-on", strategy="random",
+          seen="A runs too seldom"),
     fault("a loop task that executes counts as due", TASK,
           ("    if (m_iTaskStatus > TASK_STATUS_IDLE || !m_bValid)\n    {\n        return false;",
            "    if (!m_bValid)\n    {\n        return false;"),
-          scenario="loop-with-long-runs", strategy="random"),
+          scenario="loop-with-long-runs", strategy="random",
+          seen="A overlaps itself"),
     fault("the end of a run is stored after the status", TASK,
           ("        m_clsTask.m_tpLastRun.store(std::chrono::steady_clock::now(), std::memory_order_relaxed);\n"
            "        m_clsTask.m_iTaskStatus.exchange(TASK_STATUS_IDLE);\n",
            "        m_clsTask.m_iTaskStatus.exchange(TASK_STATUS_IDLE);\n"
            "        m_clsTask.m_tpLastRun.store(std::chrono::steady_clock::now(), std::memory_order_relaxed);\n"),
-          scenario="loop-ends-when-looked-at", strategy="pct3"),
+          scenario="loop-ends-when-looked-at", strategy="pct3",
+          seen="A begins early"),
 
     # The end of the pool.
     fault("the end of the pool does not wait for last steps", SHUTDOWN,
           ("            bOverrun ? std::chrono::nanoseconds(0) : tpLimit - std::chrono::steady_clock::now();",
            "            bOverrun ? std::chrono::nanoseconds(0) : 0 * (tpLimit - std::chrono::steady_clock::now());"),
-          scenario="end-waits-for-removed", strategy="random"),
+          scenario="end-waits-for-removed", strategy="random",
+          seen="A still runs"),
     fault("a worker is freed before its thread has ended", WORKER,
           ("        m_pThread->join();\n", "        m_pThread->detach();\n"),
-          scenario="submit-and-run", strategy="random"),
+          scenario="submit-and-run", strategy="random",
+          seen=("a lock is freed that somebody holds", "freed memory is")),
     fault("a worker that was left behind goes on in the pool", GATE,
           ("    return !m_bAbandoned;\n}\n\nbool CLS_RunGate::Close", "    return true;\n}\n\nbool CLS_RunGate::Close"),
-          scenario="end-with-overrun", strategy="random"),
+          scenario="end-with-overrun", strategy="random",
+          seen="freed memory is"),
     fault("a worker that was left behind is never freed", WORKER,
           ("        delete this;\n", ""),
-          scenario="end-with-overrun", strategy="random"),
+          scenario="end-with-overrun", strategy="random",
+          seen="2 blocks of memory are left"),
+    fault("the end of the pool stops no task", SHUTDOWN,
+          ("EndWorkers(StopBoundTasks());", "EndWorkers({});"),
+          scenario="end-with-one-task", strategy="random",
+          seen="A was not stopped by the end of the pool"),
+    fault("the other end of the pool stops no task", SHUTDOWN,
+          ("    UnInit();\n    // This", "    // This"),
+          scenario="end-with-one-task", strategy="random",
+          seen="A was not stopped by the end of the pool"),
+    fault("the end of the pool stops tasks under a lock", SHUTDOWN,
+          ("    for (const auto& [pThread, strTaskId] : CopyBindings())\n",
+           "    const CLS_SharedGuard lock(m_smThreadTaskLock);\n"
+           "    for (const auto& [pThread, strTaskId] : m_mapThreadTask)\n"),
+          scenario="end-with-one-task", strategy="random",
+          seen="a task is stopped under a lock of the pool"),
+    fault("a worker goes idle after the end has begun", DISPATCH,
+          ("    if (!m_bRun)\n    {\n        return;\n    }\n    RemoveTmpTask", "    RemoveTmpTask"),
+          scenario="end-with-one-task", strategy="random",
+          seen="a worker goes idle after the end has begun"),
 ]

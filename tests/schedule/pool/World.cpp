@@ -76,15 +76,18 @@ void RequireDestroyed(const ST_Job& _stJob, std::chrono::nanoseconds _nsBegin)
                              "the callable of " + _stJob.m_strName + " outlives its removal");
 }
 
-/// When the service threads had ended.
-std::chrono::nanoseconds GetServicesEnd()
+/// When the service threads had ended; the beginning of the pool's end where no record says so.
+std::chrono::nanoseconds GetServicesEnd(std::chrono::nanoseconds _nsBegin)
 {
-    const auto& vecRecords = CLS_World::GetRecords();
-    const auto itRecord =
-        std::find_if(vecRecords.rbegin(), vecRecords.rend(),
-                     [](const CLS_World::ST_Record& _stRecord)
-                     { return _stRecord.m_strText == "----- TaskPool m_mapAllThreads start -----"; });
-    return itRecord == vecRecords.rend() ? CLS_World::GetTime() : itRecord->m_nsTime;
+    for (const CLS_World::ST_Record& stRecord : CLS_World::GetRecords())
+    {
+        if (stRecord.m_nsTime >= _nsBegin &&
+            stRecord.m_strText == "----- TaskPool m_mapAllThreads start -----")
+        {
+            return stRecord.m_nsTime;
+        }
+    }
+    return _nsBegin;
 }
 
 /// From now on no run of the task begins, and none is going on unless 9 seconds were not enough for it.
@@ -295,7 +298,8 @@ void CLS_World::EndPool(CLS_QuenTaskPool& _clsPool, std::chrono::nanoseconds _ns
         _clsPool.KillTaskAll();
     }
     Require(CLS_QuenTaskPool::m_pInstance == nullptr, "the pool survives its end");
-    const auto nsServicesEnd = GetServicesEnd();
+    const auto nsServicesEnd = GetServicesEnd(nsBegin);
+    RequireTimely(nsServicesEnd <= nsBegin + IDLE_END, "the service threads end late");
     const std::vector<const ST_Job*> vecRunning = FindRunning(nsServicesEnd);
     RequireStopped(vecRunning);
     auto nsLastEnd = nsServicesEnd;
