@@ -4,7 +4,9 @@
 #
 #   scripts/schedules.sh            500 seeds of each scenario and strategy; then the faults, which must be found
 #   scripts/schedules.sh --faults   prints how soon each fault is found, and by what
-#   scripts/schedules.sh --nightly  100,000 seeds, and a million schedules of each exhaustive search
+#   scripts/schedules.sh --nightly [SEED]
+#                                   100,000 seeds from SEED on, and a million schedules of each exhaustive search;
+#                                   without SEED, other ones each day
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 if [ "$(uname -s)" != Linux ]; then
@@ -34,9 +36,13 @@ case ${1:-} in
         tests/schedule/find_faults.py build/dev
         ;;
     --faults) tests/schedule/find_faults.py build/dev --measure ;;
-    --nightly) explore --seeds 100000 --exhaustive 1000000 ;;
+    --nightly)
+        first=${2:-$(date +%Y%j)00000}
+        echo "Seeds from $first on"
+        explore --first "$first" --seeds 100000 --exhaustive 1000000
+        ;;
     *)
-        echo "usage: scripts/schedules.sh [--faults|--nightly]" >&2
+        echo "usage: scripts/schedules.sh [--faults|--nightly [SEED]]" >&2
         exit 2
         ;;
 esac
