@@ -54,26 +54,34 @@ void CLS_Watch::LookAtLocks(CLS_Scheduler& _clsScheduler, const CLS_QuenTaskPool
                                                   &_clsPool.m_mtxTmpTasks, &_clsPool.m_mtxIdleThreads,
                                                   &_clsPool.m_smThreadTaskLock};
     m_setHolders.clear();
-    for (std::size_t i = 0; i < LOCKS; ++i)
+    const bool bFree = std::all_of(arrLocks.begin(), arrLocks.end(),
+                                   [&](const void* _pLock) { return _clsScheduler.IsLockFree(_pLock); });
+    for (std::size_t i = 0; i < LOCKS && (m_bHeld || !bFree); ++i)
     {
-        std::vector<int> vecHolders = NoteReaders(_clsScheduler, arrLocks[i], m_arrReaders[i]);
-        vecHolders.push_back(_clsScheduler.GetLocks().GetHolder(arrLocks[i]));
-        for (const int iHolder : vecHolders)
-        {
-            if (iHolder != NOBODY && !m_setHolders.insert(iHolder).second)
-            {
-                _clsScheduler.Fail("a thread holds two locks of the pool");
-            }
-        }
+        NoteHolders(_clsScheduler, arrLocks[i], m_arrReaders[i]);
     }
-    m_bHeld = !m_setHolders.empty();
+    m_bHeld = !bFree;
     m_nsNow = _clsScheduler.GetTime();
     m_bFirst = false;
 }
 
-/// The threads that hold the lock, shared.
-std::vector<int> CLS_Watch::NoteReaders(const CLS_Scheduler& _clsScheduler, const void* _pLock,
-                                        std::vector<int>& _vecReaders) const
+void CLS_Watch::NoteHolders(CLS_Scheduler& _clsScheduler, const void* _pLock, std::vector<int>& _vecReaders)
+{
+    NoteReaders(_clsScheduler, _pLock, _vecReaders);
+    std::vector<int> vecHolders = _vecReaders;
+    vecHolders.push_back(_clsScheduler.GetLocks().GetHolder(_pLock));
+    for (const int iHolder : vecHolders)
+    {
+        if (iHolder != NOBODY && !m_setHolders.insert(iHolder).second)
+        {
+            _clsScheduler.Fail("a thread holds two locks of the pool");
+        }
+    }
+}
+
+/// Brings the threads that hold the lock, shared, up to date.
+void CLS_Watch::NoteReaders(const CLS_Scheduler& _clsScheduler, const void* _pLock,
+                            std::vector<int>& _vecReaders) const
 {
     const auto uiReaders = static_cast<std::size_t>(_clsScheduler.GetLocks().CountReaders(_pLock));
     // Who had the lock before the first look is not known.
@@ -89,28 +97,28 @@ std::vector<int> CLS_Watch::NoteReaders(const CLS_Scheduler& _clsScheduler, cons
                               ? itReader
                               : std::find(_vecReaders.begin(), _vecReaders.end(), NOBODY));
     }
-    return _vecReaders;
 }
 
 void CLS_Watch::LookAtTasks(CLS_Scheduler& _clsScheduler)
 {
-    std::set<const CLS_Task*> setValid;
-    if (_clsScheduler.IsLockFree(&CLS_Task::m_smTaskDataLock))
+    m_vecValidBefore.swap(m_vecValid);
+    m_vecValid.clear();
+    if (!_clsScheduler.IsLockFree(&CLS_Task::m_smTaskDataLock))
     {
-        for (const auto& [strTaskId, pTask] : CLS_Task::m_mapTaskData)
+        return;
+    }
+    const bool bUnderLock = m_setHolders.count(_clsScheduler.GetCurrentNumber()) > 0;
+    for (const auto& [strTaskId, pTask] : CLS_Task::m_mapTaskData)
+    {
+        if (pTask->m_bValid.load())
         {
-            if (pTask->m_bValid.load())
-            {
-                setValid.insert(pTask.get());
-            }
-            else if (m_setValid.count(pTask.get()) > 0 &&
-                     m_setHolders.count(_clsScheduler.GetCurrentNumber()) > 0)
-            {
-                _clsScheduler.Fail("a task is stopped under a lock of the pool");
-            }
+            m_vecValid.push_back(pTask.get());
+        }
+        else if (bUnderLock && std::count(m_vecValidBefore.begin(), m_vecValidBefore.end(), pTask.get()) > 0)
+        {
+            _clsScheduler.Fail("a task is stopped under a lock of the pool");
         }
     }
-    m_setValid = std::move(setValid);
 }
 
 void CLS_Watch::LookAtBindings(CLS_Scheduler& _clsScheduler, const CLS_QuenTaskPool& _clsPool)

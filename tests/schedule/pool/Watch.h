@@ -21,8 +21,9 @@ public:
 
 private:
     void LookAtLocks(CLS_Scheduler& _clsScheduler, const CLS_QuenTaskPool& _clsPool);
-    std::vector<int> NoteReaders(const CLS_Scheduler& _clsScheduler, const void* _pLock,
-                                 std::vector<int>& _vecReaders) const;
+    void NoteHolders(CLS_Scheduler& _clsScheduler, const void* _pLock, std::vector<int>& _vecReaders);
+    void NoteReaders(const CLS_Scheduler& _clsScheduler, const void* _pLock,
+                     std::vector<int>& _vecReaders) const;
     void LookAtTasks(CLS_Scheduler& _clsScheduler);
     void LookAtBindings(CLS_Scheduler& _clsScheduler, const CLS_QuenTaskPool& _clsPool);
     void NoteUnbound(CLS_Scheduler& _clsScheduler, const CLS_QuenTaskPool& _clsPool,
@@ -45,7 +46,8 @@ private:
     std::array<std::vector<int>, LOCKS> m_arrReaders;        ///< of each of the pool's locks
     bool m_bHeld = false;                                    ///< one of them was held at the last look
     std::set<int> m_setHolders;                              ///< the threads that hold one of them
-    std::set<const CLS_Task*> m_setValid;                    ///< the valid tasks of the last look
+    std::vector<const CLS_Task*> m_vecValid;                 ///< the valid tasks of this look
+    std::vector<const CLS_Task*> m_vecValidBefore;           ///< and of the last one
     bool m_bRun = true;                                      ///< of the pool, when bindings were looked at
     std::map<const CLS_TaskThread*, std::string> m_mapBound; ///< the bindings of the last look
     std::set<const CLS_TaskThread*> m_setLate;               ///< workers whose task ended with the pool

@@ -66,19 +66,21 @@ void RetireAgainstNextAttempt()
     CLS_World::RequireNobodyLeft();
 }
 
-/// The watchdog itself: a pass every 180 seconds retires a worker that was idle for 300, and no other.
+/// The watchdog itself: its second pass, after 360 seconds, retires the worker that was idle for all that
+/// time, and spares the one that had a task meanwhile.
 void WatchdogRetires()
 {
     CLS_World clsWorld;
     CLS_QuenTaskPool& clsPool = CLS_World::MakePool();
     int iOwner = 0;
-    clsWorld.Submit(clsPool, clsWorld.MakeJob("A"), &iOwner);
+    clsWorld.Submit(clsPool, clsWorld.MakeJob("A", 180ms), &iOwner);
+    clsWorld.Submit(clsPool, clsWorld.MakeJob("B", 180ms), &iOwner);
     std::this_thread::sleep_for(100s);
-    clsWorld.Submit(clsPool, clsWorld.MakeJob("B"), &iOwner);
-    std::this_thread::sleep_for(439s);
-    Require(clsPool.GetTaskThreadNum() == 1, "the worker retires early");
+    clsWorld.Submit(clsPool, clsWorld.MakeJob("C"), &iOwner);
+    std::this_thread::sleep_for(259s);
+    Require(clsPool.GetTaskThreadNum() == 2, "a worker retires early");
     std::this_thread::sleep_for(2s);
-    Require(clsPool.GetTaskThreadNum() == 0, "the worker does not retire");
+    Require(clsPool.GetTaskThreadNum() == 1, "not one worker retires");
     clsWorld.RequireAllRan();
     clsWorld.EndPool(clsPool);
     CLS_World::RequireNobodyLeft();
