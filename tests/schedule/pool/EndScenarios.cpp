@@ -55,16 +55,14 @@ void EndAtEveryMoment()
     int iOther = 0;
     ST_Job& stLoop = clsWorld.MakeJob("L", 2ms);
     stLoop.m_bInTime = false;
-    ST_Job& stA = clsWorld.MakeJob("A");
+    ST_Job& stA = clsWorld.MakeJob("A", CLS_World::ChooseLength());
     ST_Job& stB = clsWorld.MakeJob("B", CLS_World::ChooseLength());
     ST_Job& stC = clsWorld.MakeJob("C");
     ST_Job& stLate = clsWorld.MakeJob("D");
-    const auto nsBefore = CLS_World::ChooseLength();
     const bool bRemoves = CLS_World::Choose(2) == 1;
     bool bEnding = false;
     stA.m_funWork = [&]
     {
-        std::this_thread::sleep_for(nsBefore);
         if (bRemoves)
         {
             CLS_World::RemoveOwner(clsPool, &iOther, {&stB});

@@ -3,10 +3,11 @@
 
 namespace
 {
-/// Up to a second run and a little more, in steps of 5 ms.
+/// Up to a second run and a little more: to moments of the scheduler, and between them.
 void SleepForAWhile()
 {
-    std::this_thread::sleep_for(5ms * CLS_World::Choose(12));
+    std::this_thread::sleep_for(5ms * CLS_World::Choose(12) + 2ms * CLS_World::Choose(2));
+    CLS_World::GiveWay();
 }
 
 void RemoveLoop(int _iInterval, std::chrono::milliseconds _msLength)

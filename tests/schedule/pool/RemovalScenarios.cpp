@@ -44,13 +44,13 @@ void RemoveOwnerOfMany()
     CLS_World::RequireNobodyLeft();
 }
 
-/// A task submits another one for its owner while it is removed.
+/// A task submits another one for its owner while it is removed: at the moment that the removal looks.
 void RemoveOwnerWhoseTaskSubmits()
 {
     CLS_World clsWorld;
     CLS_QuenTaskPool& clsPool = CLS_World::MakePool();
     int iOwner = 0;
-    ST_Job& stFirst = clsWorld.MakeJob("A");
+    ST_Job& stFirst = clsWorld.MakeJob("A", CLS_World::ONE_LOOK * CLS_World::Choose(2));
     ST_Job& stSecond = clsWorld.MakeJob("B");
     stFirst.m_funWork = [&]
     {

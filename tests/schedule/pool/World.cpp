@@ -53,26 +53,31 @@ std::chrono::nanoseconds GetLooks(const ST_Job& _stJob)
                                               CLS_World::ALL_LOOKS);
 }
 
+bool IsSubmitted(const ST_Job& _stJob)
+{
+    return _stJob.m_iQueued > 0 || _stJob.m_iInterval >= 0;
+}
+
 void MarkRun(const ST_Job& _stJob, std::chrono::nanoseconds _nsBegin)
 {
     if (_stJob.m_nsEnded > _nsBegin)
     {
         Marks::Reach(CLS_World::RUN_MET);
     }
-    else if (_stJob.m_iBegun == 0)
+    else if (_stJob.m_iBegun == 0 && IsSubmitted(_stJob))
     {
         Marks::Reach(CLS_World::RUN_FORESTALLED);
     }
 }
 
-/// The callable of a removed task is gone. A task that was over before is unknown to its owner, and one
-/// whose run outlasts the removal takes its callable with it later.
+/// The callable of a removed task is gone. A task that was over before, or was submitted and ran meanwhile,
+/// is unknown to its owner, and one whose run outlasts the removal takes its callable with it later.
 void RequireDestroyed(const ST_Job& _stJob, std::chrono::nanoseconds _nsBegin)
 {
-    const bool bOver = _stJob.m_iEnded > 0 && _stJob.m_nsEnded <= _nsBegin;
+    const bool bLater = _stJob.m_nsQueued > _nsBegin;
+    const bool bOver = _stJob.m_iEnded > 0 && (_stJob.m_nsEnded <= _nsBegin || bLater);
     const bool bOutlasts = _stJob.m_iBegun > _stJob.m_iEnded;
-    const bool bUnknown = _stJob.m_iQueued == 0;
-    CLS_World::RequireTimely(_stJob.m_bDestroyed || bOver || bOutlasts || bUnknown,
+    CLS_World::RequireTimely(_stJob.m_bDestroyed || bOver || bOutlasts || !IsSubmitted(_stJob),
                              "the callable of " + _stJob.m_strName + " outlives its removal");
 }
 
@@ -126,13 +131,13 @@ void Run(ST_Job& _stJob)
     RequireMayBegin(_stJob);
     ++_stJob.m_iBegun;
     _stJob.m_nsBegun = CLS_World::GetTime();
-    if (_stJob.m_funWork)
-    {
-        _stJob.m_funWork();
-    }
     if (_stJob.m_nsLength > 0ns)
     {
         std::this_thread::sleep_for(_stJob.m_nsLength);
+    }
+    if (_stJob.m_funWork)
+    {
+        _stJob.m_funWork();
     }
     _stJob.m_nsEnded = CLS_World::GetTime();
     ++_stJob.m_iEnded;
@@ -241,7 +246,7 @@ void CLS_World::RemoveOwner(CLS_QuenTaskPool& _clsPool, void* _pOwner, const std
     std::chrono::nanoseconds nsMost = LAST_STEPS;
     for (ST_Job* const pJob : _vecJobs)
     {
-        pJob->m_nsLastBeginning = nsBegin;
+        pJob->m_nsLastBeginning = IsSubmitted(*pJob) ? nsBegin : pJob->m_nsLastBeginning;
         nsMost += GetLooks(*pJob);
     }
     _clsPool.RemoveTmpTask(_pOwner, "scenario");

@@ -34,7 +34,7 @@ struct ST_Job
     bool m_bInTime = true;                                 ///< of a loop task: each run begins within 10 ms
     int m_iInterval = -1;                                  ///< of a loop task
     std::chrono::nanoseconds m_nsLastBeginning{INT64_MAX}; ///< no run may begin later
-    std::function<void()> m_funWork;                       ///< done in each run, before its length
+    std::function<void()> m_funWork;                       ///< done in each run, after its length
     bool m_bDestroyed = false;                             ///< the callable, with all that it captured
 };
 
