@@ -38,14 +38,13 @@ const void* CLS_LockTable::FindHeld(const void* _pBegin, const void* _pEnd) cons
     return itLock != m_mapLocks.end() && itLock->first < _pEnd ? itLock->first : nullptr;
 }
 
-int CLS_LockTable::GetHolder(const void* _pLock) const
+std::vector<int> CLS_LockTable::GetHolders(const void* _pLock) const
 {
     const auto itLock = m_mapLocks.find(_pLock);
-    return itLock == m_mapLocks.end() ? -1 : itLock->second.m_iHolder;
-}
-
-int CLS_LockTable::CountReaders(const void* _pLock) const
-{
-    const auto itLock = m_mapLocks.find(_pLock);
-    return itLock == m_mapLocks.end() ? 0 : static_cast<int>(itLock->second.m_vecReaders.size());
+    if (itLock == m_mapLocks.end())
+    {
+        return {};
+    }
+    const ST_Lock& stLock = itLock->second;
+    return stLock.m_iHolder < 0 ? stLock.m_vecReaders : std::vector<int>{stLock.m_iHolder};
 }

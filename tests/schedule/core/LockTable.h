@@ -19,9 +19,8 @@ public:
     /// A held lock from _pBegin up to _pEnd; null when there is none.
     const void* FindHeld(const void* _pBegin, const void* _pEnd) const;
 
-    /// Who holds it; -1 for nobody, and for readers.
-    int GetHolder(const void* _pLock) const;
-    int CountReaders(const void* _pLock) const;
+    /// The thread that holds it, or its readers.
+    std::vector<int> GetHolders(const void* _pLock) const;
 
     void Clear() { m_mapLocks.clear(); }
 

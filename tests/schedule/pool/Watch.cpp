@@ -5,11 +5,7 @@
 #include "tests/schedule/pool/Names.h"
 
 #include <algorithm>
-
-namespace
-{
-constexpr int NOBODY = -1; ///< or somebody who is not known
-} // namespace
+#include <array>
 
 void CLS_Watch::Look(CLS_Scheduler& _clsScheduler)
 {
@@ -46,57 +42,25 @@ void CLS_Watch::Look(CLS_Scheduler& _clsScheduler)
 void CLS_Watch::LookAtLocks(CLS_Scheduler& _clsScheduler, const CLS_QuenTaskPool& _clsPool)
 {
     // Where threads may be slow, time passes at any step.
-    if (m_bHeld && _clsScheduler.GetTime() != m_nsNow && !_clsScheduler.HasSlowThreads())
+    if (!m_setHolders.empty() && _clsScheduler.GetTime() != m_nsNow && !_clsScheduler.HasSlowThreads())
     {
         _clsScheduler.Fail("a lock of the pool is held while its holder waits");
     }
-    const std::array<const void*, LOCKS> arrLocks{&_clsPool.m_mtxWaitingTasks, &_clsPool.m_smLoopTasksLock,
-                                                  &_clsPool.m_mtxTmpTasks, &_clsPool.m_mtxIdleThreads,
-                                                  &_clsPool.m_smThreadTaskLock};
+    const std::array<const void*, 5> arrLocks{&_clsPool.m_mtxWaitingTasks, &_clsPool.m_smLoopTasksLock,
+                                              &_clsPool.m_mtxTmpTasks, &_clsPool.m_mtxIdleThreads,
+                                              &_clsPool.m_smThreadTaskLock};
     m_setHolders.clear();
-    const bool bFree = std::all_of(arrLocks.begin(), arrLocks.end(),
-                                   [&](const void* _pLock) { return _clsScheduler.IsLockFree(_pLock); });
-    for (std::size_t i = 0; i < LOCKS && (m_bHeld || !bFree); ++i)
+    for (const void* const pLock : arrLocks)
     {
-        NoteHolders(_clsScheduler, arrLocks[i], m_arrReaders[i]);
-    }
-    m_bHeld = !bFree;
-    m_nsNow = _clsScheduler.GetTime();
-    m_bFirst = false;
-}
-
-void CLS_Watch::NoteHolders(CLS_Scheduler& _clsScheduler, const void* _pLock, std::vector<int>& _vecReaders)
-{
-    NoteReaders(_clsScheduler, _pLock, _vecReaders);
-    std::vector<int> vecHolders = _vecReaders;
-    vecHolders.push_back(_clsScheduler.GetLocks().GetHolder(_pLock));
-    for (const int iHolder : vecHolders)
-    {
-        if (iHolder != NOBODY && !m_setHolders.insert(iHolder).second)
+        for (const int iHolder : _clsScheduler.GetLocks().GetHolders(pLock))
         {
-            _clsScheduler.Fail("a thread holds two locks of the pool");
+            if (!m_setHolders.insert(iHolder).second)
+            {
+                _clsScheduler.Fail("a thread holds two locks of the pool");
+            }
         }
     }
-}
-
-/// Brings the threads that hold the lock, shared, up to date.
-void CLS_Watch::NoteReaders(const CLS_Scheduler& _clsScheduler, const void* _pLock,
-                            std::vector<int>& _vecReaders) const
-{
-    const auto uiReaders = static_cast<std::size_t>(_clsScheduler.GetLocks().CountReaders(_pLock));
-    // Who had the lock before the first look is not known.
-    const int iMoved = m_bFirst ? NOBODY : _clsScheduler.GetCurrentNumber();
-    if (uiReaders > _vecReaders.size())
-    {
-        _vecReaders.resize(uiReaders, iMoved);
-    }
-    else if (uiReaders < _vecReaders.size())
-    {
-        const auto itReader = std::find(_vecReaders.begin(), _vecReaders.end(), iMoved);
-        _vecReaders.erase(itReader != _vecReaders.end()
-                              ? itReader
-                              : std::find(_vecReaders.begin(), _vecReaders.end(), NOBODY));
-    }
+    m_nsNow = _clsScheduler.GetTime();
 }
 
 void CLS_Watch::LookAtTasks(CLS_Scheduler& _clsScheduler)

@@ -2,7 +2,6 @@
 
 #include "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool.h"
 
-#include <array>
 #include <cstdint>
 #include <map>
 #include <set>
@@ -21,9 +20,6 @@ public:
 
 private:
     void LookAtLocks(CLS_Scheduler& _clsScheduler, const CLS_QuenTaskPool& _clsPool);
-    void NoteHolders(CLS_Scheduler& _clsScheduler, const void* _pLock, std::vector<int>& _vecReaders);
-    void NoteReaders(const CLS_Scheduler& _clsScheduler, const void* _pLock,
-                     std::vector<int>& _vecReaders) const;
     void LookAtTasks(CLS_Scheduler& _clsScheduler);
     void LookAtBindings(CLS_Scheduler& _clsScheduler, const CLS_QuenTaskPool& _clsPool);
     void NoteUnbound(CLS_Scheduler& _clsScheduler, const CLS_QuenTaskPool& _clsPool,
@@ -32,23 +28,18 @@ private:
     void NoteIdle(CLS_Scheduler& _clsScheduler, const CLS_TaskThread* _pWorker);
     void LookAtOwners(CLS_Scheduler& _clsScheduler, const CLS_QuenTaskPool& _clsPool) const;
 
-    static constexpr std::size_t LOCKS = 5;
-
     struct ST_Idle
     {
         CLS_TaskThread* m_pWorker;
         int m_iOrderId;
     };
 
-    const CLS_QuenTaskPool* m_pPool = nullptr;               ///< that was looked at before
-    std::int64_t m_nsNow = 0;                                ///< of the last look
-    bool m_bFirst = true;                                    ///< nothing was looked at before
-    std::array<std::vector<int>, LOCKS> m_arrReaders;        ///< of each of the pool's locks
-    bool m_bHeld = false;                                    ///< one of them was held at the last look
-    std::set<int> m_setHolders;                              ///< the threads that hold one of them
-    std::vector<const CLS_Task*> m_vecValid;                 ///< the valid tasks of this look
-    std::vector<const CLS_Task*> m_vecValidBefore;           ///< and of the last one
-    bool m_bRun = true;                                      ///< of the pool, when bindings were looked at
+    const CLS_QuenTaskPool* m_pPool = nullptr;     ///< that was looked at before
+    std::int64_t m_nsNow = 0;                      ///< of the last look
+    std::set<int> m_setHolders;                    ///< the threads that hold one of the pool's locks
+    std::vector<const CLS_Task*> m_vecValid;       ///< the valid tasks of this look
+    std::vector<const CLS_Task*> m_vecValidBefore; ///< and of the last one
+    bool m_bRun = true;                            ///< of the pool, when bindings were looked at
     std::map<const CLS_TaskThread*, std::string> m_mapBound; ///< the bindings of the last look
     std::set<const CLS_TaskThread*> m_setLate;               ///< workers whose task ended with the pool
     std::map<const CLS_TaskThread*, std::string>
