@@ -81,7 +81,8 @@ void StopAgainstStart()
     CLS_World::GiveWay();
     CLS_World::GiveWay();
     CLS_World::Stop(clsPool, strTaskId, stJob);
-    clsWorld.EndPool(clsPool);
+    // A worker may be about to find that the task is not valid.
+    clsWorld.EndPool(clsPool, CLS_World::IDLE_END + CLS_World::ONE_LOOK);
     CLS_World::RequireNobodyLeft();
 }
 
