@@ -68,6 +68,9 @@ bool WaitForLastReference(const std::shared_ptr<CLS_Task>& _pTask, int& _iPollsL
         --_iPollsLeft;
         std::this_thread::sleep_for(REFERENCE_POLL);
     }
+    // The count is read relaxed. To let go of one reference more puts what others did before they let go of
+    // theirs before what the caller does.
+    std::shared_ptr<CLS_Task>(_pTask).reset();
     return true;
 }
 

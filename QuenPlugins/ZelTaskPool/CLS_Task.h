@@ -93,8 +93,9 @@ public:
     void UndoWaiting(n_TaskStatus _iBefore);
 
     /// Hands over the callable; the record is left without one and runs nothing. Any thread, no lock, and
-    /// only after Stop has returned true, and as long as nobody makes the task valid again: then no run reads
-    /// the callable. For the pool only: not exported.
+    /// only when Stop has returned true and nobody else has had a reference since: a task that was queued
+    /// while it ran may still run then. No later run reads the callable as long as nobody makes the task
+    /// valid again. For the pool only: not exported.
     std::function<void()> TakeCallable() noexcept;
 
     /// Whether the task repeats: any interval from 0 on. Any thread, no lock.
@@ -123,7 +124,8 @@ public:
 
     /// Whether the task may still run. Any thread, no lock.
     ZEL_TASKPOOL_EXPORT bool GetValid();
-    /// Any thread, no lock. The library itself never sets it back to true.
+    /// Any thread, no lock. The library itself never sets it back to true. Pitfall: nor may a host while the
+    /// task is being removed, for a removal takes the callable out of the record.
     ZEL_TASKPOOL_EXPORT void SetValid(bool _bValid);
 
     /// The registry, by task id, and its lock. Never destroyed: late threads may look tasks up while the
@@ -142,7 +144,7 @@ private:
     /// value, and a task would start after Stop had returned: under the C++ memory model that is so as soon
     /// as a single one of the four is weaker, and never as they are (model/handshake checks all executions).
     std::atomic<n_TaskStatus> m_iTaskStatus{TASK_STATUS_IDLE};
-    std::function<void()> m_funTask; ///< the work; never changes while the task is valid
+    std::function<void()> m_funTask; ///< the work; see TakeCallable
     std::atomic<std::int32_t> m_iLoopInterval;
     /// End of the most recent run. Written by the thread that runs the task, before the status becomes idle:
     /// who sees the task idle sees this time, too.

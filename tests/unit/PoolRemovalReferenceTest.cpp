@@ -65,6 +65,42 @@ TEST_F(PoolRemovalReferenceTest, CapturedObjectsAreGoneThoughTheRecordIsTakenAtT
     EXPECT_FALSE(bRan);
 }
 
+/// The task is queued twice, so the end of its first run makes it look idle.
+TEST_F(PoolRemovalReferenceTest, CapturedObjectsSeeWhatARunDidThatWasNotStopped)
+{
+    CLS_QuenTaskPool& clsPool = MakePool();
+    // Relaxed: it is the removal that puts the run before the destruction.
+    std::atomic<int> iRuns{0};
+    std::atomic<int> iSeen{0};
+    const auto funDestroy = [&iSeen](int* _pValue)
+    {
+        iSeen.store(*_pValue, std::memory_order_relaxed);
+        delete _pValue;
+    };
+    std::string strTaskId;
+    clsPool.AddLoopTask(
+        [&, pValue = std::shared_ptr<int>(new int(1), funDestroy)]
+        {
+            if (iRuns.fetch_add(1, std::memory_order_relaxed) == 0)
+            {
+                EXPECT_TRUE(WaitUntil([&] { return iRuns.load(std::memory_order_relaxed) == 2; }));
+                return;
+            }
+            EXPECT_TRUE(WaitUntil([&] { return CLS_Task::GetTask(strTaskId).expired(); }));
+            *pValue = 2;
+        },
+        3600000, strTaskId, "call");
+    clsPool.AddWaitingTasks(strTaskId);
+    ASSERT_TRUE(WaitUntil(
+        [&]
+        {
+            return iRuns.load(std::memory_order_relaxed) == 2 &&
+                   CLS_Task::GetTask(strTaskId).lock()->GetTaskStatus() == TASK_STATUS_IDLE;
+        }));
+    clsPool.RemoveTask(strTaskId, "call");
+    EXPECT_TRUE(WaitUntil([&] { return iSeen.load(std::memory_order_relaxed) == 2; }));
+}
+
 TEST_F(PoolRemovalReferenceTest, AReferenceThatTheHostKeepsIsNotWaitedForWithoutEnd)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
