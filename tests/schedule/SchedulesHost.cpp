@@ -24,7 +24,7 @@ struct ST_Options
     std::string m_strStrategy;
     std::uint64_t m_uiFirst = 1;
     std::uint64_t m_uiCount = 500;
-    std::uint64_t m_uiExhaustive = 20000;
+    std::uint64_t m_uiExhaustive = 100000; ///< enough for each that is searched so
     int m_iMeasure = 0;
     bool m_bList = false;
     CLI::Option* m_pSeed = nullptr;

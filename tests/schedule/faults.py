@@ -1,7 +1,7 @@
 """Faults to be found: each is put into a copy of one source of the product.
 
 An edit is (text, replacement); the text stands in the source exactly once. scripts/schedules.sh looks for the fault
-with the scenario and the strategy; "seen" is how the failure that counts begins.
+with the scenario and the strategy; "seen" is how the failure that counts begins, or several ways.
 """
 
 POOL = "QuenPlugins/ZelTaskPool/"
@@ -53,7 +53,7 @@ FAULTS = [
            "    const bool bValid = m_bValid;\n    const CLS_Run clsRun(*this);\n    try\n    {\n"
            "        if (bValid)\n        {\n            RunCallable();\n        }\n"),
           ("if (m_bValid && m_funTask)", "if (m_funTask)"),
-          scenario="stop-against-start", strategy="pct3",
+          scenario="stop-handshake", strategy="random",
           seen="A begins after its removal has returned"),
     fault("a stop reads the status before it stores the validity", TASK,
           ("    m_bValid.exchange(false);\n    for (int iSleeps",

@@ -5,7 +5,7 @@
   find_faults.py BUILD_FOLDER --measure  each with all of them
 
 Prints a table of the seeds that it took. Fails when a fault is not found from each of five first seeds within
-a thousand, when what is seen is not what it says, when the seed that found it does not repeat in another process,
+ten thousand, when what is seen is not what it says, when the seed that found it does not repeat in another process,
 or when one of the seeds fails without any fault.
 """
 import argparse
@@ -22,7 +22,7 @@ from faults import FAULTS
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 TARGET = "zel_schedules"
-SEEDS = 1000
+SEEDS = 10000
 BASES = 5
 BASE_STEP = 1000000  # from one of the program's first seeds to the next
 LONGEST = 300  # seconds; a fault may go round without a step

@@ -27,11 +27,13 @@ void CLS_Fiber::Start(Body _funBody)
         {
             throw std::bad_alloc();
         }
-        m_pStack = static_cast<char*>(pStack);
-        if (mprotect(m_pStack + GUARD_SIZE, STACK_SIZE, PROT_READ | PROT_WRITE) != 0)
+        char* const pUsable = static_cast<char*>(pStack) + GUARD_SIZE;
+        if (mprotect(pUsable, STACK_SIZE, PROT_READ | PROT_WRITE) != 0)
         {
+            munmap(pStack, GUARD_SIZE + STACK_SIZE);
             throw std::bad_alloc();
         }
+        m_pStack = static_cast<char*>(pStack);
     }
     getcontext(&m_stContext);
     m_stContext.uc_stack.ss_sp = m_pStack + GUARD_SIZE;
@@ -44,9 +46,13 @@ void CLS_Fiber::Start(Body _funBody)
 
 bool CLS_Fiber::FindOnStack(const void* _pPlace, std::size_t& _uiDepth) const
 {
+    if (m_pStack == nullptr)
+    {
+        return false;
+    }
     const char* const pEnd = m_pStack + GUARD_SIZE + STACK_SIZE;
     _uiDepth = static_cast<std::size_t>(pEnd - static_cast<const char*>(_pPlace));
-    return m_pStack != nullptr && _uiDepth <= STACK_SIZE;
+    return _uiDepth <= STACK_SIZE;
 }
 
 void CLS_Fiber::SwitchFrom(CLS_Fiber& _clsFrom)
