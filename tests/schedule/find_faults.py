@@ -2,7 +2,7 @@
 """Puts each of the faults of faults.py into a copy of a source, and looks whether the schedules find it.
 
   find_faults.py BUILD_FOLDER            each with its scenario and strategy
-  find_faults.py BUILD_FOLDER --measure  each with all of them
+  find_faults.py BUILD_FOLDER --measure  each with all of them, a thousand seeds each
 
 Prints a table of the seeds that it took. Fails when a fault is not found from each of five first seeds within
 ten thousand, when what is seen is not what it says, when the seed that found it does not repeat in another process,
@@ -23,17 +23,19 @@ from faults import FAULTS
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 TARGET = "zel_schedules"
 SEEDS = 10000
+MEASURED_SEEDS = 1000  # with all scenarios and strategies
 BASES = 5
 BASE_STEP = 1000000  # from one of the program's first seeds to the next
 LONGEST = 300  # seconds; a fault may go round without a step
+LONGEST_MEASURE = 3600
 
 
-def run(command, folder):
+def run(command, folder, longest=LONGEST):
     try:
         return subprocess.run(command, cwd=folder, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
-                              check=False, timeout=LONGEST)
+                              check=False, timeout=longest)
     except subprocess.TimeoutExpired:
-        return subprocess.CompletedProcess(command, -1, "%s takes more than %d s\n" % (shlex.join(command), LONGEST))
+        return subprocess.CompletedProcess(command, -1, "%s takes more than %d s\n" % (shlex.join(command), longest))
 
 
 def must(command, folder):
@@ -96,10 +98,10 @@ def read_counts(line):
     return scenario, strategy, [int(count) for count in counts], failure
 
 
-def look(build, fault, number, *words):
+def look(build, fault, number, seeds, longest, *words):
     """What finds the fault, a row for each scenario and strategy; 0 stands for a first seed that does not lead to it."""
     program = str(build.make(fault, number))
-    done = run([program, "--measure", str(BASES), "--seeds", str(SEEDS), *words], build.folder)
+    done = run([program, "--measure", str(BASES), "--seeds", str(seeds), *words], build.folder, longest)
     return program, [read_counts(line) for line in done.stdout.splitlines() if " : " in line]
 
 
@@ -112,7 +114,8 @@ def repeats(program, scenario, strategy, counts, failure):
 
 def check(build, fault, number):
     """How many seeds it took at most; None when the fault is not found."""
-    program, rows = look(build, fault, number, "--scenario", fault["scenario"], "--strategy", fault["strategy"])
+    program, rows = look(build, fault, number, SEEDS, LONGEST,
+                         "--scenario", fault["scenario"], "--strategy", fault["strategy"])
     if len(rows) != 1 or not all(rows[0][2]):
         print("| %s | NOT FOUND from every first seed | | | |" % fault["name"], flush=True)
         return None
@@ -141,7 +144,7 @@ def passes(build, scenario, strategy, seeds):
 
 def measure(build, fault, number):
     """Of what finds the fault from every first seed, what finds it soonest."""
-    _, rows = look(build, fault, number)
+    _, rows = look(build, fault, number, MEASURED_SEEDS, LONGEST_MEASURE)
     # Of those that are as soon, the first.
     found = [(statistics.median(counts), place, scenario, strategy, failure)
              for place, (scenario, strategy, counts, failure) in enumerate(rows)
