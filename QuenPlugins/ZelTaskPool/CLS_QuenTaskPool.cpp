@@ -2,6 +2,7 @@
 
 #include "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool.h"
 
+#include "QuenPlugins/ZelTaskPool/CLS_ShutdownClaim.h"
 #include "QuenPlugins/ZelTaskPool/TaskPoolRecord.h"
 
 using TaskPoolRecord::FILE_POOL;
@@ -10,15 +11,29 @@ CLS_QuenTaskPool* CLS_QuenTaskPool::m_pInstance = nullptr;
 
 CLS_QuenTaskPool* CLS_QuenTaskPool::GetInstance()
 {
-    if (m_pInstance == nullptr)
+    CLS_QuenTaskPool* pInstance = LoadInstance();
+    if (pInstance == nullptr)
     {
-        m_pInstance = new CLS_QuenTaskPool;
+        pInstance = new CLS_QuenTaskPool;
+        StoreInstance(pInstance);
     }
-    return m_pInstance;
+    return pInstance;
+}
+
+/// m_pInstance. It is a plain pointer for its users, and read by threads that do not end the pool.
+CLS_QuenTaskPool* CLS_QuenTaskPool::LoadInstance()
+{
+    return __atomic_load_n(&m_pInstance, __ATOMIC_ACQUIRE);
+}
+
+void CLS_QuenTaskPool::StoreInstance(CLS_QuenTaskPool* _pPool)
+{
+    __atomic_store_n(&m_pInstance, _pPool, __ATOMIC_RELEASE);
 }
 
 CLS_QuenTaskPool::CLS_QuenTaskPool()
 {
+    CLS_ShutdownClaim::AddPool(this);
     try
     {
         StartServiceThreads();
@@ -26,15 +41,24 @@ CLS_QuenTaskPool::CLS_QuenTaskPool()
     catch (...)
     {
         EndServiceThreads();
+        CLS_ShutdownClaim::RemovePool(this);
         throw;
     }
 }
 
 void CLS_QuenTaskPool::StartServiceThreads()
 {
-    m_pTaskingThread = std::make_unique<std::thread>(&CLS_QuenTaskPool::FunTaskingThread, this);
-    m_pLoopThread = std::make_unique<std::thread>(&CLS_QuenTaskPool::FunLoopThread, this);
-    m_pOvertimeThread = std::make_unique<std::thread>(&CLS_QuenTaskPool::FunTaskThreadWaitingOvertime, this);
+    StartServiceThread(m_pTaskingThread, &CLS_QuenTaskPool::FunTaskingThread);
+    StartServiceThread(m_pLoopThread, &CLS_QuenTaskPool::FunLoopThread);
+    StartServiceThread(m_pOvertimeThread, &CLS_QuenTaskPool::FunTaskThreadWaitingOvertime);
+}
+
+void CLS_QuenTaskPool::StartServiceThread(std::unique_ptr<std::thread>& _pThread,
+                                          void (CLS_QuenTaskPool::*_funBody)())
+{
+    CLS_ShutdownClaim::ThreadId setThread{std::thread::id()};
+    _pThread = std::make_unique<std::thread>(_funBody, this);
+    CLS_ShutdownClaim::AddThread(this, _pThread->get_id(), setThread);
 }
 
 CLS_TaskThread* CLS_QuenTaskPool::CreateTaskThread()
@@ -42,9 +66,11 @@ CLS_TaskThread* CLS_QuenTaskPool::CreateTaskThread()
     CLS_TaskThread* pThread = nullptr;
     try
     {
-        // Memory for the entry comes first: a worker that runs can always be registered.
+        // Memory for the entries comes first: a worker that runs can always be registered.
         std::map<CLS_TaskThread*, std::string> mapEntry{{nullptr, std::string()}};
+        CLS_ShutdownClaim::ThreadId setThread{std::thread::id()};
         pThread = new CLS_TaskThread;
+        CLS_ShutdownClaim::AddThread(this, pThread->GetThreadId(), setThread);
         RegisterThread(pThread, mapEntry);
     }
     catch (...)

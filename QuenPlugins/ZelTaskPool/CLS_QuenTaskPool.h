@@ -12,6 +12,7 @@
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
+#include <forward_list>
 #include <functional>
 #include <list>
 #include <map>
@@ -20,6 +21,8 @@
 #include <thread>
 #include <utility>
 #include <vector>
+
+class CLS_ShutdownClaim;
 
 /// The pool: one object a process. Runs the host's callables on workers that it makes on demand, 301 at most.
 ///
@@ -71,10 +74,15 @@ public:
 
     /// Queues _funTask, copied, to run now and again _iInterval milliseconds after each run ended, plus up to
     /// about 10 ms; 0 repeats at once, a negative interval never waits either. Overwrites _strTaskId with the
-    /// task's id, by which it is removed. When the copying throws or ends the pool, or memory or another
-    /// resource runs out, there is a record; the id is left as it was or, when the first run was queued
-    /// already, is that of a task which runs once. Any thread, from within tasks, too. Waits for no task; one
-    /// lock at a time.
+    /// task's id, by which it is removed.
+    ///
+    /// When the copying throws or ends the pool, or memory or another resource runs out, there is a record.
+    /// The id then tells how far the call came:
+    /// - it is as it was: there is no such task;
+    /// - it is new: the task is registered. It was queued and runs once, or it was not queued and never runs.
+    ///   RemoveTask removes it in either case.
+    ///
+    /// Any thread, from within tasks, too. Waits for no task; one lock at a time.
     ZEL_TASKPOOL_EXPORT void AddLoopTask(const std::function<void()>& _funTask, int _iInterval,
                                          std::string& _strTaskId, const std::string& _strCallInfo);
 
@@ -86,10 +94,18 @@ public:
     ZEL_TASKPOOL_EXPORT void RemoveTmpTask(const std::string& _strTaskId) ZEL_EXCLUDES(m_mtxTmpTasks);
 
     /// Cancels and forgets all tasks that _pObj submitted and that have not finished: makes them all invalid,
-    /// then waits for each that is running, up to about 9 seconds a task. What those submit for the same
-    /// owner meanwhile is cancelled, too. The owner may be destroyed afterwards, unless a run outlasted the
-    /// wait. What the callables captured is destroyed on the calling thread, with no lock held; it may call
-    /// the pool, or end it. When a run outlasts the wait, or somebody else goes on using the task, it is
+    /// then waits for each that is running. What those submit for the same owner meanwhile is cancelled, too.
+    ///
+    /// Waits
+    /// - up to 9 seconds for each task that the owner had at the call;
+    /// - then up to 9 seconds for all that were submitted since, together;
+    /// - and up to 0.3 seconds in all for threads that let go of a task.
+    ///
+    /// The owner may be destroyed afterwards, unless a run outlasted the wait: such a run goes on, and its
+    /// task is forgotten. Tasks that it submits for the owner from then on are not cancelled.
+    ///
+    /// What the callables captured is destroyed on the calling thread, with no lock held; it may call the
+    /// pool, or end it. When a run outlasts the wait, or another thread goes on using the task, it is
     /// destroyed there and later. A null or unknown owner is ignored. When something throws, there is a
     /// record, and the tasks not yet handled stay registered, most of them invalid. Any thread.
     ZEL_TASKPOOL_EXPORT void RemoveTmpTask(void* _pObj, const std::string& _strCallInfo);
@@ -102,21 +118,34 @@ public:
     ZEL_TASKPOOL_EXPORT void KillTask(const std::string& _strTaskId, const std::string& _strCallInfo);
 
     /// UnInit, and destroys the instance even when UnInit could not, which takes about 9 seconds more. This
-    /// object is gone afterwards. The same threads as UnInit; on one of the pool's own, where UnInit fails,
-    /// the instance survives. A call while UnInit is at work does nothing.
+    /// object is gone afterwards. The same threads as UnInit; on a service thread, where UnInit fails, the
+    /// instance survives. A call while the pool is being ended does what UnInit does then.
     ZEL_TASKPOOL_EXPORT void KillTaskAll();
 
     /// Ends the pool: ends the service threads, stops the tasks that are running, ends the workers, destroys
-    /// this object. Waits up to about 9 seconds for each running task, and once more that long for runs that
-    /// nobody can stop any more because their tasks were removed. A run that outlasts this is left to itself:
-    /// its worker touches nothing of the pool, ends when the run does, and keeps the library loaded.
-    /// Queued tasks are dropped, loop tasks forgotten; the registry stays as it is. When a step fails, there
-    /// is a record, the object survives, takes tasks but runs none, and UnInit may be called again. A call
-    /// while another one is at work does nothing. Not from a task or a record's "PrintLog".
+    /// this object. Queued tasks are dropped, loop tasks forgotten; the registry stays as it is.
+    ///
+    /// Waits for
+    /// - the service threads, about 200 ms;
+    /// - each running task, up to 9 seconds;
+    /// - then for all that no StopTask can wait for, up to 9 seconds together: runs of removed tasks, and
+    /// jobs
+    ///   that a host gave to a worker with CLS_TaskThread::AddFunction.
+    ///
+    /// A run or a job that outlasts this is left behind: its worker touches nothing of the pool, ends when
+    /// the run does, and keeps the library loaded.
+    ///
+    /// A call while another thread ends the pool, in whichever way, waits until that is over, and then finds
+    /// no pool; it ends the pool itself if the other thread failed. It gives up when a single step of the
+    /// other's takes more than 10 seconds. On a thread of the pool's own, and on the thread that ends the
+    /// pool, such a call returns at once.
+    ///
+    /// When a step fails, there is a record, the object survives, takes tasks but runs none, and UnInit may
+    /// be called again. Not from a task or a record's "PrintLog".
     ZEL_TASKPOOL_EXPORT void UnInit();
 
     /// Marks the task as waiting and appends its id to the waiting queue. Any thread; the registry's lock,
-    /// then m_mtxWaitingTasks. std::bad_alloc passes, and leaves the task as it was. Pitfall: no check is
+    /// then m_mtxWaitingTasks. std::bad_alloc passes, before the task is touched. Pitfall: no check is
     /// made; a task that is queued twice runs twice, perhaps at once, and one that is queued while it runs is
     /// not waited for by Stop.
     ZEL_TASKPOOL_EXPORT void AddWaitingTasks(const std::string& _strTaskId) ZEL_EXCLUDES(m_mtxWaitingTasks);
@@ -148,20 +177,29 @@ public:
     ZEL_TASKPOOL_EXPORT void FunTaskThreadWaitingOvertime();
 
     /// The one pool; null when there is none. No lock: written by the first use and by the pool's end only.
+    /// The library itself reads and writes it atomically.
     ZEL_TASKPOOL_EXPORT static CLS_QuenTaskPool* m_pInstance;
 
 private:
     using Bindings = std::vector<std::pair<CLS_TaskThread*, std::string>>;
 
+    static CLS_QuenTaskPool* LoadInstance();
+    static void StoreInstance(CLS_QuenTaskPool* _pPool);
+
     void StartServiceThreads();
+    void StartServiceThread(std::unique_ptr<std::thread>& _pThread, void (CLS_QuenTaskPool::*_funBody)());
     void EndServiceThreads() ZEL_EXCLUDES(m_mtxWaitingTasks);
+    void EndServiceThread(std::unique_ptr<std::thread>& _pThread);
 
     void RegisterThread(CLS_TaskThread* _pThread, std::map<CLS_TaskThread*, std::string>& _mapEntry)
         ZEL_EXCLUDES(m_smThreadTaskLock);
     CLS_TaskThread* TakeIdleThread() ZEL_EXCLUDES(m_mtxIdleThreads);
 
+    void AppendWaitingTask(std::forward_list<std::string>& _lstTaskId) ZEL_REQUIRES(m_mtxWaitingTasks);
     void DispatchPass();
-    std::vector<std::string> TakeWaitingTasks() ZEL_EXCLUDES(m_mtxWaitingTasks);
+    std::vector<std::string> TakeWaitingTasks(std::forward_list<std::string>& _lstOverflow)
+        ZEL_EXCLUDES(m_mtxWaitingTasks);
+    bool DispatchTask(std::string& _strTaskId, std::size_t _iUndispatched);
     CLS_TaskThread* WaitForThread(std::size_t _iUndispatched);
     void BindTask(CLS_TaskThread* _pThread, std::string& _strTaskId) ZEL_EXCLUDES(m_smThreadTaskLock);
     void ReportBusy(std::size_t _iUndispatched) ZEL_EXCLUDES(m_mtxWaitingTasks);
@@ -183,10 +221,14 @@ private:
                                        const std::string& _strCallInfo);
     void AddOwnedTask(const std::string& _strTaskId, void* _pObj) ZEL_EXCLUDES(m_mtxTmpTasks);
     std::list<std::string> TakeOwnedTasks(void* _pObj) ZEL_EXCLUDES(m_mtxTmpTasks);
+    void RemoveLateTasks(void* _pObj, int& _iPollsLeft);
+    void ListLoopTask(const std::string& _strTaskId) ZEL_EXCLUDES(m_smLoopTasksLock);
     void ForgetLoopTask(const std::string& _strTaskId) ZEL_EXCLUDES(m_smLoopTasksLock);
 
+    bool EndPool(CLS_ShutdownClaim& _clsClaim);
+    void DestroyInstance();
     void ForgetLoopTasks() ZEL_EXCLUDES(m_smLoopTasksLock);
-    std::vector<CLS_TaskThread*> StopBoundTasks();
+    std::vector<CLS_TaskThread*> StopBoundTasks(CLS_ShutdownClaim& _clsClaim);
     void EndWorkers(const std::vector<CLS_TaskThread*>& _vecOverrun);
     CLS_TaskThread* FindWorker() ZEL_EXCLUDES(m_smThreadTaskLock);
     void ForgetWorker(CLS_TaskThread* _pThread) ZEL_EXCLUDES(m_mtxIdleThreads);
@@ -238,6 +280,6 @@ private:
     std::uint64_t m_uiSeenListChanges = 0;
     std::uint64_t m_uiSeenIntervalChanges = 0;
 
-    /// UnInit is at work: what it destroys may call it again. Atomic, for a task may do so meanwhile.
-    std::atomic<bool> m_bEnding{false};
+    /// Ids that wait for a worker behind those of m_vecWaitingTasks, which had no memory to grow.
+    std::forward_list<std::string> m_lstWaitingOverflow ZEL_GUARDED_BY(m_mtxWaitingTasks);
 };

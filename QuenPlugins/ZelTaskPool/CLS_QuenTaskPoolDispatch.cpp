@@ -38,7 +38,7 @@ std::string DescribeTask(CLS_Task& _clsTask)
     }
     catch (...)
     {
-        _clsTask.UndoWaiting(TASK_STATUS_IDLE);
+        _clsTask.UndoWaiting();
         throw;
     }
 }
@@ -116,18 +116,37 @@ void CLS_QuenTaskPool::AddWaitingTasks(const std::string& _strTaskId)
     {
         return;
     }
-    const n_TaskStatus iBefore = pTask->SetTaskIsWaiting();
-    try
+    // Memory comes first: from the mark on nothing fails, for a mark cannot be taken back. Other threads may
+    // queue and run the task meanwhile.
+    std::forward_list<std::string> lstTaskId(1, _strTaskId);
+    pTask->SetTaskIsWaiting();
+    const CLS_LockGuard lock(m_mtxWaitingTasks);
+    AppendWaitingTask(lstTaskId);
+    m_cvWaitingTasks.notify_one();
+}
+
+/// Appends the one id of _lstTaskId to the waiting queue. When the queue has no memory to grow, it grows by
+/// the list itself, until the dispatcher takes it.
+void CLS_QuenTaskPool::AppendWaitingTask(std::forward_list<std::string>& _lstTaskId)
+{
+    if (m_lstWaitingOverflow.empty())
     {
-        const CLS_LockGuard lock(m_mtxWaitingTasks);
-        m_vecWaitingTasks.push_back(_strTaskId);
-        m_cvWaitingTasks.notify_one();
+        try
+        {
+            m_vecWaitingTasks.push_back(std::move(_lstTaskId.front()));
+            return;
+        }
+        catch (...)
+        {
+            // The id is where it was.
+        }
     }
-    catch (...)
+    auto itLast = m_lstWaitingOverflow.before_begin();
+    while (std::next(itLast) != m_lstWaitingOverflow.end())
     {
-        pTask->UndoWaiting(iBefore);
-        throw;
+        ++itLast;
     }
+    m_lstWaitingOverflow.splice_after(itLast, _lstTaskId);
 }
 
 void CLS_QuenTaskPool::FunTaskingThread()
@@ -150,30 +169,52 @@ void CLS_QuenTaskPool::FunTaskingThread()
 /// Hands everything that is queued to workers, in order. When the pool ends meanwhile, the rest is dropped.
 void CLS_QuenTaskPool::DispatchPass()
 {
-    std::vector<std::string> vecBatch = TakeWaitingTasks();
-    for (std::size_t i = 0; i < vecBatch.size() && m_bRun; ++i)
+    std::forward_list<std::string> lstOverflow;
+    std::vector<std::string> vecBatch = TakeWaitingTasks(lstOverflow);
+    std::size_t iUndispatched =
+        vecBatch.size() + static_cast<std::size_t>(std::distance(lstOverflow.begin(), lstOverflow.end()));
+    for (std::string& strTaskId : vecBatch)
     {
-        CLS_TaskThread* const pThread = WaitForThread(vecBatch.size() - i);
-        if (pThread == nullptr)
+        if (!DispatchTask(strTaskId, iUndispatched--))
         {
             return;
         }
-        BindTask(pThread, vecBatch[i]);
-        pThread->AddFunction([this](CLS_TaskThread* _pThread) { FunRunTask(_pThread); });
+    }
+    for (std::string& strTaskId : lstOverflow)
+    {
+        if (!DispatchTask(strTaskId, iUndispatched--))
+        {
+            return;
+        }
     }
 }
 
-/// Waits for something to be queued, or for the pool's end, and takes the whole queue.
-std::vector<std::string> CLS_QuenTaskPool::TakeWaitingTasks()
+/// Waits for something to be queued, or for the pool's end, and takes the whole queue: first what is
+/// returned, then _lstOverflow.
+std::vector<std::string> CLS_QuenTaskPool::TakeWaitingTasks(std::forward_list<std::string>& _lstOverflow)
 {
     std::vector<std::string> vecBatch;
     CLS_WaitGuard lock(m_mtxWaitingTasks);
-    while (m_vecWaitingTasks.empty() && m_bRun)
+    while (m_vecWaitingTasks.empty() && m_lstWaitingOverflow.empty() && m_bRun)
     {
         m_cvWaitingTasks.wait_for(lock.GetLock(), QUEUE_WAIT);
     }
     vecBatch.swap(m_vecWaitingTasks);
+    _lstOverflow.swap(m_lstWaitingOverflow);
     return vecBatch;
+}
+
+/// Hands a task to a worker. False when the pool ends first. _iUndispatched ids of the batch wait for one.
+bool CLS_QuenTaskPool::DispatchTask(std::string& _strTaskId, std::size_t _iUndispatched)
+{
+    CLS_TaskThread* const pThread = m_bRun ? WaitForThread(_iUndispatched) : nullptr;
+    if (pThread == nullptr)
+    {
+        return false;
+    }
+    BindTask(pThread, _strTaskId);
+    pThread->AddFunction([this](CLS_TaskThread* _pThread) { FunRunTask(_pThread); });
+    return true;
 }
 
 /// A worker, as soon as there is one; null when the pool ends first.
@@ -220,6 +261,8 @@ void CLS_QuenTaskPool::ReportBusy(std::size_t _iUndispatched)
     {
         const CLS_LockGuard lock(m_mtxWaitingTasks);
         iWaiting += m_vecWaitingTasks.size();
+        iWaiting +=
+            static_cast<std::size_t>(std::distance(m_lstWaitingOverflow.begin(), m_lstWaitingOverflow.end()));
     }
     const int iThreads = GetTaskThreadNum();
     TaskPoolRecord::Make(FILE_POOL, "FunTaskingThread", Logger::LOG_LEVEL_PROGRESS)
@@ -240,6 +283,11 @@ CLS_QuenTaskPool::Bindings CLS_QuenTaskPool::CopyBindings()
 
 void CLS_QuenTaskPool::FunRunTask(CLS_TaskThread* _pThread)
 {
+    const CLS_RunGate::CLS_PoolScope clsScope(_pThread->GetRunGate());
+    if (!clsScope.IsInside())
+    {
+        return;
+    }
     std::string strTaskId;
     const bool bBound = ReadBoundTask(_pThread, strTaskId);
     if (!RunOutsidePool(_pThread, bBound, strTaskId))

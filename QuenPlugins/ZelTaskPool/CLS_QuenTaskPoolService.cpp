@@ -2,6 +2,7 @@
 
 #include "QuenInclude/Util.h"
 #include "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool.h"
+#include "QuenPlugins/ZelTaskPool/CLS_ShutdownClaim.h"
 #include "QuenPlugins/ZelTaskPool/TaskPoolRecord.h"
 
 #include <algorithm>
@@ -182,6 +183,7 @@ void CLS_QuenTaskPool::RetireThread(CLS_TaskThread* _pThread)
 {
     try
     {
+        CLS_ShutdownClaim::RemoveThread(this, _pThread->GetThreadId());
         const std::string strTaskId = UnregisterThread(_pThread);
         const std::unique_ptr<CLS_TaskThread> pThread(_pThread);
         if (!strTaskId.empty())

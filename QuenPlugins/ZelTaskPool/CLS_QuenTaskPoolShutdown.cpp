@@ -1,6 +1,7 @@
 // The end of the pool.
 
 #include "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool.h"
+#include "QuenPlugins/ZelTaskPool/CLS_ShutdownClaim.h"
 #include "QuenPlugins/ZelTaskPool/TaskPoolRecord.h"
 
 #include <algorithm>
@@ -17,72 +18,93 @@ void RecordProgress(const char* _szText, int _iLine = __builtin_LINE())
     TaskPoolRecord::Make(FILE_POOL, "UnInit", Logger::LOG_LEVEL_PROGRESS, _iLine) << _szText;
 }
 
-void EndThread(std::unique_ptr<std::thread>& _pThread)
+/// Destroys a pool that the caller has no claim to yet, unless another thread is ending it; null is ignored.
+void DestroyOther(const CLS_QuenTaskPool* _pPool)
 {
-    if (_pThread)
+    const CLS_ShutdownClaim clsClaim(_pPool);
+    if (clsClaim.IsGranted())
     {
-        if (_pThread->joinable())
-        {
-            _pThread->join();
-        }
-        _pThread.reset();
+        delete _pPool;
     }
-}
-
-void DestroyInstance()
-{
-    // The destructor sets the pointer to null, first of all. Doing so afterwards could hide a new pool.
-    delete CLS_QuenTaskPool::m_pInstance;
 }
 } // namespace
 
 CLS_QuenTaskPool::~CLS_QuenTaskPool()
 {
-    m_pInstance = nullptr;
+    // First of all: doing so afterwards could hide a new pool.
+    StoreInstance(nullptr);
     // After a failed UnInit there may be threads left. None may run on a pool that is gone.
     EndServiceThreads();
     EndWorkers({});
+    CLS_ShutdownClaim::RemovePool(this);
 }
 
 void CLS_QuenTaskPool::UnInit()
 {
-    if (m_bEnding.exchange(true))
+    CLS_ShutdownClaim clsClaim(this);
+    if (clsClaim.IsGranted())
+    {
+        EndPool(clsClaim);
+    }
+}
+
+void CLS_QuenTaskPool::KillTaskAll()
+{
+    CLS_ShutdownClaim clsClaim(this);
+    if (!clsClaim.IsGranted())
     {
         return;
     }
+    const bool bPoolThread = IsPoolThread();
+    if (EndPool(clsClaim))
+    {
+        // A record's "PrintLog" may have built another pool meanwhile.
+        DestroyOther(LoadInstance());
+    }
+    else if (!bPoolThread)
+    {
+        // A thread that the end has to wait for cannot destroy the pool either.
+        clsClaim.BeginStep();
+        DestroyInstance();
+    }
+}
+
+/// Ends the pool and destroys it. False when that failed, and the pool is still there.
+bool CLS_QuenTaskPool::EndPool(CLS_ShutdownClaim& _clsClaim)
+{
     RecordProgress("----- TaskPool UnInit begin -----");
     try
     {
         EndServiceThreads();
         RecordProgress("----- TaskPool m_mapAllThreads start -----");
         ForgetLoopTasks();
-        EndWorkers(StopBoundTasks());
+        const std::vector<CLS_TaskThread*> vecOverrun = StopBoundTasks(_clsClaim);
+        _clsClaim.BeginStep();
+        EndWorkers(vecOverrun);
     }
     catch (...)
     {
         TaskPoolRecord::Make(FILE_POOL, "UnInit", Logger::LOG_LEVEL_ERROR) << "UnInit error ";
         RecordProgress("----- TaskPool UnInit end -----");
-        m_bEnding = false;
-        return;
+        return false;
     }
     DestroyInstance();
     // This object is gone from here on.
     RecordProgress("----- TaskPool UnInit end -----");
+    return true;
 }
 
-void CLS_QuenTaskPool::KillTaskAll()
+/// Destroys the instance: this pool, unless a racing first use has built another one.
+void CLS_QuenTaskPool::DestroyInstance()
 {
-    if (m_bEnding)
+    CLS_QuenTaskPool* const pInstance = LoadInstance();
+    if (pInstance == this)
     {
-        return;
+        delete this;
     }
-    const bool bPoolThread = IsPoolThread();
-    UnInit();
-    // This object is gone already, unless UnInit failed. It always fails on a thread that it has to wait for;
-    // such a thread cannot destroy the pool either.
-    if (!bPoolThread)
+    else
     {
-        DestroyInstance();
+        DestroyOther(pInstance);
     }
 }
 
@@ -109,9 +131,23 @@ void CLS_QuenTaskPool::EndServiceThreads()
         m_bRun.exchange(false);
     }
     m_cvWaitingTasks.notify_one();
-    EndThread(m_pTaskingThread);
-    EndThread(m_pLoopThread);
-    EndThread(m_pOvertimeThread);
+    EndServiceThread(m_pTaskingThread);
+    EndServiceThread(m_pLoopThread);
+    EndServiceThread(m_pOvertimeThread);
+}
+
+void CLS_QuenTaskPool::EndServiceThread(std::unique_ptr<std::thread>& _pThread)
+{
+    if (_pThread)
+    {
+        if (_pThread->joinable())
+        {
+            const std::thread::id idThread = _pThread->get_id();
+            _pThread->join();
+            CLS_ShutdownClaim::RemoveThread(this, idThread);
+        }
+        _pThread.reset();
+    }
 }
 
 void CLS_QuenTaskPool::ForgetLoopTasks()
@@ -123,11 +159,12 @@ void CLS_QuenTaskPool::ForgetLoopTasks()
 
 /// Stops every task that is bound to a worker, one after the other. Returns the workers whose run outlasted
 /// that.
-std::vector<CLS_TaskThread*> CLS_QuenTaskPool::StopBoundTasks()
+std::vector<CLS_TaskThread*> CLS_QuenTaskPool::StopBoundTasks(CLS_ShutdownClaim& _clsClaim)
 {
     std::vector<CLS_TaskThread*> vecOverrun;
     for (const auto& [pThread, strTaskId] : CopyBindings())
     {
+        _clsClaim.BeginStep();
         const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(strTaskId).lock();
         if (pTask && !pTask->Stop())
         {
@@ -138,18 +175,18 @@ std::vector<CLS_TaskThread*> CLS_QuenTaskPool::StopBoundTasks()
 }
 
 /// Ends and frees every worker that is out of its run, or gets there within RUN_LIMIT: Stop returns as soon
-/// as the task is idle, while the worker still has a few steps to take, and it cannot wait for a task that
-/// was removed. A worker in _vecOverrun was waited for already; when it still runs, it is left to itself.
+/// as the task is idle, while the worker still has a few steps to take. It cannot wait for a task that was
+/// removed, nor for a job that a host gave to the worker. A worker in _vecOverrun was waited for already;
+/// when it still runs, it is left to itself.
 void CLS_QuenTaskPool::EndWorkers(const std::vector<CLS_TaskThread*>& _vecOverrun)
 {
-    const auto tpLimit = std::chrono::steady_clock::now() + RUN_LIMIT;
+    const auto tpBegin = std::chrono::steady_clock::now();
     while (CLS_TaskThread* const pThread = FindWorker())
     {
         const bool bOverrun = std::find(_vecOverrun.begin(), _vecOverrun.end(), pThread) != _vecOverrun.end();
-        const auto nsLeft =
-            bOverrun ? std::chrono::nanoseconds(0) : tpLimit - std::chrono::steady_clock::now();
-        if (pThread->GetRunGate().Close(nsLeft))
+        if (pThread->GetRunGate().Close(bOverrun ? tpBegin : tpBegin + RUN_LIMIT))
         {
+            CLS_ShutdownClaim::RemoveThread(this, pThread->GetThreadId());
             pThread->Exit();
             ForgetWorker(pThread);
             delete pThread;

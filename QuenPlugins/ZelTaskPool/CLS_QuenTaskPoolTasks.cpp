@@ -13,9 +13,13 @@ namespace
 /// The interval of a task that runs once.
 constexpr int ONE_SHOT = -1;
 
-/// How often a removal takes what the owner's tasks have submitted meanwhile. Bounded, for a task may go on
-/// submitting for ever.
-constexpr int OWNER_ROUNDS = 30;
+/// How often a removal takes what the owner's tasks have submitted meanwhile, and how long it waits for all
+/// of that. Bounded, for a task may go on submitting for ever.
+constexpr int LATE_ROUNDS = 29;
+constexpr std::chrono::milliseconds LATE_LIMIT = CLS_Task::STOP_POLL * CLS_Task::STOP_POLLS;
+
+/// The wait for a task is bounded by Stop alone.
+constexpr auto NO_LIMIT = std::chrono::steady_clock::time_point::max();
 
 /// How often, and how many times in all, a removal looks whether nobody else uses a task any more. As long as
 /// another thread's Stop may sleep on it.
@@ -74,29 +78,32 @@ bool WaitForLastReference(const std::shared_ptr<CLS_Task>& _pTask, int& _iPollsL
     return true;
 }
 
-/// Stops a task and takes it out of the registry. The reference outlives that: what the callable captured may
-/// call the pool, or end it, when it is destroyed, and must not do so under the registry's lock.
-void StopAndDelete(const std::string& _strTaskId, int& _iPollsLeft)
+/// Stops a task, until _tpLimit at most, and takes it out of the registry. _pTask, null when there is none,
+/// outlives that: what the callable captured may call the pool, or end it, when it is destroyed, and must not
+/// do so under the registry's lock.
+void StopAndDelete(const std::shared_ptr<CLS_Task>& _pTask, const std::string& _strTaskId,
+                   std::chrono::steady_clock::time_point _tpLimit, int& _iPollsLeft)
 {
-    const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(_strTaskId).lock();
-    const bool bStopped = pTask && pTask->Stop();
+    const bool bStopped = _pTask && _pTask->StopUntil(_tpLimit);
     CLS_Task::DeleteTask(_strTaskId);
-    if (bStopped && WaitForLastReference(pTask, _iPollsLeft))
+    if (bStopped && WaitForLastReference(_pTask, _iPollsLeft))
     {
         // A worker or the loop scheduler may yet turn a weak reference into a strong one, and be the last to
         // let go of the record. What the callable captured goes here and now.
-        pTask->TakeCallable();
+        _pTask->TakeCallable();
     }
 }
 
 /// Stops and deletes tasks, front to back. None starts any more from the beginning on, however long the first
 /// one still runs: their owner may be half torn down.
-void RemoveTasks(const std::list<std::string>& _lstTaskIds, int& _iPollsLeft)
+void RemoveTasks(const std::list<std::string>& _lstTaskIds, std::chrono::steady_clock::time_point _tpLimit,
+                 int& _iPollsLeft)
 {
     InvalidateTasks(_lstTaskIds);
     for (const std::string& strTaskId : _lstTaskIds)
     {
-        StopAndDelete(strTaskId, _iPollsLeft);
+        const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(strTaskId).lock();
+        StopAndDelete(pTask, strTaskId, _tpLimit, _iPollsLeft);
     }
 }
 } // namespace
@@ -107,9 +114,9 @@ std::shared_ptr<CLS_Task> CLS_QuenTaskPool::MakeTask(const std::function<void()>
                                                      const std::string& _strCallInfo)
 {
     // A pool that a racing first call built beside the instance takes tasks, too.
-    const bool bInstance = m_pInstance == this;
+    const bool bInstance = LoadInstance() == this;
     std::shared_ptr<CLS_Task> pTask = CLS_Task::CreateTask(_funTask, _iInterval, _strCallInfo);
-    if (bInstance && m_pInstance != this)
+    if (bInstance && LoadInstance() != this)
     {
         CLS_Task::DeleteTask(pTask->GetId());
         throw std::runtime_error("the pool has ended");
@@ -173,15 +180,25 @@ void CLS_QuenTaskPool::AddLoopTask(const std::function<void()>& _funTask, int _i
         _strTaskId = strTaskId;
         // The task may run from here on, and change the caller's text.
         AddWaitingTasks(strTaskId);
-        const CLS_LockGuard lock(m_smLoopTasksLock);
-        m_vecLoopTasks.push_back(strTaskId);
-        ++m_uiLoopListChanges;
+        ListLoopTask(strTaskId);
+        if (pTask->IsRemoved())
+        {
+            // By its own run, for example. The removal looked at the list too early.
+            ForgetLoopTask(strTaskId);
+        }
     }
     catch (...)
     {
         TaskPoolRecord::Make(FILE_POOL, "AddLoopTask", Logger::LOG_LEVEL_ERROR)
             << "AddLoopTask error [" << _strCallInfo << "]";
     }
+}
+
+void CLS_QuenTaskPool::ListLoopTask(const std::string& _strTaskId)
+{
+    const CLS_LockGuard lock(m_smLoopTasksLock);
+    m_vecLoopTasks.push_back(_strTaskId);
+    ++m_uiLoopListChanges;
 }
 
 void CLS_QuenTaskPool::StopTask(const std::string& _strTaskId)
@@ -223,25 +240,34 @@ void CLS_QuenTaskPool::RemoveTmpTask(void* _pObj, const std::string& _strCallInf
 {
     try
     {
-        int iPollsLeft = REFERENCE_POLLS;
-        int iRoundsLeft = OWNER_ROUNDS;
-        std::list<std::string> lstTaskIds = TakeOwnedTasks(_pObj);
-        while (!lstTaskIds.empty())
+        const std::list<std::string> lstTaskIds = TakeOwnedTasks(_pObj);
+        if (!lstTaskIds.empty())
         {
-            RemoveTasks(lstTaskIds, iPollsLeft);
-            lstTaskIds.clear();
-            // A task that was still running may have submitted more for the same owner. What it captured may
-            // have ended the pool: the members are touched only while this is the pool.
-            if (--iRoundsLeft > 0 && m_pInstance == this)
-            {
-                lstTaskIds = TakeOwnedTasks(_pObj);
-            }
+            int iPollsLeft = REFERENCE_POLLS;
+            RemoveTasks(lstTaskIds, NO_LIMIT, iPollsLeft);
+            RemoveLateTasks(_pObj, iPollsLeft);
         }
     }
     catch (...)
     {
         TaskPoolRecord::Make(FILE_POOL, "RemoveTmpTask", Logger::LOG_LEVEL_ERROR)
             << "RemoveTmpTask error [" << _strCallInfo << "]";
+    }
+}
+
+/// Removes what the owner's tasks submitted for it while they were removed. What they captured may have ended
+/// the pool: the members are touched only while this is the pool.
+void CLS_QuenTaskPool::RemoveLateTasks(void* _pObj, int& _iPollsLeft)
+{
+    const auto tpLimit = std::chrono::steady_clock::now() + LATE_LIMIT;
+    for (int i = 0; i < LATE_ROUNDS && LoadInstance() == this; ++i)
+    {
+        const std::list<std::string> lstTaskIds = TakeOwnedTasks(_pObj);
+        if (lstTaskIds.empty())
+        {
+            return;
+        }
+        RemoveTasks(lstTaskIds, tpLimit, _iPollsLeft);
     }
 }
 
@@ -267,8 +293,13 @@ void CLS_QuenTaskPool::RemoveTask(const std::string& _strTaskId, const std::stri
     try
     {
         int iPollsLeft = REFERENCE_POLLS;
+        const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(_strTaskId).lock();
+        if (pTask)
+        {
+            pTask->SetRemoved();
+        }
         ForgetLoopTask(_strTaskId);
-        StopAndDelete(_strTaskId, iPollsLeft);
+        StopAndDelete(pTask, _strTaskId, NO_LIMIT, iPollsLeft);
     }
     catch (...)
     {

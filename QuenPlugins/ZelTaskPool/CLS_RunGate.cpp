@@ -1,5 +1,34 @@
 #include "QuenPlugins/ZelTaskPool/CLS_RunGate.h"
 
+bool CLS_RunGate::BeginJob()
+{
+    const CLS_LockGuard lock(m_mtxGate);
+    m_bInJob = !m_bClosed;
+    m_idRunner = std::this_thread::get_id();
+    return m_bInJob;
+}
+
+void CLS_RunGate::EndJob()
+{
+    const CLS_LockGuard lock(m_mtxGate);
+    m_bInJob = false;
+    m_cvGate.notify_one();
+}
+
+bool CLS_RunGate::EnterPool()
+{
+    const CLS_LockGuard lock(m_mtxGate);
+    m_bInPool = true;
+    m_cvGate.notify_one();
+    return !m_bAbandoned;
+}
+
+void CLS_RunGate::LeavePool()
+{
+    const CLS_LockGuard lock(m_mtxGate);
+    m_bInPool = false;
+}
+
 bool CLS_RunGate::EnterRun()
 {
     const CLS_LockGuard lock(m_mtxGate);
@@ -16,15 +45,21 @@ bool CLS_RunGate::LeaveRun()
     return !m_bAbandoned;
 }
 
-bool CLS_RunGate::Close(std::chrono::nanoseconds _nsLimit)
+bool CLS_RunGate::IsForeign() const
+{
+    return m_bRunning || (m_bInJob && !m_bInPool);
+}
+
+bool CLS_RunGate::Close(std::chrono::steady_clock::time_point _tpLimit)
 {
     CLS_WaitGuard lock(m_mtxGate);
     m_bClosed = true;
-    if (m_bRunning && m_idRunner != std::this_thread::get_id())
+    if (m_idRunner != std::this_thread::get_id())
     {
-        m_cvGate.wait_for(lock.GetLock(), _nsLimit, [this]() ZEL_REQUIRES(m_mtxGate) { return !m_bRunning; });
+        m_cvGate.wait_until(lock.GetLock(), _tpLimit,
+                            [this]() ZEL_REQUIRES(m_mtxGate) { return !IsForeign(); });
     }
-    m_bAbandoned = m_bRunning;
+    m_bAbandoned = IsForeign();
     return !m_bAbandoned;
 }
 

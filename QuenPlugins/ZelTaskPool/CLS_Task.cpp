@@ -3,6 +3,7 @@
 #include "QuenInclude/CLS_Mutex.h"
 #include "QuenPlugins/ZelTaskPool/TaskPoolRecord.h"
 
+#include <algorithm>
 #include <thread>
 
 using TaskPoolRecord::FILE_TASK;
@@ -153,6 +154,11 @@ void CLS_Task::RecordFailure(const std::string& _strFailure, const char* _szReas
 
 bool CLS_Task::Stop()
 {
+    return StopUntil(std::chrono::steady_clock::time_point::max());
+}
+
+bool CLS_Task::StopUntil(std::chrono::steady_clock::time_point _tpLimit)
+{
     m_bValid.exchange(false);
     for (int iSleeps = 1; iSleeps <= STOP_POLLS; ++iSleeps)
     {
@@ -160,7 +166,12 @@ bool CLS_Task::Stop()
         {
             return true;
         }
-        std::this_thread::sleep_for(STOP_POLL);
+        const std::chrono::nanoseconds nsLeft = _tpLimit - std::chrono::steady_clock::now();
+        if (nsLeft <= std::chrono::nanoseconds(0))
+        {
+            break;
+        }
+        std::this_thread::sleep_for(std::min<std::chrono::nanoseconds>(STOP_POLL, nsLeft));
         if (iSleeps % STOP_POLLS_PER_RECORD == 0)
         {
             // Kept on purpose: the number is one more than the sleeps done.
@@ -189,10 +200,20 @@ n_TaskStatus CLS_Task::SetTaskIsWaiting()
     return m_iTaskStatus.exchange(TASK_STATUS_WAITING);
 }
 
-void CLS_Task::UndoWaiting(n_TaskStatus _iBefore)
+void CLS_Task::UndoWaiting()
 {
     n_TaskStatus iExpected = TASK_STATUS_WAITING;
-    m_iTaskStatus.compare_exchange_strong(iExpected, _iBefore);
+    m_iTaskStatus.compare_exchange_strong(iExpected, TASK_STATUS_IDLE);
+}
+
+void CLS_Task::SetRemoved()
+{
+    m_bRemoved.store(true, std::memory_order_relaxed);
+}
+
+bool CLS_Task::IsRemoved()
+{
+    return m_bRemoved.load(std::memory_order_relaxed);
 }
 
 std::function<void()> CLS_Task::TakeCallable() noexcept

@@ -79,6 +79,10 @@ public:
     /// exceptions of ParamToString pass from there.
     ZEL_TASKPOOL_EXPORT bool Stop();
 
+    /// Stop, but gives up at _tpLimit if that comes first, at once if it has passed: for a caller whose wait
+    /// for several tasks has one bound. For the pool only: not exported.
+    bool StopUntil(std::chrono::steady_clock::time_point _tpLimit);
+
     /// The task's place in its life. Any thread, no lock.
     ZEL_TASKPOOL_EXPORT n_TaskStatus GetTaskStatus();
     /// Any thread, no lock. Pitfall: it is not checked, and a task that executes but says otherwise is not
@@ -87,10 +91,16 @@ public:
     /// Sets TASK_STATUS_WAITING and returns what the status was. As SetTaskStatus.
     ZEL_TASKPOOL_EXPORT n_TaskStatus SetTaskIsWaiting();
 
-    /// Undoes SetTaskIsWaiting for a task that was not queued, or will not be run, after all; does nothing
-    /// when the status has changed since. A task that goes on waiting in vain is never queued by the loop
-    /// scheduler. Any thread, no lock. For the pool only: not exported.
-    void UndoWaiting(n_TaskStatus _iBefore);
+    /// Makes a waiting task idle: its worker cannot run it, and the loop scheduler never queues a task that
+    /// waits. Does nothing to a task in another status. The worker's thread, no lock. For the pool only: not
+    /// exported.
+    void UndoWaiting();
+
+    /// The pool's RemoveTask has begun: the task must not be put on the list of loop tasks any more. Any
+    /// thread; the list's lock orders this against IsRemoved. For the pool only: not exported.
+    void SetRemoved();
+    /// Whether SetRemoved was called.
+    bool IsRemoved();
 
     /// Hands over the callable; the record is left without one and runs nothing. Any thread, no lock, and
     /// only when Stop has returned true and nobody else has had a reference since: a task that was queued
@@ -150,4 +160,5 @@ private:
     /// who sees the task idle sees this time, too.
     std::atomic<std::chrono::steady_clock::time_point> m_tpLastRun{std::chrono::steady_clock::now()};
     std::atomic<bool> m_bValid{true};
+    std::atomic<bool> m_bRemoved{false}; ///< see SetRemoved; relaxed
 };

@@ -82,6 +82,11 @@ bool CLS_TaskThread::RunPass(std::int32_t& _iShownId)
         return false;
     }
     ShowOrderId(_iShownId);
+    const CLS_RunGate::CLS_JobScope clsScope(m_clsRunGate);
+    if (!clsScope.IsBegun())
+    {
+        return false;
+    }
     RunJob();
     return true;
 }
@@ -153,6 +158,11 @@ void CLS_TaskThread::RequestEnd()
 bool CLS_TaskThread::IsOwnThread() const
 {
     return m_pThread && m_pThread->get_id() == std::this_thread::get_id();
+}
+
+std::thread::id CLS_TaskThread::GetThreadId() const
+{
+    return m_pThread ? m_pThread->get_id() : std::thread::id();
 }
 
 bool CLS_TaskThread::AddFunction(const std::function<void(CLS_TaskThread*)>& _funJob)

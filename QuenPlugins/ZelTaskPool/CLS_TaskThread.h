@@ -70,6 +70,9 @@ public:
     /// Whether the calling thread is the worker's own. For the pool only: not exported.
     bool IsOwnThread() const;
 
+    /// The worker's thread; no thread's id once it has ended. As IsOwnThread.
+    std::thread::id GetThreadId() const;
+
     /// Where the worker and the end of its pool meet. For the pool only: not exported.
     CLS_RunGate& GetRunGate() { return m_clsRunGate; }
 

@@ -13,6 +13,7 @@ TASKS = POOL + "CLS_QuenTaskPoolTasks.cpp"
 TASK = POOL + "CLS_Task.cpp"
 WORKER = POOL + "CLS_TaskThread.cpp"
 GATE = POOL + "CLS_RunGate.cpp"
+CLAIM = POOL + "CLS_ShutdownClaim.cpp"
 
 
 def fault(name, source, *edits, scenario, strategy, seen):
@@ -22,7 +23,7 @@ def fault(name, source, *edits, scenario, strategy, seen):
 FAULTS = [
     # Notifications.
     fault("a queued id notifies nobody", DISPATCH,
-          ("        m_cvWaitingTasks.notify_one();\n", ""),
+          ("    AppendWaitingTask(lstTaskId);\n    m_cvWaitingTasks.notify_one();\n", "    AppendWaitingTask(lstTaskId);\n"),
           scenario="submit-and-run", strategy="random",
           seen="A was queued 1 times and ran 0"),
     fault("a hand-over notifies nobody", WORKER,
@@ -43,7 +44,7 @@ FAULTS = [
           scenario="two-submitters", strategy="random",
           seen="the end of the pool takes"),
     fault("the gate waits without a predicate", GATE,
-          ("_nsLimit, [this]() ZEL_REQUIRES(m_mtxGate) { return !m_bRunning; });", "_nsLimit);"),
+          ("_tpLimit,\n                            [this]() ZEL_REQUIRES(m_mtxGate) { return !IsForeign(); });", "_tpLimit);"),
           scenario="end-waits-for-removed", strategy="random",
           seen="A still runs"),
 
@@ -74,8 +75,8 @@ FAULTS = [
 
     # Removal.
     fault("a removal does not wait for the run", TASKS,
-          ("const bool bStopped = pTask && pTask->Stop();",
-           "const bool bStopped = pTask != nullptr;\n    if (pTask)\n    {\n        pTask->SetValid(false);\n    }"),
+          ("const bool bStopped = _pTask && _pTask->StopUntil(_tpLimit);",
+           "const bool bStopped = _pTask && _tpLimit == NO_LIMIT;\n    if (_pTask)\n    {\n        _pTask->SetValid(false);\n    }"),
           scenario="remove-itself", strategy="random",
           seen="A does not run once"),
     fault("an owner's tasks are made invalid one by one", TASKS,
@@ -83,17 +84,17 @@ FAULTS = [
           scenario="remove-owner-of-many", strategy="random",
           seen="B begins during its removal"),
     fault("a removal does not wait for the last reference", TASKS,
-          ("bStopped && WaitForLastReference(pTask, _iPollsLeft)", "false && bStopped"),
+          ("bStopped && WaitForLastReference(_pTask, _iPollsLeft)", "false && bStopped"),
           scenario="loop-against-removal", strategy="random",
           seen="the callable of A outlives its removal"),
     fault("a removal leaves the callable to the record", TASKS,
-          ("        pTask->TakeCallable();\n", ""),
+          ("        _pTask->TakeCallable();\n", ""),
           scenario="captured-object-calls", strategy="random",
           seen="what the callable captured outlives the removal"),
     fault("a removed task is destroyed under the registry's lock", TASKS,
-          ("    const bool bStopped = pTask && pTask->Stop();\n    CLS_Task::DeleteTask(_strTaskId);\n",
-           "    const bool bStopped = false;\n    if (pTask)\n    {\n        pTask->Stop();\n    }\n"
-           "    const_cast<std::shared_ptr<CLS_Task>&>(pTask).reset();\n    CLS_Task::DeleteTask(_strTaskId);\n"),
+          ("    const bool bStopped = _pTask && _pTask->StopUntil(_tpLimit);\n    CLS_Task::DeleteTask(_strTaskId);\n",
+           "    const bool bStopped = false;\n    if (_pTask)\n    {\n        _pTask->StopUntil(_tpLimit);\n    }\n"
+           "    const_cast<std::shared_ptr<CLS_Task>&>(_pTask).reset();\n    CLS_Task::DeleteTask(_strTaskId);\n"),
           scenario="captured-object-calls", strategy="random",
           seen="livelock: 200000 steps"),
     fault("a removal always polls as often as it may", TASKS,
@@ -109,9 +110,23 @@ FAULTS = [
           scenario="loop-against-removal", strategy="random",
           seen="the callable of A outlives its removal"),
     fault("a removal looks for more on a pool that is gone", TASKS,
-          ("if (--iRoundsLeft > 0 && m_pInstance == this)", "if (--iRoundsLeft > 0)"),
+          ("i < LATE_ROUNDS && LoadInstance() == this;", "i < LATE_ROUNDS;"),
           scenario="captured-object-ends-the-pool", strategy="random",
           seen="freed memory is"),
+
+    fault("what tasks submit while they are removed is waited for one by one", TASKS,
+          ("        RemoveTasks(lstTaskIds, tpLimit, _iPollsLeft);", "        RemoveTasks(lstTaskIds, NO_LIMIT, _iPollsLeft);"),
+          scenario="remove-owner-of-a-chain", strategy="random",
+          seen="the removal of a chain takes too long"),
+    fault("a removed loop task is listed by its submission", TASKS,
+          ("        if (pTask->IsRemoved())\n", "        if (false)\n"),
+          scenario="loop-removed-while-submitted", strategy="random",
+          seen="the loop list keeps its id"),
+    fault("a removal looks at the loop list before it marks the task", TASKS,
+          ("        if (pTask)\n        {\n            pTask->SetRemoved();\n        }\n        ForgetLoopTask(_strTaskId);\n",
+           "        ForgetLoopTask(_strTaskId);\n        if (pTask)\n        {\n            pTask->SetRemoved();\n        }\n"),
+          scenario="loop-removed-while-submitted", strategy="random",
+          seen="the loop list keeps its id"),
 
     # Submission and dispatch.
     fault("two locks are held to note an owner", TASKS,
@@ -136,9 +151,9 @@ FAULTS = [
           seen="a task has an owner before it was queued"),
     fault("the queue is copied, and cleared a moment later", DISPATCH,
           ("    std::vector<std::string> vecBatch;\n    CLS_WaitGuard lock(m_mtxWaitingTasks);\n"
-           "    while (m_vecWaitingTasks.empty() && m_bRun)\n    {\n"
+           "    while (m_vecWaitingTasks.empty() && m_lstWaitingOverflow.empty() && m_bRun)\n    {\n"
            "        m_cvWaitingTasks.wait_for(lock.GetLock(), QUEUE_WAIT);\n    }\n"
-           "    vecBatch.swap(m_vecWaitingTasks);\n",
+           "    vecBatch.swap(m_vecWaitingTasks);\n    _lstOverflow.swap(m_lstWaitingOverflow);\n",
            "    std::vector<std::string> vecBatch;\n    {\n        CLS_WaitGuard lock(m_mtxWaitingTasks);\n"
            "        while (m_vecWaitingTasks.empty() && m_bRun)\n        {\n"
            "            m_cvWaitingTasks.wait_for(lock.GetLock(), QUEUE_WAIT);\n        }\n"
@@ -215,8 +230,7 @@ FAULTS = [
 
     # The end of the pool.
     fault("the end of the pool does not wait for last steps", SHUTDOWN,
-          ("            bOverrun ? std::chrono::nanoseconds(0) : tpLimit - std::chrono::steady_clock::now();",
-           "            bOverrun ? std::chrono::nanoseconds(0) : 0 * (tpLimit - std::chrono::steady_clock::now());"),
+          ("Close(bOverrun ? tpBegin : tpBegin + RUN_LIMIT)", "Close(bOverrun ? tpBegin : tpBegin + 0 * RUN_LIMIT)"),
           scenario="end-waits-for-removed", strategy="random",
           seen="A still runs"),
     fault("a worker is freed before its thread has ended", WORKER,
@@ -224,7 +238,7 @@ FAULTS = [
           scenario="submit-and-run", strategy="random",
           seen=("a lock is freed that somebody holds", "freed memory is")),
     fault("a worker that was left behind goes on in the pool", GATE,
-          ("    return !m_bAbandoned;\n}\n\nbool CLS_RunGate::Close", "    return true;\n}\n\nbool CLS_RunGate::Close"),
+          ("    return !m_bAbandoned;\n}\n\nbool CLS_RunGate::IsForeign", "    return true;\n}\n\nbool CLS_RunGate::IsForeign"),
           scenario="end-with-overrun", strategy="random",
           seen="freed memory is"),
     fault("a worker that was left behind is never freed", WORKER,
@@ -232,11 +246,12 @@ FAULTS = [
           scenario="end-with-overrun", strategy="random",
           seen="2 blocks of memory are left"),
     fault("the end of the pool stops no task", SHUTDOWN,
-          ("EndWorkers(StopBoundTasks());", "EndWorkers({});"),
+          ("        EndWorkers(vecOverrun);\n", "        EndWorkers({});\n"),
+          ("vecOverrun = StopBoundTasks(_clsClaim);", "vecOverrun;"),
           scenario="end-with-one-task", strategy="random",
           seen="A was not stopped by the end of the pool"),
     fault("the other end of the pool stops no task", SHUTDOWN,
-          ("    UnInit();\n    // This", "    // This"),
+          ("    if (EndPool(clsClaim))\n    {\n        // A record", "    if (m_pInstance == nullptr)\n    {\n        // A record"),
           scenario="end-with-one-task", strategy="random",
           seen="A was not stopped by the end of the pool"),
     fault("the end of the pool stops tasks under a lock", SHUTDOWN,
@@ -249,4 +264,23 @@ FAULTS = [
           ("    if (!m_bRun)\n    {\n        return;\n    }\n    RemoveTmpTask", "    RemoveTmpTask"),
           scenario="end-with-one-task", strategy="random",
           seen="a worker goes idle after the end has begun"),
+
+    # Two threads that end the pool.
+    fault("a shutdown is claimed later, with its second step", CLAIM,
+          ("        pLife->m_bClaimed = true;\n", ""),
+          ("    m_pLife->m_tpStepLimit = ", "    m_pLife->m_bClaimed = true;\n    m_pLife->m_tpStepLimit = "),
+          scenario="end-by-two-tasks-kill", strategy="random",
+          seen=("the pool is ended twice", "freed memory is", "a call does not return")),
+    fault("a host does not wait for another thread's shutdown", CLAIM,
+          ("if (pLife->IsOwnThread(idSelf) || ", "if (pLife->m_bClaimed || "),
+          scenario="end-by-two-hosts", strategy="random",
+          seen="a host's call returns before the pool has ended"),
+    fault("a task waits for the shutdown that waits for it", CLAIM,
+          (" || m_setThreads.count(_idThread) > 0;", ";"),
+          scenario="end-by-host-and-task", strategy="random",
+          seen="a task's call waits"),
+    fault("a call touches a pool that is gone", CLAIM,
+          ("    if (!pLife->m_bGone)\n", "    if (pLife)\n"),
+          scenario="end-by-two-hosts-kill", strategy="random",
+          seen=("freed memory is", "the pool is ended twice")),
 ]

@@ -48,6 +48,29 @@ TEST_F(ShutdownRealTimeTest, ReturnsAfterTheBoundAndLetsTheRunEndLater)
     EXPECT_TRUE(WaitForThreads(m_iThreads));
 }
 
+TEST_F(ShutdownRealTimeTest, LeavesAHostsJobOnAWorkerBehindAfterTheBound)
+{
+    CLS_Gate clsMayEnd;
+    CLS_Counter clsJobs;
+    for (int i = 0; i < 2; ++i)
+    {
+        MakePool().CreateTaskThread()->AddFunction(
+            [&](CLS_TaskThread*)
+            {
+                clsJobs.Add();
+                EXPECT_TRUE(clsMayEnd.Wait());
+            });
+    }
+    ASSERT_TRUE(clsJobs.Wait(2));
+    const std::chrono::nanoseconds nsTaken = EndPool();
+    EXPECT_GE(nsTaken, BOUND);
+    EXPECT_LT(nsTaken, ONE_BOUND_AT_MOST);
+    EXPECT_TRUE(WaitForThreads(m_iThreads + 2));
+    clsMayEnd.Open();
+    EXPECT_TRUE(WaitForThreads(m_iThreads)); // each worker frees itself and ends its thread
+    EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsBegin(), IsStart(), IsEnd()));
+}
+
 TEST_F(ShutdownRealTimeTest, WaitsOnceForAllRunsWhoseTasksWereRemoved)
 {
     CLS_QuenTaskPool& clsPool = MakePool();

@@ -20,13 +20,17 @@ namespace PoolView
 inline std::vector<std::string> GetQueue(CLS_QuenTaskPool& _clsPool)
 {
     const std::lock_guard<std::mutex> lock(_clsPool.m_mtxWaitingTasks);
-    return _clsPool.m_vecWaitingTasks;
+    std::vector<std::string> vecQueue = _clsPool.m_vecWaitingTasks;
+    vecQueue.insert(vecQueue.end(), _clsPool.m_lstWaitingOverflow.begin(),
+                    _clsPool.m_lstWaitingOverflow.end());
+    return vecQueue;
 }
 
 inline void ClearQueue(CLS_QuenTaskPool& _clsPool)
 {
     const std::lock_guard<std::mutex> lock(_clsPool.m_mtxWaitingTasks);
     _clsPool.m_vecWaitingTasks.clear();
+    _clsPool.m_lstWaitingOverflow.clear();
 }
 
 inline std::vector<std::string> GetLoopTasks(CLS_QuenTaskPool& _clsPool)

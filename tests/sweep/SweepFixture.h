@@ -72,6 +72,13 @@ protected:
     /// queued, and every idle worker is registered, unbound and in its order. For a pool that is at rest.
     static void ExpectConsistent(CLS_QuenTaskPool& _clsPool);
 
+    /// Whether the queue had no memory to grow, which it survives: nothing failed then. For a still pool.
+    static bool HasOverflow(CLS_QuenTaskPool& _clsPool)
+    {
+        const std::lock_guard<std::mutex> lock(_clsPool.m_mtxWaitingTasks);
+        return !_clsPool.m_lstWaitingOverflow.empty();
+    }
+
     /// Whether the pool runs a task that it is given. For a still pool.
     bool RunsATask(CLS_QuenTaskPool& _clsPool);
 

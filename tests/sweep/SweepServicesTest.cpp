@@ -137,7 +137,7 @@ TEST_F(SweepServicesTest, LoopSchedulerLeavesItsRecordAndQueuesEveryDueTaskOnce)
                   },
                   clsPool.m_pLoopThread->get_id());
               EXPECT_THAT(PoolView::GetQueue(clsPool), ::testing::UnorderedElementsAre(strFirst, strSecond));
-              EXPECT_EQ(bFailed ? 1U : 0U, LogRecorder::Peek().size());
+              EXPECT_EQ(bFailed && !HasOverflow(clsPool) ? 1U : 0U, LogRecorder::Peek().size());
               EXPECT_THAT(LogRecorder::Take(), ::testing::Each(isFailure));
               ExpectConsistent(clsPool);
           });

@@ -71,7 +71,8 @@ TEST_F(SweepSubmissionTest, AddTmpTaskReturnsFalseWithItsRecordAndHalfNotesNothi
               CLS_QuenTaskPool& clsPool = MakeStillPool();
               bool bAdded = false;
               const bool bFailed =
-                  _clsPoint.Fail([&] { bAdded = clsPool.AddTmpTask(m_funTask, this, m_strCall); });
+                  _clsPoint.Fail([&] { bAdded = clsPool.AddTmpTask(m_funTask, this, m_strCall); }) &&
+                  !HasOverflow(clsPool);
               EXPECT_EQ(!bFailed, bAdded);
               ExpectRecord(bFailed, "AddTmpTask", "AddTmpTask error " + CALL_TEXT);
               ExpectConsistent(clsPool);
@@ -101,7 +102,8 @@ TEST_F(SweepSubmissionTest, AddTmpTaskForAnOwnerThatHasTasksLeavesThose)
               CLS_QuenTaskPool& clsPool = MakeStillPool();
               ASSERT_TRUE(clsPool.AddTmpTask(m_funTask, this, m_strCall));
               const auto mapBefore = PoolView::GetOwned(clsPool);
-              const bool bFailed = _clsPoint.Fail([&] { clsPool.AddTmpTask(m_funTask, this, m_strCall); });
+              const bool bFailed = _clsPoint.Fail([&] { clsPool.AddTmpTask(m_funTask, this, m_strCall); }) &&
+                                   !HasOverflow(clsPool);
               ExpectRecord(bFailed, "AddTmpTask", "AddTmpTask error " + CALL_TEXT);
               EXPECT_EQ(bFailed, mapBefore == PoolView::GetOwned(clsPool));
               EXPECT_EQ(mapBefore.at(this).front(), PoolView::GetOwned(clsPool).at(this).front());
@@ -135,7 +137,8 @@ TEST_F(SweepSubmissionTest, AddLoopTaskLeavesItsRecordAndAnIdThatIsOldOrRegister
               CLS_QuenTaskPool& clsPool = MakeStillPool();
               std::string strTaskId = "before";
               const bool bFailed =
-                  _clsPoint.Fail([&] { clsPool.AddLoopTask(m_funTask, 0, strTaskId, m_strCall); });
+                  _clsPoint.Fail([&] { clsPool.AddLoopTask(m_funTask, 0, strTaskId, m_strCall); }) &&
+                  !HasOverflow(clsPool);
               ExpectRecord(bFailed, "AddLoopTask", "AddLoopTask error " + CALL_TEXT);
               EXPECT_NE(strTaskId == "before", PoolView::IsRegistered(strTaskId));
               EXPECT_EQ(bFailed ? 0U : 1U, PoolView::GetLoopTasks(clsPool).size());
@@ -166,7 +169,9 @@ TEST_F(SweepSubmissionTest, AddWaitingTasksThrowsAndTheTaskIsNotWaiting)
           {
               CLS_QuenTaskPool& clsPool = MakeStillPool();
               const std::string strTaskId = MakeTask(m_funTask);
-              const bool bFailed = _clsPoint.FailAndThrow([&] { clsPool.AddWaitingTasks(strTaskId); });
+              bool bFailed = false;
+              _clsPoint.FailAndPerhapsThrow([&] { clsPool.AddWaitingTasks(strTaskId); }, bFailed);
+              EXPECT_EQ(_clsPoint.HasFailed() && !HasOverflow(clsPool), bFailed);
               EXPECT_EQ(bFailed ? 0U : 1U, PoolView::GetQueue(clsPool).size());
               ExpectConsistent(clsPool);
               EXPECT_THAT(LogRecorder::Take(), IsEmpty());

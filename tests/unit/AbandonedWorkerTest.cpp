@@ -63,7 +63,7 @@ CLS_TaskThread* StartRun(const std::shared_ptr<ST_Meeting>& _pMeeting)
 TEST_F(AbandonedWorkerTest, FreesItselfAndEndsItsThread)
 {
     const auto pMeeting = std::make_shared<ST_Meeting>();
-    EXPECT_FALSE(StartRun(pMeeting)->GetRunGate().Close(milliseconds(0)));
+    EXPECT_FALSE(StartRun(pMeeting)->GetRunGate().Close(std::chrono::steady_clock::now() + milliseconds(0)));
     EXPECT_FALSE(pMeeting->m_pThreadEnded->IsOpen());
     pMeeting->m_clsMayLeave.Open();
     EXPECT_TRUE(pMeeting->m_pThreadEnded->Wait()); // a worker that is not freed is found by the leak check
@@ -82,7 +82,7 @@ TEST_F(AbandonedWorkerTest, FreesItselfWhenItsOwnJobEndsThePool)
             {
                 t_stThreadEnd.m_pEnded = pEnded;
                 EXPECT_TRUE(_pWorker->GetRunGate().EnterRun());
-                EXPECT_FALSE(_pWorker->GetRunGate().Close(hours(1)));
+                EXPECT_FALSE(_pWorker->GetRunGate().Close(std::chrono::steady_clock::now() + hours(1)));
                 EXPECT_FALSE(_pWorker->GetRunGate().LeaveRun());
             });
     EXPECT_TRUE(pEnded->Wait());
@@ -94,19 +94,21 @@ TEST_F(AbandonedWorkerTest, WorkerWhoseRunEndedInTimeIsItsOwnersToDelete)
     const auto pMeeting = std::make_shared<ST_Meeting>();
     const std::unique_ptr<CLS_TaskThread> pWorker(StartRun(pMeeting));
     pMeeting->m_clsMayLeave.Open();
-    EXPECT_TRUE(pWorker->GetRunGate().Close(hours(1)));
-    CLS_Gate clsRefused;
-    EXPECT_TRUE(pWorker->AddFunction(
-        [&](CLS_TaskThread* _pWorker)
-        {
-            EXPECT_FALSE(_pWorker->GetRunGate().EnterRun());
-            clsRefused.Open();
-        }));
-    EXPECT_TRUE(clsRefused.Wait());
+    EXPECT_TRUE(pWorker->GetRunGate().Close(std::chrono::steady_clock::now() + hours(1)));
     EXPECT_TRUE(pMeeting->m_bLeft);
     EXPECT_FALSE(pMeeting->m_pThreadEnded->IsOpen());
     EXPECT_TRUE(pWorker->Exit());
     EXPECT_TRUE(pMeeting->m_pThreadEnded->IsOpen());
+}
+
+TEST_F(AbandonedWorkerTest, WorkerRunsNoJobOnceItsGateIsClosed)
+{
+    CLS_TaskThread clsWorker;
+    EXPECT_TRUE(clsWorker.GetRunGate().Close(std::chrono::steady_clock::now() + hours(1)));
+    bool bRan = false;
+    EXPECT_TRUE(clsWorker.AddFunction([&bRan](CLS_TaskThread*) { bRan = true; }));
+    EXPECT_TRUE(clsWorker.Exit());
+    EXPECT_FALSE(bRan);
 }
 
 TEST_F(AbandonedWorkerTest, ManyAreLeftBehindAtOnce)
@@ -115,7 +117,9 @@ TEST_F(AbandonedWorkerTest, ManyAreLeftBehindAtOnce)
     for (int i = 0; i < 20; ++i)
     {
         vecMeetings.push_back(std::make_shared<ST_Meeting>());
-        EXPECT_FALSE(StartRun(vecMeetings.back())->GetRunGate().Close(milliseconds(0)));
+        EXPECT_FALSE(StartRun(vecMeetings.back())
+                         ->GetRunGate()
+                         .Close(std::chrono::steady_clock::now() + milliseconds(0)));
     }
     for (const std::shared_ptr<ST_Meeting>& pMeeting : vecMeetings)
     {

@@ -103,7 +103,9 @@ TEST_F(PoolDispatchTest, WholeQueueIsTakenAtOnce)
     {
         clsPool.AddWaitingTasks(strTaskId);
     }
-    EXPECT_EQ(vecTaskIds, clsPool.TakeWaitingTasks());
+    std::forward_list<std::string> lstOverflow;
+    EXPECT_EQ(vecTaskIds, clsPool.TakeWaitingTasks(lstOverflow));
+    EXPECT_TRUE(lstOverflow.empty());
     EXPECT_THAT(clsPool.m_vecWaitingTasks, IsEmpty());
 }
 

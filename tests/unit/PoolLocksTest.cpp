@@ -41,7 +41,8 @@ TEST_F(PoolLocksTest, TheQueueIsTakenWithItsMutexHeldOnceAndGivenBackOnce)
     clsPool.AddWaitingTasks(MakeTask([] {}));
     CLS_WatchedLocks clsWatch;
     clsWatch.Watch(clsPool.m_mtxWaitingTasks);
-    EXPECT_EQ(1U, clsPool.TakeWaitingTasks().size());
+    std::forward_list<std::string> lstOverflow;
+    EXPECT_EQ(1U, clsPool.TakeWaitingTasks(lstOverflow).size());
     EXPECT_THAT(clsWatch.GetTaken(), ElementsAre(1));
     EXPECT_EQ(0, clsWatch.GetUntaken());
 }

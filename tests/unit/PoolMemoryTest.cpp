@@ -37,6 +37,7 @@ TEST_F(PoolMemoryTest, SubmissionThatFailsIsRecordedAndNotHalfNoted)
     void* const pOwner = &m_arrOwners[0];
     ASSERT_TRUE(clsPool.AddTmpTask([] {}, pOwner, "who calls"));
     const std::string strBefore = PoolView::GetQueue(clsPool).at(0);
+    clsPool.m_vecWaitingTasks.reserve(100); // where the queue itself has to grow, a submission succeeds
     int iFailures = 0;
     int iQueued = 0;
     for (void* const pSubmitter : {pOwner, static_cast<void*>(&m_arrOwners[1])})
@@ -193,6 +194,83 @@ TEST_F(PoolMemoryTest, LoopPassThatFailsIsMadeUpForByTheNextOne)
         PoolView::ClearQueue(clsPool);
     }
     EXPECT_GE(iFailures, 3) << "at least the list's copy, and the new entries, should have failed";
+}
+
+TEST_F(PoolMemoryTest, QueueingWithoutMemoryLeavesARunningTaskAsItIs)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    const std::string strTaskId = MakeTask([] {});
+    PoolView::GetTask(strTaskId)->SetTaskStatus(TASK_STATUS_RUNNING);
+    FailingMemory::FailAt(1);
+    EXPECT_THROW(clsPool.AddWaitingTasks(strTaskId), std::bad_alloc);
+    FailingMemory::Stop();
+    EXPECT_EQ(TASK_STATUS_RUNNING, PoolView::GetTask(strTaskId)->GetTaskStatus());
+    EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
+}
+
+TEST_F(PoolMemoryTest, QueueingWithoutMemoryCannotLeaveATaskRunningForEver)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    const std::string strTaskId = MakeTask([] {});
+    const std::shared_ptr<CLS_Task> pTask = PoolView::GetTask(strTaskId);
+    pTask->SetTaskStatus(TASK_STATUS_RUNNING);
+    CLS_Gate clsMayQueue;
+    std::thread thQueuer(
+        [&]
+        {
+            EXPECT_TRUE(clsMayQueue.Wait());
+            try
+            {
+                clsPool.AddWaitingTasks(strTaskId);
+            }
+            catch (const std::bad_alloc&)
+            {
+                // The queue could not grow.
+            }
+        });
+    {
+        // The queueing marks the task during its run; then the run ends, and another thread queues the task.
+        const std::lock_guard<std::mutex> lock(clsPool.m_mtxWaitingTasks);
+        clsMayQueue.Open();
+        EXPECT_TRUE(WaitUntil([&] { return pTask->GetTaskStatus() == TASK_STATUS_WAITING; }));
+        pTask->SetTaskStatus(TASK_STATUS_IDLE);
+        pTask->SetTaskIsWaiting();
+        FailingMemory::FailAt(1, thQueuer.get_id());
+    }
+    thQueuer.join();
+    EXPECT_TRUE(FailingMemory::Stop());
+    EXPECT_EQ(TASK_STATUS_WAITING, pTask->GetTaskStatus());
+}
+
+TEST_F(PoolMemoryTest, QueueThatCannotGrowTakesTasksInOrder)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    std::vector<int> vecRuns;
+    std::vector<std::string> vecTaskIds;
+    for (int i = 0; i < 4; ++i)
+    {
+        vecTaskIds.push_back(MakeTask([&vecRuns, i] { vecRuns.push_back(i); }));
+    }
+    clsPool.m_iMaxThread = 0;
+    for (const std::string& strTaskId : vecTaskIds)
+    {
+        // Behind the two for the entry itself, or one where the text's is out of reach.
+        FailingMemory::FailAt(FailingMemory::REACHES_ALL ? 3 : 2);
+        clsPool.AddWaitingTasks(strTaskId);
+        FailingMemory::Stop();
+    }
+    EXPECT_EQ(vecTaskIds, PoolView::GetQueue(clsPool));
+    EXPECT_THAT(clsPool.m_vecWaitingTasks, IsEmpty());
+    EXPECT_EQ(TASK_STATUS_WAITING, PoolView::GetTask(vecTaskIds.back())->GetTaskStatus());
+    StartDispatcher(clsPool);
+    const auto funAllIdle = [&]
+    {
+        return std::all_of(vecTaskIds.begin(), vecTaskIds.end(),
+                           [](const std::string& _strTaskId)
+                           { return PoolView::GetTask(_strTaskId)->GetTaskStatus() == TASK_STATUS_IDLE; });
+    };
+    EXPECT_TRUE(WaitUntil(funAllIdle));
+    EXPECT_THAT(vecRuns, ElementsAre(0, 1, 2, 3));
 }
 
 TEST_F(PoolMemoryTest, WorkerThatCannotCopyTheIdRunsItsTaskAllTheSame)

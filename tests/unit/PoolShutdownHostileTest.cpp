@@ -285,6 +285,63 @@ TEST_F(PoolShutdownHostileTest, WhatALateRunCapturedMayUseThePoolWhenItIsDestroy
     EXPECT_TRUE(WaitForThreads(m_iThreads + SERVICE_THREADS + 1));
 }
 
+TEST_F(PoolShutdownHostileTest, WaitsForAHostsJobOnAWorkerAndThenEndsItsThread)
+{
+    CLS_QuenTaskPool& clsPool = MakePool();
+    CLS_Gate clsBegun;
+    CLS_Gate clsMayEnd;
+    std::atomic<bool> bOver{false};
+    clsPool.CreateTaskThread()->AddFunction(
+        [&](CLS_TaskThread*)
+        {
+            clsBegun.Open();
+            EXPECT_TRUE(clsMayEnd.Wait());
+            bOver = true;
+        });
+    ASSERT_TRUE(clsBegun.Wait());
+    CLS_Side clsEnd([&clsPool] { clsPool.UnInit(); });
+    EXPECT_TRUE(clsEnd.StaysAway());
+    clsMayEnd.Open();
+    EXPECT_TRUE(clsEnd.Wait());
+    EXPECT_TRUE(bOver);
+}
+
+TEST_F(PoolShutdownHostileTest, AHostsJobOnAWorkerMayEndThePoolAndIsLeftBehind)
+{
+    CLS_Gate clsOver;
+    MakePool().CreateTaskThread()->AddFunction(
+        [&clsOver](CLS_TaskThread*)
+        {
+            UnInit();
+            EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
+            clsOver.Open();
+        });
+    EXPECT_TRUE(clsOver.Wait());
+    EXPECT_TRUE(WaitForThreads(m_iThreads));
+}
+
+TEST_F(PoolShutdownHostileTest, AHostsJobThatRunsATaskLeavesThePoolAloneAfterItsEnd)
+{
+    CLS_QuenTaskPool& clsPool = MakePool();
+    CLS_TaskThread* const pThread = clsPool.CreateTaskThread();
+    const std::string strTaskId = MakeTask([] { OutrunPool(); });
+    {
+        const std::lock_guard<std::shared_mutex> lock(clsPool.m_smThreadTaskLock);
+        clsPool.m_mapThreadTask.at(pThread) = strTaskId;
+    }
+    CLS_Gate clsOver;
+    pThread->AddFunction(
+        [&](CLS_TaskThread* _pThread)
+        {
+            clsPool.FunRunTask(_pThread); // the pool ends meanwhile
+            clsPool.FunRunTask(_pThread); // touches nothing
+            clsOver.Open();
+        });
+    EXPECT_TRUE(clsOver.Wait());
+    EXPECT_TRUE(WaitForThreads(m_iThreads));
+    EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
+}
+
 struct ST_End
 {
     const char* m_szName;

@@ -203,7 +203,7 @@ TEST_F(PoolShutdownLastStepsTest, DropsAJobThatWasHandedOverWhenTheGateIsClosedA
     std::string strTaskId = MakeTask([&] { clsRuns.Add(); });
     const std::string strKept = strTaskId;
     clsPool.BindTask(pThread, strTaskId);
-    ASSERT_TRUE(pThread->GetRunGate().Close(std::chrono::nanoseconds(0)));
+    ASSERT_TRUE(pThread->GetRunGate().Close(std::chrono::steady_clock::now() + std::chrono::nanoseconds(0)));
     clsPool.FunRunTask(pThread);
     EXPECT_EQ(0, clsRuns.Get());
     EXPECT_EQ(strKept, CopyWorkers(clsPool).at(pThread)); // nothing of the pool is touched

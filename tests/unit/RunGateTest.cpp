@@ -29,7 +29,7 @@ TEST(RunGateTest, CloseBetweenRunsDoesNotWaitAndLetsNoneBegin)
     CLS_RunGate clsGate;
     EXPECT_TRUE(clsGate.EnterRun());
     EXPECT_TRUE(clsGate.LeaveRun());
-    EXPECT_TRUE(clsGate.Close(hours(1)));
+    EXPECT_TRUE(clsGate.Close(steady_clock::now() + hours(1)));
     EXPECT_FALSE(clsGate.EnterRun());
     EXPECT_FALSE(clsGate.IsAbandoned());
     EXPECT_TRUE(clsGate.LeaveRun());
@@ -76,7 +76,7 @@ TEST(RunGateTest, CloseWithoutALimitLeavesARunningWorkerBehind)
 {
     CLS_RunGate clsGate;
     CLS_Runner clsRunner(clsGate);
-    EXPECT_FALSE(clsGate.Close(milliseconds(0)));
+    EXPECT_FALSE(clsGate.Close(steady_clock::now() + milliseconds(0)));
     EXPECT_TRUE(clsGate.IsAbandoned());
     EXPECT_FALSE(clsRunner.End());
     EXPECT_TRUE(clsGate.IsAbandoned());
@@ -89,7 +89,7 @@ TEST(RunGateTest, CloseWaitsItsLimitForTheRunInProgress)
     CLS_RunGate clsGate;
     CLS_Runner clsRunner(clsGate);
     const auto tpStart = steady_clock::now();
-    EXPECT_FALSE(clsGate.Close(milliseconds(60)));
+    EXPECT_FALSE(clsGate.Close(steady_clock::now() + milliseconds(60)));
     EXPECT_GE(steady_clock::now() - tpStart, milliseconds(60));
     EXPECT_FALSE(clsRunner.End());
 }
@@ -110,7 +110,7 @@ TEST(RunGateTest, CloseReturnsWhenTheRunEnds)
                 }));
             EXPECT_TRUE(clsRunner.End());
         });
-    EXPECT_TRUE(clsGate.Close(hours(1)));
+    EXPECT_TRUE(clsGate.Close(steady_clock::now() + hours(1)));
     EXPECT_TRUE(clsRunner.m_bAtEnd);
     thEnder.join();
     EXPECT_FALSE(clsGate.IsAbandoned());
@@ -121,7 +121,7 @@ TEST(RunGateTest, CloseFromWithinTheRunDoesNotWait)
 {
     CLS_RunGate clsGate;
     EXPECT_TRUE(clsGate.EnterRun());
-    EXPECT_FALSE(clsGate.Close(hours(1)));
+    EXPECT_FALSE(clsGate.Close(steady_clock::now() + hours(1)));
     EXPECT_TRUE(clsGate.IsAbandoned());
     EXPECT_FALSE(clsGate.LeaveRun());
     EXPECT_TRUE(clsGate.IsAbandoned());
@@ -160,7 +160,7 @@ TEST(RunGateTest, WorkerAndEndOfThePoolAgree)
                 }
             });
         EXPECT_TRUE(clsRuns.Wait());
-        const bool bOutOfRun = clsGate.Close(milliseconds(i % 2 == 0 ? 0 : 60000));
+        const bool bOutOfRun = clsGate.Close(steady_clock::now() + milliseconds(i % 2 == 0 ? 0 : 60000));
         bClosed = true;
         if (bOutOfRun)
         {

@@ -121,17 +121,12 @@ TEST_F(TaskTest, TaskKeepsACopyOfTheCallableAndDestroysItAtItsEnd)
 TEST_F(TaskTest, WaitingIsUndoneUnlessTheStatusHasChangedSince)
 {
     CLS_Task clsTask({}, -1, "");
-    for (const n_TaskStatus iBefore : {TASK_STATUS_IDLE, TASK_STATUS_RUNNING})
-    {
-        clsTask.SetTaskStatus(iBefore);
-        EXPECT_EQ(iBefore, clsTask.SetTaskIsWaiting());
-        clsTask.UndoWaiting(iBefore);
-        EXPECT_EQ(iBefore, clsTask.GetTaskStatus());
-    }
     clsTask.SetTaskIsWaiting();
-    clsTask.SetTaskStatus(TASK_STATUS_IDLE);
-    clsTask.UndoWaiting(TASK_STATUS_RUNNING);
+    clsTask.UndoWaiting();
     EXPECT_EQ(TASK_STATUS_IDLE, clsTask.GetTaskStatus());
+    clsTask.SetTaskStatus(TASK_STATUS_RUNNING);
+    clsTask.UndoWaiting();
+    EXPECT_EQ(TASK_STATUS_RUNNING, clsTask.GetTaskStatus());
 }
 
 TEST_F(TaskTest, SetTaskIsWaitingQueuesTheTask)

@@ -238,7 +238,7 @@ TEST_F(TaskThreadPassTest, AbandonedWorkerEndsAfterItsJob)
         [](CLS_TaskThread* _pWorker)
         {
             EXPECT_TRUE(_pWorker->GetRunGate().EnterRun());
-            EXPECT_FALSE(_pWorker->GetRunGate().Close(hours(1)));
+            EXPECT_FALSE(_pWorker->GetRunGate().Close(std::chrono::steady_clock::now() + hours(1)));
             EXPECT_FALSE(_pWorker->GetRunGate().LeaveRun());
             EXPECT_TRUE(_pWorker->m_bRun);
         }));
@@ -256,7 +256,7 @@ TEST_F(TaskThreadPassTest, AbandonedWorkerEndsAlsoWhenItsJobFailed)
         {
             ++iCalls;
             EXPECT_TRUE(_pWorker->GetRunGate().EnterRun());
-            EXPECT_FALSE(_pWorker->GetRunGate().Close(hours(1)));
+            EXPECT_FALSE(_pWorker->GetRunGate().Close(std::chrono::steady_clock::now() + hours(1)));
             EXPECT_FALSE(_pWorker->GetRunGate().LeaveRun());
             throw 1;
         }));

@@ -89,7 +89,7 @@ TEST_F(WaitLimitsTest, EndOfAPoolWaitsForARunAsLongAsItIsTold)
     CLS_RunGate clsGate;
     const CLS_CutWaits clsWaits(clsGate.m_cvGate);
     std::thread([&] { EXPECT_TRUE(clsGate.EnterRun()); }).join();
-    EXPECT_FALSE(clsGate.Close(milliseconds(20)));
+    EXPECT_FALSE(clsGate.Close(std::chrono::steady_clock::now() + milliseconds(20)));
     EXPECT_TRUE(ComesTo(clsWaits, milliseconds(20)));
 }
 
@@ -104,6 +104,30 @@ TEST_F(WaitLimitsTest, EndOfAPoolWaitsNineSecondsForARunThatNobodyCanStop)
         EXPECT_TRUE(WaitUntil([&] { return clsWaits.GetLongest() > seconds(8); }));
         EXPECT_LE(clsWaits.GetLongest(), seconds(9));
         m_pRun->m_clsMayEnd.Open();
+        EXPECT_TRUE(clsEnd.Wait());
+    }
+    EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
+}
+
+TEST_F(WaitLimitsTest, EndOfAPoolWaitsNineSecondsForAHostsJobOnAWorker)
+{
+    CLS_QuenTaskPool& clsPool = MakePool();
+    CLS_TaskThread* const pThread = clsPool.CreateTaskThread();
+    CLS_Gate clsBegun;
+    CLS_Gate clsMayEnd;
+    pThread->AddFunction(
+        [&](CLS_TaskThread*)
+        {
+            clsBegun.Open();
+            EXPECT_TRUE(clsMayEnd.Wait());
+        });
+    ASSERT_TRUE(clsBegun.Wait());
+    {
+        const CLS_CutWaits clsWaits(pThread->GetRunGate().m_cvGate);
+        CLS_Side clsEnd([&clsPool] { clsPool.UnInit(); });
+        EXPECT_TRUE(WaitUntil([&] { return clsWaits.GetLongest() > seconds(8); }));
+        EXPECT_LE(clsWaits.GetLongest(), seconds(9));
+        clsMayEnd.Open();
         EXPECT_TRUE(clsEnd.Wait());
     }
     EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);

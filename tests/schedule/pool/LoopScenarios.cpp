@@ -1,3 +1,4 @@
+#include "tests/schedule/pool/Marks.h"
 #include "tests/schedule/pool/Scenarios.h"
 #include "tests/schedule/pool/World.h"
 
@@ -43,6 +44,39 @@ void LoopWithLongRuns()
 void LoopEndsWhenLookedAt()
 {
     RemoveLoop(5, 10ms);
+}
+
+/// The first run tells the id to a thread that removes the task, perhaps before its submission has returned.
+void LoopRemovedWhileItIsSubmitted()
+{
+    CLS_World clsWorld;
+    CLS_QuenTaskPool& clsPool = CLS_World::MakePool();
+    ST_Job& stLoop = clsWorld.MakeJob("A");
+    std::atomic<bool> bRan{false};
+    std::string strTaskId;
+    stLoop.m_iInterval = 1000;
+    stLoop.m_funWork = [&] { bRan = true; };
+    bool bSubmitted = false;
+    std::thread thrRemover(
+        [&]
+        {
+            while (!bRan)
+            {
+                std::this_thread::sleep_for(1ms * CLS_World::Choose(2));
+                std::this_thread::yield();
+            }
+            if (!bSubmitted)
+            {
+                Marks::Reach("the removal comes before the submission's return");
+            }
+            clsPool.RemoveTask(strTaskId, "scenario");
+        });
+    clsPool.AddLoopTask(CLS_World::MakeCallable(stLoop), 1000, strTaskId, "A");
+    bSubmitted = true;
+    thrRemover.join();
+    Require(clsPool.m_vecLoopTasks.empty(), "the loop list keeps its id");
+    clsWorld.EndPool(clsPool);
+    CLS_World::RequireNobodyLeft();
 }
 
 void LoopAgainstStop()
@@ -105,6 +139,9 @@ Scenarios GetLoopScenarios()
             {"loop-with-long-runs", LoopWithLongRuns, vecMet},
             {"loop-ends-when-looked-at", LoopEndsWhenLookedAt, vecMet},
             {"loop-against-stop", LoopAgainstStop, {CLS_World::RUN_MET, CLS_World::RUN_FORESTALLED}},
+            {"loop-removed-while-submitted",
+             LoopRemovedWhileItIsSubmitted,
+             {"the removal comes before the submission's return"}},
             {"loop-with-changed-interval", LoopWithChangedInterval, {}, false, 0ms, true},
             {"loop-goes-on", LoopGoesOn}};
 }

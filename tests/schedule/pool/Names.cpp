@@ -40,7 +40,6 @@ std::string NameMember(const void* _pPlace, const CLS_QuenTaskPool& _clsPool)
            : IsIn(_pPlace, _clsPool.m_mtxIdleThreads)   ? "m_mtxIdleThreads"
            : IsIn(_pPlace, _clsPool.m_smThreadTaskLock) ? "m_smThreadTaskLock"
            : IsIn(_pPlace, _clsPool.m_bRun)             ? "m_bRun"
-           : IsIn(_pPlace, _clsPool.m_bEnding)          ? "m_bEnding"
                                                         : "a member";
 }
 

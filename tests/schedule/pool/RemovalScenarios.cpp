@@ -69,6 +69,37 @@ void RemoveOwnerWhoseTaskSubmits()
     CLS_World::RequireNobodyLeft();
 }
 
+/// Each of the owner's tasks submits the next one when its run of 8 seconds ends: the first has 9 seconds to
+/// end, all others have 9 together.
+void RemoveOwnerOfAChain()
+{
+    CLS_World clsWorld;
+    CLS_QuenTaskPool& clsPool = CLS_World::MakePool();
+    constexpr std::chrono::seconds LENGTH{8};
+    int iOwner = 0;
+    std::vector<ST_Job*> vecJobs;
+    for (const char* const szName : {"A", "B", "C", "D", "E"})
+    {
+        vecJobs.push_back(&clsWorld.MakeJob(szName, LENGTH));
+    }
+    for (std::size_t i = 0; i + 1 < vecJobs.size(); ++i)
+    {
+        vecJobs[i]->m_funWork = [&, i] { clsWorld.Submit(clsPool, *vecJobs[i + 1], &iOwner); };
+    }
+    clsWorld.Submit(clsPool, *vecJobs.front(), &iOwner);
+    std::this_thread::sleep_for(5ms);
+    const auto nsBegin = CLS_World::GetTime();
+    clsPool.RemoveTmpTask(&iOwner, "scenario");
+    const auto nsTaken = CLS_World::GetTime() - nsBegin;
+    CLS_World::RequireTimely(nsTaken <= LENGTH + CLS_World::ONE_LOOK + CLS_World::ALL_LOOKS + 5ms,
+                             "the removal of a chain takes too long");
+    Require(vecJobs[1]->m_iBegun == vecJobs[1]->m_iEnded, "B still runs");
+    // What the removal left behind goes on.
+    std::this_thread::sleep_for(vecJobs.size() * (LENGTH + 1s));
+    clsWorld.EndPool(clsPool);
+    CLS_World::RequireNobodyLeft();
+}
+
 /// Stop against the start of a run.
 void StopAgainstStart()
 {
@@ -209,6 +240,7 @@ Scenarios GetRemovalScenarios()
             {"remove-owner-whose-task-submits",
              RemoveOwnerWhoseTaskSubmits,
              {CLS_World::RUN_MET, CLS_World::RUN_FORESTALLED, "what the task submits is removed"}},
+            {"remove-owner-of-a-chain", RemoveOwnerOfAChain, {}, false, 50ms, true},
             {"stop-against-start", StopAgainstStart, vecBoth, true},
             {"stop-handshake", StopHandshake, vecBoth, true},
             {"remove-itself", RemoveItself, {}, false, 50ms, true},

@@ -32,6 +32,7 @@ void CLS_Watch::Look(CLS_Scheduler& _clsScheduler)
     if (_clsScheduler.IsLockFree(&pPool->m_mtxWaitingTasks))
     {
         m_setQueued.insert(pPool->m_vecWaitingTasks.begin(), pPool->m_vecWaitingTasks.end());
+        m_setQueued.insert(pPool->m_lstWaitingOverflow.begin(), pPool->m_lstWaitingOverflow.end());
     }
     if (_clsScheduler.IsLockFree(&pPool->m_mtxTmpTasks))
     {

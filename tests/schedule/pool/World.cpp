@@ -1,5 +1,6 @@
 #include "tests/schedule/pool/World.h"
 
+#include "QuenPlugins/ZelTaskPool/CLS_ShutdownClaim.h"
 #include "tests/schedule/pool/Marks.h"
 #include "tests/schedule/pool/Names.h"
 #include "tests/schedule/pool/ScheduleLog.h"
@@ -408,6 +409,8 @@ void ForgetPool()
     CLS_QuenTaskPool::m_pInstance = nullptr;
     // The nodes were memory of the last schedule.
     new (&CLS_Task::m_mapTaskData) std::map<std::string, std::shared_ptr<CLS_Task>>;
+    auto& mapPools = CLS_ShutdownClaim::GetPools().m_mapPools;
+    new (&mapPools) std::remove_reference_t<decltype(mapPools)>;
     CLS_TaskThread::SetWaitingOvertime(300000);
     Names::Forget();
 }

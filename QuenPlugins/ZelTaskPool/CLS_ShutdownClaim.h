@@ -1,0 +1,86 @@
+#pragma once
+
+#include "QuenInclude/CLS_Mutex.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <map>
+#include <memory>
+#include <set>
+#include <thread>
+
+class CLS_QuenTaskPool;
+
+/// The right to shut one pool down, for as long as this object lives. One thread at a time has it; a thread
+/// that does not get it must not touch the pool, which may be gone.
+///
+/// Thread-safe, with one lock for the process, which is held for a few instructions. It outlives every pool:
+/// a caller may ask about a pool that another thread has destroyed meanwhile. For the pool only: not
+/// exported.
+class CLS_ShutdownClaim
+{
+public:
+    /// The longest that one step of a shutdown takes: a little more than CLS_Task::Stop waits for one run.
+    static constexpr std::chrono::seconds STEP_LIMIT{10};
+
+    /// A thread's id in memory that is already there, so that adding it cannot fail.
+    using ThreadId = std::set<std::thread::id>;
+
+    /// Asks for the right to shut _pPool down, which is compared and not touched.
+    ///
+    /// While another thread shuts the pool down, a caller outside of the pool waits until that is over. It
+    /// gives up when one step of the shutdown exceeds STEP_LIMIT. A thread of the pool, and the thread that
+    /// shuts it down, get an answer at once.
+    explicit CLS_ShutdownClaim(const CLS_QuenTaskPool* _pPool);
+
+    /// Gives the right back, and wakes the threads that wait for it.
+    ~CLS_ShutdownClaim();
+
+    CLS_ShutdownClaim(const CLS_ShutdownClaim&) = delete;
+    CLS_ShutdownClaim& operator=(const CLS_ShutdownClaim&) = delete;
+
+    /// False when the pool is gone, or another thread is shutting it down and the caller did not wait, or
+    /// gave up.
+    bool IsGranted() const { return m_pLife != nullptr; }
+
+    /// The next step of the shutdown begins: threads that wait grant it STEP_LIMIT from now on.
+    void BeginStep();
+
+    /// A pool is being built. std::bad_alloc passes and leaves nothing behind.
+    static void AddPool(const CLS_QuenTaskPool* _pPool);
+
+    /// The pool is about to be destroyed. Nobody can claim it any more.
+    static void RemovePool(const CLS_QuenTaskPool* _pPool);
+
+    /// The thread is the pool's own from now on. Uses _setReserve, which has one entry, up.
+    static void AddThread(const CLS_QuenTaskPool* _pPool, std::thread::id _idThread, ThreadId& _setReserve);
+
+    /// The thread is about to end: its id may become another thread's.
+    static void RemoveThread(const CLS_QuenTaskPool* _pPool, std::thread::id _idThread);
+
+private:
+    /// What is known about a pool. Guarded by ST_Pools::m_mtxPools. A thread that waits for a shutdown keeps
+    /// it beyond the pool.
+    struct ST_Life
+    {
+        bool m_bGone = false;
+        bool m_bClaimed = false;
+        std::thread::id m_idClaimant;                        ///< meaningful while m_bClaimed
+        std::chrono::steady_clock::time_point m_tpStepLimit; ///< of the shutdown's step; the same
+        std::set<std::thread::id> m_setThreads;              ///< the pool's own threads
+
+        bool IsOwnThread(std::thread::id _idThread) const;
+    };
+
+    /// The pools of the process.
+    struct ST_Pools
+    {
+        CLS_Mutex m_mtxPools;
+        std::condition_variable m_cvPools; ///< signalled when a claim ends
+        std::map<const CLS_QuenTaskPool*, std::shared_ptr<ST_Life>> m_mapPools ZEL_GUARDED_BY(m_mtxPools);
+    };
+
+    static ST_Pools& GetPools();
+
+    std::shared_ptr<ST_Life> m_pLife; ///< null unless granted
+};
