@@ -244,6 +244,15 @@ TEST_F(TaskThreadTest, ExitLeavesAThreadThatCannotBeJoinedAlone)
     EXPECT_NE(nullptr, clsWorker.m_pThread);
 }
 
+TEST_F(TaskThreadTest, DestructorLeavesAThreadThatCannotBeJoinedAlone)
+{
+    auto pWorker = std::make_unique<CLS_TaskThread>();
+    EXPECT_TRUE(pWorker->Exit());
+    pWorker->m_pThread = std::make_unique<std::thread>();
+    pWorker.reset(); // to join it would end the process
+    EXPECT_THAT(LogRecorder::Take(), IsEmpty());
+}
+
 TEST_F(TaskThreadTest, FailingJobIsRetriedUntilItReturns)
 {
     CLS_TaskThread clsWorker;
