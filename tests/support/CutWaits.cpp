@@ -14,6 +14,7 @@ using std::chrono::nanoseconds;
 std::atomic<const void*> s_pWatched{nullptr};
 std::atomic<nanoseconds> s_nsLongest{nanoseconds::min()};
 std::atomic<int> s_iNotifications{0};
+std::atomic<const std::function<void()>*> s_pHook{nullptr};
 
 nanoseconds ToDuration(const timespec& _stTime)
 {
@@ -32,16 +33,19 @@ void Note(clockid_t _iClock, const timespec& _stEnd)
 }
 } // namespace
 
-CLS_CutWaits::CLS_CutWaits(std::condition_variable& _cvWatched)
+CLS_CutWaits::CLS_CutWaits(std::condition_variable& _cvWatched, const std::function<void()>& _funHook)
+    : m_funHook(_funHook)
 {
     s_nsLongest = nanoseconds::min();
     s_iNotifications = 0;
+    s_pHook = m_funHook ? &m_funHook : nullptr;
     s_pWatched = _cvWatched.native_handle();
 }
 
 CLS_CutWaits::~CLS_CutWaits()
 {
     s_pWatched = nullptr;
+    s_pHook = nullptr;
 }
 
 nanoseconds CLS_CutWaits::GetLongest() const
@@ -76,6 +80,10 @@ extern "C" int pthread_cond_signal(pthread_cond_t* _pCondition) ZEL_TEST_NOEXCEP
     if (_pCondition == s_pWatched)
     {
         ++s_iNotifications;
+        if (const std::function<void()>* const pHook = s_pHook)
+        {
+            (*pHook)();
+        }
     }
     static auto* const s_pSignal = GetNextFunction<decltype(pthread_cond_signal)>("pthread_cond_signal");
     return s_pSignal(_pCondition);

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 
 /// While one lives, every wait with a limit on one condition variable, on all threads, wakes after a
 /// millisecond, notified or not; how long it was meant to last is noted, and notifications are counted. Sees
@@ -9,7 +10,8 @@
 class CLS_CutWaits
 {
 public:
-    explicit CLS_CutWaits(std::condition_variable& _cvWatched);
+    /// _funHook is called before each notification, on the thread that sends it.
+    explicit CLS_CutWaits(std::condition_variable& _cvWatched, const std::function<void()>& _funHook = {});
     ~CLS_CutWaits();
     CLS_CutWaits(const CLS_CutWaits&) = delete;
     CLS_CutWaits& operator=(const CLS_CutWaits&) = delete;
@@ -20,4 +22,7 @@ public:
 
     /// Notifications of one waiting thread.
     int GetNotifications() const;
+
+private:
+    const std::function<void()> m_funHook;
 };

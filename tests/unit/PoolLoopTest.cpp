@@ -76,6 +76,27 @@ TEST_F(PoolLoopTest, MissingTasksAreSkippedWithoutAWord)
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
+TEST_F(PoolLoopTest, PassesDoNotWaitForAnotherReaderOfTheList)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    const std::string strTaskId = MakeListedTask(clsPool);
+    CLS_Gate clsPassed;
+    std::thread thPasses;
+    {
+        const std::shared_lock<std::shared_mutex> lock(clsPool.m_smLoopTasksLock);
+        thPasses = std::thread(
+            [&]
+            {
+                clsPool.LoopPass(); // the list has changed
+                clsPool.LoopPass(); // it is as it was
+                clsPassed.Open();
+            });
+        EXPECT_TRUE(clsPassed.Wait());
+    }
+    thPasses.join();
+    EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strTaskId));
+}
+
 TEST_F(PoolLoopTest, TaskThatIsNotDueIsNotQueued)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();

@@ -1,5 +1,8 @@
+#include "tests/support/FailingMemory.h"
+#include "tests/support/FailingThreads.h"
 #include "tests/support/PoolView.h"
 #include "tests/support/RecordMatchers.h"
+#include "tests/support/ThreadCount.h"
 #include "tests/support/WatchedJoins.h"
 #include "tests/unit/PoolFixture.h"
 
@@ -7,6 +10,7 @@
 #include <array>
 #include <atomic>
 #include <gmock/gmock.h>
+#include <new>
 
 namespace
 {
@@ -25,7 +29,48 @@ protected:
                            { return _pairTask.second->GetTaskStatus() == TASK_STATUS_IDLE; });
     }
 
+    /// From now on: "PrintLog" calls KillTaskAll with the first record of this text.
+    void KillWhenRecorded(const std::string& _strMessage)
+    {
+        CLS_QuenTaskPool* const pPool = CLS_QuenTaskPool::m_pInstance;
+        m_idDispatcher = pPool->m_pTaskingThread->get_id();
+        m_idScheduler = pPool->m_pLoopThread->get_id();
+        m_idWatchdog = pPool->m_pOvertimeThread->get_id();
+        LogRecorder::SetHook(
+            [this, pPool, _strMessage](const LogRecorder::ST_Record& _stRecord)
+            {
+                if (_stRecord.m_strMessage.rfind(_strMessage, 0) == 0 && !m_bAsked.exchange(true))
+                {
+                    m_idAsker = std::this_thread::get_id();
+                    pPool->KillTaskAll();
+                    m_clsReturned.Open();
+                }
+            });
+    }
+
+    /// Expects that KillTaskAll returned on this thread with the pool still there, and that a host's thread
+    /// can end it.
+    void ExpectSurvival(CLS_QuenTaskPool& _clsPool, std::thread::id _idAsker)
+    {
+        ASSERT_TRUE(m_clsReturned.Wait());
+        EXPECT_EQ(_idAsker, m_idAsker.load());
+        EXPECT_THAT(LogRecorder::Take(), Contains(IsPoolRecord(3, "UnInit", "UnInit error ")));
+        ASSERT_EQ(&_clsPool, CLS_QuenTaskPool::m_pInstance);
+        _clsPool.UnInit();
+        EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
+    }
+
     std::array<int, 2> m_arrOwners{}; ///< their addresses serve as owners
+
+    CLS_Gate m_clsReturned; ///< opened when KillTaskAll has returned
+    std::atomic<std::thread::id> m_idAsker{};
+    /// The service threads, as of KillWhenRecorded.
+    std::thread::id m_idDispatcher;
+    std::thread::id m_idScheduler;
+    std::thread::id m_idWatchdog;
+
+private:
+    std::atomic<bool> m_bAsked{false};
 };
 
 TEST_F(PoolReentryTest, CapturedObjectMayEndThePoolDuringTheRemovalOfItsOwner)
@@ -171,29 +216,82 @@ TEST_F(PoolReentryTest, KillTaskAllWithinTheEndOfThePoolDoesNothing)
     EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
 }
 
+TEST_F(PoolReentryTest, KillTaskAllDestroysTheNewPoolThatPrintLogBuildsMeanwhile)
+{
+    const int iThreads = CountThreads();
+    for (const bool bExported : {false, true})
+    {
+        CLS_QuenTaskPool& clsPool = MakePool();
+        // Allocated while the old pool lives, so that the new one gets another address.
+        void* const pMemory = ::operator new(sizeof(CLS_QuenTaskPool));
+        bool bBuilt = false;
+        LogRecorder::SetHook(
+            [&](const LogRecorder::ST_Record& _stRecord)
+            {
+                if (_stRecord.m_strMessage == "----- TaskPool UnInit end -----" && !bBuilt)
+                {
+                    EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
+                    CLS_QuenTaskPool::m_pInstance = new (pMemory) CLS_QuenTaskPool;
+                    bBuilt = true;
+                }
+            });
+        bExported ? KillTaskAll() : clsPool.KillTaskAll();
+        EXPECT_TRUE(bBuilt);
+        ASSERT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
+        EXPECT_TRUE(WaitForThreads(iThreads));
+    }
+}
+
 TEST_F(PoolReentryTest, ThePoolSurvivesAnEndThatOneOfItsOwnThreadsAsksFor)
 {
     CLS_QuenTaskPool& clsPool = MakePool();
-    CLS_Gate clsAsked;
-    std::atomic<bool> bAsk{true};
     // The watchdog's wait for itself comes after those for the dispatcher and the scheduler.
     const CLS_WatchedJoins clsJoins(3);
-    LogRecorder::SetHook(
-        [&](const LogRecorder::ST_Record& _stRecord)
-        {
-            if (_stRecord.m_strMessage == "delete pThread **************" && bAsk.exchange(false))
-            {
-                clsPool.KillTaskAll();
-                clsAsked.Open();
-            }
-        });
+    KillWhenRecorded("delete pThread **************");
     {
         const CLS_FastSleep clsFastSleep;
-        ASSERT_TRUE(clsAsked.Wait());
+        EXPECT_TRUE(m_clsReturned.Wait());
     }
-    EXPECT_EQ(&clsPool, CLS_QuenTaskPool::m_pInstance);
-    EXPECT_THAT(LogRecorder::Take(), Contains(IsPoolRecord(3, "UnInit", "UnInit error ")));
-    clsPool.UnInit();
-    EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
+    ExpectSurvival(clsPool, m_idWatchdog);
+}
+
+TEST_F(PoolReentryTest, ThePoolSurvivesAnEndThatItsDispatcherAsksFor)
+{
+    CLS_QuenTaskPool& clsPool = MakePool();
+    const CLS_WatchedJoins clsJoins(1);
+    const CLS_FailingThreads clsFailing(1);
+    KillWhenRecorded("create task thread error");
+    EXPECT_TRUE(clsPool.AddTmpTask([] {}, &m_arrOwners[0], "call"));
+    ExpectSurvival(clsPool, m_idDispatcher);
+}
+
+TEST_F(PoolReentryTest, ThePoolSurvivesAnEndThatItsLoopSchedulerAsksFor)
+{
+    CLS_QuenTaskPool& clsPool = MakePool();
+    const CLS_WatchedJoins clsJoins(2);
+    KillWhenRecorded("*** auto Loop handler fail ***");
+    const std::string strTaskId = MakeTask([] {}, 3600000);
+    FailingMemory::FailAt(1, m_idScheduler);
+    PoolView::AddToLoopTasks(clsPool, strTaskId);
+    ExpectSurvival(clsPool, m_idScheduler);
+    EXPECT_TRUE(FailingMemory::Stop());
+}
+
+TEST_F(PoolReentryTest, ThePoolSurvivesAFailedEndThatAWorkerAsksFor)
+{
+    CLS_QuenTaskPool& clsPool = MakePool();
+    // Nothing makes UnInit fail on a worker but a failing step: here the wait for the dispatcher.
+    const CLS_WatchedJoins clsJoins(1);
+    KillWhenRecorded("run function error ");
+    std::atomic<std::thread::id> idWorker{};
+    EXPECT_TRUE(clsPool.AddTmpTask(
+        [&]
+        {
+            idWorker = std::this_thread::get_id();
+            throw 1;
+        },
+        &m_arrOwners[0], "call"));
+    EXPECT_TRUE(m_clsReturned.Wait());
+    ExpectSurvival(clsPool, idWorker);
 }
 } // namespace

@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
+#include <shared_mutex>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -67,6 +68,21 @@ TEST_F(PoolRunTaskTest, RunsTheBoundTaskAndPutsTheWorkerOnTheIdleList)
     ExpectWorkerIdle();
     EXPECT_EQ(TASK_STATUS_IDLE, CLS_Task::GetTask(strTaskId).lock()->GetTaskStatus());
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
+}
+
+TEST_F(PoolRunTaskTest, RunDoesNotWaitForAnotherReaderOfTheBindings)
+{
+    CLS_Gate clsRan;
+    std::string strTaskId = MakeTask([&] { clsRan.Open(); });
+    m_pPool->BindTask(m_pThread, strTaskId);
+    std::thread thRun;
+    {
+        const std::shared_lock<std::shared_mutex> lock(m_pPool->m_smThreadTaskLock);
+        thRun = std::thread([this] { m_pPool->FunRunTask(m_pThread); });
+        EXPECT_TRUE(clsRan.Wait());
+    }
+    thRun.join();
+    ExpectWorkerIdle();
 }
 
 TEST_F(PoolRunTaskTest, RunDropsTheOwnersEntryAndKeepsTheTaskRegistered)

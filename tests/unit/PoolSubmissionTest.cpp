@@ -330,6 +330,27 @@ TEST_F(PoolSubmissionTest, FailedSubmissionIsRecordedAndLeavesNothingBehind)
     bArmed = false;
 }
 
+TEST_F(PoolSubmissionTest, OneTextMayBeBothTheLoopTasksIdAndItsCallInformation)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    std::string strText = "who loops";
+    {
+        std::atomic<bool> bArmed{false};
+        const Callable funTask = CLS_Uncopyable<int>(bArmed);
+        bArmed = true;
+        clsPool.AddLoopTask(funTask, 250, strText, strText);
+        EXPECT_EQ("who loops", strText);
+        EXPECT_THAT(LogRecorder::Take(),
+                    ElementsAre(IsPoolRecord(3, "AddLoopTask", "AddLoopTask error [who loops]")));
+    }
+    clsPool.AddLoopTask([] {}, 250, strText, strText);
+    EXPECT_THAT(PoolView::GetRegistered(), ElementsAre(strText));
+    EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strText));
+    EXPECT_THAT(PoolView::GetLoopTasks(clsPool), ElementsAre(strText));
+    EXPECT_EQ(MakeParamText(strText, "who loops"), PoolView::GetTask(strText)->ParamToString());
+    EXPECT_THAT(LogRecorder::Take(), IsEmpty());
+}
+
 TEST_F(PoolSubmissionTest, TasksSubmitTasks)
 {
     CLS_QuenTaskPool& clsPool = MakePool();

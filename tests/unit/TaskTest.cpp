@@ -1,4 +1,5 @@
 #include "QuenPlugins/ZelTaskPool/CLS_Task.h"
+#include "tests/support/ClassLayout.h"
 #include "tests/support/FastSleep.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/RecordMatchers.h"
@@ -69,6 +70,17 @@ TEST_F(TaskTest, IsABasicObjectThatReplacesNoOperation)
     EXPECT_TRUE((std::is_same_v<decltype(&CLS_Task::RunCallBackFun), decltype(&CLS_Basic::RunCallBackFun)>));
     CLS_Task clsTask({}, -1, "");
     EXPECT_STREQ("8CLS_Task", clsTask.GetClassCode());
+}
+
+TEST_F(TaskTest, HasOneBaseAndItsMembersInTheirOrder)
+{
+    struct ST_Derived : CLS_Basic
+    {
+    };
+    EXPECT_TRUE((ClassLayout::HaveAlikeBases<CLS_Task, ST_Derived>()));
+    const CLS_Task clsTask({}, -1, "");
+    EXPECT_TRUE(ClassLayout::AreInOrder(clsTask.m_iTaskStatus, clsTask.m_funTask, clsTask.m_iLoopInterval,
+                                        clsTask.m_tpLastRun, clsTask.m_bValid));
 }
 
 TEST_F(TaskTest, NewTaskIsIdleAndValidAndRanJustNow)

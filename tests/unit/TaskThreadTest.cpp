@@ -1,4 +1,5 @@
 #include "QuenPlugins/ZelTaskPool/CLS_TaskThread.h"
+#include "tests/support/ClassLayout.h"
 #include "tests/support/FailingThreads.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/RecordMatchers.h"
@@ -13,6 +14,7 @@
 #include <stdexcept>
 #include <system_error>
 #include <thread>
+#include <type_traits>
 
 namespace
 {
@@ -29,6 +31,19 @@ bool IsIdle(CLS_TaskThread& _clsWorker)
 {
     const std::lock_guard<std::mutex> lock(_clsWorker.m_mtxFunction);
     return !_clsWorker.m_funFunction;
+}
+
+TEST_F(TaskThreadTest, HasNoBaseAndItsMembersInTheirOrder)
+{
+    struct ST_Plain
+    {
+    };
+    EXPECT_TRUE((ClassLayout::HaveAlikeBases<CLS_TaskThread, ST_Plain>()));
+    EXPECT_FALSE(std::is_polymorphic_v<CLS_TaskThread>);
+    const CLS_TaskThread clsWorker;
+    EXPECT_TRUE(ClassLayout::AreInOrder(clsWorker.m_bRun, clsWorker.m_mtxFunction, clsWorker.m_funFunction,
+                                        clsWorker.m_cvFunction, clsWorker.m_pThread, clsWorker.m_iOrderId,
+                                        clsWorker.m_tpLastActive));
 }
 
 TEST_F(TaskThreadTest, NewWorkerIsIdleAndRunning)
@@ -227,6 +242,15 @@ TEST_F(TaskThreadTest, ExitLeavesAThreadThatCannotBeJoinedAlone)
     clsWorker.m_pThread = std::make_unique<std::thread>();
     EXPECT_TRUE(clsWorker.Exit());
     EXPECT_NE(nullptr, clsWorker.m_pThread);
+}
+
+TEST_F(TaskThreadTest, DestructorLeavesAThreadThatCannotBeJoinedAlone)
+{
+    auto pWorker = std::make_unique<CLS_TaskThread>();
+    EXPECT_TRUE(pWorker->Exit());
+    pWorker->m_pThread = std::make_unique<std::thread>();
+    pWorker.reset(); // to join it would end the process
+    EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
 TEST_F(TaskThreadTest, FailingJobIsRetriedUntilItReturns)

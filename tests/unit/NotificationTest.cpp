@@ -1,0 +1,60 @@
+// What is notified, and under which lock.
+
+#include "tests/support/CutWaits.h"
+#include "tests/unit/PoolFixture.h"
+
+#include <gtest/gtest.h>
+#include <mutex>
+#include <thread>
+
+namespace
+{
+using NotificationTest = CLS_PoolFixture;
+
+/// Whether some thread holds the mutex.
+bool IsHeld(std::mutex& _mtxAny)
+{
+    bool bHeld = true;
+    std::thread(
+        [&]
+        {
+            if (_mtxAny.try_lock())
+            {
+                _mtxAny.unlock();
+                bHeld = false;
+            }
+        })
+        .join();
+    return bHeld;
+}
+
+TEST_F(NotificationTest, EachQueuedTaskIsNotifiedOnceWithTheQueuesMutexHeld)
+{
+    // Nobody waits for the queue, so only who fills it takes the mutex.
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    const std::string strTaskId = MakeTask([] {});
+    const CLS_CutWaits clsWaits(clsPool.m_cvWaitingTasks,
+                                [&] { EXPECT_TRUE(IsHeld(clsPool.m_mtxWaitingTasks)); });
+    clsPool.AddWaitingTasks("unknown");
+    EXPECT_EQ(0, clsWaits.GetNotifications());
+    clsPool.AddWaitingTasks(strTaskId);
+    EXPECT_EQ(1, clsWaits.GetNotifications());
+    clsPool.AddWaitingTasks(strTaskId);
+    EXPECT_EQ(2, clsWaits.GetNotifications());
+    EXPECT_FALSE(IsHeld(clsPool.m_mtxWaitingTasks));
+}
+
+TEST_F(NotificationTest, EachJobIsNotifiedOnceWithItsMutexHeld)
+{
+    // The thread has ended, so only who hands over jobs takes the mutex.
+    CLS_TaskThread clsWorker;
+    EXPECT_TRUE(clsWorker.Exit());
+    const CLS_CutWaits clsWaits(clsWorker.m_cvFunction,
+                                [&] { EXPECT_TRUE(IsHeld(clsWorker.m_mtxFunction)); });
+    EXPECT_TRUE(clsWorker.AddFunction([](CLS_TaskThread*) {}));
+    EXPECT_EQ(1, clsWaits.GetNotifications());
+    EXPECT_TRUE(clsWorker.AddFunction([](CLS_TaskThread*) {}));
+    EXPECT_EQ(2, clsWaits.GetNotifications());
+    EXPECT_FALSE(IsHeld(clsWorker.m_mtxFunction));
+}
+} // namespace
