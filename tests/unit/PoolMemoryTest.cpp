@@ -206,6 +206,7 @@ TEST_F(PoolMemoryTest, QueueingWithoutMemoryLeavesARunningTaskAsItIs)
     FailingMemory::Stop();
     EXPECT_EQ(TASK_STATUS_RUNNING, PoolView::GetTask(strTaskId)->GetTaskStatus());
     EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
+    PoolView::GetTask(strTaskId)->SetTaskStatus(TASK_STATUS_IDLE);
 }
 
 TEST_F(PoolMemoryTest, QueueingWithoutMemoryCannotLeaveATaskRunningForEver)
