@@ -34,6 +34,9 @@ struct ST_LogRecord
 /// while another thread is in "PrintLog" with one of them, the new record is kept as well. So records of
 /// different threads may change places during the hand-over.
 ///
+/// In a process that was forked during the opening or the hand-over, the thread that would go on with it is
+/// missing. Its records are kept up to the limit and then only counted; no thread waits there, either.
+///
 /// Thread-safe. Kept on the heap for good, for late threads log while the process exits.
 class CLS_LogBinding
 {

@@ -6,6 +6,8 @@
 #include <array>
 #include <gmock/gmock.h>
 #include <stdexcept>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace
 {
@@ -69,6 +71,34 @@ TEST_F(LogKeepingTest, NoRecordWaitsForTheOpening)
     clsMayEnd.Open();
     thOpening.join();
     EXPECT_THAT(TakeTexts(), ElementsAre("first", "second", "third"));
+}
+
+TEST_F(LogKeepingTest, AProcessThatIsForkedDuringTheOpeningDoesNotWaitForIt)
+{
+    constexpr unsigned SECONDS = 30;
+    CLS_Gate clsOpening;
+    CLS_Gate clsMayEnd;
+    m_vecOpenings = {[&]
+                     {
+                         clsOpening.Open();
+                         EXPECT_TRUE(clsMayEnd.Wait());
+                         return GetLibrary();
+                     }};
+    std::thread thOpening([this] { Say("first"); });
+    ASSERT_TRUE(clsOpening.Wait());
+    const pid_t iChild = fork();
+    if (iChild == 0)
+    {
+        alarm(SECONDS);
+        Say("of the child");
+        _exit(m_clsBinding.m_clsTurn.m_bOverdue ? 1 : 0);
+    }
+    clsMayEnd.Open();
+    thOpening.join();
+    int iStatus = -1;
+    EXPECT_EQ(iChild, waitpid(iChild, &iStatus, 0));
+    EXPECT_EQ(0, iStatus);
+    EXPECT_THAT(TakeTexts(), ElementsAre("first"));
 }
 
 TEST_F(LogKeepingTest, ALookUpThatOpensTheLibraryHandsOverWhatWasKept)
