@@ -299,7 +299,7 @@ void CLS_LogBinding::Print(PrintLogFun _funPrintLog, const ST_LogRecord& _stReco
     }
 }
 
-/// Prints the one record and frees its message, which nobody may use any more.
+/// Prints the one record and frees its message, which is not used any more.
 void CLS_LogBinding::Print(PrintLogFun _funPrintLog, KeptRecords& _lstOne)
 {
     Print(_funPrintLog, _lstOne.front().GetRecord());

@@ -35,6 +35,9 @@ protected:
         EXPECT_TRUE(m_clsDone.Wait());
     }
 
+    CLS_Gate m_clsMayGoOn; ///< for the third record
+    CLS_Gate m_clsDone;    ///< with all three
+
 private:
     void Speak()
     {
@@ -49,8 +52,6 @@ private:
     }
 
     CLS_Gate m_clsKept;
-    CLS_Gate m_clsMayGoOn;
-    CLS_Gate m_clsDone;
     std::thread m_thSpeaker;
 };
 
@@ -95,6 +96,30 @@ TEST_F(LogHandOverTest, RecordsThatPrintLogMakesFollowTheKeptOnesOfTheOpeningThr
     AtRecord("first", [this] { Say("within"); });
     Say("first");
     EXPECT_THAT(TakeTexts(), ElementsAre("first", "at load", "within", "one", "two"));
+}
+
+TEST_F(LogHandOverTest, RecordsThatPrintLogMakesFollowThoseThatTheirThreadHandsOver)
+{
+    CLS_Gate clsOneInPrintLog;
+    CLS_Gate clsHandedOver;
+    const auto funAtOne = [&]
+    {
+        clsOneInPrintLog.Open();
+        EXPECT_TRUE(clsHandedOver.Wait());
+        Say("within");
+    };
+    AtRecord("first",
+             [&]
+             {
+                 AtRecord("one", funAtOne);
+                 m_clsMayGoOn.Open();
+                 EXPECT_TRUE(clsOneInPrintLog.Wait());
+             });
+    Say("first");
+    EXPECT_EQ(std::thread::id(), m_clsBinding.m_idHandsOver);
+    clsHandedOver.Open();
+    EXPECT_TRUE(m_clsDone.Wait());
+    EXPECT_THAT(TakeTexts(), ElementsAre("first", "one", "two", "within", "three"));
 }
 
 TEST_F(LogHandOverTest, AnotherOpeningMeanwhileLeavesItAlone)

@@ -197,6 +197,41 @@ TEST_F(LogKeepingTest, ARecordForWhichThereIsNoMemoryIsCountedAsLost)
     EXPECT_THAT(vecRecords[2], IsLoss("1"));
 }
 
+TEST_F(LogKeepingTest, ALossIsRecordedAlsoWhenNothingWasKept)
+{
+    m_vecOpenings = {[this]
+                     {
+                         FailingMemory::FailAt(1);
+                         Say("lost");
+                         EXPECT_TRUE(FailingMemory::Stop());
+                         return GetLibrary();
+                     }};
+    m_clsBinding.GetFunction("PrintLog", "");
+    EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsLoss("1")));
+}
+
+TEST_F(LogKeepingTest, EveryOpeningCountsItsOwnLosses)
+{
+    const auto funLoseOne = [this]
+    {
+        FailingMemory::FailAt(1);
+        Say("lost");
+        EXPECT_TRUE(FailingMemory::Stop());
+        return GetLibrary();
+    };
+    const auto funFail = [] { return Functions(); };
+    m_vecOpenings = {funLoseOne, funFail, funLoseOne, funFail};
+    for (int i = 0; i < 2; ++i)
+    {
+        Say("first");
+        const std::vector<LogRecorder::ST_Record> vecRecords = LogRecorder::Take();
+        ASSERT_THAT(vecRecords, SizeIs(2));
+        EXPECT_THAT(vecRecords[1], IsLoss("1"));
+        // This opening fails, so that the library counts as not open.
+        EXPECT_EQ(nullptr, m_clsBinding.GetFunction("Foo", ""));
+    }
+}
+
 void PrintNothing(int, const char*, const char*, int, const char*, const std::string&) {}
 
 TEST_F(LogKeepingTest, TheHandOverNeedsNoMemory)

@@ -47,9 +47,11 @@ void RecordsDuringTheOpening()
 {
     std::vector<ST_Printed> vecPrinted;
     s_pPrinted = &vecPrinted;
+    int iOpenings = 0;
     CLS_LogBinding clsBinding(
-        [](const std::string&) -> CLS_LogBinding::Functions
+        [&iOpenings](const std::string&) -> CLS_LogBinding::Functions
         {
+            ++iOpenings;
             std::this_thread::sleep_for(OPENING);
             return {{"PrintLog", reinterpret_cast<void*>(&Note)}};
         });
@@ -74,6 +76,7 @@ void RecordsDuringTheOpening()
     {
         thrRecords.join();
     }
+    Require(iOpenings == 1, "the library is opened again");
     CLS_World::RequireTimely(iSlow == 1, "a record waits for the opening");
     for (int i = 0; i < THREADS; ++i)
     {
