@@ -75,7 +75,6 @@ TEST_F(LogKeepingTest, NoRecordWaitsForTheOpening)
 
 TEST_F(LogKeepingTest, AProcessThatIsForkedDuringTheOpeningDoesNotWaitForIt)
 {
-    constexpr unsigned SECONDS = 30;
     CLS_Gate clsOpening;
     CLS_Gate clsMayEnd;
     m_vecOpenings = {[&]
@@ -89,7 +88,6 @@ TEST_F(LogKeepingTest, AProcessThatIsForkedDuringTheOpeningDoesNotWaitForIt)
     const pid_t iChild = fork();
     if (iChild == 0)
     {
-        alarm(SECONDS);
         Say("of the child");
         _exit(m_clsBinding.m_clsTurn.m_bOverdue ? 1 : 0);
     }
