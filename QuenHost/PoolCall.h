@@ -6,6 +6,9 @@
 
 namespace PoolCall
 {
+/// The text for what is thrown without one.
+inline constexpr const char* UNKNOWN = "unknown exception";
+
 /// Calls _funCall and turns what it throws into a text for the user; empty when it throws nothing.
 ///
 /// The one place that differs in a program without exceptions: there, what the library throws ends the
@@ -21,11 +24,12 @@ std::optional<std::string> Guard(const T_Call& _funCall)
     }
     catch (const std::exception& error)
     {
-        return error.what();
+        const char* const szText = error.what();
+        return szText != nullptr ? szText : UNKNOWN;
     }
     catch (...)
     {
-        return "unknown exception";
+        return UNKNOWN;
     }
 #else
     _funCall();

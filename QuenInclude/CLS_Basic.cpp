@@ -72,6 +72,12 @@ private:
     std::multiset<std::pair<const CLS_Basic*, std::thread::id>>::iterator m_itRun;
 };
 
+/// What a class of the host's gave; a null text is the empty one.
+std::string GetText(const char* _szText)
+{
+    return _szText == nullptr ? std::string() : std::string(_szText);
+}
+
 std::string GetLastPiece(const std::string& _strText, const std::string& _strSeparators)
 {
     const std::vector<std::string> vecPieces = Util::SplitStdString(_strText, _strSeparators);
@@ -202,11 +208,11 @@ void CLS_Basic::RunOneCallBack(const CallBackEntry& _pairEntry, const std::strin
     }
     catch (const std::exception& exError)
     {
-        RecordCallBack(std::string(GetClassCode()) + "call back Fail" + exError.what());
+        RecordCallBack(GetText(GetClassCode()) + "call back Fail" + GetText(exError.what()));
     }
     catch (...)
     {
-        RecordCallBack(std::string(GetClassCode()) + "call back Fail");
+        RecordCallBack(GetText(GetClassCode()) + "call back Fail");
     }
 }
 

@@ -37,6 +37,7 @@ public:
     virtual const char* GetClassCode();
 
     /// Name that the object's records carry as their module: the class code, unless a class overrides that.
+    /// Null from an override of either is passed on as the module, and left out of the records' texts.
     virtual const char* GetModuleCode();
 
     /// Sets the parameter "__id__".

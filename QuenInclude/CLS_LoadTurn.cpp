@@ -8,13 +8,29 @@ bool CLS_LoadTurn::Take()
     {
         return false;
     }
-    if (!m_cvTurn.wait_for(lock.GetLock(), WAIT_LIMIT,
-                           [this]() ZEL_REQUIRES(m_mtxTurn) { return m_idHolder == std::thread::id(); }))
+    const auto tpEnd = std::chrono::steady_clock::now() + WAIT_LIMIT;
+    while (m_idHolder != std::thread::id())
     {
-        m_bOverdue = true;
-        return false;
+        const auto nsLeft = tpEnd - std::chrono::steady_clock::now();
+        if (nsLeft <= std::chrono::steady_clock::duration::zero())
+        {
+            m_bOverdue = true;
+            return false;
+        }
+        m_cvTurn.wait_for(lock.GetLock(), nsLeft);
     }
     m_idHolder = idSelf;
+    return true;
+}
+
+bool CLS_LoadTurn::TryTake()
+{
+    const CLS_LockGuard lock(m_mtxTurn);
+    if (m_idHolder != std::thread::id())
+    {
+        return false;
+    }
+    m_idHolder = std::this_thread::get_id();
     return true;
 }
 

@@ -1,12 +1,9 @@
 #include "QuenInclude/Logger.h"
 
-#include "QuenInclude/CLS_LoadTurn.h"
-#include "QuenInclude/CLS_Mutex.h"
+#include "QuenInclude/CLS_LogBinding.h"
 #include "QuenInclude/Util.h"
 
 #include <locale>
-#include <map>
-#include <utility>
 #include <vector>
 
 #if !defined(ZEL_LOG_LIBRARY_NAME)
@@ -15,48 +12,28 @@
 
 namespace
 {
-using PrintLogFun = void (*)(int _iLevel, const char* _szModule, const char* _szFile, int _iLine,
-                             const char* _szFunction, const std::string& _strMessage);
-
-/// The bound entry points. Late threads log while the process exits, so the table is never destroyed.
-struct ST_Binding
+/// Opens the logging library and looks its entry points up.
+class CLS_Opener
 {
-    CLS_LoadTurn m_clsTurn; ///< one thread at a time binds
-    CLS_Mutex m_mtxFuns;
-    std::map<std::string, void*> m_mapFuns ZEL_GUARDED_BY(m_mtxFuns);
+public:
+    CLS_LogBinding::Functions operator()(const std::string& _strDirectory) const
+    {
+        return _strDirectory.empty() ? Util::GetDllFunction(m_strName, m_vecNames)
+                                     : Util::GetDllFunction(_strDirectory + "/" + m_strName, m_vecNames);
+    }
 
+private:
     /// Made once: a record that reports a lack of memory must not need some to find that there is no library.
-    const std::string m_strName = ZEL_LOG_LIBRARY_NAME;
-    const std::vector<std::string> m_vecNames{"Init", "SetLoggerConfig", "SetLoggerConfigAll", "PrintLog",
-                                              "UnInit"};
+    std::string m_strName = ZEL_LOG_LIBRARY_NAME;
+    std::vector<std::string> m_vecNames{"Init", "SetLoggerConfig", "SetLoggerConfigAll", "PrintLog",
+                                        "UnInit"};
 };
 
-ST_Binding& GetBinding()
+/// Late threads log while the process exits, so it is never destroyed.
+CLS_LogBinding& GetBinding()
 {
-    static ST_Binding& s_stBinding = *new ST_Binding;
-    return s_stBinding;
-}
-
-/// Whether the last binding holds _strFunction; if so, its address goes to _pFunction.
-bool FindBound(ST_Binding& _stBinding, const std::string& _strFunction, void*& _pFunction)
-{
-    const CLS_LockGuard lock(_stBinding.m_mtxFuns);
-    const auto itFun = _stBinding.m_mapFuns.find(_strFunction);
-    if (itFun == _stBinding.m_mapFuns.end())
-    {
-        return false;
-    }
-    _pFunction = itFun->second;
-    return true;
-}
-
-void Bind(ST_Binding& _stBinding, const std::string& _strDirectory)
-{
-    auto mapFuns = _strDirectory.empty() ? Util::GetDllFunction(_stBinding.m_strName, _stBinding.m_vecNames)
-                                         : Util::GetDllFunction(_strDirectory + "/" + _stBinding.m_strName,
-                                                                _stBinding.m_vecNames);
-    const CLS_LockGuard lock(_stBinding.m_mtxFuns);
-    _stBinding.m_mapFuns = std::move(mapFuns);
+    static CLS_LogBinding& s_clsBinding = *new CLS_LogBinding(CLS_Opener());
+    return s_clsBinding;
 }
 } // namespace
 
@@ -64,24 +41,7 @@ namespace Logger
 {
 void* GetModuleFun(const std::string& _strFunction, const std::string& _strDirectory)
 {
-    ST_Binding& stBinding = GetBinding();
-    void* pFunction = nullptr;
-    if (FindBound(stBinding, _strFunction, pFunction))
-    {
-        return pFunction;
-    }
-    const CLS_LoadTurn::CLS_Scope clsTurn(stBinding.m_clsTurn);
-    if (!clsTurn.IsTaken())
-    {
-        return nullptr;
-    }
-    // Another thread may have bound while this one waited for its turn.
-    if (!FindBound(stBinding, _strFunction, pFunction))
-    {
-        Bind(stBinding, _strDirectory);
-        FindBound(stBinding, _strFunction, pFunction);
-    }
-    return pFunction;
+    return GetBinding().GetFunction(_strFunction, _strDirectory);
 }
 
 LogMessageStream::LogMessageStream(const char* _szModule, const char* _szFunction, const char* _szFile,
@@ -94,10 +54,6 @@ LogMessageStream::LogMessageStream(const char* _szModule, const char* _szFunctio
 LogMessageStream::~LogMessageStream()
 {
     const std::string strMessage = str();
-    if (void* const pFunction = GetModuleFun("PrintLog", ""))
-    {
-        const auto funPrintLog = reinterpret_cast<PrintLogFun>(pFunction);
-        funPrintLog(m_iLevel, m_szModule, m_szFile, m_iLine, m_szFunction, strMessage);
-    }
+    GetBinding().Emit({m_iLevel, m_szModule, m_szFile, m_iLine, m_szFunction, strMessage});
 }
 } // namespace Logger

@@ -8,6 +8,9 @@
 //   uuids COUNT       makes so many ids and prints the last field of the first and of the last two
 //   uuid-no-files     asks for ids in each way when no file can be opened, and counts the exceptions
 //   leave-at-load STATUS  lets the next library that has an initialiser end the process like "leave"
+//   threads-at-load COUNT  lets each thread of such an initialiser start so many threads, one after the
+//   other,
+//                     that make a numbered record each
 //   leave STATUS      ends the process at once, without flushing anything
 
 #include "QuenInclude/CLS_Basic.h"
@@ -25,6 +28,9 @@ constexpr const char* FILE_NAME = "tests/hosts/FoundationHost";
 
 /// The status with which the process ends while a library is opened; -1 for not at all.
 int g_iLeaveAtLoad = -1;
+
+/// How many threads make a record while a library is opened.
+int g_iThreadsAtLoad = 0;
 
 void MakeRecord(const std::string& _strText)
 {
@@ -148,6 +154,11 @@ bool CarryOutLibraryCommand(const std::string& _strCommand, CLS_Arguments& _clsA
         g_iLeaveAtLoad = _clsArguments.NextNumber();
         return true;
     }
+    if (_strCommand == "threads-at-load")
+    {
+        g_iThreadsAtLoad = _clsArguments.NextNumber();
+        return true;
+    }
     if (_strCommand == "reason")
     {
         PrintReason(_clsArguments.Next());
@@ -201,6 +212,10 @@ extern "C" void ZelTestAtLoad(const char* _szThread)
     if (g_iLeaveAtLoad != -1)
     {
         std::_Exit(g_iLeaveAtLoad);
+    }
+    for (int i = 0; i < g_iThreadsAtLoad; ++i)
+    {
+        std::thread([i] { MakeRecord(std::to_string(i)); }).join();
     }
     MakeRecord(std::string("at load: ") + _szThread);
 }

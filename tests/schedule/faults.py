@@ -14,6 +14,7 @@ TASK = POOL + "CLS_Task.cpp"
 WORKER = POOL + "CLS_TaskThread.cpp"
 GATE = POOL + "CLS_RunGate.cpp"
 CLAIM = POOL + "CLS_ShutdownClaim.cpp"
+BINDING = "QuenInclude/CLS_LogBinding.cpp"
 
 
 def fault(name, source, *edits, scenario, strategy, seen):
@@ -283,4 +284,27 @@ FAULTS = [
           ("    if (!pLife->m_bGone)\n", "    if (pLife)\n"),
           scenario="end-by-two-hosts-kill", strategy="random",
           seen=("freed memory is", "the pool is ended twice")),
+
+    # Records while the logging library is opened.
+    fault("records are dropped while the library is opened", BINDING,
+          ("            Keep(lstOne);\n", ""),
+          scenario="records-during-the-opening", strategy="random",
+          seen=("a record is lost", "a record overtakes an earlier one")),
+    fault("a record waits while the library is opened", BINDING,
+          ("clsTurn(m_clsTurn, std::try_to_lock);", "clsTurn(m_clsTurn);"),
+          scenario="records-during-the-opening", strategy="random",
+          seen="a record waits for the opening"),
+    fault("a record opens the library again", BINDING,
+          (' || FindBound("PrintLog", pFunction)', ""),
+          scenario="records-during-the-opening", strategy="random",
+          seen="the library is opened again"),
+    fault("a record does not look for the one in hand", BINDING,
+          ("m_idInHand == idSelf && m_idHandsOver != idSelf;", "false;"),
+          scenario="records-during-the-opening", strategy="random",
+          seen="a record overtakes an earlier one"),
+    fault("a thread leaves its later records to the one that hands over", BINDING,
+          ("            m_lstOwn.splice(m_lstOwn.end(), m_lstKept, itOwn);\n",
+           "            m_lstOwn.splice(m_lstOwn.end(), m_lstKept, itOwn);\n            break;\n"),
+          scenario="records-during-the-opening", strategy="random",
+          seen="a record overtakes an earlier one"),
 ]

@@ -178,6 +178,54 @@ TEST_F(BasicCallBackTest, AnExceptionOfAnotherKindIsRecordedWithoutItsText)
                                                  IsCallerRecord("8CLS_Taskcall back Fail")));
 }
 
+TEST_F(BasicCallBackTest, AnExceptionWhoseTextIsNullIsRecordedWithoutItsText)
+{
+    class CLS_Textless : public std::exception
+    {
+    public:
+        const char* what() const noexcept override { return nullptr; }
+    };
+    const std::string strKey = m_clsCaller.SetCallBackResultFun(
+        [](const auto&, const auto&, const auto&, void*) { throw CLS_Textless(); }, nullptr);
+    EXPECT_NO_THROW(Run(strKey));
+    EXPECT_NO_THROW(Run(""));
+    EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsCallerRecord("8CLS_Taskcall back Fail"),
+                                                 IsCallerRecord("8CLS_Taskcall back Fail")));
+}
+
+TEST_F(BasicCallBackTest, AClassCodeThatIsNullIsLeftOutOfTheRecord)
+{
+    class CLS_WithoutCodes : public CLS_Basic
+    {
+    public:
+        const char* GetClassCode() override { return nullptr; }
+    };
+    CLS_WithoutCodes clsObject;
+    clsObject.m_mapCallBackFun["1"].first = [](const auto&, const auto&, const auto&, void*)
+    { throw std::runtime_error("why"); };
+    clsObject.m_mapCallBackFun["2"].first = [](const auto&, const auto&, const auto&, void*) { throw 7; };
+    EXPECT_NO_THROW(clsObject.RunCallBackFun("", {}, "", ""));
+    EXPECT_THAT(
+        LogRecorder::Take(),
+        ElementsAre(IsRecord(3, "(null)", "QuenInclude/CLS_Basic", "RunCallBackFun", "call back Failwhy"),
+                    IsRecord(3, "(null)", "QuenInclude/CLS_Basic", "RunCallBackFun", "call back Fail")));
+}
+
+TEST_F(BasicCallBackTest, AModuleCodeThatIsNullIsPassedThrough)
+{
+    class CLS_Moduleless : public CLS_Basic
+    {
+    public:
+        const char* GetModuleCode() override { return nullptr; }
+    };
+    CLS_Moduleless clsObject;
+    clsObject.SetCallBackResultFun([](const auto&, const auto&, const auto&, void*) { throw 7; }, nullptr);
+    EXPECT_NO_THROW(clsObject.RunCallBackFun("", {}, "", ""));
+    const std::string strFailure = std::string(typeid(clsObject).name()) + "call back Fail";
+    EXPECT_THAT(LogRecorder::Take(),
+                ElementsAre(IsRecord(3, "(null)", "QuenInclude/CLS_Basic", "RunCallBackFun", strFailure)));
+}
+
 TEST_F(BasicCallBackTest, AnEmptyFunctionIsRecordedAsACallOfNothing)
 {
     const std::string strKey = m_clsCaller.SetCallBackResultFun(nullptr, nullptr);

@@ -234,6 +234,36 @@ TEST(BasicTest, ReadersShareTheParameterLock)
         .join();
 }
 
+TEST(BasicTest, ReadersHoldUpSetParamAndRemoveParam)
+{
+    const std::vector<std::function<void(CLS_Basic&)>> vecChanges{
+        [](CLS_Basic& _clsObject) { _clsObject.SetParam("a", 2); },
+        [](CLS_Basic& _clsObject) {
+            _clsObject.SetParam(VariantMap{{"b", 2}});
+        },
+        [](CLS_Basic& _clsObject) { _clsObject.RemoveParam("a"); }};
+    for (const auto& funChange : vecChanges)
+    {
+        CLS_Basic clsObject;
+        clsObject.SetParam("a", 1);
+        CLS_Gate clsChanged;
+        std::thread thChange;
+        {
+            const std::shared_lock<std::shared_mutex> lock(clsObject.m_smParamLock);
+            thChange = std::thread(
+                [&]
+                {
+                    funChange(clsObject);
+                    clsChanged.Open();
+                });
+            EXPECT_FALSE(clsChanged.Wait(std::chrono::milliseconds(50)));
+            EXPECT_EQ("[a] : [1]\n", clsObject.ParamToString());
+        }
+        thChange.join();
+        EXPECT_NE("[a] : [1]\n", clsObject.ParamToString());
+    }
+}
+
 TEST(BasicTest, ParametersDoNotNeedTheCallBackLock)
 {
     CLS_Basic clsObject;

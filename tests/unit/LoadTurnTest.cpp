@@ -62,6 +62,43 @@ TEST(LoadTurnTest, TurnsAnotherThreadAwayAfterTheLimit)
         .join();
 }
 
+TEST(LoadTurnTest, TurnsAThreadThatDoesNotWaitAwayAtOnce)
+{
+    CLS_LoadTurn clsTurn;
+    {
+        const CLS_LoadTurn::CLS_Scope clsScope(clsTurn, std::try_to_lock);
+        ASSERT_TRUE(clsScope.IsTaken());
+        EXPECT_FALSE(CLS_LoadTurn::CLS_Scope(clsTurn, std::try_to_lock).IsTaken());
+        std::thread([&clsTurn]
+                    { EXPECT_FALSE(CLS_LoadTurn::CLS_Scope(clsTurn, std::try_to_lock).IsTaken()); })
+            .join();
+        EXPECT_FALSE(clsTurn.m_bOverdue);
+        EXPECT_EQ(std::this_thread::get_id(), clsTurn.m_idHolder);
+    }
+    EXPECT_TRUE(CLS_LoadTurn::CLS_Scope(clsTurn).IsTaken());
+}
+
+TEST(LoadTurnTest, WakeUpsDoNotProlongTheWait)
+{
+    CLS_LoadTurn clsTurn;
+    const CLS_LoadTurn::CLS_Scope clsScope(clsTurn);
+    CLS_Gate clsTurnedAway;
+    std::thread thLate(
+        [&]
+        {
+            EXPECT_FALSE(CLS_LoadTurn::CLS_Scope(clsTurn).IsTaken());
+            clsTurnedAway.Open();
+        });
+    // Each of them would begin the wait anew if it did not count what has passed.
+    EXPECT_TRUE(WaitUntil(
+        [&]
+        {
+            clsTurn.m_cvTurn.notify_one();
+            return clsTurnedAway.IsOpen();
+        }));
+    thLate.join();
+}
+
 TEST(LoadTurnTest, NobodyWaitsForAHolderThatSomebodyWaitedForInVain)
 {
     constexpr int CALLS = 20;

@@ -171,9 +171,29 @@ TEST(LogBindingTest, ALibraryWithoutPrintLogDropsRecordsInSilence)
     ExpectResult(stResult, GetBindingLines(LIBRARY) + "fun PrintLog: null\nfun Init: found\n", "");
 }
 
-TEST(LogBindingTest, AnInitialiserThatMakesRecordsDoesNotDeadlockAndLosesThem)
+TEST(LogBindingTest, RecordsOfAnInitialiserAndOfAThreadThatItWaitsForAreNotLost)
 {
     const ST_ChildResult stResult = RunHost(LOG_INITIALISER_FOLDER, {"record", "first", "record", "second"});
-    ExpectResult(stResult, GetBindingLines(LIBRARY) + GetRecordLine("first") + GetRecordLine("second"), "");
+    ExpectResult(stResult,
+                 GetBindingLines(LIBRARY) + GetRecordLine("first") +
+                     GetRecordLine("at load: opening thread") + GetRecordLine("at load: other thread") +
+                     GetRecordLine("second"),
+                 "");
+}
+
+TEST(LogBindingTest, RecordsOfOtherThreadsDuringTheOpeningAreNotLost)
+{
+    const ST_ChildResult stResult =
+        RunHost(LOG_INITIALISER_FOLDER, {"threads-at-load", "4", "record", "first", "record", "second"});
+    std::string strExpected = GetBindingLines(LIBRARY) + GetRecordLine("first");
+    for (const char* const szThread : {"opening thread", "other thread"})
+    {
+        for (const char* const szNumber : {"0", "1", "2", "3"})
+        {
+            strExpected += GetRecordLine(szNumber);
+        }
+        strExpected += GetRecordLine(std::string("at load: ") + szThread);
+    }
+    ExpectResult(stResult, strExpected + GetRecordLine("second"), "");
 }
 } // namespace

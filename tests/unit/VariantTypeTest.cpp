@@ -143,6 +143,27 @@ TEST(VariantTypeTest, AssignmentCopiesEveryTypeOverEveryType)
     }
 }
 
+TEST(VariantTypeTest, AnAssignedFlagIsThatFlagWhateverWasThereBefore)
+{
+    for (const bool bFlag : {false, true})
+    {
+        const CLS_CVariant clsSource(bFlag);
+        for (const CLS_CVariant& clsBefore : MakeOneOfEachType())
+        {
+            CLS_CVariant clsCopied(clsBefore);
+            clsCopied = clsSource;
+            CLS_CVariant clsMoved(clsBefore);
+            clsMoved = bFlag;
+            for (const CLS_CVariant* const pTarget : {&clsCopied, &clsMoved})
+            {
+                EXPECT_EQ(CVariantType_Bool, pTarget->GetType());
+                EXPECT_EQ(bFlag, pTarget->ToBool()) << "over type " << clsBefore.GetType();
+                EXPECT_EQ(bFlag ? "1" : "0", pTarget->ToString());
+            }
+        }
+    }
+}
+
 TEST(VariantTypeTest, CopiesOfOwnedValuesAreTheirOwn)
 {
     for (const CLS_CVariant& clsSource : MakeOneOfEachType())

@@ -167,8 +167,9 @@ Scenarios GetEndScenarios()
 Scenarios GetAllScenarios()
 {
     Scenarios vecAll;
-    for (const Scenarios& vecSome : {GetSubmissionScenarios(), GetRemovalScenarios(), GetLoopScenarios(),
-                                     GetWorkerScenarios(), GetEndScenarios(), GetEndRaceScenarios()})
+    for (const Scenarios& vecSome :
+         {GetSubmissionScenarios(), GetRemovalScenarios(), GetLoopScenarios(), GetWorkerScenarios(),
+          GetEndScenarios(), GetEndRaceScenarios(), GetLogScenarios()})
     {
         vecAll.insert(vecAll.end(), vecSome.begin(), vecSome.end());
     }

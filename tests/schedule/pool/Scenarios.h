@@ -26,5 +26,6 @@ Scenarios GetLoopScenarios();
 Scenarios GetWorkerScenarios();
 Scenarios GetEndScenarios();
 Scenarios GetEndRaceScenarios();
+Scenarios GetLogScenarios();
 
 Scenarios GetAllScenarios();

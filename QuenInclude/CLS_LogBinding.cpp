@@ -1,0 +1,318 @@
+#include "QuenInclude/CLS_LogBinding.h"
+
+#include "QuenInclude/Logger.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <limits>
+#include <new>
+#include <optional>
+#include <utility>
+
+namespace
+{
+constexpr const char* LOSS_TEXT = "log records lost while the logging library was opened: ";
+constexpr std::size_t MOST_DIGITS = std::numeric_limits<std::uint64_t>::digits10 + 1;
+
+std::optional<std::string> CopyText(const char* _szText)
+{
+    return _szText == nullptr ? std::nullopt : std::optional<std::string>(_szText);
+}
+
+const char* GetText(const std::optional<std::string>& _optText)
+{
+    return _optText ? _optText->c_str() : nullptr;
+}
+} // namespace
+
+/// A record with texts of its own.
+struct CLS_LogBinding::ST_Kept
+{
+    explicit ST_Kept(const ST_LogRecord& _stRecord)
+        : m_iLevel(_stRecord.m_iLevel), m_optModule(CopyText(_stRecord.m_szModule)),
+          m_optFile(CopyText(_stRecord.m_szFile)), m_iLine(_stRecord.m_iLine),
+          m_optFunction(CopyText(_stRecord.m_szFunction)), m_strMessage(_stRecord.m_strMessage)
+    {
+    }
+
+    ST_LogRecord GetRecord() const
+    {
+        return {m_iLevel, GetText(m_optModule),   GetText(m_optFile),
+                m_iLine,  GetText(m_optFunction), m_strMessage};
+    }
+
+    const std::thread::id m_idThread = std::this_thread::get_id(); ///< the thread that made it
+    const int m_iLevel;
+    const std::optional<std::string> m_optModule;
+    const std::optional<std::string> m_optFile;
+    const int m_iLine;
+    const std::optional<std::string> m_optFunction;
+    std::string m_strMessage;
+};
+
+CLS_LogBinding::CLS_LogBinding(Opener _funOpen) : m_funOpen(std::move(_funOpen)), m_strLoss(LOSS_TEXT)
+{
+    m_strLoss.reserve(m_strLoss.size() + MOST_DIGITS);
+}
+
+CLS_LogBinding::~CLS_LogBinding() = default;
+
+void* CLS_LogBinding::GetFunction(const std::string& _strFunction, const std::string& _strDirectory)
+{
+    void* pFunction = nullptr;
+    if (FindBound(_strFunction, pFunction))
+    {
+        return pFunction;
+    }
+    PrintLogFun funPrintLog = nullptr;
+    {
+        const CLS_LoadTurn::CLS_Scope clsTurn(m_clsTurn);
+        if (!clsTurn.IsTaken())
+        {
+            return nullptr;
+        }
+        // Another thread may have bound while this one waited for its turn.
+        if (!FindBound(_strFunction, pFunction))
+        {
+            funPrintLog = Bind(_strDirectory);
+            FindBound(_strFunction, pFunction);
+        }
+    }
+    HandOver(funPrintLog);
+    return pFunction;
+}
+
+void CLS_LogBinding::Emit(const ST_LogRecord& _stRecord) noexcept
+{
+    PrintLogFun funPrintLog = nullptr;
+    if (FindFree(funPrintLog))
+    {
+        Print(funPrintLog, _stRecord);
+    }
+    else if (!PrintOrKeep(_stRecord))
+    {
+        Open();
+    }
+}
+
+/// Whether the last opening tells about _strFunction; if so, its address goes to _pFunction.
+bool CLS_LogBinding::FindBound(const std::string& _strFunction, void*& _pFunction)
+{
+    const CLS_LockGuard lock(m_mtxBinding);
+    const auto itFun = m_mapFuns.find(_strFunction);
+    if (itFun == m_mapFuns.end())
+    {
+        return false;
+    }
+    _pFunction = itFun->second;
+    return true;
+}
+
+/// Whether records go right to "PrintLog", or nowhere when that is null.
+bool CLS_LogBinding::FindFree(PrintLogFun& _funPrintLog)
+{
+    const CLS_LockGuard lock(m_mtxBinding);
+    _funPrintLog = m_funPrintLog;
+    return m_bBound && m_idHandsOver == std::thread::id() && m_lstOwn.empty();
+}
+
+/// Opens the library, unless another thread does: that one then hands over what was kept.
+void CLS_LogBinding::Open()
+{
+    PrintLogFun funPrintLog = nullptr;
+    {
+        const CLS_LoadTurn::CLS_Scope clsTurn(m_clsTurn, std::try_to_lock);
+        void* pFunction = nullptr;
+        if (!clsTurn.IsTaken() || FindBound("PrintLog", pFunction))
+        {
+            return;
+        }
+        funPrintLog = Bind("");
+    }
+    HandOver(funPrintLog);
+}
+
+/// Opens the library. Returns its "PrintLog" when this thread has to hand over what was kept, else null. From
+/// the same moment on, no other thread keeps a record because the library is not open.
+CLS_LogBinding::PrintLogFun CLS_LogBinding::Bind(const std::string& _strDirectory)
+{
+    Functions mapFuns = m_funOpen(_strDirectory);
+    const auto itPrintLog = mapFuns.find("PrintLog");
+    const bool bBound = itPrintLog != mapFuns.end();
+    const auto funPrintLog = bBound ? reinterpret_cast<PrintLogFun>(itPrintLog->second) : nullptr;
+    KeptRecords lstDropped; // freed after the lock is released
+    const CLS_LockGuard lock(m_mtxBinding);
+    m_mapFuns.swap(mapFuns);
+    m_bBound = bBound;
+    m_funPrintLog = funPrintLog;
+    if (m_idHandsOver != std::thread::id())
+    {
+        return nullptr;
+    }
+    if (funPrintLog == nullptr)
+    {
+        lstDropped.swap(m_lstKept);
+        m_uiLost = 0;
+    }
+    else if (!m_lstKept.empty() || m_uiLost > 0)
+    {
+        m_idHandsOver = std::this_thread::get_id();
+        return funPrintLog;
+    }
+    return nullptr;
+}
+
+/// For a record that is made while the library is not open, or while others are handed over. False when it
+/// was kept because the library is not open.
+bool CLS_LogBinding::PrintOrKeep(const ST_LogRecord& _stRecord)
+{
+    KeptRecords lstOne = MakeKept(_stRecord);
+    PrintLogFun funPrintLog = nullptr;
+    {
+        const CLS_LockGuard lock(m_mtxBinding);
+        const std::thread::id idSelf = std::this_thread::get_id();
+        // The thread that hands over is itself inside "PrintLog" when it gets here.
+        const bool bInHand = m_idInHand == idSelf && m_idHandsOver != idSelf;
+        if (!m_bBound || bInHand)
+        {
+            Keep(lstOne);
+            return m_bBound;
+        }
+        funPrintLog = m_funPrintLog;
+        ReserveOwn();
+    }
+    lstOne.clear();
+    while (TakeOwn(lstOne))
+    {
+        Print(funPrintLog, lstOne);
+    }
+    Print(funPrintLog, _stRecord);
+    return true;
+}
+
+/// One record; none when memory has run out.
+CLS_LogBinding::KeptRecords CLS_LogBinding::MakeKept(const ST_LogRecord& _stRecord)
+{
+    KeptRecords lstOne;
+    try
+    {
+        lstOne.emplace_back(_stRecord);
+    }
+    catch (const std::bad_alloc&)
+    {
+        // Keep counts it.
+    }
+    return lstOne;
+}
+
+void CLS_LogBinding::Keep(KeptRecords& _lstOne)
+{
+    if (_lstOne.empty() || m_lstKept.size() >= MOST_KEPT)
+    {
+        ++m_uiLost;
+        return;
+    }
+    m_lstKept.splice(m_lstKept.end(), _lstOne);
+}
+
+/// Leaves the calling thread's records to itself. All of them at once: none is in hand while it prints
+/// another.
+void CLS_LogBinding::ReserveOwn()
+{
+    const std::thread::id idSelf = std::this_thread::get_id();
+    for (auto itKept = m_lstKept.begin(); itKept != m_lstKept.end();)
+    {
+        const auto itOwn = itKept++;
+        if (itOwn->m_idThread == idSelf)
+        {
+            m_lstOwn.splice(m_lstOwn.end(), m_lstKept, itOwn);
+        }
+    }
+}
+
+/// Puts away the record that was handed over and takes the next one of the calling thread, if there is one.
+/// One at a time, for "PrintLog" may make records, which come behind the others.
+bool CLS_LogBinding::TakeOwn(KeptRecords& _lstOne)
+{
+    const CLS_LockGuard lock(m_mtxBinding);
+    m_lstHandedOver.splice(m_lstHandedOver.end(), _lstOne);
+    const auto itOwn = std::find_if(m_lstOwn.begin(), m_lstOwn.end(),
+                                    [idSelf = std::this_thread::get_id()](const ST_Kept& _stKept)
+                                    { return _stKept.m_idThread == idSelf; });
+    if (itOwn != m_lstOwn.end())
+    {
+        _lstOne.splice(_lstOne.end(), m_lstOwn, itOwn);
+    }
+    return !_lstOne.empty();
+}
+
+/// Hands over until nothing is kept any more; nothing when _funPrintLog is null.
+void CLS_LogBinding::HandOver(PrintLogFun _funPrintLog) noexcept
+{
+    if (_funPrintLog == nullptr)
+    {
+        return;
+    }
+    KeptRecords lstOne;
+    std::uint64_t uiLost = 0;
+    while (TakeOldest(lstOne, uiLost))
+    {
+        if (lstOne.empty())
+        {
+            PrintLoss(_funPrintLog, uiLost);
+        }
+        else
+        {
+            Print(_funPrintLog, lstOne);
+        }
+    }
+}
+
+/// Puts away the record that was handed over and takes the next one, or, behind the last, the count of those
+/// that were lost. False when nothing is left: then the hand-over is over.
+bool CLS_LogBinding::TakeOldest(KeptRecords& _lstOne, std::uint64_t& _uiLost)
+{
+    const CLS_LockGuard lock(m_mtxBinding);
+    m_lstHandedOver.splice(m_lstHandedOver.end(), _lstOne);
+    m_idInHand = std::thread::id();
+    if (!m_lstKept.empty())
+    {
+        _lstOne.splice(_lstOne.end(), m_lstKept, m_lstKept.begin());
+        m_idInHand = _lstOne.front().m_idThread;
+        return true;
+    }
+    _uiLost = std::exchange(m_uiLost, 0);
+    if (_uiLost == 0)
+    {
+        m_idHandsOver = std::thread::id();
+    }
+    return _uiLost > 0;
+}
+
+void CLS_LogBinding::Print(PrintLogFun _funPrintLog, const ST_LogRecord& _stRecord)
+{
+    if (_funPrintLog != nullptr)
+    {
+        _funPrintLog(_stRecord.m_iLevel, _stRecord.m_szModule, _stRecord.m_szFile, _stRecord.m_iLine,
+                     _stRecord.m_szFunction, _stRecord.m_strMessage);
+    }
+}
+
+/// Prints the one record and frees its message, which is not used any more.
+void CLS_LogBinding::Print(PrintLogFun _funPrintLog, KeptRecords& _lstOne)
+{
+    Print(_funPrintLog, _lstOne.front().GetRecord());
+    std::string().swap(_lstOne.front().m_strMessage);
+}
+
+void CLS_LogBinding::PrintLoss(PrintLogFun _funPrintLog, std::uint64_t _uiLost)
+{
+    std::array<char, MOST_DIGITS> arrDigits;
+    const auto stEnd = std::to_chars(arrDigits.data(), arrDigits.data() + arrDigits.size(), _uiLost);
+    const std::size_t uiText = m_strLoss.size();
+    m_strLoss.append(arrDigits.data(), stEnd.ptr);
+    Print(_funPrintLog,
+          {Logger::LOG_LEVEL_ERROR, "Logger", "QuenInclude/CLS_LogBinding", __LINE__, "HandOver", m_strLoss});
+    m_strLoss.resize(uiText);
+}

@@ -1,0 +1,76 @@
+#pragma once
+
+#include "QuenInclude/CLS_LogBinding.h"
+#include "tests/support/LogRecorder.h"
+
+#include <algorithm>
+#include <functional>
+#include <gmock/gmock.h>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+extern "C" void PrintLog(int _iLevel, const char* _szModule, const char* _szFile, int _iLine,
+                         const char* _szFunction, const std::string& _strMessage);
+
+/// A binding whose library is opened by functions of the test.
+class CLS_LogOpeningFixture : public ::testing::Test
+{
+protected:
+    using Functions = CLS_LogBinding::Functions;
+
+    void SetUp() override { Reset(); }
+    void TearDown() override { Reset(); }
+
+    /// The library as it is found by an opening that succeeds.
+    static Functions GetLibrary() { return {{"PrintLog", reinterpret_cast<void*>(&PrintLog)}}; }
+
+    void Say(const std::string& _strText)
+    {
+        m_clsBinding.Emit({2, "Module", "File", 7, "Function", _strText});
+    }
+
+    void SayOnAnotherThread(const std::string& _strText)
+    {
+        std::thread([&] { Say(_strText); }).join();
+    }
+
+    static std::vector<std::string> TakeTexts()
+    {
+        std::vector<std::string> vecTexts;
+        for (const LogRecorder::ST_Record& stRecord : LogRecorder::Take())
+        {
+            vecTexts.push_back(stRecord.m_strMessage);
+        }
+        return vecTexts;
+    }
+
+    /// Calls a function while the record with this text is in "PrintLog", for the first time.
+    static void AtRecord(const std::string& _strText, const std::function<void()>& _funCall)
+    {
+        LogRecorder::SetHook(
+            [_strText, _funCall](const LogRecorder::ST_Record& _stRecord)
+            {
+                if (_stRecord.m_strMessage == _strText)
+                {
+                    LogRecorder::SetHook({});
+                    _funCall();
+                }
+            });
+    }
+
+    /// What the next openings do and find; the last one is done again and again.
+    std::vector<std::function<Functions()>> m_vecOpenings{&CLS_LogOpeningFixture::GetLibrary};
+    std::size_t m_uiOpenings = 0; ///< how often the library was opened
+    CLS_LogBinding m_clsBinding{[this](const std::string&) {
+        return m_vecOpenings[std::min(m_uiOpenings++, m_vecOpenings.size() - 1)]();
+    }};
+
+private:
+    static void Reset()
+    {
+        LogRecorder::SetHook({});
+        LogRecorder::Clear();
+    }
+};

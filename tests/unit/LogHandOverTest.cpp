@@ -1,0 +1,155 @@
+#include "tests/support/LogOpening.h"
+#include "tests/support/Waiting.h"
+
+#include <gmock/gmock.h>
+
+namespace
+{
+using ::testing::ElementsAre;
+
+/// A thread that makes two records during the opening and a third one when it is told to.
+class LogHandOverTest : public CLS_LogOpeningFixture
+{
+protected:
+    void SetUp() override
+    {
+        CLS_LogOpeningFixture::SetUp();
+        m_vecOpenings = {[this]
+                         {
+                             m_thSpeaker = std::thread([this] { Speak(); });
+                             EXPECT_TRUE(m_clsKept.Wait());
+                             return GetLibrary();
+                         }};
+    }
+    void TearDown() override
+    {
+        m_clsMayGoOn.Open();
+        m_thSpeaker.join();
+        CLS_LogOpeningFixture::TearDown();
+    }
+
+    /// Lets the thread make its third record; returns when that is done.
+    void LetGoOn()
+    {
+        m_clsMayGoOn.Open();
+        EXPECT_TRUE(m_clsDone.Wait());
+    }
+
+    CLS_Gate m_clsMayGoOn; ///< for the third record
+    CLS_Gate m_clsDone;    ///< with all three
+
+private:
+    void Speak()
+    {
+        Say("one");
+        Say("two");
+        m_clsKept.Open();
+        if (m_clsMayGoOn.Wait())
+        {
+            Say("three");
+        }
+        m_clsDone.Open();
+    }
+
+    CLS_Gate m_clsKept;
+    std::thread m_thSpeaker;
+};
+
+TEST_F(LogHandOverTest, ALaterRecordDoesNotOvertakeTheKeptOnesOfItsThread)
+{
+    AtRecord("first", [this] { LetGoOn(); });
+    Say("first");
+    EXPECT_THAT(TakeTexts(), ElementsAre("first", "one", "two", "three"));
+    EXPECT_EQ(3U, m_clsBinding.m_lstHandedOver.size());
+}
+
+TEST_F(LogHandOverTest, ALaterRecordIsKeptWhileAnEarlierOneOfItsThreadIsInPrintLog)
+{
+    // The thread does not wait: it comes back while "PrintLog" has its first record.
+    AtRecord("one", [this] { LetGoOn(); });
+    Say("first");
+    EXPECT_THAT(TakeTexts(), ElementsAre("first", "one", "two", "three"));
+}
+
+TEST_F(LogHandOverTest, ARecordOfAThreadWithoutKeptOnesGoesRightToPrintLog)
+{
+    AtRecord("first", [this] { SayOnAnotherThread("at once"); });
+    Say("first");
+    EXPECT_THAT(TakeTexts(), ElementsAre("first", "at once", "one", "two"));
+}
+
+TEST_F(LogHandOverTest, PrintLogMayMakeRecordsItself)
+{
+    AtRecord("one", [this] { Say("within"); });
+    Say("first");
+    EXPECT_THAT(TakeTexts(), ElementsAre("first", "one", "within", "two"));
+}
+
+TEST_F(LogHandOverTest, RecordsThatPrintLogMakesFollowTheKeptOnesOfTheOpeningThread)
+{
+    m_vecOpenings = {[this, funOpen = m_vecOpenings.front()]
+                     {
+                         const Functions mapFuns = funOpen();
+                         Say("at load");
+                         return mapFuns;
+                     }};
+    AtRecord("first", [this] { Say("within"); });
+    Say("first");
+    EXPECT_THAT(TakeTexts(), ElementsAre("first", "at load", "within", "one", "two"));
+}
+
+TEST_F(LogHandOverTest, RecordsThatPrintLogMakesFollowThoseThatTheirThreadHandsOver)
+{
+    CLS_Gate clsOneInPrintLog;
+    CLS_Gate clsHandedOver;
+    const auto funAtOne = [&]
+    {
+        clsOneInPrintLog.Open();
+        EXPECT_TRUE(clsHandedOver.Wait());
+        Say("within");
+    };
+    AtRecord("first",
+             [&]
+             {
+                 AtRecord("one", funAtOne);
+                 m_clsMayGoOn.Open();
+                 EXPECT_TRUE(clsOneInPrintLog.Wait());
+             });
+    Say("first");
+    EXPECT_EQ(std::thread::id(), m_clsBinding.m_idHandsOver);
+    clsHandedOver.Open();
+    EXPECT_TRUE(m_clsDone.Wait());
+    EXPECT_THAT(TakeTexts(), ElementsAre("first", "one", "two", "within", "three"));
+}
+
+TEST_F(LogHandOverTest, AnotherOpeningMeanwhileLeavesItAlone)
+{
+    m_vecOpenings.push_back(&LogHandOverTest::GetLibrary);
+    AtRecord("first", [this] { EXPECT_EQ(nullptr, m_clsBinding.GetFunction("Foo", "")); });
+    Say("first");
+    EXPECT_THAT(TakeTexts(), ElementsAre("first", "one", "two"));
+    EXPECT_EQ(2U, m_uiOpenings);
+}
+
+TEST_F(LogHandOverTest, AnOpeningThatFailsMeanwhileDropsNothing)
+{
+    m_vecOpenings.push_back([] { return Functions(); });
+    AtRecord("first",
+             [this]
+             {
+                 m_clsBinding.GetFunction("Foo", "");
+                 SayOnAnotherThread("late");
+             });
+    Say("first");
+    EXPECT_THAT(TakeTexts(), ElementsAre("first", "one", "two", "late"));
+}
+
+TEST_F(LogHandOverTest, RecordsGoRightToPrintLogWhenItIsOver)
+{
+    Say("first");
+    LetGoOn();
+    EXPECT_THAT(TakeTexts(), ElementsAre("first", "one", "two", "three"));
+    EXPECT_EQ(std::thread::id(), m_clsBinding.m_idHandsOver);
+    EXPECT_TRUE(m_clsBinding.m_lstKept.empty());
+}
+} // namespace
