@@ -124,10 +124,10 @@ void EndByHostAndTask()
     CLS_QuenTaskPool& clsPool = CLS_World::MakePool();
     CLS_Calls clsCalls(clsPool);
     int iOwner = 0;
-    ST_Job& stJob = clsWorld.MakeJob("A", 5ms);
+    ST_Job& stJob = clsWorld.MakeJob("A", 40ms);
     stJob.m_funWork = [&] { clsCalls.CallAsTask(funTask); };
     clsWorld.Submit(clsPool, stJob, &iOwner);
-    std::this_thread::sleep_for(1ms + 2ms * CLS_World::Choose(4));
+    std::this_thread::sleep_for(20ms * (1 + CLS_World::Choose(3)));
     CLS_World::GiveWay();
     clsCalls.CallAsHost(funHost);
     clsCalls.WaitForAll(2);
