@@ -242,36 +242,29 @@ inline IsDue(t, found, due) /* CLS_LoopEntry::IsDue */
     fi
 }
 
-/* Without memory the queue cannot grow: the task waits no longer. */
-inline FailToQueue(t) /* CLS_Task::UndoWaiting */
-{
-    pushFailed = true;
-    if
-    :: status[t] == TASK_STATUS_WAITING -> StoreStatus(t, TASK_STATUS_IDLE)
-    :: else
-    fi
-}
-
 inline AddWaitingTasks(t, found) /* CLS_QuenTaskPool::AddWaitingTasks */
 {
     atomic {
         GetTask(t, found);
-#ifndef BROKEN_QUEUED_BEFORE_WAITING
         if
-        :: found -> StoreStatus(t, TASK_STATUS_WAITING)
+        :: found && !cancels && !pushFailed ->
+            /* No memory for the entry: the task is as it was. */
+            pushFailed = true;
+            Release(t);
+            found = false
+        :: found ->
+#ifndef BROKEN_QUEUED_BEFORE_WAITING
+            StoreStatus(t, TASK_STATUS_WAITING)
+#else
+            skip
+#endif
         :: else
         fi
-#endif
     };
     if
     :: found ->
         assert(age[t] >= interval[t]);
-        atomic {
-            if
-            :: AddToQueue(t)
-            :: !cancels && !pushFailed -> FailToQueue(t)
-            fi
-        };
+        atomic { AddToQueue(t) };
 #ifdef BROKEN_QUEUED_BEFORE_WAITING
         StoreStatus(t, TASK_STATUS_WAITING);
 #endif

@@ -169,7 +169,7 @@ active proctype Host()
     EndServiceThreads(); /* CLS_QuenTaskPool::UnInit */
     StopBoundTasks();
     EndWorkers();
-    atomic { /* DestroyInstance */
+    atomic { /* CLS_QuenTaskPool::DestroyInstance */
         assert(idleCount == 0 && !known[0] && !known[1]);
         for (i : 0 .. TASKS - 1) {
             cancelled[i] = !overran[i]
