@@ -26,6 +26,18 @@ endif()
 target_compile_options(zel_compiler INTERFACE
   "$<$<CONFIG:Release,MinSizeRel>:-ffile-prefix-map=${PROJECT_BINARY_DIR}=build;-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.>")
 
+if(APPLE)
+  # The debug symbols ship apart. They name the sources below a root, which a debugger maps to a checkout.
+  target_compile_options(zel_compiler INTERFACE
+    "$<$<CONFIG:Release,MinSizeRel>:-fdebug-prefix-map=${PROJECT_SOURCE_DIR}=/${PROJECT_NAME}>"
+    "$<$<AND:$<CONFIG:Release,MinSizeRel>,$<BOOL:${ZEL_MACOS_SDK}>>:-fdebug-prefix-map=${ZEL_MACOS_SDK}=/macos-sdk>")
+  # An ad hoc signature in both parts of a universal file. It names no identity, but shows that the file is whole.
+  add_link_options(LINKER:-adhoc_codesign)
+  # A linked file names its objects for dsymutil, here without the build folder and without their times.
+  add_link_options("$<$<CONFIG:Release,MinSizeRel>:LINKER:-oso_prefix,${PROJECT_BINARY_DIR}/>")
+  set(CMAKE_CXX_LINKER_LAUNCHER "${CMAKE_COMMAND}" -E env ZERO_AR_DATE=1)
+endif()
+
 if(ZEL_SANITIZE)
   target_compile_options(zel_compiler INTERFACE
     -fsanitize=${ZEL_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)

@@ -17,6 +17,15 @@ install(DIRECTORY QuenPlugins/ZelTaskPool
   DESTINATION "${ZEL_INSTALL_INCLUDEDIR}/QuenPlugins" COMPONENT development
   FILES_MATCHING PATTERN "*.h" PATTERN "TaskPoolRecord.h" EXCLUDE)
 
+# The pages, and what they point at, under the paths that they have here.
+set(ZEL_INSTALL_DOCUMENTATION "${CMAKE_INSTALL_DATADIR}/doc/${PROJECT_NAME}")
+install(FILES README.md CHANGELOG.md SECURITY.md
+  DESTINATION "${ZEL_INSTALL_DOCUMENTATION}" COMPONENT documentation)
+install(DIRECTORY docs examples
+  DESTINATION "${ZEL_INSTALL_DOCUMENTATION}" COMPONENT documentation)
+install(DIRECTORY tests/consumer
+  DESTINATION "${ZEL_INSTALL_DOCUMENTATION}/tests" COMPONENT documentation)
+
 configure_package_config_file(cmake/package/ZelTaskPoolConfig.cmake.in "${PROJECT_BINARY_DIR}/ZelTaskPoolConfig.cmake"
   INSTALL_DESTINATION "${ZEL_INSTALL_CMAKEDIR}"
   NO_SET_AND_CHECK_MACRO)

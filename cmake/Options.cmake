@@ -4,6 +4,7 @@ option(ZEL_BUILD_EXAMPLES "Build the example host and the example logging librar
 option(ZEL_BUILD_FUZZERS "Build the fuzzers; for clang, see the preset \"fuzz\"" OFF)
 option(ZEL_BUILD_BENCHMARKS "Build the benchmarks; see the preset \"bench\"" OFF)
 option(ZEL_WERROR "Treat every compiler warning as an error" OFF)
+option(ZEL_INSTALL_LOG_LIBRARY "Install the example logging library, too; programs that find it get records" OFF)
 
 option(ZEL_CHECK_POOL_LOCKS "End the process when a thread takes a second one of the pool's locks" OFF)
 option(ZEL_COVERAGE "Count what is executed (clang); scripts/coverage.sh reports it" OFF)

@@ -42,7 +42,7 @@ install_debian()
             qtbase5-dev)
     fi
     if [ "${1:-}" = package ]; then
-        packages+=(dpkg-dev file git lintian mmdebstrap pkg-config uidmap)
+        packages+=(dpkg-dev file git lintian mmdebstrap pkg-config python3 uidmap)
     fi
     if [ "${1:-}" = abi ]; then
         packages+=(abigail-tools)
@@ -70,6 +70,9 @@ install_macos()
     local formulas=(cmake ninja googletest spdlog cli11 nlohmann-json openssl@3 coreutils)
     if [ "${1:-}" = bench ]; then
         formulas+=(google-benchmark pkg-config boost glib libuv poco python-matplotlib qt tbb)
+    fi
+    if [ "${1:-}" = package ]; then
+        formulas+=(gnu-tar pkg-config)
     fi
     if [ "${1:-}" = pictures ]; then
         formulas+=(python-matplotlib)

@@ -70,6 +70,10 @@ def check_loads(report, library):
         macho.text_at(body, 12) for body in library.of(macho.LC_RPATH)))
 
 
+def check_signature(report, library):
+    report.compare("what the signature does not match", "none", listing(library.signature_faults()))
+
+
 def check_memory(report, library):
     segments = library.segments()
     report.compare("writable code", "none", listing(segment.name for segment in segments if segment.changes_code))
@@ -122,6 +126,7 @@ def main():
         report = Report()
         check_identity(report, library, arguments)
         check_loads(report, library)
+        check_signature(report, library)
         check_memory(report, library)
         check_exports(report, library, arguments.exports)
         check_imports(report, library, arguments.imports)

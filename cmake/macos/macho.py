@@ -1,4 +1,5 @@
-"""Reads what a loader needs to know of a macOS library: load commands, imports, exports, places of fixups."""
+"""Reads what a loader needs to know of a macOS library: load commands, imports, exports, places of fixups, signature."""
+import hashlib
 import struct
 from collections import namedtuple
 
@@ -15,6 +16,8 @@ LC_SYMTAB = 0x2
 LC_LOAD_DYLIB = 0xC
 LC_ID_DYLIB = 0xD
 LC_SEGMENT_64 = 0x19
+LC_UUID = 0x1B
+LC_CODE_SIGNATURE = 0x1D
 LC_LAZY_LOAD_DYLIB = 0x20
 LC_DYLD_INFO = 0x22
 LC_VERSION_MIN_MACOSX = 0x24
@@ -34,6 +37,12 @@ PROTECTION_WRITE = 2
 PROTECTION_EXECUTE = 4
 SECTION_HAS_RELOCATIONS = 0x300
 EXPORT_IS_REEXPORT = 0x8
+SYMBOL_IS_FOR_DEBUGGERS = 0xE0
+SYMBOL_IS_EXTERNAL = 0x1
+MAGIC_SIGNATURE = 0xFADE0CC0
+MAGIC_CODE_DIRECTORY = 0xFADE0C02
+CODE_DIRECTORY_HASH_LENGTH = 36
+HASH_SHA256 = 2
 
 Dylib = namedtuple("Dylib", "name current compatibility")
 Segment = namedtuple("Segment", "name changes_code has_relocations")
@@ -173,6 +182,22 @@ def read_exports(data):
     return exports
 
 
+def code_directory(signature):
+    """The part of a signature that lists the hashes of the pages; of several, the one with the longest hashes."""
+    magic, _, count = struct.unpack_from(">3I", signature)
+    if magic != MAGIC_SIGNATURE:
+        raise ValueError("the signature is none")
+    directories = []
+    for i in range(count):
+        _, offset = struct.unpack_from(">2I", signature, 12 + 8 * i)
+        kind, size = struct.unpack_from(">2I", signature, offset)
+        if kind == MAGIC_CODE_DIRECTORY:
+            directories.append(signature[offset : offset + size])
+    if not directories:
+        raise ValueError("the signature has no hashes")
+    return max(directories, key=lambda directory: directory[CODE_DIRECTORY_HASH_LENGTH])
+
+
 class MachO:
     """The part of a library's file that is for one architecture."""
 
@@ -250,6 +275,36 @@ class MachO:
             offset, size = struct.unpack_from("<2I", body, 8)
             return self.data[offset : offset + size]
         return b""
+
+    def uuid(self):
+        return "".join(body[8:24].hex() for body in self.of(LC_UUID))
+
+    def private_symbols(self):
+        """The names that only a debugger reads, those of object files included."""
+        symbols, count, texts, _ = struct.unpack_from("<4I", self.of(LC_SYMTAB)[0], 8)
+        result = []
+        for i in range(count):
+            name, kind = struct.unpack_from("<IB", self.data, symbols + 16 * i)
+            if kind & SYMBOL_IS_FOR_DEBUGGERS or not kind & SYMBOL_IS_EXTERNAL:
+                result.append(text_at(self.data, texts + name))
+        return result
+
+    def signature_faults(self):
+        """What of the file is not as it was when it was signed."""
+        places = self.of(LC_CODE_SIGNATURE)
+        if not places:
+            return ["no signature"]
+        offset, size = struct.unpack_from("<2I", places[0], 8)
+        directory = code_directory(self.data[offset : offset + size])
+        hashes, _, _, pages, end, length, kind, _, page = struct.unpack_from(">5I4B", directory, 16)
+        if (kind, length) != (HASH_SHA256, hashlib.sha256().digest_size):
+            return ["hashes of kind %d" % kind]
+        starts = range(0, end, 1 << page)
+        if (end, pages) != (offset, len(starts)):
+            return ["%d pages up to %#x are signed, and not %d up to %#x" % (pages, end, len(starts), offset)]
+        return ["page %#x" % start for i, start in enumerate(starts)
+                if hashlib.sha256(self.data[start : min(start + (1 << page), end)]).digest()
+                != directory[hashes + length * i : hashes + length * (i + 1)]]
 
     def exports(self):
         return read_exports(self.tables()[4])

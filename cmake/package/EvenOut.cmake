@@ -3,6 +3,8 @@
 
 execute_process(COMMAND find "${CPACK_TEMPORARY_DIRECTORY}" -type d -exec chmod 755 {} + COMMAND_ERROR_IS_FATAL ANY)
 if(DEFINED ENV{SOURCE_DATE_EPOCH})
-  execute_process(COMMAND find "${CPACK_TEMPORARY_DIRECTORY}" -exec touch -h -d "@$ENV{SOURCE_DATE_EPOCH}" {} +
+  # As every system's "touch -d" takes it.
+  string(TIMESTAMP TIME "%Y-%m-%dT%H:%M:%SZ" UTC)
+  execute_process(COMMAND find "${CPACK_TEMPORARY_DIRECTORY}" -exec touch -h -d "${TIME}" {} +
     COMMAND_ERROR_IS_FATAL ANY)
 endif()

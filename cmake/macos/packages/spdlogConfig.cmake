@@ -1,8 +1,12 @@
-# spdlog for the cross-build: nothing but headers, which make-packages.sh has linked into the SDK.
+# spdlog for the cross-build, and for universal files on a Mac: nothing but headers, for its libraries are built for
+# one processor. make-sdk.sh has linked them into the SDK; on a Mac they are Homebrew's.
 set(spdlog_FOUND FALSE)
-if(EXISTS "${CMAKE_OSX_SYSROOT}/usr/local/include/spdlog")
+find_path(ZEL_SPDLOG_INCLUDE NAMES spdlog/spdlog.h)
+find_path(ZEL_FMT_INCLUDE NAMES fmt/format.h)
+mark_as_advanced(ZEL_SPDLOG_INCLUDE ZEL_FMT_INCLUDE)
+if(ZEL_SPDLOG_INCLUDE AND ZEL_FMT_INCLUDE)
   set(spdlog_FOUND TRUE)
   add_library(spdlog::spdlog INTERFACE IMPORTED)
-  target_include_directories(spdlog::spdlog INTERFACE "${CMAKE_OSX_SYSROOT}/usr/local/include")
+  target_include_directories(spdlog::spdlog INTERFACE "${ZEL_SPDLOG_INCLUDE}" "${ZEL_FMT_INCLUDE}")
   target_compile_definitions(spdlog::spdlog INTERFACE SPDLOG_HEADER_ONLY SPDLOG_FMT_EXTERNAL FMT_HEADER_ONLY)
 endif()

@@ -83,6 +83,18 @@ class FaultyLibraryTest(unittest.TestCase):
         self.assertEqual((2, ""), (result.returncode, result.stdout))
         self.assertIn("cannot be read: it is cut off", result.stderr)
 
+    def test_a_byte_that_changed_after_the_signing_is_noticed(self):
+        with open(os.path.join(FOLDER, "run-path", "libZelTaskPool.dylib"), "rb") as file:
+            data = bytearray(file.read())
+        data[0x2345] ^= 1
+        with tempfile.TemporaryDirectory() as folder:
+            path = os.path.join(folder, "libZelTaskPool.dylib")
+            with open(path, "wb") as file:
+                file.write(data)
+            result = check(path)
+        self.assertEqual(("", 1), (result.stderr, result.returncode))
+        self.assertIn("what the signature does not match: page 0x2000 instead of none", wrong_lines("", result.stdout))
+
     def test_a_file_of_another_kind_is_refused(self):
         result = check(__file__)
         self.assertEqual((2, ""), (result.returncode, result.stdout))

@@ -1,0 +1,100 @@
+# Makes and tries the packages for Linux. Read by scripts/package.sh.
+
+packages=$root/build/packages
+rm -rf "$packages"
+
+# A cache would give the second build what the first one made.
+export CCACHE_DISABLE=1
+unset CMAKE_CXX_COMPILER_LAUNCHER
+
+make_packages()
+{
+    cd "$1" &&
+        cmake --preset package &&
+        cmake --build --preset package -j "$jobs" &&
+        cpack --config build/package/CPackConfig.cmake -B packages
+}
+
+# build FOLDER: copies the sources there and makes the packages.
+build()
+{
+    copy_sources "$1"
+    (checked "$1.log" make_packages "$1")
+    (cd "$1" && sha256sum build/package/bin/libZelTaskPool.so.*.*.* packages/*.*) >"$1.sums"
+}
+
+echo "Two builds in different folders, languages and time zones"
+first=$work/first second=$work/second-folder-with-a-longer-name
+(export LC_ALL=C TZ=UTC && build "$first")
+(export LC_ALL=C.UTF-8 TZ=Asia/Tokyo && build "$second")
+compare "$first.sums" "$second.sums"
+mkdir "$packages"
+cp "$first"/packages/*.* "$packages"
+write_sums "$packages"
+
+echo "lintian"
+allow_root=()
+[ "$(id -u)" -ne 0 ] || allow_root=(--allow-root)
+lintian "${allow_root[@]}" --no-cfg --fail-on error "$packages"/*.deb
+
+# expect TEXT COMMAND...: the command prints this and nothing else.
+expect()
+{
+    local wanted=$1 printed
+    shift
+    printed=$("$@" 2>&1) || fail "$* has failed: $printed"
+    [ "$printed" = "$wanted" ] || fail "$* printed \"$printed\" instead of \"$wanted\""
+    echo "  $(grep 'squares' <<<"$printed")"
+}
+no_log="load dll - libZelLog.dylib
+load dll [libZelLog.dylib] fail !!! libZelLog.dylib: cannot open shared object file: No such file or directory"
+linked="$no_log
+linked: sum of 10 squares 285, workers yes"
+opened="opened: sum of 10 squares 285
+$no_log"
+
+# use PREFIX FOLDER: builds the other project against what is installed there, and runs its programs.
+use()
+{
+    local prefix=$1 folder=$2 flags
+    checked "$folder.log" configure "$prefix" "$folder"
+    checked "$folder.log" cmake --build "$folder" -j "$jobs"
+    expect "$linked" "$folder/linked"
+    expect "$opened" "$folder/opened" "$prefix/lib/libZelTaskPool.so"
+    found_flags "$prefix"
+    g++ -std=c++17 "${warnings[@]}" "$consumer/Linked.cpp" -o "$folder/found" "${flags[@]}"
+    expect "$linked" env LD_LIBRARY_PATH="$prefix/lib" "$folder/found"
+}
+
+echo "Another project, with what \"cmake --install\" has put into a folder: linked, opened, found by pkg-config"
+cmake --install "$first/build/package" --prefix "$work/prefix" >/dev/null
+use "$work/prefix" "$work/consumer"
+check_headers "$work/prefix" g++
+refuse "$work/prefix" 1.1
+refuse "$work/prefix" 2.0
+
+echo "The same after the folder was moved"
+mkdir "$work/elsewhere"
+mv "$work/prefix" "$work/elsewhere/moved"
+use "$work/elsewhere/moved" "$work/consumer-moved"
+
+echo "The same with the files of the Debian packages"
+for package in "$packages"/*.deb; do
+    dpkg-deb --extract "$package" "$work/extracted"
+done
+use "$work/extracted/usr" "$work/consumer-extracted"
+
+echo "The Debian packages in a system with nothing but what they ask for"
+export linked opened
+brought=("$packages"/*.deb "$work/consumer-extracted/found" "$work/consumer-extracted/opened")
+# In single quotes is what its own shell replaces; $1 is the root.
+mmdebstrap --quiet --variant=apt --format=null \
+    --customize-hook="copy-in ${brought[*]@Q} /tmp" \
+    --customize-hook='chroot "$1" sh -c "apt-get install -qq -y --no-install-recommends /tmp/*.deb"' \
+    --customize-hook='test "$(chroot "$1" /tmp/found 2>&1)" = "$linked"' \
+    --customize-hook='test "$(chroot "$1" /tmp/opened 2>&1)" = "$opened"' \
+    bookworm - >"$work/root.log" 2>&1 || {
+    tail -n 30 "$work/root.log" >&2
+    fail "the packages do not work in a clean system"
+}
+echo "  both programs work"
