@@ -171,13 +171,14 @@ bool CLS_LogBinding::PrintOrKeep(const ST_LogRecord& _stRecord)
     PrintLogFun funPrintLog = nullptr;
     {
         const CLS_LockGuard lock(m_mtxBinding);
-        const std::thread::id idSelf = std::this_thread::get_id();
-        // The thread that hands over is itself inside "PrintLog" when it gets here.
-        const bool bInHand = m_idInHand == idSelf && m_idHandsOver != idSelf;
-        if (!m_bBound || bInHand)
+        if (!m_bBound)
         {
             Keep(lstOne);
-            return m_bBound;
+            return false;
+        }
+        if (HoldBack(lstOne))
+        {
+            return true;
         }
         funPrintLog = m_funPrintLog;
         ReserveOwn();
@@ -214,6 +215,23 @@ void CLS_LogBinding::Keep(KeptRecords& _lstOne)
         return;
     }
     m_lstKept.splice(m_lstKept.end(), _lstOne);
+}
+
+/// Keeps the record if another thread is in "PrintLog" with an earlier one of the calling thread. Not for
+/// ever: a thread that records faster than "PrintLog" prints would keep the one that hands over busy. Nor
+/// without memory, for a record that arrives too early is better than none.
+bool CLS_LogBinding::HoldBack(KeptRecords& _lstOne)
+{
+    const std::thread::id idSelf = std::this_thread::get_id();
+    // The thread that hands over is itself inside "PrintLog" when it gets here.
+    const bool bInHand = m_idInHand == idSelf && m_idHandsOver != idSelf;
+    if (!bInHand || _lstOne.empty() || m_uiHeldBack >= MOST_KEPT)
+    {
+        return false;
+    }
+    ++m_uiHeldBack;
+    m_lstKept.splice(m_lstKept.end(), _lstOne);
+    return true;
 }
 
 /// Leaves the calling thread's records to itself. All of them at once: none is in hand while it prints
@@ -286,6 +304,7 @@ bool CLS_LogBinding::TakeOldest(KeptRecords& _lstOne, std::uint64_t& _uiLost)
     if (_uiLost == 0)
     {
         m_idHandsOver = std::thread::id();
+        m_uiHeldBack = 0;
     }
     return _uiLost > 0;
 }

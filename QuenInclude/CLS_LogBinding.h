@@ -32,10 +32,12 @@ struct ST_LogRecord
 /// The records of one thread keep their order. A record that is made during the hand-over goes to "PrintLog"
 /// on its own thread, after the earlier ones of that thread, which that thread then hands over itself. Only
 /// while another thread is in "PrintLog" with one of them, the new record is kept as well. So records of
-/// different threads may change places during the hand-over.
+/// different threads may change places during the hand-over. When MOST_KEPT records have been kept in this
+/// way, or memory runs out, a new one may overtake the one in "PrintLog". None of them is lost.
 ///
-/// In a process that was forked during the opening or the hand-over, the thread that would go on with it is
-/// missing. Its records are kept up to the limit and then only counted; no thread waits there, either.
+/// In a process that was forked during the opening, the thread that would go on with it is missing. Its
+/// records are kept up to the limit and then only counted. One that was forked during the hand-over prints
+/// its own records and not the kept ones of other threads. No thread waits there, either.
 ///
 /// Thread-safe. Kept on the heap for good, for late threads log while the process exits.
 class CLS_LogBinding
@@ -82,6 +84,7 @@ private:
     PrintLogFun Bind(const std::string& _strDirectory) ZEL_EXCLUDES(m_mtxBinding);
     bool PrintOrKeep(const ST_LogRecord& _stRecord) ZEL_EXCLUDES(m_mtxBinding);
     void Keep(KeptRecords& _lstOne) ZEL_REQUIRES(m_mtxBinding);
+    bool HoldBack(KeptRecords& _lstOne) ZEL_REQUIRES(m_mtxBinding);
     void ReserveOwn() ZEL_REQUIRES(m_mtxBinding);
     bool TakeOwn(KeptRecords& _lstOne) ZEL_EXCLUDES(m_mtxBinding);
     void HandOver(PrintLogFun _funPrintLog) noexcept ZEL_EXCLUDES(m_mtxBinding);
@@ -106,6 +109,8 @@ private:
     std::thread::id m_idHandsOver ZEL_GUARDED_BY(m_mtxBinding);
     /// The thread whose record it has in hand.
     std::thread::id m_idInHand ZEL_GUARDED_BY(m_mtxBinding);
+    /// How many records the hand-over in progress has held back: see HoldBack.
+    std::size_t m_uiHeldBack ZEL_GUARDED_BY(m_mtxBinding) = 0;
     /// What was handed over. A logging library may go on using all texts but the message.
     KeptRecords m_lstHandedOver ZEL_GUARDED_BY(m_mtxBinding);
     /// The text of the record about lost ones, with room for the number: making it needs no memory. For the

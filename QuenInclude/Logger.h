@@ -34,10 +34,10 @@ void* GetModuleFun(const std::string& _strFunction, const std::string& _strDirec
 ///
 /// A record belongs to one thread. It holds no lock while "PrintLog" runs, and takes as long as that does.
 /// The record that opens the logging library also hands over those that other threads make meanwhile; they
-/// wait for nothing. Bound: CLS_LogBinding::MOST_KEPT calls of "PrintLog", and one for each record that a
-/// thread adds while an earlier one of its own is in "PrintLog". An exception during emission ends the
-/// process, as one out of any destructor does; so a text whose making may throw is made before its record.
-/// Numbers are written the classic way, whatever the host's locale.
+/// wait for nothing. Bound: twice CLS_LogBinding::MOST_KEPT calls of "PrintLog", and one for the count of
+/// lost records. An exception during emission ends the process, as one out of any destructor does; so a text
+/// whose making may throw is made before its record. Numbers are written the classic way, whatever the host's
+/// locale.
 class LogMessageStream : public std::ostringstream
 {
 public:

@@ -129,8 +129,7 @@ public:
     /// - the service threads, about 200 ms;
     /// - each running task, up to 9 seconds;
     /// - then for all that no StopTask can wait for, up to 9 seconds together: runs of removed tasks, and
-    /// jobs
-    ///   that a host gave to a worker with CLS_TaskThread::AddFunction.
+    ///   jobs that a host gave to a worker with CLS_TaskThread::AddFunction.
     ///
     /// A run or a job that outlasts this is left behind: its worker touches nothing of the pool, ends when
     /// the run does, and keeps the library loaded.

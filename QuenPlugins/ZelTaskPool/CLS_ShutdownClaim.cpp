@@ -91,3 +91,13 @@ void CLS_ShutdownClaim::RemoveThread(const CLS_QuenTaskPool* _pPool, std::thread
     const CLS_LockGuard lock(stPools.m_mtxPools);
     stPools.m_mapPools.find(_pPool)->second->m_setThreads.erase(_idThread);
 }
+
+void CLS_ShutdownClaim::RemoveOwnThread()
+{
+    ST_Pools& stPools = GetPools();
+    const CLS_LockGuard lock(stPools.m_mtxPools);
+    for (const auto& [pPool, pLife] : stPools.m_mapPools)
+    {
+        pLife->m_setThreads.erase(std::this_thread::get_id());
+    }
+}

@@ -58,6 +58,9 @@ public:
     /// The thread is about to end: its id may become another thread's.
     static void RemoveThread(const CLS_QuenTaskPool* _pPool, std::thread::id _idThread);
 
+    /// The same for the calling thread, whose pool may be gone, or may yet be ending.
+    static void RemoveOwnThread();
+
 private:
     /// What is known about a pool. Guarded by ST_Pools::m_mtxPools. A thread that waits for a shutdown keeps
     /// it beyond the pool.

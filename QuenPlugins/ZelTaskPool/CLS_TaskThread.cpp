@@ -1,6 +1,7 @@
 #include "QuenPlugins/ZelTaskPool/CLS_TaskThread.h"
 
 #include "QuenInclude/Util.h"
+#include "QuenPlugins/ZelTaskPool/CLS_ShutdownClaim.h"
 #include "QuenPlugins/ZelTaskPool/TaskPoolRecord.h"
 
 #include <algorithm>
@@ -35,7 +36,8 @@ void CLS_TaskThread::RunThread()
     FunTask();
     if (m_clsRunGate.IsAbandoned())
     {
-        // The pool is gone and nobody else knows this worker.
+        // Nobody else knows this worker. Its pool may be gone, or still be ending others.
+        CLS_ShutdownClaim::RemoveOwnThread();
         m_pThread->detach();
         delete this;
     }

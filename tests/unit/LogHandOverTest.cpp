@@ -1,7 +1,10 @@
+#include "tests/support/FailingMemory.h"
 #include "tests/support/LogOpening.h"
 #include "tests/support/Waiting.h"
 
+#include <condition_variable>
 #include <gmock/gmock.h>
+#include <mutex>
 
 namespace
 {
@@ -151,5 +154,114 @@ TEST_F(LogHandOverTest, RecordsGoRightToPrintLogWhenItIsOver)
     EXPECT_THAT(TakeTexts(), ElementsAre("first", "one", "two", "three"));
     EXPECT_EQ(std::thread::id(), m_clsBinding.m_idHandsOver);
     EXPECT_TRUE(m_clsBinding.m_lstKept.empty());
+}
+
+/// A thread that makes two records during the opening, and then one whenever it is told to.
+class LogHandOverSpeakerTest : public CLS_LogOpeningFixture
+{
+protected:
+    void SetUp() override
+    {
+        CLS_LogOpeningFixture::SetUp();
+        m_vecOpenings = {[this]
+                         {
+                             SayAsTheSpeaker("one");
+                             SayAsTheSpeaker("two");
+                             return GetLibrary();
+                         }};
+    }
+    void TearDown() override
+    {
+        Tell([this] { m_bEnd = true; });
+        m_thSpeaker.join();
+        CLS_LogOpeningFixture::TearDown();
+    }
+
+    /// Returns when the record is made.
+    void SayAsTheSpeaker(const std::string& _strText)
+    {
+        Tell([&] { Say(_strText); });
+    }
+
+    void Tell(const std::function<void()>& _funOrder)
+    {
+        std::unique_lock<std::mutex> lock(m_mtxOrder);
+        m_funOrder = _funOrder;
+        m_cvOrder.notify_all();
+        EXPECT_TRUE(m_cvOrder.wait_for(lock, WAIT_LIMIT, [this] { return !m_funOrder; }));
+    }
+
+private:
+    void Obey()
+    {
+        std::unique_lock<std::mutex> lock(m_mtxOrder);
+        while (!m_bEnd)
+        {
+            m_cvOrder.wait(lock, [this] { return static_cast<bool>(m_funOrder); });
+            m_funOrder();
+            m_funOrder = nullptr;
+            m_cvOrder.notify_all();
+        }
+    }
+
+    std::mutex m_mtxOrder; ///< guards the order, and is held while it is carried out
+    std::condition_variable m_cvOrder;
+    std::function<void()> m_funOrder;
+    bool m_bEnd = false;
+
+protected:
+    std::thread m_thSpeaker{[this] { Obey(); }};
+};
+
+TEST_F(LogHandOverSpeakerTest, RecordsThatAThreadMakesFasterThanPrintLogPrintsAreNotLost)
+{
+    constexpr std::size_t LATE = 2 * CLS_LogBinding::MOST_KEPT + 5;
+    AtRecord("one",
+             [this]
+             {
+                 for (std::size_t i = 0; i < LATE; ++i)
+                 {
+                     SayAsTheSpeaker(std::to_string(i));
+                 }
+             });
+    Say("first");
+    std::vector<std::string> vecExpected{"first", "one", "two"};
+    for (std::size_t i = 0; i < LATE; ++i)
+    {
+        vecExpected.push_back(std::to_string(i));
+    }
+    EXPECT_EQ(vecExpected, TakeTexts());
+}
+
+TEST_F(LogHandOverSpeakerTest, AThreadThatGoesOnRecordingDoesNotKeepTheHandOverBusyForEver)
+{
+    constexpr std::size_t LIMIT = 3 * CLS_LogBinding::MOST_KEPT;
+    const std::thread::id idSelf = std::this_thread::get_id();
+    std::size_t uiHandedOver = 0;
+    LogRecorder::SetHook(
+        [&, idSelf](const LogRecorder::ST_Record& _stRecord)
+        {
+            // With each of its records that is handed over, the thread makes another one.
+            if (std::this_thread::get_id() == idSelf && _stRecord.m_strMessage != "first" &&
+                ++uiHandedOver < LIMIT)
+            {
+                SayAsTheSpeaker("more");
+            }
+        });
+    Say("first");
+    EXPECT_LE(uiHandedOver, CLS_LogBinding::MOST_KEPT + 2);
+}
+
+TEST_F(LogHandOverSpeakerTest, ARecordWithoutMemoryIsNotLostWhileAnEarlierOneIsInPrintLog)
+{
+    AtRecord("one",
+             [this]
+             {
+                 FailingMemory::FailAt(1, m_thSpeaker.get_id());
+                 SayAsTheSpeaker("late");
+                 EXPECT_TRUE(FailingMemory::Stop());
+             });
+    Say("first");
+    EXPECT_THAT(TakeTexts(), ElementsAre("first", "one", "two", "late"));
 }
 } // namespace

@@ -1,3 +1,4 @@
+#include "QuenPlugins/ZelTaskPool/CLS_ShutdownClaim.h"
 #include "tests/unit/ShutdownFixture.h"
 
 #include <list>
@@ -340,6 +341,37 @@ TEST_F(PoolShutdownHostileTest, AHostsJobThatRunsATaskLeavesThePoolAloneAfterIts
     EXPECT_TRUE(clsOver.Wait());
     EXPECT_TRUE(WaitForThreads(m_iThreads));
     EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
+}
+
+TEST_F(PoolShutdownHostileTest, AWorkerThatWasLeftBehindIsNoThreadOfThePoolOnceItHasEnded)
+{
+    CLS_QuenTaskPool& clsPool = MakePool();
+    std::shared_ptr<CLS_ShutdownClaim::ST_Life> pLife;
+    {
+        CLS_ShutdownClaim::ST_Pools& stPools = CLS_ShutdownClaim::GetPools();
+        const CLS_LockGuard lock(stPools.m_mtxPools);
+        pLife = stPools.m_mapPools.at(&clsPool);
+    }
+    CLS_TaskThread* const pThread = clsPool.CreateTaskThread();
+    const std::thread::id idThread = pThread->GetThreadId();
+    const auto pRun = std::make_shared<ST_HeldRun>();
+    pThread->AddFunction(
+        [pRun](CLS_TaskThread*)
+        {
+            pRun->m_clsStarted.Open();
+            EXPECT_TRUE(pRun->m_clsMayEnd.Wait());
+        });
+    ASSERT_TRUE(pRun->m_clsStarted.Wait());
+    EXPECT_FALSE(pThread->GetRunGate().Close(std::chrono::steady_clock::now()));
+    // While the pool is still ending, the id may become that of a host's thread, which must wait.
+    clsPool.ForgetWorker(pThread);
+    pRun->m_clsMayEnd.Open();
+    EXPECT_TRUE(WaitForThreads(m_iThreads + SERVICE_THREADS));
+    {
+        const CLS_LockGuard lock(CLS_ShutdownClaim::GetPools().m_mtxPools);
+        EXPECT_FALSE(pLife->IsOwnThread(idThread));
+    }
+    clsPool.UnInit();
 }
 
 struct ST_End
