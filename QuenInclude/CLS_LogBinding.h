@@ -53,7 +53,9 @@ public:
     /// So many records are kept at most.
     static constexpr std::size_t MOST_KEPT = 1000;
 
+    /// Opens nothing yet. std::bad_alloc passes.
     explicit CLS_LogBinding(Opener _funOpen);
+    /// Drops what is kept. No other thread uses the object any more.
     ~CLS_LogBinding();
     CLS_LogBinding(const CLS_LogBinding&) = delete;
     CLS_LogBinding& operator=(const CLS_LogBinding&) = delete;

@@ -279,6 +279,7 @@ private:
     std::uint64_t m_uiSeenListChanges = 0;
     std::uint64_t m_uiSeenIntervalChanges = 0;
 
-    /// Ids that wait for a worker behind those of m_vecWaitingTasks, which had no memory to grow.
+    /// Ids that wait for a worker behind those of m_vecWaitingTasks, which had no memory to grow. Newest
+    /// first.
     std::forward_list<std::string> m_lstWaitingOverflow ZEL_GUARDED_BY(m_mtxWaitingTasks);
 };

@@ -141,12 +141,7 @@ void CLS_QuenTaskPool::AppendWaitingTask(std::forward_list<std::string>& _lstTas
             // The id is where it was.
         }
     }
-    auto itLast = m_lstWaitingOverflow.before_begin();
-    while (std::next(itLast) != m_lstWaitingOverflow.end())
-    {
-        ++itLast;
-    }
-    m_lstWaitingOverflow.splice_after(itLast, _lstTaskId);
+    m_lstWaitingOverflow.splice_after(m_lstWaitingOverflow.before_begin(), _lstTaskId);
 }
 
 void CLS_QuenTaskPool::FunTaskingThread()
@@ -171,6 +166,7 @@ void CLS_QuenTaskPool::DispatchPass()
 {
     std::forward_list<std::string> lstOverflow;
     std::vector<std::string> vecBatch = TakeWaitingTasks(lstOverflow);
+    lstOverflow.reverse();
     std::size_t iUndispatched =
         vecBatch.size() + static_cast<std::size_t>(std::distance(lstOverflow.begin(), lstOverflow.end()));
     for (std::string& strTaskId : vecBatch)
@@ -190,7 +186,7 @@ void CLS_QuenTaskPool::DispatchPass()
 }
 
 /// Waits for something to be queued, or for the pool's end, and takes the whole queue: first what is
-/// returned, then _lstOverflow.
+/// returned, then _lstOverflow from its end.
 std::vector<std::string> CLS_QuenTaskPool::TakeWaitingTasks(std::forward_list<std::string>& _lstOverflow)
 {
     std::vector<std::string> vecBatch;

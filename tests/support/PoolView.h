@@ -21,8 +21,9 @@ inline std::vector<std::string> GetQueue(CLS_QuenTaskPool& _clsPool)
 {
     const std::lock_guard<std::mutex> lock(_clsPool.m_mtxWaitingTasks);
     std::vector<std::string> vecQueue = _clsPool.m_vecWaitingTasks;
-    vecQueue.insert(vecQueue.end(), _clsPool.m_lstWaitingOverflow.begin(),
-                    _clsPool.m_lstWaitingOverflow.end());
+    std::forward_list<std::string> lstOverflow = _clsPool.m_lstWaitingOverflow;
+    lstOverflow.reverse();
+    vecQueue.insert(vecQueue.end(), lstOverflow.begin(), lstOverflow.end());
     return vecQueue;
 }
 

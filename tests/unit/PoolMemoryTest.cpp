@@ -72,6 +72,7 @@ TEST_F(PoolMemoryTest, SubmissionThatFailsIsRecordedAndNotHalfNoted)
 TEST_F(PoolMemoryTest, SubmissionOfALoopTaskThatFailsIsRecordedAndNotListed)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
+    clsPool.m_vecWaitingTasks.reserve(100); // where the queue itself has to grow, a submission succeeds
     int iBeforeId = 0;
     int iAfterId = 0;
     for (int iAllocation = 0;; ++iAllocation)
