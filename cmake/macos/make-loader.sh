@@ -9,8 +9,9 @@ set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 folder=${1:-$root/build/machrun}
 
-cmake -S "$root/tests/machrun" -B "$folder/build" -G Ninja >/dev/null
-cmake --build "$folder/build"
+cmake -S "$root" -B "$folder/build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZEL_WERROR=ON \
+    -DZEL_BUILD_EXAMPLES=OFF >/dev/null
+cmake --build "$folder/build" --target machrun
 "$root/cmake/macos/make-runtime.sh" "$root/build/macos-sdk" "$folder"
-cp "$folder/build/machrun" "$folder/machrun"
+cp "$folder/build/bin/tests/machrun" "$folder/machrun"
 echo "Loader in $folder"
