@@ -215,6 +215,7 @@ void* CLS_Loader::Open(const char* _szPath, int _iMode, const void* _pCaller)
     {
         return GetSystemHandle();
     }
+    t_arrReason[0] = '\0';
     const Lock lock(m_mtxLoading);
     const std::size_t uiBefore = CLS_Images::Get().GetAll().size();
     try
@@ -224,6 +225,10 @@ void* CLS_Loader::Open(const char* _szPath, int _iMode, const void* _pCaller)
     catch (const std::runtime_error& error)
     {
         CLS_Images::Get().CutTo(uiBefore);
+        if ((_iMode & OPEN_LOADED_ONLY) != 0)
+        {
+            return nullptr; // a question, and the answer is no failure on macOS either
+        }
         std::array<char, 16> arrMode{};
         std::snprintf(arrMode.data(), arrMode.size(), "0x%04X", static_cast<unsigned>(_iMode));
         LeaveReason("dlopen(" + strPath + ", " + arrMode.data() + "): " + error.what());
@@ -292,6 +297,7 @@ void CLS_Loader::Unload(CLS_Image* _pImage)
 
 void* CLS_Loader::Find(void* _pHandle, const char* _szName, const void* _pCaller)
 {
+    t_arrReason[0] = '\0';
     const Lock lock(m_mtxLoading);
     const std::string strName = std::string("_") + _szName;
     void* const pFound = FindByHandle(_pHandle, strName, CLS_Images::Get().FindByAddress(_pCaller));

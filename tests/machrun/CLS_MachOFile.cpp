@@ -4,8 +4,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 #include <fstream>
-#include <iomanip>
 #include <limits>
 #include <sstream>
 #include <system_error>
@@ -20,15 +20,20 @@ constexpr std::uint64_t MOST_MEMORY = std::uint64_t{1} << 32;
 
 std::vector<std::uint8_t> ReadFile(const std::string& _strPath)
 {
+    std::error_code errSize;
+    const std::uintmax_t uiSize = std::filesystem::file_size(_strPath, errSize);
     std::ifstream fsFile(_strPath, std::ios::binary);
-    if (!fsFile)
+    if (errSize || !fsFile)
     {
-        throw std::runtime_error("cannot be opened: " + std::generic_category().message(errno));
+        const std::error_code errOpen(errno, std::generic_category());
+        throw std::runtime_error("cannot be opened: " + (errSize ? errSize : errOpen).message());
     }
-    std::ostringstream ossContent;
-    ossContent << fsFile.rdbuf();
-    const std::string strContent = ossContent.str();
-    return {strContent.begin(), strContent.end()};
+    std::vector<std::uint8_t> vecFile(static_cast<std::size_t>(uiSize));
+    if (!fsFile.read(reinterpret_cast<char*>(vecFile.data()), static_cast<std::streamsize>(uiSize)))
+    {
+        throw std::runtime_error("cannot be read");
+    }
+    return vecFile;
 }
 
 /// A text that fills its place or ends with a zero before.

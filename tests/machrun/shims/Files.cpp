@@ -29,6 +29,7 @@ constexpr std::array<std::pair<int, int>, 8> OPEN_FLAGS{{{0x4, O_NONBLOCK},
                                                          {0x1000000, O_CLOEXEC}}};
 constexpr int CURRENT_FOLDER = -2;
 constexpr int REMOVE_FOLDER = 0x80;
+constexpr int NOT_THROUGH_LINKS = 0x20;
 
 enum n_FileCommand : int
 {
@@ -190,6 +191,13 @@ int UnlinkInFolder(int _iFolder, const char* _szPath, int _iFlags)
     return unlinkat(FolderFromDarwin(_iFolder), _szPath, (_iFlags & REMOVE_FOLDER) != 0 ? AT_REMOVEDIR : 0);
 }
 
+int SetRights(int _iFolder, const char* _szPath, mode_t _uiRights, int _iFlags)
+{
+    const CLS_ErrnoScope clsErrno;
+    return fchmodat(FolderFromDarwin(_iFolder), _szPath, _uiRights,
+                    (_iFlags & NOT_THROUGH_LINKS) != 0 ? AT_SYMLINK_NOFOLLOW : 0);
+}
+
 /// What readdir gives on Darwin.
 struct [[gnu::packed]] ST_Entry
 {
@@ -293,6 +301,7 @@ const Shims& GetFiles()
         {"_realpath$DARWIN_EXTSN", WITH_ERRNO<&::realpath>},
         {"_unlink", WITH_ERRNO<&::unlink>},
         {"_unlinkat", &UnlinkInFolder},
+        {"_fchmodat", &SetRights},
         {"_remove", WITH_ERRNO<&::remove>},
         {"_rename", WITH_ERRNO<&::rename>},
         {"_symlink", WITH_ERRNO<&::symlink>},

@@ -1,10 +1,10 @@
 // What a process learns from Darwin's kernel about its threads and its memory.
 
 #include "tests/machrun/shims/Tables.h"
+#include "tests/machrun/shims/Threads.h"
 
 #include <cstdint>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 
 namespace
@@ -16,9 +16,7 @@ std::uint32_t g_uiThisTask = 1; ///< any number will do
 /// A list of numbers, one a thread. The caller gives it back through FreeMemory.
 int ListThreads(std::uint32_t /*_uiTask*/, std::uint32_t** _ppThreads, std::uint32_t* _pCount)
 {
-    using Threads = std::filesystem::directory_iterator;
-    const auto iThreads = std::distance(Threads("/proc/self/task"), Threads());
-    *_pCount = static_cast<std::uint32_t>(iThreads);
+    *_pCount = static_cast<std::uint32_t>(Threads::Count());
     *_ppThreads = static_cast<std::uint32_t*>(std::calloc(*_pCount, sizeof(**_ppThreads)));
     return *_ppThreads == nullptr ? ENOMEM : 0;
 }

@@ -1,9 +1,12 @@
 // Threads, what they keep for themselves, and time.
 
+#include "tests/machrun/shims/Threads.h"
+
 #include "tests/machrun/ExitHandlers.h"
 #include "tests/machrun/shims/Tables.h"
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <ctime>
 #include <memory>
@@ -26,6 +29,8 @@ constexpr std::array<std::pair<int, clockid_t>, 5> CLOCKS{{{0, CLOCK_REALTIME},
                                                            {8, CLOCK_MONOTONIC},
                                                            {12, CLOCK_PROCESS_CPUTIME_ID}}};
 
+std::atomic<int> s_iThreads{1};
+
 struct ST_Start
 {
     void* (*m_funThread)(void*);
@@ -37,6 +42,7 @@ void* RunThread(void* _pStart)
     const std::unique_ptr<ST_Start> pStart(static_cast<ST_Start*>(_pStart));
     void* const pResult = pStart->m_funThread(pStart->m_pArgument);
     ExitHandlers::RunForThread();
+    --s_iThreads;
     return pResult;
 }
 
@@ -50,11 +56,19 @@ int StartThread(pthread_t* _pThread, const void* _pAttributes, void* (*_funThrea
     pthread_attr_t stAttributes;
     pthread_attr_init(&stAttributes);
     pthread_attr_setstacksize(&stAttributes, STACK_SIZE);
-    const int iResult = pthread_create(_pThread, &stAttributes, RunThread, pStart.get());
+    // Only the thread that forks goes on in a new process.
+    static const int s_iAtFork = pthread_atfork(nullptr, nullptr, [] { s_iThreads = 1; });
+    ++s_iThreads;
+    const int iResult =
+        s_iAtFork == 0 ? pthread_create(_pThread, &stAttributes, RunThread, pStart.get()) : s_iAtFork;
     pthread_attr_destroy(&stAttributes);
     if (iResult == 0)
     {
         static_cast<void>(pStart.release()); // the thread's
+    }
+    else
+    {
+        --s_iThreads;
     }
     return Errno::ToDarwin(iResult);
 }
@@ -129,6 +143,14 @@ int GetTime(int _iClock, timespec* _pTime)
     return -1;
 }
 } // namespace
+
+namespace Threads
+{
+int Count()
+{
+    return s_iThreads;
+}
+} // namespace Threads
 
 namespace Tables
 {
