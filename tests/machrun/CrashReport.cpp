@@ -14,59 +14,77 @@ namespace
 {
 constexpr int MOST_CALLS = 64;
 
-/// Reads memory that may not be there.
-bool Peek(std::uint64_t _uiFrom, void* _pTo, std::size_t _uiSize)
+/// How every function on both systems begins to use the stack.
+struct ST_Frame
 {
-    const iovec stTo{_pTo, _uiSize};
-    const iovec stFrom{reinterpret_cast<void*>(_uiFrom), _uiSize};
-    return process_vm_readv(getpid(), &stTo, 1, &stFrom, 1, 0) == static_cast<ssize_t>(_uiSize);
+    const ST_Frame* m_pCaller;
+    const void* m_pReturn;
+};
+
+/// Reads a frame, which may not be there.
+bool Peek(const ST_Frame* _pFrame, ST_Frame& _stFrame)
+{
+    const iovec stTo{&_stFrame, sizeof(_stFrame)};
+    const iovec stFrom{const_cast<ST_Frame*>(_pFrame), sizeof(_stFrame)};
+    return process_vm_readv(getpid(), &stTo, 1, &stFrom, 1, 0) == sizeof(_stFrame);
 }
 
-/// Prints the function and the file that have this place in their code.
-void PrintPlace(std::uint64_t _uiPlace)
+/// Prints the file and the function that have this place in their code.
+void PrintPlace(const void* _pPlace)
 {
-    const auto* const pPlace = reinterpret_cast<const void*>(_uiPlace);
-    std::uint64_t uiSymbol = 0;
+    const void* pSymbol = nullptr;
     std::string strName;
     std::string strFile = "?";
     Dl_info stInfo{};
-    if (const CLS_Image* const pImage = CLS_Images::Get().FindByAddress(pPlace))
+    if (const CLS_Image* const pImage = CLS_Images::Get().FindByAddress(_pPlace))
     {
-        strName = pImage->GetFile().FindSymbol(pImage->GetLinkedAddress(pPlace), uiSymbol);
-        uiSymbol += pImage->GetSlide();
+        std::uint64_t uiSymbol = 0;
+        strName = pImage->GetFile().FindSymbol(pImage->GetLinkedAddress(_pPlace), uiSymbol);
+        pSymbol = pImage->At(uiSymbol);
         strFile = pImage->GetPath();
     }
-    else if (dladdr(pPlace, &stInfo) != 0)
+    else if (dladdr(_pPlace, &stInfo) != 0)
     {
         strName = stInfo.dli_sname == nullptr ? "" : stInfo.dli_sname;
-        uiSymbol = reinterpret_cast<std::uint64_t>(stInfo.dli_saddr);
+        pSymbol = stInfo.dli_saddr;
         strFile = stInfo.dli_fname;
     }
-    std::fprintf(stderr, "  %p in %s", pPlace, strFile.c_str());
-    std::fprintf(stderr, strName.empty() ? "\n" : ": %s + %lu\n", strName.c_str(), _uiPlace - uiSymbol);
+    std::fprintf(stderr, "  %p in %s", _pPlace, strFile.c_str());
+    if (!strName.empty())
+    {
+        std::fprintf(stderr, ": %s + %td", strName.c_str(),
+                     static_cast<const char*>(_pPlace) - static_cast<const char*>(pSymbol));
+    }
+    std::fputc('\n', stderr);
 }
 
-/// Every function on both systems begins with the address of its caller's frame.
-void PrintCallers(std::uint64_t _uiFrame)
+void PrintCallers(const ST_Frame* _pFrame)
 {
-    std::array<std::uint64_t, 2> arrFrame{};
-    for (int i = 0; i < MOST_CALLS && Peek(_uiFrame, arrFrame.data(), sizeof(arrFrame)); ++i)
+    ST_Frame stFrame{};
+    for (int i = 0; i < MOST_CALLS && Peek(_pFrame, stFrame); ++i)
     {
-        PrintPlace(arrFrame[1]);
-        if (arrFrame[0] <= _uiFrame)
+        PrintPlace(stFrame.m_pReturn);
+        if (stFrame.m_pCaller <= _pFrame)
         {
             return;
         }
-        _uiFrame = arrFrame[0];
+        _pFrame = stFrame.m_pCaller;
     }
+}
+
+/// What a register holds.
+const void* ToPointer(greg_t _iRegister)
+{
+    return reinterpret_cast<const void*>(
+        _iRegister); // NOLINT(performance-no-int-to-ptr): there is no other way
 }
 
 void Report(int _iSignal, siginfo_t* _pInfo, void* _pContext)
 {
     const auto& arrRegisters = static_cast<ucontext_t*>(_pContext)->uc_mcontext.gregs;
     std::fprintf(stderr, "machrun: signal %d at address %p\n", _iSignal, _pInfo->si_addr);
-    PrintPlace(static_cast<std::uint64_t>(arrRegisters[REG_RIP]));
-    PrintCallers(static_cast<std::uint64_t>(arrRegisters[REG_RBP]));
+    PrintPlace(ToPointer(arrRegisters[REG_RIP]));
+    PrintCallers(static_cast<const ST_Frame*>(ToPointer(arrRegisters[REG_RBP])));
     raise(_iSignal); // again, for the system
 }
 } // namespace

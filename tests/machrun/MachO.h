@@ -232,7 +232,7 @@ constexpr std::uint8_t FIXUP_POINTER = 1;       ///< the one type of fixup on x8
 struct ST_ThreadLocalDescriptor
 {
     void* (*m_funGet)(ST_ThreadLocalDescriptor*);
-    std::uint64_t m_uiImage;
+    const void* m_pImage;
     std::uint64_t m_uiOffset;
 };
 } // namespace MachO

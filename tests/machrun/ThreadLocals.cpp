@@ -73,7 +73,7 @@ extern "C" __attribute__((used)) void* GetThreadLocal(const MachO::ST_ThreadLoca
         t_pBlocks = new ST_Blocks;
         pthread_setspecific(GetKey(), t_pBlocks);
     }
-    const auto* const pImage = reinterpret_cast<const CLS_Image*>(_pDescriptor->m_uiImage);
+    const auto* const pImage = static_cast<const CLS_Image*>(_pDescriptor->m_pImage);
     void*& pBlock = t_pBlocks->m_mapBlocks[pImage];
     if (pBlock == nullptr)
     {
@@ -144,7 +144,7 @@ void Prepare(CLS_Image& _clsImage)
                       [&](MachO::ST_ThreadLocalDescriptor& _stDescriptor)
                       {
                           _stDescriptor.m_funGet = KeepRegistersAndGetThreadLocal;
-                          _stDescriptor.m_uiImage = reinterpret_cast<std::uint64_t>(&_clsImage);
+                          _stDescriptor.m_pImage = &_clsImage;
                       });
     }
 }

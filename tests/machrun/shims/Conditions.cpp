@@ -9,20 +9,25 @@
 
 namespace
 {
+struct ST_Pointer
+{
+    pthread_cond_t* m_pLinux;
+};
+
 /// The Linux object; null when it was destroyed or never initialised.
 pthread_cond_t* GetCondition(Condition* _pCondition)
 {
     long iSignature = SIGNATURE_CONDITION;
     if (_pCondition->m_iSignature.compare_exchange_strong(iSignature, SIGNATURE_BEING_MADE))
     {
-        *_pCondition->As<pthread_cond_t*>() = new pthread_cond_t(PTHREAD_COND_INITIALIZER);
+        _pCondition->As<ST_Pointer>()->m_pLinux = new pthread_cond_t(PTHREAD_COND_INITIALIZER);
         _pCondition->m_iSignature = SIGNATURE_CONDITION_READY;
     }
     while (_pCondition->m_iSignature == SIGNATURE_BEING_MADE)
     {
         sched_yield(); // another thread is about to have it made
     }
-    return _pCondition->m_iSignature == SIGNATURE_CONDITION_READY ? *_pCondition->As<pthread_cond_t*>()
+    return _pCondition->m_iSignature == SIGNATURE_CONDITION_READY ? _pCondition->As<ST_Pointer>()->m_pLinux
                                                                   : nullptr;
 }
 

@@ -108,7 +108,7 @@ int SetAction(int _iSignal, const ST_Action* _pNew, ST_Action* _pOld)
     if (iResult == 0 && _pOld != nullptr)
     {
         // The loader's own handler is the default for the program.
-        void* const pOther = reinterpret_cast<void*>(stOld.sa_handler == SIG_IGN ? LAST_SPECIAL_HANDLER : 0);
+        void* const pOther = reinterpret_cast<void*>(stOld.sa_handler == SIG_IGN ? SIG_IGN : SIG_DFL);
         *_pOld = {stOld.sa_handler == CallHandler ? pBefore : pOther, SetToDarwin(stOld.sa_mask), 0};
     }
     return iResult;
@@ -118,7 +118,7 @@ void* SetHandler(int _iSignal, void* _pHandler)
 {
     const ST_Action stNew{_pHandler, 0, ACTION_RESTARTS};
     ST_Action stOld{};
-    return SetAction(_iSignal, &stNew, &stOld) == 0 ? stOld.m_pHandler : reinterpret_cast<void*>(-1);
+    return SetAction(_iSignal, &stNew, &stOld) == 0 ? stOld.m_pHandler : reinterpret_cast<void*>(SIG_ERR);
 }
 
 int SetThreadsMask(int _iHow, const std::uint32_t* _pNew, std::uint32_t* _pOld)
