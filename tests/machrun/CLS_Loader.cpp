@@ -274,7 +274,7 @@ int CLS_Loader::Close(void* _pHandle)
     return 0;
 }
 
-/// Takes an image away that nobody holds any more, and then what it alone needed. Images with thread-local
+/// Takes an image away that is not held any more, and then what it alone needed. Images with thread-local
 /// variables stay, as on macOS.
 void CLS_Loader::Unload(CLS_Image* _pImage)
 {

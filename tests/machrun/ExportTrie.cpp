@@ -7,7 +7,8 @@ namespace
 ST_Export ReadExport(CLS_Bytes _clsNode, std::string_view _strName)
 {
     const std::uint64_t uiFlags = _clsNode.ReadNumber();
-    if ((uiFlags & (MachO::EXPORT_KIND | MachO::EXPORT_WITH_RESOLVER)) != 0)
+    if ((uiFlags & MachO::EXPORT_KIND) == MachO::EXPORT_ABSOLUTE ||
+        (uiFlags & MachO::EXPORT_WITH_RESOLVER) != 0)
     {
         throw std::runtime_error("the export " + std::string(_strName) + " is of an unknown kind");
     }

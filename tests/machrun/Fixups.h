@@ -9,7 +9,7 @@ struct ST_Bind
 {
     std::uint64_t m_uiAddress = 0; ///< where the pointer stands, as the file was linked
     std::string_view m_strName;    ///< with its leading underscore; it lives as long as the file
-    int m_iOrdinal = 0;            ///< who has it: a library, counted from 1, or a MachO::n_Ordinal
+    int m_iOrdinal = 0;            ///< where it is: a library, counted from 1, or a MachO::n_Ordinal
     bool m_bMayBeMissing = false;  ///< then the pointer becomes null
     std::int64_t m_iAddend = 0;
 };

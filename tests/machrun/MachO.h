@@ -47,7 +47,7 @@ struct ST_Header
     std::uint32_t m_uiReserved;
 };
 
-/// A file cannot be loaded by those who do not know a command with this bit.
+/// A loader that does not know a command with this bit must refuse the file.
 constexpr std::uint32_t COMMAND_REQUIRED = 0x80000000;
 
 enum n_Command : std::uint32_t
@@ -189,6 +189,7 @@ enum n_Ordinal : int
 enum n_ExportFlag : std::uint64_t
 {
     EXPORT_KIND = 3,
+    EXPORT_ABSOLUTE = 2, ///< a kind: a number, and no place in the image
     EXPORT_WEAK = 4,
     EXPORT_FROM_LIBRARY = 8,
     EXPORT_WITH_RESOLVER = 0x10,

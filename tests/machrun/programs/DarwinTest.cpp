@@ -135,11 +135,11 @@ TEST(DarwinLibraryTest, FailuresLeaveTheirReasonOnce)
     EXPECT_EQ("none", TakeReason());
     EXPECT_EQ(nullptr, dlopen("/nowhere/lib", RTLD_NOW | RTLD_NOLOAD));
     EXPECT_EQ("none", TakeReason()) << "a question that was answered";
-    EXPECT_EQ(nullptr, dlsym(RTLD_DEFAULT, "NameOfNobody"));
-    EXPECT_EQ("dlsym(0xfffffffffffffffe, NameOfNobody): symbol not found", TakeReason());
+    EXPECT_EQ(nullptr, dlsym(RTLD_DEFAULT, "MissingName"));
+    EXPECT_EQ("dlsym(0xfffffffffffffffe, MissingName): symbol not found", TakeReason());
     EXPECT_NE(nullptr, dlsym(RTLD_DEFAULT, "malloc"));
     EXPECT_EQ("none", TakeReason());
-    dlsym(RTLD_DEFAULT, "NameOfNobody");
+    dlsym(RTLD_DEFAULT, "MissingName");
     std::thread([] { EXPECT_EQ("none", TakeReason()); }).join();
 }
 
