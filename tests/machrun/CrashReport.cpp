@@ -5,6 +5,7 @@
 #include <array>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <dlfcn.h>
 #include <sys/uio.h>
 #include <ucontext.h>
@@ -75,8 +76,10 @@ void PrintCallers(const ST_Frame* _pFrame)
 /// What a register holds.
 const void* ToPointer(greg_t _iRegister)
 {
-    return reinterpret_cast<const void*>(
-        _iRegister); // NOLINT(performance-no-int-to-ptr): there is no other way
+    const void* pAddress = nullptr;
+    static_assert(sizeof(pAddress) == sizeof(_iRegister));
+    std::memcpy(&pAddress, &_iRegister, sizeof(pAddress));
+    return pAddress;
 }
 
 void Report(int _iSignal, siginfo_t* _pInfo, void* _pContext)

@@ -124,7 +124,7 @@ std::string Find(const std::string& _strName, const std::string& _strAsking,
     std::string strTried;
     for (const std::string& strCandidate : GetCandidates(_strName, _strAsking, _vecRunPaths))
     {
-        if (const std::string strPath = Resolve(strCandidate); !strPath.empty())
+        if (std::string strPath = Resolve(strCandidate); !strPath.empty())
         {
             return strPath;
         }

@@ -19,6 +19,7 @@
 #include <array>
 #include <cstdio>
 #include <filesystem>
+#include <malloc.h>
 #include <unistd.h>
 
 namespace
@@ -53,6 +54,9 @@ MainFunction LoadProgram(const std::string& _strRoot, const std::string& _strPro
 {
     static std::string s_strPath = "executable_path=" + LibrarySearch::GetProgramPath();
     static std::array<char*, 2> s_arrApple{s_strPath.data(), nullptr};
+    // Threads that contend for memory would get heaps of their own, which stay. Tests count what stays
+    // mapped.
+    mallopt(M_ARENA_MAX, 1);
     CrashReport::Install();
     CLS_Loader::Get().InitialiseProgram({_iCount, _ppTexts, environ, s_arrApple.data()});
     ExitHandlers::EndProcess(_funMain(_iCount, _ppTexts, environ, s_arrApple.data()));

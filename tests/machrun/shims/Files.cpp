@@ -72,7 +72,9 @@ int OpenInFolder(int _iFolder, const char* _szPath, int _iFlags, ...)
     va_list vaRest;
     va_start(vaRest, _iFlags);
     const int iFlags = FlagsFromDarwin(_iFlags);
-    const int iRights = (iFlags & O_CREAT) != 0 ? va_arg(vaRest, int) : 0;
+    // The analyser overlooks va_start.
+    const int iRights =
+        (iFlags & O_CREAT) != 0 ? va_arg(vaRest, int) : 0; // NOLINT(clang-analyzer-valist.Uninitialized)
     va_end(vaRest);
     return openat(FolderFromDarwin(_iFolder), _szPath, iFlags, iRights);
 }
@@ -83,7 +85,9 @@ int OpenFile(const char* _szPath, int _iFlags, ...)
     va_list vaRest;
     va_start(vaRest, _iFlags);
     const int iFlags = FlagsFromDarwin(_iFlags);
-    const int iRights = (iFlags & O_CREAT) != 0 ? va_arg(vaRest, int) : 0;
+    // The analyser overlooks va_start.
+    const int iRights =
+        (iFlags & O_CREAT) != 0 ? va_arg(vaRest, int) : 0; // NOLINT(clang-analyzer-valist.Uninitialized)
     va_end(vaRest);
     return open(_szPath, iFlags, iRights);
 }

@@ -95,7 +95,7 @@ struct CLS_InLocale<FUN, RESULT (*)(ARGUMENTS...) noexcept(NOEXCEPT)>
     {
         const CLS_LocaleScope clsLocale(_pLocale);
         const CLS_ErrnoScope clsErrno;
-        return FUN(_arguments...);
+        return FUN(_arguments...); // NOLINT(concurrency-mt-unsafe): the program's own call
     }
 };
 
@@ -107,7 +107,9 @@ int PrintInLocale(char* _pText, std::size_t _uiSize, locale_t _pLocale, const ch
     const CLS_LocaleScope clsLocale(_pLocale);
     va_list vaRest;
     va_start(vaRest, _szFormat);
-    const int iLength = std::vsnprintf(_pText, _uiSize, _szFormat, vaRest);
+    // The analyser overlooks va_start.
+    const int iLength =
+        std::vsnprintf(_pText, _uiSize, _szFormat, vaRest); // NOLINT(clang-analyzer-valist.Uninitialized)
     va_end(vaRest);
     return iLength;
 }
@@ -127,7 +129,9 @@ int ScanInLocale(const char* _szText, locale_t _pLocale, const char* _szFormat, 
     const CLS_LocaleScope clsLocale(_pLocale);
     va_list vaRest;
     va_start(vaRest, _szFormat);
-    const int iCount = std::vsscanf(_szText, _szFormat, vaRest);
+    // The analyser overlooks va_start.
+    const int iCount =
+        std::vsscanf(_szText, _szFormat, vaRest); // NOLINT(clang-analyzer-valist.Uninitialized)
     va_end(vaRest);
     return iCount;
 }
