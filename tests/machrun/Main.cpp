@@ -56,7 +56,7 @@ MainFunction LoadProgram(const std::string& _strRoot, const std::string& _strPro
     static std::array<char*, 2> s_arrApple{s_strPath.data(), nullptr};
     // Threads that contend for memory would get heaps of their own, which stay. Tests count what stays
     // mapped.
-    mallopt(M_ARENA_MAX, 1);
+    mallopt(M_ARENA_MAX, 1); // NOLINT(concurrency-mt-unsafe): there is one thread
     CrashReport::Install();
     CLS_Loader::Get().InitialiseProgram({_iCount, _ppTexts, environ, s_arrApple.data()});
     ExitHandlers::EndProcess(_funMain(_iCount, _ppTexts, environ, s_arrApple.data()));

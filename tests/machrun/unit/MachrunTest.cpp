@@ -26,7 +26,7 @@ protected:
 
     std::string Write(const CLS_LibraryImage& _clsImage, const std::string& _strName)
     {
-        const std::string strPath = m_strFolder + "/" + _strName;
+        std::string strPath = m_strFolder + "/" + _strName;
         const CLS_LibraryImage::Bytes vecFile = _clsImage.Make();
         std::ofstream(strPath, std::ios::binary)
             .write(reinterpret_cast<const char*>(vecFile.data()),
