@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Builds everything for macOS on Linux, checks the library's file, and runs the tests under a loader for macOS
-# programs if its sources are beside the repository. scripts/test.sh macos-cross calls it. Arguments go to ctest.
+# Builds everything for macOS on Linux, checks the library's file, and runs the tests under the loader for macOS
+# programs. scripts/test.sh macos-cross calls it. Arguments go to ctest.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -9,18 +9,10 @@ if ! cmake/macos/make-sdk.sh; then
     exit 1
 fi
 left_out=(
-    "AllocationSweepTest, DispatcherWakeTest, FoundationLocksTest, IdFieldsTest, LogBindingTurnTest, PinLibraryTest,"
-    "    PoolLocksTest, PoolRecordFaultsTest, TaskRegistryIdTest, WaitLimitsTest: they put themselves in front of what"
-    "    Linux's libraries do inside"
-    "PoolLockTest: it starts itself anew to see its process end"
-    "UtilTest.EachIdOpensTheRandomDeviceAnewAndLetsTheErrorPass: the C++ library of macOS opens no random device"
+    "tests/schedule: its scheduler stands in front of the system's functions as Linux has them"
 )
 cmake/macos/make-packages.sh || left_out+=("the example host and its tests: make-packages.sh failed, see above")
-if [ -d ../shared/macos/machrun ]; then
-    cmake/macos/make-loader.sh
-elif [ ! -x build/machrun/machrun ]; then
-    left_out+=("running the tests, and two faulty libraries: no loader for macOS programs in ../shared/macos")
-fi
+cmake/macos/make-loader.sh
 
 jobs=$(getconf _NPROCESSORS_ONLN)
 cmake --preset macos-cross
@@ -30,13 +22,8 @@ cmake --build --preset macos-universal -j "$jobs"
 cmake --build --preset macos-universal --target zel_check_library
 failed=0
 ctest --preset macos-cross -L file || failed=1
-if [ -x build/machrun/machrun ]; then
-    results=$PWD/build/macos-cross/results.xml
-    ctest --preset macos-cross -j "$jobs" -LE 'file|left-out' --output-junit "$results" "$@" || failed=1
-    echo "Run as Mach-O programs: $(grep -c '<testcase ' "$results") tests"
-    while IFS= read -r test; do
-        left_out+=("$test")
-    done < <(grep -v '^#' tests/left-out-under-loader.txt)
-fi
+results=$PWD/build/macos-cross/results.xml
+ctest --preset macos-cross -j "$jobs" -LE file --output-junit "$results" "$@" || failed=1
+scripts/report_macos_run.py "$results"
 printf 'Left out: %s\n' "${left_out[@]}"
 exit "$failed"

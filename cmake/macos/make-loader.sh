@@ -1,16 +1,17 @@
 #!/usr/bin/env bash
-# Builds machrun, a loader that runs macOS x86-64 programs on Linux x86-64, and the C++ runtime for it:
+# Builds machrun, the loader in tests/machrun that runs macOS x86-64 programs on Linux x86-64, and the C++ runtimes
+# for it:
 #
-#   cmake/macos/make-loader.sh [SOURCES] [FOLDER]        ../shared/macos and build/machrun if not given
+#   cmake/macos/make-loader.sh [FOLDER]        build/machrun if not given
 #
-# Its sources are not part of this repository. The SDK folder must be there.
+# The SDK folder must be there.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
-sources=${1:-$root/../shared/macos}
-folder=${2:-$root/build/machrun}
+folder=${1:-$root/build/machrun}
 
-cmake -S "$sources/machrun" -B "$folder/build" -G Ninja >/dev/null
-cmake --build "$folder/build"
-JOBS=$(getconf _NPROCESSORS_ONLN) "$sources/scripts/build-runtime.sh" "$root/build/macos-sdk" "$folder/root"
-cp "$folder/build/machrun" "$folder/machrun"
+cmake -S "$root" -B "$folder/build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZEL_WERROR=ON \
+    -DZEL_BUILD_EXAMPLES=OFF >/dev/null
+cmake --build "$folder/build" --target machrun
+"$root/cmake/macos/make-runtime.sh" "$root/build/macos-sdk" "$folder"
+cp "$folder/build/bin/tests/machrun" "$folder/machrun"
 echo "Loader in $folder"

@@ -32,6 +32,4 @@ ln -s "$(command -v llvm-lipo-19)" "$sdk/usr/bin/lipo"
 for headers in spdlog fmt CLI nlohmann; do
     [ ! -d "/usr/include/$headers" ] || ln -sfn "/usr/include/$headers" "$sdk/usr/local/include/$headers"
 done
-# Where the loader's build of the C++ runtime expects the sources.
-ln -sfn "$package" "$sdk/toolchain-lib"
 echo "SDK in $sdk"

@@ -4,6 +4,7 @@
 #include "tests/support/TempFolder.h"
 
 #include <fstream>
+#include <regex>
 #include <type_traits>
 
 namespace
@@ -31,11 +32,17 @@ std::string GetLoaderReason(const std::string& _strPath, const char* _szFunction
     return strReason;
 }
 
+/// The text with a sign for each address: a library gets another one each time that it is opened.
+std::string HideAddresses(const std::string& _strText)
+{
+    return std::regex_replace(_strText, std::regex("0x[0-9a-f]+"), "0x*");
+}
+
 void ExpectRefused(const std::string& _strPath, const std::string& _strReason)
 {
     std::string strError;
     EXPECT_FALSE(CLS_PoolLibrary::Open(_strPath, strError).has_value());
-    EXPECT_EQ(_strReason, strError);
+    EXPECT_EQ(HideAddresses(_strReason), HideAddresses(strError));
     try
     {
         const CLS_PoolLibrary clsLibrary(_strPath);
@@ -43,7 +50,7 @@ void ExpectRefused(const std::string& _strPath, const std::string& _strReason)
     }
     catch (const std::runtime_error& error)
     {
-        EXPECT_EQ(_strReason, error.what());
+        EXPECT_EQ(HideAddresses(_strReason), HideAddresses(error.what()));
     }
 }
 

@@ -1,3 +1,4 @@
+#include "tests/support/NextFunction.h"
 #include "tests/unit/PoolFixture.h"
 
 #include <atomic>
@@ -7,10 +8,11 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
-#include <sys/syscall.h>
-#include <sys/types.h>
 #include <thread>
 #include <unistd.h>
+#ifdef __linux__
+#include <sys/syscall.h>
+#endif
 
 namespace
 {
@@ -22,12 +24,35 @@ using ::testing::Le;
 
 using DispatcherWakeTest = CLS_PoolFixture;
 
-/// How often the thread of this process has gone to sleep; -1 when it is not known.
-int CountSleeps(pid_t _iThread)
+#ifdef __APPLE__
+/// The waits with a limit that the dispatcher's thread has begun. The system does not tell how often a thread
+/// has gone to sleep.
+std::atomic<int> s_iWaits{0};
+thread_local bool t_bDispatcher = false;
+
+void NoteDispatcher()
 {
-    std::ifstream fsStatus("/proc/self/task/" + std::to_string(_iThread) + "/status");
+    t_bDispatcher = true;
+}
+
+int CountSleeps()
+{
+    return s_iWaits;
+}
+#else
+std::atomic<pid_t> s_iDispatcher{0};
+
+void NoteDispatcher()
+{
+    s_iDispatcher = static_cast<pid_t>(syscall(SYS_gettid));
+}
+
+/// How often the dispatcher's thread has gone to sleep; 0 when it is not known.
+int CountSleeps()
+{
+    std::ifstream fsStatus("/proc/self/task/" + std::to_string(s_iDispatcher) + "/status");
     std::string strName;
-    int iCount = -1;
+    int iCount = 0;
     while (fsStatus >> strName)
     {
         if (strName == "voluntary_ctxt_switches:")
@@ -38,29 +63,43 @@ int CountSleeps(pid_t _iThread)
     }
     return iCount;
 }
+#endif
 
-/// Whether the thread has gone to sleep for longer than it takes to look twice.
-bool IsAsleep(pid_t _iThread)
+/// Whether the dispatcher has gone to sleep for longer than it takes to look twice.
+bool IsAsleep()
 {
-    const int iBefore = CountSleeps(_iThread);
+    const int iBefore = CountSleeps();
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    return iBefore > 0 && CountSleeps(_iThread) == iBefore;
+    return iBefore > 0 && CountSleeps() == iBefore;
 }
+} // namespace
 
+#ifdef __APPLE__
+/// Stands in front of the system's function of the same name.
+extern "C" int pthread_cond_timedwait(pthread_cond_t* _pCondition, pthread_mutex_t* _pMutex,
+                                      const timespec* _pEnd)
+{
+    static auto* const s_pWait = GetNextFunction<decltype(pthread_cond_timedwait)>("pthread_cond_timedwait");
+    s_iWaits += t_bDispatcher ? 1 : 0;
+    return s_pWait(_pCondition, _pMutex, _pEnd);
+}
+#endif
+
+namespace
+{
 TEST_F(DispatcherWakeTest, WakesOnceASecondWhileNothingIsQueuedAndDispatchesNothing)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
-    std::atomic<pid_t> iDispatcher{0};
     clsPool.m_pTaskingThread = std::make_unique<std::thread>(
         [&]
         {
-            iDispatcher = static_cast<pid_t>(syscall(SYS_gettid));
+            NoteDispatcher();
             clsPool.FunTaskingThread();
         });
-    ASSERT_TRUE(WaitUntil([&] { return iDispatcher != 0 && IsAsleep(iDispatcher); }));
-    const int iBefore = CountSleeps(iDispatcher);
+    ASSERT_TRUE(WaitUntil([] { return IsAsleep(); }));
+    const int iBefore = CountSleeps();
     std::this_thread::sleep_for(seconds(5));
-    EXPECT_THAT(CountSleeps(iDispatcher) - iBefore, AllOf(Ge(4), Le(8)));
+    EXPECT_THAT(CountSleeps() - iBefore, AllOf(Ge(4), Le(8)));
     EXPECT_EQ(0, clsPool.GetTaskThreadNum());
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 

@@ -31,6 +31,15 @@ void Note(clockid_t _iClock, const timespec& _stEnd)
     {
     }
 }
+
+/// A wait that lasts a millisecond.
+int CutWait(pthread_mutex_t* _pMutex, clockid_t _iClock, const timespec& _stEnd)
+{
+    Note(_iClock, _stEnd);
+    pthread_mutex_unlock(_pMutex);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    return pthread_mutex_lock(_pMutex);
+}
 } // namespace
 
 CLS_CutWaits::CLS_CutWaits(std::condition_variable& _cvWatched, const std::function<void()>& _funHook)
@@ -59,21 +68,25 @@ int CLS_CutWaits::GetNotifications() const
 }
 
 // These stand in front of the system's functions of the same names in every program that is linked with this
-// file.
+// file. The C++ libraries of the two systems wait in different ways.
 
+#ifdef __APPLE__
+extern "C" int pthread_cond_timedwait(pthread_cond_t* _pCondition, pthread_mutex_t* _pMutex,
+                                      const timespec* _pEnd)
+{
+    static auto* const s_pWait = GetNextFunction<decltype(pthread_cond_timedwait)>("pthread_cond_timedwait");
+    return _pCondition == s_pWatched ? CutWait(_pMutex, CLOCK_REALTIME, *_pEnd)
+                                     : s_pWait(_pCondition, _pMutex, _pEnd);
+}
+#else
 extern "C" int pthread_cond_clockwait(pthread_cond_t* _pCondition, pthread_mutex_t* _pMutex,
                                       clockid_t _iClock, const timespec* _pEnd)
 {
     static auto* const s_pWait = GetNextFunction<decltype(pthread_cond_clockwait)>("pthread_cond_clockwait");
-    if (_pCondition != s_pWatched)
-    {
-        return s_pWait(_pCondition, _pMutex, _iClock, _pEnd);
-    }
-    Note(_iClock, *_pEnd);
-    pthread_mutex_unlock(_pMutex);
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    return pthread_mutex_lock(_pMutex);
+    return _pCondition == s_pWatched ? CutWait(_pMutex, _iClock, *_pEnd)
+                                     : s_pWait(_pCondition, _pMutex, _iClock, _pEnd);
 }
+#endif
 
 extern "C" int pthread_cond_signal(pthread_cond_t* _pCondition) ZEL_TEST_NOEXCEPT
 {

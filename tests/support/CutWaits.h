@@ -5,8 +5,8 @@
 #include <functional>
 
 /// While one lives, every wait with a limit on one condition variable, on all threads, wakes after a
-/// millisecond, notified or not; how long it was meant to last is noted, and notifications are counted. Sees
-/// the waits of GNU's standard library only. One at a time.
+/// millisecond, notified or not; how long it was meant to last is noted, and notifications are counted. On
+/// macOS the program's functions must stand in front of the system's for the C++ library, too. One at a time.
 class CLS_CutWaits
 {
 public:

@@ -1,5 +1,7 @@
 #include "tests/support/FailingRandom.h"
 
+#include "tests/support/NextFunction.h"
+
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
@@ -65,18 +67,16 @@ extern "C" int open(const char* _szPath, int _iFlags, ...)
 }
 
 #ifdef _LIBCPP_VERSION
-/// This C++ library takes its random numbers from inside, past the function above.
+/// This C++ library opens its source from inside, past the function above, if it opens one at all.
 std::random_device::random_device(const std::string& _strToken)
 {
-#ifdef _LIBCPP_USING_DEV_RANDOM
-    __f_ = open(_strToken.c_str(), O_RDONLY);
-    const bool bOpened = __f_ >= 0;
-#else
-    const bool bOpened = BeginOpening();
-#endif
-    if (!bOpened)
+    if (!BeginOpening())
     {
         throw std::system_error(EMFILE, std::system_category(), "random_device failed to open " + _strToken);
     }
+    using Constructor = void(std::random_device*, const std::string&);
+    static auto* const s_pNext = GetNextFunction<Constructor>(
+        "_ZNSt3__113random_deviceC1ERKNS_12basic_stringIcNS_11char_traitsIcEENS_9allocatorIcEEEE");
+    s_pNext(this, _strToken);
 }
 #endif

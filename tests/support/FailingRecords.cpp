@@ -27,6 +27,26 @@ int CLS_FailingRecords::GetFailures() const
     return s_iFailures;
 }
 
+namespace
+{
+void FailRecord()
+{
+    if (s_bFailing)
+    {
+        ++s_iFailures;
+        throw std::bad_alloc();
+    }
+}
+} // namespace
+
+#ifdef ZEL_TEST_HOOKED_RECORDS
+void RecordHooks::Begin()
+{
+    FailRecord();
+}
+
+void RecordHooks::End() noexcept {}
+#else
 // The linker leads the product's calls of the record's constructor here (zel_fail_records).
 extern "C"
 {
@@ -37,12 +57,9 @@ extern "C"
                                                            const char* _szModule, const char* _szFunction,
                                                            const char* _szFile, int _iLine, int _iLevel)
     {
-        if (s_bFailing)
-        {
-            ++s_iFailures;
-            throw std::bad_alloc();
-        }
+        FailRecord();
         __real__ZN6Logger16LogMessageStreamC1EPKcS2_S2_ii(_pRecord, _szModule, _szFunction, _szFile, _iLine,
                                                           _iLevel);
     }
 }
+#endif

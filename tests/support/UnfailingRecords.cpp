@@ -1,11 +1,22 @@
 // Exempts records, from their construction to their end, from the failures of FailingMemory: a record whose
-// emission fails ends the process, as any exception out of a destructor does. The linker leads the product's
-// calls of the record's constructor and destructor here (zel_fail_memory), so no allocation of a record, of
-// what is streamed into it or of "PrintLog" escapes.
+// emission fails ends the process, as any exception out of a destructor does. The product's
+// calls of the record's constructor and destructor come here (zel_exempt_records), so no allocation of a
+// record, of what is streamed into it or of "PrintLog" escapes.
 
 #include "QuenInclude/Logger.h"
 #include "tests/support/FailingMemory.h"
 
+#ifdef ZEL_TEST_HOOKED_RECORDS
+void RecordHooks::Begin()
+{
+    FailingMemory::EnterExempt();
+}
+
+void RecordHooks::End() noexcept
+{
+    FailingMemory::LeaveExempt();
+}
+#else
 extern "C"
 {
     void __real__ZN6Logger16LogMessageStreamC1EPKcS2_S2_ii(Logger::LogMessageStream*, const char*,
@@ -27,3 +38,4 @@ extern "C"
         FailingMemory::LeaveExempt();
     }
 }
+#endif

@@ -1,5 +1,7 @@
 #include "tests/support/WatchedLocks.h"
 
+#include "tests/support/NextFunction.h"
+
 #include <array>
 #include <atomic>
 #include <dlfcn.h>
@@ -73,17 +75,6 @@ void Note(const void* _pLock, bool _bTaken)
         NoteGivenBack(iLock);
     }
 }
-
-template <typename Lock>
-using LockFun = int (*)(Lock*);
-
-/// The function that would have been called without those below.
-template <typename Lock>
-LockFun<Lock> GetNext(LockFun<Lock> _funSanitizers, const char* _szName)
-{
-    return _funSanitizers != nullptr ? _funSanitizers
-                                     : reinterpret_cast<LockFun<Lock>>(dlsym(RTLD_NEXT, _szName));
-}
 } // namespace
 
 CLS_WatchedLocks::CLS_WatchedLocks()
@@ -136,6 +127,102 @@ int CLS_WatchedLocks::GetUntaken() const
     return s_iUntaken;
 }
 
+#ifdef _LIBCPP_VERSION
+// These stand in front of the functions of the same names in every program that is linked with this file.
+// This C++ library makes its shared mutex of a mutex, which has the same address, and two condition
+// variables.
+
+namespace
+{
+/// Whether the thread is in a function of a shared mutex, so that the mutex inside does not count.
+thread_local bool t_bInSharedMutex = false;
+
+/// Calls the C++ library's own function of a shared mutex.
+void CallNext(const std::string& _strName, std::__shared_mutex_base* _pLock)
+{
+    t_bInSharedMutex = true;
+    GetNextFunction<void(std::__shared_mutex_base*)>("_ZNSt3__119__shared_mutex_base" + _strName)(_pLock);
+    t_bInSharedMutex = false;
+}
+
+using MutexFun = int(pthread_mutex_t*);
+
+/// The system's function of that name, looked up once. The compiler would make such a static variable under a
+/// mutex.
+MutexFun* GetNext(std::atomic<MutexFun*>& _funNext, const char* _szName)
+{
+    if (_funNext == nullptr)
+    {
+        _funNext = GetNextFunction<MutexFun>(_szName);
+    }
+    return _funNext;
+}
+
+void NoteMutex(const pthread_mutex_t* _pLock, bool _bTaken)
+{
+    if (!t_bInSharedMutex)
+    {
+        Note(_pLock, _bTaken);
+    }
+}
+} // namespace
+
+extern "C"
+{
+    int pthread_mutex_lock(pthread_mutex_t* _pLock)
+    {
+        static std::atomic<MutexFun*> s_funNext{nullptr};
+        NoteMutex(_pLock, true);
+        return GetNext(s_funNext, "pthread_mutex_lock")(_pLock);
+    }
+
+    int pthread_mutex_unlock(pthread_mutex_t* _pLock)
+    {
+        static std::atomic<MutexFun*> s_funNext{nullptr};
+        const int iResult = GetNext(s_funNext, "pthread_mutex_unlock")(_pLock);
+        NoteMutex(_pLock, false);
+        return iResult;
+    }
+}
+
+void std::__shared_mutex_base::lock()
+{
+    Note(this, true);
+    CallNext("4lockEv", this);
+}
+
+void std::__shared_mutex_base::unlock()
+{
+    CallNext("6unlockEv", this);
+    Note(this, false);
+}
+
+void std::__shared_mutex_base::lock_shared()
+{
+    Note(this, true);
+    CallNext("11lock_sharedEv", this);
+}
+
+void std::__shared_mutex_base::unlock_shared()
+{
+    CallNext("13unlock_sharedEv", this);
+    Note(this, false);
+}
+#else
+namespace
+{
+template <typename Lock>
+using LockFun = int (*)(Lock*);
+
+/// The function that would have been called without those below.
+template <typename Lock>
+LockFun<Lock> GetNext(LockFun<Lock> _funSanitizers, const char* _szName)
+{
+    return _funSanitizers != nullptr ? _funSanitizers
+                                     : reinterpret_cast<LockFun<Lock>>(dlsym(RTLD_NEXT, _szName));
+}
+} // namespace
+
 extern "C"
 {
     // A sanitizer's stand-ins for the system's functions, where one is linked into the program.
@@ -183,3 +270,4 @@ extern "C"
         return iResult;
     }
 }
+#endif

@@ -4,15 +4,16 @@
 #include <shared_mutex>
 #include <vector>
 
-/// While one lives, it watches some locks, on all threads, for the order in which they are taken. Sees the
-/// locks of GNU's standard library only. One at a time.
+/// While one lives, it watches some locks, on all threads, for the order in which they are taken. On macOS
+/// the program's functions must stand in front of the system's for the C++ library, too. One at a time.
 class CLS_WatchedLocks
 {
 public:
     static constexpr std::size_t MOST_LOCKS = 8;
 
-    void Watch(std::mutex& _mtxOuter) { Watch(_mtxOuter.native_handle()); }
-    void Watch(std::shared_mutex& _smOuter) { Watch(_smOuter.native_handle()); }
+    void Watch(std::mutex& _mtxOuter) { Watch(static_cast<const void*>(_mtxOuter.native_handle())); }
+    /// Its native handle has the same address, where it has one.
+    void Watch(std::shared_mutex& _smOuter) { Watch(static_cast<const void*>(&_smOuter)); }
     /// The one lock that may be taken while another is held.
     void WatchInnermost(std::shared_mutex& _smInnermost);
 

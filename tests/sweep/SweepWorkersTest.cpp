@@ -128,7 +128,13 @@ TEST_F(SweepWorkersTest, RunOfATmpTaskLeavesItsRecordAndAnIdleWorker)
 
 TEST_F(SweepWorkersTest, RunOfATaskThatThrowsLeavesItsRecordsAndAnIdleWorker)
 {
-    Sweep("a worker's run of a task that throws", 10,
+    // Exceptions of GNU's library need one allocation more.
+#ifdef _LIBCPP_VERSION
+    constexpr int LEAST_POINTS = 9;
+#else
+    constexpr int LEAST_POINTS = 10;
+#endif
+    Sweep("a worker's run of a task that throws", LEAST_POINTS,
           [](CLS_SweepPoint& _clsPoint)
           {
               CLS_QuenTaskPool& clsPool = MakeStillPool();

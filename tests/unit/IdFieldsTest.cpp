@@ -4,6 +4,7 @@
 #include "tests/support/NextFunction.h"
 
 #include <cstdint>
+#include <cstring>
 #include <ctime>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -13,11 +14,20 @@ namespace
 {
 struct ST_Figures
 {
-    pthread_t m_idThread;
+    std::uint64_t m_uiThread;
     timespec m_stTime;
 };
 
 thread_local const ST_Figures* t_pFigures = nullptr;
+
+/// A pthread_t is a number on some platforms and a pointer on others.
+pthread_t ToThread(std::uint64_t _uiNumber)
+{
+    pthread_t idThread{};
+    static_assert(sizeof(idThread) == sizeof(_uiNumber));
+    std::memcpy(&idThread, &_uiNumber, sizeof(idThread));
+    return idThread;
+}
 
 /// An id that the calling thread makes while the system tells it these figures.
 std::string MakeId(const ST_Figures& _stFigures)
@@ -34,7 +44,7 @@ std::string MakeId(const ST_Figures& _stFigures)
 extern "C" pthread_t pthread_self() ZEL_TEST_NOEXCEPT
 {
     static auto* const s_pSelf = GetNextFunction<decltype(pthread_self)>("pthread_self");
-    return t_pFigures != nullptr ? t_pFigures->m_idThread : s_pSelf();
+    return t_pFigures != nullptr ? ToThread(t_pFigures->m_uiThread) : s_pSelf();
 }
 
 extern "C" int clock_gettime(clockid_t _iClock, timespec* _pTime) ZEL_TEST_NOEXCEPT

@@ -16,19 +16,35 @@ namespace
 {
 thread_local bool t_bWatched = false;
 std::atomic<bool> s_bWaiting{false}; ///< whether a watched thread has begun to wait, its mutex still locked
-} // namespace
 
-// In front of the system's function of the same name.
-extern "C" int pthread_cond_clockwait(pthread_cond_t* _pCondition, pthread_mutex_t* _pMutex,
-                                      clockid_t _iClock, const timespec* _pLimit)
+void NoteWait()
 {
-    static auto* const s_pWait = GetNextFunction<decltype(pthread_cond_clockwait)>("pthread_cond_clockwait");
     if (t_bWatched)
     {
         s_bWaiting = true;
     }
+}
+} // namespace
+
+// In front of the system's function of the same name. The C++ libraries of the two systems wait in different
+// ways.
+#ifdef __APPLE__
+extern "C" int pthread_cond_timedwait(pthread_cond_t* _pCondition, pthread_mutex_t* _pMutex,
+                                      const timespec* _pLimit)
+{
+    static auto* const s_pWait = GetNextFunction<decltype(pthread_cond_timedwait)>("pthread_cond_timedwait");
+    NoteWait();
+    return s_pWait(_pCondition, _pMutex, _pLimit);
+}
+#else
+extern "C" int pthread_cond_clockwait(pthread_cond_t* _pCondition, pthread_mutex_t* _pMutex,
+                                      clockid_t _iClock, const timespec* _pLimit)
+{
+    static auto* const s_pWait = GetNextFunction<decltype(pthread_cond_clockwait)>("pthread_cond_clockwait");
+    NoteWait();
     return s_pWait(_pCondition, _pMutex, _iClock, _pLimit);
 }
+#endif
 
 namespace
 {

@@ -11,13 +11,13 @@ int s_iPins = 0;         ///< requests that keep a library loaded for good
 } // namespace
 
 // In front of the system's functions of the same names.
-extern "C" int dladdr(const void* _pAddress, Dl_info* _pInfo) noexcept
+extern "C" int dladdr(const void* _pAddress, Dl_info* _pInfo) ZEL_TEST_NOEXCEPT
 {
     static auto* const s_pFind = GetNextFunction<decltype(dladdr)>("dladdr");
     return s_bUnknown ? 0 : s_pFind(_pAddress, _pInfo);
 }
 
-extern "C" void* dlopen(const char* _szPath, int _iMode) noexcept
+extern "C" void* dlopen(const char* _szPath, int _iMode) ZEL_TEST_NOEXCEPT
 {
     static auto* const s_pOpen = GetNextFunction<decltype(dlopen)>("dlopen");
     s_iPins += (_iMode & RTLD_NODELETE) != 0 ? 1 : 0;

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <new>
+
+/// A lock or the like as Darwin lays it out: a signature that tells its state, and memory behind it. The
+/// Linux object stands there, if it fits. All zeros are a Linux object of the usual kind, and that is what
+/// Darwin's static initialisers leave behind the signature.
+template <std::size_t SIZE>
+struct ST_Inside
+{
+    std::atomic<long> m_iSignature;
+    alignas(8) std::array<char, SIZE> m_arrMemory;
+
+    template <typename OBJECT>
+    OBJECT* As()
+    {
+        static_assert(sizeof(OBJECT) <= SIZE, "the Linux object must fit");
+        return reinterpret_cast<OBJECT*>(m_arrMemory.data());
+    }
+};
+
+/// Darwin's signatures of objects with a static initialiser, and those of objects that were initialised by a
+/// call, which are this program's own.
+enum n_Signature : long
+{
+    SIGNATURE_MUTEX = 0x32AAABA7,
+    SIGNATURE_CONDITION = 0x3CB0B1BB,
+    SIGNATURE_RWLOCK = 0x2DA8B3B4,
+    SIGNATURE_ONCE = 0x30B1BCBA,
+    SIGNATURE_MUTEX_READY = 0x4D555458,
+    SIGNATURE_CONDITION_READY = 0x434F4E44,
+    SIGNATURE_BEING_MADE = 0x4D555459,
+    SIGNATURE_ATTRIBUTES = 0x4D545841,
+    SIGNATURE_NONE = 0, ///< never initialised, or destroyed
+};
+
+using Mutex = ST_Inside<56>;
+using MutexAttributes = ST_Inside<8>;
+using Condition = ST_Inside<40>;
+using RwLock = ST_Inside<192>;
+using Once = ST_Inside<8>;
+static_assert(sizeof(Mutex) == 64 && sizeof(MutexAttributes) == 16 && sizeof(Condition) == 48 &&
+              sizeof(RwLock) == 200 && sizeof(Once) == 16);
