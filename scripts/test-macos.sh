@@ -9,6 +9,7 @@ if ! cmake/macos/make-sdk.sh; then
     exit 1
 fi
 left_out=(
+    "TaskRegistryIdTest: the linker for macOS cannot put a test's function in front of one of the program's own"
     "tests/schedule: its scheduler stands in front of the system's functions as Linux has them"
 )
 cmake/macos/make-packages.sh || left_out+=("the example host and its tests: make-packages.sh failed, see above")
