@@ -5,7 +5,7 @@
 // grows that should not.
 
 #include "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool.h"
-#include "examples/task_sweep/TaskSweep.h"
+#include "QuenHost/TaskSweep.h"
 #include "tests/soak/Figures.h"
 #include "tests/soak/Growth.h"
 #include "tests/soak/Load.h"
