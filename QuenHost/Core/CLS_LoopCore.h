@@ -14,10 +14,14 @@ struct ST_PoolRecord
 {
     std::string m_strTaskId;     ///< "" for none; written while it is added, constant from then on
     std::uint64_t m_uiEpoch = 0; ///< of a carrier: when it was asked for
+    bool m_bBusy = false;        ///< of a carrier: runs the host's code; guarded by the hub's mutex
     bool m_bArrived = false;     ///< of a carrier: for its only run
     std::chrono::steady_clock::time_point m_tpFinished;
-    /// Its place among the records to be removed, made early, so that finishing allocates nothing.
+    /// Its place in the lists of the hub, made early, so that finishing allocates nothing.
     std::list<std::shared_ptr<ST_PoolRecord>> m_lstPlace{nullptr};
+    std::list<std::shared_ptr<ST_PoolRecord>>::iterator m_itPlace = m_lstPlace.begin();
+    bool m_bEntered = false; ///< it is, or was, in a list of the hub; guarded by the hub's mutex, as the next
+    bool m_bFinished = false; ///< it is, or was, in the list of those to be removed
 };
 
 /// What the kit knows of a loop task. It outlives the CLS_LoopTask for as long as a run goes on.

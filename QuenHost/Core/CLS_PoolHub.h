@@ -13,6 +13,7 @@
 #include <chrono>
 #include <climits>
 #include <condition_variable>
+#include <cstddef>
 #include <cstdint>
 #include <list>
 #include <memory>
@@ -31,7 +32,8 @@
 /// are on the hub's own conditions, so they end when the run does.
 ///
 /// One mutex guards everything. It is held for a few steps, and never while the host's code or the pool is
-/// called. One carrier at a time is on its way: whoever takes a task sees to it that the next one comes.
+/// called. A few carriers at a time are on their way: whoever takes a task sees to it that the next one
+/// comes.
 ///
 /// Threads: any, but for End.
 /// Owns: the waiting tasks. It is shared by the scope, the owners, and the carriers.
@@ -101,6 +103,10 @@ private:
     using Records = std::list<std::shared_ptr<ST_PoolRecord>>;
     using Leftovers = std::list<std::shared_ptr<ST_Leftover>>;
 
+    /// So many carriers are on their way at once. Each that arrives brings the next, as long as tasks wait;
+    /// so short tasks are done by few workers, and tasks that block get as many as they want within moments.
+    static constexpr std::size_t MOST_COMING = 4;
+
     /// So many carriers stay when there is nothing to do, for so long.
     static constexpr int MOST_PARKED = 8;
     static constexpr std::chrono::seconds PARKED_TIME{5};
@@ -126,6 +132,7 @@ private:
     void Report(const CLS_TaskGroup& _clsGroup, n_FailureKind _enKind, const std::string& _strCallInfo,
                 const std::exception_ptr& _pException) noexcept;
     bool WaitForRuns(Lock& _lock, CLS_TaskGroup& _clsGroup, std::chrono::milliseconds _msLimit);
+    static bool IsDestroyer(const CLS_TaskGroup& _clsGroup);
     static int MarkOwnRuns(CLS_TaskGroup& _clsGroup, int _iChange);
     static bool IsOfInterest(const ST_Run& _stRun, bool _bByRun);
     static void HandOver(CLS_TaskGroup& _clsGroup, const std::shared_ptr<ST_Leftover>& _pLeftover);
@@ -144,14 +151,16 @@ private:
     void Carry(const std::shared_ptr<ST_PoolRecord>& _pRecord);
     void Arrive(const ST_PoolRecord& _stRecord);
     bool Park(Lock& _lock);
-    void RunFirst(Lock& _lock, const ST_RunThread& _stThread);
+    void RunFirst(Lock& _lock, ST_PoolRecord& _stRecord, const ST_RunThread& _stThread);
     void DestroyLeftover(Lock& _lock);
     void LeaveInside();
     void Beat();
     void WriteOffLostCarriers();
+    void EnterRecord(const std::shared_ptr<ST_PoolRecord>& _pRecord);
     void FinishRecord(const std::shared_ptr<ST_PoolRecord>& _pRecord);
     void SweepRecords(Lock& _lock);
     void RemoveRecords(const Records& _lstRecords) const;
+    Records TakeRecords();
     std::vector<std::shared_ptr<CLS_StopState>> RefuseAll();
     void TakeAll(CLS_RemovedTasks& _clsRemoved);
     void ReportOutlivers();
@@ -181,7 +190,8 @@ private:
     Clock::time_point m_tpLastStart;
     std::condition_variable m_cvParked;
     std::shared_ptr<ST_PoolRecord> m_pHeartbeat; ///< null until it is needed
-    Records m_lstFinished;                       ///< records to be removed, the oldest first
+    Records m_lstLive;     ///< records of carriers, from before they are added until they leave
+    Records m_lstFinished; ///< records to be removed, the oldest first
 
     int m_iInside = 0; ///< threads that may call the pool
     std::condition_variable m_cvInside;

@@ -39,6 +39,13 @@ struct ST_Run
     ST_Link<ST_Run> m_stGroupLink{};
 };
 
+/// A removal that is destroying what it took from the queue. Lives on the stack of its thread.
+struct ST_Destroyer
+{
+    std::thread::id m_idThread = std::this_thread::get_id();
+    ST_Link<ST_Destroyer> m_stLink{};
+};
+
 /// What the kit knows of one owner, or of one loop task: its waiting tasks and its runs. It outlives the
 /// owner for as long as a run goes on.
 ///
@@ -61,7 +68,8 @@ public:
     std::shared_ptr<CLS_StopState> m_pStop = std::make_shared<CLS_StopState>(); ///< null after a removal
     CLS_Chain<CLS_QueuedTask, &CLS_QueuedTask::m_stGroupLink> m_chnWaiting;
     CLS_Chain<ST_Run, &ST_Run::m_stGroupLink> m_chnRuns;
-    std::condition_variable m_cvRuns; ///< notified when a run ends, or needs no waiting any more
+    CLS_Chain<ST_Destroyer, &ST_Destroyer::m_stLink> m_chnDestroyers;
+    std::condition_variable m_cvRuns; ///< notified when a run or a destroyer ends, or need not be waited for
     int m_iRemovals = 0;              ///< removals at work: nothing is taken meanwhile
     bool m_bClosed = false;           ///< the owner has ended: nothing is taken any more
     ST_PoolCounters m_stCounters;

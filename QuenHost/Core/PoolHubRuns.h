@@ -72,23 +72,36 @@ inline bool CLS_PoolHub::IsOfInterest(const ST_Run& _stRun, bool _bByRun)
     return !_stRun.m_bHandedOver && !(_bByRun && _stRun.m_iRemoving > 0);
 }
 
-/// Waits until the runs of the group are over, but for the caller's own. False when they are not. After the
-/// full time, no removal waits for them again. May give the lock back for a moment.
+/// Whether the calling thread is in what a removal of the group destroys, which may remove, too.
+inline bool CLS_PoolHub::IsDestroyer(const CLS_TaskGroup& _clsGroup)
+{
+    const ST_Destroyer* pDestroyer = _clsGroup.m_chnDestroyers.GetFirst();
+    while (pDestroyer != nullptr && pDestroyer->m_idThread != std::this_thread::get_id())
+    {
+        pDestroyer = CLS_Chain<ST_Destroyer, &ST_Destroyer::m_stLink>::GetNext(*pDestroyer);
+    }
+    return pDestroyer != nullptr;
+}
+
+/// Waits until the runs of the group are over, but for the caller's own, and until other removals have
+/// destroyed what they took. False when runs are left. After the full time, no removal waits for them again.
+/// May give the lock back for a moment.
 inline bool CLS_PoolHub::WaitForRuns(Lock& _lock, CLS_TaskGroup& _clsGroup,
                                      std::chrono::milliseconds _msLimit)
 {
     const bool bByRun = MarkOwnRuns(_clsGroup, 0) > 0;
+    const bool bByDestroyer = IsDestroyer(_clsGroup);
     bool bAllOver = false;
     const auto funOver = [&]
     {
-        bool bWait = false;
+        bool bWait = !bByDestroyer && !_clsGroup.m_chnDestroyers.IsEmpty();
         bAllOver = true;
-        for (const ST_Run* pRun = _clsGroup.m_chnRuns.GetFirst(); pRun != nullptr && !bWait;
+        for (const ST_Run* pRun = _clsGroup.m_chnRuns.GetFirst(); pRun != nullptr;
              pRun = CLS_Chain<ST_Run, &ST_Run::m_stGroupLink>::GetNext(*pRun))
         {
             const bool bOfInterest = IsOfInterest(*pRun, bByRun);
             bAllOver &= !bOfInterest;
-            bWait = bOfInterest && !pRun->m_bGivenUp;
+            bWait |= bOfInterest && !pRun->m_bGivenUp;
         }
         return !bWait;
     };

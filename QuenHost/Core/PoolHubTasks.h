@@ -122,9 +122,11 @@ inline bool CLS_PoolHub::RemoveTasks(CLS_TaskGroup& _clsGroup, std::chrono::mill
     ++_clsGroup.m_iRemovals;
     _clsGroup.m_bClosed |= _bClose;
     MarkOwnRuns(_clsGroup, 1);
+    ST_Destroyer stDestroyer;
     {
         CLS_RemovedTasks clsRemoved(GetTrace());
         TakeWaiting(_clsGroup, clsRemoved);
+        _clsGroup.m_chnDestroyers.Append(stDestroyer);
         const std::shared_ptr<CLS_StopState> pStop = std::exchange(_clsGroup.m_pStop, nullptr);
         lock.unlock();
         if (pStop)
@@ -133,6 +135,8 @@ inline bool CLS_PoolHub::RemoveTasks(CLS_TaskGroup& _clsGroup, std::chrono::mill
         }
     }
     lock.lock();
+    _clsGroup.m_chnDestroyers.Remove(stDestroyer);
+    _clsGroup.m_cvRuns.notify_all();
     const bool bOver = WaitForRuns(lock, _clsGroup, _msLimit);
     MarkOwnRuns(_clsGroup, -1);
     --_clsGroup.m_iRemovals;

@@ -11,12 +11,12 @@
 /// give the lock back for a moment.
 inline bool CLS_PoolHub::BringCarrier(Lock& _lock)
 {
-    const bool bNothingWaits = m_chnQueue.IsEmpty() && m_lstLeftover.empty();
-    if (bNothingWaits || m_iStarting + m_iClaimed > 0)
+    const std::size_t uiWaiting = m_chnQueue.GetSize() + m_lstLeftover.size();
+    if (static_cast<std::size_t>(m_iStarting + m_iClaimed) >= std::min(uiWaiting, MOST_COMING))
     {
-        return true; // the one that is on its way brings the next
+        return true; // each that is on its way brings the next
     }
-    if (m_iParked > 0)
+    if (m_iParked > m_iClaimed)
     {
         ++m_iClaimed;
         m_cvParked.notify_one();
@@ -34,11 +34,15 @@ inline bool CLS_PoolHub::StartCarrier(Lock& _lock)
     m_tpLastStart = Clock::now();
     const std::uint64_t uiEpoch = m_uiEpoch;
     _lock.unlock();
+    std::shared_ptr<ST_PoolRecord> pRecord;
     bool bAdded = false;
     const auto funAdd = [&]
     {
-        const auto pRecord = std::make_shared<ST_PoolRecord>();
+        pRecord = std::make_shared<ST_PoolRecord>();
         pRecord->m_uiEpoch = uiEpoch;
+        _lock.lock();
+        EnterRecord(pRecord);
+        _lock.unlock();
         bAdded = AddRecord(
             *pRecord, [pHub = shared_from_this(), pRecord] { pHub->Carry(pRecord); }, INT_MAX,
             "host kit worker");
@@ -50,6 +54,10 @@ inline bool CLS_PoolHub::StartCarrier(Lock& _lock)
     {
         --m_iCarriers;
         --m_iStarting;
+    }
+    if (!bAdded && pRecord)
+    {
+        m_lstLive.erase(pRecord->m_itPlace);
     }
     return bAdded;
 }
@@ -115,7 +123,7 @@ inline void CLS_PoolHub::Carry(const std::shared_ptr<ST_PoolRecord>& _pRecord)
         }
         else if (!m_chnQueue.IsEmpty())
         {
-            RunFirst(lock, stThread);
+            RunFirst(lock, *_pRecord, stThread);
         }
         else
         {
@@ -157,7 +165,7 @@ inline bool CLS_PoolHub::Park(Lock& _lock)
     return bWanted;
 }
 
-inline void CLS_PoolHub::RunFirst(Lock& _lock, const ST_RunThread& _stThread)
+inline void CLS_PoolHub::RunFirst(Lock& _lock, ST_PoolRecord& _stRecord, const ST_RunThread& _stThread)
 {
     std::unique_ptr<CLS_QueuedTask> pTask(m_chnQueue.GetFirst());
     CLS_TaskGroup& clsGroup = *pTask->m_pGroup;
@@ -168,6 +176,7 @@ inline void CLS_PoolHub::RunFirst(Lock& _lock, const ST_RunThread& _stThread)
     clsGroup.m_stCounters.m_nsLongestWait = std::max(clsGroup.m_stCounters.m_nsLongestWait, nsWait);
     BeginRun(stRun);
     BringCarrier(_lock);
+    _stRecord.m_bBusy = true;
     LeaveInside();
     _lock.unlock();
 
@@ -178,11 +187,12 @@ inline void CLS_PoolHub::RunFirst(Lock& _lock, const ST_RunThread& _stThread)
     EndRun(stRun);
     ++m_stCounters.m_uiRun;
     ++clsGroup.m_stCounters.m_uiRun;
+    _stRecord.m_bBusy = false;
+    ++m_iInside;
     _lock.unlock();
     stRun.m_pLeftover.reset();
     pTask.reset();
     _lock.lock();
-    ++m_iInside;
 }
 
 inline void CLS_PoolHub::DestroyLeftover(Lock& _lock)
@@ -236,12 +246,27 @@ inline void CLS_PoolHub::WriteOffLostCarriers()
     }
 }
 
+/// Notes the record of a carrier. Allocates nothing.
+inline void CLS_PoolHub::EnterRecord(const std::shared_ptr<ST_PoolRecord>& _pRecord)
+{
+    *_pRecord->m_itPlace = _pRecord;
+    _pRecord->m_bEntered = true;
+    m_lstLive.splice(m_lstLive.end(), _pRecord->m_lstPlace);
+}
+
 /// The record's task runs no more, or is about to end its run. Allocates nothing.
 inline void CLS_PoolHub::FinishRecord(const std::shared_ptr<ST_PoolRecord>& _pRecord)
 {
+    if (!_pRecord->m_bEntered)
+    {
+        EnterRecord(_pRecord);
+    }
+    if (std::exchange(_pRecord->m_bFinished, true))
+    {
+        return;
+    }
     _pRecord->m_tpFinished = Clock::now();
-    _pRecord->m_lstPlace.front() = _pRecord;
-    m_lstFinished.splice(m_lstFinished.end(), _pRecord->m_lstPlace);
+    m_lstFinished.splice(m_lstFinished.end(), m_lstLive, _pRecord->m_itPlace);
 }
 
 /// Removes the records that have rested. May give the lock back for a moment.
@@ -291,11 +316,7 @@ inline void CLS_PoolHub::End()
         lstLeftover.swap(m_lstLeftover);
         m_cvParked.notify_all();
         m_cvInside.wait_for(lock, LONGEST_CALL, [this] { return m_iInside == 0; });
-        lstRecords.swap(m_lstFinished);
-        if (m_pHeartbeat)
-        {
-            lstRecords.push_back(std::exchange(m_pHeartbeat, nullptr));
-        }
+        lstRecords = TakeRecords();
         lock.unlock();
     }
     if (!lstRecords.empty())
@@ -305,6 +326,26 @@ inline void CLS_PoolHub::End()
     }
     m_clsReport.ReportRepeats();
     ReportOutlivers();
+}
+
+/// The records of all tasks of the pool's that do not run the host's code. A carrier that is on its way finds
+/// its record removed, or nothing to do.
+inline CLS_PoolHub::Records CLS_PoolHub::TakeRecords()
+{
+    if (m_pHeartbeat)
+    {
+        FinishRecord(std::exchange(m_pHeartbeat, nullptr));
+    }
+    const Records lstLive = m_lstLive;
+    for (const std::shared_ptr<ST_PoolRecord>& pRecord : lstLive)
+    {
+        if (!pRecord->m_bBusy)
+        {
+            FinishRecord(pRecord);
+        }
+    }
+    // Copies: a carrier that is on its way notes later that its record is finished.
+    return m_lstFinished;
 }
 
 /// From now on nothing is taken, and no waiting task starts. Returns the requests to stop of owners that are

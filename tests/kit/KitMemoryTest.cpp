@@ -77,8 +77,8 @@ TEST(KitMemoryTest, TheRecordsOfManyWorkersGoWithoutTheHostDoingAnything)
     {
         const CLS_PoolScope clsPool{CLS_PoolLibrary(POOL_LIBRARY)};
         CLS_Gate clsMayEnd;
-        CLS_TaskOwner clsOwner(clsPool, "owner");
         CLS_Counter clsStarted;
+        CLS_TaskOwner clsOwner(clsPool, "owner");
         for (int i = 0; i < 200; ++i)
         {
             ASSERT_TRUE(clsOwner.Submit(

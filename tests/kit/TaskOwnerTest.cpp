@@ -234,7 +234,7 @@ TEST(TaskOwnerOrderTest, TasksOfAllOwnersStartInTheOrderOfTheirSubmission)
         ASSERT_TRUE(clsOwner.Submit([&vecOrder, i] { vecOrder.push_back(i); }, "ordered"));
     }
     ASSERT_TRUE(clsFirst->Submit([&] { clsMayLeave.Open(); }, "last"));
-    ASSERT_EQ(2U, vecTasks.size()) << "the heartbeat, and one worker on its way";
+    ASSERT_EQ(5U, vecTasks.size()) << "the heartbeat, and four workers on their way";
     std::thread thWorker(vecTasks.at(1));
     EXPECT_TRUE(clsMayLeave.Wait());
     EXPECT_THAT(vecOrder, ::testing::ElementsAre(0, 1, 2, 3, 4, 5));

@@ -118,9 +118,9 @@ TEST_F(TraceFileTest, WhatNeverRanIsCancelled)
     const auto pTrace = CLS_TraceFile::Create(m_strPath, "test");
     {
         const CLS_PoolScope clsPool{CLS_PoolLibrary(POOL_LIBRARY), ST_ScopeOptions{{}, pTrace}};
-        CLS_TaskOwner clsOwner(clsPool, "owner");
         CLS_Counter clsStarted;
         CLS_Gate clsMayEnd;
+        CLS_TaskOwner clsOwner(clsPool, "owner");
         for (int i = 0; i < CLS_PoolHub::MOST_CARRIERS; ++i)
         {
             ASSERT_TRUE(clsOwner.Submit(

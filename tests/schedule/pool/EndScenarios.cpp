@@ -168,7 +168,7 @@ Scenarios GetAllScenarios()
 {
     Scenarios vecAll;
     for (const Scenarios& vecSome : {GetSubmissionScenarios(), GetRemovalScenarios(), GetLoopScenarios(),
-                                     GetWorkerScenarios(), GetEndScenarios()})
+                                     GetWorkerScenarios(), GetEndScenarios(), GetKitScenarios()})
     {
         vecAll.insert(vecAll.end(), vecSome.begin(), vecSome.end());
     }

@@ -25,5 +25,6 @@ Scenarios GetRemovalScenarios();
 Scenarios GetLoopScenarios();
 Scenarios GetWorkerScenarios();
 Scenarios GetEndScenarios();
+Scenarios GetKitScenarios();
 
 Scenarios GetAllScenarios();

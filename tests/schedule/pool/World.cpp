@@ -1,5 +1,6 @@
 #include "tests/schedule/pool/World.h"
 
+#include "QuenHost/Core/CLS_LivingScope.h"
 #include "tests/schedule/pool/Marks.h"
 #include "tests/schedule/pool/Names.h"
 #include "tests/schedule/pool/ScheduleLog.h"
@@ -409,11 +410,14 @@ void ForgetPool()
     // The nodes were memory of the last schedule.
     new (&CLS_Task::m_mapTaskData) std::map<std::string, std::shared_ptr<CLS_Task>>;
     CLS_TaskThread::SetWaitingOvertime(300000);
+    CLS_LivingScope::ST_Scopes& stScopes = CLS_LivingScope::GetAll();
+    new (&stScopes.m_chnScopes) CLS_LivingScope::Scopes;
     Names::Forget();
 }
 
 void PrepareProcess()
 {
+    CLS_LivingScope::Has(nullptr);
     // Binding the logging library prints lines; formatting numbers fills caches of the C++ library.
     std::streambuf* const pBuffer = std::cout.rdbuf(nullptr);
     Logger::GetModuleFun("PrintLog", "");
