@@ -36,7 +36,9 @@ public:
         using Callable = std::decay_t<T_Callable>;
         if (m_pHub && !HostCall::IsEmpty<Callable>(_funTask))
         {
-            Add(std::make_unique<CLS_CallableTask<Callable>>(std::forward<T_Callable>(_funTask)), _iInterval,
+            Add(std::make_unique<CLS_CallableTask<Callable>>(std::in_place,
+                                                             std::forward<T_Callable>(_funTask)),
+                _iInterval,
                 std::make_shared<CLS_TaskGroup>(std::move(_strCallInfo), std::move(_funOnFailure)));
         }
     }

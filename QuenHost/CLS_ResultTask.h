@@ -26,14 +26,17 @@ public:
     static_assert(std::is_nothrow_destructible_v<T_Callable>,
                   "what a task captures must not throw at its end");
 
+    /// Copies or moves the callable.
     template <typename T_Source>
-    explicit CLS_ResultTask(T_Source&& _funTask) : m_funTask(std::forward<T_Source>(_funTask))
+    CLS_ResultTask(std::in_place_t /*_clsTag*/, T_Source&& _funTask)
+        : m_funTask(std::forward<T_Source>(_funTask))
     {
     }
 
     /// The future of the result. Once.
     std::future<Result> GetFuture() { return m_clsPromise.get_future(); }
 
+    /// Runs the callable and fills the future. False when it threw.
     bool Run(const CLS_StopToken& _clsToken) override
     {
         try
@@ -58,6 +61,7 @@ public:
         }
     }
 
+    /// Destroys the callable, unless its run has.
     void DestroyCallable() noexcept override { m_funTask.reset(); }
 
 private:

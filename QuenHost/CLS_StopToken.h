@@ -53,6 +53,7 @@ private:
 class CLS_StopCallback : private CLS_StopState::ST_Callback
 {
 public:
+    /// Registers the function. std::bad_alloc passes.
     CLS_StopCallback(const CLS_StopToken& _clsToken, std::function<void()> _funCall)
         : ST_Callback(std::move(_funCall)), m_pState(_clsToken.m_pState)
     {

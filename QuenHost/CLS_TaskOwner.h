@@ -64,7 +64,8 @@ public:
         {
             return false;
         }
-        auto pTask = std::make_unique<CLS_CallableTask<Callable>>(std::forward<T_Callable>(_funTask));
+        auto pTask =
+            std::make_unique<CLS_CallableTask<Callable>>(std::in_place, std::forward<T_Callable>(_funTask));
         return SubmitTask(std::move(pTask), std::move(_strCallInfo));
     }
 
@@ -103,7 +104,8 @@ public:
 
 private:
     template <typename T_Callable>
-    friend auto SubmitForResult(CLS_TaskOwner& _clsOwner, T_Callable&& _funTask, std::string _strCallInfo);
+    friend auto SubmitForResult(CLS_TaskOwner& _clsOwner, T_Callable&& _funTask,
+                                const std::string& _strCallInfo);
 
     bool SubmitTask(std::unique_ptr<CLS_QueuedTask> _pTask, std::string _strCallInfo)
     {

@@ -271,6 +271,7 @@ private:
 class CLS_TraceSpan
 {
 public:
+    /// Begins. The arguments are those of CLS_TraceFile::Add.
     CLS_TraceSpan(const std::shared_ptr<CLS_TraceFile>& _pTrace, const char* _szCategory,
                   const std::string& _strName, const std::string& _strMembers = {})
         : m_pTrace(_pTrace), m_szCategory(_szCategory), m_strName(_pTrace ? _strName : std::string())

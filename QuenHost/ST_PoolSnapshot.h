@@ -23,8 +23,8 @@ struct ST_PoolCounters
 /// A run that is going on.
 struct ST_RunInfo
 {
-    std::string m_strOwner;
-    std::string m_strCallInfo;
+    std::string m_strOwner;    ///< the owner's name; that of a loop task is its call information
+    std::string m_strCallInfo; ///< as it was submitted
     std::chrono::nanoseconds m_nsRunning{0}; ///< since its start
     std::uint64_t m_uiThread = 0;            ///< the number that debuggers show
     std::string m_strThread;                 ///< the thread's name
@@ -34,9 +34,9 @@ struct ST_RunInfo
 /// A loop task.
 struct ST_LoopInfo
 {
-    std::string m_strCallInfo;
-    std::chrono::milliseconds m_msInterval{0};
-    bool m_bRunning = false;
+    std::string m_strCallInfo;                 ///< as it was given
+    std::chrono::milliseconds m_msInterval{0}; ///< from the end of a run to the next
+    bool m_bRunning = false;                   ///< a run is going on
     std::chrono::nanoseconds m_nsUntilNext{0}; ///< until it is due; 0 when it is due or runs
 };
 
@@ -50,8 +50,8 @@ struct ST_PoolSnapshot
     std::size_t m_uiQueued = 0;        ///< one-shot tasks that wait
     std::chrono::nanoseconds m_nsOldestQueued{0}; ///< the age of the first of them; 0 for none
     std::vector<ST_RunInfo> m_vecRuns;            ///< the longest first
-    std::vector<ST_LoopInfo> m_vecLoops;
-    ST_PoolCounters m_stCounters;
+    std::vector<ST_LoopInfo> m_vecLoops;          ///< in the order in which they were made
+    ST_PoolCounters m_stCounters;                 ///< of all tasks of the scope
 
     /// The snapshot as lines for a bug report.
     std::string ToText() const

@@ -15,7 +15,7 @@ enum class n_FailureKind
 /// failure here: it comes out of the future.
 struct ST_TaskFailure
 {
-    n_FailureKind m_enKind = n_FailureKind::Threw;
+    n_FailureKind m_enKind = n_FailureKind::Threw; ///< what went wrong
     std::string m_strOwner;          ///< the name of the owner; that of a loop task is its call information
     std::string m_strCallInfo;       ///< as it was submitted
     std::exception_ptr m_pException; ///< null unless the callable threw

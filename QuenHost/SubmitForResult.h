@@ -24,16 +24,17 @@
 /// Waits: for no task. A task that waits for another one occupies one of at most 300 workers.
 /// Fails: what copying the callable throws, and std::bad_alloc; nothing was queued then.
 template <typename T_Callable>
-auto SubmitForResult(CLS_TaskOwner& _clsOwner, T_Callable&& _funTask, std::string _strCallInfo)
+auto SubmitForResult(CLS_TaskOwner& _clsOwner, T_Callable&& _funTask, const std::string& _strCallInfo)
 {
     using Callable = std::decay_t<T_Callable>;
     const bool bEmpty = HostCall::IsEmpty<Callable>(_funTask);
-    auto pTask = std::make_unique<CLS_ResultTask<Callable>>(std::forward<T_Callable>(_funTask));
+    auto pTask =
+        std::make_unique<CLS_ResultTask<Callable>>(std::in_place, std::forward<T_Callable>(_funTask));
     auto futResult = pTask->GetFuture();
     if (!bEmpty)
     {
         // A task that is not taken is destroyed, which the future says.
-        static_cast<void>(_clsOwner.SubmitTask(std::move(pTask), std::move(_strCallInfo)));
+        static_cast<void>(_clsOwner.SubmitTask(std::move(pTask), _strCallInfo));
     }
     return futResult;
 }

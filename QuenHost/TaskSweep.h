@@ -10,14 +10,15 @@
 #include <string>
 #include <vector>
 
-/// For hosts that live long. The registry keeps the record of a one-shot task that has run, and what its
-/// callable captured, until the process ends; a host that calls DeleteFinished now and then keeps the memory
-/// bounded. Uses exported members alone; copy it, or change it. See docs/long-lived-hosts.md.
+/// For hosts that live long and use the bare functions. The registry keeps the record of a one-shot task that
+/// has run, and what its callable captured, until the process ends; a host that calls DeleteFinished now and
+/// then keeps the memory bounded. Needs a program that links the library. See docs/long-lived-hosts.md.
 ///
 /// Thread-safe: any thread, from within tasks, too, along with everything that the pool does. Needs no pool
 /// and builds none. std::bad_alloc passes, and leaves the registry as it was.
 namespace TaskSweep
 {
+/// A record, as its holders refer to it.
 using TaskReference = std::shared_ptr<CLS_Task>;
 
 /// The interval that AddTmpTask gives to its tasks.

@@ -50,7 +50,8 @@ public:
                   "what a task captures must not throw at its end");
 
     template <typename T_Source>
-    explicit CLS_CallableTask(T_Source&& _funTask) : m_funTask(std::forward<T_Source>(_funTask))
+    CLS_CallableTask(std::in_place_t /*_clsTag*/, T_Source&& _funTask)
+        : m_funTask(std::forward<T_Source>(_funTask))
     {
     }
 

@@ -60,10 +60,11 @@ template <typename T_Callable>
 using Result = decltype(HostCall::Call(std::declval<T_Callable&>(), std::declval<const CLS_StopToken&>()));
 
 template <typename T_Callable, typename = void>
-constexpr bool MAY_BE_EMPTY = false;
+inline constexpr bool MAY_BE_EMPTY = false;
 template <typename T_Callable>
-constexpr bool MAY_BE_EMPTY<T_Callable, std::void_t<decltype(std::declval<const T_Callable&>() == nullptr)>> =
-    std::is_constructible_v<T_Callable, std::nullptr_t>;
+inline constexpr bool
+    MAY_BE_EMPTY<T_Callable, std::void_t<decltype(std::declval<const T_Callable&>() == nullptr)>> =
+        std::is_constructible_v<T_Callable, std::nullptr_t>;
 
 /// Whether it is a function object, or a function pointer, with nothing to call.
 template <typename T_Callable>

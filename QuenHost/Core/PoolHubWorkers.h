@@ -12,7 +12,8 @@
 inline bool CLS_PoolHub::BringCarrier(Lock& _lock)
 {
     const std::size_t uiWaiting = m_chnQueue.GetSize() + m_lstLeftover.size();
-    if (static_cast<std::size_t>(m_iStarting + m_iClaimed) >= std::min(uiWaiting, MOST_COMING))
+    const auto uiComing = static_cast<std::size_t>(m_iStarting) + static_cast<std::size_t>(m_iClaimed);
+    if (uiComing >= std::min(uiWaiting, MOST_COMING))
     {
         return true; // each that is on its way brings the next
     }
