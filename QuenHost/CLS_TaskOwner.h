@@ -57,7 +57,7 @@ public:
     /// Waits: for no task; a few steps for a lock.
     /// Fails: what copying the callable throws, and std::bad_alloc; nothing was queued then.
     template <typename T_Callable>
-    [[nodiscard]] bool Submit(T_Callable&& _funTask, std::string _strCallInfo)
+    [[nodiscard]] bool Submit(T_Callable&& _funTask, const std::string& _strCallInfo)
     {
         using Callable = std::decay_t<T_Callable>;
         if (!m_pHub || HostCall::IsEmpty<Callable>(_funTask))
@@ -66,7 +66,7 @@ public:
         }
         auto pTask =
             std::make_unique<CLS_CallableTask<Callable>>(std::in_place, std::forward<T_Callable>(_funTask));
-        return SubmitTask(std::move(pTask), std::move(_strCallInfo));
+        return SubmitTask(std::move(pTask), _strCallInfo);
     }
 
     /// Cancels what has not started, asks what is running to stop, and waits for it. Nothing starts
@@ -107,10 +107,10 @@ private:
     friend auto SubmitForResult(CLS_TaskOwner& _clsOwner, T_Callable&& _funTask,
                                 const std::string& _strCallInfo);
 
-    bool SubmitTask(std::unique_ptr<CLS_QueuedTask> _pTask, std::string _strCallInfo)
+    bool SubmitTask(std::unique_ptr<CLS_QueuedTask> _pTask, const std::string& _strCallInfo)
     {
         _pTask->m_pGroup = m_pGroup;
-        _pTask->m_strCallInfo = std::move(_strCallInfo);
+        _pTask->m_strCallInfo = _strCallInfo;
         return m_pHub && m_pHub->Submit(std::move(_pTask));
     }
 

@@ -24,12 +24,12 @@ using TaskReference = std::shared_ptr<CLS_Task>;
 /// The interval that AddTmpTask gives to its tasks.
 constexpr int ONE_SHOT = -1;
 
-/// Whether nobody but the registry holds the record. _pTask is the registry's own reference, under its lock.
+/// Whether the registry alone holds the record. _pTask is the registry's own reference, under its lock.
 inline bool IsUnheld(const TaskReference& _pTask)
 {
     const bool bUnheld = _pTask.use_count() == 1;
-    // The count is read without any ordering. With the fence, who sees that a holder has let go sees all that
-    // the holder did to the record before.
+    // The count is read without any ordering. With the fence, a thread that sees that a holder has let go
+    // sees all that the holder did to the record before.
     std::atomic_thread_fence(std::memory_order_acquire);
     return bUnheld;
 }

@@ -107,7 +107,7 @@ private:
     /// so short tasks are done by few workers, and tasks that block get as many as they want within moments.
     static constexpr std::size_t MOST_COMING = 4;
 
-    /// So many carriers stay when there is nothing to do, for so long.
+    /// So many carriers stay when there is nothing to do, and for that time.
     static constexpr int MOST_PARKED = 8;
     static constexpr std::chrono::seconds PARKED_TIME{5};
 

@@ -27,7 +27,7 @@ private:
 
     const std::function<void()> m_funReport;
     const std::function<std::uint64_t()> m_funCount;
-    const std::chrono::milliseconds m_msStuck; ///< after so long without a move, there is a report
+    const std::chrono::milliseconds m_msStuck; ///< without a move, after which there is a report
     std::atomic<bool> m_bEnd{false};
     std::thread m_thrWatch;
 };

@@ -64,7 +64,7 @@ TEST_F(SubmitForResultTest, TheCallableMayBeMoveOnly)
     CLS_TaskOwner clsOwner(Pool(), "owner");
     auto funTask = [pValue = std::make_unique<int>(4)] { return *pValue; };
     EXPECT_EQ(4, SubmitForResult(clsOwner, std::move(funTask), "move-only").get());
-}
+} // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks): the queue owns it
 
 TEST_F(SubmitForResultTest, TheCallableMayBeKeptByTheCaller)
 {
