@@ -116,7 +116,7 @@ void KitRemoveOwnerWhoseTaskSubmits()
     CLS_World clsWorld;
     CLS_KitWorld clsKit;
     {
-        CLS_TaskOwner clsOwner(clsKit.Pool(), "owner");
+        CLS_TaskOwner clsOwner(clsKit.Pool(), "owner", [](const ST_TaskFailure&) {});
         ST_Job& stSecond = clsWorld.MakeJob("B");
         std::atomic<bool> bStarted{false};
         std::atomic<bool> bRemoving{false};
