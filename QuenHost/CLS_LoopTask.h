@@ -1,73 +1,110 @@
 #pragma once
 
-#include "QuenHost/PoolCall.h"
-#include "QuenHost/ST_PoolFunctions.h"
+#include "QuenHost/CLS_PoolScope.h"
+#include "QuenHost/CLS_StopToken.h"
+#include "QuenHost/ST_TaskFailure.h"
 
-#include <functional>
+#include <chrono>
+#include <memory>
 #include <string>
+#include <type_traits>
 #include <utility>
 
-/// A task that runs again and again until this object is destroyed.
+/// A task that runs again and again until this object is destroyed. Its runs never overlap.
 ///
-/// It must go before the pool's end, before the library is unloaded, and before what its callable uses: as a
-/// member it comes last. Moveable; a moved-from object has no task. Belongs to one thread at a time, and not
-/// to a run of its own task, which would wait for itself.
+/// It goes before its scope, and before what its callable uses: as a member it comes last.
+///
+/// Threads: one at a time, which may be a run of its own task. Several may remove at once.
+/// Owns: the callable. It is destroyed exactly once: by the removal, on its thread; or by the run that
+/// outlasts the removal, on the worker. Moveable; a moved-from object has no task.
 class CLS_LoopTask
 {
 public:
-    /// Runs _funTask, copied, at once, and again _iInterval milliseconds after each run ended, plus up to
-    /// about 10. With 0 it is repeated without a pause; a negative interval is not for loop tasks.
-    /// _strCallInfo says, in the pool's records, what it is. When it cannot be added, usually because memory
-    /// ran out, there is a record and no task: see IsAdded. Waits for no task.
-    CLS_LoopTask(const ST_PoolFunctions& _stFunctions, const std::function<void()>& _funTask, int _iInterval,
-                 std::string _strCallInfo)
-        : m_stFunctions(_stFunctions), m_strCallInfo(std::move(_strCallInfo))
+    /// Runs _funTask, copied or moved, at once, and again _iInterval milliseconds after each run ended, plus
+    /// up to about 10. With 0 it is repeated without a pause; a negative interval counts as 0. The callable
+    /// takes the same arguments as that of CLS_TaskOwner::Submit. _strCallInfo says what it is.
+    /// _funOnFailure hears when a run throws, after which the task goes on; without one, failures go to the
+    /// scope. When the callable is empty or the pool does not take it, there is no task: see IsAdded.
+    ///
+    /// Waits: for no task.
+    /// Fails: what copying the callable throws, and std::bad_alloc; there is no task then.
+    template <typename T_Callable>
+    CLS_LoopTask(const CLS_PoolScope& _clsPool, T_Callable&& _funTask, int _iInterval,
+                 std::string _strCallInfo, F_FailureHandler _funOnFailure = {})
+        : m_pHub(CLS_PoolScope::FindHub(_clsPool, _strCallInfo))
     {
-        m_stFunctions.m_funAddLoopTask(_funTask, _iInterval, m_strTaskId, m_strCallInfo);
+        using Callable = std::decay_t<T_Callable>;
+        if (m_pHub && !HostCall::IsEmpty<Callable>(_funTask))
+        {
+            Add(std::make_unique<CLS_CallableTask<Callable>>(std::in_place,
+                                                             std::forward<T_Callable>(_funTask)),
+                _iInterval,
+                std::make_shared<CLS_TaskGroup>(std::move(_strCallInfo), std::move(_funOnFailure)));
+        }
     }
 
     /// The same as Remove.
-    ~CLS_LoopTask()
-    {
-        PoolCall::Guard([this] { Remove(); });
-    }
+    ~CLS_LoopTask() { Remove(); }
 
     CLS_LoopTask(const CLS_LoopTask&) = delete;
     CLS_LoopTask& operator=(const CLS_LoopTask&) = delete;
 
     /// Takes over the task; _clsOther has none then.
-    CLS_LoopTask(CLS_LoopTask&& _clsOther) noexcept
-        : m_stFunctions(_clsOther.m_stFunctions), m_strCallInfo(std::move(_clsOther.m_strCallInfo)),
-          m_strTaskId(std::exchange(_clsOther.m_strTaskId, {}))
-    {
-    }
+    CLS_LoopTask(CLS_LoopTask&& _clsOther) noexcept = default;
 
     /// Removes the task that this object had, with Remove's wait. An object that is moved to itself keeps its
     /// task.
     CLS_LoopTask& operator=(CLS_LoopTask&& _clsOther) noexcept
     {
         CLS_LoopTask clsOther(std::move(_clsOther));
-        std::swap(m_stFunctions, clsOther.m_stFunctions);
-        m_strCallInfo.swap(clsOther.m_strCallInfo);
-        m_strTaskId.swap(clsOther.m_strTaskId);
+        m_pHub.swap(clsOther.m_pHub);
+        m_pLoop.swap(clsOther.m_pLoop);
         return *this;
     }
 
     /// Whether there is a task to be removed.
-    bool IsAdded() const { return !m_strTaskId.empty(); }
+    bool IsAdded() const { return m_pLoop != nullptr; }
 
-    /// Removes the task, once; waits, up to about 9 seconds, for a run in progress. What the callable
-    /// captured is destroyed on this thread, unless the run took longer.
-    void Remove()
+    /// Asks a run in progress to stop, waits for it, and destroys the callable. No run starts meanwhile or
+    /// later. Returns whether the task has ended, true when there was none. In a run of the task itself, that
+    /// run is not waited for, and destroys the callable at its end.
+    ///
+    /// Waits: as long as the run in progress, but no longer than 9 seconds; then the run is reported as a
+    /// failure, and goes on.
+    bool Remove()
     {
-        if (IsAdded())
+        const std::shared_ptr<CLS_LoopCore> pLoop = std::move(m_pLoop);
+        return !pLoop || m_pHub->RemoveLoop(*pLoop, CLS_PoolHub::REMOVAL_LIMIT);
+    }
+
+    /// The same without waiting: a worker destroys the callable, or the run in progress does at its end.
+    /// Everything that the task uses must hang on _pKept, which is let go there, too.
+    ///
+    /// Waits: for no task; a few steps for a lock.
+    /// Fails: std::bad_alloc passes; nothing was removed then.
+    void RemoveLater(std::shared_ptr<const void> _pKept = nullptr)
+    {
+        if (m_pLoop)
         {
-            m_stFunctions.m_funRemoveTask(std::exchange(m_strTaskId, {}), m_strCallInfo);
+            m_pHub->RemoveLoopLater(*m_pLoop, std::move(_pKept));
+            m_pLoop.reset();
         }
     }
 
 private:
-    ST_PoolFunctions m_stFunctions;
-    std::string m_strCallInfo;
-    std::string m_strTaskId; ///< "" for none
+    void Add(std::unique_ptr<CLS_QueuedTask> _pTask, int _iInterval, std::shared_ptr<CLS_TaskGroup> _pGroup)
+    {
+        _pTask->m_pGroup = _pGroup;
+        _pTask->m_pStop = _pGroup->m_pStop;
+        _pTask->m_strCallInfo = _pGroup->m_strName;
+        const std::chrono::milliseconds msInterval(_iInterval < 0 ? 0 : _iInterval);
+        auto pLoop = std::make_shared<CLS_LoopCore>(std::move(_pGroup), std::move(_pTask), msInterval);
+        if (m_pHub->AddLoop(pLoop))
+        {
+            m_pLoop = std::move(pLoop);
+        }
+    }
+
+    std::shared_ptr<CLS_PoolHub> m_pHub;   ///< null when there was no scope
+    std::shared_ptr<CLS_LoopCore> m_pLoop; ///< null for no task
 };

@@ -48,6 +48,36 @@ public:
     }
 #endif
 
+    /// The library that the program is linked with, with its pool started. Call it in a program that links
+    /// ZelTaskPool::ZelTaskPool, and nowhere else. What a pool that cannot be started throws, passes.
+    static CLS_PoolLibrary Linked()
+    {
+        CLS_PoolLibrary clsLibrary;
+        clsLibrary.m_stFunctions = {&::AddTmpTask, &::RemoveTmpTask, &::AddLoopTask, &::RemoveTask,
+                                    &::KillTask,   &::KillTaskAll,   &::UnInit};
+        clsLibrary.m_stFunctions.m_funRemoveTmpTask(nullptr, "first use");
+        return clsLibrary;
+    }
+
+    /// How many workers the pool has; empty when the library does not tell. Not when the pool has ended.
+    ///
+    /// Waits: for one of the pool's locks, which is held for a few steps.
+    std::optional<int> GetWorkers() const
+    {
+        if (m_pLibrary == nullptr)
+        {
+            return std::nullopt;
+        }
+        // Static data and a member function, by the names that every compiler of these platforms gives them.
+        void** const pInstance =
+            static_cast<void**>(dlsym(m_pLibrary, "_ZN16CLS_QuenTaskPool11m_pInstanceE"));
+        const auto funCount =
+            reinterpret_cast<int (*)(void*)>(dlsym(m_pLibrary, "_ZN16CLS_QuenTaskPool16GetTaskThreadNumEv"));
+        return pInstance != nullptr && *pInstance != nullptr && funCount != nullptr
+                   ? std::optional<int>(funCount(*pInstance))
+                   : std::nullopt;
+    }
+
     /// Neither ends the pool nor closes the library.
     ~CLS_PoolLibrary() = default;
 

@@ -4,66 +4,74 @@
 #error "A future reports by exceptions what went wrong: a program without them uses CLS_TaskOwner::Submit"
 #endif
 
-#include <atomic>
+#include "QuenHost/Core/CLS_QueuedTask.h"
+
+#include <exception>
 #include <future>
-#include <memory>
+#include <optional>
 #include <type_traits>
 #include <utility>
 
-/// A callable on its way to the one run that fills a future. It is destroyed, with what it captured, as soon
-/// as it has run or was cancelled, though the pool keeps the task for longer: before the future is ready, and
-/// on the thread that ran or cancelled it. When it is destroyed without a run, and when it is cancelled, the
-/// future gets std::future_error with broken_promise.
+/// A callable on its way to the one run that fills a future.
 ///
-/// Run and Cancel are safe on any thread; the first of all calls wins, the others do nothing. Neither copied
-/// nor moved.
+/// The callable is destroyed on the thread that ran it, before the future is ready; or, when it never ran,
+/// where it was removed, and the future gets std::future_error with broken_promise then. Neither the result
+/// nor the exception is kept by anything but the future.
 template <typename T_Callable>
-class CLS_ResultTask
+class CLS_ResultTask final : public CLS_QueuedTask
 {
 public:
-    using Result = std::invoke_result_t<T_Callable&>; ///< what the callable returns
+    using Result = HostCall::Result<T_Callable>; ///< what the callable returns
 
-    /// Takes the callable over. std::bad_alloc passes.
-    explicit CLS_ResultTask(T_Callable _funTask)
-        : m_funRun([this]() -> Result { return RunCallable(); }),
-          m_pCallable(std::make_unique<T_Callable>(std::move(_funTask)))
+    static_assert(std::is_nothrow_destructible_v<T_Callable>,
+                  "what a task captures must not throw at its end");
+
+    /// Copies or moves the callable.
+    template <typename T_Source>
+    CLS_ResultTask(std::in_place_t /*_clsTag*/, T_Source&& _funTask)
+        : m_funTask(std::forward<T_Source>(_funTask))
     {
     }
 
-    CLS_ResultTask(const CLS_ResultTask&) = delete;
-    CLS_ResultTask& operator=(const CLS_ResultTask&) = delete;
+    /// The future of the result. Once.
+    std::future<Result> GetFuture() { return m_clsPromise.get_future(); }
 
-    /// The future of the result. Once, before Run and Cancel; a second call throws std::future_error.
-    std::future<Result> GetFuture() { return m_funRun.get_future(); }
-
-    /// Runs the callable on this thread. What it throws goes into the future.
-    void Run()
+    /// Runs the callable and fills the future. False when it threw.
+    bool Run(const CLS_StopToken& _clsToken) override
     {
-        if (!m_bTaken.exchange(true))
+        try
         {
-            m_funRun();
+            if constexpr (std::is_void_v<Result>)
+            {
+                HostCall::Call(*m_funTask, _clsToken);
+                m_funTask.reset();
+                m_clsPromise.set_value();
+            }
+            else
+            {
+                SetResult(HostCall::Call(*m_funTask, _clsToken));
+            }
+            return true;
+        }
+        catch (...)
+        {
+            m_funTask.reset();
+            m_clsPromise.set_exception(std::current_exception());
+            return false;
         }
     }
 
-    /// Destroys the callable on this thread, unless it runs or has run: that is not waited for.
-    void Cancel()
-    {
-        if (!m_bTaken.exchange(true))
-        {
-            m_pCallable.reset();
-            m_funRun = {};
-        }
-    }
+    /// Destroys the callable, unless its run has.
+    void DestroyCallable() noexcept override { m_funTask.reset(); }
 
 private:
-    Result RunCallable()
+    template <typename T_Result>
+    void SetResult(T_Result&& _clsResult)
     {
-        const std::unique_ptr<T_Callable> pCallable = std::move(m_pCallable);
-        return (*pCallable)();
+        m_funTask.reset();
+        m_clsPromise.set_value(std::forward<T_Result>(_clsResult));
     }
 
-    std::atomic<bool> m_bTaken{false};
-    /// For who has taken the task. The future shares what is in it, which is why that is not the callable.
-    std::packaged_task<Result()> m_funRun;
-    std::unique_ptr<T_Callable> m_pCallable;
+    std::promise<Result> m_clsPromise;
+    std::optional<T_Callable> m_funTask; ///< goes before the promise
 };

@@ -12,28 +12,29 @@
 /// \file
 /// One-shot tasks with a result.
 
-/// Queues _funTask, copied or moved, to run once for _clsOwner, and returns the future of its result. It may
-/// be a callable that can only be moved.
+/// Queues _funTask, copied or moved, to run once for _clsOwner, and returns the future of its result. The
+/// callable takes the same arguments as that of CLS_TaskOwner::Submit.
 ///
 /// What the callable throws comes out of the future's get. So does std::future_error with broken_promise when
-/// the task was removed before it ran, with its owner or by RemoveTasks, or could not be queued. What the
-/// callable captured is destroyed where it ran, before the future is ready, or where it was removed.
+/// the task was removed before it ran, or was not taken. What the callable captured is destroyed where it
+/// ran, before the future is ready, or where it was removed. The result is kept by the future alone: when the
+/// future is gone, so is the result.
 ///
-/// Any thread, as CLS_TaskOwner::Submit. The future may outlive owner, pool and library. Waiting for it is
-/// the caller's affair, with two pitfalls: a task that waits for another one occupies one of the pool's at
-/// most 301 threads; and a task that is still queued when the pool ends is never run nor destroyed, so that
-/// its future is never ready: an owner that goes before the pool's end prevents that.
+/// Threads: any. The future may outlive owner, pool and library.
+/// Waits: for no task. A task that waits for another one occupies one of at most 300 workers.
+/// Fails: what copying the callable throws, and std::bad_alloc; nothing was queued then.
 template <typename T_Callable>
 auto SubmitForResult(CLS_TaskOwner& _clsOwner, T_Callable&& _funTask, const std::string& _strCallInfo)
-    -> std::future<std::invoke_result_t<std::decay_t<T_Callable>&>>
 {
-    const auto pTask =
-        std::make_shared<CLS_ResultTask<std::decay_t<T_Callable>>>(std::forward<T_Callable>(_funTask));
+    using Callable = std::decay_t<T_Callable>;
+    const bool bEmpty = HostCall::IsEmpty<Callable>(_funTask);
+    auto pTask =
+        std::make_unique<CLS_ResultTask<Callable>>(std::in_place, std::forward<T_Callable>(_funTask));
     auto futResult = pTask->GetFuture();
-    if (!_clsOwner.Submit([pTask] { pTask->Run(); }, _strCallInfo))
+    if (!bEmpty)
     {
-        // The pool may have kept the task all the same, and may even run it.
-        pTask->Cancel();
+        // A task that is not taken is destroyed, which the future says.
+        static_cast<void>(_clsOwner.SubmitTask(std::move(pTask), _strCallInfo));
     }
     return futResult;
 }

@@ -3,6 +3,7 @@ import statistics
 
 OURS = "ours"
 FLOOR = "floor"
+KIT = "kit"
 
 TITLES = {
     "W1": "300 tasks that block for 100 ms, submitted at once",
@@ -88,7 +89,7 @@ class Measured:
         return {system: statistics.median(found[system]) for system in names}
 
     def is_peer(self, system):
-        return system in self.systems and system not in (OURS, FLOOR)
+        return system in self.systems and system not in (OURS, FLOOR, KIT)
 
     def best_peer(self, workload, case, name):
         """Name and median of the best peer as it comes; None when none can do it."""

@@ -3,7 +3,7 @@ import math
 import os
 import sys
 
-from data import FLOOR, OURS, TITLES, Measured
+from data import FLOOR, KIT, OURS, TITLES, Measured
 
 try:
     import matplotlib
@@ -17,6 +17,7 @@ except ImportError:
 COLOURS = {
     OURS: "#d1344b",
     FLOOR: "#4a4a4a",
+    KIT: "#e98a98",
     "Qt": "#5b9e6f",
     "GLib": "#7c78b8",
     "Boost.Asio": "#4f8fc0",

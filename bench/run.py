@@ -86,7 +86,7 @@ def find_systems(folder, wanted, library):
         if wanted and name not in wanted:
             continue
         program = os.path.join(folder, "bench_" + name)
-        arguments = ["--library", os.path.abspath(library)] if library and name == "ours" else []
+        arguments = ["--library", os.path.abspath(library)] if library and name in ("ours", "kit") else []
         system = System(program, arguments)
         systems.append(system)
         if system.takes_threads:
@@ -245,6 +245,7 @@ def main():
     with open(os.path.join(options.output, "results.md"), "w", encoding="utf-8") as file:
         file.write(text)
     print(tables.write_targets(results))
+    print(tables.write_kit_targets(results))
     figures.draw(results, os.path.join(options.output, "plots"))
     print(f"Written: {options.output}: results.json, results.md, plots", file=sys.stderr)
     return 0 if complete else 1

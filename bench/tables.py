@@ -1,6 +1,6 @@
 """Results as Markdown."""
 import targets
-from data import FLOOR, OURS, TITLES, VALUES, Measured
+from data import FLOOR, KIT, OURS, TITLES, VALUES, Measured
 
 QUICK_NOTE = "This was a quick run, which shows that everything works. **Its figures mean nothing**.\n"
 
@@ -45,11 +45,11 @@ def describe_machine(results):
     )
 
 
-def describe_verdict(results, measured, place):
-    """Targets and verdicts for a value at its place: workload, case, name."""
-    found = targets.find(measured, *place)
+def describe_verdict(results, measured, place, system=OURS):
+    """Targets and verdicts for a system's value at its place: workload, case, name."""
+    found = targets.find(measured, *place, system)
     words = {True: "reached", False: "**missed**", None: "-"}
-    verdicts = ["-" if results["quick"] else words[target.judge(measured, *place)] for target in found]
+    verdicts = ["-" if results["quick"] else words[target.judge(measured, *place, system)] for target in found]
     return "; ".join(target.text for target in found), "; ".join(verdicts)
 
 
@@ -82,6 +82,37 @@ def write_targets(results):
         for case in cases
         for name in measured.values(workload, case)
         if measured.median(workload, case, name, OURS) is not None and targets.find(measured, workload, case, name)
+    ]
+    return make_table(heads, rows)
+
+
+def make_kit_row(results, measured, place):
+    workload, case, name = place
+    kit = measured.range(workload, case, name, KIT)
+    ours = measured.median(workload, case, name, OURS)
+    best = measured.best_peer(workload, case, name)
+    return [
+        workload,
+        ", ".join(part for part in (case, VALUES[name][0]) if part),
+        format_range(kit),
+        format_number(ours),
+        format_ratio(kit[0], ours),
+        f"{format_number(best[1])} ({best[0]})" if best else "-",
+        *describe_verdict(results, measured, place, KIT),
+    ]
+
+
+def write_kit_targets(results):
+    """What the host kit reached, beside the bare functions and the best peer."""
+    measured = Measured(results)
+    heads = ["", "what", "kit: median (least-greatest)", "bare", "kit / bare", "best peer", "target", "verdict"]
+    rows = [
+        make_kit_row(results, measured, (workload, case, name))
+        for workload, cases in measured.cases.items()
+        for case in cases
+        for name in measured.values(workload, case)
+        if measured.median(workload, case, name, KIT) is not None
+        and targets.find(measured, workload, case, name, KIT)
     ]
     return make_table(heads, rows)
 
@@ -128,6 +159,7 @@ def write(results):
     if results["quick"]:
         parts.append(QUICK_NOTE)
     parts += ["\n".join(systems + left_out) + "\n", "## Targets\n", write_targets(results)]
+    parts += ["## Targets of the host kit\n", write_kit_targets(results)]
     parts += [write_workload(measured, workload) for workload in measured.cases]
     if results["operations"]:
         parts.append(write_operations(results))

@@ -1,5 +1,5 @@
 """What the pool is to reach."""
-from data import FLOOR, OURS
+from data import FLOOR, KIT, OURS
 
 
 class Target:
@@ -11,8 +11,8 @@ class Target:
         self.bound = bound
         self.at_least = at_least
 
-    def judge(self, measured, workload, case, name):
-        value = measured.median(workload, case, name, OURS)
+    def judge(self, measured, workload, case, name, system=OURS):
+        value = measured.median(workload, case, name, system)
         bound = self.bound(measured, workload, case, name)
         if value is None or bound is None:
             return None
@@ -56,6 +56,16 @@ def times_first(factor):
     def bound(measured, workload, case, name):
         first = measured.median(workload, measured.cases[workload][0], name, OURS)
         return None if first is None else factor * first
+
+    return bound
+
+
+def times_ours(factor):
+    """Of the bare functions, which the kit stands on."""
+
+    def bound(measured, workload, case, name):
+        ours = measured.median(workload, case, name, OURS)
+        return None if ours is None else factor * ours
 
     return bound
 
@@ -105,11 +115,25 @@ TARGETS = {
 }
 
 
-def find(measured, workload, case, name):
+BARE_FUNCTIONS = Target("at most 1.15 x the bare functions", times_ours(1.15))
+
+# The same for the host kit.
+KIT_TARGETS = {
+    ("W2", 0, "submitter_us"): [BARE_FUNCTIONS],
+    ("W2", 0, "process_us"): [BARE_FUNCTIONS],
+    ("W2", 1, "submitter_us"): [BARE_FUNCTIONS],
+    ("W2", 1, "process_us"): [BARE_FUNCTIONS],
+    ("W5", 0, "gone_ms"): [Target("at most 1.02 x the rest of the run", fixed(1.02 * 50))],
+    ("W8", -1, "resident_mb"): [Target("at most 8 MB more after a million tasks", fixed(8))],
+}
+
+
+def find(measured, workload, case, name, system=OURS):
     """The targets that stand for this value."""
+    known = KIT_TARGETS if system == KIT else TARGETS
     cases = measured.cases[workload]
     number = cases.index(case)
-    found = list(TARGETS.get((workload, number, name), []))
+    found = list(known.get((workload, number, name), []))
     if number == len(cases) - 1 and number > 0:
-        found += TARGETS.get((workload, -1, name), [])
+        found += known.get((workload, -1, name), [])
     return found

@@ -1,7 +1,7 @@
-#include "QuenPlugins/ZelTaskPool/TaskPoolExports.h"
+// build: g++ -std=c++17 -Wno-unused-variable
+#include "QuenHost/CLS_LoopTask.h"
+#include "QuenHost/CLS_TaskOwner.h"
 #include "docs/snippets/Thumbnails.h"
-
-#include <string>
 
 void Use([[maybe_unused]] ST_Window* pWindow)
 {

@@ -1,4 +1,4 @@
-#include "examples/task_sweep/TaskSweep.h"
+#include "QuenHost/TaskSweep.h"
 
 void Use()
 {

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <sstream>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -31,22 +32,18 @@ private:
 };
 } // namespace
 
-CLS_HashTree::CLS_File::CLS_File(std::string _strPath, CLS_Directory& _clsOwner)
-    : m_clsJob(std::move(_strPath)), m_clsOwner(_clsOwner)
-{
-}
-
 CLS_HashTree::CLS_HashTree(CLS_PoolScope _clsPool, const CLS_ChecksumFile& _clsOutput,
                            CLS_Progress& _clsProgress, std::shared_ptr<CLS_TraceFile> _pTrace)
     : m_clsOutput(_clsOutput), m_pTrace(std::move(_pTrace)), m_clsProgress(_clsProgress),
-      m_clsWalk(_clsProgress, [this](const fs::directory_entry& _entry, CLS_Directory& _clsDirectory)
-                { AddFile(_entry, _clsDirectory); }),
-      m_clsPool(std::move(_clsPool)), m_clsTracedPool(m_clsPool.Functions(), m_pTrace)
+      m_clsWalk(_clsProgress, [this](const fs::directory_entry& _entry) { AddFile(_entry); }),
+      m_clsPool(std::move(_clsPool))
 {
 }
 
 CLS_RunResult CLS_HashTree::Run(const fs::path& _pathRoot, int _iInterval)
 {
+    std::optional<CLS_StatusWatch> clsStatus(
+        std::in_place, [this] { ReportStatus(); }, [this] { return CountSteps(); });
     CLS_LoopTask clsProgressTask = StartProgress(_iInterval);
     m_clsWalk.Run(_pathRoot);
     m_clsProgress.m_clsCounters.m_bWalking = CancelSignal() != 0;
@@ -55,6 +52,8 @@ CLS_RunResult CLS_HashTree::Run(const fs::path& _pathRoot, int _iInterval)
     CancelTasks();
     clsProgressTask.Remove();
     m_clsProgress.DrawLast();
+    m_clsTasks.reset();
+    clsStatus.reset();
     m_clsPool.End();
     return CollectResult(dSeconds);
 }
@@ -66,7 +65,7 @@ CLS_LoopTask CLS_HashTree::StartProgress(int _iInterval)
         const CLS_TaskInside clsInside(m_iTasksInside);
         m_clsProgress.Draw();
     };
-    return m_clsTracedPool.MakeLoopTask(funDraw, _iInterval, "hash_tree progress");
+    return CLS_LoopTask(m_clsPool, funDraw, _iInterval, "hash_tree progress");
 }
 
 bool CLS_HashTree::IsOwnFile(const fs::path& _path) const
@@ -74,7 +73,7 @@ bool CLS_HashTree::IsOwnFile(const fs::path& _path) const
     return m_clsOutput.IsSelf(_path) || (m_pTrace && m_pTrace->IsSelf(_path));
 }
 
-void CLS_HashTree::AddFile(const fs::directory_entry& _entry, CLS_Directory& _clsDirectory)
+void CLS_HashTree::AddFile(const fs::directory_entry& _entry)
 {
     if (IsOwnFile(_entry.path()))
     {
@@ -84,7 +83,7 @@ void CLS_HashTree::AddFile(const fs::directory_entry& _entry, CLS_Directory& _cl
     const std::uintmax_t iSize = _entry.file_size(error);
     m_clsProgress.m_clsCounters.m_iBytesFound += error ? 0 : iSize;
     ++m_clsProgress.m_clsCounters.m_iFilesFound;
-    m_deqFiles.emplace_back(_entry.path().string(), _clsDirectory);
+    m_deqFiles.emplace_back(_entry.path().string());
     SubmitFiles();
 }
 
@@ -108,14 +107,13 @@ bool CLS_HashTree::TakeTurn()
     return true;
 }
 
-void CLS_HashTree::Submit(CLS_File& _clsFile)
+void CLS_HashTree::Submit(CLS_HashJob& _clsJob)
 {
-    CLS_HashJob& clsJob = _clsFile.m_clsJob;
-    const auto funTask = [this, pJob = &clsJob] { RunJob(*pJob); };
-    if (!m_clsTracedPool.AddTmpTask(funTask, &_clsFile.m_clsOwner, "hash_tree " + clsJob.Path()))
+    const auto funTask = [this, pJob = &_clsJob] { RunJob(*pJob); };
+    if (!m_clsTasks->Submit(funTask, "hash_tree " + _clsJob.Path()))
     {
-        clsJob.Refuse("the pool did not take it");
-        FinishJob(clsJob);
+        _clsJob.Refuse("the pool did not take it");
+        FinishJob(_clsJob);
     }
 }
 
@@ -159,19 +157,27 @@ void CLS_HashTree::WaitForFiles()
 
 void CLS_HashTree::CancelTasks()
 {
-    if (CancelSignal() == 0)
+    if (CancelSignal() != 0)
     {
-        return;
+        m_clsTasks->RemoveTasks();
     }
+}
+
+/// Shows what the pool is doing.
+void CLS_HashTree::ReportStatus()
+{
+    std::istringstream issStatus(m_clsPool.TakeSnapshot().ToText());
+    for (std::string strLine; std::getline(issStatus, strLine);)
     {
-        // The tasks give up by themselves at once; removing one before it has takes the pool longer.
-        std::unique_lock<std::mutex> lock(m_mtxJobs);
-        m_cvJobs.wait_for(lock, std::chrono::milliseconds(300), [this] { return m_iJobsOpen == 0; });
+        m_clsProgress.Report(strLine);
     }
-    for (CLS_Directory& clsDirectory : m_clsWalk.Directories())
-    {
-        m_clsTracedPool.RemoveTmpTask(&clsDirectory, "hash_tree cancel");
-    }
+}
+
+/// Grows as long as the run gets on.
+std::uint64_t CLS_HashTree::CountSteps() const
+{
+    const CLS_Counters& clsCounters = m_clsProgress.m_clsCounters;
+    return clsCounters.m_iFilesFound + clsCounters.m_iFilesDone + clsCounters.m_iBytesDone;
 }
 
 CLS_RunResult CLS_HashTree::CollectResult(double _dSeconds) const
@@ -181,14 +187,14 @@ CLS_RunResult CLS_HashTree::CollectResult(double _dSeconds) const
     clsResult.m_iWalkErrors = m_clsWalk.Errors();
     clsResult.m_iSignal = CancelSignal();
     std::vector<const CLS_HashJob*> vecDone;
-    for (const CLS_File& clsFile : m_deqFiles)
+    for (const CLS_HashJob& clsJob : m_deqFiles)
     {
-        const n_HashState enState = clsFile.m_clsJob.State();
+        const n_HashState enState = clsJob.State();
         clsResult.m_iUnreadable += enState == n_HashState::Unreadable ? 1 : 0;
         clsResult.m_iLeft += enState == n_HashState::Left ? 1 : 0;
         if (enState == n_HashState::Done)
         {
-            vecDone.push_back(&clsFile.m_clsJob);
+            vecDone.push_back(&clsJob);
         }
     }
     clsResult.m_iHashed = vecDone.size();

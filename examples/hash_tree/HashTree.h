@@ -2,11 +2,12 @@
 
 #include "QuenHost/CLS_LoopTask.h"
 #include "QuenHost/CLS_PoolScope.h"
+#include "QuenHost/CLS_TaskOwner.h"
 #include "examples/hash_tree/Checksums.h"
 #include "examples/hash_tree/HashJob.h"
 #include "examples/hash_tree/Progress.h"
+#include "examples/hash_tree/StatusWatch.h"
 #include "examples/hash_tree/TreeWalk.h"
-#include "examples/trace/TracedPool.h"
 
 #include <atomic>
 #include <condition_variable>
@@ -16,7 +17,9 @@
 #include <filesystem>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
+#include <utility>
 
 /// What came of a run.
 struct CLS_RunResult
@@ -37,8 +40,7 @@ class CLS_HashTree
 {
 public:
     /// Takes over the pool, and ends it no later than when it is destroyed. Keeps references to the next two;
-    /// _clsOutput and _pTrace tell which files of the tree are its own and left out. _pTrace may be null:
-    /// then nothing is traced.
+    /// _clsOutput and _pTrace, which may be null, tell which files of the tree are its own and left out.
     CLS_HashTree(CLS_PoolScope _clsPool, const CLS_ChecksumFile& _clsOutput, CLS_Progress& _clsProgress,
                  std::shared_ptr<CLS_TraceFile> _pTrace);
 
@@ -50,24 +52,18 @@ public:
     bool HasTasks() const { return m_iTasksInside.load() != 0; }
 
 private:
-    struct CLS_File
-    {
-        CLS_File(std::string _strPath, CLS_Directory& _clsOwner);
-
-        CLS_HashJob m_clsJob;
-        CLS_Directory& m_clsOwner;
-    };
-
     CLS_LoopTask StartProgress(int _iInterval);
     bool IsOwnFile(const std::filesystem::path& _path) const;
-    void AddFile(const std::filesystem::directory_entry& _entry, CLS_Directory& _clsDirectory);
+    void AddFile(const std::filesystem::directory_entry& _entry);
     void SubmitFiles();
     bool TakeTurn();
-    void Submit(CLS_File& _clsFile);
+    void Submit(CLS_HashJob& _clsJob);
     void RunJob(CLS_HashJob& _clsJob);
     void FinishJob(const CLS_HashJob& _clsJob);
     void WaitForFiles();
     void CancelTasks();
+    void ReportStatus();
+    std::uint64_t CountSteps() const;
     CLS_RunResult CollectResult(double _dSeconds) const;
 
     const CLS_ChecksumFile& m_clsOutput;
@@ -75,7 +71,7 @@ private:
     CLS_Progress& m_clsProgress;
 
     CLS_TreeWalk m_clsWalk;
-    std::deque<CLS_File> m_deqFiles; ///< tasks hold pointers to the elements, which a deque never moves
+    std::deque<CLS_HashJob> m_deqFiles; ///< tasks hold pointers to the elements, which a deque never moves
     std::size_t m_iFilesSubmitted = 0;
 
     std::mutex m_mtxJobs;
@@ -83,6 +79,6 @@ private:
     int m_iJobsOpen = 0; ///< files that are with the pool, guarded by m_mtxJobs
     std::atomic<int> m_iTasksInside{0};
 
-    CLS_PoolScope m_clsPool; ///< comes last: it ends while everything that the tasks use is there
-    const CLS_TracedPool m_clsTracedPool;
+    CLS_PoolScope m_clsPool; ///< ends while everything that the tasks use is there
+    std::optional<CLS_TaskOwner> m_clsTasks{std::in_place, m_clsPool, "hash_tree"};
 };

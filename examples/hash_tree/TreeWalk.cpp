@@ -14,7 +14,7 @@ CLS_TreeWalk::CLS_TreeWalk(CLS_Progress& _clsProgress, F_FileFound _funFileFound
 
 void CLS_TreeWalk::Run(const fs::path& _pathRoot)
 {
-    m_deqDirectories.push_back({_pathRoot});
+    m_deqDirectories.push_back(_pathRoot);
     // The walk adds the directories it finds to the list that it goes through.
     for (std::size_t iNext = 0; iNext < m_deqDirectories.size() && CancelSignal() == 0; ++iNext)
     {
@@ -22,22 +22,22 @@ void CLS_TreeWalk::Run(const fs::path& _pathRoot)
     }
 }
 
-void CLS_TreeWalk::WalkDirectory(CLS_Directory& _clsDirectory)
+void CLS_TreeWalk::WalkDirectory(const fs::path& _pathDirectory)
 {
     std::error_code error;
-    fs::directory_iterator itEntry(_clsDirectory.m_path, error);
+    fs::directory_iterator itEntry(_pathDirectory, error);
     while (!error && itEntry != fs::directory_iterator() && CancelSignal() == 0)
     {
-        Visit(*itEntry, _clsDirectory);
+        Visit(*itEntry);
         itEntry.increment(error);
     }
     if (error)
     {
-        ReportError(_clsDirectory.m_path, error);
+        ReportError(_pathDirectory, error);
     }
 }
 
-void CLS_TreeWalk::Visit(const fs::directory_entry& _entry, CLS_Directory& _clsDirectory)
+void CLS_TreeWalk::Visit(const fs::directory_entry& _entry)
 {
     std::error_code error;
     const fs::file_status status = _entry.symlink_status(error);
@@ -47,11 +47,11 @@ void CLS_TreeWalk::Visit(const fs::directory_entry& _entry, CLS_Directory& _clsD
     }
     else if (fs::is_directory(status))
     {
-        m_deqDirectories.push_back({_entry.path()});
+        m_deqDirectories.push_back(_entry.path());
     }
     else if (fs::is_regular_file(status))
     {
-        m_funFileFound(_entry, _clsDirectory);
+        m_funFileFound(_entry);
     }
 }
 

@@ -8,19 +8,13 @@
 #include <functional>
 #include <system_error>
 
-/// A directory of the tree. Its address is the owner of the tasks that hash its files.
-struct CLS_Directory
-{
-    std::filesystem::path m_path;
-};
-
 /// Finds the regular files below a directory. Symbolic links are not followed, other kinds of files ignored.
 /// For one thread.
 class CLS_TreeWalk
 {
 public:
-    /// Called with each file, and the directory it lies in.
-    using F_FileFound = std::function<void(const std::filesystem::directory_entry&, CLS_Directory&)>;
+    /// Called with each file.
+    using F_FileFound = std::function<void(const std::filesystem::directory_entry&)>;
 
     /// Keeps a reference to the progress, which is told what cannot be looked at.
     CLS_TreeWalk(CLS_Progress& _clsProgress, F_FileFound _funFileFound);
@@ -29,19 +23,16 @@ public:
     /// be looked at is reported, counted and left out; only running out of memory is thrown.
     void Run(const std::filesystem::path& _pathRoot);
 
-    /// The directories found. They keep their addresses for as long as this object lives.
-    std::deque<CLS_Directory>& Directories() { return m_deqDirectories; }
-
     /// How many directories and entries could not be looked at.
     std::uint64_t Errors() const { return m_iErrors; }
 
 private:
-    void WalkDirectory(CLS_Directory& _clsDirectory);
-    void Visit(const std::filesystem::directory_entry& _entry, CLS_Directory& _clsDirectory);
+    void WalkDirectory(const std::filesystem::path& _pathDirectory);
+    void Visit(const std::filesystem::directory_entry& _entry);
     void ReportError(const std::filesystem::path& _path, const std::error_code& _error);
 
     CLS_Progress& m_clsProgress;
     const F_FileFound m_funFileFound;
-    std::deque<CLS_Directory> m_deqDirectories;
+    std::deque<std::filesystem::path> m_deqDirectories; ///< never moves its elements
     std::uint64_t m_iErrors = 0;
 };

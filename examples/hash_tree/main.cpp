@@ -1,9 +1,9 @@
 #include "QuenHost/CLS_PoolScope.h"
+#include "QuenHost/CLS_TraceFile.h"
 #include "examples/hash_tree/CancelSignal.h"
 #include "examples/hash_tree/Checksums.h"
 #include "examples/hash_tree/HashTree.h"
 #include "examples/hash_tree/Progress.h"
-#include "examples/trace/TraceFile.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -37,6 +37,7 @@ struct CLS_Options
 
 constexpr char g_szFooter[] =
     R"(Ctrl-C (or SIGTERM) cancels: the sums that are done are written. A second one ends the program at once.
+SIGUSR1 (on macOS also SIGINFO, Ctrl-T) shows what the pool is doing; so does a run that gets no further for 10 s.
 
 Exit codes:
   0    every file was hashed
@@ -144,9 +145,10 @@ int ExitCode(const CLS_RunResult& _clsResult, bool _bWritten)
 int RunHost(const CLS_Options& _clsOptions)
 {
     CatchCancelSignals();
-    CLS_PoolScope clsPool{CLS_PoolLibrary(_clsOptions.m_strLibrary)};
+    CLS_PoolLibrary clsLibrary(_clsOptions.m_strLibrary);
     CLS_ChecksumFile clsOutput(_clsOptions.m_strOutput);
     const std::shared_ptr<CLS_TraceFile> pTrace = OpenTrace(_clsOptions.m_strTrace);
+    CLS_PoolScope clsPool(std::move(clsLibrary), ST_ScopeOptions{{}, pTrace});
     CLS_Progress clsProgress;
     CLS_HashTree clsTree(std::move(clsPool), clsOutput, clsProgress, pTrace);
 

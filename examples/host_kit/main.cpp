@@ -2,26 +2,19 @@
 #include "QuenHost/CLS_PoolScope.h"
 #include "QuenHost/SubmitForResult.h"
 
-#include <atomic>
 #include <chrono>
 #include <cstdio>
-#include <thread>
-
-void Nap()
-{
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-}
+#include <future>
 
 // Works in the background until it goes.
 class CLS_Window
 {
 public:
-    explicit CLS_Window(const ST_PoolFunctions& _stFunctions) : m_clsTasks(_stFunctions, "window") {}
-    ~CLS_Window() { m_bClosing = true; } // then the members go, the last one first
+    explicit CLS_Window(const CLS_PoolScope& _clsPool) : m_clsTasks(_clsPool, "window") {}
 
     bool StartDrawing()
     {
-        return m_clsTasks.Submit([this] { Draw(); }, "drawing");
+        return m_clsTasks.Submit([](const CLS_StopToken& _clsToken) { Draw(_clsToken); }, "drawing");
     }
     std::future<int> StartSum()
     {
@@ -30,27 +23,31 @@ public:
     }
 
 private:
-    void Draw()
+    static void Draw(const CLS_StopToken& _clsToken)
     {
-        while (!m_bClosing) // a task that takes long looks at a flag
+        while (_clsToken.SleepFor(std::chrono::milliseconds(10))) // until the window goes
         {
-            Nap();
         }
     }
 
-    std::atomic<bool> m_bClosing{false};
-    CLS_TaskOwner m_clsTasks; // cancels what has not begun, waits for what runs; the flag is still there
+    CLS_TaskOwner m_clsTasks; // the last member: it goes first, with its tasks
 };
 
 int main(int argc, char** argv)
 {
     try
     {
-        std::atomic<int> iTicks{0}; // what tasks use comes before the pool
+        std::promise<void> clsThreeTicks; // what tasks use comes before the pool
         const CLS_PoolScope clsPool{CLS_PoolLibrary(argc > 1 ? argv[1] : CLS_PoolLibrary::UsualName())};
-        const auto funTick = [&] { ++iTicks; };
-        const CLS_LoopTask clsTick(clsPool.Functions(), funTick, 100, "tick"); // every 100 ms
-        CLS_Window clsWindow(clsPool.Functions());
+        const auto funTick = [&, iTicks = 0]() mutable
+        {
+            if (++iTicks == 3)
+            {
+                clsThreeTicks.set_value();
+            }
+        };
+        const CLS_LoopTask clsTick(clsPool, funTick, 100, "tick"); // every 100 ms
+        CLS_Window clsWindow(clsPool);
         for (int iDrawing = 0; iDrawing < 100; ++iDrawing)
         {
             if (!clsWindow.StartDrawing())
@@ -59,10 +56,7 @@ int main(int argc, char** argv)
             }
         }
         std::printf("sum: %d\n", clsWindow.StartSum().get());
-        while (iTicks < 3)
-        {
-            Nap();
-        }
+        clsThreeTicks.get_future().wait();
         std::puts("three ticks");
         return 0; // the window goes with its tasks, then the loop task, then the pool
     }

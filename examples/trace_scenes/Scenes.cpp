@@ -1,5 +1,7 @@
 #include "examples/trace_scenes/Scenes.h"
 
+#include "QuenHost/CLS_LoopTask.h"
+
 #include <atomic>
 #include <chrono>
 #include <functional>
@@ -86,7 +88,7 @@ private:
 
 /// Three waves of work, each larger than the one before, then a little work, then none, until the watchdog
 /// has retired every worker.
-void GrowAndRetire(const CLS_TracedPool& _clsPool)
+void GrowAndRetire(const CLS_PoolScope& /*_clsScope*/, const CLS_TracedPool& _clsPool)
 {
     const auto tpStart = steady_clock::now();
     CLS_Sleepers clsWaves(_clsPool, "wave");
@@ -106,7 +108,7 @@ void GrowAndRetire(const CLS_TracedPool& _clsPool)
 }
 
 /// 300 tasks at once that block, and the same again once they are done.
-void Burst(const CLS_TracedPool& _clsPool)
+void Burst(const CLS_PoolScope& /*_clsScope*/, const CLS_TracedPool& _clsPool)
 {
     CLS_Sleepers clsBurst(_clsPool, "burst");
     for (int i = 0; i < 2; ++i)
@@ -119,7 +121,7 @@ void Burst(const CLS_TracedPool& _clsPool)
 
 /// Two owners share the few workers that others leave them; one of them is removed while both have tasks that
 /// run and tasks that wait.
-void Cancel(const CLS_TracedPool& _clsPool)
+void Cancel(const CLS_PoolScope& /*_clsScope*/, const CLS_TracedPool& _clsPool)
 {
     constexpr int FREE_WORKERS = 12;
     std::atomic<bool> bOthersEnd{false};
@@ -143,15 +145,14 @@ void Cancel(const CLS_TracedPool& _clsPool)
 
 /// Loop tasks with different intervals. Their runs take from 1 to 11 ms, so that they end at any moment
 /// between two looks of the loop scheduler.
-void Loops(const CLS_TracedPool& _clsPool)
+void Loops(const CLS_PoolScope& _clsScope, const CLS_TracedPool& /*_clsPool*/)
 {
     std::vector<CLS_LoopTask> vecLoops;
     for (const int iInterval : {0, 25, 50, 100})
     {
         const auto funSleep = [clsRandom = std::minstd_rand(static_cast<unsigned>(iInterval) + 1)]() mutable
         { std::this_thread::sleep_for(std::chrono::microseconds(1000 + clsRandom() % 10000)); };
-        vecLoops.push_back(
-            _clsPool.MakeLoopTask(funSleep, iInterval, "every " + std::to_string(iInterval) + " ms"));
+        vecLoops.emplace_back(_clsScope, funSleep, iInterval, "every " + std::to_string(iInterval) + " ms");
     }
     std::this_thread::sleep_for(seconds(10));
 }

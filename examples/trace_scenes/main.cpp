@@ -1,7 +1,7 @@
 #include "QuenHost/CLS_PoolScope.h"
-#include "examples/trace/TraceFile.h"
-#include "examples/trace/TracedPool.h"
+#include "QuenHost/CLS_TraceFile.h"
 #include "examples/trace_scenes/Scenes.h"
+#include "examples/trace_scenes/TracedPool.h"
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
@@ -29,10 +29,10 @@ void DescribeOptions(CLI::App& _app, ST_Options& _stOptions)
 
 void Record(const ST_Options& _stOptions)
 {
-    CLS_PoolScope clsPool{CLS_PoolLibrary(_stOptions.m_strLibrary)};
     const std::shared_ptr<CLS_TraceFile> pTrace =
         CLS_TraceFile::Create(_stOptions.m_strTrace, "trace_scenes");
-    GetScenes().at(_stOptions.m_strScene)(CLS_TracedPool(clsPool.Functions(), pTrace));
+    CLS_PoolScope clsPool{CLS_PoolLibrary(_stOptions.m_strLibrary), ST_ScopeOptions{{}, pTrace}};
+    GetScenes().at(_stOptions.m_strScene)(clsPool, CLS_TracedPool(clsPool.Functions(), pTrace));
     clsPool.End();
     pTrace->Close();
 }

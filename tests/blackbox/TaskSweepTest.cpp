@@ -1,4 +1,4 @@
-#include "examples/task_sweep/TaskSweep.h"
+#include "QuenHost/TaskSweep.h"
 
 #include "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool.h"
 #include "tests/support/LogRecorder.h"

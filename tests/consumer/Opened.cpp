@@ -9,9 +9,9 @@
 
 namespace
 {
-int SumSquares(const ST_PoolFunctions& _stFunctions, int _iTasks)
+int SumSquares(const CLS_PoolScope& _clsPool, int _iTasks)
 {
-    CLS_TaskOwner clsOwner(_stFunctions, "consumer");
+    CLS_TaskOwner clsOwner(_clsPool, "consumer");
     std::vector<std::future<int>> vecSquares;
     for (int i = 0; i < _iTasks; ++i)
     {
@@ -33,7 +33,7 @@ int main(int argc, char** argv)
     {
         constexpr int TASKS = 10;
         const CLS_PoolScope clsPool{CLS_PoolLibrary(argc > 1 ? argv[1] : CLS_PoolLibrary::UsualName())};
-        std::printf("opened: sum of %d squares %d\n", TASKS, SumSquares(clsPool.Functions(), TASKS));
+        std::printf("opened: sum of %d squares %d\n", TASKS, SumSquares(clsPool, TASKS));
         return 0;
     }
     catch (const std::exception& error)

@@ -28,6 +28,20 @@ TEST(KitHostsTest, AHostWithoutExceptionsIsToldWhatIsMissing)
                 StartsWith("the pool library " STAND_IN_WITHOUT_UN_INIT " lacks the function UnInit: "));
 }
 
+TEST(KitHostsTest, AHostThatLinksTheLibraryUsesThePool)
+{
+    const ST_ChildResult stResult = RunChild(LINKED_HOST, {});
+    EXPECT_EQ(0, stResult.m_iExit) << ::testing::PrintToString(stResult);
+    EXPECT_THAT(stResult.m_strOut, StartsWith("result: 42\nworkers of the pool: not told\n"));
+}
+
+TEST(KitHostsTest, TasksOfAHostInANewerLanguageTakeTheStandardsToken)
+{
+    const ST_ChildResult stResult = RunChild(STANDARD_TOKEN_HOST, {POOL_LIBRARY});
+    EXPECT_EQ(0, stResult.m_iExit) << ::testing::PrintToString(stResult);
+    EXPECT_THAT(stResult.m_strOut, StartsWith("taken: 1, started: 1, stopped: 1, removed: 1, result: 1\n"));
+}
+
 #ifdef EXAMPLE_HOST
 TEST(KitHostsTest, TheExampleWaitsForItsSumAndItsTicksAndNotForItsDrawings)
 {

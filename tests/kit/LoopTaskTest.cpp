@@ -1,8 +1,12 @@
 #include "QuenHost/CLS_LoopTask.h"
 #include "tests/kit/PoolTest.h"
+#include "tests/kit/StandIn.h"
 #include "tests/support/Waiting.h"
 
+#include <functional>
 #include <memory>
+#include <optional>
+#include <stdexcept>
 #include <type_traits>
 
 namespace
@@ -31,7 +35,7 @@ TEST_F(LoopTaskTest, RunsAgainUntilItIsDestroyed)
 {
     const ST_Watched stWatched;
     {
-        const CLS_LoopTask clsTask(Functions(), stWatched.MakeTask(), 1, "loop");
+        const CLS_LoopTask clsTask(Pool(), stWatched.MakeTask(), 1, "loop");
         EXPECT_TRUE(clsTask.IsAdded());
         EXPECT_TRUE(stWatched.m_pRuns->Wait(3));
         EXPECT_TRUE(stWatched.IsHeld());
@@ -42,7 +46,7 @@ TEST_F(LoopTaskTest, RunsAgainUntilItIsDestroyed)
 TEST_F(LoopTaskTest, IsRemovedOnce)
 {
     const ST_Watched stWatched;
-    CLS_LoopTask clsTask(Functions(), stWatched.MakeTask(), 1, "loop");
+    CLS_LoopTask clsTask(Pool(), stWatched.MakeTask(), 1, "loop");
     EXPECT_TRUE(stWatched.m_pRuns->Wait(1));
     clsTask.Remove();
     EXPECT_FALSE(clsTask.IsAdded());
@@ -55,7 +59,7 @@ TEST_F(LoopTaskTest, TheIntervalIsThePoolsMilliseconds)
 {
     const ST_Watched stWatched;
     const auto tpBegin = std::chrono::steady_clock::now();
-    const CLS_LoopTask clsTask(Functions(), stWatched.MakeTask(), 100, "loop");
+    const CLS_LoopTask clsTask(Pool(), stWatched.MakeTask(), 100, "loop");
     EXPECT_TRUE(stWatched.m_pRuns->Wait(3));
     EXPECT_GE(std::chrono::steady_clock::now() - tpBegin, std::chrono::milliseconds(200));
 }
@@ -63,7 +67,7 @@ TEST_F(LoopTaskTest, TheIntervalIsThePoolsMilliseconds)
 TEST_F(LoopTaskTest, MovingTakesTheTaskAlong)
 {
     const ST_Watched stWatched;
-    auto pFirst = std::make_unique<CLS_LoopTask>(Functions(), stWatched.MakeTask(), 1, "loop");
+    auto pFirst = std::make_unique<CLS_LoopTask>(Pool(), stWatched.MakeTask(), 1, "loop");
     {
         const CLS_LoopTask clsSecond(std::move(*pFirst));
         EXPECT_FALSE(pFirst->IsAdded());
@@ -79,8 +83,8 @@ TEST_F(LoopTaskTest, AssigningRemovesTheTaskThatWasThere)
     const ST_Watched stOld;
     const ST_Watched stNew;
     {
-        CLS_LoopTask clsTask(Functions(), stOld.MakeTask(), 1, "old");
-        CLS_LoopTask clsOther(Functions(), stNew.MakeTask(), 1, "new");
+        CLS_LoopTask clsTask(Pool(), stOld.MakeTask(), 1, "old");
+        CLS_LoopTask clsOther(Pool(), stNew.MakeTask(), 1, "new");
         clsTask = std::move(clsOther);
         EXPECT_FALSE(stOld.IsHeld());
         EXPECT_TRUE(clsTask.IsAdded());
@@ -93,19 +97,136 @@ TEST_F(LoopTaskTest, AssigningRemovesTheTaskThatWasThere)
 TEST_F(LoopTaskTest, AssignedToItselfItKeepsItsTask)
 {
     const ST_Watched stWatched;
-    CLS_LoopTask clsTask(Functions(), stWatched.MakeTask(), 1, "loop");
+    CLS_LoopTask clsTask(Pool(), stWatched.MakeTask(), 1, "loop");
     CLS_LoopTask& clsSame = clsTask;
     clsTask = std::move(clsSame);
     EXPECT_TRUE(clsTask.IsAdded());
     EXPECT_TRUE(stWatched.m_pRuns->Wait(stWatched.m_pRuns->Get() + 2));
 }
 
-TEST(LoopTaskRefusedTest, HasNoTaskAndRemovesNone)
+TEST_F(LoopTaskTest, TheEndWaitsForTheRunAndNoLonger)
 {
+    CLS_Gate clsStarted;
+    std::optional<CLS_LoopTask> clsTask(
+        std::in_place, Pool(),
+        [&](const CLS_StopToken& _clsToken)
+        {
+            clsStarted.Open();
+            EXPECT_FALSE(_clsToken.SleepFor(WAIT_LIMIT));
+        },
+        1, "loop");
+    ASSERT_TRUE(clsStarted.Wait());
+    EXPECT_TRUE(clsTask->Remove());
+    EXPECT_FALSE(clsTask->IsAdded());
+}
+
+TEST_F(LoopTaskTest, MayEndItselfInItsOwnRun)
+{
+    CLS_Gate clsRemoved;
+    CLS_Witness::ST_End stEnd;
+    std::thread::id idWorker;
+    std::atomic<int> iRuns{0};
+    std::optional<CLS_LoopTask> clsTask;
+    CLS_Gate clsMade;
+    clsTask.emplace(
+        Pool(),
+        [&, clsWitness = CLS_Witness(stEnd)]
+        {
+            EXPECT_TRUE(clsMade.Wait());
+            ++iRuns;
+            idWorker = std::this_thread::get_id();
+            clsTask.reset();
+            EXPECT_EQ(0, stEnd.m_iEnds) << "the callable is destroyed while it runs";
+            clsRemoved.Open();
+        },
+        1, "loop");
+    clsMade.Open();
+    ASSERT_TRUE(clsRemoved.Wait());
+    EXPECT_TRUE(WaitUntil([&] { return stEnd.m_iEnds == 1; }));
+    EXPECT_EQ(idWorker, stEnd.m_idThread.load());
+    EXPECT_EQ(1, iRuns);
+}
+
+TEST_F(LoopTaskTest, TakesACallableThatCanOnlyBeMovedAndDestroysItOnceOnTheRemovingThread)
+{
+    CLS_Witness::ST_End stEnd;
+    CLS_Counter clsRuns;
+    {
+        const CLS_LoopTask clsTask(
+            Pool(), [clsWitness = CLS_Witness(stEnd), &clsRuns] { clsRuns.Add(); }, 0, "loop");
+        EXPECT_TRUE(clsRuns.Wait(2));
+        EXPECT_EQ(0, stEnd.m_iEnds);
+    }
+    EXPECT_EQ(1, stEnd.m_iEnds);
+    EXPECT_EQ(std::this_thread::get_id(), stEnd.m_idThread.load());
+}
+
+TEST_F(LoopTaskTest, RemovedLaterItDoesNotWaitAndKeepsWhatTheRunUses)
+{
+    CLS_Gate clsStarted;
+    CLS_Gate clsMayEnd;
+    CLS_Witness::ST_End stEnd;
+    CLS_Witness::ST_End stKept;
+    auto pKept = std::make_shared<CLS_Witness>(stKept);
     CLS_LoopTask clsTask(
-        MakeRefusingPool(), [] {}, 1, "loop");
+        Pool(),
+        [&, clsWitness = CLS_Witness(stEnd)]
+        {
+            clsStarted.Open();
+            EXPECT_TRUE(clsMayEnd.Wait());
+        },
+        1, "loop");
+    ASSERT_TRUE(clsStarted.Wait());
+    clsTask.RemoveLater(std::move(pKept));
     EXPECT_FALSE(clsTask.IsAdded());
-    // The pool's removal is not there to be called.
-    clsTask.Remove();
+    EXPECT_EQ(0, stEnd.m_iEnds + stKept.m_iEnds);
+    clsMayEnd.Open();
+    EXPECT_TRUE(WaitUntil([&] { return stEnd.m_iEnds == 1 && stKept.m_iEnds == 1; }));
+    EXPECT_NE(std::this_thread::get_id(), stKept.m_idThread.load());
+}
+
+TEST_F(LoopTaskTest, RemovedLaterBetweenItsRunsItsCallableGoesOnAWorker)
+{
+    CLS_Witness::ST_End stEnd;
+    CLS_Counter clsRuns;
+    CLS_LoopTask clsTask(
+        Pool(), [&, clsWitness = CLS_Witness(stEnd)] { clsRuns.Add(); }, 3600000, "loop");
+    ASSERT_TRUE(clsRuns.Wait(1));
+    ASSERT_TRUE(WaitUntil([&] { return Pool().TakeSnapshot().m_vecRuns.empty(); }));
+    clsTask.RemoveLater();
+    EXPECT_TRUE(WaitUntil([&] { return stEnd.m_iEnds == 1; }));
+    EXPECT_NE(std::this_thread::get_id(), stEnd.m_idThread.load());
+}
+
+TEST_F(LoopTaskTest, AnEmptyCallableIsNotAdded)
+{
+    CLS_LoopTask clsTask(Pool(), std::function<void()>(), 1, "loop");
+    EXPECT_FALSE(clsTask.IsAdded());
+    EXPECT_TRUE(clsTask.Remove());
+}
+
+TEST_F(LoopTaskTest, GoesOnAfterARunThatThrows)
+{
+    CLS_Counter clsFailures;
+    CLS_LoopTask clsTask(
+        Pool(), [] { throw std::runtime_error("each time"); }, 1, "loop",
+        [&](const ST_TaskFailure& _stFailure)
+        {
+            EXPECT_EQ("loop", _stFailure.m_strCallInfo);
+            clsFailures.Add();
+        });
+    EXPECT_TRUE(clsFailures.Wait(3));
+}
+
+TEST(LoopTaskRefusedTest, HasNoTaskAndDestroysTheCallable)
+{
+    const CLS_StandIn clsStandIn(STAND_IN);
+    const CLS_PoolScope clsPool{CLS_PoolLibrary(STAND_IN)};
+    CLS_Witness::ST_End stEnd;
+    CLS_LoopTask clsTask(
+        clsPool, [clsWitness = CLS_Witness(stEnd)] {}, 1, "loop");
+    EXPECT_FALSE(clsTask.IsAdded());
+    EXPECT_EQ(1, stEnd.m_iEnds);
+    EXPECT_TRUE(clsTask.Remove());
 }
 } // namespace

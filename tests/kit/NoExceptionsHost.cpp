@@ -25,9 +25,9 @@ int main(int _iCount, char** _ppTexts)
     CLS_Counter clsTmpRuns;
     CLS_Counter clsLoopRuns;
     const CLS_PoolScope clsPool(std::move(*clsLibrary));
-    CLS_TaskOwner clsOwner(clsPool.Functions(), "owner");
+    CLS_TaskOwner clsOwner(clsPool, "owner");
     const CLS_LoopTask clsLoop(
-        clsPool.Functions(), [&] { clsLoopRuns.Add(); }, 1, "loop");
+        clsPool, [&] { clsLoopRuns.Add(); }, 1, "loop");
     const bool bTaken = clsOwner.Submit([&] { clsTmpRuns.Add(); }, "tmp");
     std::printf("taken: %s\n", bTaken ? "yes" : "no");
     std::printf("tmp task ran: %s\n", clsTmpRuns.Wait(1) ? "yes" : "no");

@@ -4,6 +4,7 @@
 #include "tests/kit/StandIn.h"
 #include "tests/support/Waiting.h"
 
+#include <optional>
 #include <type_traits>
 
 namespace
@@ -101,18 +102,38 @@ TEST(PoolScopeTest, AnEndThatThrowsIsBorne)
     EXPECT_EQ(Calls{"KillTaskAll"}, CLS_StandIn::GetCalls());
 }
 
-TEST(PoolScopeTest, WhatUsesThePoolGoesBeforeItsEnd)
+TEST(PoolScopeTest, WithoutTasksThePoolIsGivenNothing)
 {
     const CLS_StandIn clsStandIn(STAND_IN);
     {
         const CLS_PoolScope clsPool{CLS_PoolLibrary(STAND_IN)};
-        const CLS_TaskOwner clsOwner(clsPool.Functions(), "owner");
-        const CLS_LoopTask clsRefused(
-            clsPool.Functions(), [] {}, 1, "loop");
-        EXPECT_FALSE(clsRefused.IsAdded());
         CLS_StandIn::GetCalls().clear();
+        const CLS_TaskOwner clsOwner(clsPool, "owner");
     }
-    EXPECT_EQ((Calls{"RemoveTmpTask owner", "KillTaskAll"}), CLS_StandIn::GetCalls());
+    EXPECT_EQ(Calls{"KillTaskAll"}, CLS_StandIn::GetCalls());
+}
+
+TEST(PoolScopeTest, OwnersGoOnWhenTheScopeIsMoved)
+{
+    CLS_PoolScope clsFirst{CLS_PoolLibrary(POOL_LIBRARY)};
+    std::optional<CLS_TaskOwner> clsOwner(std::in_place, clsFirst, "owner");
+    const CLS_PoolScope clsSecond(std::move(clsFirst));
+    CLS_Gate clsRan;
+    EXPECT_TRUE(clsOwner->Submit([&] { clsRan.Open(); }, "task"));
+    EXPECT_TRUE(clsRan.Wait());
+    clsOwner.reset();
+}
+
+TEST(PoolScopeTest, ALinkedOrOpenedLibraryMayBeUsedAgainAfterTheEnd)
+{
+    for (int i = 0; i < 3; ++i)
+    {
+        const CLS_PoolScope clsPool{CLS_PoolLibrary(POOL_LIBRARY)};
+        CLS_TaskOwner clsOwner(clsPool, "owner");
+        CLS_Gate clsRan;
+        EXPECT_TRUE(clsOwner.Submit([&] { clsRan.Open(); }, "task"));
+        EXPECT_TRUE(clsRan.Wait());
+    }
 }
 
 TEST(PoolScopeTest, TheEndWaitsForWhatIsRunning)

@@ -11,15 +11,14 @@
 class CLS_PoolTest : public ::testing::Test
 {
 protected:
-    const ST_PoolFunctions& Functions() const { return m_clsPool.Functions(); }
+    const CLS_PoolScope& Pool() const { return m_clsPool; }
 
-    /// Returns when every worker that the pool may have is in a task of _clsOwner, which ends with the gate's
-    /// opening. Both outlive the tasks.
+    /// Returns when every worker that runs one-shot tasks is in a task of _clsOwner, which ends with the
+    /// gate's opening. Both outlive the tasks.
     static void KeepEveryWorkerBusy(CLS_TaskOwner& _clsOwner, CLS_Gate& _clsMayEnd)
     {
-        constexpr int WORKERS = 301;
         const auto pStarted = std::make_shared<CLS_Counter>();
-        for (int i = 0; i < WORKERS; ++i)
+        for (int i = 0; i < CLS_PoolHub::MOST_CARRIERS; ++i)
         {
             const auto funTask = [pStarted, &_clsMayEnd]
             {
@@ -28,20 +27,37 @@ protected:
             };
             ASSERT_TRUE(_clsOwner.Submit(funTask, "fill"));
         }
-        ASSERT_TRUE(pStarted->Wait(WORKERS));
+        ASSERT_TRUE(pStarted->Wait(CLS_PoolHub::MOST_CARRIERS));
     }
 
 private:
     const CLS_PoolScope m_clsPool{CLS_PoolLibrary(POOL_LIBRARY)};
 };
 
-/// A pool that takes nothing.
-inline ST_PoolFunctions MakeRefusingPool()
+/// Something that a callable captures. Counts how often it was destroyed, and where.
+class CLS_Witness
 {
-    ST_PoolFunctions stFunctions;
-    stFunctions.m_funAddTmpTask = [](const std::function<void()>&, void*, const std::string&)
-    { return false; };
-    stFunctions.m_funRemoveTmpTask = [](void*, const std::string&) {};
-    stFunctions.m_funAddLoopTask = [](const std::function<void()>&, int, std::string&, const std::string&) {};
-    return stFunctions;
-}
+public:
+    struct ST_End
+    {
+        std::atomic<int> m_iEnds{0};
+        std::atomic<std::thread::id> m_idThread{};
+    };
+
+    explicit CLS_Witness(ST_End& _stEnd) : m_pEnd(&_stEnd) {}
+    CLS_Witness(CLS_Witness&& _clsOther) noexcept : m_pEnd(std::exchange(_clsOther.m_pEnd, nullptr)) {}
+    CLS_Witness(const CLS_Witness&) = delete;
+    CLS_Witness& operator=(const CLS_Witness&) = delete;
+    CLS_Witness& operator=(CLS_Witness&&) = delete;
+    ~CLS_Witness()
+    {
+        if (m_pEnd != nullptr)
+        {
+            m_pEnd->m_idThread = std::this_thread::get_id();
+            ++m_pEnd->m_iEnds;
+        }
+    }
+
+private:
+    ST_End* m_pEnd;
+};

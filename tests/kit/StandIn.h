@@ -1,6 +1,7 @@
 #pragma once
 
 #include <dlfcn.h>
+#include <functional>
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
@@ -24,10 +25,24 @@ public:
         funNoteCalls(&GetCalls());
     }
 
+    /// How the pool adds a loop task: the callable, the interval, and the place for the id, which stays empty
+    /// when the task is not taken.
+    using AddLoopTask = std::function<void(const std::function<void()>&, int, std::string&)>;
+
+    /// What the pool does from now on. With an empty one, which it starts with, it takes nothing.
+    void SetAddLoopTask(const AddLoopTask& _funAdd) const
+    {
+        const auto funSet =
+            reinterpret_cast<void (*)(const AddLoopTask&)>(dlsym(m_pLibrary, "SetAddLoopTask"));
+        ASSERT_NE(nullptr, funSet);
+        funSet(_funAdd);
+    }
+
     ~CLS_StandIn()
     {
         if (m_pLibrary != nullptr)
         {
+            SetAddLoopTask(nullptr);
             dlclose(m_pLibrary);
         }
     }

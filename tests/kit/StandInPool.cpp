@@ -18,6 +18,8 @@ void Note(const std::string& _strCall)
     }
 }
 
+std::function<void(const std::function<void()>&, int, std::string&)> g_funAddLoop;
+
 class CLS_UnloadNote
 {
 public:
@@ -38,6 +40,12 @@ extern "C"
         g_pCalls = _pCalls;
     }
 
+    /// What the pool does with the tasks that it is given; by default, it takes none.
+    void SetAddLoopTask(const std::function<void(const std::function<void()>&, int, std::string&)>& _funAdd)
+    {
+        g_funAddLoop = _funAdd;
+    }
+
     bool AddTmpTask(const std::function<void()>& /*_funTask*/, void* /*_pObj*/,
                     const std::string& _strCallInfo)
     {
@@ -53,10 +61,14 @@ extern "C"
         Note(std::string("RemoveTmpTask ") + (_pObj == nullptr ? "of nobody, " : "") + _strCallInfo);
     }
 
-    void AddLoopTask(const std::function<void()>& /*_funTask*/, int /*_iInterval*/,
-                     std::string& /*_strTaskId*/, const std::string& _strCallInfo)
+    void AddLoopTask(const std::function<void()>& _funTask, int _iInterval, std::string& _strTaskId,
+                     const std::string& _strCallInfo)
     {
         Note("AddLoopTask " + _strCallInfo);
+        if (g_funAddLoop)
+        {
+            g_funAddLoop(_funTask, _iInterval, _strTaskId);
+        }
     }
 
     void RemoveTask(const std::string& /*_strTaskId*/, const std::string& _strCallInfo)

@@ -1,8 +1,10 @@
 #include "QuenHost/SubmitForResult.h"
 
 #include "tests/kit/PoolTest.h"
+#include "tests/kit/StandIn.h"
 #include "tests/support/Waiting.h"
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -33,28 +35,9 @@ void ExpectBroken(std::future<T_Result>& _futResult)
     }
 }
 
-/// The task of the last submission, kept as a pool may do that says no.
-std::function<void()>& GetKeptTask()
-{
-    static std::function<void()> s_funTask;
-    return s_funTask;
-}
-
-/// A pool that says no, and keeps the task.
-ST_PoolFunctions MakeKeepingPool()
-{
-    ST_PoolFunctions stFunctions = MakeRefusingPool();
-    stFunctions.m_funAddTmpTask = [](const std::function<void()>& _funTask, void*, const std::string&)
-    {
-        GetKeptTask() = _funTask;
-        return false;
-    };
-    return stFunctions;
-}
-
 TEST_F(SubmitForResultTest, TheFutureHasTheValue)
 {
-    CLS_TaskOwner clsOwner(Functions(), "owner");
+    CLS_TaskOwner clsOwner(Pool(), "owner");
     std::future<std::string> futText = SubmitForResult(
         clsOwner, [] { return std::string("text"); }, "text");
     EXPECT_EQ("text", futText.get());
@@ -62,7 +45,7 @@ TEST_F(SubmitForResultTest, TheFutureHasTheValue)
 
 TEST_F(SubmitForResultTest, ValuesMayBeNothingReferencesAndMoveOnly)
 {
-    CLS_TaskOwner clsOwner(Functions(), "owner");
+    CLS_TaskOwner clsOwner(Pool(), "owner");
     int iValue = 1;
     SubmitForResult(
         clsOwner, [&] { iValue = 2; }, "nothing")
@@ -78,14 +61,14 @@ TEST_F(SubmitForResultTest, ValuesMayBeNothingReferencesAndMoveOnly)
 
 TEST_F(SubmitForResultTest, TheCallableMayBeMoveOnly)
 {
-    CLS_TaskOwner clsOwner(Functions(), "owner");
+    CLS_TaskOwner clsOwner(Pool(), "owner");
     auto funTask = [pValue = std::make_unique<int>(4)] { return *pValue; };
     EXPECT_EQ(4, SubmitForResult(clsOwner, std::move(funTask), "move-only").get());
-}
+} // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks): the queue owns it
 
 TEST_F(SubmitForResultTest, TheCallableMayBeKeptByTheCaller)
 {
-    CLS_TaskOwner clsOwner(Functions(), "owner");
+    CLS_TaskOwner clsOwner(Pool(), "owner");
     int iRuns = 0;
     const auto funTask = [&iRuns] { return ++iRuns; };
     EXPECT_EQ(1, SubmitForResult(clsOwner, funTask, "first").get());
@@ -94,7 +77,7 @@ TEST_F(SubmitForResultTest, TheCallableMayBeKeptByTheCaller)
 
 TEST_F(SubmitForResultTest, AnExceptionTravelsIntoTheFuture)
 {
-    CLS_TaskOwner clsOwner(Functions(), "owner");
+    CLS_TaskOwner clsOwner(Pool(), "owner");
     std::future<int> futResult = SubmitForResult(
         clsOwner, []() -> int { throw CLS_HostError("mine"); }, "throwing");
     try
@@ -110,7 +93,7 @@ TEST_F(SubmitForResultTest, AnExceptionTravelsIntoTheFuture)
 
 TEST_F(SubmitForResultTest, WhatWasCapturedIsGoneWhenTheFutureIsReady)
 {
-    CLS_TaskOwner clsOwner(Functions(), "owner");
+    CLS_TaskOwner clsOwner(Pool(), "owner");
     auto pValue = std::make_shared<int>(5);
     const std::weak_ptr<int> pCaptured = pValue;
     std::future<int> futValue = SubmitForResult(
@@ -124,9 +107,9 @@ TEST_F(SubmitForResultTest, ATaskThatWasRemovedBeforeItRanBreaksItsPromise)
 {
     // The last ones submitted cannot have started.
     CLS_Gate clsMayEnd;
-    CLS_TaskOwner clsOthers(Functions(), "others");
+    CLS_TaskOwner clsOthers(Pool(), "others");
     KeepEveryWorkerBusy(clsOthers, clsMayEnd);
-    std::optional<CLS_TaskOwner> clsOwner(std::in_place, Functions(), "owner");
+    std::optional<CLS_TaskOwner> clsOwner(std::in_place, Pool(), "owner");
     std::future<int> futResult = SubmitForResult(
         *clsOwner, [] { return 6; }, "queued");
     EXPECT_EQ(std::future_status::timeout, futResult.wait_for(std::chrono::seconds(0)));
@@ -140,7 +123,7 @@ TEST_F(SubmitForResultTest, TheFutureOutlivesTheOwner)
     std::future<int> futResult;
     {
         CLS_Gate clsRan;
-        CLS_TaskOwner clsOwner(Functions(), "owner");
+        CLS_TaskOwner clsOwner(Pool(), "owner");
         futResult = SubmitForResult(
             clsOwner,
             [&]
@@ -154,32 +137,72 @@ TEST_F(SubmitForResultTest, TheFutureOutlivesTheOwner)
     EXPECT_EQ(7, futResult.get());
 }
 
+TEST_F(SubmitForResultTest, ATaskMayTakeAToken)
+{
+    CLS_TaskOwner clsOwner(Pool(), "owner");
+    EXPECT_FALSE(
+        SubmitForResult(
+            clsOwner, [](const CLS_StopToken& _clsToken) { return _clsToken.IsStopRequested(); }, "token")
+            .get());
+}
+
+TEST_F(SubmitForResultTest, TheResultGoesWithTheFuture)
+{
+    CLS_Witness::ST_End stResult;
+    CLS_TaskOwner clsOwner(Pool(), "owner");
+    {
+        const auto futResult = SubmitForResult(
+            clsOwner, [&stResult] { return std::make_unique<CLS_Witness>(stResult); }, "result");
+        ASSERT_EQ(std::future_status::ready, futResult.wait_for(WAIT_LIMIT));
+        EXPECT_EQ(0, stResult.m_iEnds);
+    }
+    // The worker may be in the last steps of making the future ready.
+    EXPECT_TRUE(WaitUntil([&] { return stResult.m_iEnds == 1; }));
+}
+
+TEST_F(SubmitForResultTest, AResultThatComesAfterTheFutureHasGoneIsNotKept)
+{
+    CLS_Witness::ST_End stResult;
+    CLS_Gate clsMayEnd;
+    CLS_TaskOwner clsOwner(Pool(), "owner");
+    static_cast<void>(SubmitForResult(
+        clsOwner,
+        [&]
+        {
+            EXPECT_TRUE(clsMayEnd.Wait());
+            return std::make_unique<CLS_Witness>(stResult);
+        },
+        "result"));
+    clsMayEnd.Open();
+    EXPECT_TRUE(WaitUntil([&] { return stResult.m_iEnds == 1; }));
+}
+
+TEST_F(SubmitForResultTest, AnEmptyCallableBreaksItsPromise)
+{
+    CLS_TaskOwner clsOwner(Pool(), "owner");
+    std::future<int> futResult = SubmitForResult(clsOwner, std::function<int()>(), "empty");
+    ExpectBroken(futResult);
+}
+
+TEST_F(SubmitForResultTest, AThrowingTaskCountsAsFailedAndIsHeardThroughItsFutureAlone)
+{
+    CLS_TaskOwner clsOwner(Pool(), "owner", [](const ST_TaskFailure&) { ADD_FAILURE() << "heard twice"; });
+    std::future<void> futResult = SubmitForResult(
+        clsOwner, [] { throw CLS_HostError("mine"); }, "throwing");
+    EXPECT_THROW(futResult.get(), CLS_HostError);
+    EXPECT_TRUE(WaitUntil([&] { return clsOwner.GetCounters().m_uiFailed == 1; }));
+}
+
 TEST(SubmitForResultRefusedTest, ATaskThatIsNotTakenBreaksItsPromiseAndNeverRuns)
 {
-    CLS_TaskOwner clsOwner(MakeKeepingPool(), "owner");
-    bool bRan = false;
+    const CLS_StandIn clsStandIn(STAND_IN);
+    const CLS_PoolScope clsPool{CLS_PoolLibrary(STAND_IN)};
+    CLS_TaskOwner clsOwner(clsPool, "owner");
     auto pValue = std::make_shared<int>(8);
     const std::weak_ptr<int> pCaptured = pValue;
     std::future<void> futResult = SubmitForResult(
-        clsOwner, [&bRan, pValue = std::move(pValue)] { bRan = true; }, "refused");
+        clsOwner, [pValue = std::move(pValue)] { ADD_FAILURE() << "it runs"; }, "refused");
     EXPECT_TRUE(pCaptured.expired());
     ExpectBroken(futResult);
-    GetKeptTask()();
-    EXPECT_FALSE(bRan);
-    GetKeptTask() = nullptr;
-}
-
-TEST(SubmitForResultRefusedTest, ATaskThatRanBeforeItWasRefusedHasItsResult)
-{
-    ST_PoolFunctions stFunctions = MakeRefusingPool();
-    stFunctions.m_funAddTmpTask = [](const std::function<void()>& _funTask, void*, const std::string&)
-    {
-        _funTask();
-        return false;
-    };
-    CLS_TaskOwner clsOwner(stFunctions, "owner");
-    EXPECT_EQ(9, SubmitForResult(
-                     clsOwner, [] { return 9; }, "ran")
-                     .get());
 }
 } // namespace

@@ -17,8 +17,15 @@ CLAIM = POOL + "CLS_ShutdownClaim.cpp"
 BINDING = "QuenInclude/CLS_LogBinding.cpp"
 
 
+KIT = "QuenHost/Core/"
+KIT_SCENARIOS = "tests/schedule/pool/KitScenarios.cpp"
+
+
 def fault(name, source, *edits, scenario, strategy, seen):
-    return {"name": name, "source": source, "edits": edits, "scenario": scenario, "strategy": strategy, "seen": seen}
+    """A fault of a header is put into the one source that uses it."""
+    user = KIT_SCENARIOS if source.startswith(KIT) else None
+    return {"name": name, "source": source, "edits": edits, "scenario": scenario, "strategy": strategy, "seen": seen,
+            "user": user}
 
 
 FAULTS = [
@@ -307,4 +314,31 @@ FAULTS = [
            "            m_lstOwn.splice(m_lstOwn.end(), m_lstKept, itOwn);\n            break;\n"),
           scenario="records-during-the-opening", strategy="random",
           seen="a record overtakes an earlier one"),
+
+    # The host kit: closing, and records.
+    fault("a run of the kit ends without a notification", KIT + "PoolHubRuns.h",
+          ("m_bFailed ? 1U : 0U;\n    clsGroup.m_cvRuns.notify_all();\n", "m_bFailed ? 1U : 0U;\n"),
+          scenario="kit-remove-owner", strategy="random",
+          seen="the removal"),
+    fault("a removal of the kit does not wait for runs", KIT + "PoolHubRuns.h",
+          ("        return !bWait;\n", "        return true;\n"),
+          scenario="kit-remove-owner", strategy="random",
+          seen=("the removal says that something runs", "the other removal gives up")),
+    fault("tasks are taken during a removal of the kit", KIT + "PoolHubTasks.h",
+          (" && _clsGroup.m_iRemovals == 0;", ";"),
+          scenario="kit-remove-owner-whose-task-submits", strategy="random",
+          seen="a task is taken during the removal"),
+    fault("a removal of the kit raises no token", KIT + "PoolHubTasks.h",
+          ("        if (pStop)\n        {\n            pStop->Request();\n        }\n    }\n    lock.lock();\n",
+           "    }\n    lock.lock();\n"),
+          scenario="kit-remove-owner-whose-task-submits", strategy="random",
+          seen="the removal gives up"),
+    fault("a worker of the kit leaves its record", KIT + "PoolHubWorkers.h",
+          ("    SweepRecords(lock);\n    FinishRecord(_pRecord);\n", "    SweepRecords(lock);\n"),
+          scenario="kit-keeps-few-records", strategy="random",
+          seen="records are left"),
+    fault("the kit's heartbeat removes no records", KIT + "PoolHubWorkers.h",
+          ("    ++m_iInside;\n    SweepRecords(lock);\n", "    ++m_iInside;\n"),
+          scenario="kit-keeps-few-records", strategy="random",
+          seen="records are left"),
 ]

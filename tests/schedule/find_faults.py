@@ -76,10 +76,16 @@ class Build:
 
     def make(self, fault, number):
         place = self.folder / "faults" / str(number)
-        place.mkdir(parents=True, exist_ok=True)
-        source = place / pathlib.Path(fault["source"]).name
+        source = place / (fault["source"] if fault["user"] else pathlib.Path(fault["source"]).name)
+        source.parent.mkdir(parents=True, exist_ok=True)
         source.write_text(spoil(fault))
-        compile_words = list(self.objects[fault["source"]])
+        compile_words = list(self.objects[fault["user"] or fault["source"]])
+        if fault["user"]:
+            # A header is found there first by the one source that includes it.
+            source = place / pathlib.Path(fault["user"]).name
+            source.write_text((ROOT / fault["user"]).read_text())
+            compile_words.insert(next(at for at, word in enumerate(compile_words) if word.startswith("-I")),
+                                 "-I" + str(place))
         old_object = compile_words[compile_words.index("-o") + 1]
         new_object = str(source.with_suffix(".o"))
         compile_words[compile_words.index("-o") + 1] = new_object

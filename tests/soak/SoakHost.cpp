@@ -4,8 +4,8 @@
 // Sweeps finished tasks every --sweep milliseconds; 0 is never, and fails. Ends with status 1 when something
 // grows that should not.
 
+#include "QuenHost/TaskSweep.h"
 #include "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool.h"
-#include "examples/task_sweep/TaskSweep.h"
 #include "tests/soak/Figures.h"
 #include "tests/soak/Growth.h"
 #include "tests/soak/Load.h"

@@ -1,6 +1,6 @@
 #include "tests/stress/Checks.h"
 
-#include "examples/task_sweep/TaskSweep.h"
+#include "QuenHost/TaskSweep.h"
 #include "tests/support/PoolView.h"
 #include "tests/support/ThreadCount.h"
 #include "tests/support/Waiting.h"

@@ -1,6 +1,6 @@
 #include "tests/stress/Operations.h"
 
-#include "examples/task_sweep/TaskSweep.h"
+#include "QuenHost/TaskSweep.h"
 #include "tests/support/Waiting.h"
 
 namespace

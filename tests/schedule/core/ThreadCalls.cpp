@@ -61,4 +61,13 @@ extern "C"
     {
         return 0;
     }
+
+    int pthread_getname_np(pthread_t, char* _szName, std::size_t _uiSize) noexcept
+    {
+        if (_uiSize > 0)
+        {
+            *_szName = '\0';
+        }
+        return 0;
+    }
 }

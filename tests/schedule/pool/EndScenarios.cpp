@@ -169,7 +169,7 @@ Scenarios GetAllScenarios()
     Scenarios vecAll;
     for (const Scenarios& vecSome :
          {GetSubmissionScenarios(), GetRemovalScenarios(), GetLoopScenarios(), GetWorkerScenarios(),
-          GetEndScenarios(), GetEndRaceScenarios(), GetLogScenarios()})
+          GetEndScenarios(), GetEndRaceScenarios(), GetLogScenarios(), GetKitScenarios()})
     {
         vecAll.insert(vecAll.end(), vecSome.begin(), vecSome.end());
     }

@@ -27,5 +27,6 @@ Scenarios GetWorkerScenarios();
 Scenarios GetEndScenarios();
 Scenarios GetEndRaceScenarios();
 Scenarios GetLogScenarios();
+Scenarios GetKitScenarios();
 
 Scenarios GetAllScenarios();

@@ -1,5 +1,6 @@
 #include "tests/schedule/pool/World.h"
 
+#include "QuenHost/Core/CLS_LivingScope.h"
 #include "QuenPlugins/ZelTaskPool/CLS_ShutdownClaim.h"
 #include "tests/schedule/pool/Marks.h"
 #include "tests/schedule/pool/Names.h"
@@ -412,11 +413,14 @@ void ForgetPool()
     auto& mapPools = CLS_ShutdownClaim::GetPools().m_mapPools;
     new (&mapPools) std::remove_reference_t<decltype(mapPools)>;
     CLS_TaskThread::SetWaitingOvertime(300000);
+    CLS_LivingScope::ST_Scopes& stScopes = CLS_LivingScope::GetAll();
+    new (&stScopes.m_chnScopes) CLS_LivingScope::Scopes;
     Names::Forget();
 }
 
 void PrepareProcess()
 {
+    CLS_LivingScope::Has(nullptr);
     // Binding the logging library prints lines; formatting numbers fills caches of the C++ library.
     std::streambuf* const pBuffer = std::cout.rdbuf(nullptr);
     Logger::GetModuleFun("PrintLog", "");

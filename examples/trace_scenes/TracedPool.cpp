@@ -1,4 +1,4 @@
-#include "examples/trace/TracedPool.h"
+#include "examples/trace_scenes/TracedPool.h"
 
 #include <atomic>
 #include <cstdint>
@@ -40,7 +40,7 @@ public:
     void Run()
     {
         m_bStarted = true;
-        const CLS_TraceSpan clsSpan(*m_pTrace, "run", m_strName, Flow("in") + Arguments());
+        const CLS_TraceSpan clsSpan(m_pTrace, "run", m_strName, Flow("in") + Arguments());
         m_funTask();
     }
 
@@ -69,38 +69,13 @@ CLS_TracedPool::CLS_TracedPool(const ST_PoolFunctions& _stFunctions, std::shared
 bool CLS_TracedPool::AddTmpTask(const std::function<void()>& _funTask, void* _pObj,
                                 const std::string& _strCallInfo) const
 {
-    if (!m_pTrace)
-    {
-        return m_stFunctions.m_funAddTmpTask(_funTask, _pObj, _strCallInfo);
-    }
     const auto pTask = std::make_shared<CLS_TracedTask>(m_pTrace, _funTask, _strCallInfo);
-    const CLS_TraceSpan clsSpan(*m_pTrace, "submit", _strCallInfo, pTask->SubmissionMembers());
+    const CLS_TraceSpan clsSpan(m_pTrace, "submit", _strCallInfo, pTask->SubmissionMembers());
     return m_stFunctions.m_funAddTmpTask([pTask] { pTask->Run(); }, _pObj, _strCallInfo);
 }
 
 void CLS_TracedPool::RemoveTmpTask(void* _pObj, const std::string& _strCallInfo) const
 {
-    if (!m_pTrace)
-    {
-        m_stFunctions.m_funRemoveTmpTask(_pObj, _strCallInfo);
-        return;
-    }
-    const CLS_TraceSpan clsSpan(*m_pTrace, "remove", _strCallInfo);
+    const CLS_TraceSpan clsSpan(m_pTrace, "remove", _strCallInfo);
     m_stFunctions.m_funRemoveTmpTask(_pObj, _strCallInfo);
-}
-
-CLS_LoopTask CLS_TracedPool::MakeLoopTask(const std::function<void()>& _funTask, int _iInterval,
-                                          const std::string& _strCallInfo) const
-{
-    if (!m_pTrace)
-    {
-        return CLS_LoopTask(m_stFunctions, _funTask, _iInterval, _strCallInfo);
-    }
-    const auto funTraced = [pTrace = m_pTrace, _funTask, _strCallInfo,
-                            strMembers = R"(,"args":{"interval_ms":)" + std::to_string(_iInterval) + "}"]
-    {
-        const CLS_TraceSpan clsSpan(*pTrace, "loop", _strCallInfo, strMembers);
-        _funTask();
-    };
-    return CLS_LoopTask(m_stFunctions, funTraced, _iInterval, _strCallInfo);
 }

@@ -10,25 +10,26 @@
 #include <string>
 #include <vector>
 
-/// For hosts that live long. The registry keeps the record of a one-shot task that has run, and what its
-/// callable captured, until the process ends; a host that calls DeleteFinished now and then keeps the memory
-/// bounded. Uses exported members alone; copy it, or change it. See docs/long-lived-hosts.md.
+/// For hosts that live long and use the bare functions. The registry keeps the record of a one-shot task that
+/// has run, and what its callable captured, until the process ends; a host that calls DeleteFinished now and
+/// then keeps the memory bounded. Needs a program that links the library. See docs/long-lived-hosts.md.
 ///
 /// Thread-safe: any thread, from within tasks, too, along with everything that the pool does. Needs no pool
 /// and builds none. std::bad_alloc passes, and leaves the registry as it was.
 namespace TaskSweep
 {
+/// A record, as its holders refer to it.
 using TaskReference = std::shared_ptr<CLS_Task>;
 
 /// The interval that AddTmpTask gives to its tasks.
 constexpr int ONE_SHOT = -1;
 
-/// Whether nobody but the registry holds the record. _pTask is the registry's own reference, under its lock.
+/// Whether the registry alone holds the record. _pTask is the registry's own reference, under its lock.
 inline bool IsUnheld(const TaskReference& _pTask)
 {
     const bool bUnheld = _pTask.use_count() == 1;
-    // The count is read without any ordering. With the fence, who sees that a holder has let go sees all that
-    // the holder did to the record before.
+    // The count is read without any ordering. With the fence, a thread that sees that a holder has let go
+    // sees all that the holder did to the record before.
     std::atomic_thread_fence(std::memory_order_acquire);
     return bUnheld;
 }

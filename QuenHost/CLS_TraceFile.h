@@ -1,0 +1,300 @@
+#pragma once
+
+#include "QuenHost/Core/ThreadInfo.h"
+#include "QuenHost/Core/TraceText.h"
+#include "QuenHost/PoolCall.h"
+
+#include <cerrno>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+/// A trace cannot be written. The text is for the user.
+class CLS_TraceError : public std::runtime_error
+{
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// Trace events of this process, in a file that Perfetto and chrome://tracing open: an array in JSON, one
+/// event a line. Each thread that adds events is a lane with the thread's name and number as debuggers and
+/// profilers show them, and the trace says when the thread ended. A scope that is given a trace adds what
+/// becomes of its tasks; the host may add its own events.
+///
+/// Each lane has a buffer of its own, so that threads seldom wait for each other. It goes to the file when it
+/// is full, when its thread ends, and with Close. The events of different lanes are not sorted; viewers do
+/// that.
+///
+/// Threads: any. Code that may run longer than the owner of the trace shares it.
+/// Fails: what goes wrong with an event is kept for Close.
+class CLS_TraceFile : public std::enable_shared_from_this<CLS_TraceFile>
+{
+public:
+    /// Creates the file, or empties it. _strProcess is what viewers call this process. Null, with the reason
+    /// in _strError, when that fails.
+    static std::shared_ptr<CLS_TraceFile> Create(const std::filesystem::path& _path,
+                                                 const std::string& _strProcess, std::string& _strError)
+    {
+        std::FILE* const pFile = std::fopen(_path.c_str(), "w");
+        if (pFile == nullptr)
+        {
+            _strError = Explain(_path, errno);
+            return nullptr;
+        }
+        _strError.clear();
+        return std::shared_ptr<CLS_TraceFile>(new CLS_TraceFile(_path, _strProcess, pFile));
+    }
+
+    ~CLS_TraceFile()
+    {
+        if (m_pFile != nullptr)
+        {
+            std::fclose(m_pFile);
+        }
+    }
+
+    CLS_TraceFile(const CLS_TraceFile&) = delete;
+    CLS_TraceFile& operator=(const CLS_TraceFile&) = delete;
+
+    /// True when this path, however it is spelled, is the file.
+    bool IsSelf(const std::filesystem::path& _path) const
+    {
+        std::error_code error;
+        return _path.filename() == m_path.filename() && std::filesystem::equivalent(_path, m_path, error);
+    }
+
+    /// Adds an event of the calling thread, at this moment. _chPhase is "B" for the begin of something, "E"
+    /// for its end, "i" for an instant. _strMembers are further members of the event in JSON, each after a
+    /// comma. Events after Close are dropped. The texts are copied.
+    void Add(char _chPhase, const char* _szCategory, const std::string& _strName,
+             const std::string& _strMembers = {}) noexcept
+    {
+        const std::chrono::nanoseconds nsTime = std::chrono::steady_clock::now() - m_tpStart;
+        const auto funAdd = [&] { AddEvent(nsTime, _chPhase, _szCategory, _strName, _strMembers); };
+        if (PoolCall::Catch(funAdd))
+        {
+            KeepError(ENOMEM);
+        }
+    }
+
+    /// Ends the file. False, with the reason in _strError, when it, or any event before, could not be
+    /// written.
+    bool Close(std::string& _strError)
+    {
+        FlushAll();
+        Write("\n]\n");
+        const std::lock_guard<std::mutex> lock(m_mtxFile);
+        std::FILE* const pFile = std::exchange(m_pFile, nullptr);
+        if (pFile != nullptr && std::fclose(pFile) != 0 && m_iError == 0)
+        {
+            m_iError = errno;
+        }
+        _strError = m_iError != 0 ? Explain(m_path, m_iError) : std::string();
+        return m_iError == 0;
+    }
+
+#ifdef __cpp_exceptions
+    /// The same, but throws CLS_TraceError with the reason.
+    static std::shared_ptr<CLS_TraceFile> Create(const std::filesystem::path& _path,
+                                                 const std::string& _strProcess)
+    {
+        std::string strError;
+        std::shared_ptr<CLS_TraceFile> pTrace = Create(_path, _strProcess, strError);
+        return pTrace ? pTrace : throw CLS_TraceError(strError);
+    }
+
+    /// The same, but throws CLS_TraceError with the reason.
+    void Close()
+    {
+        std::string strError;
+        if (!Close(strError))
+        {
+            throw CLS_TraceError(strError);
+        }
+    }
+#endif
+
+private:
+    /// A thread's place in the trace.
+    struct ST_Lane
+    {
+        std::uint64_t m_uiThread = 0; ///< the system's number
+        std::mutex m_mtxEvents;
+        std::string m_strEvents; ///< what is not yet in the file; guarded by m_mtxEvents
+    };
+
+    /// What a thread knows of its lane. Says so in the trace when the thread ends.
+    struct ST_LaneOfThread
+    {
+        ST_LaneOfThread() = default;
+        ~ST_LaneOfThread()
+        {
+            if (const std::shared_ptr<CLS_TraceFile> pTrace = m_pTrace.lock())
+            {
+                pTrace->Add('i', "thread", "end of the thread", R"(,"s":"t")");
+                const std::lock_guard<std::mutex> lock(m_pLane->m_mtxEvents);
+                pTrace->Flush(*m_pLane);
+            }
+        }
+
+        ST_LaneOfThread(const ST_LaneOfThread&) = delete;
+        ST_LaneOfThread& operator=(const ST_LaneOfThread&) = delete;
+
+        std::weak_ptr<CLS_TraceFile> m_pTrace; ///< whose lane it is
+        std::shared_ptr<ST_Lane> m_pLane;
+    };
+
+    static constexpr std::size_t LANE_BUFFER = std::size_t{16} * 1024;
+
+    CLS_TraceFile(const std::filesystem::path& _path, const std::string& _strProcess, std::FILE* _pFile)
+        : m_path(_path), m_strProcess(",\"pid\":" + std::to_string(getpid()) + ",\"tid\":"), m_pFile(_pFile)
+    {
+        // The first event has no comma before it.
+        Write("[\n" + MakeNameEvent("process_name", static_cast<std::uint64_t>(getpid()), _strProcess));
+    }
+
+    static std::string Explain(const std::filesystem::path& _path, int _iError)
+    {
+        return "cannot write the trace " + _path.string() + ": " + std::generic_category().message(_iError);
+    }
+
+    void AddEvent(std::chrono::nanoseconds _nsTime, char _chPhase, const char* _szCategory,
+                  const std::string& _strName, const std::string& _strMembers)
+    {
+        ST_Lane& stLane = GetLane();
+        const std::lock_guard<std::mutex> lock(stLane.m_mtxEvents);
+        std::string& strEvents = stLane.m_strEvents;
+        strEvents.append(",\n{\"ph\":\"").append(1, _chPhase).append("\",\"ts\":");
+        TraceText::AppendTime(strEvents, _nsTime);
+        strEvents.append(m_strProcess);
+        TraceText::AppendNumber(strEvents, stLane.m_uiThread);
+        strEvents.append(",\"cat\":\"").append(_szCategory).append("\",\"name\":");
+        TraceText::AppendQuoted(strEvents, _strName);
+        strEvents.append(_strMembers).append("}");
+        if (strEvents.size() >= LANE_BUFFER)
+        {
+            Flush(stLane);
+        }
+    }
+
+    /// The calling thread's lane.
+    ST_Lane& GetLane()
+    {
+        thread_local ST_LaneOfThread t_stLane;
+        if (t_stLane.m_pTrace.lock().get() != this)
+        {
+            t_stLane.m_pLane = MakeLane();
+            t_stLane.m_pTrace = weak_from_this();
+        }
+        return *t_stLane.m_pLane;
+    }
+
+    std::shared_ptr<ST_Lane> MakeLane()
+    {
+        auto pLane = std::make_shared<ST_Lane>();
+        pLane->m_uiThread = ThreadInfo::GetId();
+        pLane->m_strEvents = ",\n" + MakeNameEvent("thread_name", pLane->m_uiThread, ThreadInfo::GetName());
+        const std::lock_guard<std::mutex> lock(m_mtxFile);
+        m_vecLanes.push_back(pLane);
+        return pLane;
+    }
+
+    /// The event that gives the process or a lane its name.
+    std::string MakeNameEvent(const char* _szWhat, std::uint64_t _uiThread, const std::string& _strName) const
+    {
+        std::string strEvent = "{\"ph\":\"M\"" + m_strProcess + std::to_string(_uiThread) + ",\"name\":\"" +
+                               _szWhat + "\",\"args\":{\"name\":";
+        TraceText::AppendQuoted(strEvent, _strName);
+        return strEvent + "}}";
+    }
+
+    void FlushAll()
+    {
+        std::vector<std::shared_ptr<ST_Lane>> vecLanes;
+        {
+            const std::lock_guard<std::mutex> lock(m_mtxFile);
+            vecLanes.swap(m_vecLanes);
+        }
+        for (const std::shared_ptr<ST_Lane>& pLane : vecLanes)
+        {
+            const std::lock_guard<std::mutex> lock(pLane->m_mtxEvents);
+            Flush(*pLane);
+        }
+    }
+
+    /// Puts what the lane has gathered into the file. The caller has the lane's mutex.
+    void Flush(ST_Lane& _stLane)
+    {
+        Write(_stLane.m_strEvents);
+        _stLane.m_strEvents.clear();
+    }
+
+    void Write(const std::string& _strText)
+    {
+        const std::lock_guard<std::mutex> lock(m_mtxFile);
+        if (m_pFile != nullptr &&
+            std::fwrite(_strText.data(), 1, _strText.size(), m_pFile) != _strText.size() && m_iError == 0)
+        {
+            m_iError = errno;
+        }
+    }
+
+    void KeepError(int _iError)
+    {
+        const std::lock_guard<std::mutex> lock(m_mtxFile);
+        m_iError = m_iError == 0 ? _iError : m_iError;
+    }
+
+    const std::filesystem::path m_path;
+    const std::chrono::steady_clock::time_point m_tpStart = std::chrono::steady_clock::now();
+    const std::string m_strProcess; ///< what each event says of the process
+    std::mutex m_mtxFile;           ///< guards what follows
+    std::FILE* m_pFile;             ///< null once closed
+    std::vector<std::shared_ptr<ST_Lane>> m_vecLanes;
+    int m_iError = 0; ///< why the first of the lost events was lost, a number of errno; 0 for none
+};
+
+/// Something that the calling thread does from here to the end of the scope. With a null trace it does
+/// nothing.
+///
+/// Owns: copies of the texts, but for the category, which is a literal.
+class CLS_TraceSpan
+{
+public:
+    /// Begins. The arguments are those of CLS_TraceFile::Add.
+    CLS_TraceSpan(const std::shared_ptr<CLS_TraceFile>& _pTrace, const char* _szCategory,
+                  const std::string& _strName, const std::string& _strMembers = {})
+        : m_pTrace(_pTrace), m_szCategory(_szCategory), m_strName(_pTrace ? _strName : std::string())
+    {
+        if (m_pTrace)
+        {
+            m_pTrace->Add('B', m_szCategory, m_strName, _strMembers);
+        }
+    }
+
+    ~CLS_TraceSpan()
+    {
+        if (m_pTrace)
+        {
+            m_pTrace->Add('E', m_szCategory, m_strName);
+        }
+    }
+
+    CLS_TraceSpan(const CLS_TraceSpan&) = delete;
+    CLS_TraceSpan& operator=(const CLS_TraceSpan&) = delete;
+
+private:
+    const std::shared_ptr<CLS_TraceFile> m_pTrace; ///< null for none
+    const char* const m_szCategory;
+    const std::string m_strName;
+};

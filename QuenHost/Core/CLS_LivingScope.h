@@ -1,0 +1,66 @@
+#pragma once
+
+#include "QuenHost/Core/CLS_Chain.h"
+
+#include <mutex>
+
+/// The scopes of this process that are there now: an owner that is made too early refers to one that is not.
+///
+/// Threads: any.
+class CLS_LivingScope
+{
+public:
+    /// Notes that the scope is there, until this object, a member of the scope, goes. Allocates nothing.
+    explicit CLS_LivingScope(const void* _pScope) noexcept : m_pScope(_pScope)
+    {
+        ST_Scopes& stScopes = GetAll();
+        const std::lock_guard<std::mutex> lock(stScopes.m_mtxScopes);
+        stScopes.m_chnScopes.Append(*this);
+    }
+
+    ~CLS_LivingScope()
+    {
+        ST_Scopes& stScopes = GetAll();
+        const std::lock_guard<std::mutex> lock(stScopes.m_mtxScopes);
+        stScopes.m_chnScopes.Remove(*this);
+    }
+
+    CLS_LivingScope(const CLS_LivingScope&) = delete;
+    CLS_LivingScope& operator=(const CLS_LivingScope&) = delete;
+
+    /// Whether there is a scope at that address.
+    static bool Has(const void* _pScope)
+    {
+        ST_Scopes& stScopes = GetAll();
+        const std::lock_guard<std::mutex> lock(stScopes.m_mtxScopes);
+        const CLS_LivingScope* pScope = stScopes.m_chnScopes.GetFirst();
+        while (pScope != nullptr && pScope->m_pScope != _pScope)
+        {
+            pScope = Scopes::GetNext(*pScope);
+        }
+        return pScope != nullptr;
+    }
+
+private:
+    struct ST_Scopes;
+
+    /// They are never destroyed: a scope may be a static object.
+    static ST_Scopes& GetAll();
+
+    const void* const m_pScope;
+    ST_Link<CLS_LivingScope> m_stLink;
+
+    using Scopes = CLS_Chain<CLS_LivingScope, &CLS_LivingScope::m_stLink>;
+
+    struct ST_Scopes
+    {
+        std::mutex m_mtxScopes; ///< guards what follows
+        Scopes m_chnScopes;
+    };
+};
+
+inline CLS_LivingScope::ST_Scopes& CLS_LivingScope::GetAll()
+{
+    static ST_Scopes& s_stScopes = *new ST_Scopes;
+    return s_stScopes;
+}

@@ -1,0 +1,203 @@
+#pragma once
+
+#include "QuenHost/Core/CLS_FailureReport.h"
+#include "QuenHost/Core/CLS_LoopCore.h"
+#include "QuenHost/Core/CLS_RemovedTasks.h"
+#include "QuenHost/Core/CLS_TaskGroup.h"
+#include "QuenHost/Core/HostChecks.h"
+#include "QuenHost/ST_PoolFunctions.h"
+#include "QuenHost/ST_PoolSnapshot.h"
+#include "QuenHost/ST_ScopeOptions.h"
+
+#include <atomic>
+#include <chrono>
+#include <climits>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+/// The core of a scope: the queue of the one-shot tasks of all its owners, and the workers that take from it.
+///
+/// The pool keeps the record of a one-shot task for ever, and its removal looks at a run every 300 ms. So the
+/// kit adds no one-shot task to the pool. It adds carriers: loop tasks with the greatest interval, each of
+/// which runs once, takes tasks from the hub's queue until there is none, and is removed after its run. How
+/// many there are depends on what runs at once and not on how much is submitted, so memory stays flat. Waits
+/// are on the hub's own conditions, so they end when the run does.
+///
+/// One mutex guards everything. It is held for a few steps, and never while the host's code or the pool is
+/// called. A few carriers at a time are on their way: whoever takes a task sees to it that the next one
+/// comes.
+///
+/// Threads: any, but for End.
+/// Owns: the waiting tasks. It is shared by the scope, the owners, and the carriers.
+class CLS_PoolHub : public std::enable_shared_from_this<CLS_PoolHub>
+{
+public:
+    using Clock = std::chrono::steady_clock;
+
+    /// How many one-shot tasks run at once. The pool has 301 workers; one is left to loop tasks.
+    static constexpr int MOST_CARRIERS = 300;
+
+    /// How long a removal waits for runs.
+    static constexpr std::chrono::milliseconds REMOVAL_LIMIT{9000};
+
+    CLS_PoolHub(const ST_PoolFunctions& _stFunctions, ST_ScopeOptions _stOptions)
+        : m_stFunctions(_stFunctions), m_stOptions(std::move(_stOptions))
+    {
+    }
+
+    CLS_PoolHub(const CLS_PoolHub&) = delete;
+    CLS_PoolHub& operator=(const CLS_PoolHub&) = delete;
+
+    // Owners.
+
+    void OpenGroup(CLS_TaskGroup& _clsGroup);
+
+    /// Takes over a task of a group. False, and nothing of it is left, when nothing is taken now or no worker
+    /// can be had.
+    bool Submit(std::unique_ptr<CLS_QueuedTask> _pTask);
+
+    /// CLS_TaskOwner::RemoveTasks. _bClose: nothing is taken afterwards either.
+    bool RemoveTasks(CLS_TaskGroup& _clsGroup, std::chrono::milliseconds _msLimit, bool _bClose);
+
+    /// CLS_TaskOwner::RemoveTasksLater.
+    void RemoveTasksLater(CLS_TaskGroup& _clsGroup, std::shared_ptr<const void> _pKept);
+
+    /// The end of an owner.
+    void CloseGroup(CLS_TaskGroup& _clsGroup);
+
+    ST_PoolCounters GetCounters(const CLS_TaskGroup& _clsGroup) const;
+
+    // Loop tasks.
+
+    /// False when it could not be added.
+    bool AddLoop(const std::shared_ptr<CLS_LoopCore>& _pLoop);
+
+    /// CLS_LoopTask::Remove.
+    bool RemoveLoop(CLS_LoopCore& _clsLoop, std::chrono::milliseconds _msLimit);
+
+    /// CLS_LoopTask::RemoveLater.
+    void RemoveLoopLater(CLS_LoopCore& _clsLoop, std::shared_ptr<const void> _pKept);
+
+    // The scope.
+
+    /// Takes nothing any more, destroys what waits, and returns when no thread of the hub is in a call of the
+    /// pool. Runs that go on are left to the pool's end.
+    void End();
+
+    /// Without m_iPoolWorkers.
+    ST_PoolSnapshot TakeSnapshot() const;
+
+    const std::shared_ptr<CLS_TraceFile>& GetTrace() const { return m_stOptions.m_pTrace; }
+
+private:
+    using Lock = std::unique_lock<std::mutex>;
+    using Queue = CLS_Chain<CLS_QueuedTask, &CLS_QueuedTask::m_stQueueLink>;
+    using Records = std::list<std::shared_ptr<ST_PoolRecord>>;
+    using Leftovers = std::list<std::shared_ptr<ST_Leftover>>;
+
+    /// So many carriers are on their way at once. Each that arrives brings the next, as long as tasks wait;
+    /// so short tasks are done by few workers, and tasks that block get as many as they want within moments.
+    static constexpr std::size_t MOST_COMING = 4;
+
+    /// So many carriers stay when there is nothing to do, and for that time.
+    static constexpr int MOST_PARKED = 8;
+    static constexpr std::chrono::seconds PARKED_TIME{5};
+
+    /// The heartbeat's interval, which is also how long a task waits before it looks for lost carriers.
+    static constexpr std::chrono::milliseconds BEAT{1000};
+
+    /// From the end of a carrier's run until its record is removed, so that the removal need not wait.
+    static constexpr std::chrono::milliseconds RECORD_REST{20};
+
+    bool Accepts(const CLS_TaskGroup& _clsGroup) const;
+    void EnsureStopState(Lock& _lock, CLS_TaskGroup& _clsGroup) const;
+    void Enqueue(CLS_QueuedTask& _clsTask);
+    void Dequeue(CLS_QueuedTask& _clsTask);
+    std::unique_ptr<CLS_QueuedTask> Withdraw(std::uint64_t _uiNumber);
+    void TakeWaiting(CLS_TaskGroup& _clsGroup, CLS_RemovedTasks& _clsRemoved);
+    static std::string DescribeFlow(std::uint64_t _uiNumber, const char* _szDirection);
+
+    void BeginRun(ST_Run& _stRun);
+    void EndRun(ST_Run& _stRun);
+    void Execute(CLS_QueuedTask& _clsTask, ST_Run& _stRun, const char* _szCategory,
+                 const std::string& _strMembers);
+    void Report(const CLS_TaskGroup& _clsGroup, n_FailureKind _enKind, const std::string& _strCallInfo,
+                const std::exception_ptr& _pException) noexcept;
+    bool WaitForRuns(Lock& _lock, CLS_TaskGroup& _clsGroup, std::chrono::milliseconds _msLimit);
+    static bool IsDestroyer(const CLS_TaskGroup& _clsGroup);
+    static int MarkOwnRuns(CLS_TaskGroup& _clsGroup, int _iChange);
+    static bool IsOfInterest(const ST_Run& _stRun, bool _bByRun);
+    static void HandOver(CLS_TaskGroup& _clsGroup, const std::shared_ptr<ST_Leftover>& _pLeftover);
+    void GiveUp(Lock& _lock, CLS_TaskGroup& _clsGroup, bool _bByRun);
+    void HandToWorker(Lock& _lock, Leftovers& _lstLeftover);
+
+    void RunLoop(CLS_LoopCore& _clsLoop);
+    std::shared_ptr<CLS_StopState> CloseLoop(CLS_LoopCore& _clsLoop);
+    std::unique_ptr<CLS_QueuedTask> FinishLoop(CLS_LoopCore& _clsLoop);
+
+    bool BringCarrier(Lock& _lock);
+    bool StartCarrier(Lock& _lock);
+    bool EnsureHeartbeat(Lock& _lock);
+    bool AddRecord(ST_PoolRecord& _stRecord, const std::function<void()>& _funTask, int _iInterval,
+                   const std::string& _strCallInfo) const;
+    void Carry(const std::shared_ptr<ST_PoolRecord>& _pRecord);
+    void Arrive(const ST_PoolRecord& _stRecord);
+    bool Park(Lock& _lock);
+    void RunFirst(Lock& _lock, ST_PoolRecord& _stRecord, const ST_RunThread& _stThread);
+    void DestroyLeftover(Lock& _lock);
+    void LeaveInside();
+    void Beat();
+    void WriteOffLostCarriers();
+    void EnterRecord(const std::shared_ptr<ST_PoolRecord>& _pRecord);
+    void FinishRecord(const std::shared_ptr<ST_PoolRecord>& _pRecord);
+    void SweepRecords(Lock& _lock);
+    void RemoveRecords(const Records& _lstRecords) const;
+    Records TakeRecords();
+    std::vector<std::shared_ptr<CLS_StopState>> RefuseAll();
+    void TakeAll(CLS_RemovedTasks& _clsRemoved);
+    void ReportOutlivers();
+
+    static ST_RunInfo DescribeRun(const ST_Run& _stRun, Clock::time_point _tpNow);
+    static ST_LoopInfo DescribeLoop(const CLS_LoopCore& _clsLoop, Clock::time_point _tpNow);
+
+    const ST_PoolFunctions m_stFunctions;
+    const ST_ScopeOptions m_stOptions;
+    CLS_FailureReport m_clsReport;
+    std::atomic<std::uint64_t> m_uiNumbers{0}; ///< of tasks; tells them apart, and orders nothing
+
+    mutable std::mutex m_mtxHub; ///< guards what follows, and what hangs on it
+    bool m_bEnded = false;
+    Queue m_chnQueue;        ///< owned
+    Leftovers m_lstLeftover; ///< for a carrier to destroy
+    CLS_Chain<CLS_TaskGroup, &CLS_TaskGroup::m_stHubLink> m_chnGroups;
+    CLS_Chain<CLS_LoopCore, &CLS_LoopCore::m_stHubLink> m_chnLoops;
+    CLS_Chain<ST_Run, &ST_Run::m_stHubLink> m_chnRuns;
+    ST_PoolCounters m_stCounters;
+
+    int m_iCarriers = 0;         ///< asked for and not gone
+    int m_iStarting = 0;         ///< of these, not arrived
+    int m_iParked = 0;           ///< of these, waiting for a task
+    int m_iClaimed = 0;          ///< of the parked ones, notified and not awake
+    std::uint64_t m_uiEpoch = 0; ///< carriers of earlier ones are written off
+    Clock::time_point m_tpLastStart;
+    std::condition_variable m_cvParked;
+    std::shared_ptr<ST_PoolRecord> m_pHeartbeat; ///< null until it is needed
+    Records m_lstLive;     ///< records of carriers, from before they are added until they leave
+    Records m_lstFinished; ///< records to be removed, the oldest first
+
+    int m_iInside = 0; ///< threads that may call the pool
+    std::condition_variable m_cvInside;
+};
+
+#include "QuenHost/Core/PoolHubLoops.h"
+#include "QuenHost/Core/PoolHubRuns.h"
+#include "QuenHost/Core/PoolHubTasks.h"
+#include "QuenHost/Core/PoolHubWorkers.h"

@@ -1,0 +1,68 @@
+#pragma once
+
+#include "QuenHost/Core/CLS_Chain.h"
+#include "QuenHost/Core/CLS_StopState.h"
+#include "QuenHost/Core/HostCall.h"
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <type_traits>
+#include <utility>
+
+class CLS_TaskGroup;
+
+/// A callable on its way to its run, or that of a loop task between its runs.
+///
+/// Threads: one at a time; the hub sees to that. The hub's mutex guards the links.
+/// Owns: the callable, which is destroyed exactly once: by DestroyCallable or with this object.
+class CLS_QueuedTask
+{
+public:
+    CLS_QueuedTask() = default;
+    virtual ~CLS_QueuedTask() = default;
+    CLS_QueuedTask(const CLS_QueuedTask&) = delete;
+    CLS_QueuedTask& operator=(const CLS_QueuedTask&) = delete;
+
+    /// Calls the callable. What it throws passes, unless the task keeps it for somebody; false then.
+    virtual bool Run(const CLS_StopToken& _clsToken) = 0;
+
+    /// Destroys the callable, with what it captured.
+    virtual void DestroyCallable() noexcept = 0;
+
+    std::shared_ptr<CLS_TaskGroup> m_pGroup; ///< whose task it is
+    std::shared_ptr<CLS_StopState> m_pStop;  ///< asks it to stop
+    std::string m_strCallInfo;
+    std::uint64_t m_uiNumber = 0; ///< tells the tasks of a hub apart
+    std::chrono::steady_clock::time_point m_tpQueued;
+    ST_Link<CLS_QueuedTask> m_stQueueLink; ///< in the hub's queue
+    ST_Link<CLS_QueuedTask> m_stGroupLink; ///< among the waiting tasks of its group
+};
+
+/// The task of a callable without a result.
+template <typename T_Callable>
+class CLS_CallableTask final : public CLS_QueuedTask
+{
+public:
+    static_assert(std::is_nothrow_destructible_v<T_Callable>,
+                  "what a task captures must not throw at its end");
+
+    template <typename T_Source>
+    CLS_CallableTask(std::in_place_t /*_clsTag*/, T_Source&& _funTask)
+        : m_funTask(std::forward<T_Source>(_funTask))
+    {
+    }
+
+    bool Run(const CLS_StopToken& _clsToken) override
+    {
+        static_cast<void>(HostCall::Call(*m_funTask, _clsToken));
+        return true;
+    }
+
+    void DestroyCallable() noexcept override { m_funTask.reset(); }
+
+private:
+    std::optional<T_Callable> m_funTask;
+};

@@ -1,0 +1,55 @@
+#pragma once
+
+#include "QuenHost/CLS_TraceFile.h"
+#include "QuenHost/Core/CLS_QueuedTask.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+
+/// Tasks that were removed before they ran. Its end destroys them, in the order of their submission, on its
+/// thread.
+///
+/// Threads: one at a time.
+class CLS_RemovedTasks
+{
+public:
+    explicit CLS_RemovedTasks(std::shared_ptr<CLS_TraceFile> _pTrace) : m_pTrace(std::move(_pTrace)) {}
+    ~CLS_RemovedTasks()
+    {
+        while (CLS_QueuedTask* const pTask = m_chnTasks.GetFirst())
+        {
+            m_chnTasks.Remove(*pTask);
+            const std::unique_ptr<CLS_QueuedTask> pOwned(pTask);
+            if (m_pTrace)
+            {
+                m_pTrace->Add('i', "cancel", pTask->m_strCallInfo,
+                              R"(,"s":"t","args":{"task":)" + std::to_string(pTask->m_uiNumber) + "}");
+            }
+        }
+    }
+
+    CLS_RemovedTasks(const CLS_RemovedTasks&) = delete;
+    CLS_RemovedTasks& operator=(const CLS_RemovedTasks&) = delete;
+
+    /// Takes a task over. Allocates nothing.
+    void Add(CLS_QueuedTask& _clsTask) { m_chnTasks.Append(_clsTask); }
+
+private:
+    const std::shared_ptr<CLS_TraceFile> m_pTrace; ///< null for none
+    CLS_Chain<CLS_QueuedTask, &CLS_QueuedTask::m_stGroupLink> m_chnTasks;
+};
+
+/// What is left of an owner that did not wait: shared by its runs and by the worker that clears it away.
+struct ST_Leftover
+{
+    ST_Leftover(std::shared_ptr<const void> _pKept, std::shared_ptr<CLS_TraceFile> _pTrace)
+        : m_pKept(std::move(_pKept)), m_clsRemoved(std::in_place, std::move(_pTrace))
+    {
+    }
+
+    std::shared_ptr<const void> m_pKept;             ///< what the runs use
+    std::unique_ptr<CLS_QueuedTask> m_pLoopCallable; ///< destroyed by the worker
+    std::optional<CLS_RemovedTasks> m_clsRemoved;    ///< destroyed by the worker
+};

@@ -1,0 +1,77 @@
+#pragma once
+
+#include "QuenHost/Core/CLS_QueuedTask.h"
+#include "QuenHost/Core/ThreadInfo.h"
+#include "QuenHost/ST_PoolSnapshot.h"
+#include "QuenHost/ST_TaskFailure.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <thread>
+#include <utility>
+
+class CLS_PoolHub;
+struct ST_Leftover;
+
+/// The thread of a run, as debuggers show it.
+struct ST_RunThread
+{
+    std::thread::id m_idThread = std::this_thread::get_id();
+    std::uint64_t m_uiThread = ThreadInfo::GetId();
+    std::string m_strThread = ThreadInfo::GetName();
+};
+
+/// A run that is going on. Lives on the stack of its thread; the hub's mutex guards what changes.
+struct ST_Run
+{
+    const CLS_QueuedTask& m_clsTask;
+    const ST_RunThread& m_stThread;
+    std::chrono::steady_clock::time_point m_tpStart;
+    int m_iRemoving = 0;        ///< removals of its own group that it is in
+    bool m_bHandedOver = false; ///< no removal waits for it any more
+    bool m_bGivenUp = false;    ///< a removal has waited for it as long as it may; none waits again
+    bool m_bFailed = false;     ///< written and read by its thread
+    std::shared_ptr<ST_Leftover> m_pLeftover{}; ///< lives until its end
+    ST_Link<ST_Run> m_stHubLink{};
+    ST_Link<ST_Run> m_stGroupLink{};
+};
+
+/// A removal that is destroying what it took from the queue. Lives on the stack of its thread.
+struct ST_Destroyer
+{
+    std::thread::id m_idThread = std::this_thread::get_id();
+    ST_Link<ST_Destroyer> m_stLink{};
+};
+
+/// What the kit knows of one owner, or of one loop task: its waiting tasks and its runs. It outlives the
+/// owner for as long as a run goes on.
+///
+/// Threads: the hub's mutex guards all but what is constant.
+class CLS_TaskGroup
+{
+public:
+    CLS_TaskGroup(std::string _strName, F_FailureHandler _funOnFailure)
+        : m_strName(std::move(_strName)), m_funOnFailure(std::move(_funOnFailure))
+    {
+    }
+
+    CLS_TaskGroup(const CLS_TaskGroup&) = delete;
+    CLS_TaskGroup& operator=(const CLS_TaskGroup&) = delete;
+
+    const std::string m_strName;
+    /// Not guarded: it changes only when the owner has ended and no run is left.
+    F_FailureHandler m_funOnFailure;
+
+    std::shared_ptr<CLS_StopState> m_pStop = std::make_shared<CLS_StopState>(); ///< null after a removal
+    CLS_Chain<CLS_QueuedTask, &CLS_QueuedTask::m_stGroupLink> m_chnWaiting;
+    CLS_Chain<ST_Run, &ST_Run::m_stGroupLink> m_chnRuns;
+    CLS_Chain<ST_Destroyer, &ST_Destroyer::m_stLink> m_chnDestroyers;
+    std::condition_variable m_cvRuns; ///< notified when a run or a destroyer ends, or need not be waited for
+    int m_iRemovals = 0;              ///< removals at work: nothing is taken meanwhile
+    bool m_bClosed = false;           ///< the owner has ended: nothing is taken any more
+    ST_PoolCounters m_stCounters;
+    ST_Link<CLS_TaskGroup> m_stHubLink; ///< among the groups whose owners live
+};

@@ -1,0 +1,83 @@
+#pragma once
+
+#include "QuenHost/CLS_StopToken.h"
+
+#include <cstddef>
+#include <type_traits>
+#include <utility>
+#if __cplusplus >= 202002L
+#include <version>
+#endif
+#ifdef __cpp_lib_jthread
+#include <stop_token>
+#endif
+
+/// How the kit calls what a host submits: with a CLS_StopToken when the callable takes one, else with a
+/// std::stop_token where the language has it, else without an argument.
+namespace HostCall
+{
+template <typename T_Callable>
+constexpr bool TAKES_TOKEN = std::is_invocable_v<T_Callable&, CLS_StopToken>;
+
+#ifdef __cpp_lib_jthread
+template <typename T_Callable>
+constexpr bool TAKES_STANDARD_TOKEN =
+    !TAKES_TOKEN<T_Callable> && std::is_invocable_v<T_Callable&, std::stop_token>;
+
+/// Calls it with a token of the standard's that follows the kit's.
+template <typename T_Callable>
+decltype(auto) CallWithStandardToken(T_Callable& _funTask, const CLS_StopToken& _clsToken)
+{
+    std::stop_source clsSource;
+    const CLS_StopCallback clsFollow(_clsToken, [&clsSource] { clsSource.request_stop(); });
+    return _funTask(clsSource.get_token());
+}
+#endif
+
+template <typename T_Callable>
+decltype(auto) Call(T_Callable& _funTask, const CLS_StopToken& _clsToken)
+{
+    if constexpr (TAKES_TOKEN<T_Callable>)
+    {
+        return _funTask(_clsToken);
+    }
+#ifdef __cpp_lib_jthread
+    else if constexpr (TAKES_STANDARD_TOKEN<T_Callable>)
+    {
+        return CallWithStandardToken(_funTask, _clsToken);
+    }
+#endif
+    else
+    {
+        static_assert(std::is_invocable_v<T_Callable&>,
+                      "a task is called without an argument or with a stop token");
+        return _funTask();
+    }
+}
+
+/// What the callable returns.
+template <typename T_Callable>
+using Result = decltype(HostCall::Call(std::declval<T_Callable&>(), std::declval<const CLS_StopToken&>()));
+
+template <typename T_Callable, typename = void>
+inline constexpr bool MAY_BE_EMPTY = false;
+template <typename T_Callable>
+inline constexpr bool
+    MAY_BE_EMPTY<T_Callable, std::void_t<decltype(std::declval<const T_Callable&>() == nullptr)>> =
+        std::is_constructible_v<T_Callable, std::nullptr_t>;
+
+/// Whether it is a function object, or a function pointer, with nothing to call.
+template <typename T_Callable>
+bool IsEmpty(const T_Callable& _funTask)
+{
+    if constexpr (MAY_BE_EMPTY<T_Callable>)
+    {
+        return _funTask == nullptr;
+    }
+    else
+    {
+        static_cast<void>(_funTask);
+        return false;
+    }
+}
+} // namespace HostCall

@@ -1,0 +1,125 @@
+#pragma once
+
+// Loop tasks. Included by CLS_PoolHub.h.
+
+#include "QuenHost/Core/CLS_PoolHub.h"
+
+inline bool CLS_PoolHub::AddLoop(const std::shared_ptr<CLS_LoopCore>& _pLoop)
+{
+    Lock lock(m_mtxHub);
+    if (!EnsureHeartbeat(lock) || m_bEnded)
+    {
+        return false;
+    }
+    m_chnLoops.Append(*_pLoop);
+    ++m_iInside;
+    lock.unlock();
+    bool bAdded = false;
+    const auto funAdd = [&]
+    {
+        bAdded = AddRecord(
+            *_pLoop->m_pRecord, [pHub = shared_from_this(), _pLoop] { pHub->RunLoop(*_pLoop); },
+            static_cast<int>(_pLoop->m_msInterval.count()), _pLoop->m_pGroup->m_strName);
+    };
+    PoolCall::Catch(funAdd);
+    lock.lock();
+    LeaveInside();
+    if (!bAdded)
+    {
+        CloseLoop(*_pLoop);
+    }
+    return bAdded;
+}
+
+/// One run, on a worker of the pool.
+inline void CLS_PoolHub::RunLoop(CLS_LoopCore& _clsLoop)
+{
+    const ST_RunThread stThread;
+    Lock lock(m_mtxHub);
+    if (m_bEnded || _clsLoop.m_bClosed)
+    {
+        return;
+    }
+    CLS_QueuedTask& clsTask = *_clsLoop.m_pTask;
+    ST_Run stRun{clsTask, stThread, Clock::now()};
+    BeginRun(stRun);
+    lock.unlock();
+    Execute(clsTask, stRun, "loop",
+            GetTrace() ? R"(,"args":{"interval_ms":)" + std::to_string(_clsLoop.m_msInterval.count()) + "}"
+                       : std::string());
+    lock.lock();
+    EndRun(stRun);
+    ++m_stCounters.m_uiLoopRuns;
+    _clsLoop.m_tpDue = Clock::now() + _clsLoop.m_msInterval;
+    const std::unique_ptr<CLS_QueuedTask> pTask = _clsLoop.m_bLeft ? FinishLoop(_clsLoop) : nullptr;
+    lock.unlock();
+}
+
+/// No run starts any more. Returns the request to stop, once.
+inline std::shared_ptr<CLS_StopState> CLS_PoolHub::CloseLoop(CLS_LoopCore& _clsLoop)
+{
+    if (std::exchange(_clsLoop.m_bClosed, true))
+    {
+        return nullptr;
+    }
+    m_chnLoops.Remove(_clsLoop);
+    return _clsLoop.m_pGroup->m_pStop;
+}
+
+/// When no run is left: the callable, and the record goes. Null when that was done before.
+inline std::unique_ptr<CLS_QueuedTask> CLS_PoolHub::FinishLoop(CLS_LoopCore& _clsLoop)
+{
+    if (_clsLoop.m_pTask)
+    {
+        FinishRecord(_clsLoop.m_pRecord);
+    }
+    return std::move(_clsLoop.m_pTask);
+}
+
+inline bool CLS_PoolHub::RemoveLoop(CLS_LoopCore& _clsLoop, std::chrono::milliseconds _msLimit)
+{
+    CLS_TaskGroup& clsGroup = *_clsLoop.m_pGroup;
+    const CLS_TraceSpan clsSpan(GetTrace(), "remove", clsGroup.m_strName);
+    std::unique_ptr<CLS_QueuedTask> pTask;
+    F_FailureHandler funOnFailure;
+    Lock lock(m_mtxHub);
+    MarkOwnRuns(clsGroup, 1);
+    const std::shared_ptr<CLS_StopState> pStop = CloseLoop(_clsLoop);
+    lock.unlock();
+    if (pStop)
+    {
+        pStop->Request();
+    }
+    lock.lock();
+    const bool bOver = WaitForRuns(lock, clsGroup, _msLimit);
+    MarkOwnRuns(clsGroup, -1);
+    _clsLoop.m_bLeft = !clsGroup.m_chnRuns.IsEmpty();
+    if (!_clsLoop.m_bLeft)
+    {
+        pTask = FinishLoop(_clsLoop);
+        funOnFailure.swap(clsGroup.m_funOnFailure);
+    }
+    lock.unlock();
+    return bOver;
+}
+
+inline void CLS_PoolHub::RemoveLoopLater(CLS_LoopCore& _clsLoop, std::shared_ptr<const void> _pKept)
+{
+    CLS_TaskGroup& clsGroup = *_clsLoop.m_pGroup;
+    const CLS_TraceSpan clsSpan(GetTrace(), "remove", clsGroup.m_strName);
+    Leftovers lstLeftover{std::make_shared<ST_Leftover>(std::move(_pKept), GetTrace())};
+    Lock lock(m_mtxHub);
+    const std::shared_ptr<CLS_StopState> pStop = CloseLoop(_clsLoop);
+    HandOver(clsGroup, lstLeftover.front());
+    _clsLoop.m_bLeft = !clsGroup.m_chnRuns.IsEmpty();
+    if (!_clsLoop.m_bLeft)
+    {
+        lstLeftover.front()->m_pLoopCallable = FinishLoop(_clsLoop);
+    }
+    HandToWorker(lock, lstLeftover);
+    lock.unlock();
+    if (pStop)
+    {
+        pStop->Request();
+    }
+}

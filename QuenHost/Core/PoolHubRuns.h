@@ -1,0 +1,220 @@
+#pragma once
+
+// Runs, and waiting for them. Included by CLS_PoolHub.h.
+
+#include "QuenHost/Core/CLS_PoolHub.h"
+
+#include <vector>
+
+inline void CLS_PoolHub::BeginRun(ST_Run& _stRun)
+{
+    m_chnRuns.Append(_stRun);
+    _stRun.m_clsTask.m_pGroup->m_chnRuns.Append(_stRun);
+}
+
+/// The task keeps its group until its run is over.
+inline void CLS_PoolHub::EndRun(ST_Run& _stRun)
+{
+    CLS_TaskGroup& clsGroup = *_stRun.m_clsTask.m_pGroup;
+    m_chnRuns.Remove(_stRun);
+    clsGroup.m_chnRuns.Remove(_stRun);
+    m_stCounters.m_uiFailed += _stRun.m_bFailed ? 1U : 0U;
+    clsGroup.m_stCounters.m_uiFailed += _stRun.m_bFailed ? 1U : 0U;
+    clsGroup.m_cvRuns.notify_all();
+}
+
+/// Runs the callable on this thread, with no lock held.
+inline void CLS_PoolHub::Execute(CLS_QueuedTask& _clsTask, ST_Run& _stRun, const char* _szCategory,
+                                 const std::string& _strMembers)
+{
+    const auto funRun = [&]
+    {
+        const CLS_TraceSpan clsSpan(GetTrace(), _szCategory, _clsTask.m_strCallInfo, _strMembers);
+        _stRun.m_bFailed = !_clsTask.Run(CLS_StopToken(_clsTask.m_pStop));
+    };
+    if (const std::exception_ptr pException = PoolCall::Catch(funRun))
+    {
+        _stRun.m_bFailed = true;
+        Report(*_clsTask.m_pGroup, n_FailureKind::Threw, _clsTask.m_strCallInfo, pException);
+    }
+}
+
+/// Tells the nearest handler, or else standard error.
+inline void CLS_PoolHub::Report(const CLS_TaskGroup& _clsGroup, n_FailureKind _enKind,
+                                const std::string& _strCallInfo,
+                                const std::exception_ptr& _pException) noexcept
+{
+    const F_FailureHandler& funHandler =
+        _clsGroup.m_funOnFailure ? _clsGroup.m_funOnFailure : m_stOptions.m_funOnFailure;
+    const auto funReport = [&]
+    {
+        const ST_TaskFailure stFailure{_enKind, _clsGroup.m_strName, _strCallInfo, _pException};
+        if (!funHandler)
+        {
+            m_clsReport.Report(stFailure);
+        }
+        else if (const std::exception_ptr pThrown = PoolCall::Catch([&] { funHandler(stFailure); }))
+        {
+            m_clsReport.Report(stFailure);
+            m_clsReport.Report({n_FailureKind::Threw, _clsGroup.m_strName, "failure handler", pThrown});
+        }
+    };
+    if (PoolCall::Catch(funReport))
+    {
+        CLS_FailureReport::ReportWithoutText();
+    }
+}
+
+/// Whether the run has to end before a removal is complete. Runs that remove their own group's tasks do not
+/// wait for each other.
+inline bool CLS_PoolHub::IsOfInterest(const ST_Run& _stRun, bool _bByRun)
+{
+    return !_stRun.m_bHandedOver && !(_bByRun && _stRun.m_iRemoving > 0);
+}
+
+/// Whether the calling thread is in what a removal of the group destroys, which may remove, too.
+inline bool CLS_PoolHub::IsDestroyer(const CLS_TaskGroup& _clsGroup)
+{
+    const ST_Destroyer* pDestroyer = _clsGroup.m_chnDestroyers.GetFirst();
+    while (pDestroyer != nullptr && pDestroyer->m_idThread != std::this_thread::get_id())
+    {
+        pDestroyer = CLS_Chain<ST_Destroyer, &ST_Destroyer::m_stLink>::GetNext(*pDestroyer);
+    }
+    return pDestroyer != nullptr;
+}
+
+/// Waits until the runs of the group are over, but for the caller's own, and until other removals have
+/// destroyed what they took. False when runs are left. After the full time, no removal waits for them again.
+/// May give the lock back for a moment.
+inline bool CLS_PoolHub::WaitForRuns(Lock& _lock, CLS_TaskGroup& _clsGroup,
+                                     std::chrono::milliseconds _msLimit)
+{
+    const bool bByRun = MarkOwnRuns(_clsGroup, 0) > 0;
+    const bool bByDestroyer = IsDestroyer(_clsGroup);
+    bool bAllOver = false;
+    const auto funOver = [&]
+    {
+        bool bWait = !bByDestroyer && !_clsGroup.m_chnDestroyers.IsEmpty();
+        bAllOver = true;
+        for (const ST_Run* pRun = _clsGroup.m_chnRuns.GetFirst(); pRun != nullptr;
+             pRun = CLS_Chain<ST_Run, &ST_Run::m_stGroupLink>::GetNext(*pRun))
+        {
+            const bool bOfInterest = IsOfInterest(*pRun, bByRun);
+            bAllOver &= !bOfInterest;
+            bWait |= bOfInterest && !pRun->m_bGivenUp;
+        }
+        return !bWait;
+    };
+    const bool bInTime = _clsGroup.m_cvRuns.wait_for(_lock, _msLimit, funOver);
+    if (!bInTime && _msLimit >= REMOVAL_LIMIT)
+    {
+        GiveUp(_lock, _clsGroup, bByRun);
+    }
+    return bAllOver;
+}
+
+/// Reports the runs that a removal has waited for as long as it may.
+inline void CLS_PoolHub::GiveUp(Lock& _lock, CLS_TaskGroup& _clsGroup, bool _bByRun)
+{
+    std::vector<std::string> vecCallInfos;
+    for (ST_Run* pRun = _clsGroup.m_chnRuns.GetFirst(); pRun != nullptr;
+         pRun = CLS_Chain<ST_Run, &ST_Run::m_stGroupLink>::GetNext(*pRun))
+    {
+        if (IsOfInterest(*pRun, _bByRun) && !std::exchange(pRun->m_bGivenUp, true))
+        {
+            vecCallInfos.push_back(pRun->m_clsTask.m_strCallInfo);
+        }
+    }
+    _lock.unlock();
+    for (const std::string& strCallInfo : vecCallInfos)
+    {
+        Report(_clsGroup, n_FailureKind::Outlasted, strCallInfo, nullptr);
+    }
+    _lock.lock();
+}
+
+/// Notes that the runs of the group on this thread, if any, begin or end a removal. Returns how many there
+/// are.
+inline int CLS_PoolHub::MarkOwnRuns(CLS_TaskGroup& _clsGroup, int _iChange)
+{
+    int iRuns = 0;
+    for (ST_Run* pRun = _clsGroup.m_chnRuns.GetFirst(); pRun != nullptr;
+         pRun = CLS_Chain<ST_Run, &ST_Run::m_stGroupLink>::GetNext(*pRun))
+    {
+        if (pRun->m_stThread.m_idThread == std::this_thread::get_id())
+        {
+            pRun->m_iRemoving += _iChange;
+            ++iRuns;
+        }
+    }
+    if (iRuns > 0)
+    {
+        _clsGroup.m_cvRuns.notify_all();
+    }
+    return iRuns;
+}
+
+/// From now on, no removal waits for the group's runs, which keep what is left.
+inline void CLS_PoolHub::HandOver(CLS_TaskGroup& _clsGroup, const std::shared_ptr<ST_Leftover>& _pLeftover)
+{
+    for (ST_Run* pRun = _clsGroup.m_chnRuns.GetFirst(); pRun != nullptr;
+         pRun = CLS_Chain<ST_Run, &ST_Run::m_stGroupLink>::GetNext(*pRun))
+    {
+        if (!pRun->m_bHandedOver)
+        {
+            pRun->m_bHandedOver = true;
+            pRun->m_pLeftover = _pLeftover;
+        }
+    }
+    _clsGroup.m_cvRuns.notify_all();
+}
+
+inline ST_RunInfo CLS_PoolHub::DescribeRun(const ST_Run& _stRun, Clock::time_point _tpNow)
+{
+    ST_RunInfo stInfo;
+    stInfo.m_strOwner = _stRun.m_clsTask.m_pGroup->m_strName;
+    stInfo.m_strCallInfo = _stRun.m_clsTask.m_strCallInfo;
+    stInfo.m_nsRunning = _tpNow - _stRun.m_tpStart;
+    stInfo.m_uiThread = _stRun.m_stThread.m_uiThread;
+    stInfo.m_strThread = _stRun.m_stThread.m_strThread;
+    stInfo.m_bStopRequested = _stRun.m_clsTask.m_pStop->IsRequested();
+    return stInfo;
+}
+
+inline ST_LoopInfo CLS_PoolHub::DescribeLoop(const CLS_LoopCore& _clsLoop, Clock::time_point _tpNow)
+{
+    ST_LoopInfo stInfo;
+    stInfo.m_strCallInfo = _clsLoop.m_pGroup->m_strName;
+    stInfo.m_msInterval = _clsLoop.m_msInterval;
+    stInfo.m_bRunning = !_clsLoop.m_pGroup->m_chnRuns.IsEmpty();
+    const bool bDue = stInfo.m_bRunning || _clsLoop.m_tpDue <= _tpNow;
+    stInfo.m_nsUntilNext = bDue ? std::chrono::nanoseconds(0) : _clsLoop.m_tpDue - _tpNow;
+    return stInfo;
+}
+
+inline ST_PoolSnapshot CLS_PoolHub::TakeSnapshot() const
+{
+    ST_PoolSnapshot stSnapshot;
+    const Lock lock(m_mtxHub);
+    const Clock::time_point tpNow = Clock::now();
+    stSnapshot.m_iBusyWorkers = static_cast<int>(m_chnRuns.GetSize());
+    stSnapshot.m_iIdleWorkers = m_iParked;
+    stSnapshot.m_iStartingWorkers = m_iStarting;
+    stSnapshot.m_uiQueued = m_chnQueue.GetSize();
+    stSnapshot.m_stCounters = m_stCounters;
+    if (const CLS_QueuedTask* const pFirst = m_chnQueue.GetFirst())
+    {
+        stSnapshot.m_nsOldestQueued = tpNow - pFirst->m_tpQueued;
+    }
+    for (const ST_Run* pRun = m_chnRuns.GetFirst(); pRun != nullptr;
+         pRun = CLS_Chain<ST_Run, &ST_Run::m_stHubLink>::GetNext(*pRun))
+    {
+        stSnapshot.m_vecRuns.push_back(DescribeRun(*pRun, tpNow));
+    }
+    for (const CLS_LoopCore* pLoop = m_chnLoops.GetFirst(); pLoop != nullptr;
+         pLoop = CLS_Chain<CLS_LoopCore, &CLS_LoopCore::m_stHubLink>::GetNext(*pLoop))
+    {
+        stSnapshot.m_vecLoops.push_back(DescribeLoop(*pLoop, tpNow));
+    }
+    return stSnapshot;
+}

@@ -1,0 +1,401 @@
+#pragma once
+
+// The hub's tasks in the pool: carriers and the heartbeat. Included by CLS_PoolHub.h.
+
+#include "QuenHost/Core/CLS_PoolHub.h"
+
+#include <algorithm>
+#include <vector>
+
+/// Sees to it that a carrier comes for what waits. False when there is no carrier and none can be had. May
+/// give the lock back for a moment.
+inline bool CLS_PoolHub::BringCarrier(Lock& _lock)
+{
+    const std::size_t uiWaiting = m_chnQueue.GetSize() + m_lstLeftover.size();
+    const auto uiComing = static_cast<std::size_t>(m_iStarting) + static_cast<std::size_t>(m_iClaimed);
+    if (uiComing >= std::min(uiWaiting, MOST_COMING))
+    {
+        return true; // each that is on its way brings the next
+    }
+    if (m_iParked > m_iClaimed)
+    {
+        ++m_iClaimed;
+        m_cvParked.notify_one();
+        return true;
+    }
+    return m_iCarriers >= MOST_CARRIERS || StartCarrier(_lock) || m_iCarriers > 0;
+}
+
+/// Adds a carrier to the pool. False when the pool does not take it.
+inline bool CLS_PoolHub::StartCarrier(Lock& _lock)
+{
+    ++m_iCarriers;
+    ++m_iStarting;
+    ++m_iInside;
+    m_tpLastStart = Clock::now();
+    const std::uint64_t uiEpoch = m_uiEpoch;
+    _lock.unlock();
+    std::shared_ptr<ST_PoolRecord> pRecord;
+    bool bAdded = false;
+    const auto funAdd = [&]
+    {
+        pRecord = std::make_shared<ST_PoolRecord>();
+        pRecord->m_uiEpoch = uiEpoch;
+        _lock.lock();
+        EnterRecord(pRecord);
+        _lock.unlock();
+        bAdded = AddRecord(
+            *pRecord, [pHub = shared_from_this(), pRecord] { pHub->Carry(pRecord); }, INT_MAX,
+            "host kit worker");
+    };
+    PoolCall::Catch(funAdd);
+    _lock.lock();
+    LeaveInside();
+    if (!bAdded && uiEpoch == m_uiEpoch)
+    {
+        --m_iCarriers;
+        --m_iStarting;
+    }
+    if (!bAdded && pRecord)
+    {
+        m_lstLive.erase(pRecord->m_itPlace);
+    }
+    return bAdded;
+}
+
+/// The heartbeat looks after what nothing else would: carriers that the pool took and did not run because
+/// memory ran out, and the records of the last carriers. Without one, nothing is taken.
+inline bool CLS_PoolHub::EnsureHeartbeat(Lock& _lock)
+{
+    if (m_pHeartbeat || m_bEnded)
+    {
+        return m_pHeartbeat != nullptr;
+    }
+    ++m_iInside;
+    _lock.unlock();
+    std::shared_ptr<ST_PoolRecord> pAdded;
+    const auto funAdd = [&]
+    {
+        const auto pRecord = std::make_shared<ST_PoolRecord>();
+        const auto funBeat = [pHub = shared_from_this()] { pHub->Beat(); };
+        if (AddRecord(*pRecord, funBeat, static_cast<int>(BEAT.count()), "host kit heartbeat"))
+        {
+            pAdded = pRecord;
+        }
+    };
+    PoolCall::Catch(funAdd);
+    _lock.lock();
+    LeaveInside();
+    if (pAdded && m_pHeartbeat)
+    {
+        FinishRecord(pAdded); // another thread was faster
+    }
+    else if (pAdded)
+    {
+        m_pHeartbeat = pAdded;
+    }
+    return m_pHeartbeat != nullptr;
+}
+
+/// Adds a task to the pool. False when the pool does not take it.
+inline bool CLS_PoolHub::AddRecord(ST_PoolRecord& _stRecord, const std::function<void()>& _funTask,
+                                   int _iInterval, const std::string& _strCallInfo) const
+{
+    m_stFunctions.m_funAddLoopTask(_funTask, _iInterval, _stRecord.m_strTaskId, _strCallInfo);
+    return !_stRecord.m_strTaskId.empty();
+}
+
+/// A carrier's run, on a worker of the pool.
+inline void CLS_PoolHub::Carry(const std::shared_ptr<ST_PoolRecord>& _pRecord)
+{
+    if (std::exchange(_pRecord->m_bArrived, true))
+    {
+        return; // the pool repeats it, weeks later
+    }
+    const ST_RunThread stThread;
+    Lock lock(m_mtxHub);
+    Arrive(*_pRecord);
+    bool bWanted = true;
+    while (bWanted && !m_bEnded)
+    {
+        if (!m_lstLeftover.empty())
+        {
+            DestroyLeftover(lock);
+        }
+        else if (!m_chnQueue.IsEmpty())
+        {
+            RunFirst(lock, *_pRecord, stThread);
+        }
+        else
+        {
+            bWanted = Park(lock);
+        }
+    }
+    --m_iCarriers;
+    SweepRecords(lock);
+    FinishRecord(_pRecord);
+    LeaveInside();
+}
+
+inline void CLS_PoolHub::Arrive(const ST_PoolRecord& _stRecord)
+{
+    ++m_iInside;
+    if (_stRecord.m_uiEpoch == m_uiEpoch)
+    {
+        --m_iStarting;
+    }
+    else
+    {
+        ++m_iCarriers; // it was written off too early
+    }
+}
+
+/// Waits for something to do. False when the carrier is to leave.
+inline bool CLS_PoolHub::Park(Lock& _lock)
+{
+    if (m_iParked >= MOST_PARKED)
+    {
+        return false;
+    }
+    ++m_iParked;
+    const bool bWanted = m_cvParked.wait_for(
+        _lock, PARKED_TIME,
+        [this] { return m_bEnded || m_iClaimed > 0 || !m_chnQueue.IsEmpty() || !m_lstLeftover.empty(); });
+    --m_iParked;
+    m_iClaimed -= m_iClaimed > 0 ? 1 : 0;
+    return bWanted;
+}
+
+inline void CLS_PoolHub::RunFirst(Lock& _lock, ST_PoolRecord& _stRecord, const ST_RunThread& _stThread)
+{
+    std::unique_ptr<CLS_QueuedTask> pTask(m_chnQueue.GetFirst());
+    CLS_TaskGroup& clsGroup = *pTask->m_pGroup;
+    Dequeue(*pTask);
+    ST_Run stRun{*pTask, _stThread, Clock::now()};
+    const std::chrono::nanoseconds nsWait = stRun.m_tpStart - pTask->m_tpQueued;
+    m_stCounters.m_nsLongestWait = std::max(m_stCounters.m_nsLongestWait, nsWait);
+    clsGroup.m_stCounters.m_nsLongestWait = std::max(clsGroup.m_stCounters.m_nsLongestWait, nsWait);
+    BeginRun(stRun);
+    BringCarrier(_lock);
+    _stRecord.m_bBusy = true;
+    LeaveInside();
+    _lock.unlock();
+
+    Execute(*pTask, stRun, "run", GetTrace() ? DescribeFlow(pTask->m_uiNumber, "in") : std::string());
+    pTask->DestroyCallable();
+
+    _lock.lock();
+    EndRun(stRun);
+    ++m_stCounters.m_uiRun;
+    ++clsGroup.m_stCounters.m_uiRun;
+    _stRecord.m_bBusy = false;
+    ++m_iInside;
+    _lock.unlock();
+    stRun.m_pLeftover.reset();
+    pTask.reset();
+    _lock.lock();
+}
+
+inline void CLS_PoolHub::DestroyLeftover(Lock& _lock)
+{
+    Leftovers lstFirst;
+    lstFirst.splice(lstFirst.end(), m_lstLeftover, m_lstLeftover.begin());
+    BringCarrier(_lock);
+    LeaveInside();
+    _lock.unlock();
+    lstFirst.front()->m_clsRemoved.reset();
+    lstFirst.front()->m_pLoopCallable.reset();
+    lstFirst.clear();
+    _lock.lock();
+    ++m_iInside;
+}
+
+/// The calling thread no longer calls the pool.
+inline void CLS_PoolHub::LeaveInside()
+{
+    --m_iInside;
+    if (m_bEnded)
+    {
+        m_cvInside.notify_all();
+    }
+}
+
+/// The heartbeat's run, on a worker of the pool.
+inline void CLS_PoolHub::Beat()
+{
+    Lock lock(m_mtxHub);
+    if (m_bEnded)
+    {
+        return;
+    }
+    ++m_iInside;
+    SweepRecords(lock);
+    WriteOffLostCarriers();
+    BringCarrier(lock);
+    LeaveInside();
+}
+
+/// The pool starts its tasks in order, and has just started the heartbeat. A carrier that is older than that
+/// was lost when memory ran out.
+inline void CLS_PoolHub::WriteOffLostCarriers()
+{
+    if (m_iStarting > 0 && Clock::now() - m_tpLastStart > BEAT)
+    {
+        ++m_uiEpoch;
+        m_iCarriers -= m_iStarting;
+        m_iStarting = 0;
+    }
+}
+
+/// Notes the record of a carrier. Allocates nothing.
+inline void CLS_PoolHub::EnterRecord(const std::shared_ptr<ST_PoolRecord>& _pRecord)
+{
+    *_pRecord->m_itPlace = _pRecord;
+    _pRecord->m_bEntered = true;
+    m_lstLive.splice(m_lstLive.end(), _pRecord->m_lstPlace);
+}
+
+/// The record's task runs no more, or is about to end its run. Allocates nothing.
+inline void CLS_PoolHub::FinishRecord(const std::shared_ptr<ST_PoolRecord>& _pRecord)
+{
+    if (!_pRecord->m_bEntered)
+    {
+        EnterRecord(_pRecord);
+    }
+    if (std::exchange(_pRecord->m_bFinished, true))
+    {
+        return;
+    }
+    _pRecord->m_tpFinished = Clock::now();
+    m_lstFinished.splice(m_lstFinished.end(), m_lstLive, _pRecord->m_itPlace);
+}
+
+/// Removes the records that have rested. May give the lock back for a moment.
+inline void CLS_PoolHub::SweepRecords(Lock& _lock)
+{
+    if (m_bEnded)
+    {
+        return; // the end does it
+    }
+    Records lstRested;
+    const Clock::time_point tpLatest = Clock::now() - RECORD_REST;
+    auto itRested = m_lstFinished.begin();
+    while (itRested != m_lstFinished.end() && (*itRested)->m_tpFinished <= tpLatest)
+    {
+        ++itRested;
+    }
+    lstRested.splice(lstRested.end(), m_lstFinished, m_lstFinished.begin(), itRested);
+    if (!lstRested.empty())
+    {
+        _lock.unlock();
+        RemoveRecords(lstRested);
+        _lock.lock();
+    }
+}
+
+inline void CLS_PoolHub::RemoveRecords(const Records& _lstRecords) const
+{
+    for (const std::shared_ptr<ST_PoolRecord>& pRecord : _lstRecords)
+    {
+        PoolCall::Catch([&] { m_stFunctions.m_funRemoveTask(pRecord->m_strTaskId, "host kit"); });
+    }
+}
+
+inline void CLS_PoolHub::End()
+{
+    constexpr std::chrono::seconds LONGEST_CALL{20};
+    Records lstRecords;
+    for (const std::shared_ptr<CLS_StopState>& pStop : RefuseAll())
+    {
+        pStop->Request();
+    }
+    {
+        CLS_RemovedTasks clsRemoved(GetTrace());
+        Leftovers lstLeftover;
+        Lock lock(m_mtxHub);
+        TakeAll(clsRemoved);
+        lstLeftover.swap(m_lstLeftover);
+        m_cvParked.notify_all();
+        m_cvInside.wait_for(lock, LONGEST_CALL, [this] { return m_iInside == 0; });
+        lstRecords = TakeRecords();
+        lock.unlock();
+    }
+    if (!lstRecords.empty())
+    {
+        std::this_thread::sleep_for(RECORD_REST);
+        RemoveRecords(lstRecords);
+    }
+    m_clsReport.ReportRepeats();
+    ReportOutlivers();
+}
+
+/// The records of all tasks of the pool's that do not run the host's code. A carrier that is on its way finds
+/// its record removed, or nothing to do.
+inline CLS_PoolHub::Records CLS_PoolHub::TakeRecords()
+{
+    if (m_pHeartbeat)
+    {
+        FinishRecord(std::exchange(m_pHeartbeat, nullptr));
+    }
+    const Records lstLive = m_lstLive;
+    for (const std::shared_ptr<ST_PoolRecord>& pRecord : lstLive)
+    {
+        if (!pRecord->m_bBusy)
+        {
+            FinishRecord(pRecord);
+        }
+    }
+    // Copies: a carrier that is on its way notes later that its record is finished.
+    return m_lstFinished;
+}
+
+/// From now on nothing is taken, and no waiting task starts. Returns the requests to stop of owners that are
+/// left.
+inline std::vector<std::shared_ptr<CLS_StopState>> CLS_PoolHub::RefuseAll()
+{
+    std::vector<std::shared_ptr<CLS_StopState>> vecStops;
+    const Lock lock(m_mtxHub);
+    m_bEnded = true;
+    for (CLS_TaskGroup* pGroup = m_chnGroups.GetFirst(); pGroup != nullptr;
+         pGroup = CLS_Chain<CLS_TaskGroup, &CLS_TaskGroup::m_stHubLink>::GetNext(*pGroup))
+    {
+        if (pGroup->m_pStop)
+        {
+            vecStops.push_back(pGroup->m_pStop);
+        }
+    }
+    return vecStops;
+}
+
+/// Takes the waiting tasks of all owners.
+inline void CLS_PoolHub::TakeAll(CLS_RemovedTasks& _clsRemoved)
+{
+    for (CLS_TaskGroup* pGroup = m_chnGroups.GetFirst(); pGroup != nullptr;
+         pGroup = CLS_Chain<CLS_TaskGroup, &CLS_TaskGroup::m_stHubLink>::GetNext(*pGroup))
+    {
+        TakeWaiting(*pGroup, _clsRemoved);
+    }
+}
+
+/// Owners and loop tasks that are left are a mistake of the host's.
+inline void CLS_PoolHub::ReportOutlivers()
+{
+    std::string strNames;
+    {
+        const Lock lock(m_mtxHub);
+        for (const CLS_TaskGroup* pGroup = m_chnGroups.GetFirst(); pGroup != nullptr;
+             pGroup = CLS_Chain<CLS_TaskGroup, &CLS_TaskGroup::m_stHubLink>::GetNext(*pGroup))
+        {
+            strNames += " owner \"" + pGroup->m_strName + "\"";
+        }
+        for (const CLS_LoopCore* pLoop = m_chnLoops.GetFirst(); pLoop != nullptr;
+             pLoop = CLS_Chain<CLS_LoopCore, &CLS_LoopCore::m_stHubLink>::GetNext(*pLoop))
+        {
+            strNames += " loop task \"" + pLoop->m_pGroup->m_strName + "\"";
+        }
+    }
+    if (!strNames.empty())
+    {
+        HostChecks::Report("the scope has ended before what uses it:" + strNames);
+    }
+}
