@@ -136,7 +136,7 @@ public:
     ///
     /// A call while another thread ends the pool, in whichever way, waits until that is over, and then finds
     /// no pool; it ends the pool itself if the other thread failed. It gives up when a single step of the
-    /// other's takes more than 10 seconds. On a thread of the pool's own, and on the thread that ends the
+    /// other's takes more than 20 seconds. On a thread of the pool's own, and on the thread that ends the
     /// pool, such a call returns at once.
     ///
     /// When a step fails, there is a record, the object survives, takes tasks but runs none, and UnInit may

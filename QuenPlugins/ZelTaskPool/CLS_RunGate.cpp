@@ -1,5 +1,11 @@
 #include "QuenPlugins/ZelTaskPool/CLS_RunGate.h"
 
+namespace
+{
+/// How often Close looks at a worker that is within the pool, notified or not.
+constexpr std::chrono::milliseconds STEPS_POLL{100};
+} // namespace
+
 bool CLS_RunGate::BeginJob()
 {
     const CLS_LockGuard lock(m_mtxGate);
@@ -27,6 +33,7 @@ void CLS_RunGate::LeavePool()
 {
     const CLS_LockGuard lock(m_mtxGate);
     m_bInPool = false;
+    m_cvGate.notify_one();
 }
 
 bool CLS_RunGate::EnterRun()
@@ -45,6 +52,13 @@ bool CLS_RunGate::LeaveRun()
     return !m_bAbandoned;
 }
 
+/// Whether neither a job nor a run is in progress.
+bool CLS_RunGate::IsOver() const
+{
+    return !m_bInJob && !m_bRunning;
+}
+
+/// Whether the code in progress is not the pool's own.
 bool CLS_RunGate::IsForeign() const
 {
     return m_bRunning || (m_bInJob && !m_bInPool);
@@ -56,8 +70,12 @@ bool CLS_RunGate::Close(std::chrono::steady_clock::time_point _tpLimit)
     m_bClosed = true;
     if (m_idRunner != std::this_thread::get_id())
     {
-        m_cvGate.wait_until(lock.GetLock(), _tpLimit,
-                            [this]() ZEL_REQUIRES(m_mtxGate) { return !IsForeign(); });
+        m_cvGate.wait_until(lock.GetLock(), _tpLimit, [this]() ZEL_REQUIRES(m_mtxGate) { return IsOver(); });
+        // Nor in the middle of its steps within the pool, which are few, is a worker left behind.
+        while (!IsForeign() && !IsOver())
+        {
+            m_cvGate.wait_for(lock.GetLock(), STEPS_POLL);
+        }
     }
     m_bAbandoned = IsForeign();
     return !m_bAbandoned;

@@ -69,10 +69,11 @@ public:
     /// The worker's run is over. False when the pool was not able to wait for that.
     bool LeaveRun() ZEL_EXCLUDES(m_mtxGate);
 
-    /// The pool ends: lets no job and no run begin any more and waits, until _tpLimit at most, for the
-    /// foreign code in progress; not at all for foreign code on the calling thread itself. True when there is
-    /// none: the worker will take a few more steps at most. False when the worker was left behind: from now
-    /// on it belongs to itself, and the caller must not touch it again.
+    /// The pool ends: lets no job and no run begin any more and waits for the one in progress, until
+    /// _tpLimit, or, if the worker is within the pool then, a few steps longer. Does not wait for the calling
+    /// thread itself. True when the job is over: the worker will take a few more steps at most. False when
+    /// the worker was left behind in foreign code: from now on it belongs to itself, and the caller must not
+    /// touch it again.
     bool Close(std::chrono::steady_clock::time_point _tpLimit) ZEL_EXCLUDES(m_mtxGate);
 
     /// Whether Close left the worker behind. For the worker's own thread.
@@ -83,10 +84,11 @@ private:
     void EndJob() ZEL_EXCLUDES(m_mtxGate);
     bool EnterPool() ZEL_EXCLUDES(m_mtxGate);
     void LeavePool() ZEL_EXCLUDES(m_mtxGate);
+    bool IsOver() const ZEL_REQUIRES(m_mtxGate);
     bool IsForeign() const ZEL_REQUIRES(m_mtxGate);
 
     CLS_Mutex m_mtxGate;
-    std::condition_variable m_cvGate;                    ///< signalled when foreign code returns
+    std::condition_variable m_cvGate; ///< signalled when a job or a run ends, and around the pool's part
     bool m_bRunning ZEL_GUARDED_BY(m_mtxGate) = false;   ///< a task is being run
     bool m_bClosed ZEL_GUARDED_BY(m_mtxGate) = false;    ///< no job and no run may begin
     bool m_bAbandoned ZEL_GUARDED_BY(m_mtxGate) = false; ///< the pool ended in the middle of foreign code

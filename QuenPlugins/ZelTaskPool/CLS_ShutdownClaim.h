@@ -20,8 +20,9 @@ class CLS_QuenTaskPool;
 class CLS_ShutdownClaim
 {
 public:
-    /// The longest that one step of a shutdown takes: a little more than CLS_Task::Stop waits for one run.
-    static constexpr std::chrono::seconds STEP_LIMIT{10};
+    /// The longest that one step of a shutdown takes: CLS_Task::Stop's wait for one run, and as long again for
+    /// log records and a busy system.
+    static constexpr std::chrono::seconds STEP_LIMIT{20};
 
     /// A thread's id in memory that is already there, so that adding it cannot fail.
     using ThreadId = std::set<std::thread::id>;

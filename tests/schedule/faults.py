@@ -52,7 +52,7 @@ FAULTS = [
           scenario="two-submitters", strategy="random",
           seen="the end of the pool takes"),
     fault("the gate waits without a predicate", GATE,
-          ("_tpLimit,\n                            [this]() ZEL_REQUIRES(m_mtxGate) { return !IsForeign(); });", "_tpLimit);"),
+          ("_tpLimit, [this]() ZEL_REQUIRES(m_mtxGate) { return IsOver(); });", "_tpLimit);"),
           scenario="end-waits-for-removed", strategy="random",
           seen=("A still runs", "the end of the pool takes")),
 
@@ -246,7 +246,7 @@ FAULTS = [
           scenario="submit-and-run", strategy="random",
           seen=("a lock is freed that somebody holds", "freed memory is")),
     fault("a worker that was left behind goes on in the pool", GATE,
-          ("    return !m_bAbandoned;\n}\n\nbool CLS_RunGate::IsForeign", "    return true;\n}\n\nbool CLS_RunGate::IsForeign"),
+          ("    return !m_bAbandoned;\n}\n\n/// Whether neither", "    return true;\n}\n\n/// Whether neither"),
           scenario="end-with-overrun", strategy="random",
           seen="freed memory is"),
     fault("a worker that was left behind is never freed", WORKER,

@@ -72,6 +72,45 @@ public:
     std::thread m_thRunner;
 };
 
+/// A worker that is within the pool when that ends, and then goes on with a host's own code.
+TEST(RunGateTest, CloseLeavesAWorkerBehindThatLeavesThePoolForForeignCode)
+{
+    CLS_RunGate clsGate;
+    CLS_Gate clsInside;
+    CLS_Gate clsMayLeave;
+    CLS_Gate clsMayEnd;
+    std::thread thWorker(
+        [&]
+        {
+            const CLS_RunGate::CLS_JobScope clsJob(clsGate);
+            EXPECT_TRUE(clsJob.IsBegun());
+            {
+                const CLS_RunGate::CLS_PoolScope clsPool(clsGate);
+                EXPECT_TRUE(clsPool.IsInside());
+                clsInside.Open();
+                EXPECT_TRUE(clsMayLeave.Wait());
+            }
+            EXPECT_TRUE(clsMayEnd.Wait());
+        });
+    EXPECT_TRUE(clsInside.Wait());
+    CLS_Gate clsClosed;
+    bool bOver = true;
+    std::thread thEnd(
+        [&]
+        {
+            bOver = clsGate.Close(steady_clock::now());
+            clsClosed.Open();
+        });
+    EXPECT_FALSE(clsClosed.Wait(milliseconds(50))); // not in the middle of its steps
+    clsMayLeave.Open();
+    EXPECT_TRUE(clsClosed.Wait());
+    EXPECT_FALSE(bOver);
+    EXPECT_TRUE(clsGate.IsAbandoned());
+    clsMayEnd.Open();
+    thWorker.join();
+    thEnd.join();
+}
+
 TEST(RunGateTest, CloseWithoutALimitLeavesARunningWorkerBehind)
 {
     CLS_RunGate clsGate;
