@@ -20,8 +20,8 @@ class CLS_QuenTaskPool;
 class CLS_ShutdownClaim
 {
 public:
-    /// The longest that one step of a shutdown takes: CLS_Task::Stop's wait for one run, and as long again for
-    /// log records and a busy system.
+    /// The longest that one step of a shutdown takes: CLS_Task::Stop's wait for one run, and as long again
+    /// for log records and a busy system.
     static constexpr std::chrono::seconds STEP_LIMIT{20};
 
     /// A thread's id in memory that is already there, so that adding it cannot fail.

@@ -64,12 +64,13 @@ void Remove(T_Remove _funRemove, const std::vector<ST_Job*>& _vecJobs)
         nsMost = std::max(nsMost, pJob->m_iEnded < pJob->m_iQueued ? pJob->m_nsLength : 0ns);
         nsMost = pJob->m_iInterval >= 0 ? pJob->m_nsLength : nsMost;
     }
-    Require(_funRemove(), "the removal says that something runs");
+    CLS_World::RequireTimely(_funRemove(), "the removal says that something runs");
     for (ST_Job* const pJob : _vecJobs)
     {
         pJob->m_bRemoved = true;
-        Require(pJob->m_iBegun == pJob->m_iEnded, pJob->m_strName + " still runs");
-        Require(pJob->m_bDestroyed, "the callable of " + pJob->m_strName + " outlives its removal");
+        CLS_World::RequireTimely(pJob->m_iBegun == pJob->m_iEnded, pJob->m_strName + " still runs");
+        CLS_World::RequireTimely(pJob->m_bDestroyed,
+                                 "the callable of " + pJob->m_strName + " outlives its removal");
         Marks::Reach(pJob->m_nsEnded > nsBegin ? CLS_World::RUN_MET
                      : pJob->m_iBegun == 0     ? CLS_World::RUN_FORESTALLED
                                                : "a run was over");
@@ -95,7 +96,8 @@ void KitRemoveOwner()
         std::optional<std::thread> thrOther;
         if (CLS_World::Choose(2) == 1)
         {
-            thrOther.emplace([&] { Require(clsOwner.RemoveTasks(), "the other removal gives up"); });
+            thrOther.emplace(
+                [&] { CLS_World::RequireTimely(clsOwner.RemoveTasks(), "the other removal gives up"); });
         }
         Remove([&] { return clsOwner.RemoveTasks(); }, {&stShort, &stLong});
         if (thrOther)
@@ -134,7 +136,7 @@ void KitRemoveOwnerWhoseTaskSubmits()
         }
         CLS_World::GiveWay();
         const auto nsBegin = CLS_World::GetTime();
-        Require(clsOwner.RemoveTasks(), "the removal gives up");
+        CLS_World::RequireTimely(clsOwner.RemoveTasks(), "the removal gives up");
         CLS_World::RequireTimely(CLS_World::GetTime() == nsBegin, "the removal waits for the sleep");
         stSecond.m_bRemoved = true;
         std::this_thread::sleep_for(5ms);
