@@ -11,7 +11,7 @@
 #
 # SHA256SUMS is beside them.
 set -euo pipefail
-cd "$(dirname "${BASH_SOURCE[0]}")/.."
+cd -P "$(dirname "${BASH_SOURCE[0]}")/.."
 
 host=linux
 [ "$(uname -s)" != Darwin ] || host=macos
@@ -38,6 +38,8 @@ mkdir -p "$work"
 SOURCE_DATE_EPOCH=$(git log -1 --format=%ct)
 export SOURCE_DATE_EPOCH
 umask 022 # cpack notes it in Debian packages
+# The packages are what the sources and the presets say. CMake would take these in, and install below DESTDIR.
+unset CFLAGS CXXFLAGS CPPFLAGS LDFLAGS DESTDIR
 
 source scripts/package/common.sh
 source "scripts/package/$target.sh"

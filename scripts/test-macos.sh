@@ -11,6 +11,7 @@ fi
 left_out=(
     "TaskRegistryIdTest: the linker for macOS cannot put a test's function in front of one of the program's own"
     "tests/schedule: its scheduler stands in front of the system's functions as Linux has them"
+    "Soak: it measures its own process, which is the loader's, too"
 )
 cmake/macos/make-packages.sh || left_out+=("the example host and its tests: make-packages.sh failed, see above")
 cmake/macos/make-loader.sh
@@ -22,9 +23,12 @@ cmake --preset macos-universal
 cmake --build --preset macos-universal -j "$jobs"
 cmake --build --preset macos-universal --target zel_check_library
 failed=0
-ctest --preset macos-cross -L file || failed=1
+# Tests of files and of the compiler run no program for macOS.
+ctest --preset macos-cross --no-tests=error -L '^(file|compiler)$' || failed=1
 results=$PWD/build/macos-cross/results.xml
-ctest --preset macos-cross -j "$jobs" -LE file --output-junit "$results" "$@" || failed=1
-scripts/report_macos_run.py "$results"
+rm -f "$results"
+ctest --preset macos-cross --no-tests=error -j "$jobs" -LE '^(file|compiler)$' --output-junit "$results" "$@" ||
+    failed=1
+[ ! -e "$results" ] || scripts/report_macos_run.py "$results" # there is none when ctest refused an argument
 printf 'Left out: %s\n' "${left_out[@]}"
 exit "$failed"

@@ -58,8 +58,8 @@ def check_symbols(report, folder, symbols, archs):
 
 def check_paths(report, files, paths):
     for path in paths:
-        # As a whole: "/root" is not in "build/root".
-        pattern = re.compile(rb"(?<![\w./@}-])" + re.escape(path.rstrip("/").encode()) + rb"(?![\w.-])")
+        # As a whole: "/root" is not in "build/root", but in "-I/root".
+        pattern = re.compile(rb"(?:(?<![\w./@}-])|(?<=-[FIL]))" + re.escape(path.rstrip("/").encode()) + rb"(?![\w.-])")
         report.compare("files that name " + path, "none", listing(file for file in files if pattern.search(read(file))))
 
 

@@ -38,7 +38,8 @@ compile()
     shift 2
     local compiler=clang++-19
     [ "${source##*.}" = cpp ] || compiler=clang-19
-    if [ ! -e "$object" ] || [ "$here/make-runtime.sh" -nt "$object" ]; then
+    if [ ! -e "$object" ] || [ "$here/make-runtime.sh" -nt "$object" ] ||
+        [ "$here/libc++-config.txt" -nt "$object" ]; then
         "$compiler" "${common[@]}" "$@" -c "$source" -o "$object"
     fi
 }

@@ -56,6 +56,7 @@ make_packages()
     local built=$1/build/$preset out=$2
     cd "$1" &&
         mkdir -p "$out/files" &&
+        rm -f "$built/CMakeCache.txt" && # options of an earlier build do not get into what ships
         cmake --preset "$preset" &&
         cmake --build --preset "$preset" -j "$jobs" &&
         cp "$built/bin/$library" "$out" &&
@@ -114,7 +115,7 @@ show_check()
     echo "  $what: $(grep -c '^right ' "$report") points are right"
 }
 builder=(--without "$root")
-[ "$HOME" = / ] || builder+=(--without "$HOME")
+[ "${HOME:-/}" = / ] || builder+=(--without "$HOME")
 show_check "the archive and the symbols" python3 cmake/macos/check_package.py "$prefix" \
     --symbols "$elsewhere/symbols/$library.dSYM" "${archs[@]/#/--arch=}" "${builder[@]}"
 for arch in "${archs[@]}"; do

@@ -80,7 +80,8 @@ CLS_Image* CLS_Images::FindByAddress(const void* _pAddress) const
     return nullptr;
 }
 
-void* CLS_Images::FindExport(CLS_Image* _pImage, const std::string& _strName, bool* _pWeak) const
+void* CLS_Images::FindExport(CLS_Image* _pImage, const std::string& _strName, Seen& _setSeen,
+                             bool* _pWeak) const
 {
     const std::optional<ST_Export> stExport = ExportTrie::Find(_pImage->GetFile().GetExports(), _strName);
     if (!stExport.has_value())
@@ -100,18 +101,28 @@ void* CLS_Images::FindExport(CLS_Image* _pImage, const std::string& _strName, bo
         throw std::runtime_error("the export " + _strName + " is of library " +
                                  std::to_string(stExport->m_uiLibrary) + ", which does not exist");
     }
-    return FindIn(_pImage->m_vecLibraries[stExport->m_uiLibrary - 1], stExport->m_strNameThere);
+    return FindIn(_pImage->m_vecLibraries[stExport->m_uiLibrary - 1], stExport->m_strNameThere, _setSeen);
 }
 
 void* CLS_Images::FindIn(CLS_Image* _pImage, const std::string& _strName) const
 {
+    Seen setSeen;
+    return FindIn(_pImage, _strName, setSeen);
+}
+
+void* CLS_Images::FindIn(CLS_Image* _pImage, const std::string& _strName, Seen& _setSeen) const
+{
     if (_pImage == nullptr)
     {
         void* const pAddress = SystemNames::Find(_strName);
-        return pAddress == nullptr && m_pSystemPart != nullptr ? FindExport(m_pSystemPart, _strName)
+        return pAddress == nullptr && m_pSystemPart != nullptr ? FindExport(m_pSystemPart, _strName, _setSeen)
                                                                : pAddress;
     }
-    if (void* const pAddress = FindExport(_pImage, _strName))
+    if (!_setSeen.emplace(_pImage, _strName).second)
+    {
+        return nullptr;
+    }
+    if (void* const pAddress = FindExport(_pImage, _strName, _setSeen))
     {
         return pAddress;
     }
@@ -119,7 +130,7 @@ void* CLS_Images::FindIn(CLS_Image* _pImage, const std::string& _strName) const
     for (std::size_t i = 0; i < _pImage->m_vecLibraries.size(); ++i)
     {
         void* const pAddress =
-            vecNeeds[i].m_bReexported ? FindIn(_pImage->m_vecLibraries[i], _strName) : nullptr;
+            vecNeeds[i].m_bReexported ? FindIn(_pImage->m_vecLibraries[i], _strName, _setSeen) : nullptr;
         if (pAddress != nullptr)
         {
             return pAddress;
@@ -132,7 +143,8 @@ void* CLS_Images::FindAnywhere(const std::string& _strName) const
 {
     for (CLS_Image* const pImage : GetAll())
     {
-        if (void* const pAddress = FindExport(pImage, _strName))
+        Seen setSeen;
+        if (void* const pAddress = FindExport(pImage, _strName, setSeen))
         {
             return pAddress;
         }
@@ -146,7 +158,8 @@ void* CLS_Images::FindShared(const std::string& _strName) const
     for (CLS_Image* const pImage : GetAll())
     {
         bool bWeak = false;
-        void* const pAddress = FindExport(pImage, _strName, &bWeak);
+        Seen setSeen;
+        void* const pAddress = FindExport(pImage, _strName, setSeen, &bWeak);
         if (pAddress != nullptr && !bWeak)
         {
             return pAddress;

@@ -3,7 +3,9 @@
 #include "tests/machrun/CLS_Image.h"
 
 #include <memory>
+#include <set>
 #include <shared_mutex>
+#include <utility>
 
 /// The images that are loaded, in the order in which they came, the program first; and the look-up of names
 /// in them. Names have their leading underscore. Any thread may call; the operations hold a lock of their own
@@ -39,7 +41,12 @@ public:
     void SetSystemPart(CLS_Image* _pImage) { m_pSystemPart = _pImage; }
 
 private:
-    void* FindExport(CLS_Image* _pImage, const std::string& _strName, bool* _pWeak = nullptr) const;
+    /// Where a name was looked up already: exports of other libraries may lead in a circle.
+    using Seen = std::set<std::pair<const CLS_Image*, std::string>>;
+
+    void* FindIn(CLS_Image* _pImage, const std::string& _strName, Seen& _setSeen) const;
+    void* FindExport(CLS_Image* _pImage, const std::string& _strName, Seen& _setSeen,
+                     bool* _pWeak = nullptr) const;
 
     mutable std::shared_mutex m_smImages;
     std::vector<std::unique_ptr<CLS_Image>> m_vecImages; ///< guarded by m_smImages

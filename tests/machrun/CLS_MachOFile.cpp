@@ -116,7 +116,8 @@ void CLS_MachOFile::ChooseSlice()
         }
         strFound += (strFound.empty() ? "" : ", ") + GetCpuName(uiCpu);
     }
-    throw std::runtime_error("no slice is for x86_64, only for " + strFound);
+    throw std::runtime_error(strFound.empty() ? "it has no slices"
+                                              : "no slice is for x86_64, only for " + strFound);
 }
 
 void CLS_MachOFile::ReadCommands()
@@ -228,6 +229,10 @@ void CLS_MachOFile::ReadSection(CLS_Bytes& _clsCommand, const ST_Segment& _stSeg
     if (stSection.m_uiType == MachO::SECTION_INITIALISER_OFFSETS)
     {
         throw std::runtime_error("its initialisers are offsets, which this loader does not know");
+    }
+    if (!_stSegment.IsInMemory())
+    {
+        return;
     }
     m_vecSections.push_back(stSection);
     const bool bThreadLocal = stSection.m_uiType == MachO::SECTION_THREAD_LOCAL_VALUES ||

@@ -61,6 +61,7 @@ public:
 
     const std::string& GetPath() const { return m_strPath; }
     const std::vector<ST_Segment>& GetSegments() const { return m_vecSegments; }
+    /// Those in memory.
     const std::vector<ST_Section>& GetSections() const { return m_vecSections; }
     const std::vector<ST_LibraryNeed>& GetLibraries() const { return m_vecLibraries; }
     const std::vector<std::string>& GetRunPaths() const { return m_vecRunPaths; }

@@ -42,6 +42,15 @@ private:
     std::uint64_t m_uiAddress = 0;
 };
 
+/// Without it, a broken file would keep the loader busy for ever.
+void CheckRepeat(std::uint64_t _uiCount, std::uint64_t _uiGap)
+{
+    if (_uiCount > 1 && POINTER_SIZE + _uiGap == 0)
+    {
+        throw std::runtime_error("a fixup is repeated at one place");
+    }
+}
+
 void CheckType(int _iType)
 {
     if (_iType != MachO::FIXUP_POINTER)
@@ -107,6 +116,7 @@ private:
 
     void Repeat(std::uint64_t _uiCount, std::uint64_t _uiGap)
     {
+        CheckRepeat(_uiCount, _uiGap);
         for (std::uint64_t i = 0; i < _uiCount; ++i)
         {
             m_funRebase(m_clsPlace.Get());
@@ -200,6 +210,7 @@ private:
 
     void Repeat(std::uint64_t _uiCount, std::uint64_t _uiGap)
     {
+        CheckRepeat(_uiCount, _uiGap);
         for (std::uint64_t i = 0; i < _uiCount; ++i)
         {
             m_stBind.m_uiAddress = m_clsPlace.Get();

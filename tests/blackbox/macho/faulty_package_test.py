@@ -57,9 +57,10 @@ class FaultyPackageTest(unittest.TestCase):
 
     def test_a_folder_of_the_builder_is_found_in_any_file(self):
         self.write("text", "built in /home/builder/x")
+        self.write("option", "built with -I/home/builder/x")
         self.write("other", "not in build/home/builder, /home/builders, /home/builder.d")
         found = self.check_points("files that name /home/builder")["files that name /home/builder"]
-        self.assertEqual(self.package + "/text instead of none", found)
+        self.assertEqual("{0}/option, {0}/text instead of none".format(self.package), found)
 
     def test_a_link_that_leads_nowhere_is_found(self):
         self.write("page.md", "[gone](docs/gone.md#part)")

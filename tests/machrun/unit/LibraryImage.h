@@ -57,6 +57,20 @@ public:
         Append(m_vecMoreCommands, MachO::ST_Command{_uiCommand, _uiSize});
     }
 
+    /// One more segment, which nobody may access, with one section.
+    void AddSegment(std::uint64_t _uiAddress, std::uint32_t _uiSectionType)
+    {
+        MachO::ST_SegmentCommand stSegment = m_stSegment;
+        stSegment.m_uiAddress = _uiAddress;
+        stSegment.m_uiFileSize = 0;
+        stSegment.m_uiProtection = 0;
+        Append(m_vecMoreCommands, stSegment);
+        MachO::ST_SectionHeader stSection = m_stSection;
+        stSection.m_uiAddress = _uiAddress;
+        stSection.m_uiFlags = _uiSectionType;
+        Append(m_vecMoreCommands, stSection);
+    }
+
     /// Makes a program of it, which exits with the status.
     void MakeProgram(std::uint8_t _uiStatus)
     {
@@ -85,6 +99,7 @@ public:
                                          0};
     MachO::ST_SectionHeader m_stSection{{}, {}, FIRST_POINTER, 0x20, 0, 3, 0, 0, 0, {}};
     std::string m_strLibrary = "/usr/lib/libSystem.B.dylib";
+    bool m_bReexported = false;
     std::uint32_t m_uiLibraryName = sizeof(MachO::ST_LibraryCommand);
     Bytes m_vecRebases{0x11, 0x20, 0x80, 0x1e, 0x51, 0};
     Bytes m_vecBinds = ToBytes(std::string("\x11\x51\x40_malloc\0\x70\x88\x1e\x90\0", 16));
@@ -110,9 +125,9 @@ private:
     void AppendLibrary(Bytes& _vecCommands) const
     {
         const std::size_t uiSize = (sizeof(MachO::ST_LibraryCommand) + m_strLibrary.size() + 8) / 8 * 8;
-        Append(_vecCommands,
-               MachO::ST_LibraryCommand{MachO::COMMAND_LIBRARY, static_cast<std::uint32_t>(uiSize),
-                                        m_uiLibraryName, 0, 0, 0});
+        Append(_vecCommands, MachO::ST_LibraryCommand{
+                                 m_bReexported ? MachO::COMMAND_REEXPORTED_LIBRARY : MachO::COMMAND_LIBRARY,
+                                 static_cast<std::uint32_t>(uiSize), m_uiLibraryName, 0, 0, 0});
         Bytes vecName = ToBytes(m_strLibrary);
         vecName.resize(uiSize - sizeof(MachO::ST_LibraryCommand));
         Append(_vecCommands, vecName);

@@ -114,6 +114,7 @@ TEST(MachOFileTest, OtherProcessorsAreRefused)
     EXPECT_EQ("it is for processor 0x12, not for x86_64", GetReason(clsImage));
     EXPECT_EQ("no slice is for x86_64, only for arm64",
               GetReason(MakeUniversal(MachO::CPU_ARM64, CLS_LibraryImage().Make())));
+    EXPECT_EQ("it has no slices", GetReason({0xca, 0xfe, 0xba, 0xbe, 0, 0, 0, 0}));
 }
 
 TEST(MachOFileTest, SlicePastTheEndIsRefused)
@@ -187,6 +188,16 @@ TEST(MachOFileTest, BadSectionsAreRefused)
     CLS_LibraryImage clsOffsets;
     clsOffsets.m_stSection.m_uiFlags = MachO::SECTION_INITIALISER_OFFSETS;
     EXPECT_EQ("its initialisers are offsets, which this loader does not know", GetReason(clsOffsets));
+}
+
+TEST(MachOFileTest, SectionsThatAreNotInMemoryAreLeftOut)
+{
+    CLS_LibraryImage clsImage;
+    clsImage.AddSegment(std::uint64_t{1} << 46, MachO::SECTION_THREAD_LOCAL_DESCRIPTORS);
+    const CLS_MachOFile clsFile("lib", clsImage.Make());
+    EXPECT_EQ(2U, clsFile.GetSegments().size());
+    ASSERT_EQ(1U, clsFile.GetSections().size());
+    EXPECT_EQ("__data", clsFile.GetSections()[0].m_strName);
 }
 
 TEST(MachOFileTest, NameOfALibraryOutsideOfItsCommandIsRefused)

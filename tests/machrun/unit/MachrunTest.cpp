@@ -126,6 +126,26 @@ TEST_F(MachrunTest, NamesAMissingSymbolAndTheLibraryThatShouldHaveIt)
               GetReason());
 }
 
+TEST_F(MachrunTest, ExportsThatLeadInACircleAreNotFound)
+{
+    m_clsProgram.m_strLibrary = "@executable_path/libOther.dylib";
+    m_clsProgram.m_vecBinds =
+        CLS_LibraryImage::ToBytes(std::string("\x11\x51\x40_answer\0\x70\x88\x1e\x90\0", 16));
+    CLS_LibraryImage clsCircle;
+    clsCircle.m_strLibrary = "@loader_path/libOther.dylib";
+    clsCircle.m_vecBinds = {0};
+    // "_answer" is "_answer" of the library 1, which is the library itself.
+    clsCircle.m_vecExports = CLS_LibraryImage::ToBytes(std::string("\0\1_answer\0\x0b\3\x08\1\0\0", 16));
+    const std::string strReason = "machrun: '" + m_strProgram +
+                                  "' cannot be bound: symbol not found: _answer, expected in " +
+                                  Write(clsCircle, "libOther.dylib") + "\n";
+    EXPECT_EQ(strReason, GetReason());
+    clsCircle.m_vecExports.clear();
+    clsCircle.m_bReexported = true;
+    Write(clsCircle, "libOther.dylib");
+    EXPECT_EQ(strReason, GetReason());
+}
+
 TEST_F(MachrunTest, BindsANameOfAnotherLibrary)
 {
     m_clsProgram.m_strLibrary = "@executable_path/libOther.dylib";
