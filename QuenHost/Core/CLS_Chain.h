@@ -60,6 +60,20 @@ public:
         --m_uiSize;
     }
 
+    /// Takes the first item out; null for none.
+    T_Item* TakeFirst()
+    {
+        T_Item* const pItem = m_pFirst;
+        if (pItem != nullptr)
+        {
+            m_pFirst = GetNext(*pItem);
+            (m_pFirst != nullptr ? (m_pFirst->*T_LINK).m_pPrevious : m_pLast) = nullptr;
+            pItem->*T_LINK = {};
+            --m_uiSize;
+        }
+        return pItem;
+    }
+
 private:
     T_Item* m_pFirst = nullptr;
     T_Item* m_pLast = nullptr;

@@ -18,10 +18,8 @@ public:
     explicit CLS_RemovedTasks(std::shared_ptr<CLS_TraceFile> _pTrace) : m_pTrace(std::move(_pTrace)) {}
     ~CLS_RemovedTasks()
     {
-        while (CLS_QueuedTask* const pTask = m_chnTasks.GetFirst())
+        while (const std::unique_ptr<CLS_QueuedTask> pTask{m_chnTasks.TakeFirst()})
         {
-            m_chnTasks.Remove(*pTask);
-            const std::unique_ptr<CLS_QueuedTask> pOwned(pTask);
             if (m_pTrace)
             {
                 m_pTrace->Add('i', "cancel", pTask->m_strCallInfo,
