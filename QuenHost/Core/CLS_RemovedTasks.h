@@ -2,6 +2,7 @@
 
 #include "QuenHost/CLS_TraceFile.h"
 #include "QuenHost/Core/CLS_QueuedTask.h"
+#include "QuenHost/PoolCall.h"
 
 #include <memory>
 #include <optional>
@@ -22,10 +23,14 @@ public:
         {
             m_chnTasks.Remove(*pTask);
             const std::unique_ptr<CLS_QueuedTask> pOwned(pTask);
-            if (m_pTrace)
+            const auto funTrace = [&]
             {
                 m_pTrace->Add('i', "cancel", pTask->m_strCallInfo,
                               R"(,"s":"t","args":{"task":)" + std::to_string(pTask->m_uiNumber) + "}");
+            };
+            if (m_pTrace)
+            {
+                PoolCall::Catch(funTrace); // without memory, the event is left out
             }
         }
     }
