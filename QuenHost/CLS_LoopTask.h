@@ -14,8 +14,8 @@
 ///
 /// It goes before its scope, and before what its callable uses: as a member it comes last.
 ///
-/// Threads: one at a time, which may be a run of its own task. Several may remove at once.
-/// Owns: the callable. It is destroyed exactly once: by the removal, on its thread; or by the run that
+/// Threads: one at a time, which may be a run of its own task. IsAdded and the removals: any, several at
+/// once. Owns: the callable. It is destroyed exactly once: by the removal, on its thread; or by the run that
 /// outlasts the removal, on the worker. Moveable; a moved-from object has no task.
 class CLS_LoopTask
 {
@@ -27,7 +27,9 @@ public:
     /// scope. When the callable is empty or the pool does not take it, there is no task: see IsAdded.
     ///
     /// Waits: for no task.
-    /// Fails: what copying the callable throws, and std::bad_alloc; there is no task then.
+    /// Fails: what copying the callable throws, and std::bad_alloc; there is no task then. When memory runs
+    /// out in the pool after it took the task, IsAdded is true, the task may never run, and a snapshot shows
+    /// it as due.
     template <typename T_Callable>
     CLS_LoopTask(const CLS_PoolScope& _clsPool, T_Callable&& _funTask, int _iInterval,
                  std::string _strCallInfo, F_FailureHandler _funOnFailure = {})
@@ -63,19 +65,17 @@ public:
     }
 
     /// Whether there is a task to be removed.
-    bool IsAdded() const { return m_pLoop != nullptr; }
+    ///
+    /// Waits: for no task; a few steps for a lock.
+    bool IsAdded() const { return m_pLoop && m_pHub->IsOpen(*m_pLoop); }
 
     /// Asks a run in progress to stop, waits for it, and destroys the callable. No run starts meanwhile or
     /// later. Returns whether the task has ended, true when there was none. In a run of the task itself, that
-    /// run is not waited for, and destroys the callable at its end.
+    /// run is not waited for, and destroys the callable at its end; a later removal waits for both.
     ///
     /// Waits: as long as the run in progress, but no longer than 9 seconds; then the run is reported as a
     /// failure, and goes on.
-    bool Remove()
-    {
-        const std::shared_ptr<CLS_LoopCore> pLoop = std::move(m_pLoop);
-        return !pLoop || m_pHub->RemoveLoop(*pLoop, CLS_PoolHub::REMOVAL_LIMIT);
-    }
+    bool Remove() { return !m_pLoop || m_pHub->RemoveLoop(*m_pLoop, CLS_PoolHub::REMOVAL_LIMIT); }
 
     /// The same without waiting: a worker destroys the callable, or the run in progress does at its end.
     /// Everything that the task uses must hang on _pKept, which is let go there, too.
@@ -87,7 +87,6 @@ public:
         if (m_pLoop)
         {
             m_pHub->RemoveLoopLater(*m_pLoop, std::move(_pKept));
-            m_pLoop.reset();
         }
     }
 
@@ -98,13 +97,15 @@ private:
         _pTask->m_pStop = _pGroup->m_pStop;
         _pTask->m_strCallInfo = _pGroup->m_strName;
         const std::chrono::milliseconds msInterval(_iInterval < 0 ? 0 : _iInterval);
-        auto pLoop = std::make_shared<CLS_LoopCore>(std::move(_pGroup), std::move(_pTask), msInterval);
-        if (m_pHub->AddLoop(pLoop))
+        // Set before the first run, which may remove the task.
+        m_pLoop = std::make_shared<CLS_LoopCore>(std::move(_pGroup), std::move(_pTask), msInterval);
+        if (!m_pHub->AddLoop(m_pLoop))
         {
-            m_pLoop = std::move(pLoop);
+            m_pLoop.reset();
         }
     }
 
-    std::shared_ptr<CLS_PoolHub> m_pHub;   ///< null when there was no scope
-    std::shared_ptr<CLS_LoopCore> m_pLoop; ///< null for no task
+    std::shared_ptr<CLS_PoolHub> m_pHub; ///< null when there was no scope
+    /// Null when there was no task. Removals leave it alone, so that they may race, and wait for each other.
+    std::shared_ptr<CLS_LoopCore> m_pLoop;
 };

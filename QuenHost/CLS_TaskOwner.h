@@ -75,8 +75,8 @@ public:
     ///
     /// In a run of one of the owner's tasks: that run is not waited for, nor are others that do the same.
     ///
-    /// Waits: as long as the longest run in progress, but no longer than _msLimit. After the full 9 seconds,
-    /// the runs that go on are reported as failures, and no removal waits for them again.
+    /// Waits: as long as the longest run in progress, but no longer than _msLimit, and 9 seconds. After the
+    /// full 9 seconds, the runs that go on are reported as failures, and no removal waits for them again.
     bool RemoveTasks(std::chrono::milliseconds _msLimit = CLS_PoolHub::REMOVAL_LIMIT)
     {
         return !m_pHub || m_pHub->RemoveTasks(*m_pGroup, _msLimit, false);

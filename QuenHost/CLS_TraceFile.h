@@ -271,13 +271,14 @@ private:
 class CLS_TraceSpan
 {
 public:
-    /// Begins. The arguments are those of CLS_TraceFile::Add.
+    /// Begins. The arguments are those of CLS_TraceFile::Add. Without memory, the span has no name.
     CLS_TraceSpan(const std::shared_ptr<CLS_TraceFile>& _pTrace, const char* _szCategory,
-                  const std::string& _strName, const std::string& _strMembers = {})
-        : m_pTrace(_pTrace), m_szCategory(_szCategory), m_strName(_pTrace ? _strName : std::string())
+                  const std::string& _strName, const std::string& _strMembers = {}) noexcept
+        : m_pTrace(_pTrace), m_szCategory(_szCategory)
     {
         if (m_pTrace)
         {
+            PoolCall::Catch([&] { m_strName = _strName; });
             m_pTrace->Add('B', m_szCategory, m_strName, _strMembers);
         }
     }
@@ -296,5 +297,5 @@ public:
 private:
     const std::shared_ptr<CLS_TraceFile> m_pTrace; ///< null for none
     const char* const m_szCategory;
-    const std::string m_strName;
+    std::string m_strName;
 };

@@ -80,6 +80,9 @@ public:
     /// False when it could not be added.
     bool AddLoop(const std::shared_ptr<CLS_LoopCore>& _pLoop);
 
+    /// CLS_LoopTask::IsAdded.
+    bool IsOpen(const CLS_LoopCore& _clsLoop) const;
+
     /// CLS_LoopTask::Remove.
     bool RemoveLoop(CLS_LoopCore& _clsLoop, std::chrono::milliseconds _msLimit);
 
@@ -114,6 +117,9 @@ private:
     /// The heartbeat's interval, which is also how long a task waits before it looks for lost carriers.
     static constexpr std::chrono::milliseconds BEAT{1000};
 
+    /// A heartbeat that has been silent for that time is replaced: it may have been lost.
+    static constexpr std::chrono::milliseconds LONGEST_SILENCE{3000};
+
     /// From the end of a carrier's run until its record is removed, so that the removal need not wait.
     static constexpr std::chrono::milliseconds RECORD_REST{20};
 
@@ -123,7 +129,7 @@ private:
     void Dequeue(CLS_QueuedTask& _clsTask);
     std::unique_ptr<CLS_QueuedTask> Withdraw(std::uint64_t _uiNumber);
     void TakeWaiting(CLS_TaskGroup& _clsGroup, CLS_RemovedTasks& _clsRemoved);
-    static std::string DescribeFlow(std::uint64_t _uiNumber, const char* _szDirection);
+    std::string DescribeFlow(std::uint64_t _uiNumber, const char* _szDirection) const noexcept;
 
     void BeginRun(ST_Run& _stRun);
     void EndRun(ST_Run& _stRun);
@@ -140,8 +146,10 @@ private:
     void HandToWorker(Lock& _lock, Leftovers& _lstLeftover);
 
     void RunLoop(CLS_LoopCore& _clsLoop);
+    std::string DescribeInterval(const CLS_LoopCore& _clsLoop) const noexcept;
     std::shared_ptr<CLS_StopState> CloseLoop(CLS_LoopCore& _clsLoop);
     std::unique_ptr<CLS_QueuedTask> FinishLoop(CLS_LoopCore& _clsLoop);
+    void DestroyLoop(Lock& _lock, CLS_LoopCore& _clsLoop);
 
     bool BringCarrier(Lock& _lock);
     bool StartCarrier(Lock& _lock);
@@ -190,6 +198,7 @@ private:
     Clock::time_point m_tpLastStart;
     std::condition_variable m_cvParked;
     std::shared_ptr<ST_PoolRecord> m_pHeartbeat; ///< null until it is needed
+    Clock::time_point m_tpLastBeat;              ///< or when it was added
     Records m_lstLive;     ///< records of carriers, from before they are added until they leave
     Records m_lstFinished; ///< records to be removed, the oldest first
 

@@ -2,6 +2,7 @@
 
 #include "QuenHost/CLS_TraceFile.h"
 #include "QuenHost/Core/CLS_QueuedTask.h"
+#include "QuenHost/PoolCall.h"
 
 #include <memory>
 #include <optional>
@@ -20,10 +21,14 @@ public:
     {
         while (const std::unique_ptr<CLS_QueuedTask> pTask{m_chnTasks.TakeFirst()})
         {
-            if (m_pTrace)
+            const auto funTrace = [&]
             {
                 m_pTrace->Add('i', "cancel", pTask->m_strCallInfo,
                               R"(,"s":"t","args":{"task":)" + std::to_string(pTask->m_uiNumber) + "}");
+            };
+            if (m_pTrace)
+            {
+                PoolCall::Catch(funTrace); // without memory, the event is left out
             }
         }
     }

@@ -31,6 +31,19 @@ inline bool CLS_PoolHub::AddLoop(const std::shared_ptr<CLS_LoopCore>& _pLoop)
     return bAdded;
 }
 
+/// For the trace; "" without one, and without memory.
+inline std::string CLS_PoolHub::DescribeInterval(const CLS_LoopCore& _clsLoop) const noexcept
+{
+    std::string strMembers;
+    const auto funDescribe = [&]
+    { strMembers = R"(,"args":{"interval_ms":)" + std::to_string(_clsLoop.m_msInterval.count()) + "}"; };
+    if (GetTrace())
+    {
+        PoolCall::Catch(funDescribe);
+    }
+    return strMembers;
+}
+
 /// One run, on a worker of the pool.
 inline void CLS_PoolHub::RunLoop(CLS_LoopCore& _clsLoop)
 {
@@ -44,15 +57,26 @@ inline void CLS_PoolHub::RunLoop(CLS_LoopCore& _clsLoop)
     ST_Run stRun{clsTask, stThread, Clock::now()};
     BeginRun(stRun);
     lock.unlock();
-    Execute(clsTask, stRun, "loop",
-            GetTrace() ? R"(,"args":{"interval_ms":)" + std::to_string(_clsLoop.m_msInterval.count()) + "}"
-                       : std::string());
+    Execute(clsTask, stRun, "loop", DescribeInterval(_clsLoop));
     lock.lock();
+    if (_clsLoop.m_bLeft)
+    {
+        // While the run counts, so that a removal on another thread waits for this, too.
+        lock.unlock();
+        clsTask.DestroyCallable();
+        lock.lock();
+    }
     EndRun(stRun);
     ++m_stCounters.m_uiLoopRuns;
     _clsLoop.m_tpDue = Clock::now() + _clsLoop.m_msInterval;
     const std::unique_ptr<CLS_QueuedTask> pTask = _clsLoop.m_bLeft ? FinishLoop(_clsLoop) : nullptr;
     lock.unlock();
+}
+
+inline bool CLS_PoolHub::IsOpen(const CLS_LoopCore& _clsLoop) const
+{
+    const Lock lock(m_mtxHub);
+    return !_clsLoop.m_bClosed;
 }
 
 /// No run starts any more. Returns the request to stop, once.
@@ -80,8 +104,6 @@ inline bool CLS_PoolHub::RemoveLoop(CLS_LoopCore& _clsLoop, std::chrono::millise
 {
     CLS_TaskGroup& clsGroup = *_clsLoop.m_pGroup;
     const CLS_TraceSpan clsSpan(GetTrace(), "remove", clsGroup.m_strName);
-    std::unique_ptr<CLS_QueuedTask> pTask;
-    F_FailureHandler funOnFailure;
     Lock lock(m_mtxHub);
     MarkOwnRuns(clsGroup, 1);
     const std::shared_ptr<CLS_StopState> pStop = CloseLoop(_clsLoop);
@@ -96,11 +118,28 @@ inline bool CLS_PoolHub::RemoveLoop(CLS_LoopCore& _clsLoop, std::chrono::millise
     _clsLoop.m_bLeft = !clsGroup.m_chnRuns.IsEmpty();
     if (!_clsLoop.m_bLeft)
     {
-        pTask = FinishLoop(_clsLoop);
-        funOnFailure.swap(clsGroup.m_funOnFailure);
+        DestroyLoop(lock, _clsLoop);
     }
-    lock.unlock();
     return bOver;
+}
+
+/// Destroys the callable and the handler, unless that was done before. Other removals wait for it. Gives the
+/// lock back for a moment.
+inline void CLS_PoolHub::DestroyLoop(Lock& _lock, CLS_LoopCore& _clsLoop)
+{
+    CLS_TaskGroup& clsGroup = *_clsLoop.m_pGroup;
+    std::unique_ptr<CLS_QueuedTask> pTask = FinishLoop(_clsLoop);
+    ST_Destroyer stDestroyer;
+    clsGroup.m_chnDestroyers.Append(stDestroyer);
+    {
+        F_FailureHandler funOnFailure;
+        funOnFailure.swap(clsGroup.m_funOnFailure);
+        _lock.unlock();
+        pTask.reset();
+    }
+    _lock.lock();
+    clsGroup.m_chnDestroyers.Remove(stDestroyer);
+    clsGroup.m_cvRuns.notify_all();
 }
 
 inline void CLS_PoolHub::RemoveLoopLater(CLS_LoopCore& _clsLoop, std::shared_ptr<const void> _pKept)

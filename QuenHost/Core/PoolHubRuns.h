@@ -4,6 +4,7 @@
 
 #include "QuenHost/Core/CLS_PoolHub.h"
 
+#include <algorithm>
 #include <vector>
 
 inline void CLS_PoolHub::BeginRun(ST_Run& _stRun)
@@ -105,7 +106,7 @@ inline bool CLS_PoolHub::WaitForRuns(Lock& _lock, CLS_TaskGroup& _clsGroup,
         }
         return !bWait;
     };
-    const bool bInTime = _clsGroup.m_cvRuns.wait_for(_lock, _msLimit, funOver);
+    const bool bInTime = _clsGroup.m_cvRuns.wait_for(_lock, std::min(_msLimit, REMOVAL_LIMIT), funOver);
     if (!bInTime && _msLimit >= REMOVAL_LIMIT)
     {
         GiveUp(_lock, _clsGroup, bByRun);
@@ -117,15 +118,21 @@ inline bool CLS_PoolHub::WaitForRuns(Lock& _lock, CLS_TaskGroup& _clsGroup,
 inline void CLS_PoolHub::GiveUp(Lock& _lock, CLS_TaskGroup& _clsGroup, bool _bByRun)
 {
     std::vector<std::string> vecCallInfos;
+    bool bUnnamed = false;
     for (ST_Run* pRun = _clsGroup.m_chnRuns.GetFirst(); pRun != nullptr;
          pRun = CLS_Chain<ST_Run, &ST_Run::m_stGroupLink>::GetNext(*pRun))
     {
         if (IsOfInterest(*pRun, _bByRun) && !std::exchange(pRun->m_bGivenUp, true))
         {
-            vecCallInfos.push_back(pRun->m_clsTask.m_strCallInfo);
+            bUnnamed |=
+                PoolCall::Catch([&] { vecCallInfos.push_back(pRun->m_clsTask.m_strCallInfo); }) != nullptr;
         }
     }
     _lock.unlock();
+    if (bUnnamed)
+    {
+        CLS_FailureReport::ReportWithoutText();
+    }
     for (const std::string& strCallInfo : vecCallInfos)
     {
         Report(_clsGroup, n_FailureKind::Outlasted, strCallInfo, nullptr);

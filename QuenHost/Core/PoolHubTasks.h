@@ -31,24 +31,33 @@ inline void CLS_PoolHub::EnsureStopState(Lock& _lock, CLS_TaskGroup& _clsGroup) 
     }
 }
 
-/// What a viewer joins the events of a task by.
-inline std::string CLS_PoolHub::DescribeFlow(std::uint64_t _uiNumber, const char* _szDirection)
+/// What a viewer joins the events of a task by; "" without a trace, and without memory.
+inline std::string CLS_PoolHub::DescribeFlow(std::uint64_t _uiNumber, const char* _szDirection) const noexcept
 {
-    const std::string strNumber = std::to_string(_uiNumber);
-    return R"(,"bind_id":")" + strNumber + R"(","flow_)" + _szDirection + R"(":true,"args":{"task":)" +
-           strNumber + "}";
+    std::string strMembers;
+    const auto funDescribe = [&]
+    {
+        const std::string strNumber = std::to_string(_uiNumber);
+        strMembers = R"(,"bind_id":")" + strNumber + R"(","flow_)" + _szDirection +
+                     R"(":true,"args":{"task":)" + strNumber + "}";
+    };
+    if (GetTrace())
+    {
+        PoolCall::Catch(funDescribe);
+    }
+    return strMembers;
 }
 
 inline bool CLS_PoolHub::Submit(std::unique_ptr<CLS_QueuedTask> _pTask)
 {
     CLS_TaskGroup& clsGroup = *_pTask->m_pGroup; // the owner keeps it
     const std::uint64_t uiNumber = _pTask->m_uiNumber = ++m_uiNumbers;
-    const CLS_TraceSpan clsSpan(GetTrace(), "submit", _pTask->m_strCallInfo,
-                                GetTrace() ? DescribeFlow(uiNumber, "out") : std::string());
+    const CLS_TraceSpan clsSpan(GetTrace(), "submit", _pTask->m_strCallInfo, DescribeFlow(uiNumber, "out"));
     CLS_RemovedTasks clsRefused(GetTrace());
     Lock lock(m_mtxHub);
-    EnsureStopState(lock, clsGroup);
-    if (!EnsureHeartbeat(lock) || !Accepts(clsGroup))
+    const bool bWatched = EnsureHeartbeat(lock);
+    EnsureStopState(lock, clsGroup); // last: from here on, no removal comes between
+    if (!bWatched || !Accepts(clsGroup))
     {
         clsRefused.Add(*_pTask.release());
         lock.unlock();

@@ -56,7 +56,7 @@ inline bool CLS_PoolHub::StartCarrier(Lock& _lock)
         --m_iCarriers;
         --m_iStarting;
     }
-    if (!bAdded && pRecord)
+    if (!bAdded && pRecord && pRecord->m_bEntered && !pRecord->m_bFinished)
     {
         m_lstLive.erase(pRecord->m_itPlace);
     }
@@ -64,9 +64,14 @@ inline bool CLS_PoolHub::StartCarrier(Lock& _lock)
 }
 
 /// The heartbeat looks after what nothing else would: carriers that the pool took and did not run because
-/// memory ran out, and the records of the last carriers. Without one, nothing is taken.
+/// memory ran out, and the records of the last carriers. Without one, nothing is taken. It may be lost in the
+/// same way, which its silence tells.
 inline bool CLS_PoolHub::EnsureHeartbeat(Lock& _lock)
 {
+    if (m_pHeartbeat && !m_bEnded && Clock::now() - m_tpLastBeat > LONGEST_SILENCE)
+    {
+        FinishRecord(std::exchange(m_pHeartbeat, nullptr));
+    }
     if (m_pHeartbeat || m_bEnded)
     {
         return m_pHeartbeat != nullptr;
@@ -93,6 +98,7 @@ inline bool CLS_PoolHub::EnsureHeartbeat(Lock& _lock)
     else if (pAdded)
     {
         m_pHeartbeat = pAdded;
+        m_tpLastBeat = Clock::now();
     }
     return m_pHeartbeat != nullptr;
 }
@@ -181,7 +187,7 @@ inline void CLS_PoolHub::RunFirst(Lock& _lock, ST_PoolRecord& _stRecord, const S
     LeaveInside();
     _lock.unlock();
 
-    Execute(*pTask, stRun, "run", GetTrace() ? DescribeFlow(pTask->m_uiNumber, "in") : std::string());
+    Execute(*pTask, stRun, "run", DescribeFlow(pTask->m_uiNumber, "in"));
     pTask->DestroyCallable();
 
     _lock.lock();
@@ -228,6 +234,7 @@ inline void CLS_PoolHub::Beat()
     {
         return;
     }
+    m_tpLastBeat = Clock::now();
     ++m_iInside;
     SweepRecords(lock);
     WriteOffLostCarriers();
@@ -337,16 +344,16 @@ inline CLS_PoolHub::Records CLS_PoolHub::TakeRecords()
     {
         FinishRecord(std::exchange(m_pHeartbeat, nullptr));
     }
-    const Records lstLive = m_lstLive;
-    for (const std::shared_ptr<ST_PoolRecord>& pRecord : lstLive)
+    for (auto itLive = m_lstLive.begin(); itLive != m_lstLive.end();)
     {
+        const std::shared_ptr<ST_PoolRecord> pRecord = *itLive++;
         if (!pRecord->m_bBusy)
         {
             FinishRecord(pRecord);
         }
     }
-    // Copies: a carrier that is on its way notes later that its record is finished.
-    return m_lstFinished;
+    // A carrier that is on its way leaves them alone: they are finished.
+    return std::exchange(m_lstFinished, Records());
 }
 
 /// From now on nothing is taken, and no waiting task starts. Returns the requests to stop of owners that are
@@ -361,7 +368,7 @@ inline std::vector<std::shared_ptr<CLS_StopState>> CLS_PoolHub::RefuseAll()
     {
         if (pGroup->m_pStop)
         {
-            vecStops.push_back(pGroup->m_pStop);
+            vecStops.push_back(std::exchange(pGroup->m_pStop, nullptr)); // one thread alone may request
         }
     }
     return vecStops;

@@ -147,6 +147,67 @@ TEST_F(LoopTaskTest, MayEndItselfInItsOwnRun)
     EXPECT_EQ(1, iRuns);
 }
 
+TEST_F(LoopTaskTest, TheEndWaitsForARunThatHasRemovedItsTaskAndForItsCallable)
+{
+    CLS_Gate clsRemoved;
+    CLS_Gate clsMayEnd;
+    CLS_Witness::ST_End stEnd;
+    std::atomic<bool> bOver{false};
+    std::optional<CLS_LoopTask> clsTask;
+    CLS_Gate clsMade;
+    clsTask.emplace(
+        Pool(),
+        [&, clsWitness = CLS_Witness(stEnd)]
+        {
+            EXPECT_TRUE(clsMade.Wait());
+            EXPECT_TRUE(clsTask->Remove());
+            EXPECT_FALSE(clsTask->IsAdded());
+            clsRemoved.Open();
+            EXPECT_TRUE(clsMayEnd.Wait());
+            bOver = true;
+        },
+        1, "loop");
+    clsMade.Open();
+    ASSERT_TRUE(clsRemoved.Wait());
+    std::thread thOpener(
+        [&]
+        {
+            std::this_thread::sleep_for(std::chrono::milliseconds(50)); // the end is likely to wait by then
+            clsMayEnd.Open();
+        });
+    clsTask.reset();
+    EXPECT_TRUE(bOver);
+    EXPECT_EQ(1, stEnd.m_iEnds);
+    thOpener.join();
+}
+
+TEST_F(LoopTaskTest, TwoThreadsThatRemoveAtOnceBothWaitForTheRunAndTheCallable)
+{
+    CLS_Gate clsStarted;
+    CLS_Gate clsMayEnd;
+    CLS_Witness::ST_End stEnd;
+    CLS_LoopTask clsTask(
+        Pool(),
+        [&, clsWitness = CLS_Witness(stEnd)]
+        {
+            clsStarted.Open();
+            EXPECT_TRUE(clsMayEnd.Wait());
+        },
+        1, "loop");
+    ASSERT_TRUE(clsStarted.Wait());
+    const auto funRemove = [&]
+    {
+        EXPECT_TRUE(clsTask.Remove());
+        EXPECT_EQ(1, stEnd.m_iEnds);
+    };
+    std::thread thFirst(funRemove);
+    std::thread thSecond(funRemove);
+    ASSERT_TRUE(WaitUntil([&] { return !clsTask.IsAdded(); }));
+    clsMayEnd.Open();
+    thFirst.join();
+    thSecond.join();
+}
+
 TEST_F(LoopTaskTest, TakesACallableThatCanOnlyBeMovedAndDestroysItOnceOnTheRemovingThread)
 {
     CLS_Witness::ST_End stEnd;

@@ -93,6 +93,26 @@ TEST_F(OwnerRemovalTest, SaysThatNotEverythingEndedInItsTimeAndWaitsAgain)
     EXPECT_TRUE(stStubborn.m_bEnded);
 }
 
+TEST_F(OwnerRemovalTest, TheLongestLimitIsNoOverflow)
+{
+    CLS_Gate clsStarted;
+    CLS_TaskOwner clsOwner(Pool(), "owner");
+    std::atomic<bool> bOver{false};
+    ASSERT_TRUE(clsOwner.Submit(
+        [&](const CLS_StopToken& _clsToken)
+        {
+            clsStarted.Open();
+            EXPECT_FALSE(_clsToken.SleepFor(WAIT_LIMIT));
+            std::this_thread::sleep_for(
+                std::chrono::milliseconds(50)); // the removal is likely to wait by then
+            bOver = true;
+        },
+        "task"));
+    ASSERT_TRUE(clsStarted.Wait());
+    EXPECT_TRUE(clsOwner.RemoveTasks(std::chrono::milliseconds::max()));
+    EXPECT_TRUE(bOver);
+}
+
 TEST_F(OwnerRemovalTest, TwoThreadsAtOnceBothWaitForTheRun)
 {
     ST_Stubborn stStubborn;

@@ -3,6 +3,7 @@
 #include "tests/kit/StandIn.h"
 #include "tests/support/Waiting.h"
 
+#include <climits>
 #include <functional>
 #include <gmock/gmock.h>
 #include <memory>
@@ -273,6 +274,59 @@ TEST(TaskOwnerRefusedTest, APoolThatThrowsHasTakenNothing)
     CLS_StandInScope clsPool([](const std::function<void()>&, int, std::string&) { throw std::bad_alloc(); });
     CLS_TaskOwner clsOwner(clsPool.Get(), "owner");
     EXPECT_FALSE(clsOwner.Submit([] {}, "refused"));
+}
+
+TEST(TaskOwnerRefusedTest, AHeartbeatThatNeverBeatsIsReplaced)
+{
+    // As when memory runs out after the pool has said yes.
+    int iHeartbeats = 0;
+    CLS_StandInScope clsPool(
+        [&](const std::function<void()>&, int _iInterval, std::string& _strTaskId)
+        {
+            iHeartbeats += _iInterval == INT_MAX ? 0 : 1;
+            _strTaskId = "lost";
+        });
+    CLS_TaskOwner clsOwner(clsPool.Get(), "owner");
+    EXPECT_TRUE(WaitUntil(
+        [&]
+        {
+            EXPECT_TRUE(clsOwner.Submit([] {}, "waits"));
+            return iHeartbeats == 2;
+        }));
+}
+
+TEST(TaskOwnerRefusedTest, ATaskHasATokenAlthoughARemovalMeetsTheFirstSubmission)
+{
+    std::thread thWorker;
+    std::optional<CLS_TaskOwner> clsOwner;
+    CLS_StandInScope clsPool(
+        [&](const std::function<void()>& _funTask, int _iInterval, std::string& _strTaskId)
+        {
+            _strTaskId = "task";
+            if (_iInterval != INT_MAX)
+            {
+                EXPECT_TRUE(clsOwner->RemoveTasks()); // as another thread may, while the heartbeat is added
+            }
+            else
+            {
+                thWorker = std::thread(_funTask);
+            }
+        });
+    clsOwner.emplace(clsPool.Get(), "owner");
+    CLS_Gate clsStarted;
+    ASSERT_TRUE(clsOwner->Submit(
+        [&](const CLS_StopToken& _clsToken)
+        {
+            clsStarted.Open();
+            EXPECT_FALSE(_clsToken.SleepFor(WAIT_LIMIT));
+        },
+        "first"));
+    ASSERT_TRUE(clsStarted.Wait());
+    EXPECT_EQ(1U, clsPool.Get().TakeSnapshot().m_vecRuns.size());
+    EXPECT_TRUE(clsOwner->RemoveTasks());
+    clsOwner.reset();
+    clsPool.End();
+    thWorker.join();
 }
 
 TEST(TaskOwnerRefusedTest, TheHeartbeatReplacesAWorkerThatNeverComes)

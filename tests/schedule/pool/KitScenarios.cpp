@@ -144,6 +144,46 @@ void KitRemoveOwnerWhoseTaskSubmits()
     clsKit.End();
 }
 
+/// Two removals of a loop task meet: one by another thread or by the task's own run, and one by this thread,
+/// which finds nothing left of the task.
+void KitRemoveLoopTwice()
+{
+    CLS_World clsWorld;
+    CLS_KitWorld clsKit;
+    {
+        ST_Job& stLoop = clsWorld.MakeJob("A", 5ms);
+        stLoop.m_iInterval = 1000;
+        const bool bByItself = CLS_World::Choose(2) == 1;
+        std::optional<CLS_LoopTask> optLoop;
+        std::atomic<bool> bMade{false};
+        stLoop.m_funWork = [&]
+        {
+            if (bByItself && bMade)
+            {
+                Marks::Reach("a run removes its task");
+                CLS_World::RequireTimely(optLoop->Remove(), "the run's removal gives up");
+                CLS_World::GiveWay();
+            }
+        };
+        optLoop.emplace(clsKit.Pool(), CLS_World::MakeCallable(stLoop), 1000, "A");
+        bMade = true;
+        std::optional<std::thread> thrOther;
+        if (!bByItself)
+        {
+            thrOther.emplace([&]
+                             { CLS_World::RequireTimely(optLoop->Remove(), "the other removal gives up"); });
+        }
+        std::this_thread::sleep_for(1ms + 4ms * CLS_World::Choose(2));
+        CLS_World::GiveWay();
+        Remove([&] { return optLoop->Remove(); }, {&stLoop});
+        if (thrOther)
+        {
+            thrOther->join();
+        }
+    }
+    clsKit.End();
+}
+
 /// A loop task's end up to a second run and a little more.
 void KitRemoveLoop()
 {
@@ -223,6 +263,7 @@ Scenarios GetKitScenarios()
     return {{"kit-remove-owner", KitRemoveOwner, vecBoth},
             {"kit-remove-owner-whose-task-submits", KitRemoveOwnerWhoseTaskSubmits, {}, false, 0ms, true},
             {"kit-remove-loop", KitRemoveLoop, vecBoth},
+            {"kit-remove-loop-twice", KitRemoveLoopTwice, {CLS_World::RUN_MET, "a run removes its task"}},
             {"kit-keeps-few-records", KitKeepsFewRecords, {RECORD_SWEPT}, false, 50ms, true},
             {"kit-ends-at-every-moment", KitEndsAtEveryMoment, {}, false, 50ms, true}};
 }
