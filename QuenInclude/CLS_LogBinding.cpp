@@ -65,22 +65,23 @@ void* CLS_LogBinding::GetFunction(const std::string& _strFunction, const std::st
     {
         return pFunction;
     }
-    PrintLogFun funPrintLog = nullptr;
-    {
-        const CLS_LoadTurn::CLS_Scope clsTurn(m_clsTurn);
-        if (!clsTurn.IsTaken())
-        {
-            return nullptr;
-        }
-        // Another thread may have bound while this one waited for its turn.
-        if (!FindBound(_strFunction, pFunction))
-        {
-            funPrintLog = Bind(_strDirectory);
-            FindBound(_strFunction, pFunction);
-        }
-    }
-    HandOver(funPrintLog);
+    HandOver(BindFunction(_strFunction, _strDirectory, pFunction));
     return pFunction;
+}
+
+/// Opens the library as soon as the turn comes, and looks _strFunction up. Returns what Bind does.
+CLS_LogBinding::PrintLogFun CLS_LogBinding::BindFunction(const std::string& _strFunction,
+                                                         const std::string& _strDirectory, void*& _pFunction)
+{
+    const CLS_LoadTurn::CLS_Scope clsTurn(m_clsTurn);
+    PrintLogFun funPrintLog = nullptr;
+    // Another thread may have bound while this one waited for its turn.
+    if (clsTurn.IsTaken() && !FindBound(_strFunction, _pFunction))
+    {
+        funPrintLog = Bind(_strDirectory);
+        FindBound(_strFunction, _pFunction);
+    }
+    return funPrintLog;
 }
 
 void CLS_LogBinding::Emit(const ST_LogRecord& _stRecord) noexcept
@@ -92,7 +93,7 @@ void CLS_LogBinding::Emit(const ST_LogRecord& _stRecord) noexcept
     }
     else if (!PrintOrKeep(_stRecord))
     {
-        Open();
+        HandOver(BindIfFree());
     }
 }
 
@@ -117,20 +118,17 @@ bool CLS_LogBinding::FindFree(PrintLogFun& _funPrintLog)
     return m_bBound && m_idHandsOver == std::thread::id() && m_lstOwn.empty();
 }
 
-/// Opens the library, unless another thread does: that one then hands over what was kept.
-void CLS_LogBinding::Open()
+/// Opens the library, unless another thread does, or has done so: that one hands over what was kept. Returns
+/// what Bind does.
+CLS_LogBinding::PrintLogFun CLS_LogBinding::BindIfFree()
 {
-    PrintLogFun funPrintLog = nullptr;
+    const CLS_LoadTurn::CLS_Scope clsTurn(m_clsTurn, std::try_to_lock);
+    void* pFunction = nullptr;
+    if (!clsTurn.IsTaken() || FindBound("PrintLog", pFunction))
     {
-        const CLS_LoadTurn::CLS_Scope clsTurn(m_clsTurn, std::try_to_lock);
-        void* pFunction = nullptr;
-        if (!clsTurn.IsTaken() || FindBound("PrintLog", pFunction))
-        {
-            return;
-        }
-        funPrintLog = Bind("");
+        return nullptr;
     }
-    HandOver(funPrintLog);
+    return Bind("");
 }
 
 /// Opens the library. Returns its "PrintLog" when this thread has to hand over what was kept, else null. From
@@ -168,6 +166,7 @@ CLS_LogBinding::PrintLogFun CLS_LogBinding::Bind(const std::string& _strDirector
 bool CLS_LogBinding::PrintOrKeep(const ST_LogRecord& _stRecord)
 {
     KeptRecords lstOne = MakeKept(_stRecord);
+    KeptRecords lstOwn;
     PrintLogFun funPrintLog = nullptr;
     {
         const CLS_LockGuard lock(m_mtxBinding);
@@ -183,10 +182,9 @@ bool CLS_LogBinding::PrintOrKeep(const ST_LogRecord& _stRecord)
         funPrintLog = m_funPrintLog;
         ReserveOwn();
     }
-    lstOne.clear();
-    while (TakeOwn(lstOne))
+    while (TakeOwn(lstOwn))
     {
-        Print(funPrintLog, lstOne);
+        Print(funPrintLog, lstOwn);
     }
     Print(funPrintLog, _stRecord);
     return true;

@@ -82,7 +82,9 @@ private:
 
     bool FindBound(const std::string& _strFunction, void*& _pFunction) ZEL_EXCLUDES(m_mtxBinding);
     bool FindFree(PrintLogFun& _funPrintLog) ZEL_EXCLUDES(m_mtxBinding);
-    void Open();
+    PrintLogFun BindFunction(const std::string& _strFunction, const std::string& _strDirectory,
+                             void*& _pFunction) ZEL_EXCLUDES(m_mtxBinding);
+    PrintLogFun BindIfFree() ZEL_EXCLUDES(m_mtxBinding);
     PrintLogFun Bind(const std::string& _strDirectory) ZEL_EXCLUDES(m_mtxBinding);
     bool PrintOrKeep(const ST_LogRecord& _stRecord) ZEL_EXCLUDES(m_mtxBinding);
     void Keep(KeptRecords& _lstOne) ZEL_REQUIRES(m_mtxBinding);

@@ -104,10 +104,22 @@ TEST_F(AbandonedWorkerTest, WorkerWhoseRunEndedInTimeIsItsOwnersToDelete)
 TEST_F(AbandonedWorkerTest, WorkerRunsNoJobOnceItsGateIsClosed)
 {
     CLS_TaskThread clsWorker;
+    const auto pEnded = std::make_shared<CLS_Gate>();
+    CLS_Gate clsFirst;
+    EXPECT_TRUE(clsWorker.AddFunction(
+        [&](CLS_TaskThread*)
+        {
+            t_stThreadEnd.m_pEnded = pEnded;
+            clsFirst.Open();
+        }));
+    EXPECT_TRUE(clsFirst.Wait());
     EXPECT_TRUE(clsWorker.GetRunGate().Close(std::chrono::steady_clock::now() + hours(1)));
     bool bRan = false;
     EXPECT_TRUE(clsWorker.AddFunction([&bRan](CLS_TaskThread*) { bRan = true; }));
+    EXPECT_TRUE(pEnded->Wait());
+    EXPECT_NE(std::thread::id(), clsWorker.GetThreadId());
     EXPECT_TRUE(clsWorker.Exit());
+    EXPECT_EQ(std::thread::id(), clsWorker.GetThreadId());
     EXPECT_FALSE(bRan);
 }
 

@@ -51,6 +51,26 @@ TEST_F(LogKeepingTest, RecordsOfTheInitialiserArriveBehindTheOneThatOpensTheLibr
     EXPECT_THAT(TakeTexts(), ElementsAre("first", "at load"));
 }
 
+TEST_F(LogKeepingTest, AskingForAFunctionDuringTheOpeningIsTurnedAway)
+{
+    m_vecOpenings = {[this]
+                     {
+                         EXPECT_EQ(nullptr, m_clsBinding.GetFunction("PrintLog", ""));
+                         return GetLibrary();
+                     }};
+    Say("first");
+    EXPECT_THAT(TakeTexts(), ElementsAre("first"));
+    EXPECT_EQ(1U, m_uiOpenings);
+}
+
+TEST_F(LogKeepingTest, ARecordThatComesAMomentAfterTheOpeningDoesNotOpenTheLibraryAgain)
+{
+    m_vecOpenings = {&LogKeepingTest::GetLibrary};
+    Say("first");
+    EXPECT_EQ(nullptr, m_clsBinding.BindIfFree());
+    EXPECT_EQ(1U, m_uiOpenings);
+}
+
 TEST_F(LogKeepingTest, NoRecordWaitsForTheOpening)
 {
     CLS_Gate clsOpening;

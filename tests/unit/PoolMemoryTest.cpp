@@ -340,4 +340,18 @@ TEST_F(PoolMemoryTest, WatchdogsPassThatFailsIsRecordedAndTheNextOneComesAfterTh
     EXPECT_THAT(vecSleeps, ElementsAre(1000U, 1000U, 2000U, 2000U));
     EXPECT_EQ(0, clsPool.GetTaskThreadNum());
 }
+TEST_F(PoolMemoryTest, WhatWaitsBehindAQueueThatCannotGrowIsDroppedWhenThePoolEnds)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    const std::string strTaskId = MakeTask([] { ADD_FAILURE(); });
+    {
+        const std::lock_guard<std::mutex> lock(clsPool.m_mtxWaitingTasks);
+        clsPool.m_lstWaitingOverflow.push_front(strTaskId);
+    }
+    clsPool.m_bRun = false;
+    clsPool.DispatchPass();
+    EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
+    EXPECT_EQ(0, clsPool.GetTaskThreadNum());
+}
+
 } // namespace

@@ -353,4 +353,15 @@ TEST_F(PoolShutdownTest, TheDestructorForgetsTheInstance)
     EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
+TEST_F(PoolShutdownTest, APoolBesideTheInstanceEndsItsThreadsAndDestroysTheInstance)
+{
+    const int iThreads = CountThreads();
+    const auto pBeside = std::make_unique<CLS_QuenTaskPool>();
+    MakePool();
+    pBeside->UnInit();
+    EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
+    EXPECT_FALSE(pBeside->m_pTaskingThread);
+    EXPECT_TRUE(WaitForThreads(iThreads));
+}
+
 } // namespace

@@ -417,4 +417,18 @@ TEST_F(PoolSubmissionTest, ThreadsSubmitForOneOwnerAtOnce)
     EXPECT_EQ(2 * THREADS * TASKS, PoolView::GetRegistered().size());
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
+TEST_F(PoolSubmissionTest, LoopTaskThatWasRemovedBeforeItWasListedLeavesNoIdBehind)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    std::string strTaskId;
+    std::unique_lock<std::shared_mutex> lock(clsPool.m_smLoopTasksLock);
+    std::thread thSubmitter([&] { clsPool.AddLoopTask([] {}, 1000, strTaskId, "call"); });
+    EXPECT_TRUE(WaitUntil([&] { return PoolView::GetQueue(clsPool).size() == 1; }));
+    // As a removal does, which has looked at the list already.
+    PoolView::GetTask(PoolView::GetQueue(clsPool).front())->SetRemoved();
+    lock.unlock();
+    thSubmitter.join();
+    EXPECT_THAT(PoolView::GetLoopTasks(clsPool), IsEmpty());
+}
+
 } // namespace

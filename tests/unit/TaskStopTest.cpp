@@ -337,4 +337,17 @@ TEST_F(TaskStopTest, CallableNeverStartsAfterStopHasReturned)
     thRunner.join();
     EXPECT_EQ(0, iTooLate);
 }
+TEST_F(TaskStopTest, StopUntilGivesUpAtItsLimit)
+{
+    CLS_Task clsTask([] {}, -1, "late");
+    clsTask.SetTaskStatus(TASK_STATUS_RUNNING);
+    EXPECT_FALSE(clsTask.StopUntil(std::chrono::steady_clock::now()));
+    EXPECT_FALSE(clsTask.GetValid());
+    EXPECT_THAT(LogRecorder::Take(),
+                ElementsAre(IsTaskRecord(3, "Stop",
+                                         "StopTask overtime task info : [" + clsTask.ParamToString() + "]")));
+    clsTask.SetTaskStatus(TASK_STATUS_IDLE);
+    EXPECT_TRUE(clsTask.StopUntil(std::chrono::steady_clock::now()));
+}
+
 } // namespace
