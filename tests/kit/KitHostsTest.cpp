@@ -35,12 +35,14 @@ TEST(KitHostsTest, AHostThatLinksTheLibraryUsesThePool)
     EXPECT_THAT(stResult.m_strOut, StartsWith("result: 42\nworkers of the pool: not told\n"));
 }
 
+#ifdef STANDARD_TOKEN_HOST
 TEST(KitHostsTest, TasksOfAHostInANewerLanguageTakeTheStandardsToken)
 {
     const ST_ChildResult stResult = RunChild(STANDARD_TOKEN_HOST, {POOL_LIBRARY});
     EXPECT_EQ(0, stResult.m_iExit) << ::testing::PrintToString(stResult);
     EXPECT_THAT(stResult.m_strOut, StartsWith("taken: 1, started: 1, stopped: 1, removed: 1, result: 1\n"));
 }
+#endif
 
 #ifdef EXAMPLE_HOST
 TEST(KitHostsTest, TheExampleWaitsForItsSumAndItsTicksAndNotForItsDrawings)
