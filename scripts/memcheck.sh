@@ -20,9 +20,10 @@ else
     programs=("$@")
 fi
 
-# Left out: a hundred thousand runs, which take it ten minutes, and exceptions whose destructors throw: the C++
-# runtime never frees those.
+# Left out: a hundred thousand runs, which take it ten minutes; exceptions whose destructors throw, which the C++
+# runtime never frees; and a forked process, which ends with what its parent's threads own.
 filter=-PoolRemovalLoadTest.OneOwnerWithManyTasksSeesEachRunOnce
+filter+=:LogKeepingTest.AProcessThatIsForkedDuringTheOpeningDoesNotWaitForIt
 filter+=:TaskThrowTest.ExceptionThatGetsPastBothRecordsIsARunErrorAndTheWorkerGoesOn:*/WhoseDestructorThrows
 
 # check PROGRAM: prints a line that begins with "clean", and how many tests have passed, or with "NOT CLEAN".

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -118,6 +119,13 @@ int ControlFile(int _iFile, int _iCommand, ...)
         errno = EINVAL;
         return -1;
     }
+}
+
+/// The structure and its flags are the same.
+int PollFiles(pollfd* _pFiles, unsigned int _uiCount, int _iMilliseconds)
+{
+    const CLS_ErrnoScope clsErrno;
+    return poll(_pFiles, _uiCount, _iMilliseconds);
 }
 
 /// What stat gives on Darwin.
@@ -321,6 +329,7 @@ const Shims& GetFiles()
         {"_fcopyfile", &CopyFile},
         {"_copyfile_state_alloc", &MakeCopyState},
         {"_copyfile_state_free", &FreeCopyState},
+        {"_poll", &PollFiles},
         {"_socket", WITH_ERRNO<&::socket>},
         {"_bind", &BindSocket},
     };
