@@ -5,6 +5,7 @@
 #include <atomic>
 #include <csignal>
 #include <gmock/gmock.h>
+#include <unistd.h>
 
 namespace
 {
@@ -63,9 +64,9 @@ TEST(StatusWatchTest, ReportsWhenASignalAsksForIt)
 {
     CLS_Counter clsReports;
     const CLS_StatusWatch clsWatch([&] { clsReports.Add(); }, [] { return 0; });
-    std::raise(SIGUSR1);
+    kill(getpid(), SIGUSR1);
     EXPECT_TRUE(clsReports.Wait(1));
-    std::raise(SIGUSR1);
+    kill(getpid(), SIGUSR1);
     EXPECT_TRUE(clsReports.Wait(2));
 }
 } // namespace

@@ -1,4 +1,5 @@
 #include "QuenInclude/CLS_Basic.h"
+#include "QuenInclude/Util.h"
 #include "tests/support/Waiting.h"
 
 #include <array>
@@ -257,7 +258,8 @@ TEST(BasicTest, ReadersHoldUpSetParamAndRemoveParam)
                     clsChanged.Open();
                 });
             EXPECT_FALSE(clsChanged.Wait(std::chrono::milliseconds(50)));
-            EXPECT_EQ("[a] : [1]\n", clsObject.ParamToString());
+            // With the lock that is held: another one may wait behind the change.
+            EXPECT_EQ("[a] : [1]\n", Util::MapToString(clsObject.m_mapParam));
         }
         thChange.join();
         EXPECT_NE("[a] : [1]\n", clsObject.ParamToString());
