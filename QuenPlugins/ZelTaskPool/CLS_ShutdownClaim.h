@@ -50,7 +50,7 @@ public:
     /// A pool is being built. std::bad_alloc passes and leaves nothing behind.
     static void AddPool(const CLS_QuenTaskPool* _pPool);
 
-    /// The pool is about to be destroyed. Nobody can claim it any more.
+    /// The pool is about to be destroyed. It cannot be claimed any more.
     static void RemovePool(const CLS_QuenTaskPool* _pPool);
 
     /// The thread is the pool's own from now on. Uses _setReserve, which has one entry, up.

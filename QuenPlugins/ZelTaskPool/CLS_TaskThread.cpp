@@ -36,7 +36,7 @@ void CLS_TaskThread::RunThread()
     FunTask();
     if (m_clsRunGate.IsAbandoned())
     {
-        // Nobody else knows this worker. Its pool may be gone, or still be ending others.
+        // No other thread knows this worker. Its pool may be gone, or still be ending others.
         CLS_ShutdownClaim::RemoveOwnThread();
         m_pThread->detach();
         delete this;

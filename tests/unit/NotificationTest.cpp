@@ -30,7 +30,7 @@ bool IsHeld(std::mutex& _mtxAny)
 
 TEST_F(NotificationTest, EachQueuedTaskIsNotifiedOnceWithTheQueuesMutexHeld)
 {
-    // Nobody waits for the queue, so only who fills it takes the mutex.
+    // No thread waits for the queue, so only the thread that fills it takes the mutex.
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     const std::string strTaskId = MakeTask([] {});
     const CLS_CutWaits clsWaits(clsPool.m_cvWaitingTasks,

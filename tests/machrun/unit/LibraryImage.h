@@ -57,7 +57,7 @@ public:
         Append(m_vecMoreCommands, MachO::ST_Command{_uiCommand, _uiSize});
     }
 
-    /// One more segment, which nobody may access, with one section.
+    /// One more segment, without any right of access, with one section.
     void AddSegment(std::uint64_t _uiAddress, std::uint32_t _uiSectionType)
     {
         MachO::ST_SegmentCommand stSegment = m_stSegment;
