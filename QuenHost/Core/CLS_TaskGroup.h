@@ -62,7 +62,7 @@ public:
     CLS_TaskGroup& operator=(const CLS_TaskGroup&) = delete;
 
     const std::string m_strName;
-    /// Not guarded: it changes only when the owner has ended and no run is left.
+    /// Not guarded: it changes only when the owner has ended, no run is left, and m_iReports is 0.
     F_FailureHandler m_funOnFailure;
 
     std::shared_ptr<CLS_StopState> m_pStop = std::make_shared<CLS_StopState>(); ///< null after a removal
@@ -71,6 +71,7 @@ public:
     CLS_Chain<ST_Destroyer, &ST_Destroyer::m_stLink> m_chnDestroyers;
     std::condition_variable m_cvRuns; ///< notified when a run or a destroyer ends, or need not be waited for
     int m_iRemovals = 0;              ///< removals at work: nothing is taken meanwhile
+    int m_iReports = 0;               ///< removals that report runs, without the lock
     bool m_bClosed = false;           ///< the owner has ended: nothing is taken any more
     ST_PoolCounters m_stCounters;
     ST_Link<CLS_TaskGroup> m_stHubLink; ///< among the groups whose owners live

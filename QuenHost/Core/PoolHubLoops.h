@@ -133,7 +133,10 @@ inline void CLS_PoolHub::DestroyLoop(Lock& _lock, CLS_LoopCore& _clsLoop)
     clsGroup.m_chnDestroyers.Append(stDestroyer);
     {
         F_FailureHandler funOnFailure;
-        funOnFailure.swap(clsGroup.m_funOnFailure);
+        if (clsGroup.m_iReports == 0)
+        {
+            funOnFailure.swap(clsGroup.m_funOnFailure);
+        }
         _lock.unlock();
         pTask.reset();
     }

@@ -128,6 +128,7 @@ inline void CLS_PoolHub::GiveUp(Lock& _lock, CLS_TaskGroup& _clsGroup, bool _bBy
                 PoolCall::Catch([&] { vecCallInfos.push_back(pRun->m_clsTask.m_strCallInfo); }) != nullptr;
         }
     }
+    ++_clsGroup.m_iReports;
     _lock.unlock();
     if (bUnnamed)
     {
@@ -138,6 +139,7 @@ inline void CLS_PoolHub::GiveUp(Lock& _lock, CLS_TaskGroup& _clsGroup, bool _bBy
         Report(_clsGroup, n_FailureKind::Outlasted, strCallInfo, nullptr);
     }
     _lock.lock();
+    --_clsGroup.m_iReports;
 }
 
 /// Notes that the runs of the group on this thread, if any, begin or end a removal. Returns how many there

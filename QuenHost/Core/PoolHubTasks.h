@@ -185,7 +185,7 @@ inline void CLS_PoolHub::CloseGroup(CLS_TaskGroup& _clsGroup)
     F_FailureHandler funOnFailure;
     const Lock lock(m_mtxHub);
     m_chnGroups.Remove(_clsGroup);
-    if (_clsGroup.m_chnRuns.IsEmpty())
+    if (_clsGroup.m_chnRuns.IsEmpty() && _clsGroup.m_iReports == 0)
     {
         funOnFailure.swap(_clsGroup.m_funOnFailure);
     }
