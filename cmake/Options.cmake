@@ -7,7 +7,7 @@ option(ZEL_WERROR "Treat every compiler warning as an error" OFF)
 option(ZEL_INSTALL_LOG_LIBRARY "Install the example logging library, too; programs that find it get records" OFF)
 
 option(ZEL_CHECK_POOL_LOCKS "End the process when a thread takes a second one of the pool's locks" OFF)
-option(ZEL_COVERAGE "Count what is executed (clang); scripts/coverage.sh reports it" OFF)
+option(ZEL_COVERAGE "Count what is executed (clang); scripts/checks/coverage.sh reports it" OFF)
 
 set(ZEL_SANITIZE "" CACHE STRING
   "Sanitizers to build with, as -fsanitize= takes them: \"thread\" or \"address,undefined\"")

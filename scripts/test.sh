@@ -21,7 +21,7 @@ case $preset in
             echo "Left out: everything for macOS: the packages for the build cannot be installed"
             exit 1
         fi
-        exec scripts/test-macos.sh "$@"
+        exec scripts/checks/test-macos.sh "$@"
         ;;
     *) scripts/install.sh ;;
 esac

@@ -152,7 +152,8 @@ private:
     /// Status and validity are sequentially consistent: a run stores the status and then reads the validity,
     /// Stop stores the validity and then reads the status. With anything weaker both could read the old
     /// value, and a task would start after Stop had returned: under the C++ memory model that is so as soon
-    /// as a single one of the four is weaker, and never as they are (model/handshake checks all executions).
+    /// as a single one of the four is weaker, and never as they are (verify/models/handshake checks all
+    /// executions).
     std::atomic<n_TaskStatus> m_iTaskStatus{TASK_STATUS_IDLE};
     std::function<void()> m_funTask; ///< the work; see TakeCallable
     std::atomic<std::int32_t> m_iLoopInterval;

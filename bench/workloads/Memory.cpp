@@ -1,7 +1,7 @@
 // W8: what stays of one-shot tasks that have run.
 
 #include "bench/workloads/Workloads.h"
-#include "tests/soak/Figures.h"
+#include "verify/soak/Figures.h"
 
 namespace
 {

@@ -1,0 +1,386 @@
+// What the compiler calls at every access to memory of code that is compiled with -fsanitize=thread. The
+// program is not linked with that sanitizer: these are the functions. An atomic access is a step; any other
+// one is looked at only for memory that was freed.
+
+#include "verify/schedules/core/Memory.h"
+#include "verify/schedules/core/Scheduler.h"
+
+#include <atomic>
+#include <cstdint>
+#include <cstring>
+#include <type_traits>
+
+namespace
+{
+/// The compiler's numbers of the memory orders are those of the language.
+constexpr int SEQUENTIAL = static_cast<int>(std::memory_order_seq_cst);
+
+CLS_Scheduler* Reach(n_Step _iStep, const volatile void* _pPlace)
+{
+    CLS_Scheduler* const pScheduler = CLS_Scheduler::GetActive();
+    if (pScheduler != nullptr)
+    {
+        pScheduler->Reach(_iStep, const_cast<const void*>(_pPlace));
+    }
+    return pScheduler;
+}
+
+template <typename Word>
+Word Load(const volatile Word* _pWord)
+{
+    if (CLS_Scheduler* const pScheduler = Reach(STEP_LOAD, _pWord))
+    {
+        std::uint64_t uiOwn = 0;
+        if (pScheduler->GetStores().Find(const_cast<const Word*>(_pWord), uiOwn))
+        {
+            return static_cast<Word>(uiOwn);
+        }
+    }
+    return *_pWord;
+}
+
+template <typename Word>
+void Store(volatile Word* _pWord, Word _iValue, int _iOrder)
+{
+    if (CLS_Scheduler* const pScheduler = Reach(STEP_STORE, _pWord))
+    {
+        if (pScheduler->HasLateStores() && _iOrder < SEQUENTIAL)
+        {
+            const CLS_Scheduler::CLS_Inside clsInside;
+            pScheduler->GetStores().Add(const_cast<Word*>(_pWord),
+                                        static_cast<std::make_unsigned_t<Word>>(_iValue), sizeof(Word));
+            return;
+        }
+        pScheduler->ShowStores();
+    }
+    *_pWord = _iValue;
+}
+
+void ReachChange(const volatile void* _pPlace)
+{
+    if (CLS_Scheduler* const pScheduler = Reach(STEP_CHANGE, _pPlace))
+    {
+        pScheduler->ShowStores();
+    }
+}
+
+template <typename Word>
+Word Exchange(volatile Word* _pWord, Word _iValue)
+{
+    ReachChange(_pWord);
+    const Word iBefore = *_pWord;
+    *_pWord = _iValue;
+    return iBefore;
+}
+
+template <typename Word>
+Word Add(volatile Word* _pWord, Word _iValue)
+{
+    ReachChange(_pWord);
+    const Word iBefore = *_pWord;
+    using Unsigned = std::make_unsigned_t<Word>;
+    *_pWord = static_cast<Word>(static_cast<Unsigned>(iBefore) + static_cast<Unsigned>(_iValue));
+    return iBefore;
+}
+
+template <typename Word>
+int CompareExchange(volatile Word* _pWord, Word* _pExpected, Word _iValue)
+{
+    ReachChange(_pWord);
+    const Word iBefore = *_pWord;
+    if (iBefore == *_pExpected)
+    {
+        *_pWord = _iValue;
+        return 1;
+    }
+    *_pExpected = iBefore;
+    return 0;
+}
+
+void Touch(const void* _pPlace, const char* _szAccess)
+{
+    Memory::CheckAccess(_pPlace, _szAccess);
+}
+
+/// What is freed is freed from its beginning to its end: a look at both ends of what is touched is enough.
+void TouchRange(const void* _pBegin, std::size_t _uiSize, const char* _szAccess)
+{
+    if (_uiSize > 0)
+    {
+        Touch(_pBegin, _szAccess);
+        Touch(static_cast<const char*>(_pBegin) + _uiSize - 1, _szAccess);
+    }
+}
+} // namespace
+
+extern "C"
+{
+    void __tsan_init() {}
+    void __tsan_func_entry(void*) {}
+    void __tsan_func_exit() {}
+
+    void __tsan_read1(void* _pPlace)
+    {
+        Touch(_pPlace, "read");
+    }
+    void __tsan_write1(void* _pPlace)
+    {
+        Touch(_pPlace, "written");
+    }
+    void __tsan_read2(void* _pPlace)
+    {
+        Touch(_pPlace, "read");
+    }
+    void __tsan_write2(void* _pPlace)
+    {
+        Touch(_pPlace, "written");
+    }
+    void __tsan_unaligned_read2(void* _pPlace)
+    {
+        Touch(_pPlace, "read");
+    }
+    void __tsan_unaligned_write2(void* _pPlace)
+    {
+        Touch(_pPlace, "written");
+    }
+    void __tsan_read4(void* _pPlace)
+    {
+        Touch(_pPlace, "read");
+    }
+    void __tsan_write4(void* _pPlace)
+    {
+        Touch(_pPlace, "written");
+    }
+    void __tsan_unaligned_read4(void* _pPlace)
+    {
+        Touch(_pPlace, "read");
+    }
+    void __tsan_unaligned_write4(void* _pPlace)
+    {
+        Touch(_pPlace, "written");
+    }
+    void __tsan_read8(void* _pPlace)
+    {
+        Touch(_pPlace, "read");
+    }
+    void __tsan_write8(void* _pPlace)
+    {
+        Touch(_pPlace, "written");
+    }
+    void __tsan_unaligned_read8(void* _pPlace)
+    {
+        Touch(_pPlace, "read");
+    }
+    void __tsan_unaligned_write8(void* _pPlace)
+    {
+        Touch(_pPlace, "written");
+    }
+    void __tsan_read16(void* _pPlace)
+    {
+        Touch(_pPlace, "read");
+    }
+    void __tsan_write16(void* _pPlace)
+    {
+        Touch(_pPlace, "written");
+    }
+    void __tsan_unaligned_read16(void* _pPlace)
+    {
+        Touch(_pPlace, "read");
+    }
+    void __tsan_unaligned_write16(void* _pPlace)
+    {
+        Touch(_pPlace, "written");
+    }
+    void __tsan_read_range(void* _pPlace, std::size_t _uiSize)
+    {
+        TouchRange(_pPlace, _uiSize, "read");
+    }
+    void __tsan_write_range(void* _pPlace, std::size_t _uiSize)
+    {
+        TouchRange(_pPlace, _uiSize, "written");
+    }
+    void __tsan_vptr_read(void** _pPlace)
+    {
+        Touch(_pPlace, "read");
+    }
+    void __tsan_vptr_update(void** _pPlace, void*)
+    {
+        Touch(_pPlace, "written");
+    }
+
+    std::int8_t __tsan_atomic8_load(const volatile std::int8_t* _pWord, int)
+    {
+        return Load(_pWord);
+    }
+    void __tsan_atomic8_store(volatile std::int8_t* _pWord, std::int8_t _iValue, int _iOrder)
+    {
+        Store(_pWord, _iValue, _iOrder);
+    }
+    std::int8_t __tsan_atomic8_exchange(volatile std::int8_t* _pWord, std::int8_t _iValue, int)
+    {
+        return Exchange(_pWord, _iValue);
+    }
+    std::int8_t __tsan_atomic8_fetch_add(volatile std::int8_t* _pWord, std::int8_t _iValue, int)
+    {
+        return Add(_pWord, _iValue);
+    }
+    std::int8_t __tsan_atomic8_fetch_sub(volatile std::int8_t* _pWord, std::int8_t _iValue, int)
+    {
+        return Add(_pWord, static_cast<std::int8_t>(-_iValue));
+    }
+    int __tsan_atomic8_compare_exchange_strong(volatile std::int8_t* _pWord, std::int8_t* _pExpected,
+                                               std::int8_t _iValue, int, int)
+    {
+        return CompareExchange(_pWord, _pExpected, _iValue);
+    }
+    int __tsan_atomic8_compare_exchange_weak(volatile std::int8_t* _pWord, std::int8_t* _pExpected,
+                                             std::int8_t _iValue, int, int)
+    {
+        return CompareExchange(_pWord, _pExpected, _iValue);
+    }
+    std::int8_t __tsan_atomic8_compare_exchange_val(volatile std::int8_t* _pWord, std::int8_t _iExpected,
+                                                    std::int8_t _iValue, int, int)
+    {
+        CompareExchange(_pWord, &_iExpected, _iValue);
+        return _iExpected;
+    }
+
+    std::int16_t __tsan_atomic16_load(const volatile std::int16_t* _pWord, int)
+    {
+        return Load(_pWord);
+    }
+    void __tsan_atomic16_store(volatile std::int16_t* _pWord, std::int16_t _iValue, int _iOrder)
+    {
+        Store(_pWord, _iValue, _iOrder);
+    }
+    std::int16_t __tsan_atomic16_exchange(volatile std::int16_t* _pWord, std::int16_t _iValue, int)
+    {
+        return Exchange(_pWord, _iValue);
+    }
+    std::int16_t __tsan_atomic16_fetch_add(volatile std::int16_t* _pWord, std::int16_t _iValue, int)
+    {
+        return Add(_pWord, _iValue);
+    }
+    std::int16_t __tsan_atomic16_fetch_sub(volatile std::int16_t* _pWord, std::int16_t _iValue, int)
+    {
+        return Add(_pWord, static_cast<std::int16_t>(-_iValue));
+    }
+    int __tsan_atomic16_compare_exchange_strong(volatile std::int16_t* _pWord, std::int16_t* _pExpected,
+                                                std::int16_t _iValue, int, int)
+    {
+        return CompareExchange(_pWord, _pExpected, _iValue);
+    }
+    int __tsan_atomic16_compare_exchange_weak(volatile std::int16_t* _pWord, std::int16_t* _pExpected,
+                                              std::int16_t _iValue, int, int)
+    {
+        return CompareExchange(_pWord, _pExpected, _iValue);
+    }
+    std::int16_t __tsan_atomic16_compare_exchange_val(volatile std::int16_t* _pWord, std::int16_t _iExpected,
+                                                      std::int16_t _iValue, int, int)
+    {
+        CompareExchange(_pWord, &_iExpected, _iValue);
+        return _iExpected;
+    }
+
+    std::int32_t __tsan_atomic32_load(const volatile std::int32_t* _pWord, int)
+    {
+        return Load(_pWord);
+    }
+    void __tsan_atomic32_store(volatile std::int32_t* _pWord, std::int32_t _iValue, int _iOrder)
+    {
+        Store(_pWord, _iValue, _iOrder);
+    }
+    std::int32_t __tsan_atomic32_exchange(volatile std::int32_t* _pWord, std::int32_t _iValue, int)
+    {
+        return Exchange(_pWord, _iValue);
+    }
+    std::int32_t __tsan_atomic32_fetch_add(volatile std::int32_t* _pWord, std::int32_t _iValue, int)
+    {
+        return Add(_pWord, _iValue);
+    }
+    std::int32_t __tsan_atomic32_fetch_sub(volatile std::int32_t* _pWord, std::int32_t _iValue, int)
+    {
+        return Add(_pWord, static_cast<std::int32_t>(-_iValue));
+    }
+    int __tsan_atomic32_compare_exchange_strong(volatile std::int32_t* _pWord, std::int32_t* _pExpected,
+                                                std::int32_t _iValue, int, int)
+    {
+        return CompareExchange(_pWord, _pExpected, _iValue);
+    }
+    int __tsan_atomic32_compare_exchange_weak(volatile std::int32_t* _pWord, std::int32_t* _pExpected,
+                                              std::int32_t _iValue, int, int)
+    {
+        return CompareExchange(_pWord, _pExpected, _iValue);
+    }
+    std::int32_t __tsan_atomic32_compare_exchange_val(volatile std::int32_t* _pWord, std::int32_t _iExpected,
+                                                      std::int32_t _iValue, int, int)
+    {
+        CompareExchange(_pWord, &_iExpected, _iValue);
+        return _iExpected;
+    }
+
+    std::int64_t __tsan_atomic64_load(const volatile std::int64_t* _pWord, int)
+    {
+        return Load(_pWord);
+    }
+    void __tsan_atomic64_store(volatile std::int64_t* _pWord, std::int64_t _iValue, int _iOrder)
+    {
+        Store(_pWord, _iValue, _iOrder);
+    }
+    std::int64_t __tsan_atomic64_exchange(volatile std::int64_t* _pWord, std::int64_t _iValue, int)
+    {
+        return Exchange(_pWord, _iValue);
+    }
+    std::int64_t __tsan_atomic64_fetch_add(volatile std::int64_t* _pWord, std::int64_t _iValue, int)
+    {
+        return Add(_pWord, _iValue);
+    }
+    std::int64_t __tsan_atomic64_fetch_sub(volatile std::int64_t* _pWord, std::int64_t _iValue, int)
+    {
+        return Add(_pWord, static_cast<std::int64_t>(-_iValue));
+    }
+    int __tsan_atomic64_compare_exchange_strong(volatile std::int64_t* _pWord, std::int64_t* _pExpected,
+                                                std::int64_t _iValue, int, int)
+    {
+        return CompareExchange(_pWord, _pExpected, _iValue);
+    }
+    int __tsan_atomic64_compare_exchange_weak(volatile std::int64_t* _pWord, std::int64_t* _pExpected,
+                                              std::int64_t _iValue, int, int)
+    {
+        return CompareExchange(_pWord, _pExpected, _iValue);
+    }
+    std::int64_t __tsan_atomic64_compare_exchange_val(volatile std::int64_t* _pWord, std::int64_t _iExpected,
+                                                      std::int64_t _iValue, int, int)
+    {
+        CompareExchange(_pWord, &_iExpected, _iValue);
+        return _iExpected;
+    }
+
+    // Some compilers call these for blocks of memory.
+    void* __tsan_memcpy(void* _pTo, const void* _pFrom, std::size_t _uiSize)
+    {
+        TouchRange(_pFrom, _uiSize, "read");
+        TouchRange(_pTo, _uiSize, "written");
+        return std::memcpy(_pTo, _pFrom, _uiSize);
+    }
+    void* __tsan_memmove(void* _pTo, const void* _pFrom, std::size_t _uiSize)
+    {
+        TouchRange(_pFrom, _uiSize, "read");
+        TouchRange(_pTo, _uiSize, "written");
+        return std::memmove(_pTo, _pFrom, _uiSize);
+    }
+    void* __tsan_memset(void* _pTo, int _iByte, std::size_t _uiSize)
+    {
+        TouchRange(_pTo, _uiSize, "written");
+        return std::memset(_pTo, _iByte, _uiSize);
+    }
+
+    void __tsan_atomic_thread_fence(int)
+    {
+        if (CLS_Scheduler* const pScheduler = Reach(STEP_FENCE, nullptr))
+        {
+            pScheduler->ShowStores();
+        }
+    }
+    void __tsan_atomic_signal_fence(int) {}
+}

@@ -1,0 +1,348 @@
+"""Faults to be found: each is put into a copy of one source of the product.
+
+An edit is (text, replacement); the text stands in the source exactly once. scripts/checks/schedules.sh looks for the fault
+with the scenario and the strategy; "seen" is how the failure that counts begins, or several ways.
+"""
+
+POOL = "QuenPlugins/ZelTaskPool/"
+DISPATCH = POOL + "CLS_QuenTaskPoolDispatch.cpp"
+SERVICE = POOL + "CLS_QuenTaskPoolService.cpp"
+SHUTDOWN = POOL + "CLS_QuenTaskPoolShutdown.cpp"
+START = POOL + "CLS_QuenTaskPool.cpp"
+TASKS = POOL + "CLS_QuenTaskPoolTasks.cpp"
+TASK = POOL + "CLS_Task.cpp"
+WORKER = POOL + "CLS_TaskThread.cpp"
+GATE = POOL + "CLS_RunGate.cpp"
+CLAIM = POOL + "CLS_ShutdownClaim.cpp"
+BINDING = "QuenInclude/CLS_LogBinding.cpp"
+
+
+KIT = "QuenHost/Core/"
+KIT_SCENARIOS = "verify/schedules/pool/KitScenarios.cpp"
+
+
+def fault(name, source, *edits, scenario, strategy, seen):
+    """A fault of a header is put into the one source that uses it."""
+    user = KIT_SCENARIOS if source.startswith(KIT) else None
+    return {"name": name, "source": source, "edits": edits, "scenario": scenario, "strategy": strategy, "seen": seen,
+            "user": user}
+
+
+FAULTS = [
+    # Notifications.
+    fault("a queued id notifies nobody", DISPATCH,
+          ("    AppendWaitingTask(lstTaskId);\n    m_cvWaitingTasks.notify_one();\n", "    AppendWaitingTask(lstTaskId);\n"),
+          scenario="submit-and-run", strategy="random",
+          seen="A was queued 1 times and ran 0"),
+    fault("a hand-over notifies nobody", WORKER,
+          ("    m_funFunction = _funJob;\n    m_cvFunction.notify_one();\n", "    m_funFunction = _funJob;\n"),
+          scenario="submit-and-run", strategy="random",
+          seen=("A was queued 1 times and ran 0", "B was queued 1 times and ran 0")),
+    fault("the end of the pool notifies nobody", SHUTDOWN,
+          ("    m_cvWaitingTasks.notify_one();\n", ""),
+          scenario="submit-and-run", strategy="random",
+          seen="the service threads end late"),
+    fault("the pool's run flag is cleared outside the lock", SHUTDOWN,
+          ("    {\n        const CLS_LockGuard lock(m_mtxWaitingTasks);\n        m_bRun.exchange(false);\n    }\n",
+           "    m_bRun.exchange(false);\n"),
+          scenario="submit-and-run", strategy="random",
+          seen="the service threads end late"),
+    fault("a worker's end is notified outside the lock", WORKER,
+          ("gets the notification.\n    const CLS_LockGuard lock(m_mtxFunction);\n", "gets the notification.\n"),
+          scenario="two-submitters", strategy="random",
+          seen="the end of the pool takes"),
+    fault("the gate waits without a predicate", GATE,
+          ("_tpLimit, [this]() ZEL_REQUIRES(m_mtxGate) { return IsOver(); });", "_tpLimit);"),
+          scenario="end-waits-for-removed", strategy="random",
+          seen=("A still runs", "the end of the pool takes")),
+
+    # Stop against the start of a run.
+    fault("a run reads the validity before it stores the status", TASK,
+          ("    const CLS_Run clsRun(*this);\n    try\n    {\n        RunCallable();\n",
+           "    const bool bValid = m_bValid;\n    const CLS_Run clsRun(*this);\n    try\n    {\n"
+           "        if (bValid)\n        {\n            RunCallable();\n        }\n"),
+          ("if (m_bValid && m_funTask)", "if (m_funTask)"),
+          scenario="stop-handshake", strategy="random",
+          seen="A begins after its removal has returned"),
+    fault("a stop reads the status before it stores the validity", TASK,
+          ("    m_bValid.exchange(false);\n    for (int iSleeps",
+           "    const bool bExecuting = m_iTaskStatus >= STATUS_EXECUTING;\n    m_bValid.exchange(false);\n"
+           "    if (!bExecuting)\n    {\n        return true;\n    }\n    for (int iSleeps"),
+          scenario="stop-handshake", strategy="random",
+          seen=("A still runs", "A begins after its removal has returned")),
+    fault("a stop stores the validity with release", TASK,
+          ("    m_bValid.exchange(false);\n    for",
+           "    m_bValid.store(false, std::memory_order_release);\n    for"),
+          scenario="stop-handshake", strategy="random",
+          seen=("A still runs", "A begins after its removal has returned")),
+    fault("a run stores the status with release", TASK,
+          ("m_iTaskStatus.exchange(TASK_STATUS_RUNNING);",
+           "m_iTaskStatus.store(TASK_STATUS_RUNNING, std::memory_order_release);"),
+          scenario="stop-against-start", strategy="pct2",
+          seen="A still runs"),
+
+    # Removal.
+    fault("a removal does not wait for the run", TASKS,
+          ("const bool bStopped = _pTask && _pTask->StopUntil(_tpLimit);",
+           "const bool bStopped = _pTask && _tpLimit == NO_LIMIT;\n    if (_pTask)\n    {\n        _pTask->SetValid(false);\n    }"),
+          scenario="remove-itself", strategy="random",
+          seen="A does not run once"),
+    fault("an owner's tasks are made invalid one by one", TASKS,
+          ("    InvalidateTasks(_lstTaskIds);\n    for", "    for"),
+          scenario="remove-owner-of-many", strategy="random",
+          seen="B begins during its removal"),
+    fault("a removal does not wait for the last reference", TASKS,
+          ("bStopped && WaitForLastReference(_pTask, _iPollsLeft)", "false && bStopped"),
+          scenario="loop-against-removal", strategy="random",
+          seen="the callable of A outlives its removal"),
+    fault("a removal leaves the callable to the record", TASKS,
+          ("        _pTask->TakeCallable();\n", ""),
+          scenario="captured-object-calls", strategy="random",
+          seen="what the callable captured outlives the removal"),
+    fault("a removed task is destroyed under the registry's lock", TASKS,
+          ("    const bool bStopped = _pTask && _pTask->StopUntil(_tpLimit);\n    CLS_Task::DeleteTask(_strTaskId);\n",
+           "    const bool bStopped = false;\n    if (_pTask)\n    {\n        _pTask->StopUntil(_tpLimit);\n    }\n"
+           "    const_cast<std::shared_ptr<CLS_Task>&>(_pTask).reset();\n    CLS_Task::DeleteTask(_strTaskId);\n"),
+          scenario="captured-object-calls", strategy="random",
+          seen=("livelock: 200000 steps", "what the callable captured outlives the removal")),
+    fault("a removal always polls as often as it may", TASKS,
+          ("while (_pTask.use_count() > 1)", "while (true)"),
+          scenario="remove-owner", strategy="random",
+          seen="the removal by owner takes"),
+    fault("a removal leaves the id on the loop list", TASKS,
+          ("        ForgetLoopTask(_strTaskId);\n", ""),
+          scenario="loop-against-removal", strategy="random",
+          seen="the loop list keeps its id"),
+    fault("a kill stops the task alone", TASKS,
+          ("    RemoveTask(_strTaskId, _strCallInfo);\n", "    StopTask(_strTaskId);\n"),
+          scenario="loop-against-removal", strategy="random",
+          seen="the callable of A outlives its removal"),
+    fault("a removal looks for more on a pool that is gone", TASKS,
+          ("i < LATE_ROUNDS && LoadInstance() == this;", "i < LATE_ROUNDS;"),
+          scenario="captured-object-ends-the-pool", strategy="random",
+          seen="freed memory is"),
+
+    fault("what tasks submit while they are removed is waited for one by one", TASKS,
+          ("        RemoveTasks(lstTaskIds, tpLimit, _iPollsLeft);", "        RemoveTasks(lstTaskIds, NO_LIMIT, _iPollsLeft);"),
+          scenario="remove-owner-of-a-chain", strategy="random",
+          seen="the removal of a chain takes too long"),
+    fault("a removed loop task is listed by its submission", TASKS,
+          ("        if (pTask->IsRemoved())\n", "        if (false)\n"),
+          scenario="loop-removed-while-submitted", strategy="pct3",
+          seen="the loop list keeps its id"),
+    fault("a removal looks at the loop list before it marks the task", TASKS,
+          ("        if (pTask)\n        {\n            pTask->SetRemoved();\n        }\n        ForgetLoopTask(_strTaskId);\n",
+           "        ForgetLoopTask(_strTaskId);\n        if (pTask)\n        {\n            pTask->SetRemoved();\n        }\n"),
+          scenario="loop-removed-while-submitted", strategy="pct3",
+          seen="the loop list keeps its id"),
+
+    # Submission and dispatch.
+    fault("two locks are held to note an owner", TASKS,
+          ("    const CLS_LockGuard lock(m_mtxTmpTasks);\n    auto itTasks",
+           "    const CLS_LockGuard lockQueue(m_mtxWaitingTasks);\n    const CLS_LockGuard lock(m_mtxTmpTasks);\n"
+           "    auto itTasks"),
+          scenario="submit-and-run", strategy="random",
+          seen="a thread holds two locks of the pool"),
+    fault("the owner maps name different owners", TASKS,
+          (".position->second = _pObj;", ".position->second = this;"),
+          scenario="submit-and-run", strategy="random",
+          seen="the owner maps disagree"),
+    fault("a task that has run keeps its owner", DISPATCH,
+          ("    RemoveTmpTask(strTaskId);\n", ""),
+          scenario="submit-and-run", strategy="random",
+          seen="a task that has run keeps its owner"),
+    fault("an owner is noted before the queueing", TASKS,
+          ("        AddWaitingTasks(strTaskId);\n        // The task may have run by now. Its owner is noted all the "
+           "same.\n        AddOwnedTask(strTaskId, _pObj);\n",
+           "        AddOwnedTask(strTaskId, _pObj);\n        AddWaitingTasks(strTaskId);\n"),
+          scenario="submit-and-run", strategy="random",
+          seen="a task has an owner before it was queued"),
+    fault("the queue is copied, and cleared a moment later", DISPATCH,
+          ("    std::vector<std::string> vecBatch;\n    CLS_WaitGuard lock(m_mtxWaitingTasks);\n"
+           "    while (m_vecWaitingTasks.empty() && m_lstWaitingOverflow.empty() && m_bRun)\n    {\n"
+           "        m_cvWaitingTasks.wait_for(lock.GetLock(), QUEUE_WAIT);\n    }\n"
+           "    vecBatch.swap(m_vecWaitingTasks);\n    _lstOverflow.swap(m_lstWaitingOverflow);\n",
+           "    std::vector<std::string> vecBatch;\n    {\n        CLS_WaitGuard lock(m_mtxWaitingTasks);\n"
+           "        while (m_vecWaitingTasks.empty() && m_bRun)\n        {\n"
+           "            m_cvWaitingTasks.wait_for(lock.GetLock(), QUEUE_WAIT);\n        }\n"
+           "        vecBatch = m_vecWaitingTasks;\n    }\n"
+           "    const CLS_LockGuard lock(m_mtxWaitingTasks);\n    m_vecWaitingTasks.clear();\n"),
+          scenario="two-submitters", strategy="random",
+          seen=("A was queued 1 times and ran 0", "B was queued 1 times and ran 0")),
+    fault("the report of a busy pool comes at the ninety-first attempt", DISPATCH,
+          ("RETRIES_PER_REPORT = 90;", "RETRIES_PER_REPORT = 91;"),
+          scenario="busy-report", strategy="random",
+          seen="the report comes at another time"),
+
+    # Workers.
+    fault("the idle list is not sorted", DISPATCH,
+          ("    m_vecIdleThreads.insert(itBehind, _pThread);\n",
+           "    static_cast<void>(itBehind);\n    m_vecIdleThreads.push_back(_pThread);\n"),
+          scenario="two-submitters", strategy="random",
+          seen="the idle list is out of order"),
+    fault("a worker is put on the idle list twice", DISPATCH,
+          ("    AddIdleThread(_pThread);\n}", "    AddIdleThread(_pThread);\n    AddIdleThread(_pThread);\n}"),
+          scenario="submit-and-run", strategy="random",
+          seen="a worker is on the idle list twice"),
+    fault("a worker is idle before it is unbound", DISPATCH,
+          ("    UnbindTask(_pThread);\n    if (!m_bRun)", "    if (!m_bRun)"),
+          ("    AddIdleThread(_pThread);\n}", "    AddIdleThread(_pThread);\n    UnbindTask(_pThread);\n}"),
+          scenario="submit-and-run", strategy="random",
+          seen="a worker is idle and bound"),
+    fault("the limit of workers is compared with >", START,
+          ("m_iMaxThread >= GetTaskThreadNum()", "m_iMaxThread > GetTaskThreadNum()"),
+          scenario="worker-limit", strategy="random",
+          seen="B begins late"),
+    fault("retirement looks, and takes off the list a moment later", SERVICE,
+          ("    for (CLS_TaskThread* const pThread : TakeOverrunThreads())\n    {\n        RetireThread(pThread);\n",
+           "    std::vector<CLS_TaskThread*> vecIdle;\n    {\n"
+           "        const CLS_LockGuard lock(m_mtxIdleThreads);\n        vecIdle = m_vecIdleThreads;\n    }\n"
+           "    for (CLS_TaskThread* const pThread : vecIdle)\n    {\n"
+           "        ForgetWorker(pThread);\n        RetireThread(pThread);\n"),
+          scenario="retire-against-next-attempt", strategy="random",
+          seen="a worker is freed while it is idle"),
+    fault("a worker is freed before it is unregistered", SERVICE,
+          ("        const std::string strTaskId = UnregisterThread(_pThread);\n"
+           "        const std::unique_ptr<CLS_TaskThread> pThread(_pThread);\n",
+           "        const int iOrderId = _pThread->GetOrderId();\n        delete _pThread;\n"
+           "        const std::string strTaskId = UnregisterThread(_pThread);\n"),
+          ('"delete pThread - " << _pThread->GetOrderId();', '"delete pThread - " << iOrderId;'),
+          scenario="retire-against-hand-over", strategy="random",
+          seen="a worker is freed before it is unregistered"),
+    fault("a worker's last activity is its beginning", WORKER,
+          ("        m_tpLastActive.store(std::chrono::steady_clock::now(), std::memory_order_relaxed);\n", ""),
+          scenario="watchdog-retires", strategy="random",
+          seen="not one worker retires"),
+
+    # Loop tasks.
+    fault("a changed interval is ignored", TASK,
+          ("    ++s_uiIntervalChanges;\n", ""),
+          scenario="loop-with-changed-interval", strategy="random",
+          seen="the shorter interval is ignored"),
+    fault("a loop task is due when more than its interval has passed", TASK,
+          ("(std::memory_order_relaxed)) >= m_iLoopInterval", "(std::memory_order_relaxed)) > m_iLoopInterval"),
+          scenario="loop-goes-on", strategy="random",
+          seen="A runs too seldom"),
+    fault("a loop task that executes counts as due", TASK,
+          ("    if (m_iTaskStatus > TASK_STATUS_IDLE || !m_bValid)\n    {\n        return false;",
+           "    if (!m_bValid)\n    {\n        return false;"),
+          scenario="loop-with-long-runs", strategy="random",
+          seen="A overlaps itself"),
+    fault("the end of a run is stored after the status", TASK,
+          ("        m_clsTask.m_tpLastRun.store(std::chrono::steady_clock::now(), std::memory_order_relaxed);\n"
+           "        m_clsTask.m_iTaskStatus.exchange(TASK_STATUS_IDLE);\n",
+           "        m_clsTask.m_iTaskStatus.exchange(TASK_STATUS_IDLE);\n"
+           "        m_clsTask.m_tpLastRun.store(std::chrono::steady_clock::now(), std::memory_order_relaxed);\n"),
+          scenario="loop-ends-when-looked-at", strategy="pct3",
+          seen="A begins early"),
+
+    # The end of the pool.
+    fault("the end of the pool does not wait for last steps", SHUTDOWN,
+          ("Close(bOverrun ? tpBegin : tpBegin + RUN_LIMIT)", "Close(bOverrun ? tpBegin : tpBegin + 0 * RUN_LIMIT)"),
+          scenario="end-waits-for-removed", strategy="random",
+          seen="A still runs"),
+    fault("a worker is freed before its thread has ended", WORKER,
+          ("        m_pThread->join();\n", "        m_pThread->detach();\n"),
+          scenario="submit-and-run", strategy="random",
+          seen=("a lock is freed that somebody holds", "freed memory is")),
+    fault("a worker that was left behind goes on in the pool", GATE,
+          ("    return !m_bAbandoned;\n}\n\n/// Whether neither", "    return true;\n}\n\n/// Whether neither"),
+          scenario="end-with-overrun", strategy="random",
+          seen="freed memory is"),
+    fault("a worker that was left behind is never freed", WORKER,
+          ("        delete this;\n", ""),
+          scenario="end-with-overrun", strategy="random",
+          seen="2 blocks of memory are left"),
+    fault("the end of the pool stops no task", SHUTDOWN,
+          ("        EndWorkers(vecOverrun);\n", "        EndWorkers({});\n"),
+          ("vecOverrun = StopBoundTasks(_clsClaim);", "vecOverrun;"),
+          scenario="end-with-one-task", strategy="random",
+          seen="A was not stopped by the end of the pool"),
+    fault("the other end of the pool stops no task", SHUTDOWN,
+          ("    if (EndPool(clsClaim))\n    {\n        // A record", "    if (m_pInstance == nullptr)\n    {\n        // A record"),
+          scenario="end-with-one-task", strategy="random",
+          seen="A was not stopped by the end of the pool"),
+    fault("the end of the pool stops tasks under a lock", SHUTDOWN,
+          ("    for (const auto& [pThread, strTaskId] : CopyBindings())\n",
+           "    const CLS_SharedGuard lock(m_smThreadTaskLock);\n"
+           "    for (const auto& [pThread, strTaskId] : m_mapThreadTask)\n"),
+          scenario="end-with-one-task", strategy="random",
+          seen="a task is stopped under a lock of the pool"),
+    fault("a worker goes idle after the end has begun", DISPATCH,
+          ("    if (!m_bRun)\n    {\n        return;\n    }\n    RemoveTmpTask", "    RemoveTmpTask"),
+          scenario="end-with-one-task", strategy="random",
+          seen="a worker goes idle after the end has begun"),
+
+    # Two threads that end the pool.
+    fault("a shutdown is claimed later, with its second step", CLAIM,
+          ("        pLife->m_bClaimed = true;\n", ""),
+          ("    m_pLife->m_tpStepLimit = ", "    m_pLife->m_bClaimed = true;\n    m_pLife->m_tpStepLimit = "),
+          scenario="end-by-two-tasks-kill", strategy="random",
+          seen=("the pool is ended twice", "freed memory is", "a call does not return", "crash: signal")),
+    fault("a host does not wait for another thread's shutdown", CLAIM,
+          ("if (pLife->IsOwnThread(idSelf) || ", "if (pLife->m_bClaimed || "),
+          scenario="end-by-two-hosts", strategy="random",
+          seen="a host's call returns before the pool has ended"),
+    fault("a task waits for the shutdown that waits for it", CLAIM,
+          (" || m_setThreads.count(_idThread) > 0;", ";"),
+          scenario="end-by-host-and-task", strategy="random",
+          seen="a task's call waits"),
+    fault("a call touches a pool that is gone", CLAIM,
+          ("    if (!pLife->m_bGone)\n", "    if (pLife)\n"),
+          scenario="end-by-two-hosts-kill", strategy="random",
+          seen=("freed memory is", "the pool is ended twice")),
+
+    # Records while the logging library is opened.
+    fault("records are dropped while the library is opened", BINDING,
+          ("            Keep(lstOne);\n", ""),
+          scenario="records-during-the-opening", strategy="random",
+          seen=("a record is lost", "a record overtakes an earlier one")),
+    fault("a record waits while the library is opened", BINDING,
+          ("clsTurn(m_clsTurn, std::try_to_lock);", "clsTurn(m_clsTurn);"),
+          scenario="records-during-the-opening", strategy="random",
+          seen="a record waits for the opening"),
+    fault("a record opens the library again", BINDING,
+          (' || FindBound("PrintLog", pFunction)', ""),
+          scenario="records-during-the-opening", strategy="random",
+          seen="the library is opened again"),
+    fault("a record does not look for the one in hand", BINDING,
+          ("m_idInHand == idSelf && m_idHandsOver != idSelf;", "false;"),
+          scenario="records-during-the-opening", strategy="random",
+          seen="a record overtakes an earlier one"),
+    fault("a thread leaves its later records to the one that hands over", BINDING,
+          ("            m_lstOwn.splice(m_lstOwn.end(), m_lstKept, itOwn);\n",
+           "            m_lstOwn.splice(m_lstOwn.end(), m_lstKept, itOwn);\n            break;\n"),
+          scenario="records-during-the-opening", strategy="random",
+          seen="a record overtakes an earlier one"),
+
+    # The host kit: closing, and records.
+    fault("a run of the kit ends without a notification", KIT + "PoolHubRuns.h",
+          ("m_bFailed ? 1U : 0U;\n    clsGroup.m_cvRuns.notify_all();\n", "m_bFailed ? 1U : 0U;\n"),
+          scenario="kit-remove-owner", strategy="random",
+          seen="the removal"),
+    fault("a removal of the kit does not wait for runs", KIT + "PoolHubRuns.h",
+          ("        return !bWait;\n", "        return true;\n"),
+          scenario="kit-remove-owner", strategy="random",
+          seen=("the removal says that something runs", "the other removal gives up")),
+    fault("tasks are taken during a removal of the kit", KIT + "PoolHubTasks.h",
+          (" && _clsGroup.m_iRemovals == 0;", ";"),
+          scenario="kit-remove-owner-whose-task-submits", strategy="random",
+          seen="a task is taken during the removal"),
+    fault("a removal of the kit raises no token", KIT + "PoolHubTasks.h",
+          ("        if (pStop)\n        {\n            pStop->Request();\n        }\n    }\n    lock.lock();\n",
+           "    }\n    lock.lock();\n"),
+          scenario="kit-remove-owner-whose-task-submits", strategy="random",
+          seen="the removal gives up"),
+    fault("a loop task of the kit is over before its callable is gone", KIT + "PoolHubLoops.h",
+          ("        clsTask.DestroyCallable();\n", ""),
+          scenario="kit-remove-loop-twice", strategy="random",
+          seen="the callable of A outlives its removal"),
+    fault("a worker of the kit leaves its record", KIT + "PoolHubWorkers.h",
+          ("    SweepRecords(lock);\n    FinishRecord(_pRecord);\n", "    SweepRecords(lock);\n"),
+          scenario="kit-keeps-few-records", strategy="random",
+          seen="records are left"),
+    fault("the kit's heartbeat removes no records", KIT + "PoolHubWorkers.h",
+          ("    ++m_iInside;\n    SweepRecords(lock);\n", "    ++m_iInside;\n"),
+          scenario="kit-keeps-few-records", strategy="random",
+          seen="records are left"),
+]

@@ -1,0 +1,269 @@
+// The pool as a host uses it through the host kit.
+
+#include "QuenHost/CLS_LoopTask.h"
+#include "QuenHost/CLS_TaskOwner.h"
+#include "verify/schedules/pool/Marks.h"
+#include "verify/schedules/pool/Names.h"
+#include "verify/schedules/pool/Scenarios.h"
+#include "verify/schedules/pool/World.h"
+
+#include <optional>
+
+namespace
+{
+constexpr const char* RECORD_SWEPT = "a record goes while the scope lives";
+
+/// A scope with a pool of its own, which ends with it and leaves nothing.
+class CLS_KitWorld
+{
+public:
+    CLS_KitWorld()
+    {
+        const Names::CLS_ServiceScope clsScope;
+        m_clsPool.emplace(CLS_PoolLibrary::Linked());
+    }
+
+    const CLS_PoolScope& Pool() const { return *m_clsPool; }
+
+    /// A one-shot task that must begin at once.
+    static void Submit(CLS_TaskOwner& _clsOwner, ST_Job& _stJob)
+    {
+        ++_stJob.m_iQueued;
+        _stJob.m_nsQueued = CLS_World::GetTime();
+        Require(_clsOwner.Submit(CLS_World::MakeCallable(_stJob), _stJob.m_strName), "the kit takes no task");
+    }
+
+    static std::size_t CountRecords()
+    {
+        const std::shared_lock<std::shared_mutex> lock(CLS_Task::m_smTaskDataLock);
+        return CLS_Task::m_mapTaskData.size();
+    }
+
+    void End()
+    {
+        m_clsPool.reset();
+        Require(CLS_QuenTaskPool::m_pInstance == nullptr, "the pool survives the scope");
+        CLS_World::RequireTimely(CountRecords() == 0, "the scope leaves records");
+        CLS_World::RequireNobodyLeft();
+    }
+
+private:
+    std::optional<CLS_PoolScope> m_clsPool;
+};
+
+/// Removes, which takes as long as the runs in progress and no more.
+template <typename T_Remove>
+void Remove(T_Remove _funRemove, const std::vector<ST_Job*>& _vecJobs)
+{
+    const auto nsBegin = CLS_World::GetTime();
+    std::chrono::nanoseconds nsMost = 0ns;
+    for (ST_Job* const pJob : _vecJobs)
+    {
+        pJob->m_nsLastBeginning = nsBegin;
+        // A run that is about to begin is waited for, too.
+        nsMost = std::max(nsMost, pJob->m_iEnded < pJob->m_iQueued ? pJob->m_nsLength : 0ns);
+        nsMost = pJob->m_iInterval >= 0 ? pJob->m_nsLength : nsMost;
+    }
+    CLS_World::RequireTimely(_funRemove(), "the removal says that something runs");
+    for (ST_Job* const pJob : _vecJobs)
+    {
+        pJob->m_bRemoved = true;
+        CLS_World::RequireTimely(pJob->m_iBegun == pJob->m_iEnded, pJob->m_strName + " still runs");
+        CLS_World::RequireTimely(pJob->m_bDestroyed,
+                                 "the callable of " + pJob->m_strName + " outlives its removal");
+        Marks::Reach(pJob->m_nsEnded > nsBegin ? CLS_World::RUN_MET
+                     : pJob->m_iBegun == 0     ? CLS_World::RUN_FORESTALLED
+                                               : "a run was over");
+    }
+    const auto nsTaken = CLS_World::GetTime() - nsBegin;
+    CLS_World::RequireTimely(nsTaken <= nsMost, "the removal takes " + std::to_string(nsTaken / 1us) +
+                                                    " us, more than " + std::to_string(nsMost / 1us));
+}
+
+/// An owner's end at every moment of its tasks' road, by one thread or two.
+void KitRemoveOwner()
+{
+    CLS_World clsWorld;
+    CLS_KitWorld clsKit;
+    {
+        CLS_TaskOwner clsOwner(clsKit.Pool(), "owner");
+        ST_Job& stShort = clsWorld.MakeJob("A");
+        ST_Job& stLong = clsWorld.MakeJob("B", 5ms);
+        CLS_KitWorld::Submit(clsOwner, stShort);
+        CLS_KitWorld::Submit(clsOwner, stLong);
+        CLS_World::GiveWay();
+        std::this_thread::sleep_for(2ms * CLS_World::Choose(4));
+        std::optional<std::thread> thrOther;
+        if (CLS_World::Choose(2) == 1)
+        {
+            thrOther.emplace(
+                [&] { CLS_World::RequireTimely(clsOwner.RemoveTasks(), "the other removal gives up"); });
+        }
+        Remove([&] { return clsOwner.RemoveTasks(); }, {&stShort, &stLong});
+        if (thrOther)
+        {
+            thrOther->join();
+        }
+        ST_Job& stNext = clsWorld.MakeJob("C");
+        CLS_KitWorld::Submit(clsOwner, stNext);
+        clsWorld.Settle();
+        Require(stNext.m_iEnded == 1, "the owner's next task does not run");
+    }
+    clsKit.End();
+}
+
+/// A task submits another one for its owner while it is removed, and the run looks at its token.
+void KitRemoveOwnerWhoseTaskSubmits()
+{
+    CLS_World clsWorld;
+    CLS_KitWorld clsKit;
+    {
+        CLS_TaskOwner clsOwner(clsKit.Pool(), "owner", [](const ST_TaskFailure&) {});
+        ST_Job& stSecond = clsWorld.MakeJob("B");
+        std::atomic<bool> bStarted{false};
+        std::atomic<bool> bRemoving{false};
+        const auto funFirst = [&](const CLS_StopToken& _clsToken)
+        {
+            bStarted = true;
+            CLS_World::RequireTimely(!_clsToken.SleepFor(1000s), "the token does not wake the task");
+            const bool bTaken = clsOwner.Submit(CLS_World::MakeCallable(stSecond), "B");
+            Require(!bTaken, "a task is taken during the removal");
+        };
+        Require(clsOwner.Submit(funFirst, "A"), "the kit takes no task");
+        while (!bStarted)
+        {
+            std::this_thread::sleep_for(1ms);
+        }
+        CLS_World::GiveWay();
+        const auto nsBegin = CLS_World::GetTime();
+        CLS_World::RequireTimely(clsOwner.RemoveTasks(), "the removal gives up");
+        CLS_World::RequireTimely(CLS_World::GetTime() == nsBegin, "the removal waits for the sleep");
+        stSecond.m_bRemoved = true;
+        std::this_thread::sleep_for(5ms);
+    }
+    clsKit.End();
+}
+
+/// Two removals of a loop task meet: one by another thread or by the task's own run, and one by this thread,
+/// which finds nothing left of the task.
+void KitRemoveLoopTwice()
+{
+    CLS_World clsWorld;
+    CLS_KitWorld clsKit;
+    {
+        ST_Job& stLoop = clsWorld.MakeJob("A", 5ms);
+        stLoop.m_iInterval = 1000;
+        const bool bByItself = CLS_World::Choose(2) == 1;
+        std::optional<CLS_LoopTask> optLoop;
+        std::atomic<bool> bMade{false};
+        stLoop.m_funWork = [&]
+        {
+            if (bByItself && bMade)
+            {
+                Marks::Reach("a run removes its task");
+                CLS_World::RequireTimely(optLoop->Remove(), "the run's removal gives up");
+                CLS_World::GiveWay();
+            }
+        };
+        optLoop.emplace(clsKit.Pool(), CLS_World::MakeCallable(stLoop), 1000, "A");
+        bMade = true;
+        std::optional<std::thread> thrOther;
+        if (!bByItself)
+        {
+            thrOther.emplace([&]
+                             { CLS_World::RequireTimely(optLoop->Remove(), "the other removal gives up"); });
+        }
+        std::this_thread::sleep_for(1ms + 4ms * CLS_World::Choose(2));
+        CLS_World::GiveWay();
+        Remove([&] { return optLoop->Remove(); }, {&stLoop});
+        if (thrOther)
+        {
+            thrOther->join();
+        }
+    }
+    clsKit.End();
+}
+
+/// A loop task's end up to a second run and a little more.
+void KitRemoveLoop()
+{
+    CLS_World clsWorld;
+    CLS_KitWorld clsKit;
+    {
+        ST_Job& stLoop = clsWorld.MakeJob("A", 5ms);
+        stLoop.m_iInterval = 20;
+        CLS_LoopTask clsLoop(clsKit.Pool(), CLS_World::MakeCallable(stLoop), 20, "A");
+        Require(clsLoop.IsAdded(), "the kit takes no loop task");
+        std::this_thread::sleep_for(5ms * CLS_World::Choose(12) + 2ms * CLS_World::Choose(2));
+        CLS_World::GiveWay();
+        Remove([&] { return clsLoop.Remove(); }, {&stLoop});
+        std::this_thread::sleep_for(60ms);
+    }
+    clsKit.End();
+}
+
+/// Tasks come in bursts, by two threads, and each runs once; the records of the workers that leave go by
+/// themselves.
+void KitKeepsFewRecords()
+{
+    CLS_World clsWorld;
+    CLS_KitWorld clsKit;
+    {
+        CLS_TaskOwner clsOwner(clsKit.Pool(), "owner");
+        const auto funSubmit = [&](const std::string& _strName, std::chrono::nanoseconds _nsLength)
+        {
+            ST_Job& stJob = clsWorld.MakeJob(_strName, _nsLength);
+            stJob.m_bAtOnce = false;
+            CLS_KitWorld::Submit(clsOwner, stJob);
+        };
+        funSubmit("A", 20ms);
+        funSubmit("B", 0ns);
+        ST_Job& stOther = clsWorld.MakeJob("C", 7ms);
+        stOther.m_bAtOnce = false;
+        std::thread thrOther([&] { CLS_KitWorld::Submit(clsOwner, stOther); });
+        funSubmit("D", 0ns);
+        thrOther.join();
+        std::this_thread::sleep_for(200ms);
+        clsWorld.RequireAllRan();
+        // Idle workers leave after five seconds; a beat of the heartbeat later, their records are gone.
+        std::this_thread::sleep_for(8s);
+        CLS_World::RequireTimely(CLS_KitWorld::CountRecords() <= 1,
+                                 "records are left without the heartbeat's");
+        Marks::Reach(RECORD_SWEPT);
+        funSubmit("E", 0ns);
+        std::this_thread::sleep_for(200ms);
+        clsWorld.RequireAllRan();
+    }
+    clsKit.End();
+}
+
+/// The scope ends at any moment of its workers' road: none is in a call of the pool then, or makes another.
+void KitEndsAtEveryMoment()
+{
+    CLS_World clsWorld;
+    CLS_KitWorld clsKit;
+    {
+        CLS_TaskOwner clsOwner(clsKit.Pool(), "owner");
+        ST_Job& stFirst = clsWorld.MakeJob("A", 20ms * CLS_World::Choose(2));
+        ST_Job& stSecond = clsWorld.MakeJob("B");
+        stFirst.m_bAtOnce = stSecond.m_bAtOnce = false;
+        CLS_KitWorld::Submit(clsOwner, stFirst);
+        CLS_KitWorld::Submit(clsOwner, stSecond);
+        // A beat of the heartbeat comes at a second, a worker leaves at five.
+        std::this_thread::sleep_for(CLS_World::Choose(2) == 0 ? 0ms : 5000ms + 10ms * CLS_World::Choose(10));
+        CLS_World::GiveWay();
+    }
+    clsKit.End();
+}
+} // namespace
+
+Scenarios GetKitScenarios()
+{
+    const std::vector<std::string> vecBoth{CLS_World::RUN_MET, CLS_World::RUN_FORESTALLED};
+    return {{"kit-remove-owner", KitRemoveOwner, vecBoth},
+            {"kit-remove-owner-whose-task-submits", KitRemoveOwnerWhoseTaskSubmits, {}, false, 0ms, true},
+            {"kit-remove-loop", KitRemoveLoop, vecBoth},
+            {"kit-remove-loop-twice", KitRemoveLoopTwice, {CLS_World::RUN_MET, "a run removes its task"}},
+            {"kit-keeps-few-records", KitKeepsFewRecords, {RECORD_SWEPT}, false, 50ms, true},
+            {"kit-ends-at-every-moment", KitEndsAtEveryMoment, {}, false, 50ms, true}};
+}

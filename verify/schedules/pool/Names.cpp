@@ -1,0 +1,168 @@
+#include "verify/schedules/pool/Names.h"
+
+#include "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool.h"
+#include "verify/schedules/core/Memory.h"
+
+#include <array>
+#include <map>
+#include <set>
+
+namespace
+{
+constexpr std::array<const char*, 3> SERVICES{"dispatcher", "loop scheduler", "watchdog"};
+
+std::size_t s_uiService = SERVICES.size(); ///< the next one to be made
+int s_iPools = 0;
+int s_iWorkers = 0;
+int s_iHosts = 0;
+std::set<int> s_setDispatchers;
+
+// What was learnt; the objects may be gone, and are looked at for their members' addresses alone.
+std::map<const CLS_QuenTaskPool*, std::string> s_mapPools;
+std::map<const CLS_TaskThread*, std::string> s_mapWorkers;
+std::map<const CLS_Task*, std::string> s_mapTasks;
+
+/// Whether the place is in the member; if so, its name.
+template <typename Member>
+bool IsIn(const void* _pPlace, const Member& _clsMember)
+{
+    const auto* const pBegin = reinterpret_cast<const char*>(&_clsMember);
+    const auto* const pPlace = static_cast<const char*>(_pPlace);
+    return pPlace >= pBegin && pPlace < pBegin + sizeof(Member);
+}
+
+std::string NameMember(const void* _pPlace, const CLS_QuenTaskPool& _clsPool)
+{
+    return IsIn(_pPlace, _clsPool.m_mtxWaitingTasks)    ? "m_mtxWaitingTasks"
+           : IsIn(_pPlace, _clsPool.m_cvWaitingTasks)   ? "m_cvWaitingTasks"
+           : IsIn(_pPlace, _clsPool.m_smLoopTasksLock)  ? "m_smLoopTasksLock"
+           : IsIn(_pPlace, _clsPool.m_mtxTmpTasks)      ? "m_mtxTmpTasks"
+           : IsIn(_pPlace, _clsPool.m_mtxIdleThreads)   ? "m_mtxIdleThreads"
+           : IsIn(_pPlace, _clsPool.m_smThreadTaskLock) ? "m_smThreadTaskLock"
+           : IsIn(_pPlace, _clsPool.m_bRun)             ? "m_bRun"
+                                                        : "a member";
+}
+
+std::string NameMember(const void* _pPlace, const CLS_TaskThread& _clsWorker)
+{
+    return IsIn(_pPlace, _clsWorker.m_mtxFunction)            ? "m_mtxFunction"
+           : IsIn(_pPlace, _clsWorker.m_cvFunction)           ? "m_cvFunction"
+           : IsIn(_pPlace, _clsWorker.m_bRun)                 ? "m_bRun"
+           : IsIn(_pPlace, _clsWorker.m_iOrderId)             ? "m_iOrderId"
+           : IsIn(_pPlace, _clsWorker.m_tpLastActive)         ? "m_tpLastActive"
+           : IsIn(_pPlace, _clsWorker.m_clsRunGate.m_mtxGate) ? "m_mtxGate"
+           : IsIn(_pPlace, _clsWorker.m_clsRunGate.m_cvGate)  ? "m_cvGate"
+                                                              : "a member";
+}
+
+std::string NameMember(const void* _pPlace, const CLS_Task& _clsTask)
+{
+    return IsIn(_pPlace, _clsTask.m_iTaskStatus)     ? "m_iTaskStatus"
+           : IsIn(_pPlace, _clsTask.m_bValid)        ? "m_bValid"
+           : IsIn(_pPlace, _clsTask.m_iLoopInterval) ? "m_iLoopInterval"
+           : IsIn(_pPlace, _clsTask.m_tpLastRun)     ? "m_tpLastRun"
+           : IsIn(_pPlace, _clsTask.m_smParamLock)   ? "m_smParamLock"
+                                                     : "a member";
+}
+
+/// The member of the learnt object that the place is in; "" when it is in none.
+template <typename Object>
+std::string Find(const std::map<const Object*, std::string>& _mapLearnt, const void* _pPlace)
+{
+    for (const auto& [pObject, strName] : _mapLearnt)
+    {
+        if (IsIn(_pPlace, *pObject))
+        {
+            return NameMember(_pPlace, *pObject) + " of " + strName;
+        }
+    }
+    return "";
+}
+} // namespace
+
+namespace Names
+{
+CLS_ServiceScope::CLS_ServiceScope()
+{
+    s_uiService = 0;
+    ++s_iPools;
+}
+
+CLS_ServiceScope::~CLS_ServiceScope()
+{
+    s_uiService = SERVICES.size();
+}
+
+std::string NameThread(int _iThread, int _iMaker)
+{
+    if (s_uiService < SERVICES.size())
+    {
+        if (s_uiService == 0)
+        {
+            s_setDispatchers.insert(_iThread);
+        }
+        const std::string strPool = s_iPools > 1 ? " " + std::to_string(s_iPools) : "";
+        return SERVICES[s_uiService++] + strPool;
+    }
+    if (IsDispatcher(_iMaker))
+    {
+        return "worker " + std::to_string(s_iWorkers++);
+    }
+    return "host " + std::to_string(s_iHosts++);
+}
+
+void Learn()
+{
+    CLS_QuenTaskPool* const pPool = CLS_QuenTaskPool::m_pInstance;
+    if (pPool == nullptr || Memory::IsFreed(pPool))
+    {
+        return;
+    }
+    s_mapPools.try_emplace(pPool, "pool " + std::to_string(s_mapPools.size() + 1));
+    for (const auto& [pWorker, strTaskId] : pPool->m_mapThreadTask)
+    {
+        s_mapWorkers.try_emplace(pWorker, "worker " + std::to_string(s_mapWorkers.size()));
+    }
+    for (const auto& [strTaskId, pTask] : CLS_Task::m_mapTaskData)
+    {
+        if (s_mapTasks.count(pTask.get()) == 0)
+        {
+            s_mapTasks.try_emplace(pTask.get(), "task " + pTask->Param("callinfo").ToString());
+        }
+    }
+}
+
+std::string NameObject(const void* _pObject)
+{
+    if (_pObject == &CLS_Task::m_smTaskDataLock)
+    {
+        return "the registry's lock";
+    }
+    for (const std::string& strName :
+         {Find(s_mapPools, _pObject), Find(s_mapWorkers, _pObject), Find(s_mapTasks, _pObject)})
+    {
+        if (!strName.empty())
+        {
+            return strName;
+        }
+    }
+    return Memory::Describe(_pObject);
+}
+
+bool IsDispatcher(int _iThread)
+{
+    return s_setDispatchers.count(_iThread) > 0;
+}
+
+void Forget()
+{
+    s_uiService = SERVICES.size();
+    s_iPools = 0;
+    s_iWorkers = 0;
+    s_iHosts = 0;
+    s_setDispatchers.clear();
+    s_mapPools.clear();
+    s_mapWorkers.clear();
+    s_mapTasks.clear();
+}
+} // namespace Names

@@ -1,0 +1,32 @@
+#pragma once
+
+#include "verify/schedules/core/Scheduler.h"
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+/// A small program that uses the pool and asserts what must hold.
+struct ST_Scenario
+{
+    std::string m_strName;
+    void (*m_funBody)();
+    std::vector<std::string> m_vecMarks{};         ///< what its schedules must reach, together
+    bool m_bSmall = false;                         ///< small enough for an exhaustive search
+    std::chrono::nanoseconds m_nsShortestSleep{0}; ///< that of its threads; keeps waits of minutes short
+    bool m_bTimed = false;                         ///< all about moments: not for slow threads
+};
+
+using Scenarios = std::vector<ST_Scenario>;
+
+// By subject.
+Scenarios GetSubmissionScenarios();
+Scenarios GetRemovalScenarios();
+Scenarios GetLoopScenarios();
+Scenarios GetWorkerScenarios();
+Scenarios GetEndScenarios();
+Scenarios GetEndRaceScenarios();
+Scenarios GetLogScenarios();
+Scenarios GetKitScenarios();
+
+Scenarios GetAllScenarios();

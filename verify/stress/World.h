@@ -1,0 +1,88 @@
+#pragma once
+
+#include "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool.h"
+#include "verify/stress/Model.h"
+
+#include <array>
+#include <shared_mutex>
+
+/// An object of the host on whose behalf tasks run. Several threads submit for it; one at a time removes.
+struct ST_TaskOwner
+{
+    std::mutex m_mtxRemoval;         ///< held while the owner's tasks are removed
+    std::mutex m_mtxEntries;         ///< guards what follows
+    std::vector<Entry> m_vecEntries; ///< tasks submitted since the last removal
+    bool m_bRemoving = false;
+};
+
+/// A one-shot record that the host holds.
+struct ST_Held
+{
+    Entry m_pEntry;
+    std::mutex m_mtxTask; ///< held while the task is queued or removed; guards m_pTask
+    std::shared_ptr<CLS_Task> m_pTask;
+};
+
+/// A list that host threads share.
+template <typename Element>
+class CLS_SharedList
+{
+public:
+    void Add(const Element& _clsElement)
+    {
+        const std::lock_guard<std::mutex> lock(m_mtxList);
+        m_vecList.push_back(_clsElement);
+    }
+
+    /// A copy of the element that _uiDraw points at, counted round and round; takes it off the list if so
+    /// asked. An empty element when there is none.
+    Element Pick(std::uint64_t _uiDraw, bool _bTake)
+    {
+        const std::lock_guard<std::mutex> lock(m_mtxList);
+        if (m_vecList.empty())
+        {
+            return {};
+        }
+        const auto itElement = m_vecList.begin() + static_cast<std::ptrdiff_t>(_uiDraw % m_vecList.size());
+        Element clsElement = *itElement;
+        if (_bTake)
+        {
+            m_vecList.erase(itElement);
+        }
+        return clsElement;
+    }
+
+    std::size_t GetSize()
+    {
+        const std::lock_guard<std::mutex> lock(m_mtxList);
+        return m_vecList.size();
+    }
+
+    std::vector<Element> TakeAll()
+    {
+        const std::lock_guard<std::mutex> lock(m_mtxList);
+        return std::move(m_vecList);
+    }
+
+private:
+    std::mutex m_mtxList; ///< guards m_vecList
+    std::vector<Element> m_vecList;
+};
+
+/// The host: what its threads and its tasks share.
+struct ST_World
+{
+    explicit ST_World(std::uint64_t _uiSeed) : m_clsModel(_uiSeed) {}
+
+    static constexpr std::size_t OWNERS = 16;
+
+    CLS_Model m_clsModel;
+    std::array<ST_TaskOwner, OWNERS> m_arrOwners;
+    CLS_SharedList<Entry> m_clsLoops;
+    CLS_SharedList<std::shared_ptr<ST_Held>> m_clsHelds;
+
+    /// Held shared by a task while it calls the pool, which it must not do when the pool ends; held
+    /// exclusively while the pool ends.
+    std::shared_mutex m_smPoolUse;
+    std::atomic<bool> m_bPoolEnding{false}; ///< keeps tasks from asking for m_smPoolUse
+};

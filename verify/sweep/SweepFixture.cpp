@@ -1,0 +1,193 @@
+#include "verify/sweep/SweepFixture.h"
+
+#include <iostream>
+#include <set>
+
+namespace
+{
+int s_iOperations = 0;
+int s_iPoints = 0;
+
+/// Prints the sum of all sweeps at the program's end.
+class CLS_SweepReport : public ::testing::Environment
+{
+public:
+    void TearDown() override
+    {
+        std::cout << "swept in all: " << s_iPoints << " points of " << s_iOperations << " operations"
+                  << std::endl;
+    }
+};
+
+// Google Test destroys it.
+const ::testing::Environment* const s_pReport = ::testing::AddGlobalTestEnvironment(new CLS_SweepReport);
+
+void Report(const std::string& _strOperation, int _iPoints)
+{
+    std::cout << "swept " << _strOperation << ": " << _iPoints << " points" << std::endl;
+    ++s_iOperations;
+    s_iPoints += _iPoints;
+}
+
+/// The ids in the queue, each of them once.
+std::set<std::string> GetQueued(CLS_QuenTaskPool& _clsPool)
+{
+    std::set<std::string> setQueued;
+    for (const std::string& strTaskId : PoolView::GetQueue(_clsPool))
+    {
+        EXPECT_TRUE(setQueued.insert(strTaskId).second) << "queued twice";
+    }
+    return setQueued;
+}
+
+void ExpectOwnersAgree(CLS_QuenTaskPool& _clsPool)
+{
+    const std::map<std::string, void*> mapOwners = PoolView::GetOwners(_clsPool);
+    std::map<std::string, void*> mapExpected;
+    std::set<void*> setExpected;
+    for (const auto& [pOwner, lstTaskIds] : PoolView::GetOwned(_clsPool))
+    {
+        EXPECT_FALSE(lstTaskIds.empty()) << "an owner of nothing";
+        setExpected.insert(pOwner);
+        for (const std::string& strTaskId : lstTaskIds)
+        {
+            EXPECT_TRUE(mapExpected.emplace(strTaskId, pOwner).second) << "owned twice";
+        }
+    }
+    EXPECT_EQ(mapExpected, mapOwners);
+    EXPECT_EQ(setExpected, PoolView::GetCursorOwners(_clsPool));
+}
+
+void ExpectRegistryAgrees(const std::set<std::string>& _setQueued)
+{
+    const std::shared_lock<std::shared_mutex> lock(CLS_Task::m_smTaskDataLock);
+    for (const auto& [strTaskId, pTask] : CLS_Task::m_mapTaskData)
+    {
+        ASSERT_NE(nullptr, pTask);
+        EXPECT_EQ(strTaskId, pTask->GetId());
+        EXPECT_EQ(_setQueued.count(strTaskId) > 0, pTask->GetTaskStatus() == TASK_STATUS_WAITING);
+    }
+}
+
+void ExpectWorkersAgree(CLS_QuenTaskPool& _clsPool)
+{
+    const std::lock_guard<std::mutex> lock(_clsPool.m_mtxIdleThreads);
+    int iLastOrder = -1;
+    for (CLS_TaskThread* const pThread : _clsPool.m_vecIdleThreads)
+    {
+        EXPECT_LT(iLastOrder, pThread->GetOrderId());
+        iLastOrder = pThread->GetOrderId();
+        const std::shared_lock<std::shared_mutex> lockWorkers(_clsPool.m_smThreadTaskLock);
+        ASSERT_EQ(1U, _clsPool.m_mapThreadTask.count(pThread));
+        EXPECT_EQ("", _clsPool.m_mapThreadTask.at(pThread));
+    }
+}
+} // namespace
+
+bool CLS_SweepPoint::Fail(const std::function<void()>& _funOperate, std::thread::id _idThread)
+{
+    FailingMemory::FailAt(m_iAllocation, _idThread);
+    EXPECT_NO_THROW(_funOperate());
+    m_bFailed = FailingMemory::Stop();
+    return m_bFailed;
+}
+
+bool CLS_SweepPoint::FailAndThrow(const std::function<void()>& _funOperate)
+{
+    bool bThrown = false;
+    FailAndPerhapsThrow(_funOperate, bThrown);
+    EXPECT_EQ(m_bFailed, bThrown);
+    return m_bFailed;
+}
+
+bool CLS_SweepPoint::FailAndPerhapsThrow(const std::function<void()>& _funOperate, bool& _bThrown)
+{
+    return Fail(
+        [&]
+        {
+            try
+            {
+                _funOperate();
+            }
+            catch (const std::bad_alloc&)
+            {
+                _bThrown = true;
+            }
+        });
+}
+
+void CLS_SweepFixture::SetUp()
+{
+    CLS_ShutdownFixture::SetUp();
+    // Binds the logging library and starts what a sanitizer needs, so that no point is about that.
+    ::testing::internal::CaptureStdout();
+    Logger::GetModuleFun("PrintLog", "");
+    ::testing::internal::GetCapturedStdout();
+    CountThreads();
+}
+
+void CLS_SweepFixture::TearDown()
+{
+    FailingMemory::Stop();
+    CLS_ShutdownFixture::TearDown();
+}
+
+void CLS_SweepFixture::CleanUp()
+{
+    CLS_ShutdownFixture::TearDown();
+}
+
+void CLS_SweepFixture::Sweep(const std::string& _strOperation, int _iLeastPoints,
+                             const std::function<void(CLS_SweepPoint&)>& _funAttempt)
+{
+    long iLive = 0;
+    for (int iAllocation = 0;; ++iAllocation)
+    {
+        CLS_SweepPoint clsPoint(iAllocation);
+        {
+            SCOPED_TRACE("allocation " + std::to_string(iAllocation));
+            _funAttempt(clsPoint);
+            CleanUp();
+        }
+        ASSERT_FALSE(HasFailure()) << "at allocation " << iAllocation;
+        if (iAllocation == 0)
+        {
+            // The first attempt is untouched: it makes what is made once a process.
+            iLive = FailingMemory::GetLiveBlocks();
+            continue;
+        }
+        ASSERT_TRUE(WaitUntil([iLive] { return FailingMemory::GetLiveBlocks() == iLive; }))
+            << "allocation " << iAllocation << ": " << FailingMemory::GetLiveBlocks() - iLive
+            << " blocks are left";
+        if (!clsPoint.HasFailed())
+        {
+            Report(_strOperation, iAllocation - 1);
+            EXPECT_GE(iAllocation - 1, FailingMemory::REACHES_ALL ? _iLeastPoints : 0);
+            return;
+        }
+    }
+}
+
+void CLS_SweepFixture::ExpectConsistent(CLS_QuenTaskPool& _clsPool)
+{
+    const std::set<std::string> setQueued = GetQueued(_clsPool);
+    for (const std::string& strTaskId : setQueued)
+    {
+        EXPECT_TRUE(PoolView::IsRegistered(strTaskId));
+    }
+    for (const std::string& strTaskId : PoolView::GetLoopTasks(_clsPool))
+    {
+        EXPECT_TRUE(PoolView::IsRegistered(strTaskId));
+    }
+    ExpectOwnersAgree(_clsPool);
+    ExpectRegistryAgrees(setQueued);
+    ExpectWorkersAgree(_clsPool);
+}
+
+bool CLS_SweepFixture::RunsATask(CLS_QuenTaskPool& _clsPool)
+{
+    CLS_Gate clsRan;
+    const bool bAdded = _clsPool.AddTmpTask([&clsRan] { clsRan.Open(); }, this, CALL);
+    _clsPool.DispatchPass();
+    return bAdded && clsRan.Wait() && PoolView::WaitForAllIdle(_clsPool);
+}
