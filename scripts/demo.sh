@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds the library and runs the example host on real files: it hashes a directory
-# tree in the background. Arguments go to the host; see scripts/demo.sh --help.
+# Installs what is missing, builds the library and runs the example host on real files: it hashes a directory tree in
+# the background. Arguments go to the host; "scripts/demo.sh --help" lists them.
 set -euo pipefail
-root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+source "$(dirname "${BASH_SOURCE[0]}")/checks/common.sh"
 
-"$root/scripts/install.sh"
+need
 (
     cd "$root"
     cmake --preset release -DBUILD_TESTING=OFF

@@ -3,10 +3,11 @@
 #
 #   scripts/test.sh [PRESET] [ctest arguments]
 #
-# PRESET is one of CMakePresets.json: dev (the default), release, clang, asan, tsan, or macos-cross: the library
-# for macOS, built on Linux, its file checked, and all tests run where there is a loader for such programs.
+# PRESET is one of CMakePresets.json: dev (the default), release, clang, asan, tsan or macos-cross. macos-cross builds
+# for macOS on Linux, checks the library's file, and runs all tests if the loader for macOS programs can be built.
 set -euo pipefail
-cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source "$(dirname "${BASH_SOURCE[0]}")/checks/common.sh"
+cd "$root"
 
 preset=dev
 if [ $# -gt 0 ] && [ "${1#-}" = "$1" ]; then
@@ -15,18 +16,17 @@ if [ $# -gt 0 ] && [ "${1#-}" = "$1" ]; then
 fi
 
 case $preset in
-    clang | asan | tsan) scripts/install.sh checks ;;
+    clang | asan | tsan) need checks ;;
     macos-cross)
-        if ! scripts/install.sh macos; then
-            echo "Left out: everything for macOS: the packages for the build cannot be installed"
-            exit 1
-        fi
+        need macos || fail "the packages for the cross-build cannot be installed"
         exec scripts/checks/test-macos.sh "$@"
         ;;
-    *) scripts/install.sh ;;
+    *) need ;;
 esac
 
-jobs=$(getconf _NPROCESSORS_ONLN)
+log=build/$preset/Testing/Temporary/LastTest.log
 cmake --preset "$preset"
-cmake --build --preset "$preset" -j "$jobs"
-ctest --preset "$preset" -j "$jobs" "$@"
+cmake --build --preset "$preset" -j "$cores"
+rm -f "$log"
+ctest --preset "$preset" --no-tests=error -j "$cores" "$@"
+[ ! -e "$log" ] || record_figure "Tests, $preset" "$(grep -ac '^Test Passed\.' "$log" || true) passed"

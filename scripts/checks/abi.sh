@@ -1,23 +1,24 @@
 #!/usr/bin/env bash
-# Compares what the library offers to programs that were built earlier - the exported symbols, and the layout of
-# the exported classes - with the reference in abi/, and fails when there is any difference.
+# Compares the library's binary interface with the reference in abi/: the exported symbols and the layout of the
+# exported classes. Fails on any difference.
 #
 #   scripts/checks/abi.sh [--renew]
 #
-# --renew makes what the sources say now the reference; CHANGELOG.md then says what programs have to do. For
-# Debian 12: the reference is of g++ 12 and its C++ library.
+# --renew makes the current interface the reference; CHANGELOG.md must then tell users what to do. For Debian 12:
+# the reference depends on g++ 12 and its C++ library.
 set -euo pipefail
-cd "$(dirname "${BASH_SOURCE[0]}")/../.."
-scripts/install.sh abi
+source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+cd "$root"
+need abi
 
 reference=abi/libZelTaskPool.abi
 folder=build/abi
 found=$folder/libZelTaskPool.abi
 
-# A compiler leaves a base class with virtual functions out where it is only used, unless it is told not to.
+# Without -femit-class-debug-always, g++ omits a base class with virtual functions from files that only use it.
 cmake -S . -B "$folder" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_COMPILER=g++-12 \
     -DCMAKE_CXX_FLAGS="-g -femit-class-debug-always" -DBUILD_TESTING=OFF -DZEL_BUILD_EXAMPLES=OFF >/dev/null
-cmake --build "$folder" -j "$(getconf _NPROCESSORS_ONLN)" >"$folder/build.log" || {
+cmake --build "$folder" -j "$cores" >"$folder/build.log" || {
     tail -n 30 "$folder/build.log" >&2
     exit 1
 }
@@ -28,17 +29,18 @@ abidw --suppressions abi/exported.abignore --headers-dir QuenInclude --headers-d
 
 if [ "${1:-}" = --renew ]; then
     cp "$found" "$reference"
-    echo "The reference is renewed: $reference"
+    echo "Renewed the reference: $reference"
 elif abidiff --harmless "$reference" "$found" >"$folder/report.txt"; then
-    echo "The ABI is that of $reference"
+    echo "The ABI matches $reference"
 else
     abidiff --harmless --leaf-changes-only "$reference" "$found" >&2 || true
     cat >&2 <<'END'
-The ABI differs from abi/libZelTaskPool.abi: what programs that were built earlier see of the library has changed.
-build/abi/report.txt says which functions that concerns. If it is meant, raise the version in CMakeLists.txt, the
-major one if something went or moved, say in CHANGELOG.md what changed, and renew the reference with
+The ABI differs from abi/libZelTaskPool.abi, so programs built earlier may break. build/abi/report.txt lists the
+affected functions. If the change is intended:
 
-    scripts/checks/abi.sh --renew
+  1. Raise the version in CMakeLists.txt; raise the major version if anything was removed or moved.
+  2. Describe the change in CHANGELOG.md.
+  3. Renew the reference: scripts/checks/abi.sh --renew
 END
     exit 1
 fi

@@ -1,26 +1,24 @@
 #!/usr/bin/env bash
-# Builds with counters, runs the tests and fails when they leave out anything of the product: a function, a
-# line, a way a condition goes, or the proof that each condition decides by itself (MC/DC). What cannot be
-# reached is listed in verify/coverage/not-covered.txt with a reason each.
+# Builds with counters, runs the tests and fails if they miss any function, line or branch of the product, or too
+# many conditions (MC/DC). verify/coverage/not-covered.txt lists the permitted gaps and their reasons.
 #
 #   scripts/checks/coverage.sh [ctest arguments]
 #
-# For Linux. The counted lines stand in build/coverage/report.txt afterwards.
+# For Linux. build/coverage/report.txt shows the counts line by line.
 set -euo pipefail
-cd "$(dirname "${BASH_SOURCE[0]}")/../.."
-scripts/install.sh coverage
+source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+cd "$root"
+need coverage
 
 folder=build/coverage
-jobs=$(getconf _NPROCESSORS_ONLN)
 cmake --preset coverage
-cmake --build --preset coverage -j "$jobs" -- --quiet
+cmake --build --preset coverage -j "$cores" -- --quiet
 rm -rf "$folder/profiles"
-# What is reached by long or random tests alone does not count.
-# Of those that pass, the sum is enough.
-ctest --preset coverage -j "$jobs" -LE '^(slow|stress|soak)$' "$@" | grep -av '^ *Start \|   Passed  '
+# Lines that only long or random tests reach do not count. The filter drops the lines of tests that pass.
+ctest --preset coverage -j "$cores" -LE '^(slow|stress|soak)$' "$@" | grep -av '^ *Start \|   Passed  '
 
 llvm-profdata-19 merge -sparse -o "$folder/merged.profdata" "$folder"/profiles/*.profraw
-# The library comes first, so that what is in it is read from there.
+# llvm-cov reads a function from the first program that has it: the library comes first.
 programs=("$folder/bin/libZelTaskPool.so")
 for program in "$folder"/bin/tests/*Test; do
     programs+=(-object "$program")
@@ -29,20 +27,18 @@ read_profile()
 {
     llvm-cov-19 "$@" -instr-profile "$folder/merged.profdata" "${programs[@]}" -sources QuenInclude QuenPlugins
 }
-# What it cannot match with the counts, it leaves out. That is right for what one program does not use of a
-# header (hash 0): others do.
+# llvm-cov omits functions whose counts do not match. That is right only for the parts of a header that one program
+# does not use (hash 0): another program counts them.
 if read_profile report -dump 2>&1 | grep -a '^hash-mismatch' | grep -av 'hash = 0x0$'; then
-    echo "The counts are not of these programs" >&2
-    exit 1
+    fail "the counts belong to other programs; remove $folder and try again"
 fi
 read_profile export >"$folder/coverage.json"
 read_profile export -format lcov >"$folder/coverage.info"
 read_profile show -show-branches=count -show-mcdc >"$folder/report.txt"
-# A source that no program is built of has no lines that could be missing.
+# A source that no program contains has no lines, so it would have no gaps either.
 for source in QuenInclude/*.cpp QuenPlugins/*/*.cpp; do
-    if ! grep -qx "SF:$PWD/$source" "$folder/coverage.info"; then
-        echo "NOT COUNTED: $source" >&2
-        exit 1
-    fi
+    grep -qx "SF:$PWD/$source" "$folder/coverage.info" || fail "not counted: $source"
 done
-verify/coverage/check_coverage.py "$folder/coverage.json" "$folder/coverage.info" verify/coverage/not-covered.txt
+verify/coverage/check_coverage.py "$folder/coverage.json" "$folder/coverage.info" verify/coverage/not-covered.txt |
+    tee "$folder/summary.txt"
+record_figure "Coverage" "$(sed -n 's/ *$//; /%$/p' "$folder/summary.txt" | tr -s ' ' | paste -sd ';' | sed 's/;/; /g')"

@@ -1,24 +1,27 @@
 #!/usr/bin/env bash
-# Checks the documentation: every public operation is described (the reference is written to build/reference), every
-# block of code in the pages compiles, every command in them prints what they say, and every link, path and test that
-# they name is there.
+# Checks the documentation:
+#
+#   - Every public operation is described. The reference is written to build/reference.
+#   - Every link, path and test name in the pages exists.
+#   - Every code block compiles, and every command prints what the page shows.
 set -euo pipefail
-cd "$(dirname "${BASH_SOURCE[0]}")/../.."
-scripts/install.sh docs
-scripts/install.sh macos
+source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+cd "$root"
+need docs macos
 
 echo "Reference of $(git ls-files 'Quen*.h' | wc -l) headers"
-mkdir -p build
+mkdir -p build/docs
 doxygen
 
-echo "Links, paths and tests"
-/usr/bin/python3 scripts/checks/docs/check_links.py
+echo "Links, paths and test names"
+/usr/bin/python3 scripts/checks/docs/check_links.py | tee build/docs/links.txt
+record_figure "Documentation" "$(tail -n 1 build/docs/links.txt)"
 
-echo "Blocks of code, and commands"
+echo "Code blocks and commands"
 cmake --preset dev >/dev/null
-cmake --build --preset dev -j "$(getconf _NPROCESSORS_ONLN)" --target ZelTaskPool zel_log
+cmake --build --preset dev -j "$cores" --target ZelTaskPool zel_log
 cmake --install build/dev --prefix build/docs/prefix >/dev/null
 [ -e build/macos-sdk/usr/lib/libSystem.tbd ] || cmake/macos/make-sdk.sh
 rm -f build/host_kit*
 /usr/bin/python3 scripts/checks/docs/check_blocks.py
-echo "The documentation is sound"
+echo "The documentation is correct"

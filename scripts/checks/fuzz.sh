@@ -1,42 +1,41 @@
 #!/usr/bin/env bash
-# Builds the fuzzers (clang, with the sanitizers of the preset asan) and lets them run, as many at once as there
-# are cores. They start from verify/fuzz/corpus and what earlier runs kept in build/fuzz/corpus. An input that
-# breaks something is left in build/fuzz, and "build/fuzz/bin/tests/FUZZER INPUT" repeats it.
+# Builds the fuzzers (clang, with the sanitizers of the preset asan) and runs them, one on each core. They start from
+# verify/fuzz/corpus and from the inputs that earlier runs kept in build/fuzz/corpus.
 #
 #   scripts/checks/fuzz.sh [SECONDS [FUZZER...]]
 #
-# SECONDS is the time for each fuzzer, 60 by default; FUZZER is one of FuzzSplit, FuzzVariant, FuzzPool.
+# SECONDS is the time for each fuzzer, 60 by default. FUZZER is FuzzSplit, FuzzVariant or FuzzPool; all by default.
+# A failing input is left in build/fuzz; "build/fuzz/bin/tests/FUZZER INPUT" repeats the failure.
 set -euo pipefail
-cd "$(dirname "${BASH_SOURCE[0]}")/../.."
-scripts/install.sh checks
+source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+cd "$root"
+need checks
 
 limit=${1:-60}
 shift $(($# > 0 ? 1 : 0))
 if [ $# -eq 0 ]; then
     set -- FuzzSplit FuzzVariant FuzzPool
 fi
-
-jobs=$(getconf _NPROCESSORS_ONLN)
-cmake --preset fuzz >/dev/null
-cmake --build --preset fuzz -j "$jobs"
+build fuzz
 
 run_fuzzer()
 {
-    local fuzzer=$1 corpus kept log=build/fuzz/$1.log runs coverage
-    corpus=$(echo "${fuzzer#Fuzz}" | tr '[:upper:]' '[:lower:]')
-    kept=build/fuzz/corpus/$corpus
+    local fuzzer=$1 corpus inputs kept log=build/fuzz/$1.log runs coverage
+    corpus=verify/fuzz/corpus/$(echo "${fuzzer#Fuzz}" | tr '[:upper:]' '[:lower:]')
+    kept=build/fuzz/corpus/${corpus##*/}
     mkdir -p "$kept"
     if ! "build/fuzz/bin/tests/$fuzzer" -max_total_time="$limit" -timeout=120 -print_final_stats=1 \
-        -artifact_prefix="build/fuzz/$fuzzer-" "$kept" "verify/fuzz/corpus/$corpus" >"$log" 2>&1; then
+        -artifact_prefix="build/fuzz/$fuzzer-" "$kept" "$corpus" >"$log" 2>&1; then
         tail -50 "$log" >&2
-        echo "$fuzzer: broken, see $log" >&2
-        return 1
+        fail "$fuzzer found a failure, see $log"
     fi
+    inputs=$(find "$corpus" -type f | wc -l)
     runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log")
     coverage=$(sed -n 's/.* \(cov: [0-9]* ft: [0-9]*\) corp: \([0-9]*\).*/\1, \2 inputs kept/p' "$log" | tail -1)
-    echo "$fuzzer: $limit s, $runs runs, $coverage"
+    require_at_least "$inputs" "${runs:-0}" "runs of $fuzzer, which did not finish its corpus"
+    record_figure "$fuzzer" "$limit s, $runs runs, $coverage"
 }
 
-export limit
-export -f run_fuzzer
-printf '%s\n' "$@" | xargs -P "$jobs" -I{} bash -euo pipefail -c 'run_fuzzer {}'
+export limit figures command_line script
+export -f run_fuzzer fail record_figure require_at_least
+printf '%s\n' "$@" | xargs -P "$cores" -I{} bash -euo pipefail -c 'run_fuzzer {}'

@@ -1,36 +1,38 @@
 #!/usr/bin/env bash
-# Builds the tests (g++) and runs the unit tests under valgrind's memcheck: no invalid access, no use of what was
-# never written, nothing lost. No suppressions.
+# Builds the tests with g++ and runs the unit tests under valgrind's memcheck: no invalid access, no use of
+# uninitialised memory, no leak. No suppressions.
 #
 #   scripts/checks/memcheck.sh [PROGRAM...]
 #
-# PROGRAM is a test program, such as PoolLoopTest; all of them when none is named.
+# PROGRAM is a test program, such as PoolLoopTest; all unit tests by default.
 set -euo pipefail
-cd "$(dirname "${BASH_SOURCE[0]}")/../.."
-scripts/install.sh checks
+source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+cd "$root"
+need checks
 
-cmake --preset dev >/dev/null
-cmake --build --preset dev -j "$(getconf _NPROCESSORS_ONLN)"
+build dev
 folder=$PWD/build/dev/bin/tests
 
 if [ $# -eq 0 ]; then
+    least_programs=50 least_tests=700
     mapfile -t programs < <(ctest --preset dev -L '^unit$' -N -V |
         sed -n 's|^[0-9]*: Test command: .*/tests/\([A-Za-z]*\).*|\1|p' | sort -u)
 else
+    least_programs=1 least_tests=1
     programs=("$@")
 fi
 
-# Left out: a hundred thousand runs, which take it ten minutes; exceptions whose destructors throw, which the C++
-# runtime never frees; and a forked process, which ends with what its parent's threads own.
+# Excluded: a hundred thousand runs, which take ten minutes here; exceptions whose destructors throw, which the C++
+# runtime never frees; and a forked process, which exits with what its parent's threads own.
 filter=-PoolRemovalLoadTest.OneOwnerWithManyTasksSeesEachRunOnce
 filter+=:LogKeepingTest.AProcessThatIsForkedDuringTheOpeningDoesNotWaitForIt
 filter+=:TaskThrowTest.ExceptionThatGetsPastBothRecordsIsARunErrorAndTheWorkerGoesOn:*/WhoseDestructorThrows
 
-# check PROGRAM: prints a line that begins with "clean", and how many tests have passed, or with "NOT CLEAN".
+# check PROGRAM: prints "clean" or "NOT CLEAN", then how many tests passed.
 check()
 {
     local program=$1 log=build/dev/memcheck-$1.log start=$SECONDS result="NOT CLEAN" ran
-    # Some tests replace the allocation functions of their program: theirs stay in place (nouserintercepts).
+    # Some tests replace the allocation functions of their program; "nouserintercepts" leaves these in place.
     if timeout 600 valgrind --error-exitcode=99 --leak-check=full \
         --errors-for-leak-kinds=definite,indirect,possible --soname-synonyms=somalloc=nouserintercepts \
         --fair-sched=yes --quiet --log-file="$log" "$folder/$program" --gtest_filter="$filter" \
@@ -44,10 +46,11 @@ export -f check
 export folder filter
 
 results=build/dev/memcheck.txt
-printf '%s\n' "${programs[@]}" |
-    xargs -P "$(getconf _NPROCESSORS_ONLN)" -I '{}' bash -c 'check "$1"' _ '{}' | tee "$results"
-cases=$(awk '/^clean / { cases += $2 } END { print cases + 0 }' "$results")
+printf '%s\n' "${programs[@]}" | xargs -P "$cores" -I '{}' bash -c 'check "$1"' _ '{}' | tee "$results"
+tests=$(awk '/^clean / { tests += $2 } END { print tests + 0 }' "$results")
 clean=$(grep -c '^clean ' "$results" || true)
-echo "memcheck: $cases tests of $clean programs are clean, $((${#programs[@]} - clean)) programs are not" \
-    "(build/dev/memcheck-PROGRAM.log, .log.out)"
-[ "$clean" -eq "${#programs[@]}" ] && [ "$cases" -gt 0 ]
+[ "$clean" -eq "${#programs[@]}" ] ||
+    fail "$((${#programs[@]} - clean)) programs are not clean: see build/dev/memcheck-PROGRAM.log and .log.out"
+require_at_least "$least_programs" "$clean" "clean programs"
+require_at_least "$least_tests" "$tests" "clean tests"
+record_figure "memcheck" "$tests tests of $clean programs are clean"

@@ -1,32 +1,29 @@
 #!/usr/bin/env bash
-# Uses the pool for a long time, prints memory, descriptors and threads, and fails when they grow.
+# Uses the pool for a long time, prints memory, descriptors and threads, and fails if any of them grows.
 #
 #   scripts/checks/soak.sh [SECONDS] [TASKS]
 #   scripts/checks/soak.sh --kit [TASKS]
 #
-# By default for an hour, with ten million one-shot tasks an hour and 3000 loop tasks. --kit: ten million tasks, or
-# so many, as fast as they go through the host kit of a program that opens the library by name; draws the memory into
-# docs/pictures/kit-memory.svg.
+# By default one hour, with ten million one-shot tasks an hour and 3000 loop tasks.
+#
+# --kit sends ten million tasks, or TASKS, through the host kit at full speed, in a program that opens the library by
+# name. It draws the memory into docs/pictures/kit-memory.svg.
 set -euo pipefail
-cd "$(dirname "${BASH_SOURCE[0]}")/../.."
+source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+cd "$root"
 if [ "${1:-}" = --kit ]; then
-    scripts/install.sh bench
-    {
-        cmake --preset dev
-        cmake --build --preset dev --target ZelTaskPool zel_kit_soak_host
-    } >&2
+    need bench
+    build dev ZelTaskPool zel_kit_soak_host
     library=build/dev/bin/libZelTaskPool.so
     [ -e "$library" ] || library=${library%.so}.dylib
-    build/dev/bin/tests/zel_kit_soak_host "$library" "${2:-10000000}" \
-        | tee build/kit-memory.csv
+    build/dev/bin/tests/zel_kit_soak_host "$library" "${2:-10000000}" | tee build/kit-memory.csv
     exec /usr/bin/python3 verify/soak/draw_memory.py build/kit-memory.csv docs/pictures/kit-memory.svg
 fi
 seconds=${1:-3600}
 tasks=${2:-$((seconds * 10000000 / 3600))}
 
-scripts/install.sh
-{
-    cmake --preset dev
-    cmake --build --preset dev --target zel_soak_host
-} >&2
-exec build/dev/bin/tests/zel_soak_host --seconds "$seconds" --tasks "$tasks"
+need
+build dev zel_soak_host
+build/dev/bin/tests/zel_soak_host --seconds "$seconds" --tasks "$tasks" | tee build/dev/soak.txt
+record_figure "Soak" "$(awk '$1 + 0 > 0 { line = $0 } END { $0 = line
+    printf "%s s, %s tasks submitted, %s run, %s loop runs, %s KB on the heap", $1, $2, $3, $4, $7 }' build/dev/soak.txt)"

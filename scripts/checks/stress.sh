@@ -1,22 +1,27 @@
 #!/usr/bin/env bash
-# Does random things to the pool and holds the outcome against a model: first with one thread, then with four.
+# Performs random operations on the pool and compares the outcome with a model: first from one thread, then from four.
 #
 #   scripts/checks/stress.sh [PRESET] [SECONDS] [SEED]
 #
-# PRESET is one of CMakePresets.json: dev (the default), release, clang, asan, tsan. SECONDS, 60 by default,
-# are divided between the two. A seed that was printed repeats a run; without one, it is taken by chance.
+# PRESET is one of CMakePresets.json: dev (the default), release, clang, asan, tsan. The two runs share SECONDS, 60 by
+# default. A run prints its random seed; SEED repeats it.
 set -euo pipefail
-cd "$(dirname "${BASH_SOURCE[0]}")/../.."
+source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+cd "$root"
 preset=${1:-dev}
 seconds=${2:-60}
 seed=${3:-0}
 
 case $preset in
-    clang | asan | tsan) scripts/install.sh checks ;;
-    *) scripts/install.sh ;;
+    clang | asan | tsan) need checks ;;
+    *) need ;;
 esac
-cmake --preset "$preset"
-cmake --build --preset "$preset" --target zel_stress_host
+build "$preset" zel_stress_host
+log=build/$preset/stress.txt
 for threads in 1 4; do
-    "build/$preset/bin/tests/zel_stress_host" --threads "$threads" --seconds $((seconds / 2)) --seed "$seed"
+    "build/$preset/bin/tests/zel_stress_host" --threads "$threads" --seconds $((seconds / 2)) --seed "$seed" |
+        tee "$log"
+    counted=$(grep '^[0-9]* operations, ' "$log")
+    require_at_least $((seconds / 2 * 100)) "${counted%% *}" operations
+    record_figure "Stress, $preset, threads: $threads" "$counted"
 done

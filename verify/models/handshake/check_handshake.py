@@ -19,6 +19,7 @@ WAITING, RUNNING, IDLE = 1, 3, 0
 OPERATIONS = ("Running's store of RUNNING", "Running's read of the validity", "Running's store of IDLE",
               "Stop's store of the validity", "Stop's read of the status")
 STORES_IDLE = 2
+LEAST_EXECUTIONS = 5
 
 SOURCES = pathlib.Path(__file__).resolve().parents[3] / "QuenPlugins/ZelTaskPool"
 WORDS = r"\bm_(?:iTaskStatus|bValid)\b"
@@ -93,8 +94,10 @@ def find_other_accesses():
 
 def report(name, orders, looks=1):
     executions = find_all(orders, looks)
+    if len(executions) < LEAST_EXECUTIONS:
+        sys.exit("%s: only %d executions, expected at least %d" % (name, len(executions), LEAST_EXECUTIONS))
     bad = [execution for execution in executions if execution.races]
-    print("%-58s %3d executions, %2d violate it" % (name, len(executions), len(bad)))
+    print("%-58s %3d executions, %2d violations" % (name, len(executions), len(bad)))
     return bad
 
 

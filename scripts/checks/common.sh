@@ -1,0 +1,54 @@
+# What the checks share. A check sources this file, then changes to "$root".
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
+cores=$(getconf _NPROCESSORS_ONLN)
+figures=$root/build/figures.txt
+
+script=$(cd "$(dirname "$0")" && pwd)/${0##*/}
+command_line="${script#"$root"/}${*:+ $*}"
+
+# need WORD: installs what is missing for that purpose; scripts/install.sh lists the words.
+need()
+{
+    "$root/scripts/install.sh" "$@"
+}
+
+# fail WHY: ends the check.
+fail()
+{
+    echo "${script##*/}: $*" >&2
+    exit 1
+}
+
+# need_linux WHY: ends the check on any other system.
+need_linux()
+{
+    [ "$(uname -s)" = Linux ] || fail "needs Linux: $*"
+}
+
+# build PRESET [TARGET...]: configures and builds a preset. Prints to standard error; the check's results have
+# standard output to themselves.
+build()
+{
+    local preset=$1 targets=()
+    shift
+    [ $# -eq 0 ] || targets=(--target "$@")
+    {
+        cmake --preset "$preset"
+        cmake --build --preset "$preset" -j "$cores" ${targets[@]+"${targets[@]}"}
+    } >&2
+}
+
+# record_figure NAME FIGURE: prints what this run counted. Appends it, with the command, to build/figures.txt.
+record_figure()
+{
+    printf '%s: %s\n' "$1" "$2"
+    mkdir -p "${figures%/*}"
+    printf '%s | %s | %s\n' "$1" "$2" "$command_line" >>"$figures"
+}
+
+# require_at_least LEAST COUNT WHAT: ends the check when it counted too few.
+require_at_least()
+{
+    [ "$2" -ge "$1" ] || fail "only $2 $3, expected at least $1"
+}
