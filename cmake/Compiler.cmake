@@ -16,24 +16,24 @@ target_compile_options(zel_compiler INTERFACE
   $<$<BOOL:${ZEL_WERROR}>:-Werror>)
 
 if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
-  # The lock discipline of QuenInclude/ThreadSafety.h; no other compiler checks it. Programs that look inside
-  # classes say so with this property: a test knows when nobody else is there, and the compiler cannot.
+  # Checks the lock rules of QuenInclude/ThreadSafety.h; only clang can. Test programs that access private members set
+  # ZEL_LOOKS_INSIDE: a test knows when no other thread runs, the compiler does not.
   target_compile_options(zel_compiler INTERFACE
     "$<$<NOT:$<BOOL:$<TARGET_PROPERTY:ZEL_LOOKS_INSIDE>>>:-Wthread-safety;-Wthread-safety-beta>")
 endif()
 
-# What ships does not tell where it was built. Other builds do, for their debuggers.
+# Release builds do not reveal the build folder. Other builds keep it for the debugger.
 target_compile_options(zel_compiler INTERFACE
   "$<$<CONFIG:Release,MinSizeRel>:-ffile-prefix-map=${PROJECT_BINARY_DIR}=build;-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.>")
 
 if(APPLE)
-  # The debug symbols ship apart. They name the sources below a root, which a debugger maps to a checkout.
+  # The debug symbols ship separately. They name the sources below a root that a debugger maps to a checkout.
   target_compile_options(zel_compiler INTERFACE
     "$<$<CONFIG:Release,MinSizeRel>:-fdebug-prefix-map=${PROJECT_SOURCE_DIR}=/${PROJECT_NAME}>"
     "$<$<AND:$<CONFIG:Release,MinSizeRel>,$<BOOL:${ZEL_MACOS_SDK}>>:-fdebug-prefix-map=${ZEL_MACOS_SDK}=/macos-sdk>")
-  # An ad hoc signature in both parts of a universal file. It names no identity, but shows that the file is whole.
+  # An ad hoc signature in both parts of a universal file. It names no identity, but proves that the file is intact.
   add_link_options(LINKER:-adhoc_codesign)
-  # A linked file names its objects for dsymutil, here without the build folder and without their times.
+  # A linked file lists its objects for dsymutil. Omit the build folder and the timestamps.
   add_link_options("$<$<CONFIG:Release,MinSizeRel>:LINKER:-oso_prefix,${PROJECT_BINARY_DIR}/>")
   set(CMAKE_CXX_LINKER_LAUNCHER "${CMAKE_COMMAND}" -E env ZERO_AR_DATE=1)
 endif()
@@ -45,9 +45,9 @@ if(ZEL_SANITIZE)
 endif()
 
 if(ZEL_COVERAGE)
-  # One file a program, which its processes and the libraries that they open merge what they counted into.
+  # One file per program. All its processes, and the libraries that they open, merge their counts into it.
   set(ZEL_PROFILE "-fprofile-instr-generate=${PROJECT_BINARY_DIR}/profiles/%m.profraw")
-  # Many threads count, and a lost count would be a lost line.
+  # Many threads count at once. A lost count would look like a line that never ran.
   target_compile_options(zel_compiler INTERFACE
     "${ZEL_PROFILE}" -fcoverage-mapping -fcoverage-mcdc -fprofile-update=atomic
     "-fprofile-list=${PROJECT_SOURCE_DIR}/cmake/counted-sources.txt")
@@ -55,6 +55,6 @@ if(ZEL_COVERAGE)
 endif()
 
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-  # Unique symbols would pin a library in the process: a host could never unload it.
+  # Unique symbols would keep the library in the process: a host could never unload it.
   target_compile_options(zel_compiler INTERFACE -fno-gnu-unique)
 endif()

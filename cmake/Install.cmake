@@ -1,23 +1,23 @@
-# What "cmake --install" puts in place: the library, the headers, and what CMake and pkg-config find them by.
-# Nothing in it names the folder that it is installed to, so that the whole may be moved.
+# What "cmake --install" installs: the library, the headers, and the files for CMake and pkg-config. No file contains
+# the install folder, so the folder may be moved.
 
 include(CMakePackageConfigHelpers)
 
 set(ZEL_INSTALL_CMAKEDIR "${CMAKE_INSTALL_LIBDIR}/cmake/${PROJECT_NAME}")
 set(ZEL_INSTALL_PKGCONFIGDIR "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
 
-# Hosts open the library by its plain name, so that link is no business of developers alone.
+# Hosts open the library by its plain name at run time, so that link belongs to the runtime component.
 install(TARGETS ZelTaskPool zel_headers EXPORT ZelTaskPoolTargets
   LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT runtime NAMELINK_COMPONENT runtime)
 
-# Without what only the library's own sources include.
+# Headers that only the library's own sources include are left out.
 install(DIRECTORY QuenHost QuenInclude
   DESTINATION "${ZEL_INSTALL_INCLUDEDIR}" COMPONENT development FILES_MATCHING PATTERN "*.h")
 install(DIRECTORY QuenPlugins/ZelTaskPool
   DESTINATION "${ZEL_INSTALL_INCLUDEDIR}/QuenPlugins" COMPONENT development
   FILES_MATCHING PATTERN "*.h" PATTERN "TaskPoolRecord.h" EXCLUDE)
 
-# The pages, and what they point at, under the paths that they have here.
+# The pages and the files they link to, under the same paths as in the sources.
 set(ZEL_INSTALL_DOCUMENTATION "${CMAKE_INSTALL_DATADIR}/doc/${PROJECT_NAME}")
 install(FILES README.md CHANGELOG.md SECURITY.md
   DESTINATION "${ZEL_INSTALL_DOCUMENTATION}" COMPONENT documentation)

@@ -1,26 +1,25 @@
-# What a build may choose. Everything else is a constant of the code.
+# The options of a build. Everything else is a constant of the code.
 
 option(ZEL_BUILD_EXAMPLES "Build the example host and the example logging library" ON)
-option(ZEL_BUILD_FUZZERS "Build the fuzzers; for clang, see the preset \"fuzz\"" OFF)
-option(ZEL_BUILD_BENCHMARKS "Build the benchmarks; see the preset \"bench\"" OFF)
+option(ZEL_BUILD_FUZZERS "Build the fuzzers (clang only; see the preset \"fuzz\")" OFF)
+option(ZEL_BUILD_BENCHMARKS "Build the benchmarks (see the preset \"bench\")" OFF)
 option(ZEL_WERROR "Treat every compiler warning as an error" OFF)
-option(ZEL_INSTALL_LOG_LIBRARY "Install the example logging library, too; programs that find it get records" OFF)
+option(ZEL_INSTALL_LOG_LIBRARY "Also install the example logging library; programs that find it get log records" OFF)
 
-option(ZEL_CHECK_POOL_LOCKS "End the process when a thread takes a second one of the pool's locks" OFF)
-option(ZEL_COVERAGE "Count what is executed (clang); scripts/checks/coverage.sh reports it" OFF)
+option(ZEL_CHECK_POOL_LOCKS "Abort if a thread takes a second lock of the pool" OFF)
+option(ZEL_COVERAGE "Count what is executed (clang only; see scripts/checks/coverage.sh)" OFF)
 
 set(ZEL_SANITIZE "" CACHE STRING
-  "Sanitizers to build with, as -fsanitize= takes them: \"thread\" or \"address,undefined\"")
+  "Sanitizers, in the form of -fsanitize=: \"thread\" or \"address,undefined\"")
 set(ZEL_LOG_LIBRARY_NAME "libZelLog.dylib" CACHE STRING
-  "File name of the logging library that the pool looks for at run time")
+  "File name of the logging library that the pool opens at run time")
 set(ZEL_PACKAGE_MAINTAINER "No maintainer yet <nobody@nowhere.invalid>" CACHE STRING
-  "Who answers for the Debian packages, as NAME <ADDRESS>")
+  "Maintainer of the Debian packages, as NAME <ADDRESS>")
 
-# Everything that is run lies in one folder, so that programs find the libraries beside them.
+# All programs and libraries are in one folder, so that the programs find the libraries.
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
 
-# Everything that is installed lies in one of the usual folders; the headers in one of their own, for they are
-# included from its root.
+# Installed files go to the usual folders. The headers get a folder of their own: include paths start there.
 include(GNUInstallDirs)
 set(ZEL_INSTALL_INCLUDEDIR "${CMAKE_INSTALL_INCLUDEDIR}/${PROJECT_NAME}")

@@ -1,5 +1,5 @@
-# What cpack makes: a .tar.gz of all that is installed, and on Linux two Debian packages. scripts/package.sh makes
-# and tries them.
+# What cpack makes: a .tar.gz of everything that is installed and, on Linux, two Debian packages. scripts/package.sh
+# makes and tests them.
 
 set(CPACK_GENERATOR TGZ)
 set(CPACK_PACKAGE_VENDOR "${PROJECT_NAME}")
@@ -26,7 +26,7 @@ elseif(APPLE)
   else()
     set(CPACK_PACKAGE_FILE_NAME "${PROJECT_NAME}-${PROJECT_VERSION}-macOS-${CMAKE_SYSTEM_PROCESSOR}")
   endif()
-  # cpack's own way leaves the names of the objects in.
+  # cpack's own strip would keep the names of the objects.
   set(CPACK_STRIP_FILES OFF)
   set(CPACK_ZEL_STRIP "${CMAKE_STRIP}")
   list(PREPEND CPACK_PRE_BUILD_SCRIPTS "${CMAKE_CURRENT_LIST_DIR}/package/StripMacOS.cmake")

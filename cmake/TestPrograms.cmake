@@ -1,4 +1,4 @@
-# How a test program is made, and which of its tests are run.
+# How test programs are built, and which of their tests run.
 
 find_package(GTest REQUIRED)
 include(GoogleTest)
@@ -7,12 +7,12 @@ include(GoogleTest)
 set(ZEL_TESTS_RUN ON)
 if(CMAKE_CROSSCOMPILING AND NOT CMAKE_CROSSCOMPILING_EMULATOR)
   set(ZEL_TESTS_RUN OFF)
-  message(STATUS "The test programs are built and not run: there is no loader for them (ZEL_MACHRUN)")
+  message(STATUS "The test programs are built but do not run: there is no loader for them (ZEL_MACHRUN)")
 endif()
 
 # zel_discover_tests(PROGRAM LABEL TIMEOUT [FUNCTION...])
-# Registers each test of a program, with a limit in seconds. The loader puts the program's functions of these names
-# in front of the system's.
+# Registers each test of a program, with a timeout in seconds. Under the loader, the program's functions of these names
+# replace the system's.
 function(zel_discover_tests PROGRAM LABEL TIMEOUT)
   if(NOT ZEL_TESTS_RUN)
     return()
@@ -28,8 +28,8 @@ function(zel_discover_tests PROGRAM LABEL TIMEOUT)
 endfunction()
 
 # zel_discover_device_tests(PROGRAM LABEL TIMEOUT FILTER)
-# Registers tests of a program once more, to run with a C++ library that opens the random device as a file, as that
-# of older macOS does. GNU's always does.
+# Registers tests of a program a second time, with a C++ library that opens the random device as a file, as older macOS
+# does. GNU's library always does.
 function(zel_discover_device_tests PROGRAM LABEL TIMEOUT FILTER)
   if(NOT CMAKE_CROSSCOMPILING_EMULATOR)
     return()
@@ -43,9 +43,9 @@ function(zel_discover_device_tests PROGRAM LABEL TIMEOUT FILTER)
 endfunction()
 
 # zel_add_test(NAME SOURCE... [LABEL label] [TIMEOUT seconds] [INTERPOSE function...])
-# A test program that is linked with the product's objects and may look inside its classes. It defines the
-# functions after INTERPOSE and needs them in front of the system's in the C++ library, too. On Linux that is so by
-# itself, and the loader does it for programs for macOS; a Mac does not, so there is no such program there.
+# A test program that is linked with the product's objects and may access private members. It defines the functions
+# after INTERPOSE, which must replace the system's in the C++ library, too. Linux and the loader do so; a Mac does not,
+# so such programs are not built there.
 function(zel_add_test NAME)
   cmake_parse_arguments(ARG "" "LABEL;TIMEOUT" "INTERPOSE" ${ARGN})
   if(ARG_INTERPOSE AND APPLE AND NOT CMAKE_CROSSCOMPILING_EMULATOR)
@@ -59,16 +59,16 @@ function(zel_add_test NAME)
   endif()
   add_executable(${NAME} ${ARG_UNPARSED_ARGUMENTS})
   target_link_libraries(${NAME} PRIVATE zel_taskpool_objects quen_include zel_test_support GTest::gmock_main)
-  # The library's own sources stay optimised. The tests compile in half the time without.
+  # Without optimisation, the tests compile in half the time. The library's own sources stay optimised.
   target_compile_options(${NAME} PRIVATE -fno-access-control -O0)
-  # Programs that interpose functions of the system must offer them to the libraries that they load.
+  # Programs that replace system functions must export them to the libraries that they load.
   set_target_properties(${NAME} PROPERTIES ENABLE_EXPORTS ON ZEL_LOOKS_INSIDE ON)
   zel_discover_tests(${NAME} ${ARG_LABEL} ${ARG_TIMEOUT} ${ARG_INTERPOSE})
 endfunction()
 
 # zel_wrap_memory(NAME SYMBOL...)
-# Memory functions that a test program replaces. The sanitizers' runtimes bring their own, so there the linker
-# puts the test's in front.
+# Memory functions that a test program replaces. The sanitizers' runtimes define their own, so with a sanitizer the
+# linker redirects the calls.
 function(zel_wrap_memory NAME)
   if(ZEL_SANITIZE AND NOT APPLE)
     target_compile_definitions(${NAME} PRIVATE ZEL_TEST_WRAPPED_NEW)
@@ -78,29 +78,29 @@ function(zel_wrap_memory NAME)
 endfunction()
 
 # zel_use_classes(NAME)
-# A program that uses the library's classes from outside: their type information is not exported, and a
-# sanitizer must not ask for it.
+# A program that uses the library's classes from outside. Their type information is not exported, so the sanitizer
+# must not check it.
 function(zel_use_classes NAME)
   if(ZEL_SANITIZE MATCHES "undefined")
-    # A source's options come last, and the last one counts.
+    # The options of a source come last, and the last option wins.
     get_target_property(SOURCES ${NAME} SOURCES)
     set_property(SOURCE ${SOURCES} APPEND PROPERTY COMPILE_OPTIONS -fno-sanitize=vptr)
   endif()
 endfunction()
 
 # zel_fail_memory(NAME)
-# Lets a test program fail single allocations: see tests/support/FailingMemory.h.
+# Lets a test program make single allocations fail: see tests/support/FailingMemory.h.
 function(zel_fail_memory NAME)
   target_sources(${NAME} PRIVATE "${PROJECT_SOURCE_DIR}/tests/support/FailingMemory.cpp")
-  # The other sanitizers let a program bring its own operators.
+  # With the other sanitizers, a program may define its own operators.
   if(ZEL_SANITIZE MATCHES "thread")
     zel_wrap_memory(${NAME} _Znwm)
   endif()
 endfunction()
 
 # zel_hook_records(NAME SYMBOL...)
-# Leads the product's calls of a record's constructor and destructor to a test program. Where the linker cannot do
-# it, the program gets the product's sources compiled once more: see tests/support/HookedRecord.h.
+# Redirects the product's calls of a log record's constructor and destructor to a test program. If the linker cannot do
+# that, the product's sources are compiled again for the program: see tests/support/HookedRecord.h.
 function(zel_hook_records NAME)
   if(NOT APPLE)
     list(TRANSFORM ARGN PREPEND "LINKER:--wrap=")
@@ -129,7 +129,7 @@ function(zel_hook_records NAME)
 endfunction()
 
 # zel_exempt_records(NAME)
-# Leaves log records out of that: see tests/support/UnfailingRecords.cpp.
+# Exempts log records from failing allocations: see tests/support/UnfailingRecords.cpp.
 function(zel_exempt_records NAME)
   target_sources(${NAME} PRIVATE "${PROJECT_SOURCE_DIR}/tests/support/UnfailingRecords.cpp")
   zel_hook_records(${NAME}
@@ -138,7 +138,7 @@ function(zel_exempt_records NAME)
 endfunction()
 
 # zel_fail_records(NAME)
-# Lets a test program fail the making of log records: see tests/support/FailingRecords.h.
+# Lets a test program make the creation of log records fail: see tests/support/FailingRecords.h.
 function(zel_fail_records NAME)
   target_sources(${NAME} PRIVATE "${PROJECT_SOURCE_DIR}/tests/support/FailingRecords.cpp")
   zel_hook_records(${NAME} _ZN6Logger16LogMessageStreamC1EPKcS2_S2_ii)

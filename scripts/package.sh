@@ -1,15 +1,15 @@
 #!/usr/bin/env bash
-# Makes the packages for one system, in two folders, which must give the same bits, and tries them.
+# Makes the packages for one system and tests them. Builds twice, in two folders; the results must be identical.
 #
-#   scripts/package.sh [linux|macos]        linux on Debian 12, macos on a Mac if not given
+#   scripts/package.sh [linux|macos]        by default linux on Debian 12, macos on a Mac
 #
-# linux   a .tar.gz and two Debian packages, in build/packages. They are tried with lintian; with another project,
-#         which finds in three ways what is installed in three places; and in a Debian with nothing else in it.
-# macos   a .tar.gz for x86-64 and arm64, and the debug symbols, in build/packages-macos. Every file is checked;
-#         another project is built against what is unpacked, for x86-64 and for both, and run. On Debian 12 it is
-#         cross-built, and runs under the loader. On a Mac it is built once.
+# linux   a .tar.gz and two Debian packages, in build/packages. Tested with lintian; with another project, which finds
+#         the library in three ways in three places; and in an otherwise empty Debian.
+# macos   a .tar.gz for x86-64 and arm64, and the debug symbols, in build/packages-macos. Every file is checked.
+#         Another project is built against the unpacked archive, for x86-64 and for both, and runs. On Debian 12 this
+#         is a cross-build, and programs run under the loader. A Mac builds once.
 #
-# SHA256SUMS is beside them.
+# SHA256SUMS has the checksums of the packages.
 set -euo pipefail
 cd -P "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -19,12 +19,12 @@ target=${1:-$host}
 case $target in
     linux | macos) ;;
     *)
-        echo "package: packages are made for linux or macos, not for \"$target\"" >&2
+        echo "package: unknown system \"$target\", expected linux or macos" >&2
         exit 2
         ;;
 esac
 if [ "$host" = macos ] && [ "$target" = linux ]; then
-    echo "package: packages for Linux are made on Debian 12, not on a Mac" >&2
+    echo "package: packages for Linux need Debian 12" >&2
     exit 2
 fi
 scripts/install.sh package
@@ -37,8 +37,8 @@ rm -rf "$work"
 mkdir -p "$work"
 SOURCE_DATE_EPOCH=$(git log -1 --format=%ct)
 export SOURCE_DATE_EPOCH
-umask 022 # cpack notes it in Debian packages
-# The packages are what the sources and the presets say. CMake would take these in, and install below DESTDIR.
+umask 022 # cpack copies it into Debian packages
+# CMake would apply these variables. The packages must depend on the sources and presets alone.
 unset CFLAGS CXXFLAGS CPPFLAGS LDFLAGS DESTDIR
 
 source scripts/package/common.sh

@@ -1,15 +1,16 @@
-# The command that checks the built file, to be given the file, and a target that runs it for each architecture.
+# ZEL_LIBRARY_CHECK is the command that checks a built library; the file follows. The target zel_check_library runs it
+# for each architecture.
 
 find_package(Python3 REQUIRED COMPONENTS Interpreter)
 set(ZEL_LIBRARY_CHECK "${Python3_EXECUTABLE}" "${CMAKE_CURRENT_LIST_DIR}/check_dylib.py"
   --exports "${PROJECT_SOURCE_DIR}/QuenPlugins/ZelTaskPool/exports-macos.txt" --version "${PROJECT_VERSION}")
 if(CMAKE_CROSSCOMPILING)
-  # Another compiler may take other names from the system; here it is always the same one.
+  # Another compiler may import other names. The cross-build always uses the same one.
   list(APPEND ZEL_LIBRARY_CHECK
     --imports "${CMAKE_CURRENT_LIST_DIR}/libc++.1.tbd" --imports "${CMAKE_CURRENT_LIST_DIR}/system-names.txt")
 endif()
 
-# Empty on a Mac that builds for itself.
+# Empty in a native build on a Mac.
 set(ZEL_LIBRARY_ARCHS "${CMAKE_OSX_ARCHITECTURES}")
 if(NOT ZEL_LIBRARY_ARCHS)
   set(ZEL_LIBRARY_ARCHS "${CMAKE_SYSTEM_PROCESSOR}")

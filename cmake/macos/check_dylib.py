@@ -1,14 +1,14 @@
 #!/usr/bin/env python3
-"""Checks that a library for macOS is what a Mac accepts, finds its names in, and can share with a host.
+"""Checks that a Mac can load a library, that it exports the right names, and that it shares its runtime with a host.
 
     check_dylib.py LIBRARY --exports FILE --version 1.2.3 [--compatibility 1.0.0] [--arch x86_64]
                    [--oldest 11.0.0] [--imports FILE]...
 
---exports FILE   exactly the names that hosts may find, one a line ('#' begins a comment)
---imports FILE   the names that the oldest system has, as such a list or as a stub library; without one, what
-                 the library takes from the system is not looked at
+--exports FILE   the names that the library must export, no more and no less, one a line ('#' begins a comment)
+--imports FILE   the names that the oldest system has, as such a list or as a stub library; without one, imports
+                 are not checked
 
-Prints a line for each point; exit status 1 when one is wrong, 2 when the file cannot be read.
+Prints one line for each point. Exit status 1 if a point is wrong, 2 if the file cannot be read.
 """
 import argparse
 import os
@@ -19,7 +19,7 @@ import macho
 
 RUNTIME = "/usr/lib/libc++.1.dylib"
 SYSTEM = "/usr/lib/libSystem.B.dylib"
-# One of each part of the C++ runtime. A library with a copy of a part takes that name from nowhere.
+# One name of each part of the C++ runtime. A library with a copy of a part does not import its name.
 SHARED = {"___gxx_personality_v0", "__ZTISt9exception", "__ZNSt3__16thread4joinEv"}
 
 

@@ -1,13 +1,13 @@
 #!/usr/bin/env python3
-"""Checks the folder that an archive for macOS unpacks to, and the debug symbols beside it.
+"""Checks the unpacked archive for macOS and its debug symbols.
 
     check_package.py FOLDER --symbols DSYM [--arch x86_64]... [--without PATH]...
 
 --symbols DSYM   the debug symbols of FOLDER/lib/NAME, in a folder NAME.dSYM
---arch ARCH      what each library must be built for; may be given more than once
---without PATH   a folder that no file may name
+--arch ARCH      an architecture that each library must contain; may be given more than once
+--without PATH   a folder that no file may mention
 
-Prints a line for each point; exit status 1 when one is wrong, 2 when a file cannot be read.
+Prints one line for each point. Exit status 1 if a point is wrong, 2 if a file cannot be read.
 """
 import argparse
 import glob
@@ -18,7 +18,7 @@ import sys
 import macho
 from check_dylib import RUNTIME, SYSTEM, Report, listing
 
-# An absolute path that is a text of its own.
+# An absolute path that is a whole zero-terminated string.
 PATH = re.compile(rb"(?<=\0)/[\w.+@-]+(?:/[\w.+@-]+)+(?=\0)")
 OF_THE_SYSTEM = ("/dev/", "/usr/lib/")
 LINK = re.compile(r"\]\(([^)#:\s]+)(?:#[^)]*)?\)")

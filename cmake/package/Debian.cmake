@@ -1,4 +1,4 @@
-# The Debian packages: the library, and what one builds hosts with.
+# The Debian packages: the library, and the files for building hosts.
 
 set(ZEL_DEBIAN_LIBRARY "libzeltaskpool${PROJECT_VERSION_MAJOR}")
 set(ZEL_DEBIAN_DEVELOPMENT libzeltaskpool-dev)
@@ -29,13 +29,13 @@ set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
 library by.")
 
 find_program(GZIP gzip REQUIRED)
-string(TIMESTAMP ZEL_DEBIAN_DATE "%a, %d %b %Y %H:%M:%S +0000" UTC) # SOURCE_DATE_EPOCH, where that is set
+string(TIMESTAMP ZEL_DEBIAN_DATE "%a, %d %b %Y %H:%M:%S +0000" UTC) # SOURCE_DATE_EPOCH, if set
 foreach(FILE changelog shlibs)
   configure_file("${ZEL_DEBIAN_FILES}/${FILE}.in" "${ZEL_DEBIAN_BUILT}/${FILE}" @ONLY)
 endforeach()
 execute_process(COMMAND "${GZIP}" -9nkf "${ZEL_DEBIAN_BUILT}/changelog" COMMAND_ERROR_IS_FATAL ANY)
 
-# Files that are for these packages alone.
+# Files that only these packages contain.
 function(zel_install_debian_files PACKAGE COMPONENT)
   install(FILES "${ZEL_DEBIAN_FILES}/copyright" "${ZEL_DEBIAN_BUILT}/changelog.gz"
     DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/${PACKAGE}" COMPONENT ${COMPONENT} EXCLUDE_FROM_ALL)

@@ -1,7 +1,7 @@
-# Run by cpack on what it is about to pack: fits the links of the pages to what is packed with them.
+# Run by cpack before it packs. Adapts the links of the pages to the files that are packed with them.
 
 set(PAGES "${CPACK_TEMPORARY_DIRECTORY}/${CPACK_ZEL_DOCUMENTATION}")
-if(EXISTS "${PAGES}") # no Debian package has them
+if(EXISTS "${PAGES}") # Debian packages contain no pages
   if(NOT CPACK_ZEL_PYTHON)
     message(FATAL_ERROR "An archive with the documentation needs Python 3")
   endif()

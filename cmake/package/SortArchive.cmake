@@ -1,6 +1,5 @@
-# Run by cpack when packages are made: packs an archive anew, in the order of the names and for no user, so that
-# one of the same files is the same on every machine. Needs GNU tar, which Homebrew calls gtar; without it the archive
-# stays as it is.
+# Run by cpack after it packs. Packs an archive again, sorted by name and without a user, so that the same files give
+# the same archive on every machine. Needs GNU tar, which Homebrew calls gtar; without it the archive stays unchanged.
 
 find_program(TAR NAMES gtar tar REQUIRED)
 execute_process(COMMAND "${TAR}" --version OUTPUT_VARIABLE TAR_VERSION ERROR_QUIET)

@@ -1,5 +1,5 @@
-# Run by cpack on what it is about to pack: takes out of each library what only a debugger reads, such as the names of
-# the objects that it was linked from. That breaks the signature. llvm-strip renews it; on a Mac, codesign does.
+# Run by cpack before it packs. Strips each library of what only a debugger reads, such as the names of its objects.
+# Stripping breaks the signature; llvm-strip renews it, and on a Mac codesign does.
 
 file(GLOB LIBRARIES "${CPACK_TEMPORARY_DIRECTORY}/lib/*.dylib")
 if(NOT LIBRARIES)

@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""Fits the links of installed pages to what is installed with them:
+"""Adapts the links of installed pages to the files that are installed with them:
 
     fit_links.py PAGES HEADERS
 
-PAGES is the folder that has the pages and what they point at under the paths of the sources, HEADERS the one that has
-the headers so. A link to a header leads there, and one to what is not installed becomes its text.
+PAGES is the folder of the pages and the files they link to, HEADERS that of the headers; both have the paths of the
+sources. A link to a header leads to HEADERS. A link to a file that is not installed becomes its text.
 """
 import os
 import re

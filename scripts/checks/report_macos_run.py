@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Says how many tests ran as Mach-O programs, and which ones left themselves out and why.
+"""Prints how many tests ran as Mach-O programs, and which were skipped and why.
 
-    scripts/checks/report_macos_run.py RESULTS        the JUnit file that ctest wrote
+    scripts/checks/report_macos_run.py RESULTS        ctest's JUnit file
 """
 
 import re
@@ -10,7 +10,7 @@ import xml.etree.ElementTree
 
 
 def reason_of(case):
-    """What the test said when it skipped itself, or what ctest says."""
+    """The reason that the test printed when it skipped itself, otherwise the status from ctest."""
     said = re.search(r": Skipped\n(.+)", case.findtext("system-out") or "")
     return said.group(1) if said else case.get("status")
 
@@ -20,7 +20,7 @@ def main():
     skipped = [case for case in cases if case.find("skipped") is not None or case.get("status") == "disabled"]
     print(f"Run as Mach-O programs: {len(cases) - len(skipped)} tests")
     for case in skipped:
-        print(f"Left out: {case.get('name')}: {reason_of(case)}")
+        print(f"Skipped: {case.get('name')}: {reason_of(case)}")
 
 
 main()

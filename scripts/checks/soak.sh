@@ -25,5 +25,6 @@ tasks=${2:-$((seconds * 10000000 / 3600))}
 need
 build dev zel_soak_host
 build/dev/bin/tests/zel_soak_host --seconds "$seconds" --tasks "$tasks" | tee build/dev/soak.txt
-record_figure "Soak" "$(awk '$1 + 0 > 0 { line = $0 } END { $0 = line
-    printf "%s s, %s tasks submitted, %s run, %s loop runs, %s KB on the heap", $1, $2, $3, $4, $7 }' build/dev/soak.txt)"
+last=$(awk '$1 + 0 > 0' build/dev/soak.txt | tail -n 1)
+read -r elapsed submitted run loops _ _ heap _ <<<"$last"
+record_figure "Soak" "$elapsed s, $submitted tasks submitted, $run run, $loops loop runs, $heap KB on the heap"

@@ -28,8 +28,9 @@ rm -f "$results"
 ctest --preset macos-cross --no-tests=error -j "$cores" -LE '^(file|compiler)$' --output-junit "$results" "$@" ||
     failed=1
 if [ -e "$results" ]; then # ctest writes none if it refuses an argument
-    scripts/checks/report_macos_run.py "$results" | tee build/macos-cross/report.txt
-    record_figure "macOS tests under the loader" "$(sed -n 's/^Run as Mach-O programs: //p' build/macos-cross/report.txt)"
+    report=build/macos-cross/report.txt
+    scripts/checks/report_macos_run.py "$results" | tee "$report"
+    record_figure "Tests, macos-cross" "$(sed -n 's/^Run as Mach-O programs: //p' "$report")"
 fi
 printf 'Skipped: %s\n' "${skipped[@]}"
 exit "$failed"

@@ -1,22 +1,22 @@
-# What making and trying packages has in common on all systems. Read by scripts/package.sh.
+# The functions for making and testing packages on all systems. Sourced by scripts/package.sh.
 
 warnings=(-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)
 
-# fail WHY: the end. What was made stays in the work folder.
+# fail WHY: ends the script. The work folder keeps the files.
 fail()
 {
     echo "package: $*" >&2
     exit 1
 }
 
-# checked LOG COMMAND...: runs it, and shows the end of what it printed if it fails.
+# checked LOG COMMAND...: runs the command. If it fails, shows the end of its output.
 checked()
 {
     local log=$1
     shift
     "$@" >"$log" 2>&1 || {
         tail -n 30 "$log" >&2
-        fail "$1 has failed: see $log"
+        fail "$1 failed: see $log"
     }
 }
 
@@ -29,23 +29,23 @@ copy_sources()
         tar --create --null --files-from - | tar --extract --directory "$1"
 }
 
-# compare FIRST SECOND: two lists of checksums.
+# compare FIRST SECOND: fails if two lists of checksums differ.
 compare()
 {
     cat "$1"
     diff "$1" "$2" || fail "the two builds differ"
 }
 
-# write_sums FOLDER: the checksums of all files there, as "sha256sum -c" and "shasum -a 256 -c" take them.
+# write_sums FOLDER: writes the checksums of all files there, for "sha256sum -c" and "shasum -a 256 -c".
 write_sums()
 {
     local sum=(sha256sum)
     command -v sha256sum >/dev/null || sum=(shasum -a 256)
     (cd "$1" && "${sum[@]}" -- *.* >SHA256SUMS && "${sum[@]}" -c --quiet SHA256SUMS) ||
-        fail "the checksums in $1 cannot be written"
+        fail "cannot write the checksums in $1"
 }
 
-# configure PREFIX FOLDER [ARGUMENT...]: lets the other project look for what is installed.
+# configure PREFIX FOLDER [ARGUMENT...]: configures the other project, which looks for the library in PREFIX.
 configure()
 {
     local prefix=$1 folder=$2
@@ -53,20 +53,21 @@ configure()
     cmake -S "$consumer" -B "$folder" -G Ninja -DCMAKE_CXX_FLAGS="${warnings[*]}" -DCMAKE_PREFIX_PATH="$prefix" "$@"
 }
 
-# refuse PREFIX VERSION [ARGUMENT...]: the other project must not get that version.
+# refuse PREFIX VERSION [ARGUMENT...]: fails if the other project finds that version.
 refuse()
 {
     local prefix=$1 version=$2 log=$work/refuse-$2.log
     shift 2
     ! configure "$prefix" "$work/refuse-$version" -DWANTED_VERSION="$version" "$@" >"$log" 2>&1 ||
-        fail "version $version was found"
-    grep -q "compatible with requested version \"$version\"" "$log" || fail "another reason: see $log"
+        fail "found version $version"
+    grep -q "compatible with requested version \"$version\"" "$log" ||
+        fail "version $version is refused for another reason: see $log"
     ! PKG_CONFIG_PATH=$prefix/lib/pkgconfig pkg-config --exists "ZelTaskPool >= $version" ||
         fail "pkg-config found version $version"
     echo "  version $version is refused"
 }
 
-# found_flags PREFIX: reads into flags what pkg-config says of what is installed there.
+# found_flags PREFIX: sets flags to what pkg-config prints for PREFIX.
 found_flags()
 {
     local found
@@ -74,12 +75,12 @@ found_flags()
     read -ra flags <<<"$found"
 }
 
-# check_headers PREFIX COMPILER...: every header finds what it includes.
+# check_headers PREFIX COMPILER...: fails if a header does not compile on its own.
 check_headers()
 {
     local headers=$1/include/ZelTaskPool
     shift
     (cd "$headers" && find . -name '*.h' | sort | sed 's|^\./\(.*\)|#include <\1>|') |
-        "$@" -std=c++17 "${warnings[@]}" -I"$headers" -fsyntax-only -x c++ - || fail "a header is not whole"
+        "$@" -std=c++17 "${warnings[@]}" -I"$headers" -fsyntax-only -x c++ - || fail "a header misses an include"
     echo "  every header finds what it includes"
 }

@@ -1,9 +1,9 @@
-# Makes and tries the packages for Linux. Read by scripts/package.sh.
+# Makes and tests the packages for Linux. Sourced by scripts/package.sh.
 
 packages=$root/build/packages
 rm -rf "$packages"
 
-# A cache would give the second build what the first one made.
+# With a cache, the second build would reuse the results of the first.
 export CCACHE_DISABLE=1
 unset CMAKE_CXX_COMPILER_LAUNCHER
 
@@ -37,12 +37,12 @@ allow_root=()
 [ "$(id -u)" -ne 0 ] || allow_root=(--allow-root)
 lintian "${allow_root[@]}" --no-cfg --fail-on error "$packages"/*.deb
 
-# expect TEXT COMMAND...: the command prints this and nothing else.
+# expect TEXT COMMAND...: fails unless the command prints exactly this text.
 expect()
 {
     local wanted=$1 printed
     shift
-    printed=$("$@" 2>&1) || fail "$* has failed: $printed"
+    printed=$("$@" 2>&1) || fail "$* failed: $printed"
     [ "$printed" = "$wanted" ] || fail "$* printed \"$printed\" instead of \"$wanted\""
     echo "  $(grep 'squares' <<<"$printed")"
 }
@@ -53,7 +53,7 @@ linked: sum of 10 squares 285, workers yes"
 opened="opened: sum of 10 squares 285
 $no_log"
 
-# use PREFIX FOLDER: builds the other project against what is installed there, and runs its programs.
+# use PREFIX FOLDER: builds the other project against the library in PREFIX, and runs its programs.
 use()
 {
     local prefix=$1 folder=$2 flags
@@ -66,14 +66,14 @@ use()
     expect "$linked" env LD_LIBRARY_PATH="$prefix/lib" "$folder/found"
 }
 
-echo "Another project, with what \"cmake --install\" has put into a folder: linked, opened, found by pkg-config"
+echo "Another project with the installed library: linked, opened, found by pkg-config"
 cmake --install "$first/build/package" --prefix "$work/prefix" >/dev/null
 use "$work/prefix" "$work/consumer"
 check_headers "$work/prefix" g++
 refuse "$work/prefix" 1.1
 refuse "$work/prefix" 2.0
 
-echo "The same after the folder was moved"
+echo "The same after moving the folder"
 mkdir "$work/elsewhere"
 mv "$work/prefix" "$work/elsewhere/moved"
 use "$work/elsewhere/moved" "$work/consumer-moved"
@@ -84,10 +84,10 @@ for package in "$packages"/*.deb; do
 done
 use "$work/extracted/usr" "$work/consumer-extracted"
 
-echo "The Debian packages in a system with nothing but what they ask for"
+echo "The Debian packages in a system with only their dependencies"
 export linked opened
 brought=("$packages"/*.deb "$work/consumer-extracted/found" "$work/consumer-extracted/opened")
-# In single quotes is what its own shell replaces; $1 is the root.
+# mmdebstrap's own shell expands what is in single quotes; $1 is the root folder.
 mmdebstrap --quiet --variant=apt --format=null \
     --customize-hook="copy-in ${brought[*]@Q} /tmp" \
     --customize-hook='chroot "$1" sh -c "apt-get install -qq -y --no-install-recommends /tmp/*.deb"' \

@@ -1,4 +1,4 @@
-# Makes and tries the archive for macOS. Read by scripts/package.sh.
+# Makes and tests the archive for macOS. Sourced by scripts/package.sh.
 
 packages=$root/build/packages-macos
 library=libZelTaskPool.dylib
@@ -6,7 +6,7 @@ archs=(x86_64 arm64)
 rm -rf "$packages"
 
 if [ "$host" = macos ]; then
-    # Bash on a Mac is old: an empty array has to be asked for before it is used.
+    # The old Bash of a Mac rejects the expansion of an empty array, hence ${array[@]+"${array[@]}"}.
     preset=macos-native-universal
     dsymutil=dsymutil
     one_processor=("-DCMAKE_OSX_ARCHITECTURES=$(uname -m)")
@@ -25,7 +25,7 @@ else
     sdk=$root/build/macos-sdk
     [ -e "$sdk/usr/lib/libSystem.tbd" ] || checked "$work/sdk.log" cmake/macos/make-sdk.sh
     [ -x build/machrun/machrun ] || checked "$work/loader.log" cmake/macos/make-loader.sh
-    # To join the symbols of both processors, dsymutil calls "lipo". In the SDK, LLVM's has that name.
+    # dsymutil calls "lipo" to join the symbols of both processors. The SDK has LLVM's lipo under that name.
     PATH=$sdk/usr/bin:$PATH
     preset=macos-universal
     dsymutil=dsymutil-19
@@ -42,7 +42,7 @@ else
     }
 fi
 
-# pack FOLDER FILE: an archive of the folder, the same for the same files.
+# pack FOLDER FILE: packs the folder reproducibly.
 pack()
 {
     cmake -D "CPACK_TEMPORARY_DIRECTORY=$1" -P "$root/cmake/package/EvenOut.cmake" &&
@@ -50,13 +50,13 @@ pack()
         cmake -D "CPACK_TEMPORARY_DIRECTORY=$1" -D "CPACK_PACKAGE_FILES=$2" -P "$root/cmake/package/SortArchive.cmake"
 }
 
-# make_packages SOURCES OUT: builds there, and makes the archive and the debug symbols in OUT.
+# make_packages SOURCES OUT: builds in SOURCES, and writes the archive and the debug symbols to OUT.
 make_packages()
 {
     local built=$1/build/$preset out=$2
     cd "$1" &&
         mkdir -p "$out/files" &&
-        rm -f "$built/CMakeCache.txt" && # options of an earlier build do not get into what ships
+        rm -f "$built/CMakeCache.txt" && # drops the options of an earlier build
         cmake --preset "$preset" &&
         cmake --build --preset "$preset" -j "$jobs" &&
         cp "$built/bin/$library" "$out" &&
@@ -85,7 +85,7 @@ else
     copy_sources "$second/sources"
     mkdir "$second/sources/build"
     ln -s "$sdk" "$second/sources/build/macos-sdk"
-    # A cache would give this build what the first one made.
+    # With a cache, this build would reuse the results of the first.
     (export LC_ALL=C.UTF-8 TZ=Asia/Tokyo CCACHE_DISABLE=1 && build "$second/sources" "$second/out")
     compare "$first.sums" "$second/out.sums"
 fi
@@ -93,7 +93,7 @@ mkdir "$packages"
 cp "$first"/files/*.* "$packages"
 write_sums "$packages"
 
-echo "Every file of what is unpacked elsewhere, and of the debug symbols"
+echo "Every file of the unpacked archive and of the debug symbols"
 elsewhere=$(mktemp -d)
 trap 'rm -rf "$elsewhere"' EXIT
 mkdir "$elsewhere/symbols"
@@ -103,14 +103,14 @@ prefix=$(echo "$elsewhere"/ZelTaskPool-*-macOS-universal)
 version=$(basename "$prefix" -macOS-universal)
 report=$work/report
 
-# show_check WHAT COMMAND...: a check that prints a line for each point.
+# show_check WHAT COMMAND...: runs a check that prints one line for each point.
 show_check()
 {
     local what=$1
     shift
     "$@" >"$report" 2>&1 || {
         grep -v '^right ' "$report" >&2
-        fail "$what is not as it should be"
+        fail "$what: some points are wrong"
     }
     echo "  $what: $(grep -c '^right ' "$report") points are right"
 }
@@ -124,12 +124,12 @@ for arch in "${archs[@]}"; do
         ${known_imports[@]+"${known_imports[@]}"}
 done
 
-# expect TEXT PROGRAM [ARGUMENT...]: the program prints this; standard error does not count.
+# expect TEXT PROGRAM [ARGUMENT...]: fails unless the program prints exactly this text; ignores standard error.
 expect()
 {
     local wanted=$1 printed
     shift
-    printed=$(run_program "$@" 2>"$work/errors") || fail "$* has failed: $(cat "$work/errors")"
+    printed=$(run_program "$@" 2>"$work/errors") || fail "$* failed: $(cat "$work/errors")"
     [ "$printed" = "$wanted" ] || fail "$* printed \"$printed\" instead of \"$wanted\""
     echo "  $(grep 'squares' <<<"$printed")"
 }
@@ -142,7 +142,7 @@ linked="$logged
 linked: sum of 10 squares 285, workers yes"
 opened="opened: sum of 10 squares 285"
 
-# use FOLDER ARGUMENT...: builds the other project against what is unpacked, and runs its programs.
+# use FOLDER ARGUMENT...: builds the other project against the unpacked archive, and runs its programs.
 use()
 {
     local folder=$1 flags
@@ -151,14 +151,14 @@ use()
     checked "$folder.log" configure "$prefix" "$folder" "$@"
     checked "$folder.log" cmake --build "$folder" -j "$jobs"
     expect "$linked" "$folder/linked"
-    grep -q 'TaskPool UnInit end' "$ZEL_LOG_FILE" || fail "the logging library has written no record"
+    grep -q 'TaskPool UnInit end' "$ZEL_LOG_FILE" || fail "the logging library wrote no log record"
     expect "$opened
 load dll - libZelLog.dylib" "$folder/opened" "$prefix/lib/$library"
     DYLD_LIBRARY_PATH=$prefix/lib expect "$opened
 $logged" "$folder/opened"
 }
 
-echo "Another project, with what is unpacked elsewhere: linked, opened by its path, opened by its name"
+echo "Another project with the unpacked archive: linked, opened by its path, opened by its name"
 use "$work/consumer" "${one_processor[@]}"
 echo "The same for ${archs[*]} at once"
 use "$work/consumer-universal" "${both_processors[@]}"

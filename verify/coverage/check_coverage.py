@@ -1,16 +1,15 @@
 #!/usr/bin/env python3
-"""Says how much of the product the tests have executed, and fails when that is less than it must be.
+"""Prints how much of the product the tests execute. Fails if it is too little.
 
     check_coverage.py EXPORT LINES NOT_COVERED
 
-EXPORT       what llvm-cov export has written
+EXPORT       the output of llvm-cov export
 LINES        the same with -format lcov
-NOT_COVERED  what is known not to be covered, one a line ('#' begins a comment), as
+NOT_COVERED  the permitted gaps, one a line ('#' begins a comment), as
              file | kind | text in the source | what is missing | reason
 
-Functions, lines and branches are all covered but for what is listed, MC/DC in 98 of 100 conditions at least.
-What is neither covered nor listed is printed in the list's form; what is listed and yet covered, too. Exit
-status 1 in both cases.
+All functions, lines and branches must be covered, except for those listed; MC/DC in at least 98 % of the conditions.
+Prints each unlisted gap in the form of the list, and each listed gap that is covered. Exit status 1 in both cases.
 """
 import collections
 import json
@@ -22,7 +21,7 @@ KINDS = ("functions", "lines", "branches", "mcdc")
 
 
 class Sources:
-    """Texts in the source, without its line breaks: they name a place even when lines are added above it."""
+    """Texts of the source, without line breaks. They identify a place even if lines are added above it."""
 
     def __init__(self):
         self.lines = {}
@@ -41,7 +40,7 @@ class Sources:
 
 
 class Coverage:
-    """What was to be covered, by kind, and whether it was. Instances of one template count as one."""
+    """The places to cover, by kind, and whether they are covered. Instances of one template count as one place."""
 
     def __init__(self):
         self.covered = {kind: {} for kind in KINDS}
@@ -89,7 +88,7 @@ class Coverage:
 
 
 def read_listed(path):
-    """How often each entry is listed. Exits when one has no reason."""
+    """How often each entry is listed. Exits if an entry has no reason."""
     listed = collections.Counter()
     with open(path, encoding="utf-8") as file:
         for number, line in enumerate(file, 1):
@@ -97,7 +96,7 @@ def read_listed(path):
                 continue
             fields = line.strip().split(" | ")
             if len(fields) != 5:
-                sys.exit("%s:%d: not file | kind | text | what is missing | reason" % (path, number))
+                sys.exit("%s:%d: expected file | kind | text | what is missing | reason" % (path, number))
             listed[" | ".join(fields[:4])] += 1
     return listed
 
@@ -125,7 +124,7 @@ def main(export_path, lines_path, listed_path):
         failed |= total == 0 or (kind == "mcdc" and percent < LEAST_MCDC)
     print("listed in %s with a reason: %d" % (os.path.relpath(listed_path), sum(listed.values())))
     print_each("NOT COVERED", missing - listed)
-    print_each("LISTED, AND COVERED", listed - missing)
+    print_each("LISTED BUT COVERED", listed - missing)
     return 1 if failed else 0
 
 

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Changes the product in one place at a time and looks whether a test notices. See scripts/checks/mutation.sh."""
+"""Changes the product in one place at a time and checks whether a test notices. See scripts/checks/mutation.sh."""
 import argparse
 import hashlib
 import json
@@ -30,24 +30,24 @@ def say(text):
 def parse_arguments():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--jobs", type=int, default=2, help="mutants at a time, up to 9")
-    parser.add_argument("--only", action="append", default=[], metavar="FILE", help="mutants of this file alone")
-    parser.add_argument("--sample", type=int, metavar="N", help="N mutants alone, chosen at random")
+    parser.add_argument("--only", action="append", default=[], metavar="FILE", help="only mutants of this file")
+    parser.add_argument("--sample", type=int, metavar="N", help="only N mutants, chosen at random")
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--budget", type=float, default=120.0, metavar="SECONDS",
-                        help="what survives tests that usually take so long together has survived")
+                        help="a mutant that survives tests of this total duration counts as survived")
     parser.add_argument("--again", action="append", default=[], metavar="STATUS",
-                        help="run anew what ended like this before, for example \"survived\"")
-    parser.add_argument("--record", action="store_true", help="record anew what the tests do without mutants")
-    parser.add_argument("--report", action="store_true", help="run nothing, print what is known")
+                        help="run mutants with this result again, for example \"survived\"")
+    parser.add_argument("--record", action="store_true", help="record again what the tests do without mutants")
+    parser.add_argument("--report", action="store_true", help="run nothing, print the known results")
     parser.add_argument("--list", action="store_true", help="run nothing, print the mutants")
     return parser.parse_args()
 
 
 def product_files():
-    """The sources that the library consists of, and their headers."""
+    """The library's sources and headers."""
     files = [*ROOT.glob("QuenInclude/*.[ch]*"), *ROOT.glob("QuenPlugins/ZelTaskPool/*.[ch]*")]
     files = sorted(str(path.relative_to(ROOT)) for path in files)
-    # Only a build that checks the pool's locks has it.
+    # Only builds that check the pool's locks contain it.
     return [file for file in files if not file.endswith("CLS_PoolLock.cpp")]
 
 
@@ -64,7 +64,7 @@ def choose(found, arguments):
 
 
 def record_suite(build, hashes, anew):
-    """What the tests do without mutants: as recorded before, when the product is still the same."""
+    """What the tests do without mutants. Uses the last record if the product has not changed."""
     path = FOLDER / "suite.json"
     suite = Suite(read_tests(build))
     product = hashlib.sha1(json.dumps(hashes, sort_keys=True).encode()).hexdigest()
@@ -84,7 +84,7 @@ def record_suite(build, hashes, anew):
 
 
 class Session:
-    """All mutants that are to be tried, and the workers that try them."""
+    """The mutants to try, and the workers that try them."""
 
     def __init__(self, orders, results):
         self.results = results
@@ -145,7 +145,7 @@ def main():
     chosen = choose(found, arguments)
     if not arguments.report:
         orders = [mutant for mutant in chosen if results.status(mutant) in (None, *arguments.again)]
-        # A header takes a compilation of every source.
+        # Headers come last: each needs every source to be compiled.
         orders.sort(key=lambda mutant: mutant.file.endswith(".h"))
         say("%d mutants, %d to be run" % (len(chosen), len(orders)))
         if orders:

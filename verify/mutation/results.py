@@ -95,10 +95,10 @@ class Summary:
             for name, counter in sorted(table.items()):
                 print("%-55s" % name + "".join("%13d" % counter[column] for column in COLUMNS))
         print("%-55s" % "all" + "".join("%13d" % self.total[column] for column in COLUMNS))
-        print("%.2f %% of the mutants that compile are noticed, and %.0f %% must be" % (self.score(), LEAST_SCORE))
+        print("%.2f %% of the mutants that compile are noticed, required are %.0f %%" % (self.score(), LEAST_SCORE))
         if self.open:
             print("not run yet: %d" % self.open)
         for mutant in self.survivors:
-            print("SURVIVED, AND NOT LISTED: %s (line %d)" % (mutant.name, mutant.line))
+            print("SURVIVED, NOT LISTED: %s (line %d)" % (mutant.name, mutant.line))
         for name in self.stale:
-            print("LISTED, AND DOES NOT SURVIVE: %s" % name)
+            print("LISTED BUT DOES NOT SURVIVE: %s" % name)

@@ -1,4 +1,4 @@
-# CLI11 for the cross-build: nothing but headers, which make-packages.sh has linked into the SDK.
+# CLI11 for the cross-build: headers only. make-sdk.sh links them into the SDK.
 set(CLI11_FOUND FALSE)
 if(EXISTS "${CMAKE_OSX_SYSROOT}/usr/local/include/CLI")
   set(CLI11_FOUND TRUE)

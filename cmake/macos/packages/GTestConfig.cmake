@@ -1,4 +1,4 @@
-# GoogleTest for the cross-build: Debian's package brings the sources along, and they name their targets like
+# GoogleTest for the cross-build. Debian's package contains the sources, whose targets have the same names as those of
 # the installed package.
 if(NOT TARGET GTest::gmock_main)
   set(INSTALL_GTEST OFF)

@@ -1,4 +1,4 @@
-# JSON for Modern C++ for the cross-build: nothing but headers, which make-sdk.sh has linked into the SDK.
+# JSON for Modern C++ for the cross-build: headers only. make-sdk.sh links them into the SDK.
 set(nlohmann_json_FOUND FALSE)
 if(EXISTS "${CMAKE_OSX_SYSROOT}/usr/local/include/nlohmann")
   set(nlohmann_json_FOUND TRUE)

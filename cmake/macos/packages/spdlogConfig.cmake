@@ -1,5 +1,5 @@
-# spdlog for the cross-build, and for universal files on a Mac: nothing but headers, for its libraries are built for
-# one processor. make-sdk.sh has linked them into the SDK; on a Mac they are Homebrew's.
+# spdlog for the cross-build and for universal files on a Mac: headers only, because its libraries are built for one
+# processor. make-sdk.sh links them into the SDK; on a Mac, Homebrew installs them.
 set(spdlog_FOUND FALSE)
 find_path(ZEL_SPDLOG_INCLUDE NAMES spdlog/spdlog.h)
 find_path(ZEL_FMT_INCLUDE NAMES fmt/format.h)

@@ -1,18 +1,18 @@
 #!/usr/bin/env python3
-"""Compiles and runs what the pages show, as they show it, in the project's folder.
+"""Compiles and runs the blocks of the pages, unchanged, in the project's folder.
 
-A block's language says what is done with it, and for code the comment right before it:
+The language of a block, and for code the comment right before it, determine what is done:
 
-    <!-- is PATH -->              a whole program: PATH has the same text, and compiles
-    <!-- within PATH -->          a part of a program: PATH compiles, which includes it as BLOCK
-    <!-- builds NAME=PATH ... --> a CMakeLists.txt, or the part that counts: builds with PATH as its source NAME
-    <!-- not built: REASON -->    code in a language that is not at hand
+    <!-- is PATH -->              a whole program: PATH has the same text and compiles
+    <!-- within PATH -->          a part of a program: PATH includes it as BLOCK and compiles
+    <!-- builds NAME=PATH ... --> a CMakeLists.txt or its essential part: builds with PATH as the source NAME
+    <!-- not built: REASON -->    code that cannot be built here
 
-    console          each line after "$ " is run by bash, and prints what follows
-    text, mermaid    only shown
+    console          bash runs each line after "$ "; it must print what follows
+    text, mermaid    not checked
 
-A file in docs/snippets that needs another compiler than g++, or more options, says so in its first line:
-"// build: COMMAND", which indented lines may go on. Nothing else is let through: code without a comment is an error.
+A file in docs/snippets that needs another compiler or more options begins with "// build: COMMAND"; indented lines
+continue the command. Code without a comment is an error.
 """
 import collections
 import os
@@ -52,7 +52,7 @@ def compile_file(path, options=""):
 def check_is(block, path):
     with open(path, encoding="utf-8") as file:
         if file.read() != block.text:
-            raise Failure("differs from %s\n" % path)
+            raise Failure("the block differs from %s\n" % path)
     compile_file(path)
 
 
@@ -82,18 +82,18 @@ def check_builds(block, sources):
 
 
 def check_console(block):
-    # What stands before the first "$ " would be nothing's output.
+    # Text before the first "$ " would be the output of no command.
     if not block.text.startswith("$ "):
-        raise Failure("a console begins with a command\n")
+        raise Failure("a console block must begin with \"$ \"\n")
     for step in re.split(r"^\$ ", block.text, flags=re.MULTILINE)[1:]:
         command, _, expected = step.partition("\n")
         _, output = run(command)
         if output != expected:
-            raise Failure("%s\nprints\n%sand not\n%s" % (command, output, expected))
+            raise Failure("%s\nprints\n%sinstead of\n%s" % (command, output, expected))
 
 
 def check(block):
-    """Says what became of the block."""
+    """Checks the block. Returns what was done with it."""
     verb, _, rest = block.note.partition(" ")
     if block.language == "console":
         check_console(block)
@@ -101,7 +101,7 @@ def check(block):
     if block.language in ("text", "mermaid"):
         return "shown"
     if block.language not in CODE:
-        raise Failure("a block in no language that is known: '%s'\n" % block.language)
+        raise Failure("unknown language '%s'\n" % block.language)
     if verb == "is":
         check_is(block, rest)
         return "compiled"
@@ -113,11 +113,11 @@ def check(block):
         return "compiled"
     if block.note.startswith("not built: "):
         return "not built"
-    raise Failure("no comment says how it is built\n")
+    raise Failure("the comment that says how to build it is missing\n")
 
 
 def unused_files(blocks):
-    """Files that were to include a block that is gone."""
+    """Snippets that no page uses."""
     used = {block.note.partition(" ")[2] for block in blocks}
     return [path for path in pages.tracked_files()
             if re.fullmatch(r"docs/snippets/.*\.c(pp)?", path) and path not in used]

@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
-"""Checks what the pages point at: files, headings, tests.
+"""Checks that the files, headings and tests that the pages name exist.
 
-A link within the project leads to one of its files or folders, and an anchor to a heading there. Whatever is set as
-code and begins with a folder of the project's is a path that exists (of a class without a suffix, its files do).
-`Suite.Test` is a test. Links to other places are counted, not followed.
+  - A link within the project leads to one of its files or folders; an anchor leads to a heading there.
+  - Code that begins with a folder of the project is a path that exists. The suffix of a class's file may be missing.
+  - Code of the form `Suite.Test` is a test.
+  - External links are counted, but not followed.
 """
 import os
 import re
@@ -25,7 +26,7 @@ def test_names(files):
     for path in files:
         if path.startswith(("tests/", "verify/")) and path.endswith(".cpp"):
             names.update(map(".".join, TEST_SOURCE.findall(read(path))))
-    # Sources that must not compile: their tests are made by a function, with the same names for each source.
+    # A function makes the tests of sources that must not compile, with the same test names for each source.
     refused = read("tests/refused/CMakeLists.txt")
     kinds = re.findall(r"add_test\(NAME \$\{NAME\}\.(\w+)", refused)
     names.update("%s.%s" % (source, kind)
@@ -45,7 +46,7 @@ class Checker:
                 self.paths.add(path)
         folders = sorted({path.split("/")[0] for path in files if "/" in path})
         self.path = re.compile(r"(?<![\w./@}-])(?:%s)/[\w./-]*" % "|".join(map(re.escape, folders)))
-        self.counts = dict.fromkeys(("links", "anchors", "links to other places", "paths", "tests"), 0)
+        self.counts = dict.fromkeys(("links", "anchors", "external links", "paths", "tests"), 0)
         self.errors = []
 
     def _count(self, kind, good, page, line, what):
@@ -55,7 +56,7 @@ class Checker:
 
     def check_target(self, page, line, target):
         if re.match(r"\w+:", target):
-            self.counts["links to other places"] += 1
+            self.counts["external links"] += 1
             return
         path, _, anchor = target.partition("#")
         path = os.path.normpath(os.path.join(os.path.dirname(page.path), path)) if path else page.path

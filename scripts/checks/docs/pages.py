@@ -1,4 +1,4 @@
-"""The project's Markdown pages, read as the forge reads them: CommonMark with tables, and its anchors of headings."""
+"""The project's Markdown pages, parsed as the forge does: CommonMark with tables and heading anchors."""
 import re
 import subprocess
 
@@ -7,13 +7,13 @@ from mdit_py_plugins.anchors import anchors_plugin
 
 
 def tracked_files():
-    """Every file of the project, new ones included."""
+    """Every file of the project, including new ones."""
     command = ["git", "ls-files", "--cached", "--others", "--exclude-standard"]
     return subprocess.run(command, check=True, capture_output=True, text=True).stdout.splitlines()
 
 
 class Block:
-    """A fenced block: where it stands, its language and text, and the comment right before it."""
+    """A fenced block: its place, language and text, and the comment right before it."""
 
     def __init__(self, page, token, before):
         self.page = page
@@ -29,7 +29,7 @@ class Block:
 
 
 class Page:
-    """One page, and what its text holds."""
+    """One page with its blocks, anchors, links and code."""
 
     def __init__(self, path):
         self.path = path
@@ -50,14 +50,14 @@ class Page:
                 yield token.map[0] + 1, child
 
     def targets(self):
-        """Line and target of each link and picture."""
+        """The line and target of each link and picture."""
         for line, token in self._inline():
             target = token.attrs.get("href") or token.attrs.get("src")
             if target:
                 yield line, target
 
     def codes(self):
-        """Line and text of whatever is set as code, blocks included."""
+        """The line and text of each piece of code, including blocks."""
         for line, token in self._inline():
             if token.type == "code_inline":
                 yield line, token.content
