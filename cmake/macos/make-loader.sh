@@ -1,17 +1,18 @@
 #!/usr/bin/env bash
-# Builds machrun, the loader in tests/machrun that runs macOS x86-64 programs on Linux x86-64, and the C++ runtimes
-# for it:
+# Builds machrun, the loader in tests/machrun that runs macOS x86-64 programs on Linux x86-64, and its C++ runtimes:
 #
-#   cmake/macos/make-loader.sh [FOLDER]        build/machrun if not given
+#   cmake/macos/make-loader.sh [FOLDER]        build/machrun by default
 #
-# The SDK folder must be there.
+# Run make-sdk.sh first.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 folder=${1:-$root/build/machrun}
 
-cmake -S "$root" -B "$folder/build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZEL_WERROR=ON \
-    -DZEL_BUILD_EXAMPLES=OFF >/dev/null
-cmake --build "$folder/build" --target machrun
+(
+    cd "$root"
+    cmake --preset dev >/dev/null
+    cmake --build --preset dev --target machrun
+)
 "$root/cmake/macos/make-runtime.sh" "$root/build/macos-sdk" "$folder"
-cp "$folder/build/bin/tests/machrun" "$folder/machrun"
+cp "$root/build/dev/bin/tests/machrun" "$folder/machrun"
 echo "Loader in $folder"
