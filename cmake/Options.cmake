@@ -6,7 +6,6 @@ option(ZEL_BUILD_BENCHMARKS "Build the benchmarks; see the preset \"bench\"" OFF
 option(ZEL_WERROR "Treat every compiler warning as an error" OFF)
 option(ZEL_INSTALL_LOG_LIBRARY "Install the example logging library, too; programs that find it get records" OFF)
 
-option(ZEL_CHECK_POOL_LOCKS "End the process when a thread takes a second one of the pool's locks" OFF)
 option(ZEL_COVERAGE "Count what is executed (clang); scripts/checks/coverage.sh reports it" OFF)
 
 set(ZEL_SANITIZE "" CACHE STRING

@@ -1,10 +1,10 @@
-// The waiting queue, the dispatcher, and the job of a worker.
+// The waiting queue and the dispatcher.
 
 #include "QuenInclude/Util.h"
 #include "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool.h"
 #include "QuenPlugins/ZelTaskPool/TaskPoolRecord.h"
 
-#include <algorithm>
+#include <iterator>
 
 using TaskPoolRecord::FILE_POOL;
 
@@ -15,81 +15,6 @@ constexpr std::chrono::seconds QUEUE_WAIT{1};
 /// How long the dispatcher waits before it asks for a worker again, and how often it asks between reports.
 constexpr std::chrono::milliseconds RETRY_WAIT{100};
 constexpr int RETRIES_PER_REPORT = 90;
-
-/// Whether a worker's place on the idle list is before a slot: by ascending order id, and never before an
-/// empty one.
-bool SortsBefore(CLS_TaskThread* _pThread, CLS_TaskThread* _pSlot)
-{
-    return _pSlot != nullptr && _pThread->GetOrderId() < _pSlot->GetOrderId();
-}
-
-void RecordRunError(CLS_TaskThread* _pThread, const std::string& _strDescription)
-{
-    TaskPoolRecord::Make(FILE_POOL, "FunRunTask", Logger::LOG_LEVEL_ERROR)
-        << "task run error - " << _pThread->GetOrderId() << " " << _strDescription;
-}
-
-/// The task's parameters as a text. When that cannot be made, the task is not run, and waits no longer.
-std::string DescribeTask(CLS_Task& _clsTask)
-{
-    try
-    {
-        return _clsTask.ParamToString();
-    }
-    catch (...)
-    {
-        _clsTask.UndoWaiting();
-        throw;
-    }
-}
-
-/// Runs the task that is bound to the worker. Touches nothing of the pool, which may end meanwhile; that
-/// includes letting go of the task, for a removed one takes the host's captured objects with it.
-void RunTask(CLS_TaskThread* _pThread, const std::string& _strTaskId)
-{
-    std::string strDescription;
-    try
-    {
-        const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(_strTaskId).lock();
-        if (!pTask)
-        {
-            TaskPoolRecord::Make(FILE_POOL, "FunRunTask", Logger::LOG_LEVEL_PROGRESS)
-                << "task id is fail - " << _strTaskId;
-            return;
-        }
-        strDescription = DescribeTask(*pTask);
-        pTask->Running();
-    }
-    catch (...)
-    {
-        RecordRunError(_pThread, strDescription);
-    }
-}
-
-/// The part of a run that lies outside of the pool. False when the pool has ended, or is about to.
-bool RunOutsidePool(CLS_TaskThread* _pThread, bool _bBound, const std::string& _strTaskId)
-{
-    if (!_pThread->GetRunGate().EnterRun())
-    {
-        return false;
-    }
-    try
-    {
-        if (_bBound)
-        {
-            RunTask(_pThread, _strTaskId);
-        }
-        else
-        {
-            RecordRunError(_pThread, "");
-        }
-    }
-    catch (...)
-    {
-        // There is not even memory for the record. The run is over all the same.
-    }
-    return _pThread->GetRunGate().LeaveRun();
-}
 
 void ReportTask(const std::string& _strTaskId)
 {
@@ -142,6 +67,15 @@ void CLS_QuenTaskPool::AppendWaitingTask(std::forward_list<std::string>& _lstTas
         }
     }
     m_lstWaitingOverflow.splice_after(m_lstWaitingOverflow.before_begin(), _lstTaskId);
+}
+
+void CLS_QuenTaskPool::RequestShutdown()
+{
+    {
+        const CLS_LockGuard lock(m_mtxWaitingTasks);
+        m_bRun.exchange(false);
+    }
+    m_cvWaitingTasks.notify_one();
 }
 
 void CLS_QuenTaskPool::FunTaskingThread()
@@ -234,22 +168,6 @@ CLS_TaskThread* CLS_QuenTaskPool::WaitForThread(std::size_t _iUndispatched)
     }
 }
 
-/// Writes the id, which is moved away, under the worker's key, where the worker's job reads it.
-void CLS_QuenTaskPool::BindTask(CLS_TaskThread* _pThread, std::string& _strTaskId)
-{
-    {
-        const CLS_LockGuard lock(m_smThreadTaskLock);
-        const auto itThread = m_mapThreadTask.find(_pThread);
-        if (itThread != m_mapThreadTask.end())
-        {
-            itThread->second = std::move(_strTaskId);
-            return;
-        }
-    }
-    TaskPoolRecord::Make(FILE_POOL, "FunTaskingThread", Logger::LOG_LEVEL_ERROR)
-        << "thread is not in m_mapThreadTask - " << _pThread->GetOrderId();
-}
-
 /// Says what keeps every worker busy. _iUndispatched ids of the dispatcher's batch wait for one.
 void CLS_QuenTaskPool::ReportBusy(std::size_t _iUndispatched)
 {
@@ -268,81 +186,4 @@ void CLS_QuenTaskPool::ReportBusy(std::size_t _iUndispatched)
     {
         ReportTask(strTaskId);
     }
-}
-
-/// Every worker with the id of its task, "" for an idle one.
-CLS_QuenTaskPool::Bindings CLS_QuenTaskPool::CopyBindings()
-{
-    const CLS_SharedGuard lock(m_smThreadTaskLock);
-    return Bindings(m_mapThreadTask.begin(), m_mapThreadTask.end());
-}
-
-void CLS_QuenTaskPool::FunRunTask(CLS_TaskThread* _pThread)
-{
-    const CLS_RunGate::CLS_PoolScope clsScope(_pThread->GetRunGate());
-    if (!clsScope.IsInside())
-    {
-        return;
-    }
-    std::string strTaskId;
-    const bool bBound = ReadBoundTask(_pThread, strTaskId);
-    if (!RunOutsidePool(_pThread, bBound, strTaskId))
-    {
-        // The pool may be gone.
-        return;
-    }
-    UnbindTask(_pThread);
-    if (!m_bRun)
-    {
-        return;
-    }
-    RemoveTmpTask(strTaskId);
-    AddIdleThread(_pThread);
-}
-
-/// The id that is bound to the worker. False when it cannot be had.
-bool CLS_QuenTaskPool::ReadBoundTask(CLS_TaskThread* _pThread, std::string& _strTaskId)
-{
-    try
-    {
-        const CLS_SharedGuard lock(m_smThreadTaskLock);
-        _strTaskId = m_mapThreadTask.at(_pThread);
-        return true;
-    }
-    catch (...)
-    {
-        return TakeBoundTask(_pThread, _strTaskId);
-    }
-}
-
-/// Moves the id that is bound to the worker away, which needs no memory: better than losing the task. False
-/// when the worker is not registered.
-bool CLS_QuenTaskPool::TakeBoundTask(CLS_TaskThread* _pThread, std::string& _strTaskId)
-{
-    const CLS_LockGuard lock(m_smThreadTaskLock);
-    const auto itThread = m_mapThreadTask.find(_pThread);
-    if (itThread == m_mapThreadTask.end())
-    {
-        return false;
-    }
-    _strTaskId.swap(itThread->second);
-    return true;
-}
-
-void CLS_QuenTaskPool::UnbindTask(CLS_TaskThread* _pThread)
-{
-    const CLS_LockGuard lock(m_smThreadTaskLock);
-    const auto itThread = m_mapThreadTask.find(_pThread);
-    if (itThread != m_mapThreadTask.end())
-    {
-        itThread->second.clear();
-    }
-}
-
-void CLS_QuenTaskPool::AddIdleThread(CLS_TaskThread* _pThread)
-{
-    const CLS_LockGuard lock(m_mtxIdleThreads);
-    const auto itBehind =
-        std::upper_bound(m_vecIdleThreads.begin(), m_vecIdleThreads.end(), _pThread, SortsBefore);
-    m_vecIdleThreads.insert(itBehind, _pThread);
 }

@@ -1,0 +1,91 @@
+// The owners of one-shot tasks.
+
+#include "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool.h"
+
+namespace
+{
+/// The id's place in the list, or its end; looks around itNear first.
+std::list<std::string>::iterator FindNear(std::list<std::string>& _lstTaskIds,
+                                          std::list<std::string>::iterator _itNear,
+                                          const std::string& _strTaskId)
+{
+    auto itForward = _itNear;
+    auto itBackward = _itNear;
+    while (itForward != _lstTaskIds.end() || itBackward != _lstTaskIds.begin())
+    {
+        if (itForward != _lstTaskIds.end() && *itForward++ == _strTaskId)
+        {
+            return std::prev(itForward);
+        }
+        if (itBackward != _lstTaskIds.begin() && *--itBackward == _strTaskId)
+        {
+            return itBackward;
+        }
+    }
+    return _lstTaskIds.end();
+}
+} // namespace
+
+/// Notes the owner of a task in all maps, or, when memory runs out, in none.
+void CLS_QuenTaskPool::AddOwnedTask(const std::string& _strTaskId, void* _pObj)
+{
+    std::list<std::string> lstTaskId{_strTaskId};
+    std::map<std::string, void*> mapOwner{{_strTaskId, _pObj}};
+    const CLS_LockGuard lock(m_mtxTmpTasks);
+    auto itTasks = m_mapTmpTasks.find(_pObj);
+    if (itTasks == m_mapTmpTasks.end())
+    {
+        // A list that cannot be had leaves no cursor behind.
+        std::map<void*, std::list<std::string>::iterator> mapCursor;
+        auto& itCursor = mapCursor[_pObj];
+        itTasks = m_mapTmpTasks.try_emplace(_pObj).first;
+        itCursor = itTasks->second.end();
+        m_mapTmpTaskCursors.merge(mapCursor);
+    }
+    itTasks->second.splice(itTasks->second.end(), lstTaskId);
+    m_mapTmpTaskOwner.insert(mapOwner.extract(mapOwner.begin())).position->second = _pObj;
+}
+
+void CLS_QuenTaskPool::RemoveTmpTask(const std::string& _strTaskId)
+{
+    const CLS_LockGuard lock(m_mtxTmpTasks);
+    const auto itOwner = m_mapTmpTaskOwner.find(_strTaskId);
+    if (itOwner == m_mapTmpTaskOwner.end())
+    {
+        return;
+    }
+    const auto itTasks = m_mapTmpTasks.find(itOwner->second);
+    if (itTasks != m_mapTmpTasks.end())
+    {
+        std::list<std::string>& lstTaskIds = itTasks->second;
+        auto& itCursor = m_mapTmpTaskCursors.try_emplace(itTasks->first, lstTaskIds.begin()).first->second;
+        const auto itTaskId = FindNear(lstTaskIds, itCursor, _strTaskId);
+        if (itTaskId != lstTaskIds.end())
+        {
+            itCursor = lstTaskIds.erase(itTaskId);
+        }
+        if (lstTaskIds.empty())
+        {
+            m_mapTmpTaskCursors.erase(itTasks->first);
+            m_mapTmpTasks.erase(itTasks);
+        }
+    }
+    m_mapTmpTaskOwner.erase(itOwner);
+}
+
+/// Drops the owner from both maps and returns its ids.
+std::list<std::string> CLS_QuenTaskPool::TakeOwnedTasks(void* _pObj)
+{
+    const CLS_LockGuard lock(m_mtxTmpTasks);
+    m_mapTmpTaskCursors.erase(_pObj);
+    auto clsEntry = m_mapTmpTasks.extract(_pObj);
+    if (clsEntry.empty())
+    {
+        return {};
+    }
+    for (const std::string& strTaskId : clsEntry.mapped())
+    {
+        m_mapTmpTaskOwner.erase(strTaskId);
+    }
+    return std::move(clsEntry.mapped());
+}
