@@ -15,7 +15,7 @@ install(DIRECTORY QuenHost QuenInclude
   DESTINATION "${ZEL_INSTALL_INCLUDEDIR}" COMPONENT development FILES_MATCHING PATTERN "*.h")
 install(DIRECTORY QuenPlugins/ZelTaskPool
   DESTINATION "${ZEL_INSTALL_INCLUDEDIR}/QuenPlugins" COMPONENT development
-  FILES_MATCHING PATTERN "*.h" PATTERN "TaskPoolRecord.h" EXCLUDE)
+  FILES_MATCHING PATTERN "*.h" PATTERN "TaskPoolRecord.h" EXCLUDE PATTERN "ReserveEntry.h" EXCLUDE)
 
 # The pages, and what they point at, under the paths that they have here.
 set(ZEL_INSTALL_DOCUMENTATION "${CMAKE_INSTALL_DATADIR}/doc/${PROJECT_NAME}")

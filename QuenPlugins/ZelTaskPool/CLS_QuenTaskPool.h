@@ -16,6 +16,7 @@
 #include <list>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -164,7 +165,7 @@ public:
     /// the idle list. On the worker's thread. A task whose parameters cannot be read is not
     /// run, with a record; a loop task is due again. std::bad_alloc passes when the idle list cannot grow;
     /// the worker then calls its job again, which finds no task and tries the list again.
-    ZEL_TASKPOOL_EXPORT void FunRunTask(CLS_TaskThread* _pThread);
+    ZEL_TASKPOOL_EXPORT void FunRunTask(CLS_TaskThread* _pWorker);
 
     /// The dispatcher's body. Names its thread zel-dispatcher. Returns when the pool ends: at once, or when
     /// the pass in progress is done. For its thread only.
@@ -179,6 +180,7 @@ public:
     ZEL_TASKPOOL_EXPORT static CLS_QuenTaskPool* m_pInstance;
 
 private:
+    using BindingMap = std::map<CLS_TaskThread*, std::string>;
     using Bindings = std::vector<std::pair<CLS_TaskThread*, std::string>>;
 
     // Lifetime: the start and end of the pool.
@@ -188,7 +190,7 @@ private:
     void StartServiceThread(std::unique_ptr<std::thread>& _pThread, void (CLS_QuenTaskPool::*_funBody)());
     void EndServiceThreads();
     void EndServiceThread(std::unique_ptr<std::thread>& _pThread);
-    bool EndPool(CLS_ShutdownClaim& _clsClaim);
+    bool ShutDown(CLS_ShutdownClaim& _clsClaim);
     void DestroyInstance();
     bool IsPoolThread();
 
@@ -211,29 +213,29 @@ private:
     std::vector<std::string> TakeWaitingTasks(std::forward_list<std::string>& _lstOverflow)
         ZEL_EXCLUDES(m_mtxWaitingTasks);
     bool DispatchTask(std::string& _strTaskId, std::size_t _iUndispatched);
-    CLS_TaskThread* WaitForThread(std::size_t _iUndispatched);
+    CLS_TaskThread* WaitForWorker(std::size_t _iUndispatched);
     void ReportBusy(std::size_t _iUndispatched) ZEL_EXCLUDES(m_mtxWaitingTasks);
 
     // Workers: their table, the idle list, their job, and their end.
-    void RegisterThread(CLS_TaskThread* _pThread, std::map<CLS_TaskThread*, std::string>& _mapEntry)
+    void RegisterWorker(CLS_TaskThread* _pWorker, BindingMap::node_type&& _clsBinding)
         ZEL_EXCLUDES(m_smThreadTaskLock);
-    std::string UnregisterThread(CLS_TaskThread* _pThread) ZEL_EXCLUDES(m_smThreadTaskLock);
-    void BindTask(CLS_TaskThread* _pThread, std::string& _strTaskId) ZEL_EXCLUDES(m_smThreadTaskLock);
-    bool ReadBoundTask(CLS_TaskThread* _pThread, std::string& _strTaskId) ZEL_EXCLUDES(m_smThreadTaskLock);
-    bool TakeBoundTask(CLS_TaskThread* _pThread, std::string& _strTaskId) ZEL_EXCLUDES(m_smThreadTaskLock);
-    void UnbindTask(CLS_TaskThread* _pThread) ZEL_EXCLUDES(m_smThreadTaskLock);
+    std::string UnregisterWorker(CLS_TaskThread* _pWorker) ZEL_EXCLUDES(m_smThreadTaskLock);
+    void BindTask(CLS_TaskThread* _pWorker, std::string& _strTaskId) ZEL_EXCLUDES(m_smThreadTaskLock);
+    std::optional<std::string> ReadBoundTask(CLS_TaskThread* _pWorker) ZEL_EXCLUDES(m_smThreadTaskLock);
+    std::optional<std::string> TakeBoundTask(CLS_TaskThread* _pWorker) ZEL_EXCLUDES(m_smThreadTaskLock);
+    void UnbindTask(CLS_TaskThread* _pWorker) ZEL_EXCLUDES(m_smThreadTaskLock);
     Bindings CopyBindings() ZEL_EXCLUDES(m_smThreadTaskLock);
     bool IsWorkerThread() ZEL_EXCLUDES(m_smThreadTaskLock);
-    void AddIdleThread(CLS_TaskThread* _pThread) ZEL_EXCLUDES(m_mtxIdleThreads);
-    CLS_TaskThread* TakeIdleThread() ZEL_EXCLUDES(m_mtxIdleThreads);
+    void AddIdleWorker(CLS_TaskThread* _pWorker) ZEL_EXCLUDES(m_mtxIdleThreads);
+    CLS_TaskThread* TakeIdleWorker() ZEL_EXCLUDES(m_mtxIdleThreads);
     bool SleepBetweenPasses();
     void OvertimePass();
-    std::vector<CLS_TaskThread*> TakeOverrunThreads() ZEL_EXCLUDES(m_mtxIdleThreads);
-    void RetireThread(CLS_TaskThread* _pThread);
+    std::vector<CLS_TaskThread*> TakeOverdueWorkers() ZEL_EXCLUDES(m_mtxIdleThreads);
+    void RetireWorker(CLS_TaskThread* _pWorker);
     std::vector<CLS_TaskThread*> StopBoundTasks(CLS_ShutdownClaim& _clsClaim);
     void EndWorkers(const std::vector<CLS_TaskThread*>& _vecOverrun);
     CLS_TaskThread* FindWorker() ZEL_EXCLUDES(m_smThreadTaskLock);
-    void ForgetWorker(CLS_TaskThread* _pThread) ZEL_EXCLUDES(m_mtxIdleThreads);
+    void ForgetWorker(CLS_TaskThread* _pWorker) ZEL_EXCLUDES(m_mtxIdleThreads);
 
     // Owners: who submitted which one-shot task.
     void AddOwnedTask(const std::string& _strTaskId, void* _pObj) ZEL_EXCLUDES(m_mtxTmpTasks);

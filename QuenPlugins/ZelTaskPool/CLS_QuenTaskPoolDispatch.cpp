@@ -1,4 +1,4 @@
-// The waiting queue and the dispatcher.
+// The waiting queue, and the dispatcher that hands its tasks to workers.
 
 #include "QuenInclude/Util.h"
 #include "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool.h"
@@ -10,12 +10,14 @@ using TaskPoolRecord::FILE_POOL;
 
 namespace
 {
-/// The dispatcher looks at the run flag at least this often.
+/// The dispatcher checks the run flag at least this often.
 constexpr std::chrono::seconds QUEUE_WAIT{1};
-/// How long the dispatcher waits before it asks for a worker again, and how often it asks between reports.
+/// How long the dispatcher waits before it asks for a worker again, and how often it asks between two
+/// reports.
 constexpr std::chrono::milliseconds RETRY_WAIT{100};
 constexpr int RETRIES_PER_REPORT = 90;
 
+/// Reports one task that keeps a worker busy.
 void ReportTask(const std::string& _strTaskId)
 {
     if (const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(_strTaskId).lock())
@@ -27,7 +29,7 @@ void ReportTask(const std::string& _strTaskId)
         TaskPoolRecord::Make(FILE_POOL, "FunTaskingThread", Logger::LOG_LEVEL_PROGRESS) << strText;
         return;
     }
-    // Kept on purpose: the null pointer stands for the task that is not there.
+    // Kept on purpose: the null pointer stands for the missing task.
     const std::string strNull = CLS_CVariant(static_cast<void*>(nullptr)).ToString();
     TaskPoolRecord::Make(FILE_POOL, "FunTaskingThread", Logger::LOG_LEVEL_PROGRESS)
         << "runing task info - " << _strTaskId << strNull;
@@ -41,8 +43,8 @@ void CLS_QuenTaskPool::AddWaitingTasks(const std::string& _strTaskId)
     {
         return;
     }
-    // Memory comes first: from the mark on nothing fails, for a mark cannot be taken back. Other threads may
-    // queue and run the task meanwhile.
+    // Memory first: nothing may fail after the mark. It cannot be taken back, because other threads may queue
+    // and run the task meanwhile.
     std::forward_list<std::string> lstTaskId(1, _strTaskId);
     pTask->SetTaskIsWaiting();
     const CLS_LockGuard lock(m_mtxWaitingTasks);
@@ -50,8 +52,6 @@ void CLS_QuenTaskPool::AddWaitingTasks(const std::string& _strTaskId)
     m_cvWaitingTasks.notify_one();
 }
 
-/// Appends the one id of _lstTaskId to the waiting queue. When the queue has no memory to grow, it grows by
-/// the list itself, until the dispatcher takes it.
 void CLS_QuenTaskPool::AppendWaitingTask(std::forward_list<std::string>& _lstTaskId)
 {
     if (m_lstWaitingOverflow.empty())
@@ -63,7 +63,7 @@ void CLS_QuenTaskPool::AppendWaitingTask(std::forward_list<std::string>& _lstTas
         }
         catch (...)
         {
-            // The id is where it was.
+            // No memory: the id is still in its list, which becomes part of the queue.
         }
     }
     m_lstWaitingOverflow.splice_after(m_lstWaitingOverflow.before_begin(), _lstTaskId);
@@ -95,7 +95,6 @@ void CLS_QuenTaskPool::FunTaskingThread()
     }
 }
 
-/// Hands everything that is queued to workers, in order. When the pool ends meanwhile, the rest is dropped.
 void CLS_QuenTaskPool::DispatchPass()
 {
     std::forward_list<std::string> lstOverflow;
@@ -119,8 +118,6 @@ void CLS_QuenTaskPool::DispatchPass()
     }
 }
 
-/// Waits for something to be queued, or for the pool's end, and takes the whole queue: first what is
-/// returned, then _lstOverflow from its end.
 std::vector<std::string> CLS_QuenTaskPool::TakeWaitingTasks(std::forward_list<std::string>& _lstOverflow)
 {
     std::vector<std::string> vecBatch;
@@ -134,27 +131,25 @@ std::vector<std::string> CLS_QuenTaskPool::TakeWaitingTasks(std::forward_list<st
     return vecBatch;
 }
 
-/// Hands a task to a worker. False when the pool ends first. _iUndispatched ids of the batch wait for one.
 bool CLS_QuenTaskPool::DispatchTask(std::string& _strTaskId, std::size_t _iUndispatched)
 {
-    CLS_TaskThread* const pThread = m_bRun ? WaitForThread(_iUndispatched) : nullptr;
-    if (pThread == nullptr)
+    CLS_TaskThread* const pWorker = m_bRun ? WaitForWorker(_iUndispatched) : nullptr;
+    if (pWorker == nullptr)
     {
         return false;
     }
-    BindTask(pThread, _strTaskId);
-    pThread->AddFunction([this](CLS_TaskThread* _pThread) { FunRunTask(_pThread); });
+    BindTask(pWorker, _strTaskId);
+    pWorker->AddFunction([this](CLS_TaskThread* _pWorker) { FunRunTask(_pWorker); });
     return true;
 }
 
-/// A worker, as soon as there is one; null when the pool ends first.
-CLS_TaskThread* CLS_QuenTaskPool::WaitForThread(std::size_t _iUndispatched)
+CLS_TaskThread* CLS_QuenTaskPool::WaitForWorker(std::size_t _iUndispatched)
 {
     for (int iTry = 1;; ++iTry)
     {
-        if (CLS_TaskThread* const pThread = GetTaskThread())
+        if (CLS_TaskThread* const pWorker = GetTaskThread())
         {
-            return pThread;
+            return pWorker;
         }
         if (iTry % RETRIES_PER_REPORT == 0)
         {
@@ -168,7 +163,6 @@ CLS_TaskThread* CLS_QuenTaskPool::WaitForThread(std::size_t _iUndispatched)
     }
 }
 
-/// Says what keeps every worker busy. _iUndispatched ids of the dispatcher's batch wait for one.
 void CLS_QuenTaskPool::ReportBusy(std::size_t _iUndispatched)
 {
     std::size_t iWaiting = _iUndispatched;
@@ -182,7 +176,7 @@ void CLS_QuenTaskPool::ReportBusy(std::size_t _iUndispatched)
     TaskPoolRecord::Make(FILE_POOL, "FunTaskingThread", Logger::LOG_LEVEL_PROGRESS)
         << "waiting task count [" << iWaiting << "] CurrentThreadCount [" << iThreads << "] MaxThread ["
         << m_iMaxThread << "]";
-    for (const auto& [pThread, strTaskId] : CopyBindings())
+    for (const auto& [pWorker, strTaskId] : CopyBindings())
     {
         ReportTask(strTaskId);
     }

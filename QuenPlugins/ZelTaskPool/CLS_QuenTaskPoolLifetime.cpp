@@ -1,4 +1,4 @@
-// Start and end of the pool.
+// The start and the shutdown of the pool.
 
 #include "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool.h"
 #include "QuenPlugins/ZelTaskPool/CLS_ShutdownClaim.h"
@@ -8,12 +8,13 @@ using TaskPoolRecord::FILE_POOL;
 
 namespace
 {
+/// Writes one of the log records that frame the shutdown.
 void RecordProgress(const char* _szText, int _iLine = __builtin_LINE())
 {
     TaskPoolRecord::Make(FILE_POOL, "UnInit", Logger::LOG_LEVEL_PROGRESS, _iLine) << _szText;
 }
 
-/// Destroys a pool that the caller has no claim to yet, unless another thread is ending it; null is ignored.
+/// Destroys a pool that the caller has not claimed, unless another thread is shutting it down. Ignores null.
 void DestroyOther(const CLS_QuenTaskPool* _pPool)
 {
     const CLS_ShutdownClaim clsClaim(_pPool);
@@ -37,7 +38,6 @@ CLS_QuenTaskPool* CLS_QuenTaskPool::GetInstance()
     return pInstance;
 }
 
-/// m_pInstance. It is a plain pointer for its users, and read by threads that do not end the pool.
 CLS_QuenTaskPool* CLS_QuenTaskPool::LoadInstance()
 {
     return __atomic_load_n(&m_pInstance, __ATOMIC_ACQUIRE);
@@ -65,9 +65,9 @@ CLS_QuenTaskPool::CLS_QuenTaskPool()
 
 CLS_QuenTaskPool::~CLS_QuenTaskPool()
 {
-    // First of all: doing so afterwards could hide a new pool.
+    // First, because a later store could hide a new pool.
     StoreInstance(nullptr);
-    // After a failed UnInit there may be threads left. None may run on a pool that is gone.
+    // A failed UnInit may leave threads behind. None may run on a pool that is gone.
     EndServiceThreads();
     EndWorkers({});
     CLS_ShutdownClaim::RemovePool(this);
@@ -83,12 +83,11 @@ void CLS_QuenTaskPool::StartServiceThreads()
 void CLS_QuenTaskPool::StartServiceThread(std::unique_ptr<std::thread>& _pThread,
                                           void (CLS_QuenTaskPool::*_funBody)())
 {
-    CLS_ShutdownClaim::ThreadId setThread{std::thread::id()};
+    auto clsThread = CLS_ShutdownClaim::ReserveThread();
     _pThread = std::make_unique<std::thread>(_funBody, this);
-    CLS_ShutdownClaim::AddThread(this, _pThread->get_id(), setThread);
+    CLS_ShutdownClaim::AddThread(this, _pThread->get_id(), std::move(clsThread));
 }
 
-/// Tells the service threads to end and waits for them.
 void CLS_QuenTaskPool::EndServiceThreads()
 {
     RequestShutdown();
@@ -116,7 +115,7 @@ void CLS_QuenTaskPool::UnInit()
     CLS_ShutdownClaim clsClaim(this);
     if (clsClaim.IsGranted())
     {
-        EndPool(clsClaim);
+        ShutDown(clsClaim);
     }
 }
 
@@ -128,21 +127,20 @@ void CLS_QuenTaskPool::KillTaskAll()
         return;
     }
     const bool bPoolThread = IsPoolThread();
-    if (EndPool(clsClaim))
+    if (ShutDown(clsClaim))
     {
-        // A record's "PrintLog" may have built another pool meanwhile.
+        // "PrintLog" may have built another pool meanwhile.
         DestroyOther(LoadInstance());
     }
     else if (!bPoolThread)
     {
-        // A thread that the end has to wait for cannot destroy the pool either.
+        // A thread that the shutdown waits for cannot destroy the pool either.
         clsClaim.BeginStep();
         DestroyInstance();
     }
 }
 
-/// Ends the pool and destroys it. False when that failed, and the pool is still there.
-bool CLS_QuenTaskPool::EndPool(CLS_ShutdownClaim& _clsClaim)
+bool CLS_QuenTaskPool::ShutDown(CLS_ShutdownClaim& _clsClaim)
 {
     RecordProgress("----- TaskPool UnInit begin -----");
     try
@@ -166,7 +164,6 @@ bool CLS_QuenTaskPool::EndPool(CLS_ShutdownClaim& _clsClaim)
     return true;
 }
 
-/// Destroys the instance: this pool, unless a racing first use has built another one.
 void CLS_QuenTaskPool::DestroyInstance()
 {
     CLS_QuenTaskPool* const pInstance = LoadInstance();
@@ -180,7 +177,6 @@ void CLS_QuenTaskPool::DestroyInstance()
     }
 }
 
-/// Whether the calling thread is one that the end of the pool waits for.
 bool CLS_QuenTaskPool::IsPoolThread()
 {
     for (const auto* const pThread : {&m_pTaskingThread, &m_pLoopThread, &m_pOvertimeThread})

@@ -10,6 +10,7 @@ using TaskPoolRecord::FILE_POOL;
 
 namespace
 {
+/// The loop scheduler sleeps this long between passes.
 constexpr std::chrono::milliseconds LOOP_POLL{10};
 } // namespace
 
@@ -31,7 +32,6 @@ void CLS_QuenTaskPool::FunLoopThread()
     }
 }
 
-/// Queues each loop task that is due.
 void CLS_QuenTaskPool::LoopPass()
 {
     RefreshLoopSchedule();
@@ -63,7 +63,6 @@ void CLS_QuenTaskPool::ListLoopTask(const std::string& _strTaskId)
     m_clsLoopSchedule.NoteListChange();
 }
 
-/// Drops the first occurrence of the id from the list of loop tasks.
 void CLS_QuenTaskPool::ForgetLoopTask(const std::string& _strTaskId)
 {
     const CLS_LockGuard lock(m_smLoopTasksLock);

@@ -1,10 +1,11 @@
-// The owners of one-shot tasks.
+// The owner maps: which owner submitted which one-shot task.
 
 #include "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool.h"
+#include "QuenPlugins/ZelTaskPool/ReserveEntry.h"
 
 namespace
 {
-/// The id's place in the list, or its end; looks around itNear first.
+/// The id's place in the list, or the list's end. Searches outward from _itNear.
 std::list<std::string>::iterator FindNear(std::list<std::string>& _lstTaskIds,
                                           std::list<std::string>::iterator _itNear,
                                           const std::string& _strTaskId)
@@ -26,24 +27,23 @@ std::list<std::string>::iterator FindNear(std::list<std::string>& _lstTaskIds,
 }
 } // namespace
 
-/// Notes the owner of a task in all maps, or, when memory runs out, in none.
 void CLS_QuenTaskPool::AddOwnedTask(const std::string& _strTaskId, void* _pObj)
 {
     std::list<std::string> lstTaskId{_strTaskId};
-    std::map<std::string, void*> mapOwner{{_strTaskId, _pObj}};
+    auto clsOwner = ReserveEntry<decltype(m_mapTmpTaskOwner)>(_strTaskId, _pObj);
     const CLS_LockGuard lock(m_mtxTmpTasks);
     auto itTasks = m_mapTmpTasks.find(_pObj);
     if (itTasks == m_mapTmpTasks.end())
     {
-        // A list that cannot be had leaves no cursor behind.
-        std::map<void*, std::list<std::string>::iterator> mapCursor;
-        auto& itCursor = mapCursor[_pObj];
+        // The cursor first: if there is no memory for the list, no cursor may be left behind.
+        auto clsCursor =
+            ReserveEntry<decltype(m_mapTmpTaskCursors)>(_pObj, std::list<std::string>::iterator());
         itTasks = m_mapTmpTasks.try_emplace(_pObj).first;
-        itCursor = itTasks->second.end();
-        m_mapTmpTaskCursors.merge(mapCursor);
+        clsCursor.mapped() = itTasks->second.end();
+        m_mapTmpTaskCursors.insert(std::move(clsCursor));
     }
     itTasks->second.splice(itTasks->second.end(), lstTaskId);
-    m_mapTmpTaskOwner.insert(mapOwner.extract(mapOwner.begin())).position->second = _pObj;
+    m_mapTmpTaskOwner.insert(std::move(clsOwner)).position->second = _pObj;
 }
 
 void CLS_QuenTaskPool::RemoveTmpTask(const std::string& _strTaskId)
@@ -73,7 +73,6 @@ void CLS_QuenTaskPool::RemoveTmpTask(const std::string& _strTaskId)
     m_mapTmpTaskOwner.erase(itOwner);
 }
 
-/// Drops the owner from both maps and returns its ids.
 std::list<std::string> CLS_QuenTaskPool::TakeOwnedTasks(void* _pObj)
 {
     const CLS_LockGuard lock(m_mtxTmpTasks);

@@ -1,8 +1,9 @@
-// The workers: their table, the idle list, their job, and their end.
+// The workers: their table, the idle list, their job, retirement and shutdown.
 
 #include "QuenInclude/Util.h"
 #include "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool.h"
 #include "QuenPlugins/ZelTaskPool/CLS_ShutdownClaim.h"
+#include "QuenPlugins/ZelTaskPool/ReserveEntry.h"
 #include "QuenPlugins/ZelTaskPool/TaskPoolRecord.h"
 
 #include <algorithm>
@@ -11,27 +12,36 @@ using TaskPoolRecord::FILE_POOL;
 
 namespace
 {
-/// The watchdog sleeps 180 seconds between passes, in steps, so that it notices the pool's end.
+/// The watchdog sleeps 180 seconds between passes, in steps, so that it notices the shutdown.
 constexpr std::chrono::milliseconds OVERTIME_STEP{180};
 constexpr int OVERTIME_STEPS = 1000;
 
-/// How long the end of the pool waits for runs that no StopTask can wait for: as long as that would.
+/// How long the shutdown waits for the runs that no StopTask can wait for: as long as StopTask would.
 constexpr std::chrono::milliseconds RUN_LIMIT = CLS_Task::STOP_POLL * CLS_Task::STOP_POLLS;
 
-/// Whether a worker's place on the idle list is before a slot: by ascending order id, and never before an
-/// empty one.
-bool SortsBefore(CLS_TaskThread* _pThread, CLS_TaskThread* _pSlot)
+/// Whether a worker sorts before a slot of the idle list: by ascending order id, and never before an empty
+/// slot.
+bool SortsBefore(CLS_TaskThread* _pWorker, CLS_TaskThread* _pSlot)
 {
-    return _pSlot != nullptr && _pThread->GetOrderId() < _pSlot->GetOrderId();
+    return _pSlot != nullptr && _pWorker->GetOrderId() < _pSlot->GetOrderId();
 }
 
-void RecordRunError(CLS_TaskThread* _pThread, const std::string& _strDescription)
+void RecordRunError(CLS_TaskThread* _pWorker, const std::string& _strDescription)
 {
     TaskPoolRecord::Make(FILE_POOL, "FunRunTask", Logger::LOG_LEVEL_ERROR)
-        << "task run error - " << _pThread->GetOrderId() << " " << _strDescription;
+        << "task run error - " << _pWorker->GetOrderId() << " " << _strDescription;
 }
 
-/// The task's parameters as a text. When that cannot be made, the task is not run, and waits no longer.
+/// Reports that a worker was idle although a task was bound to it.
+void RecordBoundTask(const std::string& _strTaskId)
+{
+    const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(_strTaskId).lock();
+    const std::string strParam = pTask ? pTask->ParamToString() : std::string();
+    TaskPoolRecord::Make(FILE_POOL, "FunTaskThreadWaitingOvertime", Logger::LOG_LEVEL_ERROR)
+        << "OvertimeThread is fail taskId - " << _strTaskId << " " << strParam;
+}
+
+/// The task's parameters as text. On failure the task is not run and no longer waits.
 std::string DescribeTask(CLS_Task& _clsTask)
 {
     try
@@ -45,13 +55,13 @@ std::string DescribeTask(CLS_Task& _clsTask)
     }
 }
 
-/// Runs the task that is bound to the worker. Touches nothing of the pool, which may end meanwhile; that
-/// includes letting go of the task, for a removed one takes the host's captured objects with it.
-void RunTask(CLS_TaskThread* _pThread, const std::string& _strTaskId)
+/// Runs the registered task with this id. Touches nothing of the pool, which may end meanwhile.
+void RunRegisteredTask(CLS_TaskThread* _pWorker, const std::string& _strTaskId)
 {
     std::string strDescription;
     try
     {
+        // Let go of outside the pool, for a removed task takes the host's captured objects with it.
         const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(_strTaskId).lock();
         if (!pTask)
         {
@@ -64,90 +74,70 @@ void RunTask(CLS_TaskThread* _pThread, const std::string& _strTaskId)
     }
     catch (...)
     {
-        RecordRunError(_pThread, strDescription);
+        RecordRunError(_pWorker, strDescription);
     }
 }
 
-/// The part of a run that lies outside of the pool. False when the pool has ended, or is about to.
-bool RunOutsidePool(CLS_TaskThread* _pThread, bool _bBound, const std::string& _strTaskId)
+/// The part of a job that does not touch the pool. False when the pool has ended, or is about to.
+bool RunBoundTask(CLS_TaskThread* _pWorker, const std::optional<std::string>& _optTaskId)
 {
-    if (!_pThread->GetRunGate().EnterRun())
+    if (!_pWorker->GetRunGate().EnterRun())
     {
         return false;
     }
     try
     {
-        if (_bBound)
+        if (_optTaskId)
         {
-            RunTask(_pThread, _strTaskId);
+            RunRegisteredTask(_pWorker, *_optTaskId);
         }
         else
         {
-            RecordRunError(_pThread, "");
+            RecordRunError(_pWorker, "");
         }
     }
     catch (...)
     {
-        // There is not even memory for the record. The run is over all the same.
+        // There is no memory even for the log record. The run is over in any case.
     }
-    return _pThread->GetRunGate().LeaveRun();
-}
-
-/// Says that a worker was idle and yet bound to a task.
-void RecordBoundTask(const std::string& _strTaskId)
-{
-    const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(_strTaskId).lock();
-    const std::string strParam = pTask ? pTask->ParamToString() : std::string();
-    TaskPoolRecord::Make(FILE_POOL, "FunTaskThreadWaitingOvertime", Logger::LOG_LEVEL_ERROR)
-        << "OvertimeThread is fail taskId - " << _strTaskId << " " << strParam;
+    return _pWorker->GetRunGate().LeaveRun();
 }
 } // namespace
 
 CLS_TaskThread* CLS_QuenTaskPool::GetTaskThread()
 {
-    if (CLS_TaskThread* const pIdle = TakeIdleThread())
+    if (CLS_TaskThread* const pIdle = TakeIdleWorker())
     {
         return pIdle;
     }
-    // A worker may be about to come back: giving way to it once keeps the pool small and warm.
+    // A worker may be about to become idle: yielding once keeps the pool small and warm.
     std::this_thread::yield();
-    if (CLS_TaskThread* const pIdle = TakeIdleThread())
+    if (CLS_TaskThread* const pIdle = TakeIdleWorker())
     {
         return pIdle;
     }
-    // Kept on purpose: not "greater", so there is one worker more than the limit says.
+    // Kept on purpose: ">=" allows one worker more than the limit says.
     return m_iMaxThread >= GetTaskThreadNum() ? CreateTaskThread() : nullptr;
 }
 
 CLS_TaskThread* CLS_QuenTaskPool::CreateTaskThread()
 {
-    CLS_TaskThread* pThread = nullptr;
+    CLS_TaskThread* pWorker = nullptr;
     try
     {
-        // Memory for the entries comes first: a worker that runs can always be registered.
-        std::map<CLS_TaskThread*, std::string> mapEntry{{nullptr, std::string()}};
-        CLS_ShutdownClaim::ThreadId setThread{std::thread::id()};
-        pThread = new CLS_TaskThread;
-        CLS_ShutdownClaim::AddThread(this, pThread->GetThreadId(), setThread);
-        RegisterThread(pThread, mapEntry);
+        // Memory first: a running worker can always be registered.
+        auto clsBinding = ReserveEntry<BindingMap>(nullptr, std::string());
+        auto clsThread = CLS_ShutdownClaim::ReserveThread();
+        pWorker = new CLS_TaskThread;
+        CLS_ShutdownClaim::AddThread(this, pWorker->GetThreadId(), std::move(clsThread));
+        RegisterWorker(pWorker, std::move(clsBinding));
     }
     catch (...)
     {
         TaskPoolRecord::Make(FILE_POOL, "CreateTaskThread", Logger::LOG_LEVEL_ERROR)
             << "create task thread error";
     }
-    return pThread;
-}
-
-/// Registers the worker with the one entry of _mapEntry.
-void CLS_QuenTaskPool::RegisterThread(CLS_TaskThread* _pThread,
-                                      std::map<CLS_TaskThread*, std::string>& _mapEntry)
-{
-    auto clsEntry = _mapEntry.extract(_mapEntry.begin());
-    clsEntry.key() = _pThread;
-    const CLS_LockGuard lock(m_smThreadTaskLock);
-    _pThread->SetOrderId(static_cast<std::int32_t>(m_mapThreadTask.size()));
-    m_mapThreadTask.insert(std::move(clsEntry));
+    return pWorker;
 }
 
 int CLS_QuenTaskPool::GetTaskThreadNum()
@@ -156,110 +146,125 @@ int CLS_QuenTaskPool::GetTaskThreadNum()
     return static_cast<std::int32_t>(m_mapThreadTask.size());
 }
 
-/// Writes the id, which is moved away, under the worker's key, where the worker's job reads it.
-void CLS_QuenTaskPool::BindTask(CLS_TaskThread* _pThread, std::string& _strTaskId)
+void CLS_QuenTaskPool::RegisterWorker(CLS_TaskThread* _pWorker, BindingMap::node_type&& _clsBinding)
+{
+    _clsBinding.key() = _pWorker;
+    const CLS_LockGuard lock(m_smThreadTaskLock);
+    _pWorker->SetOrderId(static_cast<std::int32_t>(m_mapThreadTask.size()));
+    m_mapThreadTask.insert(std::move(_clsBinding));
+}
+
+std::string CLS_QuenTaskPool::UnregisterWorker(CLS_TaskThread* _pWorker)
+{
+    const CLS_LockGuard lock(m_smThreadTaskLock);
+    auto clsBinding = m_mapThreadTask.extract(_pWorker);
+    return clsBinding.empty() ? std::string() : std::move(clsBinding.mapped());
+}
+
+bool CLS_QuenTaskPool::IsWorkerThread()
+{
+    const CLS_SharedGuard lock(m_smThreadTaskLock);
+    return std::any_of(m_mapThreadTask.begin(), m_mapThreadTask.end(),
+                       [](const auto& _pairBinding) { return _pairBinding.first->IsOwnThread(); });
+}
+
+void CLS_QuenTaskPool::BindTask(CLS_TaskThread* _pWorker, std::string& _strTaskId)
 {
     {
         const CLS_LockGuard lock(m_smThreadTaskLock);
-        const auto itThread = m_mapThreadTask.find(_pThread);
-        if (itThread != m_mapThreadTask.end())
+        const auto itWorker = m_mapThreadTask.find(_pWorker);
+        if (itWorker != m_mapThreadTask.end())
         {
-            itThread->second = std::move(_strTaskId);
+            itWorker->second = std::move(_strTaskId);
             return;
         }
     }
     TaskPoolRecord::Make(FILE_POOL, "FunTaskingThread", Logger::LOG_LEVEL_ERROR)
-        << "thread is not in m_mapThreadTask - " << _pThread->GetOrderId();
+        << "thread is not in m_mapThreadTask - " << _pWorker->GetOrderId();
 }
 
-/// Every worker with the id of its task, "" for an idle one.
+std::optional<std::string> CLS_QuenTaskPool::ReadBoundTask(CLS_TaskThread* _pWorker)
+{
+    try
+    {
+        const CLS_SharedGuard lock(m_smThreadTaskLock);
+        const auto itWorker = m_mapThreadTask.find(_pWorker);
+        return itWorker == m_mapThreadTask.end() ? std::nullopt : std::optional(itWorker->second);
+    }
+    catch (...)
+    {
+        // The copy found no memory. Moving the id needs none, and loses less than losing the task.
+        return TakeBoundTask(_pWorker);
+    }
+}
+
+std::optional<std::string> CLS_QuenTaskPool::TakeBoundTask(CLS_TaskThread* _pWorker)
+{
+    const CLS_LockGuard lock(m_smThreadTaskLock);
+    const auto itWorker = m_mapThreadTask.find(_pWorker);
+    return itWorker == m_mapThreadTask.end() ? std::nullopt
+                                             : std::optional(std::exchange(itWorker->second, {}));
+}
+
+void CLS_QuenTaskPool::UnbindTask(CLS_TaskThread* _pWorker)
+{
+    const CLS_LockGuard lock(m_smThreadTaskLock);
+    const auto itWorker = m_mapThreadTask.find(_pWorker);
+    if (itWorker != m_mapThreadTask.end())
+    {
+        itWorker->second.clear();
+    }
+}
+
 CLS_QuenTaskPool::Bindings CLS_QuenTaskPool::CopyBindings()
 {
     const CLS_SharedGuard lock(m_smThreadTaskLock);
     return Bindings(m_mapThreadTask.begin(), m_mapThreadTask.end());
 }
 
-void CLS_QuenTaskPool::FunRunTask(CLS_TaskThread* _pThread)
+void CLS_QuenTaskPool::FunRunTask(CLS_TaskThread* _pWorker)
 {
-    const CLS_RunGate::CLS_PoolScope clsScope(_pThread->GetRunGate());
+    const CLS_RunGate::CLS_PoolScope clsScope(_pWorker->GetRunGate());
     if (!clsScope.IsInside())
     {
         return;
     }
-    std::string strTaskId;
-    const bool bBound = ReadBoundTask(_pThread, strTaskId);
-    if (!RunOutsidePool(_pThread, bBound, strTaskId))
+    const std::optional<std::string> optTaskId = ReadBoundTask(_pWorker);
+    if (!RunBoundTask(_pWorker, optTaskId))
     {
         // The pool may be gone.
         return;
     }
-    UnbindTask(_pThread);
+    UnbindTask(_pWorker);
     if (!m_bRun)
     {
         return;
     }
-    RemoveTmpTask(strTaskId);
-    AddIdleThread(_pThread);
+    if (optTaskId)
+    {
+        RemoveTmpTask(*optTaskId);
+    }
+    AddIdleWorker(_pWorker);
 }
 
-/// The id that is bound to the worker. False when it cannot be had.
-bool CLS_QuenTaskPool::ReadBoundTask(CLS_TaskThread* _pThread, std::string& _strTaskId)
-{
-    try
-    {
-        const CLS_SharedGuard lock(m_smThreadTaskLock);
-        _strTaskId = m_mapThreadTask.at(_pThread);
-        return true;
-    }
-    catch (...)
-    {
-        return TakeBoundTask(_pThread, _strTaskId);
-    }
-}
-
-/// Moves the id that is bound to the worker away, which needs no memory: better than losing the task. False
-/// when the worker is not registered.
-bool CLS_QuenTaskPool::TakeBoundTask(CLS_TaskThread* _pThread, std::string& _strTaskId)
-{
-    const CLS_LockGuard lock(m_smThreadTaskLock);
-    const auto itThread = m_mapThreadTask.find(_pThread);
-    if (itThread == m_mapThreadTask.end())
-    {
-        return false;
-    }
-    _strTaskId.swap(itThread->second);
-    return true;
-}
-
-void CLS_QuenTaskPool::UnbindTask(CLS_TaskThread* _pThread)
-{
-    const CLS_LockGuard lock(m_smThreadTaskLock);
-    const auto itThread = m_mapThreadTask.find(_pThread);
-    if (itThread != m_mapThreadTask.end())
-    {
-        itThread->second.clear();
-    }
-}
-
-void CLS_QuenTaskPool::AddIdleThread(CLS_TaskThread* _pThread)
+void CLS_QuenTaskPool::AddIdleWorker(CLS_TaskThread* _pWorker)
 {
     const CLS_LockGuard lock(m_mtxIdleThreads);
     const auto itBehind =
-        std::upper_bound(m_vecIdleThreads.begin(), m_vecIdleThreads.end(), _pThread, SortsBefore);
-    m_vecIdleThreads.insert(itBehind, _pThread);
+        std::upper_bound(m_vecIdleThreads.begin(), m_vecIdleThreads.end(), _pWorker, SortsBefore);
+    m_vecIdleThreads.insert(itBehind, _pWorker);
 }
 
-/// Takes the first worker off the idle list; null when nobody is idle.
-CLS_TaskThread* CLS_QuenTaskPool::TakeIdleThread()
+CLS_TaskThread* CLS_QuenTaskPool::TakeIdleWorker()
 {
     const CLS_LockGuard lock(m_mtxIdleThreads);
     if (m_vecIdleThreads.empty())
     {
         return nullptr;
     }
-    CLS_TaskThread* const pThread = m_vecIdleThreads.front();
+    CLS_TaskThread* const pWorker = m_vecIdleThreads.front();
     m_vecIdleThreads.erase(m_vecIdleThreads.begin());
-    return pThread;
+    return pWorker;
 }
 
 void CLS_QuenTaskPool::FunTaskThreadWaitingOvertime()
@@ -279,7 +284,6 @@ void CLS_QuenTaskPool::FunTaskThreadWaitingOvertime()
     }
 }
 
-/// False when the pool ends.
 bool CLS_QuenTaskPool::SleepBetweenPasses()
 {
     for (int iStep = 0; iStep < OVERTIME_STEPS && m_bRun; ++iStep)
@@ -289,55 +293,52 @@ bool CLS_QuenTaskPool::SleepBetweenPasses()
     return m_bRun;
 }
 
-/// Retires the workers at the back of the idle list that have been idle for too long.
 void CLS_QuenTaskPool::OvertimePass()
 {
     TaskPoolRecord::Make(FILE_POOL, "FunTaskThreadWaitingOvertime", Logger::LOG_LEVEL_DETAIL)
         << "delete pThread **************";
-    for (CLS_TaskThread* const pThread : TakeOverrunThreads())
+    for (CLS_TaskThread* const pWorker : TakeOverdueWorkers())
     {
-        RetireThread(pThread);
+        RetireWorker(pWorker);
     }
 }
 
-/// Takes workers off the back of the idle list, down to the first one that was active recently: that one
-/// protects all before it. Empty slots are dropped.
-std::vector<CLS_TaskThread*> CLS_QuenTaskPool::TakeOverrunThreads()
+std::vector<CLS_TaskThread*> CLS_QuenTaskPool::TakeOverdueWorkers()
 {
-    std::vector<CLS_TaskThread*> vecOverrun;
+    std::vector<CLS_TaskThread*> vecOverdue;
     const CLS_LockGuard lock(m_mtxIdleThreads);
-    // Memory comes first: a worker that is taken off the list cannot get lost.
-    vecOverrun.reserve(m_vecIdleThreads.size());
+    // Memory first: a worker that is taken off the list cannot get lost.
+    vecOverdue.reserve(m_vecIdleThreads.size());
     while (!m_vecIdleThreads.empty())
     {
-        CLS_TaskThread* const pThread = m_vecIdleThreads.back();
-        if (pThread != nullptr && !pThread->IsWaitingOvertime())
+        CLS_TaskThread* const pWorker = m_vecIdleThreads.back();
+        if (pWorker != nullptr && !pWorker->IsWaitingOvertime())
         {
+            // A worker that was active recently protects all before it.
             break;
         }
         m_vecIdleThreads.pop_back();
-        if (pThread != nullptr)
+        if (pWorker != nullptr)
         {
-            vecOverrun.push_back(pThread);
+            vecOverdue.push_back(pWorker);
         }
     }
-    return vecOverrun;
+    return vecOverdue;
 }
 
-/// Unregisters the worker, ends its thread and frees it.
-void CLS_QuenTaskPool::RetireThread(CLS_TaskThread* _pThread)
+void CLS_QuenTaskPool::RetireWorker(CLS_TaskThread* _pWorker)
 {
     try
     {
-        CLS_ShutdownClaim::RemoveThread(this, _pThread->GetThreadId());
-        const std::string strTaskId = UnregisterThread(_pThread);
-        const std::unique_ptr<CLS_TaskThread> pThread(_pThread);
+        CLS_ShutdownClaim::RemoveThread(this, _pWorker->GetThreadId());
+        const std::string strTaskId = UnregisterWorker(_pWorker);
+        const std::unique_ptr<CLS_TaskThread> pWorker(_pWorker);
         if (!strTaskId.empty())
         {
             RecordBoundTask(strTaskId);
         }
         TaskPoolRecord::Make(FILE_POOL, "FunTaskThreadWaitingOvertime", Logger::LOG_LEVEL_FINEST)
-            << "delete pThread - " << _pThread->GetOrderId();
+            << "delete pThread - " << _pWorker->GetOrderId();
     }
     catch (...)
     {
@@ -346,58 +347,46 @@ void CLS_QuenTaskPool::RetireThread(CLS_TaskThread* _pThread)
     }
 }
 
-/// Drops the worker from the registry. Returns the id of the task that was bound to it, "" for none.
-std::string CLS_QuenTaskPool::UnregisterThread(CLS_TaskThread* _pThread)
-{
-    const CLS_LockGuard lock(m_smThreadTaskLock);
-    auto clsEntry = m_mapThreadTask.extract(_pThread);
-    return clsEntry.empty() ? std::string() : std::move(clsEntry.mapped());
-}
-
-/// Stops every task that is bound to a worker, one after the other. Returns the workers whose run outlasted
-/// that.
 std::vector<CLS_TaskThread*> CLS_QuenTaskPool::StopBoundTasks(CLS_ShutdownClaim& _clsClaim)
 {
     std::vector<CLS_TaskThread*> vecOverrun;
-    for (const auto& [pThread, strTaskId] : CopyBindings())
+    for (const auto& [pWorker, strTaskId] : CopyBindings())
     {
         _clsClaim.BeginStep();
         const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(strTaskId).lock();
         if (pTask && !pTask->Stop())
         {
-            vecOverrun.push_back(pThread);
+            vecOverrun.push_back(pWorker);
         }
     }
     return vecOverrun;
 }
 
-/// Ends and frees every worker that is out of its run, or gets there within RUN_LIMIT: Stop returns as soon
-/// as the task is idle, while the worker still has a few steps to take. It cannot wait for a task that was
-/// removed, nor for a job that a host gave to the worker. A worker in _vecOverrun was waited for already;
-/// when it still runs, it is left to itself.
+/// Stop returns as soon as the task is idle, while the worker still has a few steps to take. And Stop cannot
+/// wait for a removed task, nor for a job that a host gave to the worker. The run gate waits for all of
+/// these, up to RUN_LIMIT together. StopBoundTasks has already waited for a worker in _vecOverrun, so it gets
+/// no more time.
 void CLS_QuenTaskPool::EndWorkers(const std::vector<CLS_TaskThread*>& _vecOverrun)
 {
     const auto tpBegin = std::chrono::steady_clock::now();
-    while (CLS_TaskThread* const pThread = FindWorker())
+    while (CLS_TaskThread* const pWorker = FindWorker())
     {
-        const bool bOverrun = std::find(_vecOverrun.begin(), _vecOverrun.end(), pThread) != _vecOverrun.end();
-        if (pThread->GetRunGate().Close(bOverrun ? tpBegin : tpBegin + RUN_LIMIT))
+        const bool bOverrun = std::find(_vecOverrun.begin(), _vecOverrun.end(), pWorker) != _vecOverrun.end();
+        if (pWorker->GetRunGate().Close(bOverrun ? tpBegin : tpBegin + RUN_LIMIT))
         {
-            CLS_ShutdownClaim::RemoveThread(this, pThread->GetThreadId());
-            pThread->Exit();
-            ForgetWorker(pThread);
-            delete pThread;
+            CLS_ShutdownClaim::RemoveThread(this, pWorker->GetThreadId());
+            pWorker->Exit();
+            ForgetWorker(pWorker);
+            delete pWorker;
         }
         else
         {
-            ForgetWorker(pThread);
+            ForgetWorker(pWorker);
             Util::PinLibrary();
         }
     }
 }
 
-/// Any one of the workers; null when there is none left. One that could not be registered is on the idle
-/// list.
 CLS_TaskThread* CLS_QuenTaskPool::FindWorker()
 {
     {
@@ -407,21 +396,14 @@ CLS_TaskThread* CLS_QuenTaskPool::FindWorker()
             return m_mapThreadTask.begin()->first;
         }
     }
-    return TakeIdleThread();
+    // A worker that could not be registered is on the idle list only.
+    return TakeIdleWorker();
 }
 
-/// Drops the worker from the registry and from the idle list.
-void CLS_QuenTaskPool::ForgetWorker(CLS_TaskThread* _pThread)
+void CLS_QuenTaskPool::ForgetWorker(CLS_TaskThread* _pWorker)
 {
-    UnregisterThread(_pThread);
+    UnregisterWorker(_pWorker);
     const CLS_LockGuard lock(m_mtxIdleThreads);
-    m_vecIdleThreads.erase(std::remove(m_vecIdleThreads.begin(), m_vecIdleThreads.end(), _pThread),
+    m_vecIdleThreads.erase(std::remove(m_vecIdleThreads.begin(), m_vecIdleThreads.end(), _pWorker),
                            m_vecIdleThreads.end());
-}
-
-bool CLS_QuenTaskPool::IsWorkerThread()
-{
-    const CLS_SharedGuard lock(m_smThreadTaskLock);
-    return std::any_of(m_mapThreadTask.begin(), m_mapThreadTask.end(),
-                       [](const auto& _pairEntry) { return _pairEntry.first->IsOwnThread(); });
 }

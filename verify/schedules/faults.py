@@ -58,9 +58,9 @@ FAULTS = [
 
     # Stop against the start of a run.
     fault("a run reads the validity before it stores the status", TASK,
-          ("    const CLS_Run clsRun(*this);\n    try\n    {\n        RunCallable();\n",
+          ("    const CLS_Run clsRun(*this);\n    try\n    {\n        InvokeCallable();\n",
            "    const bool bValid = m_bValid;\n    const CLS_Run clsRun(*this);\n    try\n    {\n"
-           "        if (bValid)\n        {\n            RunCallable();\n        }\n"),
+           "        if (bValid)\n        {\n            InvokeCallable();\n        }\n"),
           ("if (m_bValid && m_funTask)", "if (m_funTask)"),
           scenario="stop-handshake", strategy="random",
           seen="A begins after its removal has returned"),
@@ -148,12 +148,12 @@ FAULTS = [
           scenario="submit-and-run", strategy="random",
           seen="the owner maps disagree"),
     fault("a task that has run keeps its owner", WORKERS,
-          ("    RemoveTmpTask(strTaskId);\n", ""),
+          ("        RemoveTmpTask(*optTaskId);\n", ""),
           scenario="submit-and-run", strategy="random",
           seen="a task that has run keeps its owner"),
     fault("an owner is noted before the queueing", TASKS,
-          ("        AddWaitingTasks(strTaskId);\n        // The task may have run by now. Its owner is noted all the "
-           "same.\n        AddOwnedTask(strTaskId, _pObj);\n",
+          ("        AddWaitingTasks(strTaskId);\n        // The task may have run by now. Its owner is noted in any "
+           "case.\n        AddOwnedTask(strTaskId, _pObj);\n",
            "        AddOwnedTask(strTaskId, _pObj);\n        AddWaitingTasks(strTaskId);\n"),
           scenario="submit-and-run", strategy="random",
           seen="a task has an owner before it was queued"),
@@ -176,17 +176,17 @@ FAULTS = [
 
     # Workers.
     fault("the idle list is not sorted", WORKERS,
-          ("    m_vecIdleThreads.insert(itBehind, _pThread);\n",
-           "    static_cast<void>(itBehind);\n    m_vecIdleThreads.push_back(_pThread);\n"),
+          ("    m_vecIdleThreads.insert(itBehind, _pWorker);\n",
+           "    static_cast<void>(itBehind);\n    m_vecIdleThreads.push_back(_pWorker);\n"),
           scenario="two-submitters", strategy="random",
           seen="the idle list is out of order"),
     fault("a worker is put on the idle list twice", WORKERS,
-          ("    AddIdleThread(_pThread);\n}", "    AddIdleThread(_pThread);\n    AddIdleThread(_pThread);\n}"),
+          ("    AddIdleWorker(_pWorker);\n}", "    AddIdleWorker(_pWorker);\n    AddIdleWorker(_pWorker);\n}"),
           scenario="submit-and-run", strategy="random",
           seen="a worker is on the idle list twice"),
     fault("a worker is idle before it is unbound", WORKERS,
-          ("    UnbindTask(_pThread);\n    if (!m_bRun)", "    if (!m_bRun)"),
-          ("    AddIdleThread(_pThread);\n}", "    AddIdleThread(_pThread);\n    UnbindTask(_pThread);\n}"),
+          ("    UnbindTask(_pWorker);\n    if (!m_bRun)", "    if (!m_bRun)"),
+          ("    AddIdleWorker(_pWorker);\n}", "    AddIdleWorker(_pWorker);\n    UnbindTask(_pWorker);\n}"),
           scenario="submit-and-run", strategy="random",
           seen="a worker is idle and bound"),
     fault("the limit of workers is compared with >", WORKERS,
@@ -194,19 +194,19 @@ FAULTS = [
           scenario="worker-limit", strategy="random",
           seen="B begins late"),
     fault("retirement looks, and takes off the list a moment later", WORKERS,
-          ("    for (CLS_TaskThread* const pThread : TakeOverrunThreads())\n    {\n        RetireThread(pThread);\n",
+          ("    for (CLS_TaskThread* const pWorker : TakeOverdueWorkers())\n    {\n        RetireWorker(pWorker);\n",
            "    std::vector<CLS_TaskThread*> vecIdle;\n    {\n"
            "        const CLS_LockGuard lock(m_mtxIdleThreads);\n        vecIdle = m_vecIdleThreads;\n    }\n"
-           "    for (CLS_TaskThread* const pThread : vecIdle)\n    {\n"
-           "        ForgetWorker(pThread);\n        RetireThread(pThread);\n"),
+           "    for (CLS_TaskThread* const pWorker : vecIdle)\n    {\n"
+           "        ForgetWorker(pWorker);\n        RetireWorker(pWorker);\n"),
           scenario="retire-against-next-attempt", strategy="random",
           seen="a worker is freed while it is idle"),
     fault("a worker is freed before it is unregistered", WORKERS,
-          ("        const std::string strTaskId = UnregisterThread(_pThread);\n"
-           "        const std::unique_ptr<CLS_TaskThread> pThread(_pThread);\n",
-           "        const int iOrderId = _pThread->GetOrderId();\n        delete _pThread;\n"
-           "        const std::string strTaskId = UnregisterThread(_pThread);\n"),
-          ('"delete pThread - " << _pThread->GetOrderId();', '"delete pThread - " << iOrderId;'),
+          ("        const std::string strTaskId = UnregisterWorker(_pWorker);\n"
+           "        const std::unique_ptr<CLS_TaskThread> pWorker(_pWorker);\n",
+           "        const int iOrderId = _pWorker->GetOrderId();\n        delete _pWorker;\n"
+           "        const std::string strTaskId = UnregisterWorker(_pWorker);\n"),
+          ('"delete pThread - " << _pWorker->GetOrderId();', '"delete pThread - " << iOrderId;'),
           scenario="retire-against-hand-over", strategy="random",
           seen="a worker is freed before it is unregistered"),
     fault("a worker's last activity is its beginning", WORKER,
@@ -216,7 +216,7 @@ FAULTS = [
 
     # Loop tasks.
     fault("a changed interval is ignored", TASK,
-          ("    ++s_uiIntervalChanges;\n", ""),
+          ("    ++g_uiIntervalChanges;\n", ""),
           scenario="loop-with-changed-interval", strategy="random",
           seen="the shorter interval is ignored"),
     fault("a loop task is due when more than its interval has passed", TASK,
@@ -246,7 +246,7 @@ FAULTS = [
           scenario="submit-and-run", strategy="random",
           seen=("a lock is freed that somebody holds", "freed memory is")),
     fault("a worker that was left behind goes on in the pool", GATE,
-          ("    return !m_bAbandoned;\n}\n\n/// Whether neither", "    return true;\n}\n\n/// Whether neither"),
+          ("    return !m_bAbandoned;\n}\n\nbool CLS_RunGate::IsOver", "    return true;\n}\n\nbool CLS_RunGate::IsOver"),
           scenario="end-with-overrun", strategy="random",
           seen="freed memory is"),
     fault("a worker that was left behind is never freed", WORKER,
@@ -259,17 +259,17 @@ FAULTS = [
           scenario="end-with-one-task", strategy="random",
           seen="A was not stopped by the end of the pool"),
     fault("the other end of the pool stops no task", LIFETIME,
-          ("    if (EndPool(clsClaim))\n    {\n        // A record", "    if (m_pInstance == nullptr)\n    {\n        // A record"),
+          ("    if (ShutDown(clsClaim))\n    {\n        // \"PrintLog", "    if (m_pInstance == nullptr)\n    {\n        // \"PrintLog"),
           scenario="end-with-one-task", strategy="random",
           seen="A was not stopped by the end of the pool"),
     fault("the end of the pool stops tasks under a lock", WORKERS,
-          ("    for (const auto& [pThread, strTaskId] : CopyBindings())\n",
+          ("    for (const auto& [pWorker, strTaskId] : CopyBindings())\n",
            "    const CLS_SharedGuard lock(m_smThreadTaskLock);\n"
-           "    for (const auto& [pThread, strTaskId] : m_mapThreadTask)\n"),
+           "    for (const auto& [pWorker, strTaskId] : m_mapThreadTask)\n"),
           scenario="end-with-one-task", strategy="random",
           seen="a task is stopped under a lock of the pool"),
     fault("a worker goes idle after the end has begun", WORKERS,
-          ("    if (!m_bRun)\n    {\n        return;\n    }\n    RemoveTmpTask", "    RemoveTmpTask"),
+          ("    if (!m_bRun)\n    {\n        return;\n    }\n    if (optTaskId)", "    if (optTaskId)"),
           scenario="end-with-one-task", strategy="random",
           seen="a worker goes idle after the end has begun"),
 
