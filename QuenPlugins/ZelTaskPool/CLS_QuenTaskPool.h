@@ -1,8 +1,7 @@
 #pragma once
 
 #include "QuenInclude/CLS_Mutex.h"
-#include "QuenPlugins/ZelTaskPool/CLS_LoopEntry.h"
-#include "QuenPlugins/ZelTaskPool/CLS_PoolLock.h"
+#include "QuenPlugins/ZelTaskPool/CLS_LoopSchedule.h"
 #include "QuenPlugins/ZelTaskPool/CLS_Task.h"
 #include "QuenPlugins/ZelTaskPool/CLS_TaskThread.h"
 #include "QuenPlugins/ZelTaskPool/Export.h"
@@ -17,6 +16,7 @@
 #include <list>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -165,7 +165,7 @@ public:
     /// the idle list. On the worker's thread. A task whose parameters cannot be read is not
     /// run, with a record; a loop task is due again. std::bad_alloc passes when the idle list cannot grow;
     /// the worker then calls its job again, which finds no task and tries the list again.
-    ZEL_TASKPOOL_EXPORT void FunRunTask(CLS_TaskThread* _pThread);
+    ZEL_TASKPOOL_EXPORT void FunRunTask(CLS_TaskThread* _pWorker);
 
     /// The dispatcher's body. Names its thread zel-dispatcher. Returns when the pool ends: at once, or when
     /// the pass in progress is done. For its thread only.
@@ -180,58 +180,66 @@ public:
     ZEL_TASKPOOL_EXPORT static CLS_QuenTaskPool* m_pInstance;
 
 private:
+    using BindingMap = std::map<CLS_TaskThread*, std::string>;
     using Bindings = std::vector<std::pair<CLS_TaskThread*, std::string>>;
 
+    // Lifetime: the start and end of the pool.
     static CLS_QuenTaskPool* LoadInstance();
     static void StoreInstance(CLS_QuenTaskPool* _pPool);
-
     void StartServiceThreads();
     void StartServiceThread(std::unique_ptr<std::thread>& _pThread, void (CLS_QuenTaskPool::*_funBody)());
-    void EndServiceThreads() ZEL_EXCLUDES(m_mtxWaitingTasks);
+    void EndServiceThreads();
     void EndServiceThread(std::unique_ptr<std::thread>& _pThread);
+    bool ShutDown(CLS_ShutdownClaim& _clsClaim);
+    void DestroyInstance();
+    bool IsPoolThread();
 
-    void RegisterThread(CLS_TaskThread* _pThread, std::map<CLS_TaskThread*, std::string>& _mapEntry)
-        ZEL_EXCLUDES(m_smThreadTaskLock);
-    CLS_TaskThread* TakeIdleThread() ZEL_EXCLUDES(m_mtxIdleThreads);
+    // Tasks: submission and removal.
+    std::shared_ptr<CLS_Task> MakeTask(const std::function<void()>& _funTask, int _iInterval,
+                                       const std::string& _strCallInfo);
+    void RemoveLateTasks(void* _pObj, int& _iPollsLeft);
 
+    // Loops: the loop tasks and their scheduler.
+    void LoopPass() ZEL_EXCLUDES(m_smLoopTasksLock);
+    void RefreshLoopSchedule() ZEL_EXCLUDES(m_smLoopTasksLock);
+    void ListLoopTask(const std::string& _strTaskId) ZEL_EXCLUDES(m_smLoopTasksLock);
+    void ForgetLoopTask(const std::string& _strTaskId) ZEL_EXCLUDES(m_smLoopTasksLock);
+    void ForgetLoopTasks() ZEL_EXCLUDES(m_smLoopTasksLock);
+
+    // Dispatch: from the waiting queue to a worker.
     void AppendWaitingTask(std::forward_list<std::string>& _lstTaskId) ZEL_REQUIRES(m_mtxWaitingTasks);
+    void RequestShutdown() ZEL_EXCLUDES(m_mtxWaitingTasks);
     void DispatchPass();
     std::vector<std::string> TakeWaitingTasks(std::forward_list<std::string>& _lstOverflow)
         ZEL_EXCLUDES(m_mtxWaitingTasks);
     bool DispatchTask(std::string& _strTaskId, std::size_t _iUndispatched);
-    CLS_TaskThread* WaitForThread(std::size_t _iUndispatched);
-    void BindTask(CLS_TaskThread* _pThread, std::string& _strTaskId) ZEL_EXCLUDES(m_smThreadTaskLock);
+    CLS_TaskThread* WaitForWorker(std::size_t _iUndispatched);
     void ReportBusy(std::size_t _iUndispatched) ZEL_EXCLUDES(m_mtxWaitingTasks);
-    Bindings CopyBindings() ZEL_EXCLUDES(m_smThreadTaskLock);
-    bool ReadBoundTask(CLS_TaskThread* _pThread, std::string& _strTaskId) ZEL_EXCLUDES(m_smThreadTaskLock);
-    bool TakeBoundTask(CLS_TaskThread* _pThread, std::string& _strTaskId) ZEL_EXCLUDES(m_smThreadTaskLock);
-    void UnbindTask(CLS_TaskThread* _pThread) ZEL_EXCLUDES(m_smThreadTaskLock);
-    void AddIdleThread(CLS_TaskThread* _pThread) ZEL_EXCLUDES(m_mtxIdleThreads);
 
-    void LoopPass() ZEL_EXCLUDES(m_smLoopTasksLock);
-    void RefreshLoopEntries() ZEL_EXCLUDES(m_smLoopTasksLock);
+    // Workers: their table, the idle list, their job, and their end.
+    void RegisterWorker(CLS_TaskThread* _pWorker, BindingMap::node_type&& _clsBinding)
+        ZEL_EXCLUDES(m_smThreadTaskLock);
+    std::string UnregisterWorker(CLS_TaskThread* _pWorker) ZEL_EXCLUDES(m_smThreadTaskLock);
+    void BindTask(CLS_TaskThread* _pWorker, std::string& _strTaskId) ZEL_EXCLUDES(m_smThreadTaskLock);
+    std::optional<std::string> ReadBoundTask(CLS_TaskThread* _pWorker) ZEL_EXCLUDES(m_smThreadTaskLock);
+    std::optional<std::string> TakeBoundTask(CLS_TaskThread* _pWorker) ZEL_EXCLUDES(m_smThreadTaskLock);
+    void UnbindTask(CLS_TaskThread* _pWorker) ZEL_EXCLUDES(m_smThreadTaskLock);
+    Bindings CopyBindings() ZEL_EXCLUDES(m_smThreadTaskLock);
+    bool IsWorkerThread() ZEL_EXCLUDES(m_smThreadTaskLock);
+    void AddIdleWorker(CLS_TaskThread* _pWorker) ZEL_EXCLUDES(m_mtxIdleThreads);
+    CLS_TaskThread* TakeIdleWorker() ZEL_EXCLUDES(m_mtxIdleThreads);
     bool SleepBetweenPasses();
     void OvertimePass();
-    std::vector<CLS_TaskThread*> TakeOverrunThreads() ZEL_EXCLUDES(m_mtxIdleThreads);
-    void RetireThread(CLS_TaskThread* _pThread);
-    std::string UnregisterThread(CLS_TaskThread* _pThread) ZEL_EXCLUDES(m_smThreadTaskLock);
-
-    std::shared_ptr<CLS_Task> MakeTask(const std::function<void()>& _funTask, int _iInterval,
-                                       const std::string& _strCallInfo);
-    void AddOwnedTask(const std::string& _strTaskId, void* _pObj) ZEL_EXCLUDES(m_mtxTmpTasks);
-    std::list<std::string> TakeOwnedTasks(void* _pObj) ZEL_EXCLUDES(m_mtxTmpTasks);
-    void RemoveLateTasks(void* _pObj, int& _iPollsLeft);
-    void ListLoopTask(const std::string& _strTaskId) ZEL_EXCLUDES(m_smLoopTasksLock);
-    void ForgetLoopTask(const std::string& _strTaskId) ZEL_EXCLUDES(m_smLoopTasksLock);
-
-    bool EndPool(CLS_ShutdownClaim& _clsClaim);
-    void DestroyInstance();
-    void ForgetLoopTasks() ZEL_EXCLUDES(m_smLoopTasksLock);
+    std::vector<CLS_TaskThread*> TakeOverdueWorkers() ZEL_EXCLUDES(m_mtxIdleThreads);
+    void RetireWorker(CLS_TaskThread* _pWorker);
     std::vector<CLS_TaskThread*> StopBoundTasks(CLS_ShutdownClaim& _clsClaim);
     void EndWorkers(const std::vector<CLS_TaskThread*>& _vecOverrun);
     CLS_TaskThread* FindWorker() ZEL_EXCLUDES(m_smThreadTaskLock);
-    void ForgetWorker(CLS_TaskThread* _pThread) ZEL_EXCLUDES(m_mtxIdleThreads);
-    bool IsPoolThread() ZEL_EXCLUDES(m_smThreadTaskLock);
+    void ForgetWorker(CLS_TaskThread* _pWorker) ZEL_EXCLUDES(m_mtxIdleThreads);
+
+    // Owners: who submitted which one-shot task.
+    void AddOwnedTask(const std::string& _strTaskId, void* _pObj) ZEL_EXCLUDES(m_mtxTmpTasks);
+    std::list<std::string> TakeOwnedTasks(void* _pObj) ZEL_EXCLUDES(m_mtxTmpTasks);
 
     /// Whether the pool goes on. Cleared under m_mtxWaitingTasks, so that a waiting dispatcher cannot miss
     /// it; read by service threads and workers without.
@@ -244,25 +252,25 @@ private:
     std::unique_ptr<std::thread> m_pOvertimeThread;
 
     std::condition_variable m_cvWaitingTasks; ///< signalled for each queued id, and at the end
-    CLS_PoolLock<CLS_Mutex> m_mtxWaitingTasks;
+    CLS_Mutex m_mtxWaitingTasks;
     /// Ids that wait for a worker, oldest first.
     std::vector<std::string> m_vecWaitingTasks ZEL_GUARDED_BY(m_mtxWaitingTasks);
 
-    CLS_PoolLock<CLS_SharedMutex> m_smLoopTasksLock;
+    CLS_SharedMutex m_smLoopTasksLock;
     /// Ids of the loop tasks, in order of submission.
     std::vector<std::string> m_vecLoopTasks ZEL_GUARDED_BY(m_smLoopTasksLock);
 
-    CLS_PoolLock<CLS_Mutex> m_mtxTmpTasks;
+    CLS_Mutex m_mtxTmpTasks;
     /// Owner to its ids, in order of submission.
     std::map<void*, std::list<std::string>> m_mapTmpTasks ZEL_GUARDED_BY(m_mtxTmpTasks);
     /// Id to owner.
     std::map<std::string, void*> m_mapTmpTaskOwner ZEL_GUARDED_BY(m_mtxTmpTasks);
 
-    CLS_PoolLock<CLS_Mutex> m_mtxIdleThreads;
+    CLS_Mutex m_mtxIdleThreads;
     /// Workers without a task, by ascending order id.
     std::vector<CLS_TaskThread*> m_vecIdleThreads ZEL_GUARDED_BY(m_mtxIdleThreads);
 
-    CLS_PoolLock<CLS_SharedMutex> m_smThreadTaskLock;
+    CLS_SharedMutex m_smThreadTaskLock;
     /// Every worker, owned, to its task's id or "".
     std::map<CLS_TaskThread*, std::string> m_mapThreadTask ZEL_GUARDED_BY(m_smThreadTaskLock);
 
@@ -271,13 +279,8 @@ private:
     /// front.
     std::map<void*, std::list<std::string>::iterator> m_mapTmpTaskCursors ZEL_GUARDED_BY(m_mtxTmpTasks);
 
-    /// Counts the changes of m_vecLoopTasks.
-    std::uint64_t m_uiLoopListChanges ZEL_GUARDED_BY(m_smLoopTasksLock) = 0;
-    /// The loop tasks as the loop scheduler knows them, in list order, and the changes that it has seen. No
-    /// lock: for its thread only.
-    std::vector<CLS_LoopEntry> m_vecLoopEntries;
-    std::uint64_t m_uiSeenListChanges = 0;
-    std::uint64_t m_uiSeenIntervalChanges = 0;
+    /// What the loop scheduler knows about m_vecLoopTasks.
+    CLS_LoopSchedule m_clsLoopSchedule;
 
     /// Ids that wait for a worker behind those of m_vecWaitingTasks, which had no memory to grow. Newest
     /// first.

@@ -1,96 +1,23 @@
-// The waiting queue, the dispatcher, and the job of a worker.
+// The waiting queue, and the dispatcher that hands its tasks to workers.
 
 #include "QuenInclude/Util.h"
 #include "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool.h"
 #include "QuenPlugins/ZelTaskPool/TaskPoolRecord.h"
 
-#include <algorithm>
+#include <iterator>
 
 using TaskPoolRecord::FILE_POOL;
 
 namespace
 {
-/// The dispatcher looks at the run flag at least this often.
+/// The dispatcher checks the run flag at least this often.
 constexpr std::chrono::seconds QUEUE_WAIT{1};
-/// How long the dispatcher waits before it asks for a worker again, and how often it asks between reports.
+/// How long the dispatcher waits before it asks for a worker again, and how often it asks between two
+/// reports.
 constexpr std::chrono::milliseconds RETRY_WAIT{100};
 constexpr int RETRIES_PER_REPORT = 90;
 
-/// Whether a worker's place on the idle list is before a slot: by ascending order id, and never before an
-/// empty one.
-bool SortsBefore(CLS_TaskThread* _pThread, CLS_TaskThread* _pSlot)
-{
-    return _pSlot != nullptr && _pThread->GetOrderId() < _pSlot->GetOrderId();
-}
-
-void RecordRunError(CLS_TaskThread* _pThread, const std::string& _strDescription)
-{
-    TaskPoolRecord::Make(FILE_POOL, "FunRunTask", Logger::LOG_LEVEL_ERROR)
-        << "task run error - " << _pThread->GetOrderId() << " " << _strDescription;
-}
-
-/// The task's parameters as a text. When that cannot be made, the task is not run, and waits no longer.
-std::string DescribeTask(CLS_Task& _clsTask)
-{
-    try
-    {
-        return _clsTask.ParamToString();
-    }
-    catch (...)
-    {
-        _clsTask.UndoWaiting();
-        throw;
-    }
-}
-
-/// Runs the task that is bound to the worker. Touches nothing of the pool, which may end meanwhile; that
-/// includes letting go of the task, for a removed one takes the host's captured objects with it.
-void RunTask(CLS_TaskThread* _pThread, const std::string& _strTaskId)
-{
-    std::string strDescription;
-    try
-    {
-        const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(_strTaskId).lock();
-        if (!pTask)
-        {
-            TaskPoolRecord::Make(FILE_POOL, "FunRunTask", Logger::LOG_LEVEL_PROGRESS)
-                << "task id is fail - " << _strTaskId;
-            return;
-        }
-        strDescription = DescribeTask(*pTask);
-        pTask->Running();
-    }
-    catch (...)
-    {
-        RecordRunError(_pThread, strDescription);
-    }
-}
-
-/// The part of a run that lies outside of the pool. False when the pool has ended, or is about to.
-bool RunOutsidePool(CLS_TaskThread* _pThread, bool _bBound, const std::string& _strTaskId)
-{
-    if (!_pThread->GetRunGate().EnterRun())
-    {
-        return false;
-    }
-    try
-    {
-        if (_bBound)
-        {
-            RunTask(_pThread, _strTaskId);
-        }
-        else
-        {
-            RecordRunError(_pThread, "");
-        }
-    }
-    catch (...)
-    {
-        // There is not even memory for the record. The run is over all the same.
-    }
-    return _pThread->GetRunGate().LeaveRun();
-}
-
+/// Reports one task that keeps a worker busy.
 void ReportTask(const std::string& _strTaskId)
 {
     if (const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(_strTaskId).lock())
@@ -102,7 +29,7 @@ void ReportTask(const std::string& _strTaskId)
         TaskPoolRecord::Make(FILE_POOL, "FunTaskingThread", Logger::LOG_LEVEL_PROGRESS) << strText;
         return;
     }
-    // Kept on purpose: the null pointer stands for the task that is not there.
+    // Kept on purpose: the null pointer stands for the missing task.
     const std::string strNull = CLS_CVariant(static_cast<void*>(nullptr)).ToString();
     TaskPoolRecord::Make(FILE_POOL, "FunTaskingThread", Logger::LOG_LEVEL_PROGRESS)
         << "runing task info - " << _strTaskId << strNull;
@@ -116,8 +43,8 @@ void CLS_QuenTaskPool::AddWaitingTasks(const std::string& _strTaskId)
     {
         return;
     }
-    // Memory comes first: from the mark on nothing fails, for a mark cannot be taken back. Other threads may
-    // queue and run the task meanwhile.
+    // Memory first: nothing may fail after the mark. It cannot be taken back, because other threads may queue
+    // and run the task meanwhile.
     std::forward_list<std::string> lstTaskId(1, _strTaskId);
     pTask->SetTaskIsWaiting();
     const CLS_LockGuard lock(m_mtxWaitingTasks);
@@ -125,8 +52,6 @@ void CLS_QuenTaskPool::AddWaitingTasks(const std::string& _strTaskId)
     m_cvWaitingTasks.notify_one();
 }
 
-/// Appends the one id of _lstTaskId to the waiting queue. When the queue has no memory to grow, it grows by
-/// the list itself, until the dispatcher takes it.
 void CLS_QuenTaskPool::AppendWaitingTask(std::forward_list<std::string>& _lstTaskId)
 {
     if (m_lstWaitingOverflow.empty())
@@ -138,10 +63,19 @@ void CLS_QuenTaskPool::AppendWaitingTask(std::forward_list<std::string>& _lstTas
         }
         catch (...)
         {
-            // The id is where it was.
+            // No memory: the id is still in its list, which becomes part of the queue.
         }
     }
     m_lstWaitingOverflow.splice_after(m_lstWaitingOverflow.before_begin(), _lstTaskId);
+}
+
+void CLS_QuenTaskPool::RequestShutdown()
+{
+    {
+        const CLS_LockGuard lock(m_mtxWaitingTasks);
+        m_bRun.exchange(false);
+    }
+    m_cvWaitingTasks.notify_one();
 }
 
 void CLS_QuenTaskPool::FunTaskingThread()
@@ -161,7 +95,6 @@ void CLS_QuenTaskPool::FunTaskingThread()
     }
 }
 
-/// Hands everything that is queued to workers, in order. When the pool ends meanwhile, the rest is dropped.
 void CLS_QuenTaskPool::DispatchPass()
 {
     std::forward_list<std::string> lstOverflow;
@@ -185,8 +118,6 @@ void CLS_QuenTaskPool::DispatchPass()
     }
 }
 
-/// Waits for something to be queued, or for the pool's end, and takes the whole queue: first what is
-/// returned, then _lstOverflow from its end.
 std::vector<std::string> CLS_QuenTaskPool::TakeWaitingTasks(std::forward_list<std::string>& _lstOverflow)
 {
     std::vector<std::string> vecBatch;
@@ -200,27 +131,25 @@ std::vector<std::string> CLS_QuenTaskPool::TakeWaitingTasks(std::forward_list<st
     return vecBatch;
 }
 
-/// Hands a task to a worker. False when the pool ends first. _iUndispatched ids of the batch wait for one.
 bool CLS_QuenTaskPool::DispatchTask(std::string& _strTaskId, std::size_t _iUndispatched)
 {
-    CLS_TaskThread* const pThread = m_bRun ? WaitForThread(_iUndispatched) : nullptr;
-    if (pThread == nullptr)
+    CLS_TaskThread* const pWorker = m_bRun ? WaitForWorker(_iUndispatched) : nullptr;
+    if (pWorker == nullptr)
     {
         return false;
     }
-    BindTask(pThread, _strTaskId);
-    pThread->AddFunction([this](CLS_TaskThread* _pThread) { FunRunTask(_pThread); });
+    BindTask(pWorker, _strTaskId);
+    pWorker->AddFunction([this](CLS_TaskThread* _pWorker) { FunRunTask(_pWorker); });
     return true;
 }
 
-/// A worker, as soon as there is one; null when the pool ends first.
-CLS_TaskThread* CLS_QuenTaskPool::WaitForThread(std::size_t _iUndispatched)
+CLS_TaskThread* CLS_QuenTaskPool::WaitForWorker(std::size_t _iUndispatched)
 {
     for (int iTry = 1;; ++iTry)
     {
-        if (CLS_TaskThread* const pThread = GetTaskThread())
+        if (CLS_TaskThread* const pWorker = GetTaskThread())
         {
-            return pThread;
+            return pWorker;
         }
         if (iTry % RETRIES_PER_REPORT == 0)
         {
@@ -234,23 +163,6 @@ CLS_TaskThread* CLS_QuenTaskPool::WaitForThread(std::size_t _iUndispatched)
     }
 }
 
-/// Writes the id, which is moved away, under the worker's key, where the worker's job reads it.
-void CLS_QuenTaskPool::BindTask(CLS_TaskThread* _pThread, std::string& _strTaskId)
-{
-    {
-        const CLS_LockGuard lock(m_smThreadTaskLock);
-        const auto itThread = m_mapThreadTask.find(_pThread);
-        if (itThread != m_mapThreadTask.end())
-        {
-            itThread->second = std::move(_strTaskId);
-            return;
-        }
-    }
-    TaskPoolRecord::Make(FILE_POOL, "FunTaskingThread", Logger::LOG_LEVEL_ERROR)
-        << "thread is not in m_mapThreadTask - " << _pThread->GetOrderId();
-}
-
-/// Says what keeps every worker busy. _iUndispatched ids of the dispatcher's batch wait for one.
 void CLS_QuenTaskPool::ReportBusy(std::size_t _iUndispatched)
 {
     std::size_t iWaiting = _iUndispatched;
@@ -264,85 +176,8 @@ void CLS_QuenTaskPool::ReportBusy(std::size_t _iUndispatched)
     TaskPoolRecord::Make(FILE_POOL, "FunTaskingThread", Logger::LOG_LEVEL_PROGRESS)
         << "waiting task count [" << iWaiting << "] CurrentThreadCount [" << iThreads << "] MaxThread ["
         << m_iMaxThread << "]";
-    for (const auto& [pThread, strTaskId] : CopyBindings())
+    for (const auto& [pWorker, strTaskId] : CopyBindings())
     {
         ReportTask(strTaskId);
     }
-}
-
-/// Every worker with the id of its task, "" for an idle one.
-CLS_QuenTaskPool::Bindings CLS_QuenTaskPool::CopyBindings()
-{
-    const CLS_SharedGuard lock(m_smThreadTaskLock);
-    return Bindings(m_mapThreadTask.begin(), m_mapThreadTask.end());
-}
-
-void CLS_QuenTaskPool::FunRunTask(CLS_TaskThread* _pThread)
-{
-    const CLS_RunGate::CLS_PoolScope clsScope(_pThread->GetRunGate());
-    if (!clsScope.IsInside())
-    {
-        return;
-    }
-    std::string strTaskId;
-    const bool bBound = ReadBoundTask(_pThread, strTaskId);
-    if (!RunOutsidePool(_pThread, bBound, strTaskId))
-    {
-        // The pool may be gone.
-        return;
-    }
-    UnbindTask(_pThread);
-    if (!m_bRun)
-    {
-        return;
-    }
-    RemoveTmpTask(strTaskId);
-    AddIdleThread(_pThread);
-}
-
-/// The id that is bound to the worker. False when it cannot be had.
-bool CLS_QuenTaskPool::ReadBoundTask(CLS_TaskThread* _pThread, std::string& _strTaskId)
-{
-    try
-    {
-        const CLS_SharedGuard lock(m_smThreadTaskLock);
-        _strTaskId = m_mapThreadTask.at(_pThread);
-        return true;
-    }
-    catch (...)
-    {
-        return TakeBoundTask(_pThread, _strTaskId);
-    }
-}
-
-/// Moves the id that is bound to the worker away, which needs no memory: better than losing the task. False
-/// when the worker is not registered.
-bool CLS_QuenTaskPool::TakeBoundTask(CLS_TaskThread* _pThread, std::string& _strTaskId)
-{
-    const CLS_LockGuard lock(m_smThreadTaskLock);
-    const auto itThread = m_mapThreadTask.find(_pThread);
-    if (itThread == m_mapThreadTask.end())
-    {
-        return false;
-    }
-    _strTaskId.swap(itThread->second);
-    return true;
-}
-
-void CLS_QuenTaskPool::UnbindTask(CLS_TaskThread* _pThread)
-{
-    const CLS_LockGuard lock(m_smThreadTaskLock);
-    const auto itThread = m_mapThreadTask.find(_pThread);
-    if (itThread != m_mapThreadTask.end())
-    {
-        itThread->second.clear();
-    }
-}
-
-void CLS_QuenTaskPool::AddIdleThread(CLS_TaskThread* _pThread)
-{
-    const CLS_LockGuard lock(m_mtxIdleThreads);
-    const auto itBehind =
-        std::upper_bound(m_vecIdleThreads.begin(), m_vecIdleThreads.end(), _pThread, SortsBefore);
-    m_vecIdleThreads.insert(itBehind, _pThread);
 }

@@ -3,7 +3,6 @@
 #include "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool.h"
 #include "QuenPlugins/ZelTaskPool/TaskPoolRecord.h"
 
-#include <algorithm>
 #include <stdexcept>
 
 using TaskPoolRecord::FILE_POOL;
@@ -13,40 +12,20 @@ namespace
 /// The interval of a task that runs once.
 constexpr int ONE_SHOT = -1;
 
-/// How often a removal takes what the owner's tasks have submitted meanwhile, and how long it waits for all
-/// of that. Bounded, for a task may go on submitting for ever.
+/// How often a removal by owner looks for tasks that were submitted meanwhile, and how long it waits for all
+/// of them. Bounded, because a task may submit others for ever.
 constexpr int LATE_ROUNDS = 29;
 constexpr std::chrono::milliseconds LATE_LIMIT = CLS_Task::STOP_POLL * CLS_Task::STOP_POLLS;
 
-/// The wait for a task is bounded by Stop alone.
+/// Only Stop bounds the wait for a task.
 constexpr auto NO_LIMIT = std::chrono::steady_clock::time_point::max();
 
-/// How often, and how many times in all, a removal looks whether nobody else uses a task any more. As long as
-/// another thread's Stop may sleep on it.
+/// How often, and how many times in all, a removal polls whether it holds the last reference to a task. In
+/// all this is as long as one sleep of Stop, which another thread may be in.
 constexpr std::chrono::milliseconds REFERENCE_POLL{1};
 constexpr int REFERENCE_POLLS = 300;
 
-/// The id's place in the list, or its end; looks around itNear first.
-std::list<std::string>::iterator FindNear(std::list<std::string>& _lstTaskIds,
-                                          std::list<std::string>::iterator _itNear,
-                                          const std::string& _strTaskId)
-{
-    auto itForward = _itNear;
-    auto itBackward = _itNear;
-    while (itForward != _lstTaskIds.end() || itBackward != _lstTaskIds.begin())
-    {
-        if (itForward != _lstTaskIds.end() && *itForward++ == _strTaskId)
-        {
-            return std::prev(itForward);
-        }
-        if (itBackward != _lstTaskIds.begin() && *--itBackward == _strTaskId)
-        {
-            return itBackward;
-        }
-    }
-    return _lstTaskIds.end();
-}
-
+/// Makes the tasks invalid, so that none of them starts from now on.
 void InvalidateTasks(const std::list<std::string>& _lstTaskIds)
 {
     for (const std::string& strTaskId : _lstTaskIds)
@@ -58,9 +37,9 @@ void InvalidateTasks(const std::list<std::string>& _lstTaskIds)
     }
 }
 
-/// The worker lets go of a task a moment after its run, and a service thread may be looking at it. Waiting
-/// for them makes the caller's reference the last one. Whoever keeps the task for longer than that is not
-/// waited for: then false. Takes its sleeps from _iPollsLeft.
+/// Waits until the caller's reference is the last one. A worker lets go of a task a moment after its run, and
+/// a service thread may be looking at it. False when _iPollsLeft, from which the sleeps are taken, reaches
+/// zero first.
 bool WaitForLastReference(const std::shared_ptr<CLS_Task>& _pTask, int& _iPollsLeft)
 {
     while (_pTask.use_count() > 1)
@@ -72,15 +51,16 @@ bool WaitForLastReference(const std::shared_ptr<CLS_Task>& _pTask, int& _iPollsL
         --_iPollsLeft;
         std::this_thread::sleep_for(REFERENCE_POLL);
     }
-    // The count is read relaxed. To let go of one reference more puts what others did before they let go of
-    // theirs before what the caller does.
+    // The count is read relaxed. Releasing one more reference orders what other threads did before they
+    // released theirs before what the caller does next.
     std::shared_ptr<CLS_Task>(_pTask).reset();
     return true;
 }
 
-/// Stops a task, until _tpLimit at most, and takes it out of the registry. _pTask, null when there is none,
-/// outlives that: what the callable captured may call the pool, or end it, when it is destroyed, and must not
-/// do so under the registry's lock.
+/// Stops a task, until _tpLimit at most, and takes it out of the registry.
+///
+/// _pTask, null for an unknown id, keeps the task alive meanwhile. The captured objects may call the pool or
+/// shut it down when they are destroyed, and must not do so under the registry's lock.
 void StopAndDelete(const std::shared_ptr<CLS_Task>& _pTask, const std::string& _strTaskId,
                    std::chrono::steady_clock::time_point _tpLimit, int& _iPollsLeft)
 {
@@ -88,14 +68,14 @@ void StopAndDelete(const std::shared_ptr<CLS_Task>& _pTask, const std::string& _
     CLS_Task::DeleteTask(_strTaskId);
     if (bStopped && WaitForLastReference(_pTask, _iPollsLeft))
     {
-        // A worker or the loop scheduler may yet turn a weak reference into a strong one, and be the last to
-        // let go of the record. What the callable captured goes here and now.
+        // A worker or the loop scheduler may still get a strong reference and release it last. So the
+        // captured objects are destroyed here and now.
         _pTask->TakeCallable();
     }
 }
 
-/// Stops and deletes tasks, front to back. None starts any more from the beginning on, however long the first
-/// one still runs: their owner may be half torn down.
+/// Stops and deletes tasks, front to back. All are made invalid first: none may start while an earlier one
+/// still runs, because their owner may be half destroyed.
 void RemoveTasks(const std::list<std::string>& _lstTaskIds, std::chrono::steady_clock::time_point _tpLimit,
                  int& _iPollsLeft)
 {
@@ -108,12 +88,12 @@ void RemoveTasks(const std::list<std::string>& _lstTaskIds, std::chrono::steady_
 }
 } // namespace
 
-/// A registered task. Copying the callable calls the host, which may end the pool meanwhile: then it fails,
-/// for nothing may be queued on a pool that is gone. It looks at no member before it knows.
 std::shared_ptr<CLS_Task> CLS_QuenTaskPool::MakeTask(const std::function<void()>& _funTask, int _iInterval,
                                                      const std::string& _strCallInfo)
 {
-    // A pool that a racing first call built beside the instance takes tasks, too.
+    // Copying the callable calls the host, which may shut the pool down. Nothing may be queued on a pool that
+    // is gone, and no member may be touched before this is known. A pool that a racing first call built
+    // beside the instance takes tasks, too.
     const bool bInstance = LoadInstance() == this;
     std::shared_ptr<CLS_Task> pTask = CLS_Task::CreateTask(_funTask, _iInterval, _strCallInfo);
     if (bInstance && LoadInstance() != this)
@@ -138,7 +118,7 @@ bool CLS_QuenTaskPool::AddTmpTask(const std::function<void()>& _funTask, void* _
         const std::shared_ptr<CLS_Task> pTask = MakeTask(_funTask, ONE_SHOT, _strCallInfo);
         const std::string strTaskId = pTask->GetId();
         AddWaitingTasks(strTaskId);
-        // The task may have run by now. Its owner is noted all the same.
+        // The task may have run by now. Its owner is noted in any case.
         AddOwnedTask(strTaskId, _pObj);
         return true;
     }
@@ -150,26 +130,6 @@ bool CLS_QuenTaskPool::AddTmpTask(const std::function<void()>& _funTask, void* _
     }
 }
 
-/// Notes the owner of a task in all maps, or, when memory runs out, in none.
-void CLS_QuenTaskPool::AddOwnedTask(const std::string& _strTaskId, void* _pObj)
-{
-    std::list<std::string> lstTaskId{_strTaskId};
-    std::map<std::string, void*> mapOwner{{_strTaskId, _pObj}};
-    const CLS_LockGuard lock(m_mtxTmpTasks);
-    auto itTasks = m_mapTmpTasks.find(_pObj);
-    if (itTasks == m_mapTmpTasks.end())
-    {
-        // A list that cannot be had leaves no cursor behind.
-        std::map<void*, std::list<std::string>::iterator> mapCursor;
-        auto& itCursor = mapCursor[_pObj];
-        itTasks = m_mapTmpTasks.try_emplace(_pObj).first;
-        itCursor = itTasks->second.end();
-        m_mapTmpTaskCursors.merge(mapCursor);
-    }
-    itTasks->second.splice(itTasks->second.end(), lstTaskId);
-    m_mapTmpTaskOwner.insert(mapOwner.extract(mapOwner.begin())).position->second = _pObj;
-}
-
 void CLS_QuenTaskPool::AddLoopTask(const std::function<void()>& _funTask, int _iInterval,
                                    std::string& _strTaskId, const std::string& _strCallInfo)
 {
@@ -178,12 +138,12 @@ void CLS_QuenTaskPool::AddLoopTask(const std::function<void()>& _funTask, int _i
         const std::shared_ptr<CLS_Task> pTask = MakeTask(_funTask, _iInterval, _strCallInfo);
         const std::string strTaskId = pTask->GetId();
         _strTaskId = strTaskId;
-        // The task may run from here on, and change the caller's text.
+        // From here on the task may run, and change the caller's text.
         AddWaitingTasks(strTaskId);
         ListLoopTask(strTaskId);
         if (pTask->IsRemoved())
         {
-            // By its own run, for example. The removal looked at the list too early.
+            // By its own run, for example. That removal looked at the list before the id was on it.
             ForgetLoopTask(strTaskId);
         }
     }
@@ -194,46 +154,12 @@ void CLS_QuenTaskPool::AddLoopTask(const std::function<void()>& _funTask, int _i
     }
 }
 
-void CLS_QuenTaskPool::ListLoopTask(const std::string& _strTaskId)
-{
-    const CLS_LockGuard lock(m_smLoopTasksLock);
-    m_vecLoopTasks.push_back(_strTaskId);
-    ++m_uiLoopListChanges;
-}
-
 void CLS_QuenTaskPool::StopTask(const std::string& _strTaskId)
 {
     if (const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(_strTaskId).lock())
     {
         pTask->Stop();
     }
-}
-
-void CLS_QuenTaskPool::RemoveTmpTask(const std::string& _strTaskId)
-{
-    const CLS_LockGuard lock(m_mtxTmpTasks);
-    const auto itOwner = m_mapTmpTaskOwner.find(_strTaskId);
-    if (itOwner == m_mapTmpTaskOwner.end())
-    {
-        return;
-    }
-    const auto itTasks = m_mapTmpTasks.find(itOwner->second);
-    if (itTasks != m_mapTmpTasks.end())
-    {
-        std::list<std::string>& lstTaskIds = itTasks->second;
-        auto& itCursor = m_mapTmpTaskCursors.try_emplace(itTasks->first, lstTaskIds.begin()).first->second;
-        const auto itTaskId = FindNear(lstTaskIds, itCursor, _strTaskId);
-        if (itTaskId != lstTaskIds.end())
-        {
-            itCursor = lstTaskIds.erase(itTaskId);
-        }
-        if (lstTaskIds.empty())
-        {
-            m_mapTmpTaskCursors.erase(itTasks->first);
-            m_mapTmpTasks.erase(itTasks);
-        }
-    }
-    m_mapTmpTaskOwner.erase(itOwner);
 }
 
 void CLS_QuenTaskPool::RemoveTmpTask(void* _pObj, const std::string& _strCallInfo)
@@ -255,11 +181,10 @@ void CLS_QuenTaskPool::RemoveTmpTask(void* _pObj, const std::string& _strCallInf
     }
 }
 
-/// Removes what the owner's tasks submitted for it while they were removed. What they captured may have ended
-/// the pool: the members are touched only while this is the pool.
 void CLS_QuenTaskPool::RemoveLateTasks(void* _pObj, int& _iPollsLeft)
 {
     const auto tpLimit = std::chrono::steady_clock::now() + LATE_LIMIT;
+    // Captured objects may have shut the pool down: members are touched only while this is the pool.
     for (int i = 0; i < LATE_ROUNDS && LoadInstance() == this; ++i)
     {
         const std::list<std::string> lstTaskIds = TakeOwnedTasks(_pObj);
@@ -269,23 +194,6 @@ void CLS_QuenTaskPool::RemoveLateTasks(void* _pObj, int& _iPollsLeft)
         }
         RemoveTasks(lstTaskIds, tpLimit, _iPollsLeft);
     }
-}
-
-/// Drops the owner from both maps and returns its ids.
-std::list<std::string> CLS_QuenTaskPool::TakeOwnedTasks(void* _pObj)
-{
-    const CLS_LockGuard lock(m_mtxTmpTasks);
-    m_mapTmpTaskCursors.erase(_pObj);
-    auto clsEntry = m_mapTmpTasks.extract(_pObj);
-    if (clsEntry.empty())
-    {
-        return {};
-    }
-    for (const std::string& strTaskId : clsEntry.mapped())
-    {
-        m_mapTmpTaskOwner.erase(strTaskId);
-    }
-    return std::move(clsEntry.mapped());
 }
 
 void CLS_QuenTaskPool::RemoveTask(const std::string& _strTaskId, const std::string& _strCallInfo)
@@ -305,18 +213,6 @@ void CLS_QuenTaskPool::RemoveTask(const std::string& _strTaskId, const std::stri
     {
         TaskPoolRecord::Make(FILE_POOL, "RemoveTask", Logger::LOG_LEVEL_ERROR)
             << "RemoveTask error [" << _strCallInfo << "]";
-    }
-}
-
-/// Drops the first occurrence of the id from the list of loop tasks.
-void CLS_QuenTaskPool::ForgetLoopTask(const std::string& _strTaskId)
-{
-    const CLS_LockGuard lock(m_smLoopTasksLock);
-    const auto itTask = std::find(m_vecLoopTasks.begin(), m_vecLoopTasks.end(), _strTaskId);
-    if (itTask != m_vecLoopTasks.end())
-    {
-        m_vecLoopTasks.erase(itTask);
-        ++m_uiLoopListChanges;
     }
 }
 

@@ -2,7 +2,7 @@
 
 namespace
 {
-/// How often Close looks at a worker that is within the pool, notified or not.
+/// Close checks a worker that is within the pool at least this often.
 constexpr std::chrono::milliseconds STEPS_POLL{100};
 } // namespace
 
@@ -52,13 +52,11 @@ bool CLS_RunGate::LeaveRun()
     return !m_bAbandoned;
 }
 
-/// Whether neither a job nor a run is in progress.
 bool CLS_RunGate::IsOver() const
 {
     return !m_bInJob && !m_bRunning;
 }
 
-/// Whether the code in progress is not the pool's own.
 bool CLS_RunGate::IsForeign() const
 {
     return m_bRunning || (m_bInJob && !m_bInPool);
@@ -71,7 +69,7 @@ bool CLS_RunGate::Close(std::chrono::steady_clock::time_point _tpLimit)
     if (m_idRunner != std::this_thread::get_id())
     {
         m_cvGate.wait_until(lock.GetLock(), _tpLimit, [this]() ZEL_REQUIRES(m_mtxGate) { return IsOver(); });
-        // Nor in the middle of its steps within the pool, which are few, is a worker left behind.
+        // A worker is not abandoned in the middle of its few steps within the pool either.
         while (!IsForeign() && !IsOver())
         {
             m_cvGate.wait_for(lock.GetLock(), STEPS_POLL);

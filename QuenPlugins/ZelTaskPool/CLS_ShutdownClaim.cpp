@@ -1,13 +1,15 @@
 #include "QuenPlugins/ZelTaskPool/CLS_ShutdownClaim.h"
 
-/// Never destroyed: late threads may ask while the process exits.
+#include "QuenPlugins/ZelTaskPool/ReserveEntry.h"
+
+/// Never destroyed, because late threads may ask while the process exits.
 CLS_ShutdownClaim::ST_Pools& CLS_ShutdownClaim::GetPools()
 {
     static ST_Pools& s_stPools = *new ST_Pools;
     return s_stPools;
 }
 
-/// Whether the thread must not wait for the pool's shutdown, which may be waiting for it.
+/// Whether the thread must not wait for the shutdown, which may be waiting for it.
 bool CLS_ShutdownClaim::ST_Life::IsOwnThread(std::thread::id _idThread) const
 {
     return _idThread == m_idClaimant || m_setThreads.count(_idThread) > 0;
@@ -75,14 +77,18 @@ void CLS_ShutdownClaim::RemovePool(const CLS_QuenTaskPool* _pPool)
     stPools.m_mapPools.erase(itPool);
 }
 
-void CLS_ShutdownClaim::AddThread(const CLS_QuenTaskPool* _pPool, std::thread::id _idThread,
-                                  ThreadId& _setReserve)
+CLS_ShutdownClaim::ThreadEntry CLS_ShutdownClaim::ReserveThread()
 {
-    auto clsEntry = _setReserve.extract(_setReserve.begin());
-    clsEntry.value() = _idThread;
+    return ReserveEntry<std::set<std::thread::id>>();
+}
+
+void CLS_ShutdownClaim::AddThread(const CLS_QuenTaskPool* _pPool, std::thread::id _idThread,
+                                  ThreadEntry&& _clsEntry)
+{
+    _clsEntry.value() = _idThread;
     ST_Pools& stPools = GetPools();
     const CLS_LockGuard lock(stPools.m_mtxPools);
-    stPools.m_mapPools.find(_pPool)->second->m_setThreads.insert(std::move(clsEntry));
+    stPools.m_mapPools.find(_pPool)->second->m_setThreads.insert(std::move(_clsEntry));
 }
 
 void CLS_ShutdownClaim::RemoveThread(const CLS_QuenTaskPool* _pPool, std::thread::id _idThread)

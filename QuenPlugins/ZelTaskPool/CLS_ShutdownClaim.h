@@ -24,8 +24,8 @@ public:
     /// for log records and a busy system.
     static constexpr std::chrono::seconds STEP_LIMIT{20};
 
-    /// A thread's id in memory that is already there, so that adding it cannot fail.
-    using ThreadId = std::set<std::thread::id>;
+    /// The entry of one thread, made ahead of time.
+    using ThreadEntry = std::set<std::thread::id>::node_type;
 
     /// Asks for the right to shut _pPool down, which is compared and not touched.
     ///
@@ -53,8 +53,11 @@ public:
     /// The pool is about to be destroyed. It cannot be claimed any more.
     static void RemovePool(const CLS_QuenTaskPool* _pPool);
 
-    /// The thread is the pool's own from now on. Uses _setReserve, which has one entry, up.
-    static void AddThread(const CLS_QuenTaskPool* _pPool, std::thread::id _idThread, ThreadId& _setReserve);
+    /// Makes the entry for one thread, so that AddThread cannot fail. std::bad_alloc passes.
+    static ThreadEntry ReserveThread();
+
+    /// The thread is the pool's own from now on. Uses up the entry.
+    static void AddThread(const CLS_QuenTaskPool* _pPool, std::thread::id _idThread, ThreadEntry&& _clsEntry);
 
     /// The thread is about to end: its id may become another thread's.
     static void RemoveThread(const CLS_QuenTaskPool* _pPool, std::thread::id _idThread);

@@ -1,6 +1,7 @@
 #include "QuenPlugins/ZelTaskPool/CLS_Task.h"
 
 #include "QuenInclude/CLS_Mutex.h"
+#include "QuenPlugins/ZelTaskPool/ReserveEntry.h"
 #include "QuenPlugins/ZelTaskPool/TaskPoolRecord.h"
 
 #include <algorithm>
@@ -10,8 +11,8 @@ using TaskPoolRecord::FILE_TASK;
 
 namespace
 {
-/// The registry and its lock as this file uses them; hosts see them through the members, which have the
-/// standard types.
+/// The registry and its lock, with the annotated types. Hosts see them through the static members, which have
+/// the standard types.
 struct ST_Registry
 {
     CLS_SharedMutex m_smLock;
@@ -24,18 +25,19 @@ ST_Registry& GetRegistry()
     return s_stRegistry;
 }
 
-/// Calls of SetLoopInterval, of all tasks.
-std::atomic<std::uint64_t> s_uiIntervalChanges{0};
+/// Counts the calls of SetLoopInterval for all tasks.
+std::atomic<std::uint64_t> g_uiIntervalChanges{0};
 
+/// Stop makes a log record after this many sleeps.
 constexpr int STOP_POLLS_PER_RECORD = 10;
 
 /// The status from which a task counts as executing.
 constexpr std::int32_t STATUS_EXECUTING = 2;
 
 #pragma GCC diagnostic push
-// The destructor is not virtual on purpose; what is deleted here was made as exactly this class.
+// The destructor is not virtual on purpose. The deleted object is of exactly this class.
 #pragma GCC diagnostic ignored "-Wdelete-non-virtual-dtor"
-/// A class without members, so that the reference count of a record need not keep it.
+/// An empty class, so that the control block of a task record does not grow.
 struct ST_DeleteRecord
 {
     void operator()(const CLS_Task* _pTask) const { delete _pTask; }
@@ -46,7 +48,7 @@ struct ST_DeleteRecord
 std::map<std::string, std::shared_ptr<CLS_Task>>& CLS_Task::m_mapTaskData = GetRegistry().m_mapTasks;
 std::shared_mutex& CLS_Task::m_smTaskDataLock = GetRegistry().m_smLock;
 
-/// A run from its beginning to its end, however it ends.
+/// One run, from its beginning to its end, however it ends.
 class CLS_Task::CLS_Run
 {
 public:
@@ -81,11 +83,11 @@ std::shared_ptr<CLS_Task> CLS_Task::CreateTask(const std::function<void()>& _fun
                                                const std::string& _strCallInfo)
 {
     std::shared_ptr<CLS_Task> pTask(new CLS_Task(_funTask, _iLoopInterval, _strCallInfo), ST_DeleteRecord());
-    // What takes time comes before the lock: drawing the id and making the entry.
-    std::map<std::string, std::shared_ptr<CLS_Task>> mapEntry{{pTask->GetId(), pTask}};
+    // Drawing the id and making the entry take time, so they come before the lock.
+    auto clsEntry = ReserveEntry<std::map<std::string, std::shared_ptr<CLS_Task>>>(pTask->GetId(), pTask);
     ST_Registry& stRegistry = GetRegistry();
     const CLS_LockGuard lock(stRegistry.m_smLock);
-    const auto stInserted = stRegistry.m_mapTasks.insert(mapEntry.extract(mapEntry.begin()));
+    const auto stInserted = stRegistry.m_mapTasks.insert(std::move(clsEntry));
     stInserted.position->second = pTask;
     return pTask;
 }
@@ -110,7 +112,7 @@ bool CLS_Task::Running()
     const CLS_Run clsRun(*this);
     try
     {
-        RunCallable();
+        InvokeCallable();
     }
     catch (const std::exception& exError)
     {
@@ -123,8 +125,7 @@ bool CLS_Task::Running()
     return true;
 }
 
-/// Calls the callable and records what it throws. What is thrown meanwhile by the record's making passes.
-void CLS_Task::RunCallable()
+void CLS_Task::InvokeCallable()
 {
     try
     {
@@ -143,7 +144,6 @@ void CLS_Task::RunCallable()
     }
 }
 
-/// _szReason is null when what was thrown has no text; the two texts differ in more than that.
 void CLS_Task::RecordFailure(const std::string& _strFailure, const char* _szReason, int _iLine)
 {
     const std::string strText = _szReason == nullptr
@@ -231,8 +231,8 @@ bool CLS_Task::IsLoop()
 void CLS_Task::SetLoopInterval(int _iLoopInterval)
 {
     m_iLoopInterval.exchange(_iLoopInterval);
-    // Afterwards: who sees this count sees the new interval, too.
-    ++s_uiIntervalChanges;
+    // After the interval: a thread that sees this count also sees the new interval.
+    ++g_uiIntervalChanges;
 }
 
 int CLS_Task::GetLoopInterval()
@@ -265,7 +265,7 @@ std::chrono::steady_clock::time_point CLS_Task::GetEarliestRun()
 
 std::uint64_t CLS_Task::GetIntervalChanges()
 {
-    return s_uiIntervalChanges;
+    return g_uiIntervalChanges;
 }
 
 bool CLS_Task::GetValid()

@@ -146,7 +146,7 @@ public:
 private:
     class CLS_Run;
 
-    void RunCallable();
+    void InvokeCallable();
     void RecordFailure(const std::string& _strFailure, const char* _szReason, int _iLine = __builtin_LINE());
 
     /// Status and validity are sequentially consistent: a run stores the status and then reads the validity,

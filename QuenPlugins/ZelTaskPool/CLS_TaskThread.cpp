@@ -15,15 +15,16 @@ std::atomic<std::int32_t> CLS_TaskThread::m_iWaitingOvertime{300000};
 
 namespace
 {
-/// A worker looks at its run flag at least this often.
+/// A worker checks its run flag at least this often.
 constexpr std::chrono::seconds WAIT_LIMIT{3};
 
+/// The order id of a worker that the pool has not registered.
 constexpr std::int32_t NO_ORDER_ID = -1;
 } // namespace
 
 CLS_TaskThread::CLS_TaskThread()
 {
-    m_pThread = std::make_unique<std::thread>(&CLS_TaskThread::RunThread, this);
+    m_pThread = std::make_unique<std::thread>(&CLS_TaskThread::WorkUntilEnd, this);
 }
 
 CLS_TaskThread::~CLS_TaskThread()
@@ -31,12 +32,12 @@ CLS_TaskThread::~CLS_TaskThread()
     Exit();
 }
 
-void CLS_TaskThread::RunThread()
+void CLS_TaskThread::WorkUntilEnd()
 {
     FunTask();
     if (m_clsRunGate.IsAbandoned())
     {
-        // No other thread knows this worker. Its pool may be gone, or still be ending others.
+        // No other thread knows this worker. Its pool may be gone, or may still be ending other workers.
         CLS_ShutdownClaim::RemoveOwnThread();
         m_pThread->detach();
         delete this;
@@ -50,7 +51,7 @@ void CLS_TaskThread::FunTask()
     {
         try
         {
-            if (!RunPass(iShownId))
+            if (!RunNextJob(iShownId))
             {
                 return;
             }
@@ -62,17 +63,15 @@ void CLS_TaskThread::FunTask()
         m_tpLastActive.store(std::chrono::steady_clock::now(), std::memory_order_relaxed);
         if (m_clsRunGate.IsAbandoned())
         {
-            // However the job ended: it belongs to a pool that is gone.
+            // However the job ended, it belongs to a pool that is gone.
             return;
         }
-        // The next job may be about to come: this saves going to sleep and being woken.
+        // The next job may be about to come. Yielding saves going to sleep and being woken.
         std::this_thread::yield();
     }
 }
 
-/// Waits for a job and runs it. False when the worker is to end; a job not begun is then dropped. _iShownId
-/// is the order id that the thread's name shows.
-bool CLS_TaskThread::RunPass(std::int32_t& _iShownId)
+bool CLS_TaskThread::RunNextJob(std::int32_t& _iShownId)
 {
     CLS_WaitGuard lock(m_mtxFunction);
     while (!m_funFunction && m_bRun)
@@ -89,12 +88,11 @@ bool CLS_TaskThread::RunPass(std::int32_t& _iShownId)
     {
         return false;
     }
-    RunJob();
+    CallJob();
     return true;
 }
 
-/// Names the thread by its order id, which comes when the thread runs already, but before its first job. To
-/// be called before each job: asks the system only when the id has changed.
+/// The order id comes when the thread already runs, but before its first job.
 void CLS_TaskThread::ShowOrderId(std::int32_t& _iShownId)
 {
     const std::int32_t iOrderId = m_iOrderId;
@@ -103,7 +101,7 @@ void CLS_TaskThread::ShowOrderId(std::int32_t& _iShownId)
         return;
     }
     constexpr std::string_view PREFIX = "zel-worker-";
-    std::array<char, 16> arrName{}; // leaves room for four digits; the pool's ids have three
+    std::array<char, 16> arrName{}; // room for four digits; the pool's ids have up to three
     char* const pDigits = std::copy(PREFIX.begin(), PREFIX.end(), arrName.data());
     std::to_chars(pDigits, arrName.data() + arrName.size() - 1, iOrderId);
     Util::SetThreadName(arrName.data());
@@ -116,8 +114,7 @@ void CLS_TaskThread::RecordFailure()
         << "thread handler error - " << m_iOrderId.load();
 }
 
-/// Runs the job in hand.
-void CLS_TaskThread::RunJob()
+void CLS_TaskThread::CallJob()
 {
     try
     {
@@ -125,7 +122,7 @@ void CLS_TaskThread::RunJob()
     }
     catch (...)
     {
-        // Kept on purpose: the job stays, and is run again on the next pass.
+        // Kept on purpose: the job stays and runs again on the next pass.
         RecordFailure();
         return;
     }
@@ -145,14 +142,14 @@ bool CLS_TaskThread::Exit()
 
 void CLS_TaskThread::RequestEnd()
 {
-    // At once, so that a job in progress is not run again when it fails.
+    // At once, so that a job in progress does not run again when it fails.
     m_bRun.exchange(false);
     if (IsOwnThread())
     {
-        // In a job, which has the mutex; and nobody waits.
+        // Within a job, which holds the mutex. No thread waits for the notification.
         return;
     }
-    // Who has the mutex now knows that the worker has seen the flag, or waits and gets the notification.
+    // Once the mutex is held, the worker has seen the flag, or it waits and gets the notification.
     const CLS_LockGuard lock(m_mtxFunction);
     m_cvFunction.notify_one();
 }

@@ -77,10 +77,10 @@ public:
     CLS_RunGate& GetRunGate() { return m_clsRunGate; }
 
 private:
-    void RunThread();
-    bool RunPass(std::int32_t& _iShownId) ZEL_EXCLUDES(m_mtxFunction);
+    void WorkUntilEnd();
+    bool RunNextJob(std::int32_t& _iShownId) ZEL_EXCLUDES(m_mtxFunction);
     void ShowOrderId(std::int32_t& _iShownId);
-    void RunJob() ZEL_REQUIRES(m_mtxFunction);
+    void CallJob() ZEL_REQUIRES(m_mtxFunction);
     void RecordFailure();
     void RequestEnd();
 

@@ -52,7 +52,7 @@ def check_symbols(report, folder, symbols, archs):
         debugged = macho.MachO(os.path.join(symbols, "Contents/Resources/DWARF", name), arch)
         report.tell(bool(library.uuid()), "%s (%s), UUID" % (name, arch), library.uuid() or "none")
         report.compare("%s (%s), UUID of the debug symbols" % (name, arch), library.uuid(), debugged.uuid())
-        report.tell(b"CLS_QuenTaskPool.cpp" in debugged.data,
+        report.tell(b"CLS_QuenTaskPoolLifetime.cpp" in debugged.data,
                     "%s (%s), debug symbols" % (name, arch), "%d bytes" % len(debugged.data))
 
 

@@ -45,7 +45,7 @@ inline void SetLoopTasks(CLS_QuenTaskPool& _clsPool, const std::vector<std::stri
 {
     const std::unique_lock<std::shared_mutex> lock(_clsPool.m_smLoopTasksLock);
     _clsPool.m_vecLoopTasks = _vecTaskIds;
-    ++_clsPool.m_uiLoopListChanges;
+    _clsPool.m_clsLoopSchedule.NoteListChange();
 }
 
 /// Puts an id on that list.

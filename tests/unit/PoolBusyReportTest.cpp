@@ -123,7 +123,7 @@ TEST_F(PoolBusyReportTest, AttemptsAreCountedForEachIdAnew)
         {
             if (_iFailed % 89 == 0)
             {
-                m_pPool->AddIdleThread(m_pPool->CreateTaskThread());
+                m_pPool->AddIdleWorker(m_pPool->CreateTaskThread());
             }
         });
     EXPECT_TRUE(m_clsStarted.Wait(3));
@@ -141,7 +141,7 @@ TEST_F(PoolBusyReportTest, SaysWhatEveryWorkerDoes)
     MakeBusyWorker(strIdle);
     MakeBusyWorker("");
     MakeBusyWorker(strWaiting);
-    m_pPool->AddIdleThread(m_pPool->CreateTaskThread());
+    m_pPool->AddIdleWorker(m_pPool->CreateTaskThread());
     const std::string strRunning = QueueTask();
     QueueTask();
     QueueTask();
@@ -205,7 +205,7 @@ TEST_F(PoolBusyReportTest, FailureEndsThePassAndDropsTheRestOfItsBatch)
                             IsPoolRecord(3, "FunTaskingThread", "*** auto Tasking handler fail ***")));
     EXPECT_TRUE(m_pPool->m_bRun);
 
-    m_pPool->AddIdleThread(pBusy);
+    m_pPool->AddIdleWorker(pBusy);
     const std::string strThird = QueueTask();
     EXPECT_TRUE(m_clsStarted.Wait(1));
     EXPECT_EQ(TASK_STATUS_RUNNING, GetStatus(strThird));

@@ -203,7 +203,7 @@ TEST_F(PoolDispatchTest, QueueIsFreeDuringABatchAndWhatComesIsLeftToTheNextPass)
             // The dispatcher waits for a worker, in the middle of its batch.
             EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
             clsPool.AddWaitingTasks(strLater);
-            clsPool.AddIdleThread(pThread);
+            clsPool.AddIdleWorker(pThread);
         });
     clsPool.DispatchPass();
     EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strLater));
@@ -219,17 +219,12 @@ TEST_F(PoolDispatchTest, TaskIsBoundBeforeItsJobIsHandedOver)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     CLS_TaskThread* const pThread = clsPool.CreateTaskThread();
-    clsPool.AddIdleThread(pThread);
+    clsPool.AddIdleWorker(pThread);
     const std::string strTaskId = MakeTask({});
     clsPool.AddWaitingTasks(strTaskId);
     std::unique_lock<std::mutex> lock(pThread->m_mtxFunction); // no job can be handed over
     std::thread thDispatcher([&] { clsPool.DispatchPass(); });
-    EXPECT_TRUE(WaitUntil(
-        [&]
-        {
-            std::string strBound;
-            return clsPool.ReadBoundTask(pThread, strBound) && strBound == strTaskId;
-        }));
+    EXPECT_TRUE(WaitUntil([&] { return clsPool.ReadBoundTask(pThread) == strTaskId; }));
     EXPECT_FALSE(pThread->m_funFunction);
     EXPECT_EQ(TASK_STATUS_WAITING, GetStatus(strTaskId));
     EXPECT_THAT(GetIdleOrder(clsPool), IsEmpty());
@@ -251,7 +246,7 @@ TEST_F(PoolDispatchTest, DispatcherAsksForAWorkerAgainAfterEachHundredMillisecon
         {
             if (++iSleeps == 5)
             {
-                clsPool.AddIdleThread(pThread);
+                clsPool.AddIdleWorker(pThread);
             }
         });
     clsPool.DispatchPass();
@@ -296,8 +291,8 @@ TEST_F(PoolDispatchTest, WorkerThatIsNotRegisteredIsARecordAndGetsItsJobAllTheSa
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     const std::unique_ptr<CLS_TaskThread> pThread(clsPool.CreateTaskThread());
     pThread->SetOrderId(17);
-    clsPool.UnregisterThread(pThread.get());
-    clsPool.AddIdleThread(pThread.get());
+    clsPool.UnregisterWorker(pThread.get());
+    clsPool.AddIdleWorker(pThread.get());
     CLS_Counter clsRuns;
     const std::string strTaskId = MakeTask([&] { clsRuns.Add(); });
     clsPool.AddWaitingTasks(strTaskId);
@@ -343,7 +338,7 @@ TEST_F(PoolDispatchTest, EndOfThePoolDropsTheRestWhileADispatcherAsksForAWorker)
             [&](const ST_Sleep&)
             {
                 clsPool.m_bRun = false;
-                clsPool.AddIdleThread(pThread); // too late
+                clsPool.AddIdleWorker(pThread); // too late
             });
         clsPool.FunTaskingThread();
         EXPECT_THAT(clsFastSleep.GetSleeps(), SizeIs(1));
@@ -360,8 +355,8 @@ TEST_F(PoolDispatchTest, EndOfThePoolDropsTheRestBeforeTheNextId)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     const std::unique_ptr<CLS_TaskThread> pUnregistered(clsPool.CreateTaskThread());
-    clsPool.UnregisterThread(pUnregistered.get());
-    clsPool.AddIdleThread(pUnregistered.get());
+    clsPool.UnregisterWorker(pUnregistered.get());
+    clsPool.AddIdleWorker(pUnregistered.get());
     CLS_Counter clsRuns;
     const std::string strFirst = MakeTask([&] { clsRuns.Add(); });
     const std::string strSecond = MakeTask([&] { clsRuns.Add(); });

@@ -403,7 +403,7 @@ TEST_F(PoolLoopTest, TasksThatAreKnownNeedNoLookUpAlsoWhenTheListHasChanged)
     lock.unlock();
     thPass.join();
     EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
-    EXPECT_EQ(3U, clsPool.m_vecLoopEntries.size());
+    EXPECT_EQ(3U, clsPool.m_clsLoopSchedule.GetEntries().size());
     pBusy->SetTaskStatus(TASK_STATUS_IDLE);
 }
 
@@ -412,12 +412,12 @@ TEST_F(PoolLoopTest, EntriesAreNotMadeAnewWhileTheListIsTheSame)
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     MakeListedTask(clsPool);
     clsPool.LoopPass();
-    const CLS_LoopEntry* const pEntries = clsPool.m_vecLoopEntries.data();
+    const CLS_LoopSchedule::CLS_Entry* const pEntries = clsPool.m_clsLoopSchedule.GetEntries().data();
     clsPool.LoopPass();
-    EXPECT_EQ(pEntries, clsPool.m_vecLoopEntries.data());
+    EXPECT_EQ(pEntries, clsPool.m_clsLoopSchedule.GetEntries().data());
     MakeListedTask(clsPool);
     clsPool.LoopPass();
-    EXPECT_NE(pEntries, clsPool.m_vecLoopEntries.data());
+    EXPECT_NE(pEntries, clsPool.m_clsLoopSchedule.GetEntries().data());
 }
 
 TEST_F(PoolLoopTest, TaskThatLeftTheRegistryIsNotQueuedThoughTheHostKeepsIt)

@@ -294,7 +294,7 @@ TEST_F(PoolMemoryTest, WorkerThatCannotCopyTheIdRunsItsTaskAllTheSame)
     EXPECT_EQ(1, iRuns);
     EXPECT_THAT(PoolView::GetOwned(clsPool), IsEmpty());
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
-    EXPECT_EQ(pThread, clsPool.TakeIdleThread());
+    EXPECT_EQ(pThread, clsPool.TakeIdleWorker());
 }
 
 TEST_F(PoolMemoryTest, NoLoopPassFollowsAFailureAfterThePoolsEnd)
@@ -315,7 +315,7 @@ TEST_F(PoolMemoryTest, WatchdogsPassThatFailsIsRecordedAndTheNextOneComesAfterTh
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     CLS_TaskThread* const pThread = clsPool.CreateTaskThread();
     pThread->m_tpLastActive = std::chrono::steady_clock::now() - hours(1);
-    clsPool.AddIdleThread(pThread);
+    clsPool.AddIdleWorker(pThread);
     std::vector<std::size_t> vecSleeps;
     {
         const CLS_FastSleep clsFast;

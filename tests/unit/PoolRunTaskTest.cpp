@@ -57,7 +57,7 @@ TEST_F(PoolRunTaskTest, RunsTheBoundTaskAndPutsTheWorkerOnTheIdleList)
     strTaskId = MakeTask(
         [&]
         {
-            m_pPool->ReadBoundTask(m_pThread, strBoundMeanwhile);
+            strBoundMeanwhile = m_pPool->ReadBoundTask(m_pThread).value_or("");
             bIdleMeanwhile = !GetIdleOrder(*m_pPool).empty();
             iStatusMeanwhile = CLS_Task::GetTask(strTaskId).lock()->GetTaskStatus();
         });
@@ -174,7 +174,7 @@ TEST_F(PoolRunTaskTest, FailedRunDropsTheOwnersEntry)
 
 TEST_F(PoolRunTaskTest, WorkerStaysUsableAfterEveryFailure)
 {
-    m_pPool->AddIdleThread(m_pThread);
+    m_pPool->AddIdleWorker(m_pThread);
     const std::string strRemoved = MakeTask({});
     const std::string strThrowing = CLS_ThrowingTextTask::Make({}, 1);
     const std::string strOops = MakeTask([] { throw 1; });
@@ -222,7 +222,7 @@ TEST_F(PoolRunTaskTest, WorkerReturnsToItsPlaceOnTheIdleList)
     {
         CLS_TaskThread* const pThread = m_pPool->CreateTaskThread();
         pThread->SetOrderId(iOrderId);
-        m_pPool->AddIdleThread(pThread);
+        m_pPool->AddIdleWorker(pThread);
     }
     Run(MakeTask({}));
     EXPECT_THAT(GetIdleOrder(*m_pPool), ElementsAre(3, 5, 5, 5, 8));
@@ -237,7 +237,7 @@ TEST_F(PoolRunTaskTest, RemovedTaskIsLetGoBeforeTheWorkerIsFree)
                                    [&](const int* _pValue)
                                    {
                                        delete _pValue;
-                                       m_pPool->ReadBoundTask(m_pThread, strBoundAtRelease);
+                                       strBoundAtRelease = m_pPool->ReadBoundTask(m_pThread).value_or("");
                                        bIdleAtRelease = !GetIdleOrder(*m_pPool).empty();
                                    });
     std::string strTaskId;
@@ -251,7 +251,7 @@ TEST_F(PoolRunTaskTest, RemovedTaskIsLetGoBeforeTheWorkerIsFree)
 
 TEST_F(PoolRunTaskTest, WorkerThatIsNotRegisteredIsARunErrorAndLeavesTheRegistryUnlocked)
 {
-    m_pPool->UnregisterThread(m_pThread);
+    m_pPool->UnregisterWorker(m_pThread);
     const std::unique_ptr<CLS_TaskThread> pOwned(m_pThread);
     m_pPool->FunRunTask(m_pThread);
     EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsPoolRecord(3, "FunRunTask", "task run error - 5 ")));

@@ -43,7 +43,7 @@ protected:
     {
         CLS_TaskThread* const pThread = _clsPool.CreateTaskThread();
         pThread->m_tpLastActive = steady_clock::now() - _msIdle;
-        _clsPool.AddIdleThread(pThread);
+        _clsPool.AddIdleWorker(pThread);
         return pThread;
     }
 
@@ -227,7 +227,7 @@ TEST_F(PoolWatchdogTest, UnregisteredWorkerIsRetiredAllTheSame)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     CLS_TaskThread* const pThread = MakeIdleThread(clsPool);
-    clsPool.UnregisterThread(pThread);
+    clsPool.UnregisterWorker(pThread);
     clsPool.OvertimePass();
     EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsPassBegin(), IsRetirement(0)));
 }
@@ -283,7 +283,7 @@ TEST_F(PoolWatchdogTest, NewWorkerIsMadeInPlaceOfARetiredOne)
     CLS_TaskThread* const pRetired = MakeIdleThread(clsPool);
     ASSERT_EQ(pRetired, clsPool.GetTaskThread());
     EXPECT_EQ(nullptr, clsPool.GetTaskThread());
-    clsPool.AddIdleThread(pRetired);
+    clsPool.AddIdleWorker(pRetired);
     CLS_TaskThread* pNew = nullptr;
     LogRecorder::SetHook(
         [&](const LogRecorder::ST_Record& _stRecord)

@@ -153,7 +153,7 @@ TEST_F(PoolWorkersTest, IdleWorkerWithTheLowestOrderIdComesFirst)
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     for (const int iOrderId : {4, 1, 7})
     {
-        clsPool.AddIdleThread(MakeWorker(clsPool, iOrderId));
+        clsPool.AddIdleWorker(MakeWorker(clsPool, iOrderId));
     }
     CLS_TaskThread* const pFirst = clsPool.GetTaskThread();
     ASSERT_NE(nullptr, pFirst);
@@ -182,7 +182,7 @@ TEST_F(PoolWorkersTest, NewWorkerIsMadeOnlyWhenNobodyIsIdle)
     CLS_TaskThread* const pThread = clsPool.GetTaskThread();
     ASSERT_NE(nullptr, pThread);
     EXPECT_EQ(1, clsPool.GetTaskThreadNum());
-    clsPool.AddIdleThread(pThread);
+    clsPool.AddIdleWorker(pThread);
     EXPECT_EQ(pThread, clsPool.GetTaskThread());
     EXPECT_EQ(1, clsPool.GetTaskThreadNum());
     EXPECT_NE(pThread, clsPool.GetTaskThread());
@@ -193,7 +193,7 @@ TEST_F(PoolWorkersTest, IdleWorkerIsTakenWithoutGivingWay)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     CLS_TaskThread* const pThread = clsPool.CreateTaskThread();
-    clsPool.AddIdleThread(pThread);
+    clsPool.AddIdleWorker(pThread);
     const CLS_WatchedYields clsYields;
     EXPECT_EQ(pThread, clsPool.GetTaskThread());
     EXPECT_EQ(0, clsYields.GetYields());
@@ -217,7 +217,7 @@ TEST_F(PoolWorkersTest, WorkerThatComesBackMeanwhileIsTakenAndNoneIsMade)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     CLS_TaskThread* const pThread = clsPool.CreateTaskThread();
-    const CLS_WatchedYields clsYields([&] { clsPool.AddIdleThread(pThread); });
+    const CLS_WatchedYields clsYields([&] { clsPool.AddIdleWorker(pThread); });
     EXPECT_EQ(pThread, clsPool.GetTaskThread());
     EXPECT_EQ(1, clsYields.GetYields());
     EXPECT_EQ(1, clsPool.GetTaskThreadNum());
@@ -245,7 +245,7 @@ TEST_F(PoolWorkersTest, IdleWorkerIsHandedOutAtTheLimit)
     CLS_TaskThread* const pThread = clsPool.CreateTaskThread();
     clsPool.m_iMaxThread = 0;
     EXPECT_EQ(nullptr, clsPool.GetTaskThread());
-    clsPool.AddIdleThread(pThread);
+    clsPool.AddIdleWorker(pThread);
     EXPECT_EQ(pThread, clsPool.GetTaskThread());
 }
 
@@ -257,7 +257,7 @@ TEST_F(PoolWorkersTest, OrderIdIsUsedAgainAfterARetirement)
     {
         vecWorkers.push_back(clsPool.CreateTaskThread());
     }
-    clsPool.RetireThread(vecWorkers[1]);
+    clsPool.RetireWorker(vecWorkers[1]);
     EXPECT_EQ(2, clsPool.GetTaskThreadNum());
     CLS_TaskThread* const pNew = clsPool.CreateTaskThread();
     EXPECT_EQ(2, pNew->GetOrderId());
@@ -332,7 +332,7 @@ TEST_F(PoolWorkersTest, IdleListIsSortedByOrderIdWithEachReturn)
     std::vector<int> vecExpected;
     for (const int iOrderId : vecOrder)
     {
-        clsPool.AddIdleThread(MakeWorker(clsPool, iOrderId));
+        clsPool.AddIdleWorker(MakeWorker(clsPool, iOrderId));
         vecExpected.insert(std::upper_bound(vecExpected.begin(), vecExpected.end(), iOrderId), iOrderId);
         ASSERT_EQ(vecExpected, GetIdleOrder(clsPool));
     }
@@ -347,7 +347,7 @@ TEST_F(PoolWorkersTest, WorkerReturnsBehindThoseWithItsOrderIdAndBeforeTheNext)
     for (const int iOrderId : {5, 5, 9, 1, 5, 1, 9, 7})
     {
         vecWorkers.push_back(MakeWorker(clsPool, iOrderId));
-        clsPool.AddIdleThread(vecWorkers.back());
+        clsPool.AddIdleWorker(vecWorkers.back());
     }
     EXPECT_THAT(GetIdleOrder(clsPool), ElementsAre(1, 1, 5, 5, 5, 7, 9, 9));
     EXPECT_THAT(clsPool.m_vecIdleThreads,
@@ -359,10 +359,10 @@ TEST_F(PoolWorkersTest, EmptySlotSortsBeforeNothingAndNothingBeforeIt)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     clsPool.m_vecIdleThreads = {nullptr};
-    clsPool.AddIdleThread(MakeWorker(clsPool, 1));
+    clsPool.AddIdleWorker(MakeWorker(clsPool, 1));
     EXPECT_THAT(GetIdleOrder(clsPool), ElementsAre(-1, 1));
     clsPool.m_vecIdleThreads = {clsPool.m_vecIdleThreads[1], nullptr};
-    clsPool.AddIdleThread(MakeWorker(clsPool, 2));
+    clsPool.AddIdleWorker(MakeWorker(clsPool, 2));
     EXPECT_THAT(GetIdleOrder(clsPool), ElementsAre(1, -1, 2));
     clsPool.m_vecIdleThreads.clear();
 }

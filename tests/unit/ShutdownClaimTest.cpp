@@ -35,8 +35,7 @@ protected:
 
     static void AddThread(std::thread::id _idThread)
     {
-        CLS_ShutdownClaim::ThreadId setThread{std::thread::id()};
-        CLS_ShutdownClaim::AddThread(POOL, _idThread, setThread);
+        CLS_ShutdownClaim::AddThread(POOL, _idThread, CLS_ShutdownClaim::ReserveThread());
     }
 
     /// Whether another thread that asks now is told something at once, and what.

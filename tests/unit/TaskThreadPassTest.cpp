@@ -65,7 +65,7 @@ protected:
         return bFree;
     }
 
-    bool RunPass() { return m_clsWorker.RunPass(m_iShownId); }
+    bool RunNextJob() { return m_clsWorker.RunNextJob(m_iShownId); }
 
     const steady_clock::time_point m_tpMarker = steady_clock::now() - hours(1);
     CLS_TaskThread m_clsWorker;
@@ -83,7 +83,7 @@ TEST_F(TaskThreadPassTest, OnlyTheLastJobHandedOverRuns)
     EXPECT_EQ(2, pCaptured.use_count());
     EXPECT_TRUE(m_clsWorker.AddFunction([&](CLS_TaskThread*) { ++iSecond; }));
     EXPECT_EQ(1, pCaptured.use_count());
-    EXPECT_TRUE(RunPass());
+    EXPECT_TRUE(RunNextJob());
     EXPECT_EQ(0, iFirst);
     EXPECT_EQ(1, iSecond);
     EXPECT_FALSE(m_clsWorker.m_funFunction);
@@ -106,7 +106,7 @@ TEST_F(TaskThreadPassTest, JobRunsWithTheMutexHeldAndWithTheWorker)
             pGiven = _pWorker;
             bFree = IsMutexFree();
         }));
-    EXPECT_TRUE(RunPass());
+    EXPECT_TRUE(RunNextJob());
     EXPECT_EQ(&m_clsWorker, pGiven);
     EXPECT_FALSE(bFree);
     EXPECT_TRUE(IsMutexFree());
@@ -117,7 +117,7 @@ TEST_F(TaskThreadPassTest, JobThatWasNotBegunIsDroppedAtTheEnd)
 {
     EXPECT_TRUE(m_clsWorker.AddFunction([](CLS_TaskThread*) { ADD_FAILURE(); }));
     EXPECT_TRUE(m_clsWorker.Exit());
-    EXPECT_FALSE(RunPass());
+    EXPECT_FALSE(RunNextJob());
     EXPECT_TRUE(IsMutexFree());
     m_clsWorker.FunTask();
     EXPECT_EQ(m_tpMarker, m_clsWorker.m_tpLastActive.load());
@@ -138,13 +138,13 @@ TEST_F(TaskThreadPassTest, FailingJobIsRetriedUntilANewOneReplacesIt)
     for (int i = 1; i <= 3; ++i)
     {
         m_clsWorker.SetOrderId(i);
-        EXPECT_TRUE(RunPass());
+        EXPECT_TRUE(RunNextJob());
         EXPECT_EQ(i, iFailed);
         EXPECT_FALSE(bFree); // still in the pass
         EXPECT_TRUE(IsMutexFree());
     }
     EXPECT_TRUE(m_clsWorker.AddFunction([&](CLS_TaskThread*) { ++iNext; }));
-    EXPECT_TRUE(RunPass());
+    EXPECT_TRUE(RunNextJob());
     EXPECT_EQ(3, iFailed);
     EXPECT_EQ(1, iNext);
     EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsThreadRecord(3, "FunTask", "thread handler error - 1"),

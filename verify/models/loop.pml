@@ -152,7 +152,7 @@ active proctype Clock()
 bool entries[TASKS]; /* the scheduler's own from here on */
 bool pushFailed;
 
-inline RefreshLoopEntries() /* CLS_QuenTaskPool::RefreshLoopEntries */
+inline RefreshLoopSchedule() /* CLS_LoopSchedule::Refresh */
 {
     d_step {
         if
@@ -182,7 +182,7 @@ inline RefreshLoopEntries() /* CLS_QuenTaskPool::RefreshLoopEntries */
 }
 
 /* The weak reference of an entry serves as long as there is a record. */
-inline FindTask(t, found) /* CLS_LoopEntry::FindTask */
+inline FindTask(t, found) /* CLS_LoopSchedule::CLS_Entry::FindTask */
 {
     d_step {
         found = references[t] > 0;
@@ -222,7 +222,7 @@ inline IsUseRun(t, due) /* CLS_Task::IsUseRun */
     due = due && age[t] >= IntervalOf(t)
 }
 
-inline IsDue(t, found, due) /* CLS_LoopEntry::IsDue */
+inline IsDue(t, found, due) /* CLS_LoopSchedule::CLS_Entry::IsDue */
 {
     atomic {
         FindTask(t, found);
@@ -282,7 +282,7 @@ active proctype LoopScheduler() /* CLS_QuenTaskPool::FunLoopThread */
     bool found, due;
 
     do
-    :: RefreshLoopEntries();
+    :: RefreshLoopSchedule();
         do /* CLS_QuenTaskPool::LoopPass */
         :: t < LOOP_TASKS ->
             if

@@ -46,9 +46,7 @@ def parse_arguments():
 def product_files():
     """The library's sources and headers."""
     files = [*ROOT.glob("QuenInclude/*.[ch]*"), *ROOT.glob("QuenPlugins/ZelTaskPool/*.[ch]*")]
-    files = sorted(str(path.relative_to(ROOT)) for path in files)
-    # Only builds that check the pool's locks contain it.
-    return [file for file in files if not file.endswith("CLS_PoolLock.cpp")]
+    return sorted(str(path.relative_to(ROOT)) for path in files)
 
 
 def hash_files(files):

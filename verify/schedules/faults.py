@@ -6,10 +6,10 @@ with the scenario and the strategy; "seen" is how the failure that counts begins
 
 POOL = "QuenPlugins/ZelTaskPool/"
 DISPATCH = POOL + "CLS_QuenTaskPoolDispatch.cpp"
-SERVICE = POOL + "CLS_QuenTaskPoolService.cpp"
-SHUTDOWN = POOL + "CLS_QuenTaskPoolShutdown.cpp"
-START = POOL + "CLS_QuenTaskPool.cpp"
+LIFETIME = POOL + "CLS_QuenTaskPoolLifetime.cpp"
+OWNERS = POOL + "CLS_QuenTaskPoolOwners.cpp"
 TASKS = POOL + "CLS_QuenTaskPoolTasks.cpp"
+WORKERS = POOL + "CLS_QuenTaskPoolWorkers.cpp"
 TASK = POOL + "CLS_Task.cpp"
 WORKER = POOL + "CLS_TaskThread.cpp"
 GATE = POOL + "CLS_RunGate.cpp"
@@ -38,11 +38,11 @@ FAULTS = [
           ("    m_funFunction = _funJob;\n    m_cvFunction.notify_one();\n", "    m_funFunction = _funJob;\n"),
           scenario="submit-and-run", strategy="random",
           seen=("A was queued 1 times and ran 0", "B was queued 1 times and ran 0")),
-    fault("the end of the pool notifies nobody", SHUTDOWN,
-          ("    m_cvWaitingTasks.notify_one();\n", ""),
+    fault("the end of the pool notifies nobody", DISPATCH,
+          ("    }\n    m_cvWaitingTasks.notify_one();\n", "    }\n"),
           scenario="submit-and-run", strategy="random",
           seen="the service threads end late"),
-    fault("the pool's run flag is cleared outside the lock", SHUTDOWN,
+    fault("the pool's run flag is cleared outside the lock", DISPATCH,
           ("    {\n        const CLS_LockGuard lock(m_mtxWaitingTasks);\n        m_bRun.exchange(false);\n    }\n",
            "    m_bRun.exchange(false);\n"),
           scenario="submit-and-run", strategy="random",
@@ -58,9 +58,9 @@ FAULTS = [
 
     # Stop against the start of a run.
     fault("a run reads the validity before it stores the status", TASK,
-          ("    const CLS_Run clsRun(*this);\n    try\n    {\n        RunCallable();\n",
+          ("    const CLS_Run clsRun(*this);\n    try\n    {\n        InvokeCallable();\n",
            "    const bool bValid = m_bValid;\n    const CLS_Run clsRun(*this);\n    try\n    {\n"
-           "        if (bValid)\n        {\n            RunCallable();\n        }\n"),
+           "        if (bValid)\n        {\n            InvokeCallable();\n        }\n"),
           ("if (m_bValid && m_funTask)", "if (m_funTask)"),
           scenario="stop-handshake", strategy="random",
           seen="A begins after its removal has returned"),
@@ -137,23 +137,23 @@ FAULTS = [
           seen="the loop list keeps its id"),
 
     # Submission and dispatch.
-    fault("two locks are held to note an owner", TASKS,
+    fault("two locks are held to note an owner", OWNERS,
           ("    const CLS_LockGuard lock(m_mtxTmpTasks);\n    auto itTasks",
            "    const CLS_LockGuard lockQueue(m_mtxWaitingTasks);\n    const CLS_LockGuard lock(m_mtxTmpTasks);\n"
            "    auto itTasks"),
           scenario="submit-and-run", strategy="random",
           seen="a thread holds two locks of the pool"),
-    fault("the owner maps name different owners", TASKS,
+    fault("the owner maps name different owners", OWNERS,
           (".position->second = _pObj;", ".position->second = this;"),
           scenario="submit-and-run", strategy="random",
           seen="the owner maps disagree"),
-    fault("a task that has run keeps its owner", DISPATCH,
-          ("    RemoveTmpTask(strTaskId);\n", ""),
+    fault("a task that has run keeps its owner", WORKERS,
+          ("        RemoveTmpTask(*optTaskId);\n", ""),
           scenario="submit-and-run", strategy="random",
           seen="a task that has run keeps its owner"),
     fault("an owner is noted before the queueing", TASKS,
-          ("        AddWaitingTasks(strTaskId);\n        // The task may have run by now. Its owner is noted all the "
-           "same.\n        AddOwnedTask(strTaskId, _pObj);\n",
+          ("        AddWaitingTasks(strTaskId);\n        // The task may have run by now. Its owner is noted in any "
+           "case.\n        AddOwnedTask(strTaskId, _pObj);\n",
            "        AddOwnedTask(strTaskId, _pObj);\n        AddWaitingTasks(strTaskId);\n"),
           scenario="submit-and-run", strategy="random",
           seen="a task has an owner before it was queued"),
@@ -175,38 +175,38 @@ FAULTS = [
           seen="the report comes at another time"),
 
     # Workers.
-    fault("the idle list is not sorted", DISPATCH,
-          ("    m_vecIdleThreads.insert(itBehind, _pThread);\n",
-           "    static_cast<void>(itBehind);\n    m_vecIdleThreads.push_back(_pThread);\n"),
+    fault("the idle list is not sorted", WORKERS,
+          ("    m_vecIdleThreads.insert(itBehind, _pWorker);\n",
+           "    static_cast<void>(itBehind);\n    m_vecIdleThreads.push_back(_pWorker);\n"),
           scenario="two-submitters", strategy="random",
           seen="the idle list is out of order"),
-    fault("a worker is put on the idle list twice", DISPATCH,
-          ("    AddIdleThread(_pThread);\n}", "    AddIdleThread(_pThread);\n    AddIdleThread(_pThread);\n}"),
+    fault("a worker is put on the idle list twice", WORKERS,
+          ("    AddIdleWorker(_pWorker);\n}", "    AddIdleWorker(_pWorker);\n    AddIdleWorker(_pWorker);\n}"),
           scenario="submit-and-run", strategy="random",
           seen="a worker is on the idle list twice"),
-    fault("a worker is idle before it is unbound", DISPATCH,
-          ("    UnbindTask(_pThread);\n    if (!m_bRun)", "    if (!m_bRun)"),
-          ("    AddIdleThread(_pThread);\n}", "    AddIdleThread(_pThread);\n    UnbindTask(_pThread);\n}"),
+    fault("a worker is idle before it is unbound", WORKERS,
+          ("    UnbindTask(_pWorker);\n    if (!m_bRun)", "    if (!m_bRun)"),
+          ("    AddIdleWorker(_pWorker);\n}", "    AddIdleWorker(_pWorker);\n    UnbindTask(_pWorker);\n}"),
           scenario="submit-and-run", strategy="random",
           seen="a worker is idle and bound"),
-    fault("the limit of workers is compared with >", START,
+    fault("the limit of workers is compared with >", WORKERS,
           ("m_iMaxThread >= GetTaskThreadNum()", "m_iMaxThread > GetTaskThreadNum()"),
           scenario="worker-limit", strategy="random",
           seen="B begins late"),
-    fault("retirement looks, and takes off the list a moment later", SERVICE,
-          ("    for (CLS_TaskThread* const pThread : TakeOverrunThreads())\n    {\n        RetireThread(pThread);\n",
+    fault("retirement looks, and takes off the list a moment later", WORKERS,
+          ("    for (CLS_TaskThread* const pWorker : TakeOverdueWorkers())\n    {\n        RetireWorker(pWorker);\n",
            "    std::vector<CLS_TaskThread*> vecIdle;\n    {\n"
            "        const CLS_LockGuard lock(m_mtxIdleThreads);\n        vecIdle = m_vecIdleThreads;\n    }\n"
-           "    for (CLS_TaskThread* const pThread : vecIdle)\n    {\n"
-           "        ForgetWorker(pThread);\n        RetireThread(pThread);\n"),
+           "    for (CLS_TaskThread* const pWorker : vecIdle)\n    {\n"
+           "        ForgetWorker(pWorker);\n        RetireWorker(pWorker);\n"),
           scenario="retire-against-next-attempt", strategy="random",
           seen="a worker is freed while it is idle"),
-    fault("a worker is freed before it is unregistered", SERVICE,
-          ("        const std::string strTaskId = UnregisterThread(_pThread);\n"
-           "        const std::unique_ptr<CLS_TaskThread> pThread(_pThread);\n",
-           "        const int iOrderId = _pThread->GetOrderId();\n        delete _pThread;\n"
-           "        const std::string strTaskId = UnregisterThread(_pThread);\n"),
-          ('"delete pThread - " << _pThread->GetOrderId();', '"delete pThread - " << iOrderId;'),
+    fault("a worker is freed before it is unregistered", WORKERS,
+          ("        const std::string strTaskId = UnregisterWorker(_pWorker);\n"
+           "        const std::unique_ptr<CLS_TaskThread> pWorker(_pWorker);\n",
+           "        const int iOrderId = _pWorker->GetOrderId();\n        delete _pWorker;\n"
+           "        const std::string strTaskId = UnregisterWorker(_pWorker);\n"),
+          ('"delete pThread - " << _pWorker->GetOrderId();', '"delete pThread - " << iOrderId;'),
           scenario="retire-against-hand-over", strategy="random",
           seen="a worker is freed before it is unregistered"),
     fault("a worker's last activity is its beginning", WORKER,
@@ -216,7 +216,7 @@ FAULTS = [
 
     # Loop tasks.
     fault("a changed interval is ignored", TASK,
-          ("    ++s_uiIntervalChanges;\n", ""),
+          ("    ++g_uiIntervalChanges;\n", ""),
           scenario="loop-with-changed-interval", strategy="random",
           seen="the shorter interval is ignored"),
     fault("a loop task is due when more than its interval has passed", TASK,
@@ -237,7 +237,7 @@ FAULTS = [
           seen="A begins early"),
 
     # The end of the pool.
-    fault("the end of the pool does not wait for last steps", SHUTDOWN,
+    fault("the end of the pool does not wait for last steps", WORKERS,
           ("Close(bOverrun ? tpBegin : tpBegin + RUN_LIMIT)", "Close(bOverrun ? tpBegin : tpBegin + 0 * RUN_LIMIT)"),
           scenario="end-waits-for-removed", strategy="random",
           seen="A still runs"),
@@ -246,30 +246,30 @@ FAULTS = [
           scenario="submit-and-run", strategy="random",
           seen=("a lock is freed that somebody holds", "freed memory is")),
     fault("a worker that was left behind goes on in the pool", GATE,
-          ("    return !m_bAbandoned;\n}\n\n/// Whether neither", "    return true;\n}\n\n/// Whether neither"),
+          ("    return !m_bAbandoned;\n}\n\nbool CLS_RunGate::IsOver", "    return true;\n}\n\nbool CLS_RunGate::IsOver"),
           scenario="end-with-overrun", strategy="random",
           seen="freed memory is"),
     fault("a worker that was left behind is never freed", WORKER,
           ("        delete this;\n", ""),
           scenario="end-with-overrun", strategy="random",
           seen="2 blocks of memory are left"),
-    fault("the end of the pool stops no task", SHUTDOWN,
+    fault("the end of the pool stops no task", LIFETIME,
           ("        EndWorkers(vecOverrun);\n", "        EndWorkers({});\n"),
           ("vecOverrun = StopBoundTasks(_clsClaim);", "vecOverrun;"),
           scenario="end-with-one-task", strategy="random",
           seen="A was not stopped by the end of the pool"),
-    fault("the other end of the pool stops no task", SHUTDOWN,
-          ("    if (EndPool(clsClaim))\n    {\n        // A record", "    if (m_pInstance == nullptr)\n    {\n        // A record"),
+    fault("the other end of the pool stops no task", LIFETIME,
+          ("    if (ShutDown(clsClaim))\n    {\n        // \"PrintLog", "    if (m_pInstance == nullptr)\n    {\n        // \"PrintLog"),
           scenario="end-with-one-task", strategy="random",
           seen="A was not stopped by the end of the pool"),
-    fault("the end of the pool stops tasks under a lock", SHUTDOWN,
-          ("    for (const auto& [pThread, strTaskId] : CopyBindings())\n",
+    fault("the end of the pool stops tasks under a lock", WORKERS,
+          ("    for (const auto& [pWorker, strTaskId] : CopyBindings())\n",
            "    const CLS_SharedGuard lock(m_smThreadTaskLock);\n"
-           "    for (const auto& [pThread, strTaskId] : m_mapThreadTask)\n"),
+           "    for (const auto& [pWorker, strTaskId] : m_mapThreadTask)\n"),
           scenario="end-with-one-task", strategy="random",
           seen="a task is stopped under a lock of the pool"),
-    fault("a worker goes idle after the end has begun", DISPATCH,
-          ("    if (!m_bRun)\n    {\n        return;\n    }\n    RemoveTmpTask", "    RemoveTmpTask"),
+    fault("a worker goes idle after the end has begun", WORKERS,
+          ("    if (!m_bRun)\n    {\n        return;\n    }\n    if (optTaskId)", "    if (optTaskId)"),
           scenario="end-with-one-task", strategy="random",
           seen="a worker goes idle after the end has begun"),
 

@@ -157,8 +157,8 @@ TEST_F(SweepServicesTest, WatchdogLeavesItsRecordAndRetiresEveryOverrunWorker)
               CLS_TaskThread::SetWaitingOvertime(0);
               CLS_TaskThread* const pFirst = clsPool.CreateTaskThread();
               CLS_TaskThread* const pSecond = clsPool.CreateTaskThread();
-              clsPool.AddIdleThread(pFirst);
-              clsPool.AddIdleThread(pSecond);
+              clsPool.AddIdleWorker(pFirst);
+              clsPool.AddIdleWorker(pSecond);
               // Something is wrong with the second worker, and to be reported.
               const std::string strTaskId = MakeTask({});
               std::string strBound = strTaskId;

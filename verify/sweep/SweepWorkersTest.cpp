@@ -58,13 +58,13 @@ TEST_F(SweepWorkersTest, GetTaskThreadLeavesItsRecordAndIsNull)
               ASSERT_NE(nullptr, pThread);
               EXPECT_EQ(0, pThread->GetOrderId());
               EXPECT_EQ(1, clsPool.GetTaskThreadNum());
-              clsPool.AddIdleThread(pThread);
+              clsPool.AddIdleWorker(pThread);
               EXPECT_FALSE(_clsPoint.HasFailed() &&
                            CLS_SweepPoint(1).Fail([&] { EXPECT_EQ(pThread, clsPool.GetTaskThread()); }))
                   << "an idle worker needs no memory";
               if (bFailed)
               {
-                  clsPool.AddIdleThread(pThread);
+                  clsPool.AddIdleWorker(pThread);
               }
               EXPECT_TRUE(RunsATask(clsPool));
           });
@@ -116,7 +116,7 @@ TEST_F(SweepWorkersTest, RunOfATmpTaskLeavesItsRecordAndAnIdleWorker)
                   EXPECT_THAT(vecRecords, ElementsAre(IsJobError(), IsGone()));
               }
               ExpectConsistent(clsPool);
-              EXPECT_EQ(pThread, clsPool.TakeIdleThread());
+              EXPECT_EQ(pThread, clsPool.TakeIdleWorker());
 
               Run(clsPool, pThread, strTaskId);
               EXPECT_EQ(iBefore + (bRan ? 2 : 1), m_clsRuns.Get());
@@ -159,7 +159,7 @@ TEST_F(SweepWorkersTest, RunOfATaskThatThrowsLeavesItsRecordsAndAnIdleWorker)
                   EXPECT_THAT(vecRecords, ElementsAre(isThrown));
               }
               ExpectConsistent(clsPool);
-              EXPECT_EQ(pThread, clsPool.TakeIdleThread());
+              EXPECT_EQ(pThread, clsPool.TakeIdleWorker());
 
               Run(clsPool, pThread, strTaskId);
               EXPECT_THAT(LogRecorder::Take(), ElementsAre(isThrown));

@@ -28,7 +28,7 @@ ACCESSES = {
     "explicit CLS_Run(": ["m_clsTask.m_iTaskStatus.exchange(TASK_STATUS_RUNNING);"],
     "~CLS_Run(": ["m_clsTask.m_iTaskStatus.exchange(TASK_STATUS_IDLE);"],
     "bool CLS_Task::Running(": [],
-    "void CLS_Task::RunCallable(": ["if (m_bValid && m_funTask)"],
+    "void CLS_Task::InvokeCallable(": ["if (m_bValid && m_funTask)"],
     "bool CLS_Task::StopUntil(": ["m_bValid.exchange(false);", "if (m_iTaskStatus < STATUS_EXECUTING)"],
 }
 

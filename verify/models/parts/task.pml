@@ -109,7 +109,7 @@ inline ReadValidity(t, bValid)
     }
 }
 
-inline BeginRun(t) /* CLS_Task::RunCallable */
+inline BeginRun(t) /* CLS_Task::InvokeCallable */
 {
     d_step {
         UseRecord(t);

@@ -99,7 +99,7 @@ inline AddToQueue(t) /* CLS_QuenTaskPool::AddWaitingTasks */
     }
 }
 
-inline TakeFromFront(w) /* CLS_QuenTaskPool::TakeIdleThread */
+inline TakeFromFront(w) /* CLS_QuenTaskPool::TakeIdleWorker */
 {
     w = idle[0];
     assert(idleCount < 2 || order[idle[0]] <= order[idle[1]]);
@@ -108,7 +108,7 @@ inline TakeFromFront(w) /* CLS_QuenTaskPool::TakeIdleThread */
     idleCount--
 }
 
-inline AddIdleThread(w) /* CLS_QuenTaskPool::AddIdleThread */
+inline AddIdleWorker(w) /* CLS_QuenTaskPool::AddIdleWorker */
 {
     assert(!IsIdle(w));
     assert(bound[w] == NO_TASK);
@@ -132,7 +132,7 @@ inline CreateTaskThread(w) /* CLS_QuenTaskPool::CreateTaskThread */
         bound[w] = NO_TASK;
         alive[w] = true
     };
-    d_step { /* CLS_QuenTaskPool::RegisterThread */
+    d_step { /* CLS_QuenTaskPool::RegisterWorker */
         UsePool();
         order[w] = CountWorkers();
         known[w] = true;
@@ -140,7 +140,7 @@ inline CreateTaskThread(w) /* CLS_QuenTaskPool::CreateTaskThread */
     }
 }
 
-inline WaitForThread(w) /* CLS_QuenTaskPool::WaitForThread */
+inline WaitForWorker(w) /* CLS_QuenTaskPool::WaitForWorker */
 {
     if
     :: atomic { idleCount > 0 -> UsePool(); TakeFromFront(w) } /* CLS_QuenTaskPool::GetTaskThread */
@@ -211,7 +211,7 @@ active proctype Dispatcher() /* CLS_QuenTaskPool::FunTaskingThread */
         do /* CLS_QuenTaskPool::DispatchPass */
         :: nempty(batch) && poolRuns ->
             batch?t;
-            WaitForThread(w);
+            WaitForWorker(w);
             if
             :: w != NO_WORKER ->
                 BindTask(w, t);
@@ -230,7 +230,7 @@ active proctype Dispatcher() /* CLS_QuenTaskPool::FunTaskingThread */
 }
 
 /* In coarser steps than Running, which stop.pml has: nobody but the end of the pool cancels a task here. */
-inline RunTask(t) /* RunTask */
+inline RunRegisteredTask(t) /* RunRegisteredTask */
 {
     atomic {
         GetTask(t, found);
@@ -282,13 +282,13 @@ inline LeaveRun(w, mayGoOn) /* CLS_RunGate::LeaveRun */
     }
 }
 
-inline RunOutsidePool(w, t, mayGoOn) /* RunOutsidePool */
+inline RunBoundTask(w, t, mayGoOn) /* RunBoundTask */
 {
     EnterRun(w, mayGoOn);
     if
     :: mayGoOn ->
         if
-        :: t != NO_TASK -> RUN_STEP { RunTask(t) }
+        :: t != NO_TASK -> RUN_STEP { RunRegisteredTask(t) }
         :: else
         fi;
         LeaveRun(w, mayGoOn)
@@ -306,11 +306,11 @@ inline FunRunTask(w) /* CLS_QuenTaskPool::FunRunTask */
         UsePool();
         t = bound[w]
     };
-    RunOutsidePool(w, t, mayGoOn);
+    RunBoundTask(w, t, mayGoOn);
     if
     :: mayGoOn ->
 #ifdef BROKEN_IDLE_BEFORE_UNBOUND
-        d_step { AddIdleThread(w) };
+        d_step { AddIdleWorker(w) };
 #endif
         d_step { /* CLS_QuenTaskPool::UnbindTask */
             UsePool();
@@ -323,7 +323,7 @@ inline FunRunTask(w) /* CLS_QuenTaskPool::FunRunTask */
                 UsePool();
                 if
 #ifndef BROKEN_IDLE_BEFORE_UNBOUND
-                :: AddIdleThread(w)
+                :: AddIdleWorker(w)
 #else
                 :: true
 #endif
@@ -362,7 +362,7 @@ END(end_idle)
     fi
 }
 
-active [WORKERS] proctype Worker() /* CLS_TaskThread::RunThread */
+active [WORKERS] proctype Worker() /* CLS_TaskThread::WorkUntilEnd */
 {
     byte t;
     bool found, mayRun, mayGoOn, jobStays;
@@ -375,10 +375,10 @@ end_unborn:
     :: alive[me] && !finished[me] ->
         do /* CLS_TaskThread::FunTask */
         :: goesOn[me] && !gateAbandoned[me] ->
-            WaitForJob(me); /* CLS_TaskThread::RunPass */
+            WaitForJob(me); /* CLS_TaskThread::RunNextJob */
             if
             :: goesOn[me] ->
-                FunRunTask(me); /* CLS_TaskThread::RunJob */
+                FunRunTask(me); /* CLS_TaskThread::CallJob */
                 d_step {
                     UseWorker(me);
                     t = 0;
@@ -440,9 +440,9 @@ inline FreeWorker(w)
     }
 }
 
-inline RetireThread(w) /* CLS_QuenTaskPool::RetireThread */
+inline RetireWorker(w) /* CLS_QuenTaskPool::RetireWorker */
 {
-    d_step { /* CLS_QuenTaskPool::UnregisterThread */
+    d_step { /* CLS_QuenTaskPool::UnregisterWorker */
         UsePool();
         assert(known[w] && bound[w] == NO_TASK);
         known[w] = false;
@@ -454,7 +454,7 @@ inline RetireThread(w) /* CLS_QuenTaskPool::RetireThread */
 }
 
 /* From the back of the idle list: the last worker, or both. */
-inline TakeOverrunThreads() /* CLS_QuenTaskPool::TakeOverrunThreads */
+inline TakeOverdueWorkers() /* CLS_QuenTaskPool::TakeOverdueWorkers */
 {
     idleCount--;
     w = idle[idleCount];
@@ -476,11 +476,11 @@ active proctype Watchdog() /* CLS_QuenTaskPool::FunTaskThreadWaitingOvertime */
 END(end_nobody)
     do /* CLS_QuenTaskPool::OvertimePass */
 #ifndef WATCHDOG_SLEEPS
-    :: atomic { idleCount > 0 -> UsePool(); TakeOverrunThreads() };
-        RetireThread(w);
+    :: atomic { idleCount > 0 -> UsePool(); TakeOverdueWorkers() };
+        RetireWorker(w);
         if
         :: w2 != NO_WORKER ->
-            RetireThread(w2)
+            RetireWorker(w2)
         :: else
         fi;
         d_step {

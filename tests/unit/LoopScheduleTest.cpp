@@ -1,4 +1,4 @@
-#include "QuenPlugins/ZelTaskPool/CLS_LoopEntry.h"
+#include "QuenPlugins/ZelTaskPool/CLS_LoopSchedule.h"
 #include "tests/support/TaskFixture.h"
 #include "tests/support/Waiting.h"
 
@@ -20,7 +20,9 @@ using std::chrono::steady_clock;
 
 constexpr int HOUR = 3600000;
 
-using LoopEntryTest = CLS_TaskFixture;
+using CLS_LoopEntry = CLS_LoopSchedule::CLS_Entry;
+
+using LoopScheduleTest = CLS_TaskFixture;
 
 CLS_LoopEntry MakeEntry(std::string _strTaskId)
 {
@@ -44,7 +46,7 @@ bool AnswersWithoutTheRegistry(CLS_LoopEntry& _clsEntry)
     return bAnswered;
 }
 
-TEST_F(LoopEntryTest, TakesItsIdAndCanBeMovedInAListThatGrows)
+TEST_F(LoopScheduleTest, TakesItsIdAndCanBeMovedInAListThatGrows)
 {
     std::string strTaskId = "an id that is kept on the heap, where it stays";
     const std::string strExpected = strTaskId;
@@ -55,7 +57,7 @@ TEST_F(LoopEntryTest, TakesItsIdAndCanBeMovedInAListThatGrows)
     EXPECT_TRUE(std::is_nothrow_move_constructible_v<CLS_LoopEntry>);
 }
 
-TEST_F(LoopEntryTest, TaskIsDueFromItsIntervalOn)
+TEST_F(LoopScheduleTest, TaskIsDueFromItsIntervalOn)
 {
     const std::shared_ptr<CLS_Task> pTask = CLS_Task::CreateTask([] {}, HOUR, "");
     CLS_LoopEntry clsEntry = MakeEntry(pTask->GetId());
@@ -66,7 +68,7 @@ TEST_F(LoopEntryTest, TaskIsDueFromItsIntervalOn)
     EXPECT_TRUE(clsEntry.IsDue(steady_clock::now())) << "it has not run since";
 }
 
-TEST_F(LoopEntryTest, TaskIsNotAskedBeforeTheMomentThatIsKnown)
+TEST_F(LoopScheduleTest, TaskIsNotAskedBeforeTheMomentThatIsKnown)
 {
     const std::shared_ptr<CLS_Task> pTask = CLS_Task::CreateTask([] {}, HOUR, "");
     CLS_LoopEntry clsEntry = MakeEntry(pTask->GetId());
@@ -79,7 +81,7 @@ TEST_F(LoopEntryTest, TaskIsNotAskedBeforeTheMomentThatIsKnown)
     EXPECT_TRUE(clsEntry.IsDue(steady_clock::now())) << "the moment is not what it was";
 }
 
-TEST_F(LoopEntryTest, TaskIsAskedAgainWhenTheTimeIsForgotten)
+TEST_F(LoopScheduleTest, TaskIsAskedAgainWhenTheTimeIsForgotten)
 {
     const std::shared_ptr<CLS_Task> pTask = CLS_Task::CreateTask([] {}, HOUR, "");
     CLS_LoopEntry clsEntry = MakeEntry(pTask->GetId());
@@ -90,7 +92,7 @@ TEST_F(LoopEntryTest, TaskIsAskedAgainWhenTheTimeIsForgotten)
     EXPECT_TRUE(clsEntry.IsDue(steady_clock::now()));
 }
 
-TEST_F(LoopEntryTest, BusyOrInvalidTaskIsAskedEachTime)
+TEST_F(LoopScheduleTest, BusyOrInvalidTaskIsAskedEachTime)
 {
     const std::shared_ptr<CLS_Task> pTask = CLS_Task::CreateTask([] {}, HOUR, "");
     pTask->m_tpLastRun = steady_clock::now() - hours(2);
@@ -108,7 +110,7 @@ TEST_F(LoopEntryTest, BusyOrInvalidTaskIsAskedEachTime)
     EXPECT_TRUE(clsEntry.IsDue(steady_clock::now()));
 }
 
-TEST_F(LoopEntryTest, TaskThatIsNotRegisteredIsNotDueAndIsFoundLater)
+TEST_F(LoopScheduleTest, TaskThatIsNotRegisteredIsNotDueAndIsFoundLater)
 {
     CLS_LoopEntry clsNobody = MakeEntry("nobody's id");
     EXPECT_FALSE(clsNobody.IsDue(steady_clock::now()));
@@ -121,7 +123,7 @@ TEST_F(LoopEntryTest, TaskThatIsNotRegisteredIsNotDueAndIsFoundLater)
     EXPECT_TRUE(clsEntry.IsDue(steady_clock::now()));
 }
 
-TEST_F(LoopEntryTest, ReferenceDoesNotKeepTheTask)
+TEST_F(LoopScheduleTest, ReferenceDoesNotKeepTheTask)
 {
     std::shared_ptr<CLS_Task> pTask = CLS_Task::CreateTask([] {}, 0, "");
     const std::weak_ptr<CLS_Task> pSeen = pTask;
@@ -134,7 +136,7 @@ TEST_F(LoopEntryTest, ReferenceDoesNotKeepTheTask)
     EXPECT_FALSE(clsEntry.IsDue(steady_clock::now()));
 }
 
-TEST_F(LoopEntryTest, TaskThatIsKnownIsNotLookedUpAgain)
+TEST_F(LoopScheduleTest, TaskThatIsKnownIsNotLookedUpAgain)
 {
     const std::shared_ptr<CLS_Task> pTask = CLS_Task::CreateTask([] {}, 0, "");
     CLS_LoopEntry clsEntry = MakeEntry(pTask->GetId());
@@ -145,7 +147,7 @@ TEST_F(LoopEntryTest, TaskThatIsKnownIsNotLookedUpAgain)
     EXPECT_EQ(pTask->GetId(), clsMoved.GetTaskId());
 }
 
-TEST_F(LoopEntryTest, LookUpSharesTheRegistrysLock)
+TEST_F(LoopScheduleTest, LookUpSharesTheRegistrysLock)
 {
     const std::shared_ptr<CLS_Task> pTask = CLS_Task::CreateTask([] {}, 0, "");
     CLS_LoopEntry clsEntry = MakeEntry(pTask->GetId());
