@@ -1,33 +1,65 @@
 #include "examples/hash_tree/CancelSignal.h"
 
+#include <array>
 #include <atomic>
 #include <csignal>
+#include <cstddef>
 #include <signal.h>
+#include <unistd.h>
 
 namespace
 {
 std::atomic<int> g_iSignal{0};
 static_assert(std::atomic<int>::is_always_lock_free, "a signal handler may use lock-free atomics only");
 
-extern "C" void KeepFirstSignal(int _iSignal)
+/// As long as any path that the system takes.
+std::array<char, 4096> g_arrFileToDrop{};
+std::atomic<bool> g_bHasFileToDrop{false}; ///< whether the name is there
+
+void EndAtOnce(int _iSignal)
+{
+    if (g_bHasFileToDrop)
+    {
+        unlink(g_arrFileToDrop.data());
+    }
+    // The signal is blocked in its handler: it ends the process when this returns, or before.
+    std::signal(_iSignal, SIG_DFL);
+    kill(getpid(), _iSignal);
+}
+
+extern "C" void CancelOrEnd(int _iSignal)
 {
     int iNone = 0;
-    g_iSignal.compare_exchange_strong(iNone, _iSignal);
+    if (!g_iSignal.compare_exchange_strong(iNone, _iSignal))
+    {
+        EndAtOnce(_iSignal);
+    }
 }
 } // namespace
 
 void CatchCancelSignals()
 {
     struct sigaction action = {};
-    action.sa_handler = KeepFirstSignal;
+    action.sa_handler = CancelOrEnd;
     // Restart: a cancel must not make a read or write in some other thread fail.
-    action.sa_flags = static_cast<int>(SA_RESETHAND | SA_RESTART);
+    action.sa_flags = SA_RESTART;
     sigemptyset(&action.sa_mask);
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
 }
 
-int CancelSignal()
+int GetCancelSignal()
 {
     return g_iSignal.load();
+}
+
+void SetFileToDrop(const std::string& _strPath)
+{
+    g_bHasFileToDrop = false;
+    if (!_strPath.empty() && _strPath.size() < g_arrFileToDrop.size())
+    {
+        const std::size_t uiSize = _strPath.copy(g_arrFileToDrop.data(), _strPath.size());
+        g_arrFileToDrop[uiSize] = '\0';
+        g_bHasFileToDrop = true;
+    }
 }

@@ -1,8 +1,18 @@
 #pragma once
 
-/// Makes the first SIGINT (Ctrl-C) and the first SIGTERM ask for a cancel instead of ending the process. The
-/// second one of its kind ends it as usual. Called once, before the first thread is started.
+#include <string>
+
+/// Makes the first SIGINT (Ctrl-C) or SIGTERM ask for a cancel. The next one removes the file of
+/// SetFileToDrop and ends the process, as the signal does by default. Called once, before the first thread is
+/// started.
 void CatchCancelSignals();
 
-/// The first signal that asked for a cancel; 0 as long as none did. Any thread, never blocks.
-int CancelSignal();
+/// The signal that asked for a cancel; 0 if none did.
+///
+/// Threads: any; never blocks.
+int GetCancelSignal();
+
+/// Names the file that must not stay if a signal ends the process; "" for none.
+///
+/// Threads: one. A file must be taken back with "" before another one is named.
+void SetFileToDrop(const std::string& _strPath);

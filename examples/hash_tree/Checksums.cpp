@@ -1,5 +1,7 @@
 #include "examples/hash_tree/Checksums.h"
 
+#include "examples/hash_tree/CancelSignal.h"
+
 #include <cerrno>
 #include <cstddef>
 #include <fcntl.h>
@@ -57,7 +59,7 @@ fs::path ResolveOutput(const fs::path& _path)
     return error ? _path : pathReal;
 }
 
-fs::path FolderOf(const fs::path& _path)
+fs::path GetFolder(const fs::path& _path)
 {
     return _path.has_parent_path() ? _path.parent_path() : fs::path(".");
 }
@@ -79,6 +81,7 @@ CLS_ChecksumFile::CLS_ChecksumFile(const fs::path& _path)
     {
         FailWithSystemError(m_pathFinal);
     }
+    SetFileToDrop(m_pathTemporary.string());
 }
 
 CLS_ChecksumFile::~CLS_ChecksumFile()
@@ -91,6 +94,7 @@ CLS_ChecksumFile::~CLS_ChecksumFile()
     {
         unlink(m_pathTemporary.c_str());
     }
+    SetFileToDrop("");
 }
 
 bool CLS_ChecksumFile::IsSelf(const fs::path& _path) const
@@ -101,7 +105,7 @@ bool CLS_ChecksumFile::IsSelf(const fs::path& _path) const
         return false;
     }
     std::error_code error;
-    return fs::equivalent(FolderOf(_path), FolderOf(m_pathFinal), error);
+    return fs::equivalent(GetFolder(_path), GetFolder(m_pathFinal), error);
 }
 
 void CLS_ChecksumFile::Publish(const std::string& _strText)

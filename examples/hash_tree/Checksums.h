@@ -15,8 +15,10 @@ public:
 /// or a carriage return is escaped; the line then starts with a backslash.
 std::string FormatChecksumLine(const std::string& _strPath, const std::string& _strDigest);
 
-/// A file of checksums that appears whole or not at all: written to a temporary file beside it, which takes
-/// its place at the end. For one thread at a time.
+/// A file of checksums that appears whole or not at all. It is written to a temporary file in the same
+/// folder, which takes its place at the end. A signal that ends the process removes the temporary file.
+///
+/// Threads: one at a time. One object at a time.
 class CLS_ChecksumFile
 {
 public:

@@ -18,7 +18,7 @@
 
 namespace
 {
-constexpr std::size_t g_iMaxChunk = std::size_t{256} * 1024;
+constexpr std::size_t MAX_CHUNK = std::size_t{256} * 1024;
 
 [[noreturn]] void ThrowSystemError()
 {
@@ -46,7 +46,7 @@ public:
     CLS_OpenFile& operator=(const CLS_OpenFile&) = delete;
 
     /// The file's size in bytes, as it is now.
-    std::size_t Size() const
+    std::size_t GetSize() const
     {
         struct stat status = {};
         if (fstat(m_iFile, &status) != 0)
@@ -100,7 +100,7 @@ public:
     /// Ends the sum; nothing may be added any more.
     std::string TakeHex()
     {
-        static constexpr char szDigits[] = "0123456789abcdef";
+        static constexpr char DIGITS[] = "0123456789abcdef";
         unsigned char vecSum[EVP_MAX_MD_SIZE];
         unsigned int iSize = 0;
         Check(EVP_DigestFinal_ex(m_pContext.get(), vecSum, &iSize));
@@ -108,8 +108,8 @@ public:
         std::string strHex;
         for (unsigned int iByte = 0; iByte < iSize; ++iByte)
         {
-            strHex += szDigits[vecSum[iByte] >> 4];
-            strHex += szDigits[vecSum[iByte] & 15];
+            strHex += DIGITS[vecSum[iByte] >> 4];
+            strHex += DIGITS[vecSum[iByte] & 15];
         }
         return strHex;
     }
@@ -133,9 +133,9 @@ std::string HashFile(const std::string& _strPath, std::atomic<std::uint64_t>& _i
     CLS_Digest clsDigest;
     // Hundreds of tasks run at once, most of them on small files: no buffer larger than its file. One byte
     // more, so that a file whose size the system does not tell is read too.
-    const std::size_t iChunk = std::min(clsFile.Size(), g_iMaxChunk - 1) + 1;
+    const std::size_t iChunk = std::min(clsFile.GetSize(), MAX_CHUNK - 1) + 1;
     const auto pBuffer = std::make_unique<unsigned char[]>(iChunk);
-    while (CancelSignal() == 0)
+    while (GetCancelSignal() == 0)
     {
         const std::size_t iRead = clsFile.Read(pBuffer.get(), iChunk);
         if (iRead == 0)
@@ -155,7 +155,7 @@ void CLS_HashJob::Run(std::atomic<std::uint64_t>& _iBytes) noexcept
 {
     try
     {
-        if (CancelSignal() != 0)
+        if (GetCancelSignal() != 0)
         {
             return;
         }

@@ -29,14 +29,14 @@ public:
     /// Makes the job Unreadable without having run.
     void Refuse(const std::string& _strReason);
 
-    n_HashState State() const { return m_enState.load(); }
-    const std::string& Path() const { return m_strPath; }
+    n_HashState GetState() const { return m_enState.load(); }
+    const std::string& GetPath() const { return m_strPath; }
 
     /// The sum in lower-case hexadecimal digits.
-    const std::string& Digest() const { return m_strDigest; }
+    const std::string& GetDigest() const { return m_strDigest; }
 
     /// Why the file could not be read, for the user.
-    const std::string& Reason() const { return m_strReason; }
+    const std::string& GetReason() const { return m_strReason; }
 
 private:
     const std::string m_strPath;

@@ -15,7 +15,7 @@ namespace
 {
 /// How many files are with the pool at a time. Fewer than the pool has workers, since it starts tasks in the
 /// order in which they come: the progress would wait behind all files. It also bounds the files open at once.
-constexpr int g_iMaxJobsOpen = 128;
+constexpr int MAX_JOBS_OPEN = 128;
 
 /// Counts a task that is at work; the last thing that a task touches.
 class CLS_TaskInside
@@ -40,15 +40,15 @@ CLS_HashTree::CLS_HashTree(CLS_PoolScope _clsPool, const CLS_ChecksumFile& _clsO
 {
 }
 
-CLS_RunResult CLS_HashTree::Run(const fs::path& _pathRoot, int _iInterval)
+ST_RunResult CLS_HashTree::Run(const fs::path& _pathRoot, int _iInterval)
 {
     std::optional<CLS_StatusWatch> clsStatus(
         std::in_place, [this] { ReportStatus(); }, [this] { return CountSteps(); });
     CLS_LoopTask clsProgressTask = StartProgress(_iInterval);
     m_clsWalk.Run(_pathRoot);
-    m_clsProgress.m_clsCounters.m_bWalking = CancelSignal() != 0;
+    m_clsProgress.m_stCounters.m_bWalking = GetCancelSignal() != 0;
     WaitForFiles();
-    const double dSeconds = m_clsProgress.Seconds();
+    const double dSeconds = m_clsProgress.GetSeconds();
     CancelTasks();
     clsProgressTask.Remove();
     m_clsProgress.DrawLast();
@@ -81,8 +81,8 @@ void CLS_HashTree::AddFile(const fs::directory_entry& _entry)
     }
     std::error_code error;
     const std::uintmax_t iSize = _entry.file_size(error);
-    m_clsProgress.m_clsCounters.m_iBytesFound += error ? 0 : iSize;
-    ++m_clsProgress.m_clsCounters.m_iFilesFound;
+    m_clsProgress.m_stCounters.m_iBytesFound += error ? 0 : iSize;
+    ++m_clsProgress.m_stCounters.m_iFilesFound;
     m_deqFiles.emplace_back(_entry.path().string());
     SubmitFiles();
 }
@@ -99,7 +99,7 @@ void CLS_HashTree::SubmitFiles()
 bool CLS_HashTree::TakeTurn()
 {
     const std::lock_guard<std::mutex> lock(m_mtxJobs);
-    if (m_iJobsOpen == g_iMaxJobsOpen)
+    if (m_iJobsOpen == MAX_JOBS_OPEN)
     {
         return false;
     }
@@ -110,7 +110,7 @@ bool CLS_HashTree::TakeTurn()
 void CLS_HashTree::Submit(CLS_HashJob& _clsJob)
 {
     const auto funTask = [this, pJob = &_clsJob] { RunJob(*pJob); };
-    if (!m_clsTasks->Submit(funTask, "hash_tree " + _clsJob.Path()))
+    if (!m_clsTasks->Submit(funTask, "hash_tree " + _clsJob.GetPath()))
     {
         _clsJob.Refuse("the pool did not take it");
         FinishJob(_clsJob);
@@ -120,19 +120,19 @@ void CLS_HashTree::Submit(CLS_HashJob& _clsJob)
 void CLS_HashTree::RunJob(CLS_HashJob& _clsJob)
 {
     const CLS_TaskInside clsInside(m_iTasksInside);
-    _clsJob.Run(m_clsProgress.m_clsCounters.m_iBytesDone);
+    _clsJob.Run(m_clsProgress.m_stCounters.m_iBytesDone);
     FinishJob(_clsJob);
 }
 
 void CLS_HashTree::FinishJob(const CLS_HashJob& _clsJob)
 {
-    if (_clsJob.State() == n_HashState::Unreadable)
+    if (_clsJob.GetState() == n_HashState::Unreadable)
     {
-        m_clsProgress.Report("cannot read " + _clsJob.Path() + ": " + _clsJob.Reason());
+        m_clsProgress.Report("cannot read " + _clsJob.GetPath() + ": " + _clsJob.GetReason());
     }
-    if (_clsJob.State() != n_HashState::Left)
+    if (_clsJob.GetState() != n_HashState::Left)
     {
-        ++m_clsProgress.m_clsCounters.m_iFilesDone;
+        ++m_clsProgress.m_stCounters.m_iFilesDone;
     }
     const std::lock_guard<std::mutex> lock(m_mtxJobs);
     --m_iJobsOpen;
@@ -143,11 +143,11 @@ void CLS_HashTree::FinishJob(const CLS_HashJob& _clsJob)
 void CLS_HashTree::WaitForFiles()
 {
     bool bAllDone = false;
-    while (!bAllDone && CancelSignal() == 0)
+    while (!bAllDone && GetCancelSignal() == 0)
     {
         SubmitFiles();
         const bool bAllSubmitted = m_iFilesSubmitted == m_deqFiles.size();
-        const int iJobsWanted = bAllSubmitted ? 0 : g_iMaxJobsOpen - 1;
+        const int iJobsWanted = bAllSubmitted ? 0 : MAX_JOBS_OPEN - 1;
         std::unique_lock<std::mutex> lock(m_mtxJobs);
         // A signal handler cannot notify: look for the signal now and then.
         m_cvJobs.wait_for(lock, std::chrono::milliseconds(50), [&] { return m_iJobsOpen <= iJobsWanted; });
@@ -157,7 +157,7 @@ void CLS_HashTree::WaitForFiles()
 
 void CLS_HashTree::CancelTasks()
 {
-    if (CancelSignal() != 0)
+    if (GetCancelSignal() != 0)
     {
         m_clsTasks->RemoveTasks();
     }
@@ -169,41 +169,41 @@ void CLS_HashTree::ReportStatus()
     std::istringstream issStatus(m_clsPool.TakeSnapshot().ToText());
     for (std::string strLine; std::getline(issStatus, strLine);)
     {
-        m_clsProgress.Report(strLine);
+        m_clsProgress.WriteLine(strLine);
     }
 }
 
 /// Grows as long as the run gets on.
 std::uint64_t CLS_HashTree::CountSteps() const
 {
-    const CLS_Counters& clsCounters = m_clsProgress.m_clsCounters;
-    return clsCounters.m_iFilesFound + clsCounters.m_iFilesDone + clsCounters.m_iBytesDone;
+    const ST_Counters& stCounters = m_clsProgress.m_stCounters;
+    return stCounters.m_iFilesFound + stCounters.m_iFilesDone + stCounters.m_iBytesDone;
 }
 
-CLS_RunResult CLS_HashTree::CollectResult(double _dSeconds) const
+ST_RunResult CLS_HashTree::CollectResult(double _dSeconds) const
 {
-    CLS_RunResult clsResult;
-    clsResult.m_dSeconds = _dSeconds;
-    clsResult.m_iWalkErrors = m_clsWalk.Errors();
-    clsResult.m_iSignal = CancelSignal();
+    ST_RunResult stResult;
+    stResult.m_dSeconds = _dSeconds;
+    stResult.m_iWalkErrors = m_clsWalk.GetErrors();
+    stResult.m_iSignal = GetCancelSignal();
     std::vector<const CLS_HashJob*> vecDone;
     for (const CLS_HashJob& clsJob : m_deqFiles)
     {
-        const n_HashState enState = clsJob.State();
-        clsResult.m_iUnreadable += enState == n_HashState::Unreadable ? 1 : 0;
-        clsResult.m_iLeft += enState == n_HashState::Left ? 1 : 0;
+        const n_HashState enState = clsJob.GetState();
+        stResult.m_iUnreadable += enState == n_HashState::Unreadable ? 1 : 0;
+        stResult.m_iLeft += enState == n_HashState::Left ? 1 : 0;
         if (enState == n_HashState::Done)
         {
             vecDone.push_back(&clsJob);
         }
     }
-    clsResult.m_iHashed = vecDone.size();
+    stResult.m_iHashed = vecDone.size();
     std::sort(vecDone.begin(), vecDone.end(),
               [](const CLS_HashJob* _pLeft, const CLS_HashJob* _pRight)
-              { return _pLeft->Path() < _pRight->Path(); });
+              { return _pLeft->GetPath() < _pRight->GetPath(); });
     for (const CLS_HashJob* pJob : vecDone)
     {
-        clsResult.m_strSums += FormatChecksumLine(pJob->Path(), pJob->Digest());
+        stResult.m_strSums += FormatChecksumLine(pJob->GetPath(), pJob->GetDigest());
     }
-    return clsResult;
+    return stResult;
 }

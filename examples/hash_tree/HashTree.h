@@ -22,7 +22,7 @@
 #include <utility>
 
 /// What came of a run.
-struct CLS_RunResult
+struct ST_RunResult
 {
     std::uint64_t m_iHashed = 0;
     std::uint64_t m_iUnreadable = 0;
@@ -46,7 +46,7 @@ public:
 
     /// Walks the tree, hashes its regular files, and ends the pool. Returns when every file was dealt with,
     /// or soon after a cancel was asked for. Progress is drawn every _iInterval milliseconds.
-    CLS_RunResult Run(const std::filesystem::path& _pathRoot, int _iInterval);
+    ST_RunResult Run(const std::filesystem::path& _pathRoot, int _iInterval);
 
     /// True while tasks that the pool gave up waiting for still use this object: reads that do not return.
     bool HasTasks() const { return m_iTasksInside.load() != 0; }
@@ -64,7 +64,7 @@ private:
     void CancelTasks();
     void ReportStatus();
     std::uint64_t CountSteps() const;
-    CLS_RunResult CollectResult(double _dSeconds) const;
+    ST_RunResult CollectResult(double _dSeconds) const;
 
     const CLS_ChecksumFile& m_clsOutput;
     const std::shared_ptr<CLS_TraceFile> m_pTrace; ///< null for none

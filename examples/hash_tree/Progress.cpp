@@ -8,7 +8,7 @@
 
 namespace
 {
-constexpr char g_szClearLine[] = "\r\x1b[K";
+constexpr char CLEAR_LINE[] = "\r\x1b[K";
 
 template <typename... T_Values>
 std::string Format(const char* _pFormat, T_Values... _values)
@@ -30,14 +30,14 @@ std::string FormatDuration(double _dSeconds)
 
 std::string FormatBytes(double _dBytes)
 {
-    static constexpr std::array<const char*, 5> arrUnits = {"B", "KiB", "MiB", "GiB", "TiB"};
+    static constexpr std::array<const char*, 5> UNITS = {"B", "KiB", "MiB", "GiB", "TiB"};
     std::size_t iUnit = 0;
-    while (_dBytes >= 1024 && iUnit + 1 < arrUnits.size())
+    while (_dBytes >= 1024 && iUnit + 1 < UNITS.size())
     {
         _dBytes /= 1024;
         ++iUnit;
     }
-    return Format(iUnit == 0 ? "%.0f %s" : "%.1f %s", _dBytes, arrUnits[iUnit]);
+    return Format(iUnit == 0 ? "%.0f %s" : "%.1f %s", _dBytes, UNITS[iUnit]);
 }
 
 CLS_Progress::CLS_Progress()
@@ -45,50 +45,55 @@ CLS_Progress::CLS_Progress()
 {
 }
 
-int CLS_Progress::UsualInterval() const
+int CLS_Progress::GetUsualInterval() const
 {
     return m_bTerminal ? 200 : 1000;
 }
 
 void CLS_Progress::Draw()
 {
-    Write(m_bTerminal ? g_szClearLine + ComposeLine() : ComposeLine() + "\n");
+    Write(m_bTerminal ? CLEAR_LINE + ComposeLine() : ComposeLine() + "\n");
 }
 
 void CLS_Progress::DrawLast()
 {
-    Write((m_bTerminal ? g_szClearLine : "") + ComposeLine() + "\n");
+    Write((m_bTerminal ? CLEAR_LINE : "") + ComposeLine() + "\n");
 }
 
-void CLS_Progress::Report(std::string _strMessage)
+void CLS_Progress::Report(const std::string& _strMessage)
+{
+    WriteLine("hash_tree: " + _strMessage);
+}
+
+void CLS_Progress::WriteLine(std::string _strLine)
 {
     std::replace_if(
-        _strMessage.begin(), _strMessage.end(),
+        _strLine.begin(), _strLine.end(),
         [](char _chText) { return static_cast<unsigned char>(_chText) < ' ' || _chText == '\x7f'; }, '?');
-    Write((m_bTerminal ? g_szClearLine : "") + _strMessage + "\n");
+    Write((m_bTerminal ? CLEAR_LINE : "") + _strLine + "\n");
 }
 
-double CLS_Progress::Seconds() const
+double CLS_Progress::GetSeconds() const
 {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - m_tpStart).count();
 }
 
 std::string CLS_Progress::ComposeLine() const
 {
-    const auto dBytes = static_cast<double>(m_clsCounters.m_iBytesDone.load());
-    const double dSpeed = dBytes / std::max(Seconds(), 0.001);
-    return std::to_string(m_clsCounters.m_iFilesDone) + "/" + std::to_string(m_clsCounters.m_iFilesFound) +
+    const auto dBytes = static_cast<double>(m_stCounters.m_iBytesDone.load());
+    const double dSpeed = dBytes / std::max(GetSeconds(), 0.001);
+    return std::to_string(m_stCounters.m_iFilesDone) + "/" + std::to_string(m_stCounters.m_iFilesFound) +
            " files, " + FormatBytes(dBytes) + ", " + FormatBytes(dSpeed) + "/s, " + ComposeRemainder(dSpeed);
 }
 
 std::string CLS_Progress::ComposeRemainder(double _dBytesPerSecond) const
 {
-    if (m_clsCounters.m_bWalking)
+    if (m_stCounters.m_bWalking)
     {
         return "walking";
     }
-    const auto dLeft = static_cast<double>(m_clsCounters.m_iBytesFound.load()) -
-                       static_cast<double>(m_clsCounters.m_iBytesDone.load());
+    const auto dLeft = static_cast<double>(m_stCounters.m_iBytesFound.load()) -
+                       static_cast<double>(m_stCounters.m_iBytesDone.load());
     if (dLeft > 0 && _dBytesPerSecond < 1)
     {
         return "-:-- left";

@@ -7,7 +7,7 @@
 #include <string>
 
 /// How far a run is. Any thread may read and write it.
-struct CLS_Counters
+struct ST_Counters
 {
     std::atomic<std::uint64_t> m_iFilesFound{0};
     std::atomic<std::uint64_t> m_iFilesDone{0};
@@ -28,7 +28,7 @@ public:
     CLS_Progress();
 
     /// The milliseconds between two drawings that suit the output.
-    int UsualInterval() const;
+    int GetUsualInterval() const;
 
     /// Shows the counters.
     void Draw();
@@ -36,14 +36,17 @@ public:
     /// Shows the counters for the last time.
     void DrawLast();
 
+    /// Writes a message, after the program's name.
+    void Report(const std::string& _strMessage);
+
     /// Writes a line of its own. Control characters, which may come from file names, are shown as "?".
-    void Report(std::string _strMessage);
+    void WriteLine(std::string _strLine);
 
     /// Since the progress was made.
-    double Seconds() const;
+    double GetSeconds() const;
 
     /// The run's counters.
-    CLS_Counters m_clsCounters;
+    ST_Counters m_stCounters;
 
 private:
     std::string ComposeLine() const;

@@ -16,7 +16,7 @@ void CLS_TreeWalk::Run(const fs::path& _pathRoot)
 {
     m_deqDirectories.push_back(_pathRoot);
     // The walk adds the directories it finds to the list that it goes through.
-    for (std::size_t iNext = 0; iNext < m_deqDirectories.size() && CancelSignal() == 0; ++iNext)
+    for (std::size_t iNext = 0; iNext < m_deqDirectories.size() && GetCancelSignal() == 0; ++iNext)
     {
         WalkDirectory(m_deqDirectories[iNext]);
     }
@@ -26,7 +26,7 @@ void CLS_TreeWalk::WalkDirectory(const fs::path& _pathDirectory)
 {
     std::error_code error;
     fs::directory_iterator itEntry(_pathDirectory, error);
-    while (!error && itEntry != fs::directory_iterator() && CancelSignal() == 0)
+    while (!error && itEntry != fs::directory_iterator() && GetCancelSignal() == 0)
     {
         Visit(*itEntry);
         itEntry.increment(error);

@@ -24,7 +24,7 @@ public:
     void Run(const std::filesystem::path& _pathRoot);
 
     /// How many directories and entries could not be looked at.
-    std::uint64_t Errors() const { return m_iErrors; }
+    std::uint64_t GetErrors() const { return m_iErrors; }
 
 private:
     void WalkDirectory(const std::filesystem::path& _pathDirectory);

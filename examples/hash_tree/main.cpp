@@ -4,6 +4,7 @@
 #include "examples/hash_tree/Checksums.h"
 #include "examples/hash_tree/HashTree.h"
 #include "examples/hash_tree/Progress.h"
+#include "examples/hash_tree/StandardStreams.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -26,7 +27,7 @@ enum n_ExitCode
     SignalBase = 128 ///< plus the number of the signal that cancelled
 };
 
-struct CLS_Options
+struct ST_HashOptions
 {
     std::string m_strRoot = "/usr/include";
     std::string m_strOutput = "SHA256SUMS";
@@ -35,43 +36,60 @@ struct CLS_Options
     std::optional<int> m_iInterval;
 };
 
-constexpr char g_szFooter[] =
-    R"(Ctrl-C (or SIGTERM) cancels: the sums that are done are written. A second one ends the program at once.
+constexpr char FOOTER[] =
+    R"(Ctrl-C (or SIGTERM) cancels: the sums that are done are written. A second one ends the program at once,
+without sums.
 SIGUSR1 (on macOS also SIGINFO, Ctrl-T) shows what the pool is doing; so does a run that gets no further for 10 s.
 
 Exit codes:
   0    every file was hashed
-  1    some files or directories could not be read, or the sums or the trace could not be written
+  1    some files or directories could not be read, or the sums, the trace or standard output not be written
   2    wrong usage, or the pool library could not be used
   130  cancelled by Ctrl-C
   143  cancelled by SIGTERM
 
 Environment of the logging library, when the pool library finds it:
   ZEL_LOG_FILE   the file to log to, instead of standard error
-  ZEL_LOG_LEVEL  the least level to log: 0 finest detail, 1 detail, 2 progress (default), 3 errors)";
+  ZEL_LOG_LEVEL  the least level to log: 0 finest detail, 1 detail, 2 progress, 3 errors
+                 (2 with ZEL_LOG_FILE, 3 otherwise, if not set))";
 
-void DescribeOptions(CLI::App& _app, CLS_Options& _clsOptions)
+void DescribeOptions(CLI::App& _app, ST_HashOptions& _stOptions)
 {
-    _app.add_option("directory", _clsOptions.m_strRoot, "The directory whose regular files are hashed")
+    _app.add_option("directory", _stOptions.m_strRoot, "The directory whose regular files are hashed")
         ->check(CLI::ExistingDirectory)
         ->capture_default_str();
-    _app.add_option("--output", _clsOptions.m_strOutput,
+    _app.add_option("--output", _stOptions.m_strOutput,
                     "The file to write the sums to, in the format that sha256sum -c reads")
         ->type_name("FILE")
         ->capture_default_str();
-    _app.add_option("--library", _clsOptions.m_strLibrary,
+    _app.add_option("--library", _stOptions.m_strLibrary,
                     "The pool library; a name without a slash is looked for beside the program first")
         ->type_name("PATH")
         ->capture_default_str();
     _app.add_option(
-            "--trace", _clsOptions.m_strTrace,
+            "--trace", _stOptions.m_strTrace,
             "A file to write the run of every task to, as events that Perfetto and chrome://tracing open")
         ->type_name("FILE");
-    _app.add_option("--progress-interval", _clsOptions.m_iInterval,
+    _app.add_option("--progress-interval", _stOptions.m_iInterval,
                     "Milliseconds between two progress lines (200 at a terminal, 1000 otherwise)")
         ->type_name("MS")
         ->check(CLI::Range(10, 3600000));
-    _app.footer(g_szFooter);
+    _app.footer(FOOTER);
+    _app.failure_message([](const CLI::App* _pApp, const CLI::Error& _error)
+                         { return "hash_tree: " + CLI::FailureMessage::simple(_pApp, _error); });
+}
+
+/// Keeps standard error for the user's business. The pool's log records of progress would come in between;
+/// one of them, "task id is fail", sounds like a failure and tells of a task that was removed while queued,
+/// which is what the end of a run may look like.
+void LimitLog()
+{
+    // Read and set before there is another thread.
+    const char* const szFile = std::getenv("ZEL_LOG_FILE"); // NOLINT(concurrency-mt-unsafe)
+    if (szFile == nullptr || *szFile == '\0')
+    {
+        setenv("ZEL_LOG_LEVEL", "3", 0); // NOLINT(concurrency-mt-unsafe)
+    }
 }
 
 /// Null when none is wanted. Throws CLS_TraceError.
@@ -80,31 +98,31 @@ std::shared_ptr<CLS_TraceFile> OpenTrace(const std::optional<std::string>& _strP
     return _strPath ? CLS_TraceFile::Create(*_strPath, "hash_tree") : nullptr;
 }
 
-void ReportCancel(const CLS_RunResult& _clsResult, CLS_Progress& _clsProgress)
+void ReportCancel(const ST_RunResult& _stResult, CLS_Progress& _clsProgress)
 {
-    const char* pWalk = _clsProgress.m_clsCounters.m_bWalking ? " of those found so far" : "";
-    _clsProgress.Report("cancelled with " + std::to_string(_clsResult.m_iLeft) + " files left" + pWalk);
+    const char* pWalk = _clsProgress.m_stCounters.m_bWalking ? " of those found so far" : "";
+    _clsProgress.Report("cancelled with " + std::to_string(_stResult.m_iLeft) + " files left" + pWalk);
 }
 
-void PrintSummary(const CLS_RunResult& _clsResult, const CLS_Progress& _clsProgress)
+void PrintSummary(const ST_RunResult& _stResult, const CLS_Progress& _clsProgress)
 {
-    const std::uint64_t iBytes = _clsProgress.m_clsCounters.m_iBytesDone;
-    const double dSeconds = std::max(_clsResult.m_dSeconds, 0.001);
+    const std::uint64_t iBytes = _clsProgress.m_stCounters.m_iBytesDone;
+    const double dSeconds = std::max(_stResult.m_dSeconds, 0.001);
     const std::string strRate = FormatBytes(static_cast<double>(iBytes) / dSeconds) + "/s";
-    const std::string strCounts = std::to_string(_clsResult.m_iUnreadable) + " unreadable, " +
-                                  std::to_string(_clsResult.m_iLeft) + " left, " +
-                                  std::to_string(_clsResult.m_iWalkErrors) + " walk errors";
+    const std::string strCounts = std::to_string(_stResult.m_iUnreadable) + " unreadable, " +
+                                  std::to_string(_stResult.m_iLeft) + " left, " +
+                                  std::to_string(_stResult.m_iWalkErrors) + " walk errors";
     std::printf("%s files hashed, %s bytes in %.2f seconds, %s\n%s\n",
-                std::to_string(_clsResult.m_iHashed).c_str(), std::to_string(iBytes).c_str(), dSeconds,
+                std::to_string(_stResult.m_iHashed).c_str(), std::to_string(iBytes).c_str(), dSeconds,
                 strRate.c_str(), strCounts.c_str());
 }
 
 /// False, with a message, when the sums could not be written.
-bool PublishSums(CLS_ChecksumFile& _clsOutput, const CLS_RunResult& _clsResult, CLS_Progress& _clsProgress)
+bool PublishSums(CLS_ChecksumFile& _clsOutput, const ST_RunResult& _stResult, CLS_Progress& _clsProgress)
 {
     try
     {
-        _clsOutput.Publish(_clsResult.m_strSums);
+        _clsOutput.Publish(_stResult.m_strSums);
         return true;
     }
     catch (const CLS_OutputError& error)
@@ -132,60 +150,70 @@ bool CloseTrace(CLS_TraceFile* _pTrace, CLS_Progress& _clsProgress)
     }
 }
 
-int ExitCode(const CLS_RunResult& _clsResult, bool _bWritten)
+int GetExitCode(const ST_RunResult& _stResult, bool _bWritten)
 {
-    if (_clsResult.m_iSignal != 0)
+    if (_stResult.m_iSignal != 0)
     {
-        return SignalBase + _clsResult.m_iSignal;
+        return SignalBase + _stResult.m_iSignal;
     }
-    const bool bAllRead = _clsResult.m_iUnreadable == 0 && _clsResult.m_iWalkErrors == 0;
+    const bool bAllRead = _stResult.m_iUnreadable == 0 && _stResult.m_iWalkErrors == 0;
     return bAllRead && _bWritten ? AllDone : SomeFailed;
 }
 
-int RunHost(const CLS_Options& _clsOptions)
+/// The exit code, which tells also whether all that was printed could be written.
+int FinishOutput(int _iExitCode)
 {
+    const std::string strReason = FlushStandardOutput();
+    if (strReason.empty())
+    {
+        return _iExitCode;
+    }
+    std::fprintf(stderr, "hash_tree: cannot write to standard output: %s\n", strReason.c_str());
+    return _iExitCode == AllDone ? SomeFailed : _iExitCode;
+}
+
+int RunHost(const ST_HashOptions& _stOptions)
+{
+    LimitLog();
     CatchCancelSignals();
-    CLS_PoolLibrary clsLibrary(_clsOptions.m_strLibrary);
-    CLS_ChecksumFile clsOutput(_clsOptions.m_strOutput);
-    const std::shared_ptr<CLS_TraceFile> pTrace = OpenTrace(_clsOptions.m_strTrace);
+    CLS_PoolLibrary clsLibrary(_stOptions.m_strLibrary);
+    CLS_ChecksumFile clsOutput(_stOptions.m_strOutput);
+    const std::shared_ptr<CLS_TraceFile> pTrace = OpenTrace(_stOptions.m_strTrace);
     CLS_PoolScope clsPool(std::move(clsLibrary), ST_ScopeOptions{{}, pTrace});
     CLS_Progress clsProgress;
     CLS_HashTree clsTree(std::move(clsPool), clsOutput, clsProgress, pTrace);
 
-    const int iInterval = _clsOptions.m_iInterval.value_or(clsProgress.UsualInterval());
-    const CLS_RunResult clsResult = clsTree.Run(_clsOptions.m_strRoot, iInterval);
-    if (clsResult.m_iSignal != 0)
+    const int iInterval = _stOptions.m_iInterval.value_or(clsProgress.GetUsualInterval());
+    const ST_RunResult stResult = clsTree.Run(_stOptions.m_strRoot, iInterval);
+    if (stResult.m_iSignal != 0)
     {
-        ReportCancel(clsResult, clsProgress);
+        ReportCancel(stResult, clsProgress);
     }
-    PrintSummary(clsResult, clsProgress);
-    const bool bPublished = PublishSums(clsOutput, clsResult, clsProgress);
+    PrintSummary(stResult, clsProgress);
+    const bool bPublished = PublishSums(clsOutput, stResult, clsProgress);
     if (bPublished)
     {
-        std::printf("sums in %s\n", _clsOptions.m_strOutput.c_str());
+        std::printf("sums in %s\n", _stOptions.m_strOutput.c_str());
     }
     const bool bTraced = CloseTrace(pTrace.get(), clsProgress);
-    const int iExitCode = ExitCode(clsResult, bPublished && bTraced);
+    const int iExitCode = GetExitCode(stResult, bPublished && bTraced);
     if (clsTree.HasTasks())
     {
         // They may go on at any moment, so what they use must not be destroyed before the process is gone.
-        std::fflush(stdout);
-        std::_Exit(iExitCode);
+        std::_Exit(FinishOutput(iExitCode));
     }
     return iExitCode;
 }
-} // namespace
 
-// What is left to throw is a failing stream while an error is printed.
-int main(int argc, char** argv) // NOLINT(bugprone-exception-escape)
+int RunProgram(int _iArguments, char** _pArguments)
 {
-    CLS_Options clsOptions;
+    ST_HashOptions stOptions;
     CLI::App app("Hashes every regular file of a directory tree with SHA-256, in tasks of the pool.");
     try
     {
-        DescribeOptions(app, clsOptions);
-        app.parse(argc, argv);
-        return RunHost(clsOptions);
+        DescribeOptions(app, stOptions);
+        app.parse(_iArguments, _pArguments);
+        return RunHost(stOptions);
     }
     catch (const CLI::ParseError& error)
     {
@@ -206,4 +234,12 @@ int main(int argc, char** argv) // NOLINT(bugprone-exception-escape)
         std::fprintf(stderr, "hash_tree: %s\n", error.what());
         return Trouble;
     }
+}
+} // namespace
+
+// What is left to throw is a failing stream while an error is printed.
+int main(int argc, char** argv) // NOLINT(bugprone-exception-escape)
+{
+    GuardStandardStreams();
+    return FinishOutput(RunProgram(argc, argv));
 }

@@ -19,7 +19,7 @@ public:
     CLS_TracedTask(std::shared_ptr<CLS_TraceFile> _pTrace, std::function<void()> _funTask,
                    std::string _strName)
         : m_pTrace(std::move(_pTrace)), m_funTask(std::move(_funTask)), m_strName(std::move(_strName)),
-          m_strTask(std::to_string(TakeTaskNumber())), m_strCancelled(R"(,"s":"t")" + Arguments())
+          m_strTask(std::to_string(TakeTaskNumber())), m_strCancelled(R"(,"s":"t")" + DescribeTask())
     {
     }
 
@@ -35,19 +35,19 @@ public:
     CLS_TracedTask& operator=(const CLS_TracedTask&) = delete;
 
     /// What the submission's event holds: an arrow starts there.
-    std::string SubmissionMembers() const { return Flow("out") + Arguments(); }
+    std::string DescribeSubmission() const { return DescribeFlow("out") + DescribeTask(); }
 
     void Run()
     {
         m_bStarted = true;
-        const CLS_TraceSpan clsSpan(m_pTrace, "run", m_strName, Flow("in") + Arguments());
+        const CLS_TraceSpan clsSpan(m_pTrace, "run", m_strName, DescribeFlow("in") + DescribeTask());
         m_funTask();
     }
 
 private:
-    std::string Arguments() const { return R"(,"args":{"task":)" + m_strTask + "}"; }
+    std::string DescribeTask() const { return R"(,"args":{"task":)" + m_strTask + "}"; }
 
-    std::string Flow(const char* _szDirection) const
+    std::string DescribeFlow(const char* _szDirection) const
     {
         return R"(,"bind_id":")" + m_strTask + R"(","flow_)" + _szDirection + R"(":true)";
     }
@@ -70,7 +70,7 @@ bool CLS_TracedPool::AddTmpTask(const std::function<void()>& _funTask, void* _pO
                                 const std::string& _strCallInfo) const
 {
     const auto pTask = std::make_shared<CLS_TracedTask>(m_pTrace, _funTask, _strCallInfo);
-    const CLS_TraceSpan clsSpan(m_pTrace, "submit", _strCallInfo, pTask->SubmissionMembers());
+    const CLS_TraceSpan clsSpan(m_pTrace, "submit", _strCallInfo, pTask->DescribeSubmission());
     return m_stFunctions.m_funAddTmpTask([pTask] { pTask->Run(); }, _pObj, _strCallInfo);
 }
 

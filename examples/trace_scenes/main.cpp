@@ -11,23 +11,25 @@
 
 namespace
 {
-struct ST_Options
+struct ST_SceneOptions
 {
     std::string m_strScene;
     std::string m_strTrace;
     std::string m_strLibrary = CLS_PoolLibrary::UsualName();
 };
 
-void DescribeOptions(CLI::App& _app, ST_Options& _stOptions)
+void DescribeOptions(CLI::App& _app, ST_SceneOptions& _stOptions)
 {
     _app.add_option("scene", _stOptions.m_strScene, "What to record")
         ->check(CLI::IsMember(GetScenes()))
         ->required();
     _app.add_option("trace", _stOptions.m_strTrace, "The file to write the trace to")->required();
     _app.add_option("--library", _stOptions.m_strLibrary, "The pool library")->capture_default_str();
+    _app.failure_message([](const CLI::App* _pApp, const CLI::Error& _error)
+                         { return "trace_scenes: " + CLI::FailureMessage::simple(_pApp, _error); });
 }
 
-void Record(const ST_Options& _stOptions)
+void Record(const ST_SceneOptions& _stOptions)
 {
     const std::shared_ptr<CLS_TraceFile> pTrace =
         CLS_TraceFile::Create(_stOptions.m_strTrace, "trace_scenes");
@@ -41,7 +43,7 @@ void Record(const ST_Options& _stOptions)
 // What is left to throw is a failing stream while an error is printed.
 int main(int argc, char** argv) // NOLINT(bugprone-exception-escape)
 {
-    ST_Options stOptions;
+    ST_SceneOptions stOptions;
     CLI::App app(
         "Records what the pool does in a scene, as a trace that Perfetto and chrome://tracing open.");
     try

@@ -6,7 +6,7 @@
 #include <string_view>
 
 /// How much a record matters; the numbers are those that callers of the library pass.
-enum class n_LogLevel
+enum class n_Severity
 {
     Finest = 0,
     Detail = 1,
@@ -15,7 +15,7 @@ enum class n_LogLevel
 };
 
 /// The level with this number; the nearest one for a number that is none.
-n_LogLevel ToLogLevel(int _iLevel);
+n_Severity ToSeverity(int _iLevel);
 
 /// Decides which records are written. May be used by several threads at once.
 class CLS_LogLevels
@@ -25,16 +25,16 @@ public:
     CLS_LogLevels();
 
     /// True when a record of this module and level is to be written.
-    bool IsWritten(std::string_view _strModule, n_LogLevel _enLevel) const;
+    bool IsWritten(std::string_view _strModule, n_Severity _enLevel) const;
 
     /// Sets the least level of one module.
-    void SetModule(const std::string& _strModule, n_LogLevel _enLevel);
+    void SetModule(const std::string& _strModule, n_Severity _enLevel);
 
     /// Sets the least level of all modules, also of those that had one of their own.
-    void SetAll(n_LogLevel _enLevel);
+    void SetAll(n_Severity _enLevel);
 
 private:
     mutable std::mutex m_mtx;
-    n_LogLevel m_enGeneral = n_LogLevel::Progress;
-    std::map<std::string, n_LogLevel, std::less<>> m_mapModules;
+    n_Severity m_enGeneral = n_Severity::Progress;
+    std::map<std::string, n_Severity, std::less<>> m_mapModules;
 };

@@ -11,20 +11,20 @@
 
 namespace
 {
-constexpr std::size_t g_iMaxFileBytes = std::size_t{5} * 1024 * 1024;
-constexpr std::size_t g_iOldFiles = 3;
+constexpr std::size_t MAX_FILE_BYTES = std::size_t{5} * 1024 * 1024;
+constexpr std::size_t OLD_FILES = 3;
 
-spdlog::level::level_enum ToSinkLevel(n_LogLevel _enLevel)
+spdlog::level::level_enum ToSinkLevel(n_Severity _enLevel)
 {
     switch (_enLevel)
     {
-    case n_LogLevel::Finest:
+    case n_Severity::Finest:
         return spdlog::level::trace;
-    case n_LogLevel::Detail:
+    case n_Severity::Detail:
         return spdlog::level::debug;
-    case n_LogLevel::Progress:
+    case n_Severity::Progress:
         return spdlog::level::info;
-    case n_LogLevel::Error:
+    case n_Severity::Error:
         break;
     }
     return spdlog::level::err;
@@ -42,7 +42,7 @@ CLS_LogWriter::CLS_LogWriter()
     }
     try
     {
-        UseSink(std::make_shared<spdlog::sinks::rotating_file_sink_st>(pFile, g_iMaxFileBytes, g_iOldFiles));
+        UseSink(std::make_shared<spdlog::sinks::rotating_file_sink_st>(pFile, MAX_FILE_BYTES, OLD_FILES));
     }
     catch (const std::exception& error)
     {
@@ -50,7 +50,7 @@ CLS_LogWriter::CLS_LogWriter()
     }
 }
 
-void CLS_LogWriter::Write(n_LogLevel _enLevel, const std::string& _strText)
+void CLS_LogWriter::Write(n_Severity _enLevel, const std::string& _strText)
 {
     const std::lock_guard<std::mutex> lock(m_mtx);
     const spdlog::details::log_msg record("", ToSinkLevel(_enLevel), _strText);

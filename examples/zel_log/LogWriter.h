@@ -20,7 +20,7 @@ public:
 
     /// Writes one line and flushes it. Should the file fail, the line goes to standard error, as do all
     /// that follow.
-    void Write(n_LogLevel _enLevel, const std::string& _strText);
+    void Write(n_Severity _enLevel, const std::string& _strText);
 
     /// Flushes the output.
     void Flush();

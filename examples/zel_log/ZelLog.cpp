@@ -3,19 +3,22 @@
 #include "examples/zel_log/LogLevels.h"
 #include "examples/zel_log/LogWriter.h"
 
+#include <array>
+#include <pthread.h>
+
 namespace
 {
-struct CLS_Log
+struct ST_Log
 {
     CLS_LogLevels m_clsLevels;
     CLS_LogWriter m_clsWriter;
 };
 
 /// The one log of the process. Never destroyed: threads may still write while the process is exiting.
-CLS_Log& Log()
+ST_Log& GetLog()
 {
-    static CLS_Log& clsLog = *new CLS_Log;
-    return clsLog;
+    static ST_Log& s_stLog = *new ST_Log;
+    return s_stLog;
 }
 
 /// Runs _funAction and drops whatever it throws: an exception out of a log call would end the host.
@@ -31,12 +34,20 @@ void RunQuietly(T_Action&& _funAction) noexcept
     }
 }
 
-const char* TextOrDash(const char* _pText)
+const char* GetTextOrDash(const char* _pText)
 {
     return _pText != nullptr ? _pText : "-";
 }
 
-std::string WithoutFolders(const std::string& _strPath)
+/// The calling thread's name, as debuggers show it; "-" for none.
+std::string GetThreadName()
+{
+    std::array<char, 64> arrName{};
+    const int iResult = pthread_getname_np(pthread_self(), arrName.data(), arrName.size());
+    return iResult == 0 && arrName.front() != '\0' ? arrName.data() : "-";
+}
+
+std::string CutFolders(const std::string& _strPath)
 {
     return _strPath.substr(_strPath.rfind('/') + 1);
 }
@@ -44,20 +55,20 @@ std::string WithoutFolders(const std::string& _strPath)
 
 void Init()
 {
-    RunQuietly([] { Log(); });
+    RunQuietly([] { GetLog(); });
 }
 
 void SetLoggerConfig(const char* _pModule, int _iLevel)
 {
     if (_pModule != nullptr)
     {
-        RunQuietly([=] { Log().m_clsLevels.SetModule(_pModule, ToLogLevel(_iLevel)); });
+        RunQuietly([=] { GetLog().m_clsLevels.SetModule(_pModule, ToSeverity(_iLevel)); });
     }
 }
 
 void SetLoggerConfigAll(int _iLevel)
 {
-    RunQuietly([=] { Log().m_clsLevels.SetAll(ToLogLevel(_iLevel)); });
+    RunQuietly([=] { GetLog().m_clsLevels.SetAll(ToSeverity(_iLevel)); });
 }
 
 void PrintLog(int _iLevel, const char* _pModule, const char* _pFile, int _iLine, const char* _pFunction,
@@ -66,19 +77,19 @@ void PrintLog(int _iLevel, const char* _pModule, const char* _pFile, int _iLine,
     RunQuietly(
         [&]
         {
-            const std::string strModule = TextOrDash(_pModule);
-            const n_LogLevel enLevel = ToLogLevel(_iLevel);
-            if (Log().m_clsLevels.IsWritten(strModule, enLevel))
+            const std::string strModule = GetTextOrDash(_pModule);
+            const n_Severity enLevel = ToSeverity(_iLevel);
+            if (GetLog().m_clsLevels.IsWritten(strModule, enLevel))
             {
-                const std::string strPlace =
-                    WithoutFolders(TextOrDash(_pFile)) + ":" + std::to_string(_iLine);
-                Log().m_clsWriter.Write(enLevel, "[" + strModule + "] " + TextOrDash(_pFunction) + " " +
-                                                     strPlace + " " + _strMessage);
+                const std::string strPlace = CutFolders(GetTextOrDash(_pFile)) + ":" + std::to_string(_iLine);
+                GetLog().m_clsWriter.Write(enLevel, "[" + GetThreadName() + "] [" + strModule + "] " +
+                                                        GetTextOrDash(_pFunction) + " " + strPlace + " " +
+                                                        _strMessage);
             }
         });
 }
 
 void UnInit()
 {
-    RunQuietly([] { Log().m_clsWriter.Flush(); });
+    RunQuietly([] { GetLog().m_clsWriter.Flush(); });
 }

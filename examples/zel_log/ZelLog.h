@@ -31,9 +31,10 @@ extern "C"
     /// Sets the least level that is written of every module's records; forgets what SetLoggerConfig set.
     ZEL_LOG_EXPORT void SetLoggerConfigAll(int _iLevel);
 
-    /// Writes one line: time, level, module, function, file (without its folders) and line, message. It is
-    /// on its way to the output, out of this process's buffers, when the call returns. Any of the three
-    /// pointers may be null; "-" is written for it. Nothing is kept of the arguments.
+    /// Writes one line: time, level, the calling thread's name, module, function, file (without its folders)
+    /// and line, message. The line has left this process's buffers when the call returns. Any of the three
+    /// pointers may be null; "-" is written for it, and for a thread without a name. Keeps nothing of the
+    /// arguments.
     ZEL_LOG_EXPORT void PrintLog(int _iLevel, const char* _pModule, const char* _pFile, int _iLine,
                                  const char* _pFunction, const std::string& _strMessage);
 

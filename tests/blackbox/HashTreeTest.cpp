@@ -7,10 +7,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sstream>
+#include <string>
+#include <vector>
 
 namespace
 {
 namespace fs = std::filesystem;
+using ::testing::AnyOf;
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
@@ -89,7 +93,9 @@ TEST_F(HashTreeTest, ReportsAndCountsWhatItCannotRead)
 {
     AddFile("locked", "abc");
     AddFile("open", "abc");
+    AddFile("folder/file", "abc");
     fs::permissions(m_strTree + "/locked", fs::perms::none);
+    fs::permissions(m_strTree + "/folder", fs::perms::none);
     // Somebody else needs a way to the programs, and a place to write.
     fs::permissions(m_clsFolder.GetPath(), fs::perms::all);
     for (const char* const szFile : {HASH_TREE, POOL_LIBRARY})
@@ -99,8 +105,11 @@ TEST_F(HashTreeTest, ReportsAndCountsWhatItCannotRead)
     const ST_ChildResult stResult =
         RunChild(UNPRIVILEGED_HOST, {m_clsFolder.GetPath("hash_tree"), m_strTree, "--output", m_strSums});
     EXPECT_EQ(1, stResult.m_iExit) << ::testing::PrintToString(stResult);
-    EXPECT_THAT(stResult.m_strErr, HasSubstr("cannot read " + m_strTree + "/locked: Permission denied\n"));
-    EXPECT_THAT(stResult.m_strOut, HasSubstr("1 unreadable, 0 left, 0 walk errors"));
+    EXPECT_THAT(stResult.m_strErr,
+                HasSubstr("hash_tree: cannot read " + m_strTree + "/locked: Permission denied\n"));
+    EXPECT_THAT(stResult.m_strOut, HasSubstr("1 unreadable, 0 left, 1 walk errors"));
+    EXPECT_THAT(stResult.m_strErr,
+                HasSubstr("hash_tree: cannot walk " + m_strTree + "/folder: Permission denied\n"));
     EXPECT_EQ("ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad  " + m_strTree + "/open\n",
               ReadSums());
 }
@@ -120,10 +129,30 @@ TEST_F(HashTreeTest, CancelsWithinMomentsAndSaysWhatIsLeft)
     // A second where nothing else runs; hashing it all would take minutes.
     EXPECT_LT(std::chrono::steady_clock::now() - tpSignal, std::chrono::seconds(15));
     EXPECT_EQ(128 + SIGINT, stResult.m_iExit) << ::testing::PrintToString(stResult);
-    EXPECT_THAT(stResult.m_strErr, HasSubstr("cancelled with 20 files left\n"));
+    EXPECT_THAT(stResult.m_strErr, HasSubstr("hash_tree: cancelled with 20 files left\n"));
     EXPECT_THAT(stResult.m_strOut, HasSubstr("1 files hashed, "));
     EXPECT_EQ("ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad  " + m_strTree + "/a/quick\n",
               ReadSums());
+}
+
+TEST_F(HashTreeTest, ASecondSignalLeavesNoTemporaryFile)
+{
+    AddHugeFile("huge");
+    CLS_ChildProcess clsChild(HASH_TREE, {m_strTree, "--output", m_strSums, "--progress-interval", "10"});
+    ASSERT_TRUE(WaitUntil([&] { return clsChild.GetErr().find("0/1 files") != std::string::npos; }));
+    // Both wait for a program that is stopped: it cannot end by the first before the second is there.
+    for (const int iSignal : {SIGSTOP, SIGINT, SIGTERM, SIGCONT})
+    {
+        clsChild.SendSignal(iSignal);
+    }
+    const ST_ChildResult stResult = clsChild.Wait();
+    EXPECT_THAT(stResult.m_iSignal, AnyOf(SIGINT, SIGTERM)) << ::testing::PrintToString(stResult);
+    std::vector<std::string> vecLeft;
+    for (const fs::directory_entry& entry : fs::directory_iterator(m_clsFolder.GetPath()))
+    {
+        vecLeft.push_back(entry.path().filename());
+    }
+    EXPECT_THAT(vecLeft, ElementsAre("tree"));
 }
 
 TEST_F(HashTreeTest, NamesALibraryThatCannotBeOpened)
@@ -144,7 +173,9 @@ TEST_F(HashTreeTest, RefusesADirectoryThatIsNotThere)
 {
     const ST_ChildResult stResult = RunChild(HASH_TREE, {m_strTree + "/none"});
     EXPECT_EQ(2, stResult.m_iExit);
-    EXPECT_THAT(stResult.m_strErr, HasSubstr(m_strTree + "/none"));
+    EXPECT_EQ("hash_tree: directory: Directory does not exist: " + m_strTree +
+                  "/none\nRun with --help for more information.\n",
+              stResult.m_strErr);
 }
 
 TEST_F(HashTreeTest, ExplainsEveryOption)
@@ -158,10 +189,18 @@ TEST_F(HashTreeTest, ExplainsEveryOption)
     }
 }
 
-TEST_F(HashTreeTest, ShowsTheRecordsOfThePool)
+TEST_F(HashTreeTest, ShowsNoRecordsOfProgress)
 {
     AddFile("file", "abc");
     const ST_ChildResult stResult = Hash();
+    EXPECT_THAT(stResult.m_strOut, HasSubstr("load dll [libZelLog.dylib: PrintLog] sucess"));
+    EXPECT_THAT(stResult.m_strErr, Not(HasSubstr("[ZelTaskPool]")));
+}
+
+TEST_F(HashTreeTest, ShowsTheRecordsOfThePoolWhereTheyAreWanted)
+{
+    AddFile("file", "abc");
+    const ST_ChildResult stResult = Hash({{"ZEL_LOG_LEVEL", "2"}});
     EXPECT_THAT(stResult.m_strErr, HasSubstr("----- TaskPool UnInit begin -----"));
     EXPECT_THAT(stResult.m_strErr, HasSubstr("----- TaskPool UnInit end -----"));
 }
@@ -172,6 +211,8 @@ TEST_F(HashTreeTest, PutsTheRecordsIntoAFileAndFiltersThem)
     const std::string strLog = m_clsFolder.GetPath("log");
     EXPECT_THAT(Hash({{"ZEL_LOG_FILE", strLog}}).m_strErr, Not(HasSubstr("UnInit")));
     EXPECT_THAT(ReadFile(strLog), HasSubstr("----- TaskPool UnInit begin -----"));
-    EXPECT_THAT(Hash({{"ZEL_LOG_LEVEL", "3"}}).m_strErr, Not(HasSubstr("UnInit")));
+    fs::remove(strLog);
+    EXPECT_EQ(0, Hash({{"ZEL_LOG_FILE", strLog}, {"ZEL_LOG_LEVEL", "3"}}).m_iExit);
+    EXPECT_EQ("", ReadFile(strLog));
 }
 } // namespace

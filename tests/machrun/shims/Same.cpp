@@ -20,8 +20,8 @@ const std::vector<const char*>& GetSame()
         // times
         "gmtime", "gmtime_r", "localtime_r", "time",
         // the process
-        "getegid", "getenv", "geteuid", "getgid", "getpid", "getuid", "pause", "sched_yield", "setsid",
-        "sleep"};
+        "getegid", "getenv", "geteuid", "getgid", "getpid", "getuid", "pause", "sched_yield", "setenv",
+        "setsid", "sleep"};
     return s_vecNames;
 }
 } // namespace Tables
