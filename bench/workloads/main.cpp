@@ -54,11 +54,11 @@ void PrintLine(const Json& _clsLine)
 
 void Describe(const ST_Setup& _stSetup)
 {
-    const bool bThreadEach = System::Make(_stSetup)->GetThreadLimit() == CLS_System::NO_LIMIT;
+    const unsigned uiThreads = System::Make(_stSetup)->GetThreadLimit();
     PrintLine({{"system", GetSystemName(_stSetup)},
                {"describe", System::Describe()},
                {"takes_threads", System::HasThreadSetting()},
-               {"thread_each", bThreadEach}});
+               {"threads", uiThreads == CLS_System::NO_LIMIT ? Json() : Json(uiThreads)}});
 }
 
 void PrintResult(const ST_Result& _stResult, const std::string& _strWorkload, const ST_Setup& _stSetup)

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Checks the documentation: every public operation is described (the reference is written to build/reference), every
 # block of code in the pages compiles, every command in them prints what they say, and every link, path and test that
-# they name is there.
+# they name is there. The table and the pictures of the benchmarks show bench/results.json.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/../.."
 scripts/install.sh docs
@@ -13,6 +13,9 @@ doxygen
 
 echo "Links, paths and tests"
 /usr/bin/python3 scripts/checks/docs/check_links.py
+
+echo "Benchmark results: table and pictures"
+/usr/bin/python3 bench/publish.py --check
 
 echo "Blocks of code, and commands"
 cmake --preset dev >/dev/null
