@@ -30,7 +30,6 @@ def start_rows(names, values, form):
     axes.set_xlim(least / 1.6, greatest * (greatest / least) ** 0.45)
     axes.set_ylim(len(names) - 0.4, -0.6)
     axes.set_yticks(range(len(names)), names)
-    axes.grid(False)
     axes.tick_params(axis="y", length=0)
     axes.spines["left"].set_visible(False)
     return figure, axes
@@ -69,8 +68,9 @@ def draw_rows(measured, rows, title, label, form):
     names = [name_system(measured, system) for system in rows]
     figure, axes = start_rows(names, [point for points in rows.values() for point in points], form)
     for row, (system, points) in enumerate(rows.items()):
-        draw_row(axes, row, points, form, system == OURS)
-        if system == OURS:
+        ours = system in (OURS, KIT)
+        draw_row(axes, row, points, form, ours)
+        if ours:
             axes.get_yticklabels()[row].set(color=BLUE, fontweight="bold")
     axes.set_xlabel(label, labelpad=6)
     set_title(figure, axes, title)

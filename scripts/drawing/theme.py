@@ -44,10 +44,6 @@ STYLE = {
     "axes.labelsize": 9,
     "axes.spines.top": False,
     "axes.spines.right": False,
-    "axes.axisbelow": True,
-    "axes.grid": True,
-    "axes.grid.axis": "x",
-    "grid.color": GRID,
     "text.color": INK,
     "xtick.color": EDGE,
     "ytick.color": EDGE,
@@ -58,20 +54,23 @@ STYLE = {
 }
 
 
+def round_number(number):
+    """Two digits that count; 44.5 becomes 45."""
+    return float(f"{number * (1 + 1e-9):.2g}")
+
+
 def format_time(seconds):
-    """Two digits that count, in the unit that suits: 45 µs, 110 ms, 7.5 s."""
-    if seconds == 0:
-        return "0"
+    """In the unit that suits: 45 µs, 110 ms, 7.5 s."""
     for size, unit in ((1, "s"), (1e-3, "ms"), (1e-6, "µs")):
-        number = float(f"{seconds / size:.2g}")
+        number = round_number(seconds / size)
         if number >= 1:
             break
     return f"{number:g} {unit}"
 
 
 def format_count(number):
-    """Two digits that count: 560, 77,000, 3.6 million."""
-    rounded = float(f"{number:.2g}")
+    """560, 77,000 or 3.6 million."""
+    rounded = round_number(number)
     return f"{rounded / 1e6:g} million" if rounded >= 1e6 else f"{rounded:,.0f}"
 
 
@@ -101,8 +100,9 @@ def make_sheet():
 
 
 def shorten(svg):
-    """Leaves out what no viewer shows: notes about the file, turns by nothing, digits below a hundredth."""
+    """Leaves out what no viewer shows: notes about the file, names of groups, digits below a hundredth."""
     svg = re.sub(r"<!--.*?-->\s*|<metadata>.*?</metadata>\s*", "", svg, flags=re.DOTALL)
+    svg = re.sub(r' id="[a-zA-Z0-9.]+_\d+"', "", svg)
     svg = re.sub(r' transform="rotate\(-?0 [^"]*\)"', "", svg)
     svg = re.sub(r' d="([^"]*)"', lambda path: ' d="' + " ".join(path[1].split()) + '"', svg)
     svg = re.sub(r"(\d+\.\d\d)\d+", r"\1", svg)
