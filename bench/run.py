@@ -1,36 +1,35 @@
 #!/usr/bin/env python3
-"""Runs the benchmark programs in turn and writes what they measured.
+"""Runs the benchmark programs and writes what they measured.
 
-In a pass each system runs each workload once; who comes first changes from workload to workload and from pass to
-pass, so that what else the machine does hits all alike. Exit status 1 when a program failed; no figure makes the
-run fail. Writes into the output folder:
+In each pass each system runs each workload once. The order rotates from workload to workload and from pass to pass, so
+that disturbances of the machine spread over all systems. Exit status 1 when a program failed; no value fails the run.
 
-results.json  every measurement, and the machine
-results.md    tables: targets, medians, least and greatest values
-plots/*.svg   when matplotlib is installed
+A complete run writes bench/results.json, and from it bench/RESULTS.md and three pictures of docs/pictures. A part, a
+quick run or one in which a program failed writes the same files into build/bench.
 """
 import argparse
 import json
 import os
 import platform
+import re
 import signal
-import statistics
 import subprocess
 import sys
 import tempfile
 import time
 
-import figures
+import data
+import publish
 import tables
 
 OPERATIONS = "operations"
 WORKLOADS = ("W1", "W2", "W3", "W4", "W4b", "W5", "W6", "W7", "W8", "W9", "W10", "W11")
-# Where it is shown what a peer does that is given as many threads as the pool may make.
+# These also run peers with as many threads as the pool may make.
 MANY_THREADS_WORKLOADS = ("W1",)
 MANY_THREADS = 301
-# A machine that does more than this besides is not quiet.
+# The greatest load average of a quiet machine.
 QUIET_LOAD = 0.3
-# A program that takes longer than this, in seconds, hangs. Generous: a busy machine must not fail a quick run.
+# Seconds after which a program counts as hung, by --quick. Long enough for a quick run on a busy machine.
 LONGEST_RUN = {True: 600, False: 1800}
 
 
@@ -46,18 +45,18 @@ class System:
         self.name = described[0]["system"]
         self.description = described[0]["describe"]
         self.takes_threads = described[0]["takes_threads"]
-        self.thread_each = described[0]["thread_each"]
+        self.threads = described[0]["threads"]
 
     def run(self, arguments, limit):
-        """The lines that the program printed; none when it failed, and then why is printed."""
+        """The lines that the program printed; none when it failed."""
         output = run_program(self.command + arguments, limit)
-        # The loader of the pool's logging library prints lines of its own.
+        # The loader of the pool's logging library prints lines, too.
         return [json.loads(line) for line in output.splitlines() if line.startswith("{")]
 
 
 def run_program(command, limit):
-    """What the program printed; nothing when it failed, and then why is printed."""
-    # A program starts others: as a group they can be ended together.
+    """What the program printed. When it failed, prints the reason and returns nothing."""
+    # The program starts others. A group ends them together.
     with subprocess.Popen(
         command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, start_new_session=True
     ) as process:
@@ -95,7 +94,7 @@ def find_systems(folder, wanted, library):
 
 
 def measure(systems, workloads, passes, quick):
-    """All measurements, and whether every program did its work."""
+    """All measurements, and whether every program succeeded."""
     measurements = []
     complete = True
     for number in range(passes):
@@ -106,31 +105,30 @@ def measure(systems, workloads, passes, quick):
             for system in able[first:] + able[:first]:
                 lines = system.run([workload] + (["--quick"] if quick else []), LONGEST_RUN[quick])
                 complete = complete and bool(lines)
-                measurements += [dict(line, **{"pass": number + 1}) for line in lines]
+                measurements += lines
     return measurements, complete
 
 
 def measure_operations(program, passes, quick):
-    """By name: median, least and greatest wall and CPU time; nothing when the program failed."""
+    """By name: the ranges of wall and CPU time; nothing when the program failed."""
     print(OPERATIONS, file=sys.stderr)
     with tempfile.TemporaryDirectory() as folder:
-        # Not from standard output: the loader of the pool's logging library prints lines of its own.
+        # Not from standard output: the loader of the pool's logging library prints lines, too.
         path = os.path.join(folder, "operations.json")
         command = [program, f"--benchmark_repetitions={passes}", "--benchmark_out=" + path]
         if quick:
             command += ["--benchmark_min_time=0.01", "--benchmark_filter=-registered:100000"]
         if not run_program(command, LONGEST_RUN[quick]):
             return {}
-        with open(path, encoding="utf-8") as file:
-            runs = json.load(file)["benchmarks"]
+        runs = data.read(path)["benchmarks"]
     samples = {}
     for run in runs:
         if run["run_type"] == "iteration":
-            for clock in ("real_time", "cpu_time"):
-                samples.setdefault(run["name"], {}).setdefault(clock, []).append(run[clock])
+            for clock, name in (("real_time", "wall_us"), ("cpu_time", "cpu_us")):
+                # The program prints nanoseconds.
+                samples.setdefault(run["name"], {}).setdefault(name, []).append(run[clock] / 1000)
     return {
-        name: {clock: (statistics.median(times), min(times), max(times)) for clock, times in clocks.items()}
-        for name, clocks in samples.items()
+        name: {clock: data.make_range(times) for clock, times in clocks.items()} for name, clocks in samples.items()
     }
 
 
@@ -151,23 +149,24 @@ def name_processor():
     return platform.machine()
 
 
-def name_compiler(folder):
-    """The one that the programs were built with."""
+def read_cache(folder, name):
+    """A value of the build that made the programs; empty when there is none."""
     with open(os.path.join(folder, "..", "CMakeCache.txt"), encoding="utf-8") as file:
         for line in file:
-            if line.startswith("CMAKE_CXX_COMPILER:"):
-                return read_command(line.partition("=")[2].strip(), "--version").partition("\n")[0]
-    return "unknown compiler"
+            if line.startswith(name + ":"):
+                return line.partition("=")[2].strip()
+    return ""
 
 
-def describe_machine(folder, load):
+def describe_machine(folder):
+    memory = os.sysconf("SC_PAGE_SIZE") * os.sysconf("SC_PHYS_PAGES")
+    release = re.match(r"[\d.]*", platform.release())[0]
     return {
-        "cores": os.cpu_count(),
         "processor": name_processor(),
-        "kernel": f"{platform.system()} {platform.release()}",
-        "compiler": name_compiler(folder),
-        "load": round(load, 2),
-        "date": time.strftime("%Y-%m-%d"),
+        "cores": os.cpu_count(),
+        "memory": f"{memory / 2**30:.3g} GiB",
+        "system": f"{platform.system()} {release}",
+        "compiler": read_command(read_cache(folder, "CMAKE_CXX_COMPILER"), "--version").partition("\n")[0],
     }
 
 
@@ -175,16 +174,16 @@ def warn_of_load():
     load = os.getloadavg()[0]
     print(f"load average before the start: {load:.2f}", file=sys.stderr)
     if load > QUIET_LOAD:
-        print("WARNING: the machine is busy with something else: the figures will be noise", file=sys.stderr)
+        print("WARNING: the machine is busy: the figures will be noise", file=sys.stderr)
     return load
 
 
 def read_options():
-    parser = argparse.ArgumentParser(description="Runs the benchmarks and writes tables and plots.")
+    parser = argparse.ArgumentParser(description="Runs the benchmarks and writes results, tables and pictures.")
     parser.add_argument("--bin", required=True, help="folder of the built programs")
-    parser.add_argument("--output", required=True, help="folder to write to")
-    parser.add_argument("--passes", type=int, help="how often everything is measured (5; 1 with --quick)")
-    parser.add_argument("--quick", action="store_true", help="show that everything works; no figure means a thing")
+    parser.add_argument("--output", help="folder to write to, instead of publishing")
+    parser.add_argument("--passes", type=int, help="how often to measure everything (5; 1 with --quick)")
+    parser.add_argument("--quick", action="store_true", help="show that everything works; the figures mean nothing")
     parser.add_argument("--only", default="", metavar="W3,W4", help="these workloads (or operations) only")
     parser.add_argument("--systems", default="", metavar="ours,floor", help="these systems only")
     parser.add_argument("--library", help="another build of the pool library")
@@ -201,11 +200,34 @@ def read_options():
 
 
 def wants_operations(options):
-    """They are linked with the sources beside them, so they say nothing of another library."""
+    """Operations are linked with this project's sources, so they tell nothing about another library."""
     if options.library or options.systems:
         return False
     asked = not options.only or OPERATIONS in options.only
     return asked and os.path.exists(os.path.join(options.bin, "bench_" + OPERATIONS))
+
+
+def choose_folder(options, complete):
+    """Where to write; nothing to publish."""
+    if options.output:
+        return options.output
+    folder = os.path.join(options.bin, "..")
+    if options.quick:
+        return os.path.join(folder, "quick")
+    part = options.only or options.systems or options.library
+    return folder if part or not complete else None
+
+
+def write(results, folder):
+    """Writes results.json, and what shows it, into the folder; publishes it all when there is none."""
+    if folder is None:
+        data.write(results, os.path.join(publish.BENCH, "results.json"))
+        publish.publish()
+        return
+    os.makedirs(folder, exist_ok=True)
+    data.write(results, os.path.join(folder, "results.json"))
+    publish.publish(folder, folder)
+    print(f"Written to {os.path.relpath(folder)}: results.json, RESULTS.md, pictures", file=sys.stderr)
 
 
 def main():
@@ -226,28 +248,24 @@ def main():
         complete = complete and bool(operations)
 
     results = {
-        "machine": describe_machine(options.bin, load),
+        "date": time.strftime("%Y-%m-%d", time.gmtime()),
+        "library": read_cache(options.bin, "CMAKE_PROJECT_VERSION"),
+        "machine": describe_machine(options.bin),
+        "load": round(load, 2),
         "passes": options.passes,
         "quick": options.quick,
         "systems": {
-            system.name: {"describe": system.description, "thread_each": system.thread_each}
+            system.name: {"describe": system.description, "threads": system.threads}
             for system in systems
             if system.only is None
         },
         "left_out": left_out,
-        "measurements": measurements,
+        "cases": data.summarise(measurements),
         "operations": operations,
     }
-    os.makedirs(options.output, exist_ok=True)
-    with open(os.path.join(options.output, "results.json"), "w", encoding="utf-8") as file:
-        json.dump(results, file, indent=1)
-    text = tables.write(results)
-    with open(os.path.join(options.output, "results.md"), "w", encoding="utf-8") as file:
-        file.write(text)
+    write(results, choose_folder(options, complete))
     print(tables.write_targets(results))
     print(tables.write_kit_targets(results))
-    figures.draw(results, os.path.join(options.output, "plots"))
-    print(f"Written: {options.output}: results.json, results.md, plots", file=sys.stderr)
     return 0 if complete else 1
 
 

@@ -1,14 +1,13 @@
 """Results as Markdown."""
 import targets
-from data import FLOOR, KIT, OURS, TITLES, VALUES, Measured
+from data import FLOOR, KIT, OURS, TITLES, VALUES, Measured, get_unit
 
-QUICK_NOTE = "This was a quick run, which shows that everything works. **Its figures mean nothing**.\n"
+QUICK_NOTE = "This was a quick run, which only shows that everything works. **Its figures mean nothing**.\n"
+GENERATED = "<!-- Generated from results.json: scripts/bench.sh measures anew, bench/publish.py writes this page. -->\n"
 
 
 def format_number(value):
-    """Three digits that count, and no more."""
-    if value is None:
-        return "-"
+    """Three digits that count."""
     size = abs(value)
     if size >= 1000:
         return f"{float(f'{value:.3g}'):,.0f}"
@@ -17,16 +16,38 @@ def format_number(value):
     return f"{value:.1f}" if size >= 10 else f"{value:.2f}" if size >= 0.1 else f"{value:.2g}"
 
 
-def format_range(found):
+def choose_unit(name, value):
+    """What a value is divided by, and the unit to print after it; times get the one that suits them."""
+    seconds = get_unit(name)
+    if seconds is None:
+        return 1, ""
+    units = [(1 / seconds, " s"), (1e-3 / seconds, " ms"), (1e-6 / seconds, " µs")]
+    return next((unit for unit in units if abs(value) >= 0.9995 * unit[0]), units[-1])
+
+
+def format_value(name, value):
+    if value is None:
+        return "-"
+    size, unit = choose_unit(name, value)
+    return format_number(value / size) + unit
+
+
+def format_range(name, found):
     if found is None:
         return "-"
-    median, least, greatest = found
-    spread = f" ({format_number(least)}-{format_number(greatest)})" if least < greatest else ""
-    return format_number(median) + spread
+    size, unit = choose_unit(name, found["median"])
+    text = format_number(found["median"] / size) + unit
+    if found.get("least", 0) < found.get("greatest", 0):
+        text += f" ({format_number(found['least'] / size)} to {format_number(found['greatest'] / size)})"
+    return text
 
 
 def format_ratio(value, other):
     return format_number(value / other) if value is not None and other is not None and other > 0 else "-"
+
+
+def format_peer(name, best):
+    return f"{format_value(name, best[1])} ({best[0]})" if best else "-"
 
 
 def make_row(cells):
@@ -39,10 +60,27 @@ def make_table(heads, rows):
 
 def describe_machine(results):
     machine = results["machine"]
-    return (
-        f"{machine['cores']} cores of {machine['processor']}; {machine['kernel']}; {machine['compiler']}; "
-        f"{machine['date']}; load average before the start {machine['load']}; passes: {results['passes']}\n"
-    )
+    memory = machine.get("memory")
+    parts = [
+        results["date"],
+        f"version {results['library']}",
+        f"{machine['cores']} cores of {machine['processor']}",
+        memory and f"{memory} of memory",
+        machine["system"],
+        machine["compiler"],
+        f"load average before the start {results['load']}",
+        f"passes: {results['passes']}",
+    ]
+    return "; ".join(part for part in parts if part) + ".\n"
+
+
+def describe_systems(results):
+    lines = []
+    for name, system in results["systems"].items():
+        threads = "a thread per task" if system["threads"] is None else f"tasks at once: {system['threads']}"
+        lines.append(f"- {name}: {system['describe']}; {threads}")
+    lines += [f"- left out: {what}" for what in results["left_out"]]
+    return "\n".join(lines) + "\n"
 
 
 def describe_verdict(results, measured, place, system=OURS):
@@ -53,86 +91,81 @@ def describe_verdict(results, measured, place, system=OURS):
     return "; ".join(target.text for target in found), "; ".join(verdicts)
 
 
-def make_target_row(results, measured, place):
+def describe_place(place):
     workload, case, name = place
-    ours = measured.range(workload, case, name, OURS)
-    floor = measured.median(workload, case, name, FLOOR)
-    best = measured.best_peer(workload, case, name)
-    what = ", ".join(part for part in (case, VALUES[name][0]) if part)
+    return [workload, ", ".join(part for part in (case, VALUES[name][0]) if part)]
+
+
+def make_target_row(results, measured, place):
+    name = place[2]
+    ours, floor = measured.range(*place, OURS), measured.median(*place, FLOOR)
+    best = measured.best_peer(*place)
     return [
-        workload,
-        what,
-        format_range(ours),
-        format_number(floor),
-        format_ratio(ours[0], floor),
-        f"{format_number(best[1])} ({best[0]})" if best else "-",
-        format_ratio(ours[0], best[1]) if best else "-",
+        *describe_place(place),
+        format_range(name, ours),
+        format_value(name, floor),
+        format_ratio(ours["median"], floor),
+        format_peer(name, best),
+        format_ratio(ours["median"], best and best[1]),
         *describe_verdict(results, measured, place),
     ]
 
 
-def write_targets(results):
-    """What the pool reached, beside floor and best peer."""
-    measured = Measured(results)
-    heads = ["", "what", "ours: median (least-greatest)", "floor", "ours / floor"]
-    heads += ["best peer", "ours / peer", "target", "verdict"]
-    rows = [
-        make_target_row(results, measured, (workload, case, name))
-        for workload, cases in measured.cases.items()
-        for case in cases
-        for name in measured.values(workload, case)
-        if measured.median(workload, case, name, OURS) is not None and targets.find(measured, workload, case, name)
-    ]
-    return make_table(heads, rows)
-
-
 def make_kit_row(results, measured, place):
-    workload, case, name = place
-    kit = measured.range(workload, case, name, KIT)
-    ours = measured.median(workload, case, name, OURS)
-    best = measured.best_peer(workload, case, name)
+    name = place[2]
+    kit, ours = measured.range(*place, KIT), measured.median(*place, OURS)
     return [
-        workload,
-        ", ".join(part for part in (case, VALUES[name][0]) if part),
-        format_range(kit),
-        format_number(ours),
-        format_ratio(kit[0], ours),
-        f"{format_number(best[1])} ({best[0]})" if best else "-",
+        *describe_place(place),
+        format_range(name, kit),
+        format_value(name, ours),
+        format_ratio(kit["median"], ours),
+        format_peer(name, measured.best_peer(*place)),
         *describe_verdict(results, measured, place, KIT),
     ]
 
 
-def write_kit_targets(results):
-    """What the host kit reached, beside the bare functions and the best peer."""
-    measured = Measured(results)
-    heads = ["", "what", "kit: median (least-greatest)", "bare", "kit / bare", "best peer", "target", "verdict"]
-    rows = [
-        make_kit_row(results, measured, (workload, case, name))
+def find_places(measured, system):
+    """Workload, case and name of each value of the system that has a target."""
+    return [
+        (workload, case, name)
         for workload, cases in measured.cases.items()
         for case in cases
         for name in measured.values(workload, case)
-        if measured.median(workload, case, name, KIT) is not None
-        and targets.find(measured, workload, case, name, KIT)
+        if measured.range(workload, case, name, system) and targets.find(measured, workload, case, name, system)
     ]
-    return make_table(heads, rows)
 
 
-def write_cell(measured, workload, case, name, system):
-    refusal = measured.refusals.get((workload, case, system))
-    return f"not offered: {refusal}" if refusal else format_range(measured.range(workload, case, name, system))
+def write_targets(results):
+    """What the pool reached, with floor and best peer."""
+    measured = Measured(results)
+    heads = ["", "what", "ours: median (least to greatest)", "floor", "ours / floor"]
+    heads += ["best peer", "ours / peer", "target", "verdict"]
+    return make_table(heads, [make_target_row(results, measured, place) for place in find_places(measured, OURS)])
+
+
+def write_kit_targets(results):
+    """What the host kit reached, with the bare functions and the best peer."""
+    measured = Measured(results)
+    heads = ["", "what", "kit: median (least to greatest)", "bare", "kit / bare", "best peer", "target", "verdict"]
+    return make_table(heads, [make_kit_row(results, measured, place) for place in find_places(measured, KIT)])
+
+
+def write_cell(measured, place, system):
+    refusal = measured.refusals(*place[:2]).get(system)
+    return f"not offered: {refusal}" if refusal else format_range(place[2], measured.range(*place, system))
 
 
 def write_value(measured, workload, name):
-    """One value of a workload: systems below each other, cases beside each other."""
+    """One value of a workload: a row for each system, a column for each case."""
     cases = [case for case in measured.cases[workload] if name in measured.values(workload, case)]
     names = {system: None for case in cases for system in measured.medians(workload, case, name)}
-    names.update({system: None for at, case, system in measured.refusals if at == workload and case in cases})
+    names.update({system: None for case in cases for system in measured.refusals(workload, case)})
     rows = [
         [f"**{system}**" if system == OURS else system]
-        + [write_cell(measured, workload, case, name, system) for case in cases]
+        + [write_cell(measured, (workload, case, name), system) for case in cases]
         for system in names
     ]
-    return make_table([VALUES[name][0]] + [case or "median (least-greatest)" for case in cases], rows)
+    return make_table([VALUES[name][0]] + [case or "median (least to greatest)" for case in cases], rows)
 
 
 def write_workload(measured, workload):
@@ -142,24 +175,25 @@ def write_workload(measured, workload):
 
 
 def write_operations(results):
-    """What Google Benchmark measured, in nanoseconds."""
+    """What Google Benchmark measured; results keep its nanoseconds as microseconds."""
     rows = [
-        [name, format_range(measurement["real_time"]), format_range(measurement["cpu_time"])]
-        for name, measurement in results["operations"].items()
+        [name, format_range("wall_us", operation["wall_us"]), format_range("cpu_us", operation["cpu_us"])]
+        for name, operation in results["operations"].items()
     ]
-    heads = ["median (least-greatest)", "wall time, ns", "CPU of the caller, ns"]
-    return "## Single operations\n\n" + make_table(heads, rows)
+    return "## Single operations\n\n" + make_table(["median (least to greatest)", "wall time", "CPU of the caller"], rows)
 
 
 def write(results):
     measured = Measured(results)
-    systems = [f"- {name}: {system['describe']}" for name, system in results["systems"].items()]
-    left_out = [f"- left out: {what}" for what in results["left_out"]]
-    parts = ["# Benchmark results\n", describe_machine(results)]
+    parts = ["# Benchmark results\n", GENERATED, describe_machine(results)]
     if results["quick"]:
         parts.append(QUICK_NOTE)
-    parts += ["\n".join(systems + left_out) + "\n", "## Targets\n", write_targets(results)]
-    parts += ["## Targets of the host kit\n", write_kit_targets(results)]
+    if "note" in results:
+        parts.append(results["note"] + "\n")
+    parts += [describe_systems(results), "[README.md](README.md) says what each workload does.\n"]
+    parts += ["## Targets\n", write_targets(results)]
+    if KIT in results["systems"]:
+        parts += ["## Targets of the host kit\n", write_kit_targets(results)]
     parts += [write_workload(measured, workload) for workload in measured.cases]
     if results["operations"]:
         parts.append(write_operations(results))

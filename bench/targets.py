@@ -1,10 +1,10 @@
-"""What the pool is to reach."""
+"""What the pool should reach."""
 from data import FLOOR, KIT, OURS
 
 
 class Target:
-    """A text, and a function that says what a value must not exceed, or fall below; None when that cannot be told
-    because something was not measured."""
+    """A text, and a function that gives the most that a value may be, or the least; None when something that it
+    compares with was not measured."""
 
     def __init__(self, text, bound, at_least=False):
         self.text = text
@@ -37,21 +37,21 @@ def fixed(value):
 
 
 def fifteenth_of_pools(measured, workload, case, name):
-    """Of the fastest peer that does not start a thread for each task."""
+    """A 15th of the time of the fastest peer that does not start a thread for each task."""
     pools = [
         value
         for system, value in measured.medians(workload, case, name).items()
-        if measured.is_peer(system) and not measured.systems[system]["thread_each"]
+        if measured.is_peer(system) and measured.systems[system]["threads"] is not None
     ]
     return min(pools) / 15 if pools else None
 
 
 def one_in_ten_thousand(measured, workload, case, name):
-    return measured.positions[workload, case] / 10000
+    return measured.position(workload, case) / 10000
 
 
 def times_first(factor):
-    """Of what the pool itself did in the workload's first case."""
+    """A multiple of the pool's own value in the workload's first case."""
 
     def bound(measured, workload, case, name):
         first = measured.median(workload, measured.cases[workload][0], name, OURS)
@@ -61,7 +61,7 @@ def times_first(factor):
 
 
 def times_ours(factor):
-    """Of the bare functions, which the kit stands on."""
+    """A multiple of the value of the bare functions, which the kit uses."""
 
     def bound(measured, workload, case, name):
         ours = measured.median(workload, case, name, OURS)
@@ -76,7 +76,7 @@ HALF_OF_FLOOR = Target("at least half of the floor", times_floor(0.5), at_least=
 FEW_RETRIES = Target("at most 1 in 10,000 tasks", one_in_ten_thousand)
 MEAN_DELAY = Target("at most 6 ms", fixed(6))
 LONG_DELAY = Target("at most 15 ms", fixed(15))
-TWICE_FIRST = Target("at most 2 x that of none finished", times_first(2))
+TWICE_FIRST = Target("at most 2 x the value with none finished", times_first(2))
 
 # Workload, number of the case in order of appearance, value: targets.
 TARGETS = {
@@ -117,7 +117,7 @@ TARGETS = {
 
 BARE_FUNCTIONS = Target("at most 1.15 x the bare functions", times_ours(1.15))
 
-# The same for the host kit.
+# The host kit's, in the same form.
 KIT_TARGETS = {
     ("W2", 0, "submitter_us"): [BARE_FUNCTIONS],
     ("W2", 0, "process_us"): [BARE_FUNCTIONS],
@@ -129,7 +129,7 @@ KIT_TARGETS = {
 
 
 def find(measured, workload, case, name, system=OURS):
-    """The targets that stand for this value."""
+    """The targets for this value."""
     known = KIT_TARGETS if system == KIT else TARGETS
     cases = measured.cases[workload]
     number = cases.index(case)

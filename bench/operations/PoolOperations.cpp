@@ -1,4 +1,4 @@
-// The pool's plain functions. A finished task leaves its record behind, so the number of steps is fixed.
+// The pool's bare functions. Each finished task leaves a task record behind, so the number of steps is fixed.
 
 #include "QuenPlugins/ZelTaskPool/TaskPoolExports.h"
 
@@ -9,7 +9,7 @@ namespace
 constexpr int STEPS = 10000;
 const std::string CALL_INFO = "benchmark";
 
-/// Each submitter is an owner. The runs go on beside, and are waited for outside of the time.
+/// Each submitter is an owner. Tasks run in parallel; the wait for the last ones is not part of the time.
 void SubmitTask(benchmark::State& _clsState)
 {
     char cOwner = 0;

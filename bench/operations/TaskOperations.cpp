@@ -10,7 +10,7 @@ namespace
 constexpr int ONE_SHOT = -1;
 const std::string CALL_INFO = "benchmark";
 
-/// Fills the registry, and empties it again.
+/// Fills the registry for its lifetime.
 class CLS_Registered
 {
 public:
@@ -55,7 +55,7 @@ void GetTask(benchmark::State& _clsState)
     for ([[maybe_unused]] const auto itStep : _clsState)
     {
         benchmark::DoNotOptimize(CLS_Task::GetTask(clsTasks.GetIds()[uiNext]).lock());
-        // A stride that visits all, in no order that memory likes.
+        // A stride that visits all tasks in an order that defeats the caches.
         uiNext = (uiNext + 7919) % clsTasks.GetIds().size();
     }
 }

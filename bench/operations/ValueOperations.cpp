@@ -7,7 +7,7 @@
 
 namespace
 {
-const std::string TEXT = "a text that is too long to be kept in place";
+const std::string TEXT = "a text that is too long for the short string buffer";
 
 CLS_CVariant MakeList()
 {

@@ -9,7 +9,7 @@ int main(int _iArguments, char** _ppArguments)
     {
         return EXIT_FAILURE;
     }
-    // The first use must not race another.
+    // Two threads must not make the first use at the same time.
     RemoveTask("", "benchmark");
     benchmark::RunSpecifiedBenchmarks();
     UnInit();

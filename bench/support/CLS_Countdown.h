@@ -5,7 +5,9 @@
 #include <cstddef>
 #include <mutex>
 
-/// Lets a thread sleep until so many things have happened. Cheap to count, for tasks do it. Thread-safe.
+/// Blocks threads until a number of events has happened. Counting is cheap, because tasks do it.
+///
+/// Threads: any.
 class CLS_Countdown
 {
 public:

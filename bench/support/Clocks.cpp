@@ -11,7 +11,7 @@ std::chrono::nanoseconds ReadClock(clockid_t _iClock)
     timespec stTime{};
     if (clock_gettime(_iClock, &stTime) != 0)
     {
-        throw std::system_error(errno, std::generic_category(), "no clock for CPU time");
+        throw std::system_error(errno, std::generic_category(), "cannot read the clock of CPU time");
     }
     return std::chrono::seconds(stTime.tv_sec) + std::chrono::nanoseconds(stTime.tv_nsec);
 }

@@ -2,7 +2,9 @@
 
 #include <chrono>
 
-/// What the system says about time. Any thread.
+/// Wall time and CPU time.
+///
+/// Threads: any.
 namespace Clocks
 {
 using TimePoint = std::chrono::steady_clock::time_point;
@@ -27,10 +29,10 @@ inline double ToMicroseconds(std::chrono::nanoseconds _nsTime)
     return std::chrono::duration<double, std::micro>(_nsTime).count();
 }
 
-/// The CPU time that all threads of the process, or the calling thread, have used so far.
+/// The CPU time of all threads of the process, and of the calling thread.
 std::chrono::nanoseconds GetProcessCpu();
 std::chrono::nanoseconds GetThreadCpu();
 
-/// Computes until the calling thread has used so much CPU time: a loaded machine makes it longer, not less.
+/// Computes until the calling thread has used _nsTime of CPU. On a busy machine, this takes longer.
 void UseCpu(std::chrono::nanoseconds _nsTime);
 } // namespace Clocks

@@ -10,18 +10,18 @@ namespace
 {
 constexpr long RETRY_NANOSECONDS = 100'000'000;
 
-std::atomic<std::uint64_t> s_uiRetries{0};
+std::atomic<std::uint64_t> g_uiRetries{0};
 
 void NoteSleep(const timespec* _pLength)
 {
     if (_pLength->tv_sec == 0 && _pLength->tv_nsec == RETRY_NANOSECONDS)
     {
-        ++s_uiRetries;
+        ++g_uiRetries;
     }
 }
 } // namespace
 
-/// These two stand in front of the system's functions of the same names.
+/// These two interpose the system's functions of the same names.
 extern "C" int nanosleep(const timespec* _pLength, timespec* _pRest)
 {
     static auto* const s_pSleep = GetNextFunction<decltype(nanosleep)>("nanosleep");
@@ -41,7 +41,7 @@ extern "C" int clock_nanosleep(clockid_t _iClock, int _iFlags, const timespec* _
 
 std::optional<std::uint64_t> CountRetrySleeps()
 {
-    return s_uiRetries.load();
+    return g_uiRetries.load();
 }
 #else
 std::optional<std::uint64_t> CountRetrySleeps()

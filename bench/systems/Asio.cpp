@@ -16,7 +16,7 @@ unsigned GetDefaultThreads()
     return 2 * std::thread::hardware_concurrency();
 }
 
-struct ST_Loop
+struct ST_AsioLoop
 {
     boost::asio::steady_timer m_clsTimer;
     std::function<void()> m_funTask;
@@ -49,18 +49,18 @@ public:
         boost::asio::post(m_clsPool, _funTask);
     }
 
-    bool OffersLoops() const override { return true; }
+    bool HasLoops() const override { return true; }
     void AddLoop(const std::function<void()>& _funTask, int _iInterval) override
     {
         m_lstLoops.push_back({boost::asio::steady_timer(m_clsPool, std::chrono::seconds(0)), _funTask,
                               std::chrono::milliseconds(_iInterval)});
-        ST_Loop& stLoop = m_lstLoops.back();
+        ST_AsioLoop& stLoop = m_lstLoops.back();
         stLoop.m_clsTimer.async_wait([&stLoop](const boost::system::error_code& _clsError)
                                      { stLoop.Run(_clsError); });
     }
     void RemoveLoops() override
     {
-        // A timer must not be touched while its handler sets it anew: the pool is stopped for that.
+        // Only a stopped pool allows this: a timer must not be touched while its handler sets it again.
         m_clsPool.stop();
         m_clsPool.join();
         m_lstLoops.clear();
@@ -69,7 +69,7 @@ public:
 private:
     const unsigned m_uiThreads;
     boost::asio::thread_pool m_clsPool;
-    std::list<ST_Loop> m_lstLoops;
+    std::list<ST_AsioLoop> m_lstLoops;
 };
 } // namespace
 
@@ -81,11 +81,10 @@ const char* System::GetName()
 std::string System::Describe()
 {
     return "Boost " + std::to_string(BOOST_VERSION / 100000) + "." +
-           std::to_string(BOOST_VERSION / 100 % 1000) + ", thread_pool, " +
-           std::to_string(GetDefaultThreads()) + " threads by default";
+           std::to_string(BOOST_VERSION / 100 % 1000) + ", thread_pool";
 }
 
-bool System::TakesThreads()
+bool System::HasThreadSetting()
 {
     return true;
 }

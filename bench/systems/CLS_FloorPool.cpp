@@ -6,7 +6,7 @@
 
 namespace
 {
-/// A text of the same length as the pool's ids.
+/// A text as long as the pool's ids.
 std::string MakeId()
 {
     static std::atomic<unsigned> s_uiCount{0};
@@ -54,10 +54,10 @@ void CLS_FloorPool::RemoveTasks(void* _pOwner)
     ForgetTasks(TakeOwned(_pOwner));
 }
 
-/// Forgets tasks, all of them before it waits for the first run.
+/// Takes all tasks out of the registry, then waits for those that run.
 void CLS_FloorPool::ForgetTasks(const std::list<std::string>& _lstTasks)
 {
-    std::vector<std::shared_ptr<ST_Record>> vecRecords;
+    std::vector<std::shared_ptr<ST_FloorTask>> vecRecords;
     for (const std::string& strTask : _lstTasks)
     {
         const std::lock_guard<std::mutex> lock(m_mtxRegistry);
@@ -68,7 +68,7 @@ void CLS_FloorPool::ForgetTasks(const std::list<std::string>& _lstTasks)
             m_mapRegistry.erase(itRecord);
         }
     }
-    for (const std::shared_ptr<ST_Record>& pRecord : vecRecords)
+    for (const std::shared_ptr<ST_FloorTask>& pRecord : vecRecords)
     {
         std::unique_lock<std::mutex> lock(m_mtxOwners);
         m_cvRunEnd.wait(lock, [&pRecord] { return !pRecord->m_bRunning; });
@@ -90,7 +90,7 @@ void CLS_FloorPool::RemoveLoops()
 std::string CLS_FloorPool::Register(const std::function<void()>& _funTask,
                                     std::chrono::milliseconds _msInterval)
 {
-    auto pRecord = std::make_shared<ST_Record>();
+    auto pRecord = std::make_shared<ST_FloorTask>();
     pRecord->m_funTask = _funTask;
     pRecord->m_msInterval = _msInterval;
     std::string strTask = MakeId();
@@ -99,8 +99,8 @@ std::string CLS_FloorPool::Register(const std::function<void()>& _funTask,
     return strTask;
 }
 
-/// Null when the task was removed.
-std::shared_ptr<CLS_FloorPool::ST_Record> CLS_FloorPool::BeginRun(const std::string& _strTask)
+/// Returns null if the task was removed.
+std::shared_ptr<CLS_FloorPool::ST_FloorTask> CLS_FloorPool::BeginRun(const std::string& _strTask)
 {
     const std::lock_guard<std::mutex> lock(m_mtxRegistry);
     const auto itRecord = m_mapRegistry.find(_strTask);
@@ -234,7 +234,7 @@ void CLS_FloorPool::Work(ST_Worker& _stWorker)
 
 void CLS_FloorPool::RunTask(const std::string& _strTask)
 {
-    const std::shared_ptr<ST_Record> pRecord = BeginRun(_strTask);
+    const std::shared_ptr<ST_FloorTask> pRecord = BeginRun(_strTask);
     if (!pRecord)
     {
         return;

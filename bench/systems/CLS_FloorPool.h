@@ -13,16 +13,20 @@
 #include <thread>
 #include <vector>
 
-/// The least that a pool with this one's contract can do, without a thought for failures, records or the end:
-/// for each submission one draw from the random device, a copy of the callable, the entries of the registry,
-/// of both owner maps and of the queue; for each run two hand-offs between sleeping threads, submitter to
-/// dispatcher to worker; for loop tasks a look every 10 ms. Threads are bare, and made on demand; the one
-/// made first is reused first.
+/// The least that a pool with this one's contract can do. It handles no failures, writes no log records and
+/// cannot shut down while tasks run.
+///
+/// - Each submission costs one read of the random device, a copy of the callable, and an entry in the
+/// registry, in
+///   both owner maps and in the queue.
+/// - Each run costs two hand-offs between sleeping threads: from submitter to dispatcher to worker.
+/// - Loop tasks cost a poll every 10 ms.
+/// - Workers are plain threads, started on demand. The lowest idle one runs the next task.
 class CLS_FloorPool
 {
 public:
     CLS_FloorPool();
-    /// Nothing may be queued or running.
+    /// No task may be queued or running.
     ~CLS_FloorPool();
     CLS_FloorPool(const CLS_FloorPool&) = delete;
     CLS_FloorPool& operator=(const CLS_FloorPool&) = delete;
@@ -41,7 +45,7 @@ private:
     static constexpr std::chrono::milliseconds ONE_SHOT{-1};
     static constexpr std::chrono::milliseconds POLL{10};
 
-    struct ST_Record
+    struct ST_FloorTask
     {
         std::function<void()> m_funTask;
         std::chrono::milliseconds m_msInterval;
@@ -66,7 +70,7 @@ private:
     };
 
     std::string Register(const std::function<void()>& _funTask, std::chrono::milliseconds _msInterval);
-    std::shared_ptr<ST_Record> BeginRun(const std::string& _strTask);
+    std::shared_ptr<ST_FloorTask> BeginRun(const std::string& _strTask);
     void AddOwner(const std::string& _strTask, void* _pOwner);
     void DropOwner(const std::string& _strTask);
     std::list<std::string> TakeOwned(void* _pOwner);
@@ -82,7 +86,7 @@ private:
     void QueueDue();
 
     std::mutex m_mtxRegistry; ///< guards m_mapRegistry
-    std::map<std::string, std::shared_ptr<ST_Record>> m_mapRegistry;
+    std::map<std::string, std::shared_ptr<ST_FloorTask>> m_mapRegistry;
 
     std::mutex m_mtxOwners; ///< guards both owner maps
     std::condition_variable m_cvRunEnd;

@@ -1,4 +1,4 @@
-// The floor: what no pool with this one's contract can do without.
+// The floor: the least that a pool with this one's contract can do.
 
 #include "bench/systems/CLS_FloorPool.h"
 #include "bench/workloads/CLS_System.h"
@@ -15,10 +15,10 @@ public:
         m_clsPool.AddTask(_funTask, _pOwner);
     }
 
-    bool OffersRemoval() const override { return true; }
+    bool HasRemoval() const override { return true; }
     void Remove(void* _pOwner) override { m_clsPool.RemoveTasks(_pOwner); }
 
-    bool OffersLoops() const override { return true; }
+    bool HasLoops() const override { return true; }
     void AddLoop(const std::function<void()>& _funTask, int _iInterval) override
     {
         m_clsPool.AddLoop(_funTask, std::chrono::milliseconds(_iInterval));
@@ -37,10 +37,10 @@ const char* System::GetName()
 
 std::string System::Describe()
 {
-    return "what the contract cannot avoid, up to 301 threads";
+    return "the least that a pool with this contract can do";
 }
 
-bool System::TakesThreads()
+bool System::HasThreadSetting()
 {
     return false;
 }

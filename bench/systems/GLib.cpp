@@ -33,7 +33,7 @@ public:
 
     ~CLS_GLib() override
     {
-        // Not at once, but when all has run.
+        // Waits until all tasks have run.
         g_thread_pool_free(m_pPool, FALSE, TRUE);
         if (m_pLoop != nullptr)
         {
@@ -49,7 +49,7 @@ public:
         g_thread_pool_push(m_pPool, new Task(_funTask), nullptr);
     }
 
-    bool OffersLoops() const override { return true; }
+    bool HasLoops() const override { return true; }
     void AddLoop(const Task& _funTask, int _iInterval) override
     {
         if (m_pLoop == nullptr)
@@ -59,7 +59,7 @@ public:
             m_clsLoopThread = std::thread([this] { g_main_loop_run(m_pLoop); });
         }
         m_vecLoops.push_back(
-            std::make_unique<ST_Loop>(ST_Loop{*this, _funTask, static_cast<guint>(_iInterval)}));
+            std::make_unique<ST_GLibLoop>(ST_GLibLoop{*this, _funTask, static_cast<guint>(_iInterval)}));
         PushRun(*m_vecLoops.back());
     }
     void RemoveLoops() override
@@ -74,7 +74,7 @@ public:
     }
 
 private:
-    struct ST_Loop
+    struct ST_GLibLoop
     {
         CLS_GLib& m_clsSystem;
         Task m_funTask;
@@ -83,18 +83,18 @@ private:
 
     static gboolean OnTimeout(gpointer _pLoop)
     {
-        auto* const pLoop = static_cast<ST_Loop*>(_pLoop);
+        auto* const pLoop = static_cast<ST_GLibLoop*>(_pLoop);
         pLoop->m_clsSystem.PushRun(*pLoop);
         return G_SOURCE_REMOVE;
     }
 
-    void PushRun(ST_Loop& _stLoop)
+    void PushRun(ST_GLibLoop& _stLoop)
     {
         ++m_iRuns;
         Submit([this, &_stLoop] { Run(_stLoop); }, nullptr);
     }
 
-    void Run(ST_Loop& _stLoop)
+    void Run(ST_GLibLoop& _stLoop)
     {
         _stLoop.m_funTask();
         if (!m_bEnding)
@@ -113,8 +113,8 @@ private:
     GMainLoop* m_pLoop = nullptr;
     std::thread m_clsLoopThread;
     std::atomic<bool> m_bEnding{false};
-    std::atomic<int> m_iRuns{0}; ///< of loop tasks, pushed and not over
-    std::vector<std::unique_ptr<ST_Loop>> m_vecLoops;
+    std::atomic<int> m_iRuns{0}; ///< runs of loop tasks that were pushed and have not ended
+    std::vector<std::unique_ptr<ST_GLibLoop>> m_vecLoops;
 };
 } // namespace
 
@@ -126,11 +126,10 @@ const char* System::GetName()
 std::string System::Describe()
 {
     return "GLib " + std::to_string(glib_major_version) + "." + std::to_string(glib_minor_version) +
-           ", GThreadPool, " + std::to_string(g_get_num_processors()) +
-           " threads: it has no default, and this is the usual choice";
+           ", GThreadPool; it has no default, so one thread per core";
 }
 
-bool System::TakesThreads()
+bool System::HasThreadSetting()
 {
     return true;
 }

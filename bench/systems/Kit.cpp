@@ -1,4 +1,4 @@
-// The pool, as a host uses it through the host kit.
+// The pool through the host kit.
 
 #include "QuenHost/CLS_LoopTask.h"
 #include "QuenHost/CLS_PoolScope.h"
@@ -29,10 +29,10 @@ public:
         }
     }
 
-    bool OffersRemoval() const override { return true; }
+    bool HasRemoval() const override { return true; }
     void Remove(void* _pOwner) override { FindOwner(_pOwner).RemoveTasks(); }
 
-    bool OffersLoops() const override { return true; }
+    bool HasLoops() const override { return true; }
     void AddLoop(const std::function<void()>& _funTask, int _iInterval) override
     {
         m_vecLoops.emplace_back(m_clsPool, _funTask, _iInterval, "benchmark");
@@ -40,8 +40,8 @@ public:
     void RemoveLoops() override { m_vecLoops.clear(); }
 
 private:
-    /// A host has its owner at hand. Here it stands for a pointer, so the search takes no lock.
-    struct ST_Owner
+    /// The owner that stands for a pointer. A host has its owner at hand, so the search here takes no lock.
+    struct ST_KitOwner
     {
         std::atomic<void*> m_pKey{nullptr};
         std::optional<CLS_TaskOwner> m_clsOwner;
@@ -49,7 +49,7 @@ private:
 
     CLS_TaskOwner& FindOwner(void* _pKey)
     {
-        for (ST_Owner& stOwner : m_arrOwners)
+        for (ST_KitOwner& stOwner : m_arrOwners)
         {
             if (stOwner.m_pKey.load(std::memory_order_acquire) == _pKey)
             {
@@ -62,7 +62,7 @@ private:
     CLS_TaskOwner& MakeOwner(void* _pKey)
     {
         const std::lock_guard<std::mutex> lock(m_mtxOwners);
-        for (ST_Owner& stOwner : m_arrOwners)
+        for (ST_KitOwner& stOwner : m_arrOwners)
         {
             if (stOwner.m_pKey.load() == nullptr)
             {
@@ -74,12 +74,12 @@ private:
                 return *stOwner.m_clsOwner;
             }
         }
-        throw std::runtime_error("more owners than the benchmark knows");
+        throw std::runtime_error("the benchmark has no room for another owner");
     }
 
     const CLS_PoolScope m_clsPool;
-    std::mutex m_mtxOwners; ///< for those that make an owner
-    std::array<ST_Owner, 16> m_arrOwners;
+    std::mutex m_mtxOwners; ///< guards the creation of owners
+    std::array<ST_KitOwner, 16> m_arrOwners;
     std::vector<CLS_LoopTask> m_vecLoops;
 };
 } // namespace
@@ -91,10 +91,10 @@ const char* System::GetName()
 
 std::string System::Describe()
 {
-    return "this pool through its host kit, up to 300 threads";
+    return "this pool through its host kit";
 }
 
-bool System::TakesThreads()
+bool System::HasThreadSetting()
 {
     return false;
 }

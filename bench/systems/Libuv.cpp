@@ -39,7 +39,7 @@ public:
 
     void Submit(const std::function<void()>& _funTask, void* _pOwner) override
     {
-        auto pWork = std::make_unique<ST_Work>();
+        auto pWork = std::make_unique<ST_UvWork>();
         pWork->m_pSystem = this;
         pWork->m_funTask = _funTask;
         pWork->m_pOwner = _pOwner;
@@ -50,27 +50,27 @@ public:
         uv_async_send(&m_uvWake);
     }
 
-    bool OffersRemoval() const override { return true; }
+    bool HasRemoval() const override { return true; }
     void Remove(void* _pOwner) override
     {
         CallInThread(
             [this, _pOwner]
             {
-                for (ST_Work* const pWork : m_mapQueued[_pOwner])
+                for (ST_UvWork* const pWork : m_mapQueued[_pOwner])
                 {
-                    // Refused for what runs already.
+                    // This fails for running tasks.
                     uv_cancel(reinterpret_cast<uv_req_t*>(&pWork->m_uvWork));
                 }
             });
     }
 
-    bool OffersLoops() const override { return true; }
+    bool HasLoops() const override { return true; }
     void AddLoop(const std::function<void()>& _funTask, int _iInterval) override
     {
         CallInThread(
             [this, &_funTask, _iInterval]
             {
-                auto pLoop = std::make_unique<ST_Loop>();
+                auto pLoop = std::make_unique<ST_UvLoop>();
                 pLoop->m_pSystem = this;
                 pLoop->m_funTask = _funTask;
                 pLoop->m_uiInterval = static_cast<std::uint64_t>(_iInterval);
@@ -92,7 +92,7 @@ public:
                     uv_close(reinterpret_cast<uv_handle_t*>(&pLoop->m_uvTimer), nullptr);
                 }
             });
-        // The last runs end.
+        // Wait for the last runs.
         for (bool bRunning = true; bRunning;)
         {
             CallInThread([this, &bRunning] { bRunning = m_iRuns > 0; });
@@ -100,7 +100,7 @@ public:
     }
 
 private:
-    struct ST_Work
+    struct ST_UvWork
     {
         uv_work_t m_uvWork{};
         CLS_Libuv* m_pSystem = nullptr;
@@ -108,7 +108,7 @@ private:
         void* m_pOwner = nullptr;
     };
 
-    struct ST_Loop
+    struct ST_UvLoop
     {
         uv_timer_t m_uvTimer{};
         uv_work_t m_uvWork{};
@@ -117,7 +117,7 @@ private:
         std::uint64_t m_uiInterval = 0;
     };
 
-    /// Has the loop's thread call _funCall, and waits for that.
+    /// Calls _funCall in the loop's thread and waits for its end.
     void CallInThread(const std::function<void()>& _funCall)
     {
         std::promise<void> clsDone;
@@ -136,14 +136,14 @@ private:
 
     void TakeCalls()
     {
-        std::vector<std::unique_ptr<ST_Work>> vecSubmitted;
+        std::vector<std::unique_ptr<ST_UvWork>> vecSubmitted;
         std::vector<std::function<void()>> vecCalls;
         {
             const std::lock_guard<std::mutex> lock(m_mtxCalls);
             vecSubmitted.swap(m_vecSubmitted);
             vecCalls.swap(m_vecCalls);
         }
-        for (std::unique_ptr<ST_Work>& pWork : vecSubmitted)
+        for (std::unique_ptr<ST_UvWork>& pWork : vecSubmitted)
         {
             QueueWork(pWork.release());
         }
@@ -153,40 +153,40 @@ private:
         }
     }
 
-    /// Whoever is told of the work's end frees it.
-    static void QueueWork(ST_Work* _pWork)
+    /// The callback of the work's end frees it.
+    static void QueueWork(ST_UvWork* _pWork)
     {
         _pWork->m_uvWork.data = _pWork;
         _pWork->m_pSystem->m_mapQueued[_pWork->m_pOwner].insert(_pWork);
         uv_queue_work(
             &_pWork->m_pSystem->m_uvLoop, &_pWork->m_uvWork,
-            [](uv_work_t* _pWorkBegun) { static_cast<ST_Work*>(_pWorkBegun->data)->m_funTask(); },
+            [](uv_work_t* _pWorkBegun) { static_cast<ST_UvWork*>(_pWorkBegun->data)->m_funTask(); },
             [](uv_work_t* _pWorkEnded, int /*_iStatus*/)
             {
-                const std::unique_ptr<ST_Work> pEnded(static_cast<ST_Work*>(_pWorkEnded->data));
+                const std::unique_ptr<ST_UvWork> pEnded(static_cast<ST_UvWork*>(_pWorkEnded->data));
                 pEnded->m_pSystem->m_mapQueued[pEnded->m_pOwner].erase(pEnded.get());
             });
     }
 
-    static void QueueRun(ST_Loop& _stLoop)
+    static void QueueRun(ST_UvLoop& _stLoop)
     {
         ++_stLoop.m_pSystem->m_iRuns;
         uv_queue_work(
             &_stLoop.m_pSystem->m_uvLoop, &_stLoop.m_uvWork,
-            [](uv_work_t* _pRun) { static_cast<ST_Loop*>(_pRun->data)->m_funTask(); },
-            [](uv_work_t* _pRun, int /*_iStatus*/) { OnRunEnd(*static_cast<ST_Loop*>(_pRun->data)); });
+            [](uv_work_t* _pRun) { static_cast<ST_UvLoop*>(_pRun->data)->m_funTask(); },
+            [](uv_work_t* _pRun, int /*_iStatus*/) { OnRunEnd(*static_cast<ST_UvLoop*>(_pRun->data)); });
     }
 
-    static void OnRunEnd(ST_Loop& _stLoop)
+    static void OnRunEnd(ST_UvLoop& _stLoop)
     {
         --_stLoop.m_pSystem->m_iRuns;
         if (!_stLoop.m_pSystem->m_bEnding)
         {
-            // The timer counts from the loop's idea of now.
+            // The timer counts from the time that the loop has cached.
             uv_update_time(&_stLoop.m_pSystem->m_uvLoop);
             uv_timer_start(
                 &_stLoop.m_uvTimer,
-                [](uv_timer_t* _pTimer) { QueueRun(*static_cast<ST_Loop*>(_pTimer->data)); },
+                [](uv_timer_t* _pTimer) { QueueRun(*static_cast<ST_UvLoop*>(_pTimer->data)); },
                 _stLoop.m_uiInterval, 0);
         }
     }
@@ -196,14 +196,14 @@ private:
     uv_async_t m_uvWake{};
     std::thread m_clsThread;
 
-    std::mutex m_mtxCalls; ///< guards what the loop's thread is to do
-    std::vector<std::unique_ptr<ST_Work>> m_vecSubmitted;
+    std::mutex m_mtxCalls; ///< guards m_vecSubmitted and m_vecCalls
+    std::vector<std::unique_ptr<ST_UvWork>> m_vecSubmitted;
     std::vector<std::function<void()>> m_vecCalls;
 
-    // The loop's thread alone touches these.
-    std::map<void*, std::set<ST_Work*>> m_mapQueued; ///< owner to what it submitted, queued or running
-    std::vector<std::unique_ptr<ST_Loop>> m_vecLoops;
-    int m_iRuns = 0; ///< of loop tasks, queued and not over
+    // Only the loop's thread uses these.
+    std::map<void*, std::set<ST_UvWork*>> m_mapQueued; ///< by owner: its queued and running tasks
+    std::vector<std::unique_ptr<ST_UvLoop>> m_vecLoops;
+    int m_iRuns = 0; ///< runs of loop tasks that were queued and have not ended
     bool m_bEnding = false;
 };
 } // namespace
@@ -215,11 +215,10 @@ const char* System::GetName()
 
 std::string System::Describe()
 {
-    return std::string("libuv ") + uv_version_string() + ", uv_queue_work, " +
-           std::to_string(DEFAULT_THREADS) + " threads by default";
+    return std::string("libuv ") + uv_version_string() + ", uv_queue_work";
 }
 
-bool System::TakesThreads()
+bool System::HasThreadSetting()
 {
     return true;
 }
@@ -227,7 +226,7 @@ bool System::TakesThreads()
 std::unique_ptr<CLS_System> System::Make(const ST_Setup& _stSetup)
 {
     const unsigned uiThreads = _stSetup.m_uiThreads == 0 ? DEFAULT_THREADS : _stSetup.m_uiThreads;
-    // Nothing else runs yet.
+    // No other thread runs yet.
     setenv("UV_THREADPOOL_SIZE", std::to_string(uiThreads).c_str(), 1); // NOLINT(concurrency-mt-unsafe)
     return std::make_unique<CLS_Libuv>(uiThreads);
 }

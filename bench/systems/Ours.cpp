@@ -1,4 +1,4 @@
-// The pool, as a host uses it: opened at run time, nothing linked.
+// The pool through its bare functions, opened at run time as hosts open it.
 
 #include "QuenHost/CLS_PoolScope.h"
 #include "bench/support/RetrySleeps.h"
@@ -26,10 +26,10 @@ public:
         }
     }
 
-    bool OffersRemoval() const override { return true; }
+    bool HasRemoval() const override { return true; }
     void Remove(void* _pOwner) override { m_clsPool.Functions().m_funRemoveTmpTask(_pOwner, CALL_INFO); }
 
-    bool OffersLoops() const override { return true; }
+    bool HasLoops() const override { return true; }
     void AddLoop(const std::function<void()>& _funTask, int _iInterval) override
     {
         std::string strTaskId;
@@ -60,10 +60,10 @@ const char* System::GetName()
 
 std::string System::Describe()
 {
-    return "this pool, up to 301 threads";
+    return "this pool";
 }
 
-bool System::TakesThreads()
+bool System::HasThreadSetting()
 {
     return false;
 }

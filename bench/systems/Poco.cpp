@@ -1,5 +1,5 @@
-// Poco: ThreadPool, which has no queue of its own, fed by a NotificationQueue; and Util::Timer for loop
-// tasks, which runs them in its one thread.
+// Poco: a ThreadPool, which has no queue, fed by a NotificationQueue. A Util::Timer runs loop tasks in its
+// one thread.
 
 #include "bench/workloads/CLS_System.h"
 
@@ -22,10 +22,10 @@ public:
     const std::function<void()> m_funTask;
 };
 
-class CLS_LoopTask : public Poco::Util::TimerTask
+class CLS_PocoLoop : public Poco::Util::TimerTask
 {
 public:
-    explicit CLS_LoopTask(const std::function<void()>& _funTask) : m_funTask(_funTask) {}
+    explicit CLS_PocoLoop(const std::function<void()>& _funTask) : m_funTask(_funTask) {}
     void run() override { m_funTask(); }
 
 private:
@@ -56,17 +56,17 @@ public:
 
     void Submit(const std::function<void()>& _funTask, void* /*_pOwner*/) override { Enqueue(_funTask); }
 
-    bool OffersRemoval() const override { return true; }
+    bool HasRemoval() const override { return true; }
     void Remove(void* /*_pOwner*/) override { m_clsQueue.clear(); }
 
-    bool OffersLoops() const override { return true; }
+    bool HasLoops() const override { return true; }
     void AddLoop(const std::function<void()>& _funTask, int _iInterval) override
     {
         if (!m_pTimer)
         {
             m_pTimer = std::make_unique<Poco::Util::Timer>();
         }
-        m_pTimer->schedule(new CLS_LoopTask(_funTask), 0, _iInterval);
+        m_pTimer->schedule(new CLS_PocoLoop(_funTask), 0, _iInterval);
     }
     void RemoveLoops() override { m_pTimer.reset(); }
 
@@ -76,7 +76,7 @@ private:
         m_clsQueue.enqueueNotification(new CLS_TaskNote(_funTask));
     }
 
-    /// A task that is none ends the thread that takes it.
+    /// Runs tasks until it takes an empty one.
     void run() override
     {
         for (bool bGoOn = true; bGoOn;)
@@ -111,11 +111,10 @@ const char* System::GetName()
 
 std::string System::Describe()
 {
-    return "Poco " + DescribeVersion() + ", ThreadPool fed by a NotificationQueue, " +
-           std::to_string(DEFAULT_THREADS) + " threads by default";
+    return "Poco " + DescribeVersion() + ", ThreadPool fed by a NotificationQueue";
 }
 
-bool System::TakesThreads()
+bool System::HasThreadSetting()
 {
     return true;
 }

@@ -11,7 +11,7 @@
 
 namespace
 {
-/// The timers and their thread. A run is the pool's; its end sets the timer anew.
+/// The timers and their thread. The pool runs the tasks; the end of a run starts the timer again.
 class CLS_Timers
 {
 public:
@@ -20,7 +20,7 @@ public:
     ~CLS_Timers()
     {
         m_bEnding = true;
-        // Each stop waits until the timers' thread is done with what it began before.
+        // Each stop waits for the calls that the timers' thread has begun.
         for (QTimer* const pTimer : m_vecTimers)
         {
             QMetaObject::invokeMethod(pTimer, "stop", Qt::BlockingQueuedConnection);
@@ -84,10 +84,10 @@ public:
         m_clsPool.start(_funTask);
     }
 
-    bool OffersRemoval() const override { return true; }
+    bool HasRemoval() const override { return true; }
     void Remove(void* /*_pOwner*/) override { m_clsPool.clear(); }
 
-    bool OffersLoops() const override { return true; }
+    bool HasLoops() const override { return true; }
     void AddLoop(const std::function<void()>& _funTask, int _iInterval) override
     {
         if (!m_pTimers)
@@ -111,18 +111,17 @@ const char* System::GetName()
 
 std::string System::Describe()
 {
-    return std::string("Qt ") + qVersion() + ", QThreadPool, " +
-           std::to_string(QThreadPool().maxThreadCount()) + " threads by default";
+    return std::string("Qt ") + qVersion() + ", QThreadPool";
 }
 
-bool System::TakesThreads()
+bool System::HasThreadSetting()
 {
     return true;
 }
 
 std::unique_ptr<CLS_System> System::Make(const ST_Setup& _stSetup)
 {
-    // Event loops want an application. It is there until the process ends.
+    // Event loops need an application. It lives until the process ends.
     static int s_iArguments = 0;
     static QCoreApplication s_clsApplication(s_iArguments, nullptr);
     return std::make_unique<CLS_Qt>(_stSetup.m_uiThreads);

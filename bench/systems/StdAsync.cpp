@@ -1,4 +1,4 @@
-// std::async with a thread a task.
+// std::async with a thread per task.
 
 #include "bench/workloads/CLS_System.h"
 
@@ -27,7 +27,7 @@ public:
 
 private:
     std::mutex m_mtxFutures;
-    std::deque<std::future<void>> m_deqFutures; ///< letting go of one waits for its task
+    std::deque<std::future<void>> m_deqFutures; ///< the destructor of each waits for its task
 };
 } // namespace
 
@@ -38,10 +38,10 @@ const char* System::GetName()
 
 std::string System::Describe()
 {
-    return "the C++ library's, a thread a task";
+    return "the C++ library's, launched asynchronously";
 }
 
-bool System::TakesThreads()
+bool System::HasThreadSetting()
 {
     return false;
 }

@@ -20,7 +20,7 @@ public:
         if (_uiThreads != 0)
         {
             m_clsLimit.emplace(tbb::global_control::max_allowed_parallelism, _uiThreads + 1);
-            // No slot is kept for a thread that joins in: nobody does.
+            // No thread joins, so no slot waits for one.
             m_clsArena.initialize(static_cast<int>(_uiThreads), 0);
         }
         else
@@ -39,7 +39,7 @@ public:
 
     unsigned GetThreadLimit() const override
     {
-        // By default the arena keeps one slot for a thread that joins in.
+        // By default, one slot of the arena waits for a thread that joins.
         return static_cast<unsigned>(m_clsArena.max_concurrency()) - (m_clsLimit ? 0 : 1);
     }
 
@@ -48,7 +48,7 @@ public:
         m_clsArena.enqueue(GetGroup(_pOwner).defer(_funTask));
     }
 
-    bool OffersRemoval() const override { return true; }
+    bool HasRemoval() const override { return true; }
     void Remove(void* _pOwner) override
     {
         tbb::task_group& clsGroup = GetGroup(_pOwner);
@@ -77,12 +77,11 @@ const char* System::GetName()
 
 std::string System::Describe()
 {
-    const tbb::task_arena clsArena;
-    return "oneTBB " TBB_VERSION_STRING ", task_arena with task_group, " +
-           std::to_string(clsArena.max_concurrency()) + " threads by default";
+    return "oneTBB " TBB_VERSION_STRING
+           ", task_arena with task_group; by default, one slot waits for a thread that joins";
 }
 
-bool System::TakesThreads()
+bool System::HasThreadSetting()
 {
     return true;
 }

@@ -1,4 +1,4 @@
-// W1: many tasks that block, submitted at once.
+// W1: how long many tasks that block take, submitted at once.
 
 #include "bench/support/CLS_Countdown.h"
 #include "bench/support/Clocks.h"

@@ -1,4 +1,4 @@
-// W11: what a submission and its run cost beside many tasks that have run.
+// W11: what a submission and its run cost when many tasks have finished.
 
 #include "bench/support/Clocks.h"
 #include "bench/workloads/Workloads.h"

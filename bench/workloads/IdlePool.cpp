@@ -1,4 +1,4 @@
-// W7: what a pool costs that has nothing to do.
+// W7: what a pool without work costs.
 
 #include "bench/support/Clocks.h"
 #include "bench/workloads/Workloads.h"
@@ -9,7 +9,7 @@ namespace
 {
 constexpr unsigned MANY_WORKERS = 301;
 
-/// Has so many tasks run at once.
+/// Runs _uiWorkers tasks at once, so that the pool starts a worker for each.
 void MakeWorkers(CLS_System& _clsSystem, unsigned _uiWorkers)
 {
     CLS_Countdown clsStarted(_uiWorkers);
@@ -46,7 +46,7 @@ Results Measure(CLS_System& _clsSystem, unsigned _uiWorkers, std::chrono::millis
     {
         MakeWorkers(_clsSystem, _uiWorkers);
     }
-    // What is still under way is not idle.
+    // Let workers that still start or finish come to rest.
     std::this_thread::sleep_for(_msWindow / 20);
     const std::chrono::nanoseconds nsBefore = Clocks::GetProcessCpu();
     std::this_thread::sleep_for(_msWindow);

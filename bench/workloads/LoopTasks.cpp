@@ -1,4 +1,4 @@
-// W6: many loop tasks, what they cost, and how late they run.
+// W6: what many loop tasks cost, and how late they run.
 
 #include "bench/support/Clocks.h"
 #include "bench/support/Statistics.h"
@@ -9,15 +9,17 @@
 
 namespace
 {
-struct ST_Load
+struct ST_LoopLoad
 {
     std::size_t m_uiLoops;
     std::chrono::milliseconds m_msInterval;
-    std::size_t m_uiFinished; ///< one-shot tasks that have run before
+    std::size_t m_uiFinished; ///< one-shot tasks that ran before
     std::chrono::milliseconds m_msWindow;
 };
 
-/// Notes how late runs are while it is told to. Many threads note, each in a place of its own.
+/// Collects delays of runs while it is switched on.
+///
+/// Threads: any number may call Note; each call writes a place of its own.
 class CLS_Delays
 {
 public:
@@ -37,7 +39,7 @@ public:
         }
     }
 
-    /// Once nobody notes any more.
+    /// Returns the delays. No thread may call Note any more.
     std::vector<double> Take()
     {
         m_vecDelays.resize(std::min(m_uiCount.load(), m_vecDelays.size()));
@@ -50,19 +52,19 @@ private:
     std::vector<double> m_vecDelays;
 };
 
-std::string Describe(const ST_Load& _stLoad)
+std::string Describe(const ST_LoopLoad& _stLoad)
 {
     std::string strText =
         std::to_string(_stLoad.m_uiLoops) + " of " + std::to_string(_stLoad.m_msInterval.count()) + " ms";
     if (_stLoad.m_uiFinished > 0)
     {
-        strText += " beside " + std::to_string(_stLoad.m_uiFinished) + " finished";
+        strText += " with " + std::to_string(_stLoad.m_uiFinished) + " finished";
     }
     return strText;
 }
 
-/// Each loop task knows when its last run ended.
-void AddLoops(CLS_System& _clsSystem, const ST_Load& _stLoad, std::vector<Clocks::TimePoint>& _vecEnds,
+/// Adds the loop tasks. Each keeps the end of its last run in _vecEnds.
+void AddLoops(CLS_System& _clsSystem, const ST_LoopLoad& _stLoad, std::vector<Clocks::TimePoint>& _vecEnds,
               CLS_Delays& _clsDelays, CLS_Countdown& _clsFirstRuns)
 {
     for (Clocks::TimePoint& tpEnd : _vecEnds)
@@ -84,15 +86,15 @@ void AddLoops(CLS_System& _clsSystem, const ST_Load& _stLoad, std::vector<Clocks
     }
 }
 
-Results Measure(CLS_System& _clsSystem, const ST_Load& _stLoad)
+Results Measure(CLS_System& _clsSystem, const ST_LoopLoad& _stLoad)
 {
-    if (!_clsSystem.OffersLoops())
+    if (!_clsSystem.HasLoops())
     {
         return {{Describe(_stLoad), 0, {}, "no timers"}};
     }
     Workloads::RunEmptyTasks(_clsSystem, _stLoad.m_uiFinished);
 
-    // What a task captures must outlast it: room for twice the runs that can be due.
+    // Room for twice the runs that can be due. What tasks capture must outlast them.
     const auto uiRuns = static_cast<std::size_t>(_stLoad.m_msWindow / _stLoad.m_msInterval + 1);
     CLS_Delays clsDelays(2 * uiRuns * _stLoad.m_uiLoops);
     std::vector<Clocks::TimePoint> vecEnds(_stLoad.m_uiLoops);
@@ -129,14 +131,14 @@ Results Measure(CLS_System& _clsSystem, const ST_Load& _stLoad)
 void Workloads::AddLoopTasks(Cases& _vecCases, bool _bQuick)
 {
     using std::chrono::milliseconds;
-    const std::vector<ST_Load> vecLoads =
-        _bQuick ? std::vector<ST_Load>{{20, milliseconds(10), 0, milliseconds(100)},
-                                       {200, milliseconds(50), 0, milliseconds(100)},
-                                       {200, milliseconds(50), 200, milliseconds(100)}}
-                : std::vector<ST_Load>{{1000, milliseconds(100), 0, milliseconds(10000)},
-                                       {10000, milliseconds(1000), 0, milliseconds(10000)},
-                                       {10000, milliseconds(1000), 200000, milliseconds(10000)}};
-    for (const ST_Load& stLoad : vecLoads)
+    const std::vector<ST_LoopLoad> vecLoads =
+        _bQuick ? std::vector<ST_LoopLoad>{{20, milliseconds(10), 0, milliseconds(100)},
+                                           {200, milliseconds(50), 0, milliseconds(100)},
+                                           {200, milliseconds(50), 200, milliseconds(100)}}
+                : std::vector<ST_LoopLoad>{{1000, milliseconds(100), 0, milliseconds(10000)},
+                                           {10000, milliseconds(1000), 0, milliseconds(10000)},
+                                           {10000, milliseconds(1000), 200000, milliseconds(10000)}};
+    for (const ST_LoopLoad& stLoad : vecLoads)
     {
         _vecCases.push_back({"W6", [stLoad](CLS_System& _clsSystem) { return Measure(_clsSystem, stLoad); }});
     }

@@ -1,4 +1,4 @@
-// W8: what stays of one-shot tasks that have run.
+// W8: the memory that a pool keeps for finished one-shot tasks.
 
 #include "bench/workloads/Workloads.h"
 #include "verify/soak/Figures.h"

@@ -1,4 +1,4 @@
-// W9: a steady stream of tasks that block and compute a little.
+// W9: how late tasks start in a steady stream of tasks that block and compute a little.
 
 #include "bench/support/Clocks.h"
 #include "bench/support/Statistics.h"

@@ -1,4 +1,4 @@
-// W5: the removal of an owner whose one task runs and whose others wait behind it.
+// W5: how long it takes to remove an owner with one running task and many queued ones.
 
 #include "bench/support/Clocks.h"
 #include "bench/workloads/Workloads.h"
@@ -9,7 +9,7 @@ namespace
 {
 constexpr std::chrono::milliseconds RUN_LENGTH{50};
 
-/// Tasks of another owner that keep all threads but one busy.
+/// Tasks of another owner that keep all threads but one busy until End.
 class CLS_Blockers
 {
 public:
@@ -50,7 +50,7 @@ private:
 
 Results Measure(CLS_System& _clsSystem, std::size_t _uiQueued)
 {
-    if (!_clsSystem.OffersRemoval())
+    if (!_clsSystem.HasRemoval())
     {
         return {{"", 0, {}, "queued tasks cannot be removed"}};
     }

@@ -5,7 +5,7 @@
 
 void Workloads::RunEmptyTasks(CLS_System& _clsSystem, std::size_t _uiTasks)
 {
-    // Fewer than the pool has workers: it never has to wait for one.
+    // Fewer than the pool's workers, so the pool never waits for one.
     constexpr std::size_t AT_ONCE = 200;
     for (std::size_t uiLeft = _uiTasks; uiLeft > 0;)
     {

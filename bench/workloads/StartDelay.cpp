@@ -1,4 +1,4 @@
-// W3: from the submission to the start of a task, while everything sleeps.
+// W3: the time from the submission to the start of a task while all workers sleep.
 
 #include "bench/support/CLS_Countdown.h"
 #include "bench/support/Clocks.h"

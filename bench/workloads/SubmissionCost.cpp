@@ -1,4 +1,4 @@
-// W2: what the submission of an empty task costs.
+// W2: the CPU time that the submission of an empty task costs.
 
 #include "bench/support/Clocks.h"
 #include "bench/workloads/Workloads.h"
@@ -8,7 +8,7 @@ namespace
 Results Measure(CLS_System& _clsSystem, std::size_t _uiThreads, std::size_t _uiTasks)
 {
     const std::size_t uiEach = _uiTasks / _uiThreads;
-    // The same once before makes the workers that it takes.
+    // A first round starts the workers that the measured round needs.
     CLS_Countdown clsWarm(_uiTasks);
     Workloads::SubmitFromThreads(_clsSystem, _uiThreads, uiEach, clsWarm);
     clsWarm.Wait();

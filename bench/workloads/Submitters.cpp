@@ -1,4 +1,4 @@
-// W10: how many submissions a second a system accepts from several threads.
+// W10: how many submissions per second a system accepts from several threads.
 
 #include "bench/support/Clocks.h"
 #include "bench/workloads/Workloads.h"

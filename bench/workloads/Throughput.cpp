@@ -1,4 +1,4 @@
-// W4: empty tasks a second. W4b: how well computing tasks fill the cores.
+// W4: empty tasks per second. W4b: how well computing tasks use the cores.
 
 #include "bench/support/CLS_Countdown.h"
 #include "bench/support/Clocks.h"
@@ -10,7 +10,7 @@ namespace
 {
 constexpr std::chrono::microseconds COMPUTING{100};
 
-/// Submits so many tasks at once, and returns how long it took until all were done.
+/// Submits the tasks at once and returns the time until all are done.
 std::chrono::nanoseconds RunAtOnce(CLS_System& _clsSystem, std::size_t _uiTasks,
                                    std::chrono::microseconds _usComputing)
 {

@@ -9,18 +9,18 @@
 #include <utility>
 #include <vector>
 
-/// What was found.
+/// What a workload measured.
 struct ST_Result
 {
-    std::string m_strCase; ///< what is special about this one, "" for the only result of a workload
-    double m_dX;           ///< where it stands on the axis of a plot
+    std::string m_strCase; ///< the variant; "" for the only result of a workload
+    double m_dX;           ///< the size of the variant, for comparisons between cases
     std::vector<std::pair<std::string, double>> m_vecValues;
     std::string m_strNotOffered{}; ///< why there are no values
 };
 
 using Results = std::vector<ST_Result>;
 
-/// What is done to a fresh system.
+/// One workload, or one variant of it, on a fresh system.
 struct ST_Case
 {
     std::string m_strWorkload;
@@ -29,7 +29,8 @@ struct ST_Case
 
 using Cases = std::vector<ST_Case>;
 
-/// One function a source. Quick cases show that everything works, and their numbers mean nothing.
+/// The workloads, one source file for each. Quick cases only show that everything works; their numbers mean
+/// nothing.
 namespace Workloads
 {
 void AddBlockingTasks(Cases& _vecCases, bool _bQuick);   ///< W1
@@ -44,14 +45,16 @@ void AddMixedLoad(Cases& _vecCases, bool _bQuick);       ///< W9
 void AddSubmitters(Cases& _vecCases, bool _bQuick);      ///< W10
 void AddFinishedRecords(Cases& _vecCases, bool _bQuick); ///< W11
 
-/// Runs so many empty tasks and waits for them, a few at a time, so that no queue grows.
+/// Runs empty tasks and waits for them, a few at a time, so that no queue grows.
 void RunEmptyTasks(CLS_System& _clsSystem, std::size_t _uiTasks);
 
-/// Has workers made before the clock starts.
+/// Makes the pool start its workers before the measurement.
 void WarmUp(CLS_System& _clsSystem);
 
-/// Submits as many empty tasks from each of so many threads, and returns when all are accepted, with the CPU
-/// time of the threads. Tasks count _clsDone down.
+/// Submits _uiTasksEach empty tasks from each thread and returns the CPU time of these threads. Each task
+/// counts _clsDone down.
+///
+/// Waits: until all tasks are accepted.
 std::chrono::nanoseconds SubmitFromThreads(CLS_System& _clsSystem, std::size_t _uiThreads,
                                            std::size_t _uiTasksEach, CLS_Countdown& _clsDone);
 } // namespace Workloads

@@ -1,4 +1,4 @@
-// A program for one system: runs workloads on it, and prints a line of JSON for each measurement.
+// The program of one system: runs workloads and prints a line of JSON for each result.
 
 #include "bench/workloads/Workloads.h"
 
@@ -15,7 +15,7 @@ namespace
 {
 using Json = nlohmann::ordered_json;
 
-struct ST_Options
+struct ST_BenchOptions
 {
     std::vector<std::string> m_vecWorkloads;
     bool m_bQuick = false;
@@ -40,7 +40,7 @@ Cases MakeCases(bool _bQuick)
     return vecCases;
 }
 
-/// As results call it: "Qt" as it comes, "Qt/301" with so many threads.
+/// The name in results: "Qt" for the default, "Qt/301" with a number of threads.
 std::string GetSystemName(const ST_Setup& _stSetup)
 {
     const std::string strName = System::GetName();
@@ -54,11 +54,11 @@ void PrintLine(const Json& _clsLine)
 
 void Describe(const ST_Setup& _stSetup)
 {
-    const bool bThreadEach = System::Make(_stSetup)->GetThreadLimit() == CLS_System::NO_LIMIT;
+    const unsigned uiThreads = System::Make(_stSetup)->GetThreadLimit();
     PrintLine({{"system", GetSystemName(_stSetup)},
                {"describe", System::Describe()},
-               {"takes_threads", System::TakesThreads()},
-               {"thread_each", bThreadEach}});
+               {"takes_threads", System::HasThreadSetting()},
+               {"threads", uiThreads == CLS_System::NO_LIMIT ? Json() : Json(uiThreads)}});
 }
 
 void PrintResult(const ST_Result& _stResult, const std::string& _strWorkload, const ST_Setup& _stSetup)
@@ -104,7 +104,7 @@ int RunCaseHere(const ST_Case& _stCase, const ST_Setup& _stSetup)
     }
 }
 
-/// Each case has a process of its own: nothing that one leaves behind shows in the next.
+/// Runs the case in a process of its own, so that no case affects the next.
 bool RunCaseApart(const ST_Case& _stCase, const ST_Setup& _stSetup)
 {
     const pid_t iChild = fork();
@@ -121,13 +121,13 @@ bool RunCaseApart(const ST_Case& _stCase, const ST_Setup& _stSetup)
     return WIFEXITED(iStatus) && WEXITSTATUS(iStatus) == EXIT_SUCCESS;
 }
 
-bool IsAsked(const ST_Options& _stOptions, const std::string& _strWorkload)
+bool IsAsked(const ST_BenchOptions& _stOptions, const std::string& _strWorkload)
 {
     const std::vector<std::string>& vecAsked = _stOptions.m_vecWorkloads;
     return vecAsked.empty() || std::find(vecAsked.begin(), vecAsked.end(), _strWorkload) != vecAsked.end();
 }
 
-bool RunAll(const ST_Options& _stOptions)
+bool RunAll(const ST_BenchOptions& _stOptions)
 {
     bool bAllRan = true;
     for (const ST_Case& stCase : MakeCases(_stOptions.m_bQuick))
@@ -140,21 +140,20 @@ bool RunAll(const ST_Options& _stOptions)
     return bAllRan;
 }
 
-void DescribeOptions(CLI::App& _clsApp, ST_Options& _stOptions)
+void DescribeOptions(CLI::App& _clsApp, ST_BenchOptions& _stOptions)
 {
-    _clsApp.add_option("workload", _stOptions.m_vecWorkloads, "W1, W2, ...; all when none is named");
+    _clsApp.add_option("workload", _stOptions.m_vecWorkloads, "W1, W2, ...; all if none is given");
     _clsApp.add_flag("--quick", _stOptions.m_bQuick, "Show that everything works; the numbers mean nothing");
-    _clsApp.add_flag("--describe", _stOptions.m_bDescribe, "Print version and configuration only");
+    _clsApp.add_flag("--describe", _stOptions.m_bDescribe, "Only print the version and the configuration");
     _clsApp.add_option("--threads", _stOptions.m_stSetup.m_uiThreads,
-                       "So many threads instead of the default, where the system can be told");
-    _clsApp.add_option("--library", _stOptions.m_stSetup.m_strLibrary,
-                       "The pool library to open, where one is opened");
+                       "Number of threads, for systems with such a setting");
+    _clsApp.add_option("--library", _stOptions.m_stSetup.m_strLibrary, "The pool library to open");
 }
 
 int Run(int _iArguments, char** _ppArguments)
 {
     CLI::App clsApp(std::string("Measures ") + System::GetName());
-    ST_Options stOptions;
+    ST_BenchOptions stOptions;
     DescribeOptions(clsApp, stOptions);
     CLI11_PARSE(clsApp, _iArguments, _ppArguments);
     if (stOptions.m_bDescribe)

@@ -4,6 +4,7 @@
 #   - Every public operation is described. The reference is written to build/reference.
 #   - Every link, path and test name in the pages exists.
 #   - Every code block compiles, and every command prints what the page shows.
+#   - The table and the pictures of the benchmarks show bench/results.json.
 set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 cd "$root"
@@ -16,6 +17,9 @@ doxygen
 echo "Links, paths and test names"
 /usr/bin/python3 scripts/checks/docs/check_links.py | tee build/docs/links.txt
 record_figure "Documentation" "$(tail -n 1 build/docs/links.txt)"
+
+echo "Benchmark results: table and pictures"
+/usr/bin/python3 bench/publish.py --check
 
 echo "Code blocks and commands"
 cmake --preset dev >/dev/null

@@ -1,11 +1,10 @@
 #!/usr/bin/env bash
-# Makes the pictures of docs/see-it-work.md: installs what is missing, lets the pool play each scene while a trace is
-# written, and draws docs/pictures/*.svg from the traces in build/pictures.
+# Draws pictures of real runs: installs what is missing, plays each scene of examples/trace_scenes with a trace, and
+# draws docs/pictures/*.svg from the traces in build/pictures.
 #
 #   scripts/checks/pictures.sh [--draw]
 #
-# Takes ten minutes, most of them idle, and wants a machine that does little else. With --draw, draws the traces of
-# the last time again.
+# Takes ten minutes, most of them idle, and needs a quiet machine. --draw draws the last traces again.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 traces=$root/build/pictures
@@ -29,4 +28,4 @@ python=python3
 if ! python3 -c 'import matplotlib' 2>/dev/null && [ -x /usr/bin/python3 ]; then
     python=/usr/bin/python3
 fi
-"$python" "$root/scripts/checks/pictures.py" "$traces" "$root/docs/pictures"
+"$python" "$root/scripts/drawing/scenes.py" "$traces" "$root/docs/pictures"

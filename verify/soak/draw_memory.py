@@ -3,16 +3,17 @@
 
     draw_memory.py FIGURES PICTURE
 
-FIGURES  what zel_kit_soak_host has printed
+FIGURES  what zel_kit_soak_host printed
 PICTURE  the SVG to write; the same figures give the same picture
 """
 import csv
+import math
+import os
 import sys
 
-import matplotlib
-
-matplotlib.use("svg")
-import matplotlib.pyplot as plt
+sys.path.append(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "scripts", "drawing"))
+import theme
+from theme import BLUE, plt
 
 
 def read(path):
@@ -23,16 +24,15 @@ def read(path):
 
 def main():
     tasks, resident = read(sys.argv[1])
-    plt.rcParams.update({"svg.hashsalt": "pictures", "font.family": "DejaVu Sans", "font.size": 10})
-    figure, axes = plt.subplots(figsize=(8, 3))
-    axes.plot(tasks, resident, color="#2f6db3")
-    axes.set_ylim(0, max(resident) * 1.5)
-    axes.set_xlabel("million tasks")
-    axes.set_ylabel("resident memory, MiB")
-    axes.set_title("Tasks through the host kit: the memory stays flat", loc="left", fontweight="bold", fontsize=11)
-    axes.grid(axis="y", color="#e8e8e8")
-    figure.tight_layout()
-    figure.savefig(sys.argv[2], metadata={"Date": None})
+    with plt.rc_context(theme.STYLE):
+        figure, axes = plt.subplots(figsize=(6, 2.2))
+        axes.plot(tasks, resident, color=BLUE)
+        axes.set_ylim(0, max(resident) * 1.5)
+        axes.set_xlim(0, max(tasks))
+        axes.set_xlabel("million tasks")
+        axes.set_ylabel("MiB")
+        axes.set_title(f"Tasks through the host kit: resident memory below {math.ceil(max(resident))} MiB")
+        theme.save(figure, sys.argv[2])
 
 
 if __name__ == "__main__":
