@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Runs the library under a scheduler that chooses every step: see docs/schedules.md. Linux. The scheduler's own tests
+# Runs the library under a scheduler that chooses every step: see docs/verification.md. Linux. The scheduler's own tests
 # are among those of scripts/test.sh.
 #
 #   scripts/checks/schedules.sh            500 seeds of each scenario and strategy; then the faults, which must be found

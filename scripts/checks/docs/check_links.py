@@ -1,9 +1,8 @@
 #!/usr/bin/env python3
-"""Checks what the pages point at: files, headings, tests.
+"""Checks what the pages point at: files and headings.
 
-A link within the project leads to one of its files or folders, and an anchor to a heading there. Whatever is set as
-code and begins with a folder of the project's is a path that exists (of a class without a suffix, its files do).
-`Suite.Test` is a test. Links to other places are counted, not followed.
+A link within the project leads to one of its files or folders, and an anchor to a heading there. Code that begins with a
+folder of the project is an existing path; the suffix of a header may be missing. Links to other places are only counted.
 """
 import os
 import re
@@ -11,33 +10,11 @@ import sys
 
 import pages
 
-TEST = re.compile(r"[A-Z]\w*\.[A-Z]\w*")
-TEST_SOURCE = re.compile(r"\bTEST(?:_F|_P)?\(\s*(\w+),\s*(\w+)\s*\)")
-
-
-def read(path):
-    with open(path, encoding="utf-8") as file:
-        return file.read()
-
-
-def test_names(files):
-    names = set()
-    for path in files:
-        if path.startswith(("tests/", "verify/")) and path.endswith(".cpp"):
-            names.update(map(".".join, TEST_SOURCE.findall(read(path))))
-    # Sources that must not compile: their tests are made by a function, with the same names for each source.
-    refused = read("tests/refused/CMakeLists.txt")
-    kinds = re.findall(r"add_test\(NAME \$\{NAME\}\.(\w+)", refused)
-    names.update("%s.%s" % (source, kind)
-                 for source in re.findall(r"zel_add_refused_test\((\w+)", refused) for kind in kinds)
-    return names
-
 
 class Checker:
     def __init__(self):
         files = pages.tracked_files()
         self.pages = {page.path: page for page in pages.pages()}
-        self.tests = test_names(files)
         self.paths = set(files)
         for path in files:
             while "/" in path:
@@ -45,7 +22,7 @@ class Checker:
                 self.paths.add(path)
         folders = sorted({path.split("/")[0] for path in files if "/" in path})
         self.path = re.compile(r"(?<![\w./@}-])(?:%s)/[\w./-]*" % "|".join(map(re.escape, folders)))
-        self.counts = dict.fromkeys(("links", "anchors", "links to other places", "paths", "tests"), 0)
+        self.counts = dict.fromkeys(("links", "anchors", "links to other places", "paths"), 0)
         self.errors = []
 
     def _count(self, kind, good, page, line, what):
@@ -69,8 +46,6 @@ class Checker:
             path = path.rstrip("./")
             exists = path in self.paths or path + ".h" in self.paths
             self._count("paths", exists, page, line, "no such path: " + path)
-        if TEST.fullmatch(code):
-            self._count("tests", code in self.tests, page, line, "no such test: " + code)
 
     def check(self):
         for page in self.pages.values():
