@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
-# Checks the documentation: every public operation is described (the reference is written to build/reference), every
-# block of code in the pages compiles, every command in them prints what they say, and every link, path and test that
-# they name is there.
+# Checks the documentation:
+#   - every public operation is described; the reference is written to build/reference;
+#   - every link and path leads somewhere;
+#   - each rule of docs/limits.md has a test that names it;
+#   - every block of code compiles, and every command prints what the page says.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/../.."
 scripts/install.sh docs
@@ -11,8 +13,9 @@ echo "Reference of $(git ls-files 'Quen*.h' | wc -l) headers"
 mkdir -p build
 doxygen
 
-echo "Links, paths and tests"
+echo "Links, paths and rules"
 /usr/bin/python3 scripts/checks/docs/check_links.py
+/usr/bin/python3 scripts/checks/docs/check_rules.py
 
 echo "Blocks of code, and commands"
 cmake --preset dev >/dev/null

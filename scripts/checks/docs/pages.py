@@ -44,6 +44,12 @@ class Page:
     def anchors(self):
         return {token.attrs["id"] for token in self.tokens if token.type == "heading_open"}
 
+    def headings(self):
+        """Level and text of each heading, without marks."""
+        for token, inline in zip(self.tokens, self.tokens[1:]):
+            if token.type == "heading_open":
+                yield int(token.tag[1:]), "".join(child.content for child in inline.children)
+
     def _inline(self):
         for token in self.tokens:
             for child in token.children or ():
