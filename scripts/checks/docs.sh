@@ -3,6 +3,7 @@
 #   - every public operation is described; the reference is written to build/reference;
 #   - every link and path leads somewhere;
 #   - each rule of docs/limits.md has a test that names it;
+#   - each text of docs/log-records.md stands in the source file that the page names;
 #   - every block of code compiles, and every command prints what the page says.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/../.."
@@ -13,9 +14,10 @@ echo "Reference of $(git ls-files 'Quen*.h' | wc -l) headers"
 mkdir -p build
 doxygen
 
-echo "Links, paths and rules"
+echo "Links, paths, rules and log records"
 /usr/bin/python3 scripts/checks/docs/check_links.py
 /usr/bin/python3 scripts/checks/docs/check_rules.py
+/usr/bin/python3 scripts/checks/docs/check_records.py
 
 echo "Blocks of code, and commands"
 cmake --preset dev >/dev/null
