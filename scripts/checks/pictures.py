@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Draws the pictures of docs/how-it-works.md. The same traces give the same pictures.
+"""Draws the pictures of docs/see-it-work.md. The same traces give the same pictures.
 
     pictures.py TRACES FOLDER
 

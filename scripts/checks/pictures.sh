@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Makes the pictures of docs/how-it-works.md: installs what is missing, lets the pool play each scene while a trace is
+# Makes the pictures of docs/see-it-work.md: installs what is missing, lets the pool play each scene while a trace is
 # written, and draws docs/pictures/*.svg from the traces in build/pictures.
 #
 #   scripts/checks/pictures.sh [--draw]

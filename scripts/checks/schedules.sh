@@ -1,48 +1,60 @@
 #!/usr/bin/env bash
-# Runs the library under a scheduler that chooses every step: see docs/verification.md. Linux. The scheduler's own tests
-# are among those of scripts/test.sh.
+# Runs the library under a scheduler that chooses every step. The scheduler's own tests run in scripts/test.sh.
 #
-#   scripts/checks/schedules.sh            500 seeds of each scenario and strategy; then the faults, which must be found
+#   scripts/checks/schedules.sh            500 seeds of each scenario and strategy; then the faults, all of which must
+#                                          be found
 #   scripts/checks/schedules.sh --faults   prints how soon each fault is found, and by what
 #   scripts/checks/schedules.sh --nightly [SEED]
-#                                   100,000 seeds from SEED on, and a million schedules of each exhaustive search;
-#                                   without SEED, other ones each day
+#                                          100,000 seeds from SEED on, and a million schedules of each exhaustive
+#                                          search; SEED differs each day by default
+#
+# For Linux. See verify/schedules/README.md.
 set -euo pipefail
-cd "$(dirname "${BASH_SOURCE[0]}")/../.."
-if [ "$(uname -s)" != Linux ]; then
-    echo "The scheduler stands in front of Linux's functions; there is none for this system." >&2
-    exit 1
-fi
-scripts/install.sh schedules
-{
-    cmake --preset dev
-    cmake --build --preset dev -j "$(getconf _NPROCESSORS_ONLN)" --target zel_schedules
-} >&2
+source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+cd "$root"
+need_linux "the scheduler replaces Linux's own functions"
+need schedules
+build dev zel_schedules
 schedules=build/dev/bin/tests/zel_schedules
+results=build/dev/schedules.txt
 
-# All scenarios, several at a time. Fails when one fails.
+# explore ARGUMENT...: all scenarios, one on each core. Fails if one fails.
 explore()
 {
-    "$schedules" --list | xargs -P "$(getconf _NPROCESSORS_ONLN)" -I{} "$schedules" --scenario {} "$@" | awk -F'|' '
+    local scenarios count steps
+    scenarios=$("$schedules" --list)
+    "$schedules" --list | xargs -P "$cores" -I{} "$schedules" --scenario {} "$@" | awk '
         BEGIN { print "| Scenario | Strategy | Schedules | Steps | Seconds |\n|---|---|---|---|---|" }
-        { print }
-        NF == 7 { schedules += $4; steps += $5 }
-        END { printf "\n%.0f schedules, %.0f steps\n", schedules, steps }'
+        { print }' | tee "$results"
+    count=$(awk -F'|' 'NF == 7 { sum += $4 } END { printf "%.0f", sum }' "$results")
+    steps=$(awk -F'|' 'NF == 7 { sum += $5 } END { printf "%.0f", sum }' "$results")
+    scenarios=$(wc -l <<<"$scenarios")
+    require_at_least 40 "$scenarios" scenarios
+    require_at_least 250000 "$count" schedules
+    require_at_least 100000000 "$steps" steps
+    record_figure "Schedules" "$count schedules of $scenarios scenarios, $steps steps, no rule broken"
+}
+
+# find_faults ARGUMENT...
+find_faults()
+{
+    verify/schedules/find_faults.py build/dev "$@" | tee build/dev/faults.txt
+    record_figure "Faults" "$(grep 'faults are found$' build/dev/faults.txt)"
 }
 
 case ${1:-} in
     "")
         explore --seeds 500
-        verify/schedules/find_faults.py build/dev
+        find_faults
         ;;
-    --faults) verify/schedules/find_faults.py build/dev --measure ;;
+    --faults) find_faults --measure ;;
     --nightly)
         first=${2:-$(date +%Y%j)00000}
         echo "Seeds from $first on"
         explore --first "$first" --seeds 100000 --exhaustive 1000000
         ;;
     *)
-        echo "usage: scripts/checks/schedules.sh [--faults|--nightly [SEED]]" >&2
+        echo "usage: scripts/checks/schedules.sh [--faults | --nightly [SEED]]" >&2
         exit 2
         ;;
 esac
