@@ -12,7 +12,7 @@
 
 /// For hosts that live long and use the bare functions. The registry keeps the record of a one-shot task that
 /// has run, and what its callable captured, until the process ends; a host that calls DeleteFinished now and
-/// then keeps the memory bounded. Needs a program that links the library. See docs/long-lived-hosts.md.
+/// then keeps the memory bounded. Needs a program that links the library. See docs/host-kit.md.
 ///
 /// Thread-safe: any thread, from within tasks, too, along with everything that the pool does. Needs no pool
 /// and builds none. std::bad_alloc passes, and leaves the registry as it was.

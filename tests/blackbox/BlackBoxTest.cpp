@@ -130,6 +130,7 @@ TEST(BlackBoxTest, TheFirstCallMayComeFromAStaticInitialiserAndTheLastFromAStati
               "runs in main: 1\ngoes on after main: 1\n" + GetLoaderLines() + "ended\n");
 }
 
+// Pins docs/limits.md, "fork".
 TEST(BlackBoxTest, ChildrenAreStartedWhileThePoolIsBusy)
 {
     ExpectEnd(RunChild(FORK_HOST, {POOL_LIBRARY}, GetRecording()), 0,
@@ -164,6 +165,7 @@ protected:
     }
 };
 
+// Pins docs/limits.md, "Unloading the library".
 TEST_F(BlackBoxUnloadTest, AHundredCyclesGiveEverythingBack)
 {
     const ST_ChildResult stResult = RunChild(UNLOAD_HOST, {POOL_LIBRARY, "cycles", "100", MOST_NEW_MAPPINGS},
@@ -181,6 +183,7 @@ TEST_F(BlackBoxUnloadTest, TheProcessEndsWithItsOwnStatusWhenARunOutlastsPoolAnd
               GetLoaderLines() + "mapped during the run: 1\nthread there: 1\n");
 }
 
+// Pins docs/limits.md, "A run may outlast the pool".
 TEST_F(BlackBoxUnloadTest, TheLibraryStaysMappedForARunThatOutlastsThePool)
 {
     ExpectEnd(RunChild(UNLOAD_HOST, {POOL_LIBRARY, "late"}, GetEnvironment()), 0,
@@ -217,6 +220,7 @@ class BlackBoxExitTest : public ::testing::TestWithParam<ST_Exit>
 {
 };
 
+// Pins docs/limits.md, "Exit without a shutdown".
 TEST_P(BlackBoxExitTest, TheProcessEndsAtOnceWithItsOwnStatus)
 {
     CLS_ChildProcess clsHost(EXIT_HOST,

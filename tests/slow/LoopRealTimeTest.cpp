@@ -11,6 +11,7 @@ using std::chrono::steady_clock;
 
 using LoopRealTimeTest = CLS_PoolFixture;
 
+// Pins docs/limits.md, "Loop tasks are polled every 10 ms".
 TEST_F(LoopRealTimeTest, IntervalIsKeptFromTheEndOfEachRunToTheNextStart)
 {
     constexpr milliseconds INTERVAL{1000};

@@ -12,6 +12,7 @@ protected:
     static constexpr std::chrono::seconds ONE_BOUND_AT_MOST{15};
 };
 
+// Pins docs/limits.md, "A removal does not chase new tasks for ever".
 TEST_F(RemovalRealTimeTest, TasksSubmittedDuringTheRemovalShareOneBound)
 {
     CLS_QuenTaskPool& clsPool = MakePool();

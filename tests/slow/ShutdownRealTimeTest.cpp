@@ -33,6 +33,7 @@ protected:
     int m_iThreads = 0;
 };
 
+// Pins docs/limits.md, "A run may outlast the pool".
 TEST_F(ShutdownRealTimeTest, ReturnsAfterTheBoundAndLetsTheRunEndLater)
 {
     const HeldRun pRun = StartHeldRun(MakePool());
@@ -48,6 +49,7 @@ TEST_F(ShutdownRealTimeTest, ReturnsAfterTheBoundAndLetsTheRunEndLater)
     EXPECT_TRUE(WaitForThreads(m_iThreads));
 }
 
+// Pins docs/limits.md, "A shutdown waits once more for removed tasks".
 TEST_F(ShutdownRealTimeTest, LeavesAHostsJobOnAWorkerBehindAfterTheBound)
 {
     CLS_Gate clsMayEnd;
@@ -71,6 +73,7 @@ TEST_F(ShutdownRealTimeTest, LeavesAHostsJobOnAWorkerBehindAfterTheBound)
     EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsBegin(), IsStart(), IsEnd()));
 }
 
+// Pins docs/limits.md, "A shutdown waits once more for removed tasks".
 TEST_F(ShutdownRealTimeTest, WaitsOnceForAllRunsWhoseTasksWereRemoved)
 {
     CLS_QuenTaskPool& clsPool = MakePool();

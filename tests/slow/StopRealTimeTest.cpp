@@ -55,6 +55,7 @@ void StopRunOfOneSecond()
     thRunner.join();
 }
 
+// Pins docs/limits.md, "A wait for a run ends after 9 s".
 TEST_F(StopRealTimeTest, WaitsForARunOfOneSecondAndGivesUpALongerOneAfterNine)
 {
     CLS_Gate clsMayEnd;

@@ -122,6 +122,7 @@ TEST_F(BasicCallBackTest, WithoutCallBacksAnEmptyKeyDoesNothing)
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
+// Pins docs/limits.md, "Odd texts".
 TEST_F(BasicCallBackTest, ARemovedCallBackIsNotCalled)
 {
     const std::string strKey = AddNoting("a");
@@ -160,6 +161,7 @@ TEST_F(BasicCallBackTest, ACallBackThatThrowsIsRecordedAndTheNextIsCalled)
                                                  IsCallerRecord("8CLS_Taskcall back Failx")));
 }
 
+// Pins docs/limits.md, "Odd texts".
 TEST_F(BasicCallBackTest, ACallBackThatThrowsIsRecordedWhenCalledByItsKey)
 {
     const std::string strKey = m_clsCaller.SetCallBackResultFun(
@@ -235,6 +237,7 @@ TEST_F(BasicCallBackTest, AnEmptyFunctionIsRecordedAsACallOfNothing)
     EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsCallerRecord(GetEmptyFunctionText())));
 }
 
+// Pins docs/limits.md, "An unknown callback key leaves an empty entry".
 TEST_F(BasicCallBackTest, AnUnknownKeyMakesTwoRecordsAndLeavesAnEmptyEntry)
 {
     AddNoting("a");
@@ -451,6 +454,7 @@ TEST_F(BasicCallBackTest, ThreadsRunTheCallBacksOfTheirOwnObjectsAtTheSameTime)
     EXPECT_THAT(arrRuns, Each(RUNS));
 }
 
+// Pins docs/limits.md, "Callbacks that change callbacks".
 TEST_F(BasicCallBackTest, RegisteringAndRemovingWaitForARunningCallBack)
 {
     CLS_Gate clsInside;

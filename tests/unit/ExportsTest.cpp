@@ -201,6 +201,8 @@ std::vector<LogRecorder::ST_Record> ExportsTest::RemoveUnprintable(Call _funCall
     return LogRecorder::Take();
 }
 
+// Pins docs/limits.md, "KillTask is RemoveTask".
+// Pins docs/limits.md, "Odd texts".
 TEST_F(ExportsTest, KillTaskAndRemoveTaskFailAlike)
 {
     MakeStillPool();
@@ -241,6 +243,7 @@ TEST_F(ExportsTest, KillTaskAllTwiceInARowBuildsAPoolTheSecondTimeAndDestroysItA
     EXPECT_TRUE(WaitForThreads(iThreads));
 }
 
+// Pins docs/limits.md, "The next call after a shutdown creates a new pool".
 TEST_F(ExportsTest, ASecondUnInitBuildsAPoolAndEndsIt)
 {
     MakePool();

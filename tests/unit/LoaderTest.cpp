@@ -88,6 +88,7 @@ TEST_F(LoaderTest, AnOpenLibraryIsAnsweredFromTheTableEvenWhenItsFileIsGone)
     EXPECT_EQ(1, Call(mapFuns["ProbeOne"]));
 }
 
+// Pins docs/limits.md, "Odd texts".
 TEST_F(LoaderTest, AMissingSymbolIsNullAndHasItsLineAllTheSame)
 {
     const std::string strPath = MakeCopy(PROBE_LIBRARY);

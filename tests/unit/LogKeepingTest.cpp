@@ -71,6 +71,7 @@ TEST_F(LogKeepingTest, ARecordThatComesAMomentAfterTheOpeningDoesNotOpenTheLibra
     EXPECT_EQ(1U, m_uiOpenings);
 }
 
+// Pins docs/limits.md, "1000 log records are kept".
 TEST_F(LogKeepingTest, NoRecordWaitsForTheOpening)
 {
     CLS_Gate clsOpening;
@@ -173,6 +174,7 @@ TEST_F(LogKeepingTest, TheLoggingLibraryMayGoOnUsingTheModuleOfAKeptRecord)
     EXPECT_STREQ("a module whose name is not static", s_szLastModule);
 }
 
+// Pins docs/limits.md, "1000 log records are kept".
 TEST_F(LogKeepingTest, RecordsBeyondTheLimitAreCountedInARecordOfTheirOwn)
 {
     constexpr std::size_t LOST = 7;

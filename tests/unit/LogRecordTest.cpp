@@ -260,6 +260,7 @@ TEST_F(LogRecordTest, AnyThreadMayMakeRecordsAtAnyTime)
     EXPECT_THAT(vecRecords, ::testing::Each(IsOwnRecord("text")));
 }
 
+// Pins docs/limits.md, "Exceptions that end the process".
 TEST_F(LogRecordDeathTest, APrintLogThatThrowsEndsTheProcess)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");

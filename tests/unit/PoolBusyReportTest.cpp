@@ -93,6 +93,7 @@ protected:
     CLS_Gate m_clsFree;
 };
 
+// Pins docs/limits.md, "A full pool reports every 9 s".
 TEST_F(PoolBusyReportTest, ComesWithEveryNinetiethFailedAttempt)
 {
     QueueTask();
@@ -112,6 +113,7 @@ TEST_F(PoolBusyReportTest, ComesWithEveryNinetiethFailedAttempt)
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
+// Pins docs/limits.md, "A full pool reports every 9 s".
 TEST_F(PoolBusyReportTest, AttemptsAreCountedForEachIdAnew)
 {
     for (int i = 0; i < 3; ++i)
@@ -132,6 +134,7 @@ TEST_F(PoolBusyReportTest, AttemptsAreCountedForEachIdAnew)
     EXPECT_TRUE(WaitForIdle(*m_pPool, 3));
 }
 
+// Pins docs/limits.md, "Odd texts".
 TEST_F(PoolBusyReportTest, SaysWhatEveryWorkerDoes)
 {
     const std::string strIdle = MakeTask({});
@@ -189,6 +192,7 @@ TEST_F(PoolBusyReportTest, HoldsNoLockWhileItIsWritten)
     EXPECT_EQ(2, iRecords);
 }
 
+// Pins docs/limits.md, "A failed dispatcher pass drops its batch".
 TEST_F(PoolBusyReportTest, FailureEndsThePassAndDropsTheRestOfItsBatch)
 {
     CLS_TaskThread* const pBusy = MakeBusyWorker(CLS_ThrowingTextTask::Make({}, 1));
@@ -219,6 +223,7 @@ TEST_F(PoolBusyReportTest, FailureEndsThePassAndDropsTheRestOfItsBatch)
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
+// Pins docs/limits.md, "At most 301 workers".
 TEST_F(PoolBusyReportTest, TasksBeyondThe301stWaitForAWorkerAndAreReported)
 {
     m_pPool->m_iMaxThread = 300;

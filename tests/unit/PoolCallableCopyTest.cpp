@@ -120,6 +120,7 @@ TEST_P(PoolCallableCopyTest, CopyThatThrowsAfterItHasCalledThePool)
     EXPECT_THAT(PoolView::GetRegistered(), IsEmpty());
 }
 
+// Pins docs/limits.md, "A callable whose copy ends the pool".
 TEST_P(PoolCallableCopyTest, CopyThatEndsThePoolIsRefusedAndTheNextOneIsTaken)
 {
     MakePool();
@@ -285,6 +286,7 @@ private:
 
 using PoolCallableEndDeathTest = PoolCallableEndTest;
 
+// Pins docs/limits.md, "Exceptions that end the process".
 TEST_F(PoolCallableEndDeathTest, DestructorThatThrowsEndsTheProcess)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");

@@ -173,6 +173,7 @@ TEST_F(PoolDispatchTest, WaitingDispatcherIsWokenByEachTask)
     EXPECT_LT(steady_clock::now() - tpStart, seconds(20));
 }
 
+// Pins docs/limits.md, "An id that is queued twice runs twice".
 TEST_F(PoolDispatchTest, IdQueuedTwiceRunsTwice)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
@@ -234,6 +235,7 @@ TEST_F(PoolDispatchTest, TaskIsBoundBeforeItsJobIsHandedOver)
     EXPECT_EQ(TASK_STATUS_IDLE, GetStatus(strTaskId));
 }
 
+// Pins docs/limits.md, "A full pool retries every 100 ms".
 TEST_F(PoolDispatchTest, DispatcherAsksForAWorkerAgainAfterEachHundredMilliseconds)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();

@@ -21,6 +21,7 @@ protected:
     std::array<int, 3> m_arrOwners{}; ///< their addresses serve as owners
 };
 
+// Pins docs/limits.md, "Two tasks that remove each other".
 TEST_F(PoolHostileTaskTest, TwoTasksThatRemoveEachOtherWaitTheirBoundsAndComplete)
 {
     CLS_QuenTaskPool& clsPool = MakePool();
@@ -155,6 +156,7 @@ private:
     std::mt19937 m_rngBrawl; // NOLINT(cert-msc51-cpp): the same numbers each time
 };
 
+// Pins docs/limits.md, "Tasks may use the pool".
 TEST_F(PoolHostileTaskTest, TasksThatAddRemoveStopAndKillEachOtherLeaveNothingBehind)
 {
     const auto pCaptured = std::make_shared<int>();

@@ -76,6 +76,7 @@ TEST_F(PoolLogFaultsTest, PrintLogMayUseThePoolOnAHostsThread)
     EXPECT_EQ(std::this_thread::get_id(), m_idUser.load());
 }
 
+// Pins docs/limits.md, "Tasks may use the pool".
 TEST_F(PoolLogFaultsTest, PrintLogMayUseThePoolOnAWorker)
 {
     CLS_QuenTaskPool& clsPool = MakePool();

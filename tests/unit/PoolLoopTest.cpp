@@ -122,6 +122,7 @@ TEST_F(PoolLoopTest, TaskThatIsNotDueIsNotQueued)
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
+// Pins docs/limits.md, "Loop tasks are polled every 10 ms".
 TEST_F(PoolLoopTest, IntervalCountsFromTheEndOfTheRun)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
@@ -149,6 +150,7 @@ TEST_F(PoolLoopTest, IntervalCountsFromTheEndOfTheRun)
     EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strTaskId));
 }
 
+// Pins docs/limits.md, "A negative interval repeats like 0".
 TEST_F(PoolLoopTest, IntervalOfZeroOrLessIsDueOnEveryPassOnceIdle)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
@@ -170,6 +172,7 @@ TEST_F(PoolLoopTest, IntervalOfZeroOrLessIsDueOnEveryPassOnceIdle)
     }
 }
 
+// Pins docs/limits.md, "A stopped task stays known".
 TEST_F(PoolLoopTest, StoppedTaskIsNeverQueuedAgainAndStaysListed)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
@@ -227,6 +230,7 @@ TEST_F(PoolLoopTest, PassWorksOnACopyOfTheListAndHoldsNoLockMeanwhile)
     EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strFirst, strSecond));
 }
 
+// Pins docs/limits.md, "Loop tasks are polled every 10 ms".
 TEST_F(PoolLoopTest, ThreadSleepsTenMillisecondsAfterEachPass)
 {
     for (const std::size_t iTasks : {0U, 2U})

@@ -133,6 +133,7 @@ TEST_F(PoolReentryTest, TaskThatSubmitsForItsOwnerDuringTheOwnersRemovalLeavesNo
     EXPECT_TRUE(WaitForIdle(clsPool, static_cast<std::size_t>(clsPool.GetTaskThreadNum())));
 }
 
+// Pins docs/limits.md, "A removal does not chase new tasks for ever".
 TEST_F(PoolReentryTest, OwnerThatIsGivenTasksForEverIsNotRemovedForEver)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
@@ -154,6 +155,7 @@ TEST_F(PoolReentryTest, OwnerThatIsGivenTasksForEverIsNotRemovedForEver)
     EXPECT_THAT(PoolView::GetRegistered(), IsEmpty());
 }
 
+// Pins docs/limits.md, "A shutdown during a shutdown".
 TEST_F(PoolReentryTest, EndOfThePoolWithinItsEndDoesNothing)
 {
     CLS_QuenTaskPool& clsPool = MakePool();
@@ -197,6 +199,7 @@ TEST_F(PoolReentryTest, EndOfThePoolWithinItsEndDoesNothing)
     EXPECT_EQ(1U, iBegun);
 }
 
+// Pins docs/limits.md, "A shutdown during a shutdown".
 TEST_F(PoolReentryTest, KillTaskAllWithinTheEndOfThePoolDoesNothing)
 {
     CLS_QuenTaskPool& clsPool = MakePool();
@@ -242,6 +245,7 @@ TEST_F(PoolReentryTest, KillTaskAllDestroysTheNewPoolThatPrintLogBuildsMeanwhile
     }
 }
 
+// Pins docs/limits.md, "A shutdown from PrintLog".
 TEST_F(PoolReentryTest, ThePoolSurvivesAnEndThatOneOfItsOwnThreadsAsksFor)
 {
     CLS_QuenTaskPool& clsPool = MakePool();

@@ -64,6 +64,7 @@ protected:
     std::atomic<std::thread::id> m_idDestroyer{};
 };
 
+// Pins docs/limits.md, "Tasks may use the pool".
 TEST_P(PoolRemovalHostileTest, CapturedObjectOfAQueuedTaskMayCallThePoolWhenItIsDestroyed)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
@@ -78,6 +79,7 @@ TEST_P(PoolRemovalHostileTest, CapturedObjectOfAQueuedTaskMayCallThePoolWhenItIs
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
+// Pins docs/limits.md, "A run may outlast its removal".
 TEST_P(PoolRemovalHostileTest, RunThatOutlastsTheRemovalEndsAndIsDestroyedByItsWorker)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
@@ -116,6 +118,7 @@ TEST_P(PoolRemovalHostileTest, RunThatOutlastsTheRemovalEndsAndIsDestroyedByItsW
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
+// Pins docs/limits.md, "A task that removes itself".
 TEST_P(PoolRemovalHostileTest, TaskThatRemovesItselfWaitsTheWholeBoundAndCompletes)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();

@@ -113,6 +113,7 @@ TEST_F(PoolRemovalReferenceTest, AReferenceThatTheHostKeepsIsNotWaitedForWithout
     EXPECT_EQ(std::this_thread::get_id(), m_idDestroyer.load());
 }
 
+// Pins docs/limits.md, "A removal waits 300 ms for references".
 TEST_F(PoolRemovalReferenceTest, AKeptReferenceIsLookedAtEveryMillisecondThreeHundredTimes)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();

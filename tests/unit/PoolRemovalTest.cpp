@@ -221,6 +221,7 @@ TEST_F(PoolRemovalTest, NoTaskOfTheOwnerStartsWhileItsFirstIsWaitedFor)
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
+// Pins docs/limits.md, "A removed task that was queued still gets a worker".
 TEST_F(PoolRemovalTest, QueuedTaskThatWasRemovedIsReportedByItsWorkerAndNotRun)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
@@ -268,6 +269,7 @@ TEST_F(PoolRemovalTest, StoppedLoopTaskThatIsQueuedDoesNotRun)
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
+// Pins docs/limits.md, "A stopped task stays known".
 TEST_F(PoolRemovalTest, StopWaitsForTheRunAndForgetsNothing)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();

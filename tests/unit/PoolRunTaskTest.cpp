@@ -143,6 +143,7 @@ TEST_F(PoolRunTaskTest, ExceptionAroundTheRunIsARecordWithTheTasksText)
     ExpectWorkerIdle();
 }
 
+// Pins docs/limits.md, "Odd texts".
 TEST_F(PoolRunTaskTest, ExceptionBeforeTheDescriptionIsARecordWithoutOne)
 {
     int iRuns = 0;

@@ -64,6 +64,7 @@ protected:
     std::shared_ptr<CLS_UnprintableTask> m_pTask;
 };
 
+// Pins docs/limits.md, "Odd texts".
 TEST_F(PoolShutdownFailureTest, AFailedStepIsRecordedBetweenBeginAndEndAndThePoolSurvives)
 {
     CLS_QuenTaskPool& clsPool = MakePool();

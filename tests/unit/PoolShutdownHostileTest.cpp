@@ -390,6 +390,7 @@ class PoolShutdownSelfTest : public PoolShutdownHostileTest, public ::testing::W
 {
 };
 
+// Pins docs/limits.md, "A shutdown from a task".
 TEST_P(PoolShutdownSelfTest, ATaskThatEndsItsPoolIsBoundedAndSurvives)
 {
     bool bGone = false;

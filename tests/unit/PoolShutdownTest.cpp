@@ -17,6 +17,7 @@ protected:
     }
 };
 
+// Pins docs/limits.md, "Odd texts".
 TEST_F(PoolShutdownTest, RecordsItsStepsOnAnIdlePoolAndLeavesNoPool)
 {
     MakePool().UnInit();
@@ -299,6 +300,7 @@ TEST_F(PoolShutdownTest, DropsQueuedTasksAndLeavesTheirRecordsWaiting)
     EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsBegin(), IsStart(), IsEnd()));
 }
 
+// Pins docs/limits.md, "The next call after a shutdown creates a new pool".
 TEST_F(PoolShutdownTest, ANewPoolStartsEmptyWithTheOldRegistry)
 {
     CLS_QuenTaskPool& clsPool = MakePool();

@@ -57,6 +57,7 @@ protected:
     int m_iThreads = 0;
 };
 
+// Pins docs/limits.md, "A second shutdown waits 20 s for each step".
 TEST_P(PoolShutdownTwiceTest, AHostWaitsUntilAnotherHostHasEndedThePool)
 {
     CLS_QuenTaskPool& clsPool = MakePool();
@@ -78,6 +79,7 @@ TEST_P(PoolShutdownTwiceTest, AHostWaitsUntilAnotherHostHasEndedThePool)
     ExpectEndedOnce();
 }
 
+// Pins docs/limits.md, "A shutdown during a shutdown".
 TEST_P(PoolShutdownTwiceTest, AHostWaitsUntilATaskHasEndedThePool)
 {
     CLS_QuenTaskPool& clsPool = MakePool();
@@ -101,6 +103,7 @@ TEST_P(PoolShutdownTwiceTest, AHostWaitsUntilATaskHasEndedThePool)
     ExpectEndedOnce();
 }
 
+// Pins docs/limits.md, "A shutdown during a shutdown".
 TEST_P(PoolShutdownTwiceTest, ATaskDoesNotWaitForTheHostThatWaitsForIt)
 {
     CLS_QuenTaskPool& clsPool = MakePool();

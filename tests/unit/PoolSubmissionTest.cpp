@@ -45,6 +45,7 @@ protected:
     std::array<int, 3> m_arrOwners{}; ///< their addresses serve as owners
 };
 
+// Pins docs/limits.md, "The first call is not synchronised".
 TEST_F(PoolSubmissionTest, APoolBesideTheInstanceTakesTasks)
 {
     CLS_Counter clsRuns;
@@ -146,6 +147,7 @@ TEST_F(PoolSubmissionTest, AnIdThatIsNotedAgainGoesToTheLaterOwner)
     EXPECT_THAT(PoolView::GetOwners(clsPool), ElementsAre(Pair("id", &m_arrOwners[1])));
 }
 
+// Pins docs/limits.md, "A finished task stays registered".
 TEST_F(PoolSubmissionTest, TmpTaskThatHasRunLeavesTheOwnerMapsAndStaysRegistered)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
@@ -218,6 +220,7 @@ TEST_F(PoolSubmissionTest, LoopTaskMayRunBeforeTheCallReturns)
     EXPECT_THAT(PoolView::GetLoopTasks(clsPool), ElementsAre(strTaskId));
 }
 
+// Pins docs/limits.md, "An owner is noted after the queueing".
 TEST_F(PoolSubmissionTest, OwnerIsNotedAlsoWhenTheTaskHasRunAlready)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
@@ -255,6 +258,7 @@ TEST_F(PoolSubmissionTest, LoopTaskIsRegisteredQueuedAndListed)
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
+// Pins docs/limits.md, "The first run of a loop task comes at once".
 TEST_F(PoolSubmissionTest, EveryIntervalIsPassedOnAndFirstRunComesAtOnce)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();

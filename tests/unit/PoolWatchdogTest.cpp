@@ -76,6 +76,7 @@ private:
     };
 };
 
+// Pins docs/limits.md, "Idle workers retire after 5 minutes".
 TEST_F(PoolWatchdogTest, EachPassComesAfterAThousandStepsAndIsRecorded)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
@@ -101,6 +102,7 @@ TEST_F(PoolWatchdogTest, EachPassComesAfterAThousandStepsAndIsRecorded)
     EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsPassBegin(), IsPassBegin(), IsPassBegin()));
 }
 
+// Pins docs/limits.md, "The watchdog notices a shutdown within 180 ms".
 TEST_F(PoolWatchdogTest, EndOfThePoolIsNoticedAfterEachStep)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
@@ -167,6 +169,7 @@ TEST_F(PoolWatchdogTest, WorkerIsRetiredFromTheThresholdOn)
     EXPECT_THAT(GetIdleOrder(clsPool), IsEmpty());
 }
 
+// Pins docs/limits.md, "A recently used worker protects the ones before it".
 TEST_F(PoolWatchdogTest, RecentlyActiveWorkerProtectsAllBeforeIt)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
@@ -341,6 +344,7 @@ TEST_F(PoolWatchdogTest, WorkerInItsLastStepsIsWaitedForAndEnds)
     EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsPassBegin(), IsRetirement(0)));
 }
 
+// Pins docs/limits.md, "Idle workers retire after 5 minutes".
 TEST_F(PoolWatchdogTest, ThresholdOfZeroRetiresEveryIdleWorkerAndThePoolGoesOn)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();

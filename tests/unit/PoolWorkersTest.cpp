@@ -224,6 +224,7 @@ TEST_F(PoolWorkersTest, WorkerThatComesBackMeanwhileIsTakenAndNoneIsMade)
     EXPECT_THAT(GetIdleOrder(clsPool), IsEmpty());
 }
 
+// Pins docs/limits.md, "At most 301 workers".
 TEST_F(PoolWorkersTest, LimitIsExceededByOneWorkerAndThenNullComesSilently)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
@@ -249,6 +250,7 @@ TEST_F(PoolWorkersTest, IdleWorkerIsHandedOutAtTheLimit)
     EXPECT_EQ(pThread, clsPool.GetTaskThread());
 }
 
+// Pins docs/limits.md, "Worker numbers are reused".
 TEST_F(PoolWorkersTest, OrderIdIsUsedAgainAfterARetirement)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();

@@ -149,6 +149,7 @@ TEST_F(ShutdownClaimTest, AThreadWhoseIdWasTakenBackIsOutsideAgain)
     EXPECT_TRUE(clsHost.GetAnswer());
 }
 
+// Pins docs/limits.md, "A second shutdown waits 20 s for each step".
 TEST_F(ShutdownClaimTest, AThreadOutsideGivesUpWhenAStepTakesTooLong)
 {
     const CLS_ShutdownClaim clsClaim(POOL);

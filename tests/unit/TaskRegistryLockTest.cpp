@@ -81,6 +81,7 @@ private:
     std::thread m_thHolder;
 };
 
+// Pins docs/limits.md, "Deleting a task record without a reference".
 TEST_F(TaskRegistryLockTest, LastReferenceIsDroppedUnderTheExclusiveLock)
 {
     bool bEnded = false;

@@ -201,6 +201,7 @@ TEST_F(TaskRegistryTest, TwoThreadsCreateFindAndDeleteTasksAtOnce)
     }
 }
 
+// Pins docs/limits.md, "Exit without a shutdown".
 TEST_F(TaskRegistryDeathTest, RegistryOutlivesTheEndOfTheProcess)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");

@@ -142,6 +142,7 @@ TEST_F(TaskRunTest, EmptyCallableIsSkipped)
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
+// Pins docs/limits.md, "Odd texts".
 TEST_F(TaskRunTest, StandardExceptionIsRecordedWithItsText)
 {
     steady_clock::time_point tpThrown;

@@ -113,6 +113,9 @@ class TaskStopWaitTest : public CLS_TaskFixture, public ::testing::WithParamInte
 {
 };
 
+// Pins docs/limits.md, "A wait for a run ends after 9 s".
+// Pins docs/limits.md, "A run that ends late counts as too long".
+// Pins docs/limits.md, "Odd texts".
 TEST_P(TaskStopWaitTest, SleepsRecordsAndReturns)
 {
     const ST_StopCase& stCase = GetParam();
@@ -257,6 +260,7 @@ TEST_F(TaskStopTest, OvertimeLeavesTheRunAlone)
     EXPECT_EQ(1, iCompleted);
 }
 
+// Pins docs/limits.md, "A task that removes itself".
 TEST_F(TaskStopTest, TaskThatStopsItselfWaitsForItselfInVain)
 {
     const CLS_FastSleep clsFast;

@@ -161,6 +161,7 @@ TEST_F(TaskTest, EveryStatusButIdleCountsAsRunning)
     clsTask.SetTaskStatus(TASK_STATUS_IDLE);
 }
 
+// Pins docs/limits.md, "A negative interval repeats like 0".
 TEST_F(TaskTest, EveryIntervalFromZeroOnMakesALoopTask)
 {
     CLS_Task clsTask([] {}, -1, "");

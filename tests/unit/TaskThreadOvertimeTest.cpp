@@ -37,6 +37,7 @@ TEST_F(TaskThreadOvertimeTest, SharedWordsAreAtomicsOfTheSameSize)
     EXPECT_FALSE(std::is_polymorphic_v<CLS_TaskThread>);
 }
 
+// Pins docs/limits.md, "Idle workers retire after 5 minutes".
 TEST_F(TaskThreadOvertimeTest, ThresholdIsFiveMinutesAndMayBeChanged)
 {
     EXPECT_EQ(300000, CLS_TaskThread::GetWaitingOvertime());

@@ -30,6 +30,7 @@ using ::testing::IsEmpty;
 using TaskThreadSelfTest = CLS_ThreadFixture;
 using TaskThreadSelfDeathTest = CLS_ThreadFixture;
 
+// Pins docs/limits.md, "A worker that ends itself".
 TEST_F(TaskThreadSelfTest, ExitFromTheWorkersOwnThreadFailsAndEndsTheWorker)
 {
     CLS_TaskThread clsWorker;
@@ -70,6 +71,7 @@ TEST_F(TaskThreadSelfTest, ExitThatFailsInAJobIsRecordedAsTheJobsFailure)
     EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsThreadRecord(3, "FunTask", "thread handler error - -1")));
 }
 
+// Pins docs/limits.md, "A worker that ends itself".
 TEST_F(TaskThreadSelfDeathTest, DestructionFromTheWorkersOwnThreadEndsTheProcess)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");

@@ -253,6 +253,7 @@ TEST_F(TaskThreadTest, DestructorLeavesAThreadThatCannotBeJoinedAlone)
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
+// Pins docs/limits.md, "A job that throws runs again".
 TEST_F(TaskThreadTest, FailingJobIsRetriedUntilItReturns)
 {
     CLS_TaskThread clsWorker;

@@ -63,6 +63,7 @@ TEST_F(WaitLimitsTest, WorkerLooksAtItsFlagEveryThreeSeconds)
     EXPECT_TRUE(ComesTo(clsWaits, seconds(3)));
 }
 
+// Pins docs/limits.md, "Opening a library waits 1 s".
 TEST_F(WaitLimitsTest, ThreadsWaitForTheirTurnAsLongAsItSays)
 {
     CLS_LoadTurn clsTurn;

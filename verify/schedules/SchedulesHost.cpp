@@ -1,5 +1,5 @@
 // Runs the pool under schedules that it chooses itself, and asserts at every step what must hold. See
-// docs/schedules.md.
+// docs/verification.md.
 
 #include "verify/schedules/pool/Crashes.h"
 #include "verify/schedules/pool/Marks.h"

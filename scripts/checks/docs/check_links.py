@@ -1,10 +1,8 @@
 #!/usr/bin/env python3
-"""Checks that the files, headings and tests that the pages name exist.
+"""Checks what the pages point at: files and headings.
 
-  - A link within the project leads to one of its files or folders; an anchor leads to a heading there.
-  - Code that begins with a folder of the project is a path that exists. The suffix of a class's file may be missing.
-  - Code of the form `Suite.Test` is a test.
-  - External links are counted, but not followed.
+A link within the project leads to one of its files or folders, and an anchor to a heading there. Code that begins with a
+folder of the project is an existing path; the suffix of a header may be missing. External links are counted, but not followed.
 """
 import os
 import re
@@ -12,33 +10,11 @@ import sys
 
 import pages
 
-TEST = re.compile(r"[A-Z]\w*\.[A-Z]\w*")
-TEST_SOURCE = re.compile(r"\bTEST(?:_F|_P)?\(\s*(\w+),\s*(\w+)\s*\)")
-
-
-def read(path):
-    with open(path, encoding="utf-8") as file:
-        return file.read()
-
-
-def test_names(files):
-    names = set()
-    for path in files:
-        if path.startswith(("tests/", "verify/")) and path.endswith(".cpp"):
-            names.update(map(".".join, TEST_SOURCE.findall(read(path))))
-    # A function makes the tests of sources that must not compile, with the same test names for each source.
-    refused = read("tests/refused/CMakeLists.txt")
-    kinds = re.findall(r"add_test\(NAME \$\{NAME\}\.(\w+)", refused)
-    names.update("%s.%s" % (source, kind)
-                 for source in re.findall(r"zel_add_refused_test\((\w+)", refused) for kind in kinds)
-    return names
-
 
 class Checker:
     def __init__(self):
         files = pages.tracked_files()
         self.pages = {page.path: page for page in pages.pages()}
-        self.tests = test_names(files)
         self.paths = set(files)
         for path in files:
             while "/" in path:
@@ -46,7 +22,7 @@ class Checker:
                 self.paths.add(path)
         folders = sorted({path.split("/")[0] for path in files if "/" in path})
         self.path = re.compile(r"(?<![\w./@}-])(?:%s)/[\w./-]*" % "|".join(map(re.escape, folders)))
-        self.counts = dict.fromkeys(("links", "anchors", "external links", "paths", "tests"), 0)
+        self.counts = dict.fromkeys(("links", "anchors", "external links", "paths"), 0)
         self.errors = []
 
     def _count(self, kind, good, page, line, what):
@@ -70,8 +46,6 @@ class Checker:
             path = path.rstrip("./")
             exists = path in self.paths or path + ".h" in self.paths
             self._count("paths", exists, page, line, "no such path: " + path)
-        if TEST.fullmatch(code):
-            self._count("tests", code in self.tests, page, line, "no such test: " + code)
 
     def check(self):
         for page in self.pages.values():

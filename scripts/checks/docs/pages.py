@@ -44,6 +44,20 @@ class Page:
     def anchors(self):
         return {token.attrs["id"] for token in self.tokens if token.type == "heading_open"}
 
+    def headings(self):
+        """Level and text of each heading, without marks."""
+        for token, inline in zip(self.tokens, self.tokens[1:]):
+            if token.type == "heading_open":
+                yield int(token.tag[1:]), "".join(child.content for child in inline.children)
+
+    def bold_codes(self):
+        """For each paragraph that begins with bold code: the line, that code, and the other codes."""
+        for token in self.tokens:
+            children = [child for child in token.children or () if child.type != "text" or child.content]
+            if [child.type for child in children[:2]] == ["strong_open", "code_inline"]:
+                yield (token.map[0] + 1, children[1].content,
+                       [child.content for child in children[2:] if child.type == "code_inline"])
+
     def _inline(self):
         for token in self.tokens:
             for child in token.children or ():
