@@ -25,8 +25,7 @@ debian_packages()
             libboost-dev libglib2.0-dev libpoco-dev libtbb-dev libuv1-dev qtbase5-dev ;;
         checks) echo clang-14 libclang-rt-14-dev llvm-14 clang-format-14 clang-tidy-14 git valgrind ;;
         coverage) echo clang-19 libclang-rt-19-dev llvm-19 python3 ;;
-        docs) echo doxygen gcc git libglib2.0-dev pkg-config python3 python3-markdown-it python3-mdit-py-plugins \
-            qtbase5-dev ;;
+        docs) echo doxygen gcc git pkg-config python3 python3-markdown-it python3-mdit-py-plugins qtbase5-dev ;;
         macos)
             echo clang-19 lld-19 llvm-19 make perl python3
             command -v npm >/dev/null || echo npm
