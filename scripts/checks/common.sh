@@ -1,4 +1,4 @@
-# What the checks share. A check sources this file, then changes to "$root".
+# What the scripts share. A check sources this file, then changes to "$root".
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 cores=$(getconf _NPROCESSORS_ONLN)
@@ -33,10 +33,30 @@ build()
     local preset=$1 targets=()
     shift
     [ $# -eq 0 ] || targets=(--target "$@")
-    {
+    (
+        cd "$root"
         cmake --preset "$preset"
         cmake --build --preset "$preset" -j "$cores" ${targets[@]+"${targets[@]}"}
-    } >&2
+    ) >&2
+}
+
+# find_library PRESET: prints the path of the library that the preset built.
+find_library()
+{
+    local library=$root/build/$1/bin/libZelTaskPool.so
+    [ -e "$library" ] || library=${library%.so}.dylib
+    echo "$library"
+}
+
+# find_python MODULE: prints a Python that has the module. A package of the system installs its module for the system's
+# Python, which may not be the first in the path.
+find_python()
+{
+    if ! python3 -c "import $1" 2>/dev/null && [ -x /usr/bin/python3 ]; then
+        echo /usr/bin/python3
+    else
+        echo python3
+    fi
 }
 
 # record_figure NAME FIGURE: prints what this run counted. Appends it, with the command, to build/figures.txt.

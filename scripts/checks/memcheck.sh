@@ -10,7 +10,7 @@ source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 cd "$root"
 need checks
 
-build dev
+build dev "$@"
 folder=$PWD/build/dev/bin/tests
 
 if [ $# -eq 0 ]; then

@@ -23,7 +23,7 @@ explore()
 {
     local scenarios count steps
     scenarios=$("$schedules" --list)
-    "$schedules" --list | xargs -P "$cores" -I{} "$schedules" --scenario {} "$@" | awk '
+    xargs -P "$cores" -I{} "$schedules" --scenario {} "$@" <<<"$scenarios" | awk '
         BEGIN { print "| Scenario | Strategy | Schedules | Steps | Seconds |\n|---|---|---|---|---|" }
         { print }' | tee "$results"
     count=$(awk -F'|' 'NF == 7 { sum += $4 } END { printf "%.0f", sum }' "$results")

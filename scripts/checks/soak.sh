@@ -14,10 +14,8 @@ cd "$root"
 if [ "${1:-}" = --kit ]; then
     need bench
     build dev ZelTaskPool zel_kit_soak_host
-    library=build/dev/bin/libZelTaskPool.so
-    [ -e "$library" ] || library=${library%.so}.dylib
-    build/dev/bin/tests/zel_kit_soak_host "$library" "${2:-10000000}" | tee build/kit-memory.csv
-    exec /usr/bin/python3 verify/soak/draw_memory.py build/kit-memory.csv docs/pictures/kit-memory.svg
+    build/dev/bin/tests/zel_kit_soak_host "$(find_library dev)" "${2:-10000000}" | tee build/kit-memory.csv
+    exec "$(find_python matplotlib)" verify/soak/draw_memory.py build/kit-memory.csv docs/pictures/kit-memory.svg
 fi
 seconds=${1:-3600}
 tasks=${2:-$((seconds * 10000000 / 3600))}

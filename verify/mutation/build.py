@@ -1,4 +1,4 @@
-"""Compiles mutants and links the programs of the tests with them, in a copy of the build of its own."""
+"""Compiles mutants and links the test programs with them, in a separate copy of the build."""
 import os
 import re
 import shlex
@@ -17,7 +17,7 @@ def run(command, **options):
 
 
 class Build:
-    """What the build system knows: commands, objects, and which program needs what of the product."""
+    """The commands and objects of the build, and which program needs what of the product."""
 
     def __init__(self, root, folder):
         self.root = root
@@ -25,7 +25,7 @@ class Build:
         self.compiles = {}  # source, from the root -> options of its compiler
         self.objects = {}  # object, from the folder -> source
         self.includes = {}  # source -> headers of the project
-        self.includers = {}  # object of a test -> the product's files in it, its compiler's command
+        self.includers = {}  # object of a test -> the product's files in it, and its command
         self.links = {}  # what is linked with objects of the product -> command
         self.needs = {}  # program -> what of self.links it is or uses
 
@@ -43,7 +43,7 @@ class Build:
         return run(["ninja", "-C", str(self.folder), "--quiet", "-t", *arguments])
 
     def read_dependencies(self):
-        """Object -> which of the product's files it is made of."""
+        """Object -> the product's files that it contains."""
         dependencies, current = {}, set()
         for line in self.ninja("deps").splitlines():
             if ": #deps" in line:
@@ -65,7 +65,7 @@ class Build:
             target = words[words.index("-o") + 1]
             included = dependencies.get(target, set())
             options = [word for word in words[:words.index("-MD")] if not word.startswith("-W")]
-            # A test that compiles a source for itself is no part of the product.
+            # A test that compiles a source itself is not part of the product.
             if PRODUCT.match(source) and not target.startswith(("tests/", "verify/")):
                 self.compiles[source] = options
                 self.objects[target] = source
@@ -86,7 +86,7 @@ class Build:
             self.needs[program] = sorted((inputs | {program}) & set(self.links))
 
     def make_precompiled(self):
-        """The standard library's headers, which take most of a compilation."""
+        """Precompiles the standard library's headers, which take most of a compilation."""
         headers = set()
         for source, includes in self.includes.items():
             for file in {source} | includes:
@@ -99,32 +99,32 @@ class Build:
             run([COMPILER, *options, *more, "-xc++-header", str(header), "-o", str(self.folder / name)])
 
     def affected(self, file):
-        """The sources that are to be compiled when a file changes."""
+        """The sources to compile when a file changes."""
         return [source for source in self.compiles if file == source or file in self.includes[source]]
 
 
 class Workplace:
-    """A copy of a build, where one mutant at a time takes the place of the original."""
+    """A copy of a build in which one mutant at a time replaces the original."""
 
     def __init__(self, build, number):
         self.build = build
         self.folder = build.folder.with_name("job-%d" % number)
         self.changed = self.folder / "changed"
         self.replaced = {}  # object -> the one to link in its place
-        self.pending = {}  # object of a test that is to be compiled, too, before it is linked -> command
+        self.pending = {}  # object of a test to compile before linking -> command
         self.options = []  # for the linker
         self.fresh = set()  # what is linked already
         self.copy()
 
     def copy(self):
-        """Paths stand in programs, too; so the copy's must be as long."""
+        """Programs contain paths, so the path of the copy must have the same length."""
         before, after = os.fsencode(self.build.folder), os.fsencode(self.folder)
         assert len(before) == len(after)
         shutil.rmtree(self.folder, ignore_errors=True)
         for path in self.build.folder.rglob("*"):
             target = self.folder / path.relative_to(self.build.folder)
             if path.is_symlink():
-                # The library's other names: they lead to what is linked here.
+                # The library's other names lead to the file that is linked here.
                 target.symlink_to(os.readlink(path))
             elif path.is_dir():
                 target.mkdir(parents=True, exist_ok=True)
@@ -137,7 +137,7 @@ class Workplace:
         return text.replace(str(self.build.folder), str(self.folder))
 
     def compile(self, source, *more, output=None, fast=False):
-        """The compiler's messages; None when it refuses the source."""
+        """The compiler's messages; None if it rejects the source."""
         precompiled = self.build.folder / ("standard-fast.pch" if fast else "standard.pch")
         changed = self.changed / source
         command = [COMPILER, "-I" + str(self.changed), *self.build.compiles[source], *LOCK_CHECK, *more,
@@ -164,7 +164,7 @@ class Workplace:
         return self.changed / (source.replace("/", "-") + ".o")
 
     def take(self, mutant):
-        """Compiles a mutant. Returns "compiled", or why it is of no use."""
+        """Compiles a mutant. Returns "compiled", or why the mutant is useless."""
         self.begin()
         self.write(mutant)
         refused = False
@@ -180,7 +180,7 @@ class Workplace:
         return "refused" if refused else "compiled"
 
     def is_same_code(self, mutant):
-        """Whether the optimiser makes the same of the mutant as of the original."""
+        """Whether the mutant and the original have the same optimised code."""
         before, after = self.changed / "before.o", self.changed / "after.o"
         for source in self.build.affected(mutant.file):
             self.compile(source, output=after, fast=True)
@@ -192,7 +192,7 @@ class Workplace:
         return True
 
     def take_counters(self):
-        """Replaces every object by one that counts what is executed."""
+        """Replaces every object with one that counts what is executed."""
         self.begin(COVERAGE)
         for name, source in self.build.objects.items():
             if self.compile(source, *COVERAGE, output=self.object(source)) is None:
@@ -201,7 +201,7 @@ class Workplace:
         self.take_includers(set(self.build.compiles), COVERAGE)
 
     def take_includers(self, changed, options=()):
-        """Compiles the tests that include a file with what has changed, too, as soon as they are linked."""
+        """Schedules the tests that include a changed file to be compiled when they are linked."""
         self.fresh = set()
         for name, (files, command) in self.build.includers.items():
             if files & changed:
@@ -209,7 +209,7 @@ class Workplace:
                     command[0], *options, "-I" + str(self.changed), *map(self.path, command[1:])]
 
     def compile_pending(self, names):
-        """Compiles those tests' objects that have sources of the product in them."""
+        """Compiles the objects of tests that contain sources of the product."""
         for name in set(names) & set(self.pending):
             output = self.changed / (name.replace("/", "-") + ".o")
             command = [*self.pending.pop(name), str(output)]
@@ -219,7 +219,7 @@ class Workplace:
         return True
 
     def link(self, program):
-        """Links what a program needs with the objects in place. False when that fails."""
+        """Links what a program needs with the current objects. Returns False on failure."""
         for target in self.build.needs.get(program, []):
             if target in self.fresh:
                 continue

@@ -1,4 +1,4 @@
-"""Finds every place of a source where one small change makes a mutant."""
+"""Finds every place in a source where a small change makes a mutant."""
 import collections
 import dataclasses
 import re
@@ -29,7 +29,7 @@ SWAPS = {
     "||": ("logic", ("&&",)),
 }
 COMPARISONS = {operator for operator, (kind, _) in SWAPS.items() if kind == "comparison"}
-# Their mutants by other operators are the negated ones.
+# Another operator would give the negated mutant.
 NEGATED_BY_SWAP = COMPARISONS | {"!"}
 
 FUNCTIONS = (Kind.FUNCTION_DECL, Kind.CXX_METHOD, Kind.CONSTRUCTOR, Kind.DESTRUCTOR, Kind.FUNCTION_TEMPLATE)
@@ -41,14 +41,14 @@ INTEGER = re.compile(r"(0[xX][0-9a-fA-F]+|\d+)([uUlL]*)$")
 
 @dataclasses.dataclass(frozen=True)
 class Mutant:
-    """One change of one file. What names it holds no line number, so that it stands when lines move."""
+    """One change of one file. Its name contains no line number, so it survives when lines move."""
 
     file: str  # from the project's root
     kind: str
     function: str  # around the place, "" outside of functions
     text: str  # the source lines of the place
-    change: str  # what is done to it
-    number: int  # of those with the same name, from 1 on
+    change: str  # what replaces what
+    number: int  # among those with the same name, from 1 on
     line: int
     begin: int
     end: int
@@ -133,7 +133,7 @@ class Finder:
         self.add(kind, function, begin, end, "", "dropped: " + flatten(self.text(cursor)))
 
     def operator(self, cursor):
-        """A cursor's operator and where it stands; ("", 0) when it is none of the known ones."""
+        """A cursor's operator and its position; ("", 0) if the operator is unknown."""
         while cursor.kind in (Kind.UNEXPOSED_EXPR, Kind.PAREN_EXPR) and len(self.children(cursor)) == 1:
             cursor = self.children(cursor)[0]
         children = self.children(cursor)
@@ -190,7 +190,7 @@ class Finder:
         elif cursor.kind == Kind.STRING_LITERAL and text.startswith('"'):
             for token in cursor.get_tokens():
                 if token.spelling.startswith('"'):
-                    # A short text may be a set of characters, of which all must go.
+                    # A short text may be a set of characters; change them all.
                     rest = token.spelling[1:] if len(token.spelling) > LONGEST_SET else '"'
                     self.replace("text", function, token.extent.start.offset, token.extent.end.offset, '"~' + rest)
         elif cursor.kind == Kind.CHARACTER_LITERAL and text.startswith("'"):
@@ -242,7 +242,7 @@ class Finder:
                 self.drop_unused(child, function)
 
     def drop_unused(self, statement, function):
-        """A variable that nobody names is there for what its constructor and its destructor do."""
+        """A variable that no code names exists for its constructor and destructor."""
         variables = self.children(statement)
         if len(variables) == 1 and variables[0].kind == Kind.VAR_DECL and variables[0].hash not in self.used:
             kind = "lock" if LOCK.search(variables[0].type.spelling) else "statement"

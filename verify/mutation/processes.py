@@ -1,4 +1,4 @@
-"""Runs programs that may do anything: within limits, and with everything that they start ended afterwards."""
+"""Runs programs within limits, and ends everything that they started."""
 import ctypes
 import os
 import pathlib
@@ -9,18 +9,18 @@ import subprocess
 import sys
 import time
 
-MOST_MEMORY = 8 << 30  # addresses; hundreds of threads have their stacks there
+MOST_MEMORY = 8 << 30  # of address space, which hundreds of thread stacks need
 PR_SET_CHILD_SUBREAPER = 36
 
 
 def adopt_orphans():
-    """Makes this process the parent of whatever its children leave behind. Linux has that."""
+    """Makes this process the parent of processes that its children leave behind. Linux only."""
     if ctypes.CDLL(None, use_errno=True).prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0) != 0:
         raise OSError(ctypes.get_errno(), "cannot adopt orphans")
 
 
 def exit_when_told():
-    """Makes a signal to end an exception, so that nothing is left behind."""
+    """Turns a termination signal into an exception, so that no process is left behind."""
     signal.signal(signal.SIGTERM, lambda _number, _frame: sys.exit(1))
 
 
@@ -35,7 +35,7 @@ def own_children():
 
 
 def end_children():
-    """Ends this process's children, theirs, and so on. Only for a process that has no others."""
+    """Ends all descendants of this process. Only for a process without other children."""
     while children := own_children():
         for child in children:
             try:
@@ -46,7 +46,7 @@ def end_children():
 
 
 class Run:
-    """A program that runs, and the lines that it writes."""
+    """A running program and the lines that it writes."""
 
     def __init__(self, command, folder, environment):
         self.process = subprocess.Popen(
@@ -55,7 +55,7 @@ class Run:
         self.rest = b""
 
     def lines(self, limit):
-        """The lines that have come, as soon as there are any; [] after the limit, None when there are no more."""
+        """The next lines, as soon as there are any; [] after the timeout, None at the end."""
         ready, _, _ = select.select([self.process.stdout], [], [], max(0.0, limit))
         if not ready:
             return []
@@ -67,7 +67,7 @@ class Run:
         return [line.decode(errors="replace") for line in lines]
 
     def wait(self, limit):
-        """The exit status; None when there is none within the limit."""
+        """The exit status; None after the timeout."""
         try:
             return self.process.wait(max(0.01, limit))
         except subprocess.TimeoutExpired:

@@ -1,4 +1,4 @@
-"""What became of each mutant, the list of those that nobody can notice, and the summary of both."""
+"""The result of each mutant, the list of equivalent mutants, and the summary."""
 import collections
 import json
 
@@ -7,7 +7,7 @@ COLUMNS = ("mutants", "not compiled", "refused", "killed", "timed out", "same co
 
 
 class Results:
-    """A file that every result is appended to. One that is of an older source does not count."""
+    """A file to which every result is appended. Results for an older source do not count."""
 
     def __init__(self, path, hashes):
         self.path = path
@@ -29,7 +29,7 @@ class Results:
             file.write(json.dumps(record) + "\n")
 
     def kills(self, mutant):
-        """How often each test has noticed a mutant of the same function, and of the same file."""
+        """How often each test noticed a mutant of the same function, and of the same file."""
         near, far = collections.Counter(), collections.Counter()
         for key, record in self.records.items():
             if record.get("by"):
@@ -56,7 +56,7 @@ class Equivalents:
 
 
 class Summary:
-    """The result of all mutants together."""
+    """The results of all mutants."""
 
     def __init__(self, mutants, results, equivalents):
         self.by_file = collections.defaultdict(collections.Counter)

@@ -1,4 +1,4 @@
-"""The tests: what there is, how long each takes, which lines it executes, and how to run some of them."""
+"""The tests: their durations, the lines that they execute, and how to run some of them."""
 import collections
 import dataclasses
 import json
@@ -10,15 +10,14 @@ import subprocess
 import processes
 from build import run
 
-# They take long, and are about time itself.
+# They take long, and test time itself.
 LEFT_OUT_LABELS = {"fuzz", "slow", "soak"}
 LAST_RESORT = "stress"
 EVENT = re.compile(r"\[( RUN      |       OK |  FAILED  |  SKIPPED )\] ([A-Za-z0-9_]+\S*?\.\S+?)(?:,|$| )")
-# A test may take so long, in seconds, and so many times what it takes without a mutant.
+# The timeout of a test: so many seconds, plus so many times its duration without a mutant.
 LIMIT = 4.0
 LIMIT_FACTOR = 8.0
-# A test that takes longer without a mutant is left out; when it is the machine that is slow, or the counters,
-# it may take longer than that, but not for ever.
+# A test that takes longer without a mutant is left out. The second limit allows for a slow machine and for counters.
 MOST_SECONDS = 3.0
 RECORD_LIMIT = 40.0
 
@@ -26,8 +25,8 @@ RECORD_LIMIT = 40.0
 @dataclasses.dataclass(frozen=True)
 class Test:
     name: str
-    program: str  # from the build's folder
-    google: bool  # whether it is one of GoogleTest's, which can be run with others in one process
+    program: str  # relative to the build folder
+    google: bool  # whether it is a GoogleTest, which can run with others in one process
     arguments: tuple
     folder: str
     label: str
@@ -35,7 +34,7 @@ class Test:
 
 @dataclasses.dataclass
 class Outcome:
-    """What became of some tests: the one that stopped them, and how; or none."""
+    """The outcome of some tests: the first that failed, and how; or none."""
 
     test: str = ""
     how: str = "passed"  # "failed", "died" or "hung"
@@ -43,7 +42,7 @@ class Outcome:
 
 
 def read_tests(build):
-    """The tests that can be run with mutants. The others are programs of other kinds or take long."""
+    """The tests that can run with mutants. The others are other kinds of programs or take long."""
     listed = json.loads(run(["ctest", "--test-dir", str(build.folder), "--show-only=json-v1"]))["tests"]
     tests = []
     for entry in listed:
@@ -53,14 +52,14 @@ def read_tests(build):
         if label in LEFT_OUT_LABELS or program.startswith("..") or "WILL_FAIL" in properties:
             continue
         filters = [word[len("--gtest_filter="):] for word in entry["command"] if word.startswith("--gtest_filter=")]
-        # What it is called may hold addresses; the filter does not.
+        # The name of a test may contain addresses; the filter does not.
         tests.append(Test(filters[0] if filters else entry["name"], program, bool(filters),
                           tuple(entry["command"][1:]), properties["WORKING_DIRECTORY"], label))
     return tests
 
 
 class Suite:
-    """The tests with what was recorded of them."""
+    """The tests and what was recorded about them."""
 
     def __init__(self, tests):
         self.tests = {test.name: test for test in tests}
@@ -72,7 +71,7 @@ class Suite:
         return [test for test in self.tests.values() if test.name not in self.left_out]
 
     def covering(self, mutant):
-        """The tests that execute the mutant's line; where there is no code, those that execute its file."""
+        """The tests that execute the mutant's line; if the line has no code, those that execute its file."""
         lines = self.lines.get(mutant.file, {})
         if mutant.line in lines:
             return set(lines[mutant.line])
@@ -170,7 +169,7 @@ def by_program(tests):
 
 
 class Recorder:
-    """Records, without a mutant, what the suite needs to know."""
+    """Records what the tests do without a mutant."""
 
     def __init__(self, workplace, suite, say):
         self.workplace = workplace
@@ -179,7 +178,7 @@ class Recorder:
         self.say = say
 
     def record_times(self, tests):
-        """Runs each program once as it will be run with mutants. What fails then is left out."""
+        """Runs each program once, as with mutants. Tests that fail are left out."""
         self.workplace.begin()
         for group in by_program(tests):
             self.workplace.link(group[0].program)
@@ -203,7 +202,7 @@ class Recorder:
         self.say("left out: %s %s" % (name, reason))
 
     def record_lines(self, tests):
-        """Runs each test by itself with counters."""
+        """Runs each test alone, with counters."""
         self.workplace.take_counters()
         for number, test in enumerate(tests):
             if number % 100 == 0:

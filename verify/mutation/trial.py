@@ -1,4 +1,4 @@
-"""Tries one mutant after the other: which test notices it, if any."""
+"""Tries mutants, and finds the test that notices each, if any."""
 import multiprocessing
 import traceback
 
@@ -6,11 +6,11 @@ import processes
 from build import Workplace
 from suite import LAST_RESORT, Runner, by_program
 
-# Tests that take up to so many seconds come before all that take longer.
+# Limits in seconds: shorter tests run before longer ones.
 TIERS = (0.15, 1.5)
 MOST_FAVOURITES = 12
 SPECIFICITY_STEPS = 10
-# So many groups of tests are compiled anew when the product itself cannot show a change of a header.
+# How many groups of tests are compiled again if only tests can show the change of a header.
 MOST_COMPILED = 6
 
 
@@ -33,7 +33,7 @@ class Trial:
         if result["status"] == "survived" and self.workplace.is_same_code(mutant):
             if not mutant.file.endswith(".h"):
                 return {"status": "same code"}
-            # No source of the product uses the place, so it can only make a difference where tests do.
+            # No source of the product uses the place, so only tests that use it can notice.
             self.workplace.take_includers({mutant.file})
             return self.run_plan(plan[:MOST_COMPILED])
         return result
@@ -49,7 +49,7 @@ class Trial:
         return {"status": "survived"}
 
     def plan(self, mutant, near, far):
-        """Groups of tests that execute the mutant: first what noticed its neighbours, then what is quick."""
+        """Groups of tests that execute the mutant: first those that noticed its neighbours, then the quick ones."""
         covering = [test for test in self.suite.usable() if test.name in self.suite.covering(mutant)]
         times = self.suite.times
         favourites = [test for test in covering if near[test.name] and times.get(test.name, 0) < TIERS[-1]]
@@ -67,7 +67,7 @@ class Trial:
         return self.within_budget(plan)
 
     def rank(self, mutant, group, far):
-        """What noticed mutants of the same file comes first, then what is about that file."""
+        """Sorts tests that noticed mutants of the same file first, then those that mostly execute this file."""
         if mutant.file not in self.specificities:
             self.specificities[mutant.file] = self.suite.specificity(mutant.file)
         shares = self.specificities[mutant.file]
@@ -89,7 +89,7 @@ class Trial:
         return chosen
 
     def confirm(self, tests, outcome):
-        """A busy machine alone must not count: what failed or hung has to do so again."""
+        """Repeats a failure or hang: a busy machine alone must not count."""
         if outcome.how in ("passed", "died"):
             return outcome
         position = [test.name for test in tests].index(outcome.test)
@@ -117,7 +117,7 @@ def serve(connection, build, suite, number, budget):
     while (order := connection.recv()) is not None:
         try:
             connection.send(trial.run(*order))
-        except Exception:  # the others go on
+        except Exception:  # the other mutants continue
             connection.send({"status": None, "error": traceback.format_exc()})
 
 

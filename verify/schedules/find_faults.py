@@ -30,7 +30,7 @@ SEEDS = 10000
 MEASURED_SEEDS = 1000  # with all scenarios and strategies
 BASES = 5
 BASE_STEP = 1000000  # from one of the program's first seeds to the next
-LONGEST = 300  # seconds; a fault may go round without a step
+LONGEST = 300  # seconds; a fault may loop without a step
 LONGEST_MEASURE = 3600
 LEAST_FAULTS = 50
 
@@ -62,7 +62,7 @@ def spoil(fault):
 
 
 class Build:
-    """The commands that made the program, to make it again with one source replaced."""
+    """The commands that build the program, to build it again with one source replaced."""
 
     def __init__(self, folder):
         self.folder = folder
@@ -72,7 +72,7 @@ class Build:
                 name = os.path.relpath(entry["file"], ROOT)
                 self.objects[name] = shlex.split(entry["command"])
         lines = must(["ninja", "-t", "commands", TARGET], folder).splitlines()
-        # The link stands between two empty commands of the shell.
+        # The link command is between two empty shell commands.
         words = shlex.split(lines[-1])
         self.link = [word for word in words if word not in (":", "&&")]
 
@@ -87,7 +87,7 @@ class Build:
         source.write_text(spoil(fault))
         compile_words = list(self.objects[fault["user"] or fault["source"]])
         if fault["user"]:
-            # A header is found there first by the one source that includes it.
+            # The source that includes the header finds it there first.
             source = place / pathlib.Path(fault["user"]).name
             source.write_text((ROOT / fault["user"]).read_text())
             compile_words.insert(next(at for at, word in enumerate(compile_words) if word.startswith("-I")),
@@ -111,21 +111,21 @@ def read_counts(line):
 
 
 def look(build, fault, number, seeds, longest, *words):
-    """What finds the fault, a row for each scenario and strategy; 0 stands for a first seed that does not lead to it."""
+    """What finds the fault, a row for each scenario and strategy; 0 is a first seed that does not lead to it."""
     program = str(build.make(fault, number))
     done = run([program, "--measure", str(BASES), "--seeds", str(seeds), *words], build.folder, longest)
     return program, [read_counts(line) for line in done.stdout.splitlines() if " : " in line]
 
 
 def repeats(program, scenario, strategy, counts, failure):
-    """Whether a process of its own fails in the same way with the last seed that was measured."""
+    """Whether a new process fails in the same way with the last seed that was measured."""
     seed = 1 + (len(counts) - 1) * BASE_STEP + counts[-1] - 1
     done = run([program, "--scenario", scenario, "--strategy", strategy, "--seed", str(seed)], ".")
     return done.returncode == 1 and done.stdout.startswith("%s, %s: %s\n" % (scenario, strategy, failure))
 
 
 def check(build, fault, number):
-    """How many seeds it took at most; None when the fault is not found."""
+    """The most seeds that it took; None if the fault is not found."""
     program, rows = look(build, fault, number, SEEDS, LONGEST,
                          "--scenario", fault["scenario"], "--strategy", fault["strategy"])
     if len(rows) != 1 or not all(rows[0][2]):
@@ -144,7 +144,7 @@ def check(build, fault, number):
 
 
 def passes(build, scenario, strategy, seeds):
-    """Whether the seeds that find faults pass without any."""
+    """Whether the seeds that find faults pass without a fault."""
     for base in range(BASES):
         done = run([build.program(), "--scenario", scenario, "--strategy", strategy,
                     "--first", str(1 + base * BASE_STEP), "--seeds", str(seeds)], build.folder)
@@ -155,9 +155,9 @@ def passes(build, scenario, strategy, seeds):
 
 
 def measure(build, fault, number):
-    """Of what finds the fault from every first seed, what finds it soonest."""
+    """The scenario and strategy that find the fault soonest, from every first seed."""
     _, rows = look(build, fault, number, MEASURED_SEEDS, LONGEST_MEASURE)
-    # Of those that are as soon, the first.
+    # Of equals, the first.
     found = [(statistics.median(counts), place, scenario, strategy, failure)
              for place, (scenario, strategy, counts, failure) in enumerate(rows)
              if not strategy.startswith("exhaustive") and all(counts)]

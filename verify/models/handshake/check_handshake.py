@@ -23,7 +23,7 @@ LEAST_EXECUTIONS = 5
 
 SOURCES = pathlib.Path(__file__).resolve().parents[3] / "QuenPlugins/ZelTaskPool"
 WORDS = r"\bm_(?:iTaskStatus|bValid)\b"
-# All accesses to the two words that these functions make, in this order.
+# All accesses of these functions to the two words, in this order.
 ACCESSES = {
     "explicit CLS_Run(": ["m_clsTask.m_iTaskStatus.exchange(TASK_STATUS_RUNNING);"],
     "~CLS_Run(": ["m_clsTask.m_iTaskStatus.exchange(TASK_STATUS_IDLE);"],
@@ -74,14 +74,14 @@ def describe(execution):
 
 
 def find_weaker_accesses():
-    """Statements that give an access to one of the two words an order of its own."""
+    """Statements that access one of the two words with an explicit memory order."""
     sources = "".join((SOURCES / name).read_text() for name in ("CLS_Task.h", "CLS_Task.cpp"))
     return [" ".join(statement.split()) for statement in re.split(r"[;{}]", sources)
             if re.search(WORDS, statement) and "memory_order" in statement]
 
 
 def find_other_accesses():
-    """Functions that do not access the two words as the handshake here says."""
+    """Functions whose accesses to the two words differ from the handshake here."""
     source = (SOURCES / "CLS_Task.cpp").read_text()
     wrong = []
     for function, expected in ACCESSES.items():

@@ -16,7 +16,7 @@ class Step:
     """One instruction. Runs when the guard's register has one of its values, or there is no guard. A load that did not
     run leaves its register without a value."""
     kind: str  # R, W, U (exchange) or F (fence)
-    order: str  # na, rlx, acq_rel or sc; acquire for what reads, release for what writes
+    order: str  # na, rlx, acq_rel or sc; acquire for reads, release for writes
     place: str = ""
     value: int = 0
     register: str = ""
