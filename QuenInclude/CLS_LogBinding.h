@@ -110,8 +110,7 @@ private:
                              void*& _pFunction) ZEL_EXCLUDES(m_mtxBinding);
     /// Opens the library, unless another thread does or has done so. Returns what Bind does.
     PrintLogFun BindIfFree() ZEL_EXCLUDES(m_mtxBinding);
-    /// Opens the library. Returns its "PrintLog" when this thread has to hand over the kept records, else
-    /// null.
+    /// Opens the library. Returns "PrintLog" if this thread has to hand over the kept records, else null.
     PrintLogFun Bind(const std::string& _strDirectory) ZEL_EXCLUDES(m_mtxBinding);
     /// Prints or keeps a record. False when it was kept because the library is not open.
     bool PrintOrKeep(const ST_LogRecord& _stRecord) ZEL_EXCLUDES(m_mtxBinding);
@@ -121,13 +120,11 @@ private:
     bool HoldBack(KeptRecords& _lstOne) ZEL_REQUIRES(m_mtxBinding);
     /// Leaves all kept records of the calling thread to that thread.
     void ReserveOwn() ZEL_REQUIRES(m_mtxBinding);
-    /// Puts away the record that was handed over and takes the next one of the calling thread. False without
-    /// one.
+    /// Puts the printed record away and takes the next one of the calling thread. False without one.
     bool TakeOwn(KeptRecords& _lstOne) ZEL_EXCLUDES(m_mtxBinding);
     /// Hands over until nothing is kept any more; does nothing when _funPrintLog is null.
     void HandOver(PrintLogFun _funPrintLog) noexcept ZEL_EXCLUDES(m_mtxBinding);
-    /// Puts away the record that was handed over and takes the next one, or the count of lost ones after the
-    /// last.
+    /// Puts the printed record away and takes the next one, or after the last the count of lost ones.
     std::optional<std::uint64_t> TakeOldest(KeptRecords& _lstOne) ZEL_EXCLUDES(m_mtxBinding);
     /// Makes the record about lost ones.
     void PrintLoss(PrintLogFun _funPrintLog, std::uint64_t _uiLost);

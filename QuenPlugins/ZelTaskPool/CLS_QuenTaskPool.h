@@ -284,15 +284,13 @@ private:
 
     // Dispatch: from the waiting queue to a worker.
 
-    /// Appends the one id in the list to the waiting queue. Cannot fail: without memory, the list itself is
-    /// queued.
+    /// Appends the one id in the list to the waiting queue. Without memory, queues the list itself.
     void AppendWaitingTask(std::forward_list<std::string>& _lstTaskId) ZEL_REQUIRES(m_mtxWaitingTasks);
     /// Clears the run flag and wakes the dispatcher.
     void RequestShutdown() ZEL_EXCLUDES(m_mtxWaitingTasks);
     /// Hands all queued tasks to workers, in order. The shutdown drops the rest.
     void DispatchPass();
-    /// Waits for a queued id or the shutdown and takes the queue: first the result, then _lstOverflow from
-    /// its end.
+    /// Waits for an id or the shutdown; takes the queue: the result, then _lstOverflow from its end.
     std::vector<std::string> TakeWaitingTasks(std::forward_list<std::string>& _lstOverflow)
         ZEL_EXCLUDES(m_mtxWaitingTasks);
     /// Hands a task to a worker; _iUndispatched ids wait for one. False when the shutdown comes first.
@@ -313,10 +311,9 @@ private:
     bool IsWorkerThread() ZEL_EXCLUDES(m_smThreadTaskLock);
     /// Binds the task to the worker, whose job reads the id. Moves the id away.
     void BindTask(CLS_TaskThread* _pWorker, std::string& _strTaskId) ZEL_EXCLUDES(m_smThreadTaskLock);
-    /// The id bound to the worker; nothing when the worker is not registered. Unbinds the task when memory
-    /// runs out.
+    /// The id bound to the worker, if it is registered. Without memory for a copy, moves the id away.
     std::optional<std::string> ReadBoundTask(CLS_TaskThread* _pWorker) ZEL_EXCLUDES(m_smThreadTaskLock);
-    /// Moves the id bound to the worker away; nothing when the worker is not registered. Needs no memory.
+    /// Moves the id bound to the worker away, if it is registered. Needs no memory.
     std::optional<std::string> TakeBoundTask(CLS_TaskThread* _pWorker) ZEL_EXCLUDES(m_smThreadTaskLock);
     /// Clears the id bound to the worker.
     void UnbindTask(CLS_TaskThread* _pWorker) ZEL_EXCLUDES(m_smThreadTaskLock);
@@ -330,8 +327,7 @@ private:
     bool SleepBetweenPasses();
     /// Retires the workers that have been idle for too long.
     void OvertimePass();
-    /// Takes the overdue workers off the back of the idle list, up to the first one that is not. Drops empty
-    /// slots.
+    /// Takes overdue workers and empty slots off the back of the idle list, up to the first other worker.
     std::vector<CLS_TaskThread*> TakeOverdueWorkers() ZEL_EXCLUDES(m_mtxIdleThreads);
     /// Unregisters the worker, ends its thread and frees it.
     void RetireWorker(CLS_TaskThread* _pWorker);
