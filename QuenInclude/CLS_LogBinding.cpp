@@ -125,7 +125,8 @@ CLS_LogBinding::PrintLogFun CLS_LogBinding::BindIfFree()
     return Bind("");
 }
 
-/// From the moment that says who hands over, no other thread keeps a record because the library is not open.
+/// Binds and chooses the thread that hands over under one lock. From then on, no other thread keeps a record
+/// because the library is not open.
 CLS_LogBinding::PrintLogFun CLS_LogBinding::Bind(const std::string& _strDirectory)
 {
     Functions mapFuns = m_funOpen(_strDirectory);

@@ -67,7 +67,7 @@ std::vector<std::string> SplitStdString(const std::string& _strText, const std::
 
 std::string GetUuid()
 {
-    // Relaxed, and no read-modify-write: the other fields keep ids apart whose threads draw the same value.
+    // Relaxed, and no read-modify-write: the other fields tell ids apart if threads draw the same value.
     static std::atomic<std::uint32_t> uiNum{0};
     const std::uint32_t uiCount = uiNum.load(std::memory_order_relaxed) % 65535;
 

@@ -44,17 +44,17 @@ public:
     };
 
     /// The part of a job that uses the pool, as long as this object lives. For the worker's thread.
-    class CLS_PoolScope
+    class CLS_PoolVisit
     {
     public:
         /// The job is about to touch the pool.
-        explicit CLS_PoolScope(CLS_RunGate& _clsGate) : m_clsGate(_clsGate), m_bInside(_clsGate.EnterPool())
+        explicit CLS_PoolVisit(CLS_RunGate& _clsGate) : m_clsGate(_clsGate), m_bInside(_clsGate.EnterPool())
         {
         }
         /// The job no longer touches the pool.
-        ~CLS_PoolScope() { m_clsGate.LeavePool(); }
-        CLS_PoolScope(const CLS_PoolScope&) = delete;
-        CLS_PoolScope& operator=(const CLS_PoolScope&) = delete;
+        ~CLS_PoolVisit() { m_clsGate.LeavePool(); }
+        CLS_PoolVisit(const CLS_PoolVisit&) = delete;
+        CLS_PoolVisit& operator=(const CLS_PoolVisit&) = delete;
 
         /// False when the pool has abandoned the worker: the job must not touch the pool.
         bool IsInside() const { return m_bInside; }
