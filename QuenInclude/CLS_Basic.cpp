@@ -9,8 +9,8 @@ namespace
 {
 constexpr const char* ID_NAME = "__id__";
 
-/// The class codes asked for so far, by the platform's name of the type. Codes are handed out as pointers,
-/// and late threads log while the process exits, so the table is never destroyed.
+/// The class codes asked for so far, by the platform's name of the type. Never destroyed, because codes are
+/// handed out as pointers and late threads log while the process exits.
 struct ST_ClassCodes
 {
     CLS_Mutex m_mtxCodes;
@@ -23,7 +23,7 @@ ST_ClassCodes& GetClassCodes()
     return s_stCodes;
 }
 
-/// Who is inside RunCallBackFun of which object. A thread-local variable would do, but keeps a library from
+/// Which threads are in RunCallBackFun of which object. A thread-local variable would keep the library from
 /// being unloaded on some platforms.
 struct ST_CallBackRuns
 {
@@ -37,8 +37,8 @@ ST_CallBackRuns& GetCallBackRuns()
     return s_stRuns;
 }
 
-/// The callback lock of one object, held shared. A callback may run callbacks of the same object again; the
-/// lock is not taken a second time then, for where writers go first that would deadlock with one that waits.
+/// Holds the callback lock of one object, shared. A callback may run callbacks of the same object again. The
+/// lock is not taken a second time then: where writers go first, that would deadlock with a waiting writer.
 class ZEL_SCOPED_CAPABILITY CLS_CallBackScope
 {
 public:
@@ -72,7 +72,7 @@ private:
     std::multiset<std::pair<const CLS_Basic*, std::thread::id>>::iterator m_itRun;
 };
 
-/// What a class of the host's gave; a null text is the empty one.
+/// A text from a class of the host, where null stands for the empty text.
 std::string GetText(const char* _szText)
 {
     return _szText == nullptr ? std::string() : std::string(_szText);
@@ -132,7 +132,7 @@ std::string CLS_Basic::SetCallBackResultFun(const CallBackResultFun& _funCallBac
 
 void CLS_Basic::RmoveCallBackResultFun(const std::string& _strKey)
 {
-    // What the callback captured is destroyed after the lock is released.
+    // The captured objects are destroyed after the lock is released.
     std::map<std::string, CallBackEntry>::node_type clsEntry;
     const CLS_LockGuard lock(m_smCallBackLock);
     clsEntry = m_mapCallBackFun.extract(_strKey);

@@ -21,10 +21,12 @@ using CallBackResultFun = std::function<void(const std::string&, const std::map<
 ///
 /// The destructor is not virtual on purpose: an object is destroyed through its most-derived type.
 ///
-/// Thread-safe, from any thread: parameters and callbacks each have their own reader/writer lock, and no
-/// operation holds both. Operations wait only for those locks. std::bad_alloc passes, and leaves the object
-/// as it was. Pitfall: callbacks, and the records of their failures, run with the callback lock held shared,
-/// so neither a callback nor "PrintLog" may register or remove a callback on the same object; that deadlocks.
+/// Pitfall: callbacks, and the log records of their failures, run with the callback lock held shared. A
+/// callback, or a "PrintLog", that registers or removes a callback on the same object deadlocks.
+///
+/// Threads: thread-safe; any thread may call. Parameters and callbacks each have their own reader/writer
+/// lock, and no operation holds both. Waits: only for the lock that the operation names. Fails:
+/// std::bad_alloc passes and leaves the object as it was.
 class CLS_Basic
 {
 public:
@@ -32,51 +34,78 @@ public:
     CLS_Basic(const CLS_Basic&) = delete;
     CLS_Basic& operator=(const CLS_Basic&) = delete;
 
-    /// Name of the object's class, as the platform gives it to the run-time type, without namespaces. The
-    /// text stays valid for the life of the process. Takes a lock of its own for a look-up.
+    /// Name of the object's class, as the platform gives it to the run-time type, without namespaces.
+    ///
+    /// Waits: for a lock of its own, for one look-up.
+    /// Owns: the text stays valid for the life of the process.
     virtual const char* GetClassCode();
 
-    /// Name that the object's records carry as their module: the class code, unless a class overrides that.
-    /// Null from an override of either is passed on as the module, and left out of the records' texts.
+    /// Name that the object's log records carry as their module: the class code, unless a class overrides
+    /// that.
+    ///
+    /// If an override of this or of GetClassCode returns null, the module is null and the texts leave the
+    /// name out.
     virtual const char* GetModuleCode();
 
     /// Sets the parameter "__id__".
     virtual void SetId(const CLS_CVariant& _clsId);
 
-    /// The parameter "__id__" as a text. When there is none, makes an id with Util::GetUuid, whose
-    /// exceptions pass, and keeps it. Of two threads that ask first at once, the last to store wins.
+    /// The parameter "__id__" as a text. When there is none, makes an id with Util::GetUuid and keeps it.
+    ///
+    /// If two threads ask first at the same time, the last to store wins.
+    ///
+    /// Fails: the exceptions of Util::GetUuid pass.
     virtual std::string GetId();
 
     /// Registers a callback and returns its key. _pUser is passed on to the callback, and never touched.
-    /// Exclusive callback lock. Util::GetUuid's exceptions pass.
+    ///
+    /// Waits: for the callback lock, exclusive.
+    /// Fails: the exceptions of Util::GetUuid pass.
     virtual std::string SetCallBackResultFun(const CallBackResultFun& _funCallBack, void* _pUser);
 
-    /// Forgets a callback; an unknown key is ignored. Exclusive callback lock: waits for running callbacks.
+    /// Forgets a callback. Ignores an unknown key.
+    ///
+    /// Waits: for the callback lock, exclusive, and so for running callbacks.
     virtual void RmoveCallBackResultFun(const std::string& _strKey);
 
-    /// Sets one parameter to a deep copy of the value. Exclusive parameter lock.
+    /// Sets one parameter to a deep copy of the value.
+    ///
+    /// Waits: for the parameter lock, exclusive.
     virtual void SetParam(const std::string& _strName, const CLS_CVariant& _clsValue);
 
-    /// Replaces all parameters, the id included. Exclusive parameter lock.
+    /// Replaces all parameters, including the id.
+    ///
+    /// Waits: for the parameter lock, exclusive.
     virtual void SetParam(const std::map<std::string, CLS_CVariant>& _mapParam);
 
-    /// Drops a parameter; an unknown name is ignored. Exclusive parameter lock.
+    /// Drops a parameter. Ignores an unknown name.
+    ///
+    /// Waits: for the parameter lock, exclusive.
     virtual void RemoveParam(const std::string& _strName);
 
-    /// A copy of one parameter; a variant of type None when there is none. Shared parameter lock.
+    /// A copy of one parameter; a variant of type None when there is none.
+    ///
+    /// Waits: for the parameter lock, shared.
     virtual CLS_CVariant Param(const std::string& _strName);
 
-    /// A copy of all parameters. Shared parameter lock.
+    /// A copy of all parameters.
+    ///
+    /// Waits: for the parameter lock, shared.
     virtual std::map<std::string, CLS_CVariant> Param();
 
-    /// The parameters as Util::MapToString prints them. Shared parameter lock.
+    /// The parameters as Util::MapToString prints them.
+    ///
+    /// Waits: for the parameter lock, shared.
     virtual std::string ParamToString();
 
-    /// Calls the callback with this key, or all of them, in key order, when the key is empty. What a
-    /// callback throws is recorded and swallowed. Holds the callback lock shared throughout, and takes as
-    /// long as the callbacks do. An unknown key is recorded, and called as an empty callback; kept on
-    /// purpose: that leaves an empty entry behind, made under the shared lock, so callers that share the
-    /// object between threads pass known keys only.
+    /// Calls the callback with this key; if the key is empty, calls all callbacks in key order.
+    ///
+    /// An unknown key causes a log record and is called as an empty callback. Kept on purpose: this leaves an
+    /// empty entry behind, made under the shared lock. So callers that share the object between threads pass
+    /// known keys only.
+    ///
+    /// Waits: for the callback lock, shared, which it holds as long as the callbacks run.
+    /// Fails: an exception of a callback becomes a log record.
     virtual void RunCallBackFun(const std::string& _strFirst,
                                 const std::map<std::string, CLS_CVariant>& _mapParam,
                                 const std::string& _strSecond, const std::string& _strKey);
@@ -84,8 +113,10 @@ public:
 private:
     using CallBackEntry = std::pair<CallBackResultFun, void*>;
 
+    /// Calls one callback; an exception becomes a log record.
     void RunOneCallBack(const CallBackEntry& _pairEntry, const std::string& _strFirst,
                         const std::map<std::string, CLS_CVariant>& _mapParam, const std::string& _strSecond);
+    /// Makes a log record about a callback.
     void RecordCallBack(const std::string& _strText, int _iLine = __builtin_LINE());
 
     CLS_SharedMutex m_smParamLock;

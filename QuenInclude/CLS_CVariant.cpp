@@ -11,15 +11,15 @@ bool IsOwned(n_CVariantType _iType)
     return _iType == CVariantType_String || _iType == CVariantType_Vector || _iType == CVariantType_Map;
 }
 
-/// Whether there is a value to such a type. To none and to types outside the table there is none.
+/// Whether a variant of this type has a value. None and types outside the table have no value.
 bool HasValue(n_CVariantType _iType)
 {
     return _iType >= CVariantType_Bool && _iType <= CVariantType_Pointer;
 }
 
 /// The stream form of one value, the same on every machine whatever the host's locale.
-template <typename Value>
-std::string StreamToString(Value _tValue)
+template <typename T_Value>
+std::string StreamToString(T_Value _tValue)
 {
     std::ostringstream ossText;
     ossText.imbue(std::locale::classic());
@@ -114,7 +114,7 @@ CLS_CVariant& CLS_CVariant::operator=(const CLS_CVariant& _clsOther)
     }
     const n_CVariantType iType = _clsOther.m_iType;
     const u_Value uValue = _clsOther.CopyValue();
-    // From here on _clsOther may be gone: it may live in what is freed.
+    // From here on _clsOther may be gone, because it may live in what is freed.
     SetType(iType);
     if (HasValue(iType))
     {
@@ -126,7 +126,7 @@ CLS_CVariant& CLS_CVariant::operator=(const CLS_CVariant& _clsOther)
 CLS_CVariant& CLS_CVariant::operator=(CLS_CVariant&& _clsOther) noexcept
 {
     CLS_CVariant clsTaken(std::move(_clsOther));
-    // From here on _clsOther may be gone: it may live in what is freed.
+    // From here on _clsOther may be gone, because it may live in what is freed.
     SetType(clsTaken.m_iType);
     if (HasValue(m_iType))
     {
@@ -165,7 +165,6 @@ void CLS_CVariant::FreeValue()
     }
 }
 
-/// The value's bits, with a deep copy in place of an owned value.
 CLS_CVariant::u_Value CLS_CVariant::CopyValue() const
 {
     u_Value uCopy = m_uValue;

@@ -24,21 +24,22 @@ enum n_CVariantType : std::int32_t
     CVariantType_Pointer = 6   ///< untyped, not owned
 };
 
-/// One value: a flag, an integer, a real number, a text, a list, a map or a pointer; or nothing.
+/// One value: a flag, an integer, a real number, a text, a list, a map, a pointer, or nothing.
 ///
-/// A variant owns its text, list or map. Copies are deep; a pointer is shared. A list or map that is null
-/// reads as empty, a text that is null as "".
+/// A list or map that is null reads as empty, a text that is null as "".
 ///
-/// Not thread-safe: the owner guards a variant that threads share. Only SetType calls on one variant are
-/// serialised, by the variant's own mutex, which assignment and destruction take, too. Nothing else waits.
-/// Whatever makes or copies a text, a list or a map passes std::bad_alloc on.
+/// Threads: not thread-safe. The owner guards a variant that threads share. Only SetType, assignment and
+/// destruction take the variant's own mutex, so calls of SetType on one variant are serialised.
+/// Waits: only for that mutex.
+/// Fails: std::bad_alloc passes from every operation that makes or copies a text, a list or a map.
+/// Owns: a variant owns its text, list or map, and copies are deep. A pointer is shared.
 class CLS_CVariant
 {
 public:
     CLS_CVariant(); ///< nothing
-    /// From a flag, and from nothing that would merely convert to one, as pointers do.
-    template <typename Flag, std::enable_if_t<std::is_same_v<Flag, bool>, int> = 0>
-    CLS_CVariant(Flag _bValue) : m_iType(CVariantType_Bool)
+    /// A flag. Does not accept types that merely convert to bool, such as pointers.
+    template <typename T_Flag, std::enable_if_t<std::is_same_v<T_Flag, bool>, int> = 0>
+    CLS_CVariant(T_Flag _bValue) : m_iType(CVariantType_Bool)
     {
         m_uValue.m_bValue = _bValue;
     }
@@ -57,27 +58,33 @@ public:
     CLS_CVariant(CLS_CVariant&& _clsOther) noexcept;
     ~CLS_CVariant();
 
-    /// A deep copy. Copies before it frees: _clsOther may be an element of this variant's own list or map,
-    /// and a copy that fails (std::bad_alloc) leaves this variant as it was.
+    /// Becomes a deep copy. _clsOther may be an element of this variant's own list or map.
+    ///
+    /// Fails: std::bad_alloc passes and leaves this variant as it was.
     CLS_CVariant& operator=(const CLS_CVariant& _clsOther);
 
     /// Takes the value and leaves nothing behind. _clsOther may be an element of this variant's own list or
     /// map.
     CLS_CVariant& operator=(CLS_CVariant&& _clsOther) noexcept;
 
-    /// What is held; not serialised with SetType.
+    /// The type of the value. Not serialised with SetType.
     n_CVariantType GetType() const { return m_iType; }
 
-    /// Changes the type and frees what was owned. Makes no value for the new type: the bits of an in-place
-    /// value stay as they are, an owned value is null until one is given by assignment.
+    /// Changes the type and frees what was owned. Makes no value for the new type.
+    ///
+    /// The bits of an in-place value stay as they are. An owned value is null until one is assigned.
     void SetType(n_CVariantType _iType);
 
-    /// The value as a text: "1" or "0" for a flag, numbers in the stream's default form whatever the
-    /// locale, elements of a list joined by "|" (kept on purpose: the separator is left out as long as the
-    /// text so far is empty), "" for a map and for nothing, "0x..." for a pointer.
+    /// The value as a text:
+    /// - "1" or "0" for a flag;
+    /// - a number in the stream's default form, whatever the locale;
+    /// - the elements of a list joined by "|"; kept on purpose: no separator as long as the text so far is
+    /// empty;
+    /// - "" for a map and for nothing;
+    /// - "0x..." for a pointer.
     std::string ToString() const;
 
-    /// The same text at the end of another.
+    /// Appends the text of ToString to _strText.
     void AppendTo(std::string& _strText) const;
 
     /// The flag; for any other type, whether the text is exactly "true".
@@ -98,7 +105,9 @@ private:
         std::map<std::string, CLS_CVariant>* m_pMap;
     };
 
+    /// The bits of the value, with a deep copy in place of an owned value.
     u_Value CopyValue() const;
+    /// Frees an owned value.
     void FreeValue();
 
     CLS_Mutex m_mtxType; ///< serialises SetType

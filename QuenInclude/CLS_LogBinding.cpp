@@ -7,7 +7,6 @@
 #include <charconv>
 #include <limits>
 #include <new>
-#include <optional>
 #include <utility>
 
 namespace
@@ -26,7 +25,7 @@ const char* GetText(const std::optional<std::string>& _optText)
 }
 } // namespace
 
-/// A record with texts of its own.
+/// A log record with texts of its own.
 struct CLS_LogBinding::ST_Kept
 {
     explicit ST_Kept(const ST_LogRecord& _stRecord)
@@ -60,36 +59,40 @@ CLS_LogBinding::~CLS_LogBinding() = default;
 
 void* CLS_LogBinding::GetFunction(const std::string& _strFunction, const std::string& _strDirectory)
 {
-    void* pFunction = nullptr;
-    if (FindBound(_strFunction, pFunction))
+    if (const std::optional<void*> optFunction = FindBound(_strFunction))
     {
-        return pFunction;
+        return *optFunction;
     }
+    void* pFunction = nullptr;
     HandOver(BindFunction(_strFunction, _strDirectory, pFunction));
     return pFunction;
 }
 
-/// Opens the library as soon as the turn comes, and looks _strFunction up. Returns what Bind does.
 CLS_LogBinding::PrintLogFun CLS_LogBinding::BindFunction(const std::string& _strFunction,
                                                          const std::string& _strDirectory, void*& _pFunction)
 {
     const CLS_LoadTurn::CLS_Scope clsTurn(m_clsTurn);
+    if (!clsTurn.IsTaken())
+    {
+        return nullptr;
+    }
+    // Another thread may have bound the name while this one waited for its turn.
+    std::optional<void*> optFunction = FindBound(_strFunction);
     PrintLogFun funPrintLog = nullptr;
-    // Another thread may have bound while this one waited for its turn.
-    if (clsTurn.IsTaken() && !FindBound(_strFunction, _pFunction))
+    if (!optFunction)
     {
         funPrintLog = Bind(_strDirectory);
-        FindBound(_strFunction, _pFunction);
+        optFunction = FindBound(_strFunction);
     }
+    _pFunction = optFunction.value_or(nullptr);
     return funPrintLog;
 }
 
 void CLS_LogBinding::Emit(const ST_LogRecord& _stRecord) noexcept
 {
-    PrintLogFun funPrintLog = nullptr;
-    if (FindFree(funPrintLog))
+    if (const std::optional<PrintLogFun> optPrintLog = FindFree())
     {
-        Print(funPrintLog, _stRecord);
+        Print(*optPrintLog, _stRecord);
     }
     else if (!PrintOrKeep(_stRecord))
     {
@@ -97,42 +100,33 @@ void CLS_LogBinding::Emit(const ST_LogRecord& _stRecord) noexcept
     }
 }
 
-/// Whether the last opening tells about _strFunction; if so, its address goes to _pFunction.
-bool CLS_LogBinding::FindBound(const std::string& _strFunction, void*& _pFunction)
+std::optional<void*> CLS_LogBinding::FindBound(const std::string& _strFunction)
 {
     const CLS_LockGuard lock(m_mtxBinding);
     const auto itFun = m_mapFuns.find(_strFunction);
-    if (itFun == m_mapFuns.end())
-    {
-        return false;
-    }
-    _pFunction = itFun->second;
-    return true;
+    return itFun == m_mapFuns.end() ? std::nullopt : std::optional(itFun->second);
 }
 
-/// Whether records go right to "PrintLog", or nowhere when that is null.
-bool CLS_LogBinding::FindFree(PrintLogFun& _funPrintLog)
+std::optional<CLS_LogBinding::PrintLogFun> CLS_LogBinding::FindFree()
 {
     const CLS_LockGuard lock(m_mtxBinding);
-    _funPrintLog = m_funPrintLog;
-    return m_bBound && m_idHandsOver == std::thread::id() && m_lstOwn.empty();
+    const bool bFree = m_bBound && m_idHandsOver == std::thread::id() && m_lstOwn.empty();
+    return bFree ? std::optional(m_funPrintLog) : std::nullopt;
 }
 
-/// Opens the library, unless another thread does, or has done so: that one hands over what was kept. Returns
-/// what Bind does.
 CLS_LogBinding::PrintLogFun CLS_LogBinding::BindIfFree()
 {
     const CLS_LoadTurn::CLS_Scope clsTurn(m_clsTurn, std::try_to_lock);
-    void* pFunction = nullptr;
-    if (!clsTurn.IsTaken() || FindBound("PrintLog", pFunction))
+    // Otherwise the thread that opens or opened the library hands over the kept records.
+    if (!clsTurn.IsTaken() || FindBound("PrintLog"))
     {
         return nullptr;
     }
     return Bind("");
 }
 
-/// Opens the library. Returns its "PrintLog" when this thread has to hand over what was kept, else null. From
-/// the same moment on, no other thread keeps a record because the library is not open.
+/// Binds and chooses the thread that hands over under one lock. From then on, no other thread keeps a record
+/// because the library is not open.
 CLS_LogBinding::PrintLogFun CLS_LogBinding::Bind(const std::string& _strDirectory)
 {
     Functions mapFuns = m_funOpen(_strDirectory);
@@ -161,8 +155,6 @@ CLS_LogBinding::PrintLogFun CLS_LogBinding::Bind(const std::string& _strDirector
     return nullptr;
 }
 
-/// For a record that is made while the library is not open, or while others are handed over. False when it
-/// was kept because the library is not open.
 bool CLS_LogBinding::PrintOrKeep(const ST_LogRecord& _stRecord)
 {
     KeptRecords lstOne = MakeKept(_stRecord);
@@ -190,7 +182,6 @@ bool CLS_LogBinding::PrintOrKeep(const ST_LogRecord& _stRecord)
     return true;
 }
 
-/// One record; none when memory has run out.
 CLS_LogBinding::KeptRecords CLS_LogBinding::MakeKept(const ST_LogRecord& _stRecord)
 {
     KeptRecords lstOne;
@@ -215,13 +206,12 @@ void CLS_LogBinding::Keep(KeptRecords& _lstOne)
     m_lstKept.splice(m_lstKept.end(), _lstOne);
 }
 
-/// Keeps the record if another thread is in "PrintLog" with an earlier one of the calling thread. Not for
-/// ever: a thread that records faster than "PrintLog" prints would keep the one that hands over busy. Nor
-/// without memory, for a record that arrives too early is better than none.
+/// Not more than MOST_KEPT times: a thread that records faster than "PrintLog" prints would keep the thread
+/// that hands over busy. Nor without memory, because a record that arrives too early is better than none.
 bool CLS_LogBinding::HoldBack(KeptRecords& _lstOne)
 {
     const std::thread::id idSelf = std::this_thread::get_id();
-    // The thread that hands over is itself inside "PrintLog" when it gets here.
+    // The thread that hands over is itself in "PrintLog" when it gets here.
     const bool bInHand = m_idInHand == idSelf && m_idHandsOver != idSelf;
     if (!bInHand || _lstOne.empty() || m_uiHeldBack >= MOST_KEPT)
     {
@@ -232,8 +222,7 @@ bool CLS_LogBinding::HoldBack(KeptRecords& _lstOne)
     return true;
 }
 
-/// Leaves the calling thread's records to itself. All of them at once: none is in hand while it prints
-/// another.
+/// All of them at once, so that none is being handed over while the calling thread prints another.
 void CLS_LogBinding::ReserveOwn()
 {
     const std::thread::id idSelf = std::this_thread::get_id();
@@ -247,8 +236,7 @@ void CLS_LogBinding::ReserveOwn()
     }
 }
 
-/// Puts away the record that was handed over and takes the next one of the calling thread, if there is one.
-/// One at a time, for "PrintLog" may make records, which come behind the others.
+/// One at a time, because "PrintLog" may make records, which come behind the others.
 bool CLS_LogBinding::TakeOwn(KeptRecords& _lstOne)
 {
     const CLS_LockGuard lock(m_mtxBinding);
@@ -263,7 +251,6 @@ bool CLS_LogBinding::TakeOwn(KeptRecords& _lstOne)
     return !_lstOne.empty();
 }
 
-/// Hands over until nothing is kept any more; nothing when _funPrintLog is null.
 void CLS_LogBinding::HandOver(PrintLogFun _funPrintLog) noexcept
 {
     if (_funPrintLog == nullptr)
@@ -271,12 +258,11 @@ void CLS_LogBinding::HandOver(PrintLogFun _funPrintLog) noexcept
         return;
     }
     KeptRecords lstOne;
-    std::uint64_t uiLost = 0;
-    while (TakeOldest(lstOne, uiLost))
+    while (const std::optional<std::uint64_t> optLost = TakeOldest(lstOne))
     {
         if (lstOne.empty())
         {
-            PrintLoss(_funPrintLog, uiLost);
+            PrintLoss(_funPrintLog, *optLost);
         }
         else
         {
@@ -285,9 +271,8 @@ void CLS_LogBinding::HandOver(PrintLogFun _funPrintLog) noexcept
     }
 }
 
-/// Puts away the record that was handed over and takes the next one, or, behind the last, the count of those
-/// that were lost. False when nothing is left: then the hand-over is over.
-bool CLS_LogBinding::TakeOldest(KeptRecords& _lstOne, std::uint64_t& _uiLost)
+/// Nothing when no record and no count is left: then the hand-over is over.
+std::optional<std::uint64_t> CLS_LogBinding::TakeOldest(KeptRecords& _lstOne)
 {
     const CLS_LockGuard lock(m_mtxBinding);
     m_lstHandedOver.splice(m_lstHandedOver.end(), _lstOne);
@@ -296,15 +281,15 @@ bool CLS_LogBinding::TakeOldest(KeptRecords& _lstOne, std::uint64_t& _uiLost)
     {
         _lstOne.splice(_lstOne.end(), m_lstKept, m_lstKept.begin());
         m_idInHand = _lstOne.front().m_idThread;
-        return true;
+        return m_uiLost;
     }
-    _uiLost = std::exchange(m_uiLost, 0);
-    if (_uiLost == 0)
+    if (m_uiLost > 0)
     {
-        m_idHandsOver = std::thread::id();
-        m_uiHeldBack = 0;
+        return std::exchange(m_uiLost, 0);
     }
-    return _uiLost > 0;
+    m_idHandsOver = std::thread::id();
+    m_uiHeldBack = 0;
+    return std::nullopt;
 }
 
 void CLS_LogBinding::Print(PrintLogFun _funPrintLog, const ST_LogRecord& _stRecord)
@@ -316,7 +301,6 @@ void CLS_LogBinding::Print(PrintLogFun _funPrintLog, const ST_LogRecord& _stReco
     }
 }
 
-/// Prints the one record and frees its message, which is not used any more.
 void CLS_LogBinding::Print(PrintLogFun _funPrintLog, KeptRecords& _lstOne)
 {
     Print(_funPrintLog, _lstOne.front().GetRecord());

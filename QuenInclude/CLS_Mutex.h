@@ -6,8 +6,8 @@
 #include <shared_mutex>
 
 /// \file
-/// The standard library's locks with the annotations that the compiler's check of the lock discipline needs.
-/// They add nothing else: neither members nor code. Each operation does what the standard one does.
+/// The standard library's locks, with the annotations that the compiler's check of the lock discipline needs.
+/// They add neither members nor code. Each operation does what the standard one does.
 
 /// A mutex.
 class ZEL_CAPABILITY("mutex") CLS_Mutex : public std::mutex
@@ -15,9 +15,9 @@ class ZEL_CAPABILITY("mutex") CLS_Mutex : public std::mutex
 public:
     /// Waits for the lock.
     void lock() ZEL_ACQUIRE() { std::mutex::lock(); }
-    /// False when it is taken.
+    /// Takes the lock if it is free.
     bool try_lock() ZEL_TRY_ACQUIRE(true) { return std::mutex::try_lock(); }
-    /// By the thread that locked.
+    /// Gives the lock back, on the thread that locked.
     void unlock() ZEL_RELEASE() { std::mutex::unlock(); }
 };
 
@@ -27,57 +27,57 @@ class ZEL_CAPABILITY("mutex") CLS_SharedMutex : public std::shared_mutex
 public:
     /// Waits for the lock.
     void lock() ZEL_ACQUIRE() { std::shared_mutex::lock(); }
-    /// False when it is taken.
+    /// Takes the lock if it is free.
     bool try_lock() ZEL_TRY_ACQUIRE(true) { return std::shared_mutex::try_lock(); }
-    /// By the thread that locked.
+    /// Gives the lock back, on the thread that locked.
     void unlock() ZEL_RELEASE() { std::shared_mutex::unlock(); }
-    /// Waits while it is held exclusively.
+    /// Takes the lock, shared; waits while it is held exclusively.
     void lock_shared() ZEL_ACQUIRE_SHARED() { std::shared_mutex::lock_shared(); }
-    /// False when it is held exclusively.
+    /// Takes the lock, shared, unless it is held exclusively.
     bool try_lock_shared() ZEL_TRY_ACQUIRE_SHARED(true) { return std::shared_mutex::try_lock_shared(); }
-    /// By the thread that locked, shared.
+    /// Gives the shared lock back, on the thread that locked.
     void unlock_shared() ZEL_RELEASE_SHARED() { std::shared_mutex::unlock_shared(); }
 };
 
-/// Holds a lock of either kind, exclusively, as long as it lives.
-template <typename Mutex>
+/// Holds a lock of either kind, exclusive, as long as it lives.
+template <typename T_Mutex>
 class ZEL_SCOPED_CAPABILITY CLS_LockGuard
 {
 public:
     /// Waits for the lock.
-    explicit CLS_LockGuard(Mutex& _mtxLock) ZEL_ACQUIRE(_mtxLock) : m_lock(_mtxLock) {}
+    explicit CLS_LockGuard(T_Mutex& _mtxLock) ZEL_ACQUIRE(_mtxLock) : m_lock(_mtxLock) {}
     /// Gives the lock back.
     ~CLS_LockGuard() ZEL_RELEASE() = default;
     CLS_LockGuard(const CLS_LockGuard&) = delete;
     CLS_LockGuard& operator=(const CLS_LockGuard&) = delete;
 
 private:
-    const std::lock_guard<Mutex> m_lock;
+    const std::lock_guard<T_Mutex> m_lock;
 };
 
 /// Holds a reader/writer mutex, shared, as long as it lives.
-template <typename Mutex>
+template <typename T_Mutex>
 class ZEL_SCOPED_CAPABILITY CLS_SharedGuard
 {
 public:
     /// Waits while the lock is held exclusively.
-    explicit CLS_SharedGuard(Mutex& _smLock) ZEL_ACQUIRE_SHARED(_smLock) : m_lock(_smLock) {}
+    explicit CLS_SharedGuard(T_Mutex& _smLock) ZEL_ACQUIRE_SHARED(_smLock) : m_lock(_smLock) {}
     /// Gives the lock back.
     ~CLS_SharedGuard() ZEL_RELEASE_GENERIC() = default;
     CLS_SharedGuard(const CLS_SharedGuard&) = delete;
     CLS_SharedGuard& operator=(const CLS_SharedGuard&) = delete;
 
 private:
-    const std::shared_lock<Mutex> m_lock;
+    const std::shared_lock<T_Mutex> m_lock;
 };
 
-/// Holds a mutex as long as it lives, but for the time that a condition variable waits with it.
-template <typename Mutex>
+/// Holds a mutex as long as it lives, except while a condition variable waits with it.
+template <typename T_Mutex>
 class ZEL_SCOPED_CAPABILITY CLS_WaitGuard
 {
 public:
     /// Waits for the lock.
-    explicit CLS_WaitGuard(Mutex& _mtxLock) ZEL_ACQUIRE(_mtxLock)
+    explicit CLS_WaitGuard(T_Mutex& _mtxLock) ZEL_ACQUIRE(_mtxLock)
         : m_lockHeld(_mtxLock), m_lockWait(_mtxLock, std::adopt_lock)
     {
     }
@@ -86,10 +86,10 @@ public:
     CLS_WaitGuard(const CLS_WaitGuard&) = delete;
     CLS_WaitGuard& operator=(const CLS_WaitGuard&) = delete;
 
-    /// For a condition variable's wait alone: the mutex is held when it returns, as it was before.
+    /// Only for the wait of a condition variable: the mutex is held again when the wait returns.
     std::unique_lock<std::mutex>& GetLock() { return m_lockWait; }
 
 private:
-    const std::lock_guard<Mutex> m_lockHeld;
+    const std::lock_guard<T_Mutex> m_lockHeld;
     std::unique_lock<std::mutex> m_lockWait;
 };

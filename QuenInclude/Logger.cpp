@@ -23,13 +23,13 @@ public:
     }
 
 private:
-    /// Made once: a record that reports a lack of memory must not need some to find that there is no library.
+    /// Made once, so that a log record about a lack of memory needs none to find that there is no library.
     std::string m_strName = ZEL_LOG_LIBRARY_NAME;
     std::vector<std::string> m_vecNames{"Init", "SetLoggerConfig", "SetLoggerConfigAll", "PrintLog",
                                         "UnInit"};
 };
 
-/// Late threads log while the process exits, so it is never destroyed.
+/// Never destroyed, because late threads log while the process exits.
 CLS_LogBinding& GetBinding()
 {
     static CLS_LogBinding& s_clsBinding = *new CLS_LogBinding(CLS_Opener());

@@ -16,7 +16,7 @@
 
 namespace
 {
-/// The libraries opened so far. Late threads log while the process exits, so the table is never destroyed.
+/// The libraries opened so far. Never destroyed, because late threads log while the process exits.
 struct ST_Loader
 {
     CLS_LoadTurn m_clsTurn;
@@ -39,7 +39,7 @@ void PrintOpenError(const std::string& _strPath)
     }
 }
 
-/// Appends the number in lower-case hexadecimal digits, _iLeast of them at least.
+/// Appends the number in at least _iLeast lower-case hexadecimal digits.
 void AppendHex(std::string& _strText, std::uint64_t _uiNumber, std::ptrdiff_t _iLeast)
 {
     std::array<char, 16> arrDigits; // as many as 64 bits have
@@ -67,8 +67,7 @@ std::vector<std::string> SplitStdString(const std::string& _strText, const std::
 
 std::string GetUuid()
 {
-    // Relaxed, and no read-modify-write: the other fields keep apart the ids of threads that draw the same
-    // value.
+    // Relaxed, and no read-modify-write: the other fields tell ids apart if threads draw the same value.
     static std::atomic<std::uint32_t> uiNum{0};
     const std::uint32_t uiCount = uiNum.load(std::memory_order_relaxed) % 65535;
 
@@ -118,7 +117,7 @@ void PinLibrary()
         // The reference is never given back.
         dlopen(stInfo.dli_fname, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
     }
-    // A failure leaves a text behind, for this thread, that would otherwise stand in the next loader message.
+    // Clears the text of a failure, which would otherwise appear in this thread's next loader message.
     dlerror(); // NOLINT(concurrency-mt-unsafe)
 }
 

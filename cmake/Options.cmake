@@ -5,7 +5,6 @@ option(ZEL_BUILD_FUZZERS "Build the fuzzers (clang only; see the preset \"fuzz\"
 option(ZEL_BUILD_BENCHMARKS "Build the benchmarks (see the preset \"bench\")" OFF)
 option(ZEL_WERROR "Treat every compiler warning as an error" OFF)
 option(ZEL_INSTALL_LOG_LIBRARY "Also install the example logging library; programs that find it get log records" OFF)
-
 option(ZEL_COVERAGE "Count what is executed (clang only; see scripts/checks/coverage.sh)" OFF)
 
 set(ZEL_SANITIZE "" CACHE STRING

@@ -24,234 +24,340 @@
 
 class CLS_ShutdownClaim;
 
-/// The pool: one object a process. Runs the host's callables on workers that it makes on demand, 301 at most.
+/// The pool: one object per process. It runs the host's callables on workers that it makes on demand, 301 at
+/// most.
 ///
-/// A task's road: AddTmpTask or AddLoopTask registers it and puts its id on the waiting queue; the dispatcher
-/// takes the queue, binds each id to the idle worker with the lowest order id, or to a new one, and hands the
-/// worker its job, FunRunTask, which runs the task and puts the worker back on the idle list. The loop
-/// scheduler queues each loop task anew when its interval has passed since its last run ended. The watchdog
-/// retires workers that have been idle for too long.
+/// The path of a task:
+/// - AddTmpTask or AddLoopTask registers the task and puts its id on the waiting queue.
+/// - The dispatcher takes the queue. It binds each id to the idle worker with the lowest order id, or to a
+/// new
+///   worker, and hands the worker its job, FunRunTask.
+/// - The job runs the task and puts the worker back on the idle list.
+/// - The loop scheduler requeues a loop task when its interval has passed since its last run ended.
+/// - The watchdog retires workers that have been idle for too long.
 ///
-/// Failures are records and empty results; no exception leaves an operation unless it says so. Unknown ids
-/// and owners are ignored.
+/// Threads: thread-safe, except at the start and the shutdown. The first use must not race another, and no
+/// host thread may be in the pool while UnInit runs.
 ///
-/// Thread-safe, but for the beginning and the end: the first use must not race another, and no host thread
-/// may be in the pool while UnInit runs. No thread holds two of the pool's locks at once, and none is held
-/// while a task runs, is waited for or destroyed, nor while a record is made.
+/// Locks: no thread holds two of the pool's locks at once. None is held while a task runs, is waited for or
+/// destroyed, or while a log record is made.
 ///
-/// Pitfalls: a task that stops or removes itself waits for its own run, about 9 seconds. A task that shuts
-/// the pool down frees it beneath its own worker; that is survived, but not meant. A callable that may
-/// outlast the end of the pool must not call it from then on.
+/// Fails: failures become log records and empty results. No exception leaves an operation unless its comment
+/// says so. Unknown ids and owners are ignored.
+///
+/// Pitfalls:
+/// - A task that stops or removes itself waits for its own run, about 9 seconds.
+/// - A task that shuts the pool down frees it beneath its own worker. The pool survives that, but it is not
+/// meant.
+/// - A callable that may outlast the shutdown must not call the pool afterwards.
 class CLS_QuenTaskPool
 {
 public:
-    /// The pool; builds it when there is none, and passes on the constructor's exceptions. The first call
-    /// must not race another: building on first use is unsynchronised on purpose.
+    /// Returns the pool. Builds it when there is none.
+    ///
+    /// Threads: any, but the first call must not race another: building on first use is unsynchronised on
+    /// purpose. Fails: the exceptions of the constructor pass.
     ZEL_TASKPOOL_EXPORT static CLS_QuenTaskPool* GetInstance();
 
-    /// Starts dispatcher, loop scheduler and watchdog, and no worker. When one of them cannot be started,
-    /// those already running are ended before the std::system_error, or std::bad_alloc, leaves. For
-    /// GetInstance.
+    /// Starts dispatcher, loop scheduler and watchdog, but no worker. For GetInstance.
+    ///
+    /// Fails: std::system_error or std::bad_alloc passes when a thread cannot be started. The threads that
+    /// already run are ended first.
     ZEL_TASKPOOL_EXPORT CLS_QuenTaskPool();
 
-    /// Forgets the instance and releases the members. No thread is left after UnInit; after one that failed,
-    /// ends those that are, which takes about 9 seconds at most, for none may run on a pool that is gone. For
-    /// UnInit and KillTaskAll.
+    /// Forgets the instance and releases the members. For UnInit and KillTaskAll.
+    ///
+    /// Waits: for nothing after a successful UnInit. After a failed one, ends the remaining threads, because
+    /// none may run on a pool that is gone: about 9 seconds at most.
     ZEL_TASKPOOL_EXPORT ~CLS_QuenTaskPool();
 
     CLS_QuenTaskPool(const CLS_QuenTaskPool&) = delete;
     CLS_QuenTaskPool& operator=(const CLS_QuenTaskPool&) = delete;
 
-    /// Queues _funTask, copied, to run once on behalf of the owner _pObj, which is never touched and must not
-    /// be null. _strCallInfo says who submits it, and appears in records. False, with a record, for a null
-    /// owner, when the copying throws or ends the pool, and when memory or another resource runs out; when
-    /// that happens after the queueing, the task runs all the same, without an owner. The task may run before
-    /// the call returns. Its record, and what the callable captured, stay until the process ends, unless the
-    /// owner's tasks are removed before it has run. Any thread, from within tasks, too. Waits for no task;
-    /// one lock at a time.
+    /// Queues a copy of _funTask to run once on behalf of the owner _pObj. True when it is queued.
+    ///
+    /// The owner is never touched and must not be null. _strCallInfo names the submitter in log records. The
+    /// task may run before the call returns.
+    ///
+    /// Threads: any, also from within tasks.
+    /// Waits: for no task; takes one lock at a time.
+    /// Fails: false, with a log record, in these cases:
+    /// - the owner is null: nothing is queued;
+    /// - copying the callable throws or shuts the pool down: nothing is queued;
+    /// - memory or another resource runs out. If that happens after the queueing, the task still runs,
+    /// without an
+    ///   owner.
+    ///
+    /// Owns: the pool keeps the task record and the captured objects until the process ends, unless the
+    /// owner's tasks are removed before the task has run.
     ZEL_TASKPOOL_EXPORT bool AddTmpTask(const std::function<void()>& _funTask, void* _pObj,
                                         const std::string& _strCallInfo);
 
-    /// Queues _funTask, copied, to run now and again _iInterval milliseconds after each run ended, plus up to
-    /// about 10 ms; 0 repeats at once, a negative interval never waits either. Overwrites _strTaskId with the
-    /// task's id, by which it is removed.
+    /// Queues a copy of _funTask to run now, and again _iInterval milliseconds after each run has ended.
     ///
-    /// When the copying throws or ends the pool, or memory or another resource runs out, there is a record.
-    /// The id then tells how far the call came:
-    /// - it is as it was: there is no such task;
-    /// - it is new: the task is registered. It was queued and runs once, or it was not queued and never runs.
-    ///   RemoveTask removes it in either case.
+    /// The next run starts up to about 10 ms late. An interval of 0 repeats at once; so does a negative one.
+    /// Overwrites _strTaskId with the id of the task, for RemoveTask.
     ///
-    /// Any thread, from within tasks, too. Waits for no task; one lock at a time.
+    /// Threads: any, also from within tasks.
+    /// Waits: for no task; takes one lock at a time.
+    /// Fails: with a log record, when copying the callable throws or shuts the pool down, or when memory or
+    /// another resource runs out. _strTaskId then tells how far the call came:
+    /// - unchanged: there is no such task;
+    /// - changed: the task is registered. It runs once if it was queued, otherwise never. In either case
+    /// RemoveTask
+    ///   removes it.
     ZEL_TASKPOOL_EXPORT void AddLoopTask(const std::function<void()>& _funTask, int _iInterval,
                                          std::string& _strTaskId, const std::string& _strCallInfo);
 
-    /// Makes a task invalid and waits, as CLS_Task::Stop does, for a run in progress. The task stays known.
-    /// Any thread. Exceptions of CLS_Task::Stop pass.
+    /// Makes a task invalid and waits for a run in progress. The task stays registered.
+    ///
+    /// Threads: any.
+    /// Waits: as CLS_Task::Stop, whose exceptions pass.
     ZEL_TASKPOOL_EXPORT void StopTask(const std::string& _strTaskId);
 
-    /// Drops one id from the owner maps; the task itself is left alone. Any thread; m_mtxTmpTasks.
+    /// Drops one id from the owner maps. The task itself is left alone.
+    ///
+    /// Threads: any.
+    /// Waits: for m_mtxTmpTasks.
     ZEL_TASKPOOL_EXPORT void RemoveTmpTask(const std::string& _strTaskId) ZEL_EXCLUDES(m_mtxTmpTasks);
 
-    /// Cancels and forgets all tasks that _pObj submitted and that have not finished: makes them all invalid,
-    /// then waits for each that is running. What those submit for the same owner meanwhile is cancelled, too.
+    /// Cancels and forgets all unfinished tasks of the owner _pObj.
     ///
-    /// Waits
-    /// - up to 9 seconds for each task that the owner had at the call;
-    /// - then up to 9 seconds for all that were submitted since, together;
-    /// - and up to 0.3 seconds in all for threads that let go of a task.
+    /// Makes them all invalid first, then waits for each that is running. Tasks that those submit for the
+    /// same owner meanwhile are cancelled, too. Ignores a null or unknown owner.
     ///
-    /// The owner may be destroyed afterwards, unless a run outlasted the wait: such a run goes on, and its
+    /// The owner may be destroyed afterwards, unless a run outlasted the wait. Such a run goes on, and its
     /// task is forgotten. Tasks that it submits for the owner from then on are not cancelled.
     ///
-    /// What the callables captured is destroyed on the calling thread, with no lock held; it may call the
-    /// pool, or end it. When a run outlasts the wait, or another thread goes on using the task, it is
-    /// destroyed there and later. A null or unknown owner is ignored. When something throws, there is a
-    /// record, and the tasks not yet handled stay registered, most of them invalid. Any thread.
+    /// Threads: any.
+    /// Waits:
+    /// - up to 9 seconds for each task that the owner had at the call;
+    /// - then up to 9 seconds in all for the tasks that were submitted since;
+    /// - and up to 0.3 seconds in all for threads that still hold a reference to a task.
+    ///
+    /// Fails: when something throws, there is a log record. The tasks not yet handled stay registered, and
+    /// most of them are invalid. Owns: destroys the captured objects on the calling thread, with no lock
+    /// held; they may call the pool or shut it down. If a run outlasts the wait, or another thread goes on
+    /// using the task, they are destroyed there and later.
     ZEL_TASKPOOL_EXPORT void RemoveTmpTask(void* _pObj, const std::string& _strCallInfo);
 
-    /// Stops and forgets one task, usually a loop task; waits up to about 9 seconds for a run in progress.
-    /// The callable is destroyed as by the removal by owner. Any thread.
+    /// Stops and forgets one task, usually a loop task.
+    ///
+    /// Threads: any.
+    /// Waits: up to about 9 seconds for a run in progress.
+    /// Fails: with a log record.
+    /// Owns: destroys the captured objects as the removal by owner does.
     ZEL_TASKPOOL_EXPORT void RemoveTask(const std::string& _strTaskId, const std::string& _strCallInfo);
 
-    /// The same as RemoveTask, record texts included.
+    /// Does the same as RemoveTask, with the same log texts.
     ZEL_TASKPOOL_EXPORT void KillTask(const std::string& _strTaskId, const std::string& _strCallInfo);
 
-    /// UnInit, and destroys the instance even when UnInit could not, which takes about 9 seconds more. This
-    /// object is gone afterwards. The same threads as UnInit; on a service thread, where UnInit fails, the
-    /// instance survives. A call while the pool is being ended does what UnInit does then.
+    /// Shuts the pool down as UnInit does, and destroys the instance even when UnInit fails.
+    ///
+    /// This object is gone afterwards. A call during another shutdown does what UnInit does then.
+    ///
+    /// Threads: as UnInit. On a service thread, where UnInit fails, the instance survives.
+    /// Waits: as UnInit; about 9 seconds more when that fails.
     ZEL_TASKPOOL_EXPORT void KillTaskAll();
 
-    /// Ends the pool: ends the service threads, stops the tasks that are running, ends the workers, destroys
-    /// this object. Queued tasks are dropped, loop tasks forgotten; the registry stays as it is.
+    /// Shuts the pool down: stops the running tasks, ends all threads and destroys this object.
     ///
-    /// Waits for
-    /// - the service threads, about 200 ms;
-    /// - each running task, up to 9 seconds;
-    /// - then for all that no StopTask can wait for, up to 9 seconds together: runs of removed tasks, and
-    ///   jobs that a host gave to a worker with CLS_TaskThread::AddFunction.
+    /// Queued tasks are dropped and loop tasks forgotten. The registry stays as it is.
     ///
-    /// A run or a job that outlasts this is left behind: its worker touches nothing of the pool, ends when
-    /// the run does, and keeps the library loaded.
+    /// Threads: any, except in a task or in the "PrintLog" of a log record. While another thread shuts the
+    /// pool down, in whichever way, a call
+    /// - waits until that is over and then finds no pool, or shuts it down itself if the other thread failed;
+    /// - gives up when a single step of the other thread takes more than 20 seconds;
+    /// - returns at once on a thread of the pool, and on the thread that shuts it down.
     ///
-    /// A call while another thread ends the pool, in whichever way, waits until that is over, and then finds
-    /// no pool; it ends the pool itself if the other thread failed. It gives up when a single step of the
-    /// other's takes more than 20 seconds. On a thread of the pool's own, and on the thread that ends the
-    /// pool, such a call returns at once.
+    /// Waits for:
+    /// - the service threads: about 200 ms;
+    /// - each running task: up to 9 seconds;
+    /// - runs of removed tasks, and jobs that a host gave to a worker with CLS_TaskThread::AddFunction: up to
+    ///   9 seconds in all.
     ///
-    /// When a step fails, there is a record, the object survives, takes tasks but runs none, and UnInit may
-    /// be called again. Not from a task or a record's "PrintLog".
+    /// A worker whose run or job outlasts this is abandoned. It touches nothing of the pool, ends when the
+    /// run does, and keeps the library loaded.
+    ///
+    /// Fails: when a step fails, there is a log record. The object survives, accepts tasks but runs none, and
+    /// UnInit may be called again.
     ZEL_TASKPOOL_EXPORT void UnInit();
 
-    /// Marks the task as waiting and appends its id to the waiting queue. Any thread; the registry's lock,
-    /// then m_mtxWaitingTasks. std::bad_alloc passes, before the task is touched. Pitfall: no check is
-    /// made; a task that is queued twice runs twice, perhaps at once, and one that is queued while it runs is
-    /// not waited for by Stop.
+    /// Marks the task as waiting and appends its id to the waiting queue.
+    ///
+    /// Pitfall: nothing is checked. A task that is queued twice runs twice, perhaps at the same time. Stop
+    /// does not wait for a task that is queued while it runs.
+    ///
+    /// Threads: any.
+    /// Waits: for the registry's lock, then m_mtxWaitingTasks.
+    /// Fails: std::bad_alloc passes before the task is touched.
     ZEL_TASKPOOL_EXPORT void AddWaitingTasks(const std::string& _strTaskId) ZEL_EXCLUDES(m_mtxWaitingTasks);
 
-    /// Makes and registers a worker, which the pool owns. Null, with a record, when there is no thread or no
-    /// memory to be had; the worker, with a record, when only the registering failed. For GetTaskThread.
+    /// Makes and registers a worker. For GetTaskThread.
+    ///
+    /// Fails: with a log record. Null when no thread can be started or memory runs out; the worker when only
+    /// the registering failed. Owns: the pool owns the worker.
     ZEL_TASKPOOL_EXPORT CLS_TaskThread* CreateTaskThread();
 
-    /// The idle worker with the lowest order id, else, after giving way once to one that may be coming back,
-    /// a new one as long as there are no more than m_iMaxThread, else null. For the dispatcher only: check,
-    /// count and creation are separate steps.
+    /// Picks the worker for the next task: an idle one, else a new one, else null.
+    ///
+    /// Takes the idle worker with the lowest order id. If there is none, yields once to a worker that may be
+    /// about to become idle. Makes a new worker as long as there are no more than m_iMaxThread.
+    ///
+    /// Threads: the dispatcher only: check, count and creation are separate steps.
     ZEL_TASKPOOL_EXPORT CLS_TaskThread* GetTaskThread();
 
-    /// The number of workers. Any thread; m_smThreadTaskLock, shared.
+    /// The number of workers.
+    ///
+    /// Threads: any.
+    /// Waits: for m_smThreadTaskLock, shared.
     ZEL_TASKPOOL_EXPORT int GetTaskThreadNum() ZEL_EXCLUDES(m_smThreadTaskLock);
 
-    /// A worker's job: runs the task that the dispatcher bound to the worker, then puts the worker back on
-    /// the idle list. On the worker's thread. A task whose parameters cannot be read is not
-    /// run, with a record; a loop task is due again. std::bad_alloc passes when the idle list cannot grow;
-    /// the worker then calls its job again, which finds no task and tries the list again.
+    /// A worker's job: runs the task that the dispatcher bound to it and puts the worker back on the idle
+    /// list.
+    ///
+    /// Threads: the worker's.
+    /// Fails: a task whose parameters cannot be read is not run, with a log record; a loop task is due again.
+    /// std::bad_alloc passes when the idle list cannot grow. The worker then calls its job again, which finds
+    /// no task and tries the list again.
     ZEL_TASKPOOL_EXPORT void FunRunTask(CLS_TaskThread* _pWorker);
 
-    /// The dispatcher's body. Names its thread zel-dispatcher. Returns when the pool ends: at once, or when
-    /// the pass in progress is done. For its thread only.
+    /// The body of the dispatcher's thread, which it names zel-dispatcher.
+    ///
+    /// Returns at the shutdown: at once, or when the pass in progress is done.
     ZEL_TASKPOOL_EXPORT void FunTaskingThread();
-    /// The loop scheduler's body: the same, but its thread is zel-loops, and it returns within 10 ms.
+    /// The body of the loop scheduler's thread, which it names zel-loops. Returns within 10 ms of the
+    /// shutdown.
     ZEL_TASKPOOL_EXPORT void FunLoopThread();
-    /// The watchdog's body: the same, but its thread is zel-watchdog, and it returns within 180 ms.
+    /// The body of the watchdog's thread, which it names zel-watchdog. Returns within 180 ms of the shutdown.
     ZEL_TASKPOOL_EXPORT void FunTaskThreadWaitingOvertime();
 
-    /// The one pool; null when there is none. No lock: written by the first use and by the pool's end only.
-    /// The library itself reads and writes it atomically.
+    /// The one pool; null when there is none. No lock: only the first use and the shutdown write it. The
+    /// library itself reads and writes it atomically.
     ZEL_TASKPOOL_EXPORT static CLS_QuenTaskPool* m_pInstance;
 
 private:
     using BindingMap = std::map<CLS_TaskThread*, std::string>;
     using Bindings = std::vector<std::pair<CLS_TaskThread*, std::string>>;
 
-    // Lifetime: the start and end of the pool.
+    // Lifetime: the start and the shutdown.
+
+    /// Reads m_pInstance, a plain pointer for hosts, as a thread must that may race the shutdown.
     static CLS_QuenTaskPool* LoadInstance();
+    /// Writes m_pInstance for LoadInstance.
     static void StoreInstance(CLS_QuenTaskPool* _pPool);
+    /// Starts dispatcher, loop scheduler and watchdog.
     void StartServiceThreads();
+    /// Starts one service thread.
     void StartServiceThread(std::unique_ptr<std::thread>& _pThread, void (CLS_QuenTaskPool::*_funBody)());
+    /// Tells the service threads to end and waits for them.
     void EndServiceThreads();
+    /// Waits for one service thread, if it was started.
     void EndServiceThread(std::unique_ptr<std::thread>& _pThread);
+    /// Shuts the pool down and destroys it. False when that failed and the pool is still there.
     bool ShutDown(CLS_ShutdownClaim& _clsClaim);
+    /// Destroys the instance: this pool, unless a racing first use has built another one.
     void DestroyInstance();
+    /// Whether the shutdown waits for the calling thread.
     bool IsPoolThread();
 
     // Tasks: submission and removal.
+
+    /// Makes and registers a task. Throws when copying the callable throws or shuts the pool down.
     std::shared_ptr<CLS_Task> MakeTask(const std::function<void()>& _funTask, int _iInterval,
                                        const std::string& _strCallInfo);
+    /// Removes the tasks that the owner's tasks submitted while they were being removed.
     void RemoveLateTasks(void* _pObj, int& _iPollsLeft);
 
     // Loops: the loop tasks and their scheduler.
+
+    /// Queues each loop task that is due.
     void LoopPass() ZEL_EXCLUDES(m_smLoopTasksLock);
+    /// Brings the schedule into line with the list of loop tasks.
     void RefreshLoopSchedule() ZEL_EXCLUDES(m_smLoopTasksLock);
+    /// Appends the id to the list of loop tasks.
     void ListLoopTask(const std::string& _strTaskId) ZEL_EXCLUDES(m_smLoopTasksLock);
+    /// Drops the first occurrence of the id from the list of loop tasks.
     void ForgetLoopTask(const std::string& _strTaskId) ZEL_EXCLUDES(m_smLoopTasksLock);
+    /// Clears the list of loop tasks.
     void ForgetLoopTasks() ZEL_EXCLUDES(m_smLoopTasksLock);
 
     // Dispatch: from the waiting queue to a worker.
+
+    /// Appends the one id in the list to the waiting queue. Without memory, queues the list itself.
     void AppendWaitingTask(std::forward_list<std::string>& _lstTaskId) ZEL_REQUIRES(m_mtxWaitingTasks);
+    /// Clears the run flag and wakes the dispatcher.
     void RequestShutdown() ZEL_EXCLUDES(m_mtxWaitingTasks);
+    /// Hands all queued tasks to workers, in order. The shutdown drops the rest.
     void DispatchPass();
+    /// Waits for an id or the shutdown; takes the queue: the result, then _lstOverflow from its end.
     std::vector<std::string> TakeWaitingTasks(std::forward_list<std::string>& _lstOverflow)
         ZEL_EXCLUDES(m_mtxWaitingTasks);
+    /// Hands a task to a worker; _iUndispatched ids wait for one. False when the shutdown comes first.
     bool DispatchTask(std::string& _strTaskId, std::size_t _iUndispatched);
+    /// Waits for a worker; _iUndispatched ids wait for one. Null when the shutdown comes first.
     CLS_TaskThread* WaitForWorker(std::size_t _iUndispatched);
+    /// Reports what keeps every worker busy while _iUndispatched ids of the batch wait for one.
     void ReportBusy(std::size_t _iUndispatched) ZEL_EXCLUDES(m_mtxWaitingTasks);
 
-    // Workers: their table, the idle list, their job, and their end.
+    // Workers: their table, the idle list, their job, retirement and shutdown.
+
+    /// Sets the worker's order id and enters it into the table; uses up the entry.
     void RegisterWorker(CLS_TaskThread* _pWorker, BindingMap::node_type&& _clsBinding)
         ZEL_EXCLUDES(m_smThreadTaskLock);
+    /// Drops the worker from the table. Returns the id of the task bound to it, "" for none.
     std::string UnregisterWorker(CLS_TaskThread* _pWorker) ZEL_EXCLUDES(m_smThreadTaskLock);
-    void BindTask(CLS_TaskThread* _pWorker, std::string& _strTaskId) ZEL_EXCLUDES(m_smThreadTaskLock);
-    std::optional<std::string> ReadBoundTask(CLS_TaskThread* _pWorker) ZEL_EXCLUDES(m_smThreadTaskLock);
-    std::optional<std::string> TakeBoundTask(CLS_TaskThread* _pWorker) ZEL_EXCLUDES(m_smThreadTaskLock);
-    void UnbindTask(CLS_TaskThread* _pWorker) ZEL_EXCLUDES(m_smThreadTaskLock);
-    Bindings CopyBindings() ZEL_EXCLUDES(m_smThreadTaskLock);
+    /// Whether the calling thread is a registered worker's.
     bool IsWorkerThread() ZEL_EXCLUDES(m_smThreadTaskLock);
+    /// Binds the task to the worker, whose job reads the id. Moves the id away.
+    void BindTask(CLS_TaskThread* _pWorker, std::string& _strTaskId) ZEL_EXCLUDES(m_smThreadTaskLock);
+    /// The id bound to the worker, if it is registered. Without memory for a copy, moves the id away.
+    std::optional<std::string> ReadBoundTask(CLS_TaskThread* _pWorker) ZEL_EXCLUDES(m_smThreadTaskLock);
+    /// Moves the id bound to the worker away, if it is registered. Needs no memory.
+    std::optional<std::string> TakeBoundTask(CLS_TaskThread* _pWorker) ZEL_EXCLUDES(m_smThreadTaskLock);
+    /// Clears the id bound to the worker.
+    void UnbindTask(CLS_TaskThread* _pWorker) ZEL_EXCLUDES(m_smThreadTaskLock);
+    /// Every worker with the id of its task, "" for an idle one.
+    Bindings CopyBindings() ZEL_EXCLUDES(m_smThreadTaskLock);
+    /// Puts the worker on the idle list, by order id.
     void AddIdleWorker(CLS_TaskThread* _pWorker) ZEL_EXCLUDES(m_mtxIdleThreads);
+    /// Takes the first worker off the idle list; null when there is none.
     CLS_TaskThread* TakeIdleWorker() ZEL_EXCLUDES(m_mtxIdleThreads);
+    /// Sleeps between two passes of the watchdog. False at the shutdown.
     bool SleepBetweenPasses();
+    /// Retires the workers that have been idle for too long.
     void OvertimePass();
+    /// Takes overdue workers and empty slots off the back of the idle list, up to the first other worker.
     std::vector<CLS_TaskThread*> TakeOverdueWorkers() ZEL_EXCLUDES(m_mtxIdleThreads);
+    /// Unregisters the worker, ends its thread and frees it.
     void RetireWorker(CLS_TaskThread* _pWorker);
+    /// Stops every bound task, one after the other. Returns the workers whose run outlasted that.
     std::vector<CLS_TaskThread*> StopBoundTasks(CLS_ShutdownClaim& _clsClaim);
+    /// Ends and frees all workers, and abandons those that do not leave their run in time.
     void EndWorkers(const std::vector<CLS_TaskThread*>& _vecOverrun);
+    /// Any of the workers; null when none is left.
     CLS_TaskThread* FindWorker() ZEL_EXCLUDES(m_smThreadTaskLock);
+    /// Drops the worker from the table and from the idle list.
     void ForgetWorker(CLS_TaskThread* _pWorker) ZEL_EXCLUDES(m_mtxIdleThreads);
 
-    // Owners: who submitted which one-shot task.
+    // Owners: which owner submitted which one-shot task.
+
+    /// Notes the owner of a task in all maps, or in none when memory runs out.
     void AddOwnedTask(const std::string& _strTaskId, void* _pObj) ZEL_EXCLUDES(m_mtxTmpTasks);
+    /// Drops the owner from all maps and returns the ids of its tasks.
     std::list<std::string> TakeOwnedTasks(void* _pObj) ZEL_EXCLUDES(m_mtxTmpTasks);
 
-    /// Whether the pool goes on. Cleared under m_mtxWaitingTasks, so that a waiting dispatcher cannot miss
-    /// it; read by service threads and workers without.
+    /// Whether the pool runs. Cleared under m_mtxWaitingTasks, so that a waiting dispatcher cannot miss it.
+    /// Service threads and workers read it without the lock.
     std::atomic<bool> m_bRun{true};
     std::int32_t m_iMaxThread = 300; ///< a new worker is made while there are no more than this; constant
 
-    /// The service threads. Written by the constructor and by the thread that ends the pool; no lock.
+    /// The service threads. Written by the constructor and by the thread that shuts the pool down; no lock.
     std::unique_ptr<std::thread> m_pTaskingThread;
     std::unique_ptr<std::thread> m_pLoopThread;
     std::unique_ptr<std::thread> m_pOvertimeThread;
 
-    std::condition_variable m_cvWaitingTasks; ///< signalled for each queued id, and at the end
+    std::condition_variable m_cvWaitingTasks; ///< signalled for each queued id, and at the shutdown
     CLS_Mutex m_mtxWaitingTasks;
     /// Ids that wait for a worker, oldest first.
     std::vector<std::string> m_vecWaitingTasks ZEL_GUARDED_BY(m_mtxWaitingTasks);
@@ -261,28 +367,27 @@ private:
     std::vector<std::string> m_vecLoopTasks ZEL_GUARDED_BY(m_smLoopTasksLock);
 
     CLS_Mutex m_mtxTmpTasks;
-    /// Owner to its ids, in order of submission.
+    /// Owner to the ids of its tasks, in order of submission.
     std::map<void*, std::list<std::string>> m_mapTmpTasks ZEL_GUARDED_BY(m_mtxTmpTasks);
     /// Id to owner.
     std::map<std::string, void*> m_mapTmpTaskOwner ZEL_GUARDED_BY(m_mtxTmpTasks);
 
     CLS_Mutex m_mtxIdleThreads;
-    /// Workers without a task, by ascending order id.
+    /// The idle list: workers without a task, by ascending order id.
     std::vector<CLS_TaskThread*> m_vecIdleThreads ZEL_GUARDED_BY(m_mtxIdleThreads);
 
     CLS_SharedMutex m_smThreadTaskLock;
-    /// Every worker, owned, to its task's id or "".
+    /// The table of workers, which the pool owns: each with the id of its task, or "".
     std::map<CLS_TaskThread*, std::string> m_mapThreadTask ZEL_GUARDED_BY(m_smThreadTaskLock);
 
-    /// Owner to the place in its list behind the id that was dropped last; one for each list. The next one to
-    /// be dropped is likely to be near, while ids of tasks that ran before they were listed gather at the
-    /// front.
+    /// Owner to the place in its list behind the id that was dropped last; one for each list. The next id to
+    /// be dropped is likely to be near. Ids of tasks that ran before they were listed gather at the front.
     std::map<void*, std::list<std::string>::iterator> m_mapTmpTaskCursors ZEL_GUARDED_BY(m_mtxTmpTasks);
 
-    /// What the loop scheduler knows about m_vecLoopTasks.
+    /// What the loop scheduler knows about m_vecLoopTasks. For its thread, except the count of the list's
+    /// changes.
     CLS_LoopSchedule m_clsLoopSchedule;
 
-    /// Ids that wait for a worker behind those of m_vecWaitingTasks, which had no memory to grow. Newest
-    /// first.
+    /// Ids that wait behind those of m_vecWaitingTasks, which had no memory to grow. Newest first.
     std::forward_list<std::string> m_lstWaitingOverflow ZEL_GUARDED_BY(m_mtxWaitingTasks);
 };

@@ -13,7 +13,7 @@ namespace
 constexpr int ONE_SHOT = -1;
 
 /// How often a removal by owner looks for tasks that were submitted meanwhile, and how long it waits for all
-/// of them. Bounded, because a task may submit others for ever.
+/// of them. Bounded, because a task may submit others forever.
 constexpr int LATE_ROUNDS = 29;
 constexpr std::chrono::milliseconds LATE_LIMIT = CLS_Task::STOP_POLL * CLS_Task::STOP_POLLS;
 

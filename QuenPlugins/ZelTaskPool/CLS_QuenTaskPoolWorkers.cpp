@@ -61,7 +61,7 @@ void RunRegisteredTask(CLS_TaskThread* _pWorker, const std::string& _strTaskId)
     std::string strDescription;
     try
     {
-        // Let go of outside the pool, for a removed task takes the host's captured objects with it.
+        // Released outside the pool, because a removed task takes the host's captured objects with it.
         const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(_strTaskId).lock();
         if (!pTask)
         {
@@ -193,7 +193,7 @@ std::optional<std::string> CLS_QuenTaskPool::ReadBoundTask(CLS_TaskThread* _pWor
     }
     catch (...)
     {
-        // The copy found no memory. Moving the id needs none, and loses less than losing the task.
+        // The copy found no memory. Moving the id needs none, and is better than losing the task.
         return TakeBoundTask(_pWorker);
     }
 }
@@ -224,8 +224,8 @@ CLS_QuenTaskPool::Bindings CLS_QuenTaskPool::CopyBindings()
 
 void CLS_QuenTaskPool::FunRunTask(CLS_TaskThread* _pWorker)
 {
-    const CLS_RunGate::CLS_PoolScope clsScope(_pWorker->GetRunGate());
-    if (!clsScope.IsInside())
+    const CLS_RunGate::CLS_PoolVisit clsVisit(_pWorker->GetRunGate());
+    if (!clsVisit.IsInside())
     {
         return;
     }
@@ -364,7 +364,7 @@ std::vector<CLS_TaskThread*> CLS_QuenTaskPool::StopBoundTasks(CLS_ShutdownClaim&
 
 /// Stop returns as soon as the task is idle, while the worker still has a few steps to take. And Stop cannot
 /// wait for a removed task, nor for a job that a host gave to the worker. The run gate waits for all of
-/// these, up to RUN_LIMIT together. StopBoundTasks has already waited for a worker in _vecOverrun, so it gets
+/// these, up to RUN_LIMIT in all. StopBoundTasks has already waited for a worker in _vecOverrun, so it gets
 /// no more time.
 void CLS_QuenTaskPool::EndWorkers(const std::vector<CLS_TaskThread*>& _vecOverrun)
 {

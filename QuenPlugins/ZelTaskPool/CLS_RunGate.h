@@ -6,24 +6,25 @@
 #include <condition_variable>
 #include <thread>
 
-/// Decides between one worker and the end of its pool whether the worker may still touch the pool.
+/// Decides between one worker and the shutdown of its pool whether the worker may still touch the pool.
 ///
-/// A worker runs foreign code: a task, or a job that a host gave to the worker itself. How long that takes is
-/// unknown. When the pool ends meanwhile, it waits a bounded time and then leaves the worker behind. The
-/// worker learns so when the foreign code returns, and touches nothing of a pool that may be gone, or of a
-/// new one at the same address.
+/// A worker runs foreign code for an unknown time: a task, or a job that a host gave to the worker itself.
+/// The shutdown waits a bounded time and then abandons the worker. When the foreign code returns, the worker
+/// learns so here. It then touches nothing of the pool, which may be gone, nor of a new pool at the same
+/// address.
 ///
-/// A job is foreign code except between EnterPool and LeavePool, and within those a task's run is:
+/// A job is foreign code, except between EnterPool and LeavePool. Within those, the run of a task is foreign
+/// code:
 ///
 ///     BeginJob   EnterPool   EnterRun   LeaveRun   LeavePool   EndJob
 ///         |--foreign--|           |--foreign--|        |--foreign--|
 ///
-/// Thread-safe: the worker calls all but Close, the thread that ends the pool calls Close. Each takes
-/// m_mtxGate for a few instructions; only Close waits.
+/// Threads: thread-safe. The worker's thread calls everything except Close, which is for the thread that
+/// shuts the pool down. Waits: each call takes m_mtxGate for a few instructions; only Close waits for more.
 class CLS_RunGate
 {
 public:
-    /// A job, for as long as this object lives. For the worker's thread.
+    /// A job, as long as this object lives. For the worker's thread.
     class CLS_JobScope
     {
     public:
@@ -34,7 +35,7 @@ public:
         CLS_JobScope(const CLS_JobScope&) = delete;
         CLS_JobScope& operator=(const CLS_JobScope&) = delete;
 
-        /// False when the pool is ending: the job must not be run.
+        /// False at the shutdown: the job must not be run.
         bool IsBegun() const { return m_bBegun; }
 
     private:
@@ -42,20 +43,20 @@ public:
         const bool m_bBegun;
     };
 
-    /// The part of a job that uses the pool, for as long as this object lives. For the worker's thread.
-    class CLS_PoolScope
+    /// The part of a job that uses the pool, as long as this object lives. For the worker's thread.
+    class CLS_PoolVisit
     {
     public:
         /// The job is about to touch the pool.
-        explicit CLS_PoolScope(CLS_RunGate& _clsGate) : m_clsGate(_clsGate), m_bInside(_clsGate.EnterPool())
+        explicit CLS_PoolVisit(CLS_RunGate& _clsGate) : m_clsGate(_clsGate), m_bInside(_clsGate.EnterPool())
         {
         }
-        /// The job touches the pool no more.
-        ~CLS_PoolScope() { m_clsGate.LeavePool(); }
-        CLS_PoolScope(const CLS_PoolScope&) = delete;
-        CLS_PoolScope& operator=(const CLS_PoolScope&) = delete;
+        /// The job no longer touches the pool.
+        ~CLS_PoolVisit() { m_clsGate.LeavePool(); }
+        CLS_PoolVisit(const CLS_PoolVisit&) = delete;
+        CLS_PoolVisit& operator=(const CLS_PoolVisit&) = delete;
 
-        /// False when the pool has left the worker behind: the job must not touch it.
+        /// False when the pool has abandoned the worker: the job must not touch the pool.
         bool IsInside() const { return m_bInside; }
 
     private:
@@ -63,35 +64,45 @@ public:
         const bool m_bInside;
     };
 
-    /// The worker is about to run a task. False when the pool is ending: the task must not be run.
+    /// The worker is about to run a task. False at the shutdown: the task must not be run.
     bool EnterRun() ZEL_EXCLUDES(m_mtxGate);
 
-    /// The worker's run is over. False when the pool was not able to wait for that.
+    /// The run is over. False when the pool has abandoned the worker meanwhile.
     bool LeaveRun() ZEL_EXCLUDES(m_mtxGate);
 
-    /// The pool ends: lets no job and no run begin any more and waits for the one in progress, until
-    /// _tpLimit, or, if the worker is within the pool then, a few steps longer. Does not wait for the calling
-    /// thread itself. True when the job is over: the worker will take a few more steps at most. False when
-    /// the worker was left behind in foreign code: from now on it belongs to itself, and the caller must not
-    /// touch it again.
+    /// Lets no further job or run begin and waits for the one in progress. False when the worker is
+    /// abandoned.
+    ///
+    /// True: the job is over, and the worker takes a few more steps at most. False: the worker is still in
+    /// foreign code. From then on it belongs to itself, and the caller must not touch it again.
+    ///
+    /// Threads: the one that shuts the pool down. The call does not wait for that thread itself.
+    /// Waits: until _tpLimit; a few steps longer if the worker is within the pool then.
     bool Close(std::chrono::steady_clock::time_point _tpLimit) ZEL_EXCLUDES(m_mtxGate);
 
-    /// Whether Close left the worker behind. For the worker's own thread.
+    /// Whether Close has abandoned the worker. For the worker's own thread.
     bool IsAbandoned() ZEL_EXCLUDES(m_mtxGate);
 
 private:
+    /// A job begins. False at the shutdown.
     bool BeginJob() ZEL_EXCLUDES(m_mtxGate);
+    /// The job is over.
     void EndJob() ZEL_EXCLUDES(m_mtxGate);
+    /// The job is about to touch the pool. False when the worker is abandoned.
     bool EnterPool() ZEL_EXCLUDES(m_mtxGate);
+    /// The job no longer touches the pool.
     void LeavePool() ZEL_EXCLUDES(m_mtxGate);
+    /// Whether neither a job nor a run is in progress.
     bool IsOver() const ZEL_REQUIRES(m_mtxGate);
+    /// Whether the code in progress is foreign.
     bool IsForeign() const ZEL_REQUIRES(m_mtxGate);
 
     CLS_Mutex m_mtxGate;
-    std::condition_variable m_cvGate; ///< signalled when a job or a run ends, and around the pool's part
+    std::condition_variable
+        m_cvGate; ///< signalled when a job or a run ends, and at both ends of the pool's part
     bool m_bRunning ZEL_GUARDED_BY(m_mtxGate) = false;   ///< a task is being run
     bool m_bClosed ZEL_GUARDED_BY(m_mtxGate) = false;    ///< no job and no run may begin
-    bool m_bAbandoned ZEL_GUARDED_BY(m_mtxGate) = false; ///< the pool ended in the middle of foreign code
+    bool m_bAbandoned ZEL_GUARDED_BY(m_mtxGate) = false; ///< the shutdown came in the middle of foreign code
     bool m_bInJob ZEL_GUARDED_BY(m_mtxGate) = false;     ///< the worker runs a job
     bool m_bInPool ZEL_GUARDED_BY(m_mtxGate) = false;    ///< the job uses the pool
     /// The thread that runs the foreign code; meaningful while there is some.

@@ -2,14 +2,12 @@
 
 #include "QuenPlugins/ZelTaskPool/ReserveEntry.h"
 
-/// Never destroyed, because late threads may ask while the process exits.
 CLS_ShutdownClaim::ST_Pools& CLS_ShutdownClaim::GetPools()
 {
     static ST_Pools& s_stPools = *new ST_Pools;
     return s_stPools;
 }
 
-/// Whether the thread must not wait for the shutdown, which may be waiting for it.
 bool CLS_ShutdownClaim::ST_Life::IsOwnThread(std::thread::id _idThread) const
 {
     return _idThread == m_idClaimant || m_setThreads.count(_idThread) > 0;

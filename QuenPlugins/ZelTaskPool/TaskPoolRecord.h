@@ -2,8 +2,8 @@
 
 #include "QuenInclude/Logger.h"
 
-/// Records of the task pool. Their file field names the class's own file, also for the parts of a class that
-/// stand in another one, so that readers of the log find the class.
+/// Log records of the task pool. Their file field names the class, even where a part of the class stands in
+/// another file, so that readers of the log find the class.
 namespace TaskPoolRecord
 {
 inline constexpr const char* MODULE = "ZelTaskPool";                                 ///< module
@@ -11,7 +11,7 @@ inline constexpr const char* FILE_POOL = "QuenPlugins/ZelTaskPool/CLS_QuenTaskPo
 inline constexpr const char* FILE_TASK = "QuenPlugins/ZelTaskPool/CLS_Task";         ///< file: task
 inline constexpr const char* FILE_THREAD = "QuenPlugins/ZelTaskPool/CLS_TaskThread"; ///< file: worker
 
-/// A record that carries the caller's line. Not to be kept: it is emitted at the end of the statement.
+/// A log record that carries the caller's line. Do not keep it: it is emitted at the end of the statement.
 inline Logger::LogMessageStream Make(const char* _szFile, const char* _szFunction, Logger::n_LogLevel _iLevel,
                                      int _iLine = __builtin_LINE())
 {

@@ -85,7 +85,7 @@ TEST(RunGateTest, CloseLeavesAWorkerBehindThatLeavesThePoolForForeignCode)
             const CLS_RunGate::CLS_JobScope clsJob(clsGate);
             EXPECT_TRUE(clsJob.IsBegun());
             {
-                const CLS_RunGate::CLS_PoolScope clsPool(clsGate);
+                const CLS_RunGate::CLS_PoolVisit clsPool(clsGate);
                 EXPECT_TRUE(clsPool.IsInside());
                 clsInside.Open();
                 EXPECT_TRUE(clsMayLeave.Wait());

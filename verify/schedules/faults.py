@@ -302,7 +302,7 @@ FAULTS = [
           scenario="records-during-the-opening", strategy="random",
           seen="a record waits for the opening"),
     fault("a record opens the library again", BINDING,
-          (' || FindBound("PrintLog", pFunction)', ""),
+          (' || FindBound("PrintLog")', ""),
           scenario="records-during-the-opening", strategy="random",
           seen="the library is opened again"),
     fault("a record does not look for the one in hand", BINDING,
