@@ -42,10 +42,21 @@ function(zel_discover_device_tests PROGRAM LABEL TIMEOUT FILTER)
   set_target_properties(${PROGRAM} PROPERTIES CROSSCOMPILING_EMULATOR "${EMULATOR}")
 endfunction()
 
+# zel_add_views(TARGET)
+# Adds the views of tests/support to a target. They alone may write the private names of the library's classes.
+function(zel_add_views TARGET)
+  set(VIEWS BasicView LivingScopeView LoadTurnView LogBindingView LogRecordView PoolView RunGateView ShutdownClaimView
+    TaskView VariantView WorkerView)
+  list(TRANSFORM VIEWS PREPEND "${PROJECT_SOURCE_DIR}/tests/support/")
+  list(TRANSFORM VIEWS APPEND ".cpp")
+  target_sources(${TARGET} PRIVATE ${VIEWS})
+  set_source_files_properties(${VIEWS} TARGET_DIRECTORY ${TARGET} PROPERTIES COMPILE_OPTIONS -fno-access-control)
+endfunction()
+
 # zel_add_test(NAME SOURCE... [LABEL label] [TIMEOUT seconds] [INTERPOSE function...])
-# A test program that is linked with the product's objects and may access private members. It defines the functions
-# after INTERPOSE, which must replace the system's in the C++ library, too. Linux and the loader do so; a Mac does not,
-# so such programs are not built there.
+# A test program that is linked with the product's objects and accesses private members through the views. It
+# defines the functions after INTERPOSE, which must replace the system's in the C++ library, too. Linux and the loader
+# do so; a Mac does not, so such programs are not built there.
 function(zel_add_test NAME)
   cmake_parse_arguments(ARG "" "LABEL;TIMEOUT" "INTERPOSE" ${ARGN})
   if(ARG_INTERPOSE AND APPLE AND NOT CMAKE_CROSSCOMPILING_EMULATOR)
@@ -58,9 +69,9 @@ function(zel_add_test NAME)
     set(ARG_TIMEOUT 120)
   endif()
   add_executable(${NAME} ${ARG_UNPARSED_ARGUMENTS})
-  target_link_libraries(${NAME} PRIVATE zel_taskpool_objects quen_include zel_test_support GTest::gmock_main)
+  target_link_libraries(${NAME} PRIVATE zel_taskpool_objects quen_include zel_test_views zel_test_support GTest::gmock_main)
   # Without optimisation, the tests compile in half the time. The library's own sources stay optimised.
-  target_compile_options(${NAME} PRIVATE -fno-access-control -O0)
+  target_compile_options(${NAME} PRIVATE -O0)
   # Programs that replace system functions must export them to the libraries that they load.
   set_target_properties(${NAME} PROPERTIES ENABLE_EXPORTS ON ZEL_LOOKS_INSIDE ON)
   zel_discover_tests(${NAME} ${ARG_LABEL} ${ARG_TIMEOUT} ${ARG_INTERPOSE})

@@ -28,6 +28,8 @@ refuse "include paths start at the root" '#include "\.' '*.h' '*.cpp'
 refuse "use the locks of CLS_Mutex.h, which the compiler checks" \
     'std::(recursive_|shared_)?(timed_)?mutex [a-z]|std::(lock_guard|scoped_lock|shared_lock|unique_lock)(<std::| [a-z])' \
     'QuenInclude/*' 'QuenPlugins/*' ':!QuenInclude/CLS_Mutex.h'
+refuse "only the views of tests/support are compiled without access control" 'fno-access-control' \
+    '*.cmake' '*CMakeLists.txt' ':!cmake/TestPrograms.cmake' ':!tests/refused/*'
 refuse "open work belongs in the issue tracker" '\b(TO''DO|FIX''ME)\b' .
 [ "$failed" -eq 0 ]
 

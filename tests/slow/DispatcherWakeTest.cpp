@@ -1,4 +1,5 @@
 #include "tests/support/NextFunction.h"
+#include "tests/support/PoolView.h"
 #include "tests/unit/PoolFixture.h"
 
 #include <atomic>
@@ -90,7 +91,7 @@ namespace
 TEST_F(DispatcherWakeTest, WakesOnceASecondWhileNothingIsQueuedAndDispatchesNothing)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
-    clsPool.m_pTaskingThread = std::make_unique<std::thread>(
+    PoolView::GetDispatcher(clsPool) = std::make_unique<std::thread>(
         [&]
         {
             NoteDispatcher();

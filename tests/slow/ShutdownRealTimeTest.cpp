@@ -1,3 +1,4 @@
+#include "tests/support/PoolView.h"
 #include "tests/unit/ShutdownFixture.h"
 
 namespace
@@ -98,7 +99,7 @@ TEST_F(ShutdownRealTimeTest, WaitsOnceForAllRunsWhoseTasksWereRemoved)
     EXPECT_TRUE(pSecond->m_clsOver.IsOpen());
     EXPECT_EQ(mapBefore, CopyWorkers(clsNew));
     EXPECT_THAT(GetIdleOrder(clsNew), ElementsAre(0));
-    EXPECT_THAT(clsNew.m_mapTmpTaskOwner, ::testing::IsEmpty());
+    EXPECT_THAT(PoolView::GetTaskOwners(clsNew), ::testing::IsEmpty());
 }
 
 TEST_F(ShutdownRealTimeTest, WaitsForARemovedRunThatEndsWithinTheBound)

@@ -1,26 +1,58 @@
 #pragma once
 
 #include <algorithm>
-#include <cstdint>
+#include <cstddef>
+#include <functional>
 #include <typeinfo>
 #include <vector>
 
 /// How a class is put together. For tests that look inside.
 namespace ClassLayout
 {
-/// Whether the members of one object lie in memory in this order, which is that of their declarations.
-template <typename... Members>
-bool AreInOrder(const Members&... _memAll)
+/// One data member of one object.
+struct ST_Member
 {
-    const std::vector<std::uintptr_t> vecPlaces{reinterpret_cast<std::uintptr_t>(&_memAll)...};
-    return std::is_sorted(vecPlaces.begin(), vecPlaces.end());
+    const char* m_szName;
+    const void* m_pPlace;
+    std::size_t m_uiSize;
+
+    /// Whether the address lies in the member.
+    bool Contains(const void* _pPlace) const
+    {
+        const auto* const pBegin = static_cast<const char*>(m_pPlace);
+        const auto* const pPlace = static_cast<const char*>(_pPlace);
+        return pPlace >= pBegin && pPlace < pBegin + m_uiSize;
+    }
+};
+
+using Members = std::vector<ST_Member>;
+
+template <typename T_Member>
+ST_Member Describe(const char* _szName, const T_Member& _memOne)
+{
+    return {_szName, &_memOne, sizeof(T_Member)};
+}
+
+/// Whether the members of one object lie in memory in this order, which is that of their declarations.
+inline bool AreInOrder(const Members& _vecMembers)
+{
+    return std::is_sorted(_vecMembers.begin(), _vecMembers.end(),
+                          [](const ST_Member& _stFirst, const ST_Member& _stSecond)
+                          { return std::less<>()(_stFirst.m_pPlace, _stSecond.m_pPlace); });
 }
 
 /// Whether both classes have no base at all, both have a single public one, or both have other bases. The
 /// type information is itself of a class for each of the three.
-template <typename First, typename Second>
+template <typename T_First, typename T_Second>
 bool HaveAlikeBases()
 {
-    return typeid(typeid(First)) == typeid(typeid(Second));
+    return typeid(typeid(T_First)) == typeid(typeid(T_Second));
 }
+
+template <typename T_Member, typename T_Object>
+T_Member DeclareMember(T_Member& (*_funGet)(T_Object&));
+
+/// The type of the member to which a function of a view leads.
+template <auto GET_MEMBER>
+using MemberOf = decltype(DeclareMember(GET_MEMBER));
 } // namespace ClassLayout

@@ -1,143 +1,118 @@
 #pragma once
 
 #include "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool.h"
-#include "tests/support/Waiting.h"
+#include "tests/support/ClassLayout.h"
 
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <forward_list>
 #include <list>
 #include <map>
 #include <memory>
-#include <mutex>
+#include <optional>
 #include <set>
-#include <shared_mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
-/// Copies of what the pool and the registry keep, each taken under its lock. For tests that look inside.
+/// The private side of CLS_QuenTaskPool, for tests that look inside. Only PoolView.cpp writes the private
+/// names.
 namespace PoolView
 {
+using OwnerLists = std::map<void*, std::list<std::string>>;
+using OwnerCursors = std::map<void*, std::list<std::string>::iterator>;
+
+// The members. The caller takes their locks.
+
+std::atomic<bool>& GetRunFlag(CLS_QuenTaskPool& _clsPool);
+std::int32_t& GetWorkerLimit(CLS_QuenTaskPool& _clsPool);
+std::unique_ptr<std::thread>& GetDispatcher(CLS_QuenTaskPool& _clsPool);
+std::unique_ptr<std::thread>& GetLoopScheduler(CLS_QuenTaskPool& _clsPool);
+std::unique_ptr<std::thread>& GetWatchdog(CLS_QuenTaskPool& _clsPool);
+std::condition_variable& GetQueueSignal(CLS_QuenTaskPool& _clsPool);
+CLS_Mutex& GetQueueLock(CLS_QuenTaskPool& _clsPool);
+std::vector<std::string>& GetWaitingIds(CLS_QuenTaskPool& _clsPool);
+/// The ids behind those of GetWaitingIds, newest first.
+std::forward_list<std::string>& GetOverflowIds(CLS_QuenTaskPool& _clsPool);
+CLS_SharedMutex& GetLoopListLock(CLS_QuenTaskPool& _clsPool);
+std::vector<std::string>& GetLoopIds(CLS_QuenTaskPool& _clsPool);
+CLS_LoopSchedule& GetLoopSchedule(CLS_QuenTaskPool& _clsPool);
+CLS_Mutex& GetOwnerLock(CLS_QuenTaskPool& _clsPool);
+OwnerLists& GetOwnerLists(CLS_QuenTaskPool& _clsPool);
+/// Task id to owner.
+std::map<std::string, void*>& GetTaskOwners(CLS_QuenTaskPool& _clsPool);
+OwnerCursors& GetOwnerCursors(CLS_QuenTaskPool& _clsPool);
+CLS_Mutex& GetIdleLock(CLS_QuenTaskPool& _clsPool);
+std::vector<CLS_TaskThread*>& GetIdleWorkers(CLS_QuenTaskPool& _clsPool);
+CLS_SharedMutex& GetWorkerLock(CLS_QuenTaskPool& _clsPool);
+/// Every worker and the id of the task that is bound to it.
+std::map<CLS_TaskThread*, std::string>& GetWorkers(CLS_QuenTaskPool& _clsPool);
+
+/// The members in the order of their declarations, up to the table of workers.
+ClassLayout::Members ListMembers(const CLS_QuenTaskPool& _clsPool);
+
+// Single steps of the pool's threads.
+
+/// One pass of the dispatcher.
+void RunDispatchPass(CLS_QuenTaskPool& _clsPool);
+/// One pass of the loop scheduler.
+void RunLoopPass(CLS_QuenTaskPool& _clsPool);
+/// One pass of the watchdog.
+void RunWatchdogPass(CLS_QuenTaskPool& _clsPool);
+/// The queue as the dispatcher takes it.
+std::vector<std::string> TakeQueue(CLS_QuenTaskPool& _clsPool, std::forward_list<std::string>& _lstOverflow);
+/// Reports that no worker was free for the oldest of so many ids.
+void ReportBusy(CLS_QuenTaskPool& _clsPool, std::size_t _uiUndispatched);
+CLS_TaskThread* TakeIdleWorker(CLS_QuenTaskPool& _clsPool);
+void AddIdleWorker(CLS_QuenTaskPool& _clsPool, CLS_TaskThread* _pWorker);
+void BindTask(CLS_QuenTaskPool& _clsPool, CLS_TaskThread* _pWorker, std::string& _strTaskId);
+void UnbindTask(CLS_QuenTaskPool& _clsPool, CLS_TaskThread* _pWorker);
+/// The id of the bound task; nothing for a worker that the pool does not know.
+std::optional<std::string> ReadBoundTask(CLS_QuenTaskPool& _clsPool, CLS_TaskThread* _pWorker);
+void UnregisterWorker(CLS_QuenTaskPool& _clsPool, CLS_TaskThread* _pWorker);
+/// Drops the worker from the table and from the idle list.
+void ForgetWorker(CLS_QuenTaskPool& _clsPool, CLS_TaskThread* _pWorker);
+/// Retires the worker and frees it.
+void RetireWorker(CLS_QuenTaskPool& _clsPool, CLS_TaskThread* _pWorker);
+void AddOwnedTask(CLS_QuenTaskPool& _clsPool, const std::string& _strTaskId, void* _pOwner);
+std::list<std::string> TakeOwnedTasks(CLS_QuenTaskPool& _clsPool, void* _pOwner);
+void ForgetLoopTask(CLS_QuenTaskPool& _clsPool, const std::string& _strTaskId);
+void ForgetLoopTasks(CLS_QuenTaskPool& _clsPool);
+void StartServiceThreads(CLS_QuenTaskPool& _clsPool);
+/// Ends the service threads and waits for them.
+void EndServiceThreads(CLS_QuenTaskPool& _clsPool);
+/// The instance as the library reads it.
+CLS_QuenTaskPool* LoadInstance();
+
+// Copies and changes, each under the member's lock.
+
 /// The waiting queue, oldest first.
-inline std::vector<std::string> GetQueue(CLS_QuenTaskPool& _clsPool)
-{
-    const std::lock_guard<std::mutex> lock(_clsPool.m_mtxWaitingTasks);
-    std::vector<std::string> vecQueue = _clsPool.m_vecWaitingTasks;
-    std::forward_list<std::string> lstOverflow = _clsPool.m_lstWaitingOverflow;
-    lstOverflow.reverse();
-    vecQueue.insert(vecQueue.end(), lstOverflow.begin(), lstOverflow.end());
-    return vecQueue;
-}
-
-inline void ClearQueue(CLS_QuenTaskPool& _clsPool)
-{
-    const std::lock_guard<std::mutex> lock(_clsPool.m_mtxWaitingTasks);
-    _clsPool.m_vecWaitingTasks.clear();
-    _clsPool.m_lstWaitingOverflow.clear();
-}
-
-inline std::vector<std::string> GetLoopTasks(CLS_QuenTaskPool& _clsPool)
-{
-    const std::shared_lock<std::shared_mutex> lock(_clsPool.m_smLoopTasksLock);
-    return _clsPool.m_vecLoopTasks;
-}
-
-/// Makes another list of the loop tasks' ids, whatever they belong to.
-inline void SetLoopTasks(CLS_QuenTaskPool& _clsPool, const std::vector<std::string>& _vecTaskIds)
-{
-    const std::unique_lock<std::shared_mutex> lock(_clsPool.m_smLoopTasksLock);
-    _clsPool.m_vecLoopTasks = _vecTaskIds;
-    _clsPool.m_clsLoopSchedule.NoteListChange();
-}
-
-/// Puts an id on that list.
-inline void AddToLoopTasks(CLS_QuenTaskPool& _clsPool, const std::string& _strTaskId)
-{
-    std::vector<std::string> vecTaskIds = GetLoopTasks(_clsPool);
-    vecTaskIds.push_back(_strTaskId);
-    SetLoopTasks(_clsPool, vecTaskIds);
-}
-
-inline std::map<void*, std::list<std::string>> GetOwned(CLS_QuenTaskPool& _clsPool)
-{
-    const std::lock_guard<std::mutex> lock(_clsPool.m_mtxTmpTasks);
-    return _clsPool.m_mapTmpTasks;
-}
-
-inline std::map<std::string, void*> GetOwners(CLS_QuenTaskPool& _clsPool)
-{
-    const std::lock_guard<std::mutex> lock(_clsPool.m_mtxTmpTasks);
-    return _clsPool.m_mapTmpTaskOwner;
-}
-
-/// The owners whose lists the pool has a cursor for.
-inline std::set<void*> GetCursorOwners(CLS_QuenTaskPool& _clsPool)
-{
-    std::set<void*> setOwners;
-    const std::lock_guard<std::mutex> lock(_clsPool.m_mtxTmpTasks);
-    for (const auto& [pOwner, itCursor] : _clsPool.m_mapTmpTaskCursors)
-    {
-        setOwners.insert(pOwner);
-    }
-    return setOwners;
-}
+std::vector<std::string> GetQueue(CLS_QuenTaskPool& _clsPool);
+void ClearQueue(CLS_QuenTaskPool& _clsPool);
+std::vector<std::string> GetLoopTasks(CLS_QuenTaskPool& _clsPool);
+/// Replaces the list of loop tasks, whatever the ids belong to.
+void SetLoopTasks(CLS_QuenTaskPool& _clsPool, const std::vector<std::string>& _vecTaskIds);
+/// Appends an id to that list.
+void AddToLoopTasks(CLS_QuenTaskPool& _clsPool, const std::string& _strTaskId);
+OwnerLists GetOwned(CLS_QuenTaskPool& _clsPool);
+std::map<std::string, void*> GetOwners(CLS_QuenTaskPool& _clsPool);
+/// The owners that have a cursor.
+std::set<void*> GetCursorOwners(CLS_QuenTaskPool& _clsPool);
+std::map<CLS_TaskThread*, std::string> CopyWorkers(CLS_QuenTaskPool& _clsPool);
+/// The order ids of the idle list, first to last; -1 for an empty slot.
+std::vector<int> GetIdleOrder(CLS_QuenTaskPool& _clsPool);
 
 /// The ids in the registry.
-inline std::set<std::string> GetRegistered()
-{
-    std::set<std::string> setIds;
-    const std::shared_lock<std::shared_mutex> lock(CLS_Task::m_smTaskDataLock);
-    for (const auto& [strTaskId, pTask] : CLS_Task::m_mapTaskData)
-    {
-        setIds.insert(strTaskId);
-    }
-    return setIds;
-}
-
-inline bool IsRegistered(const std::string& _strTaskId)
-{
-    return CLS_Task::GetTask(_strTaskId).lock() != nullptr;
-}
-
+std::set<std::string> GetRegistered();
+bool IsRegistered(const std::string& _strTaskId);
 /// The registered task with this id. Throws std::bad_weak_ptr when there is none.
-inline std::shared_ptr<CLS_Task> GetTask(const std::string& _strTaskId)
-{
-    return std::shared_ptr<CLS_Task>(CLS_Task::GetTask(_strTaskId));
-}
+std::shared_ptr<CLS_Task> GetTask(const std::string& _strTaskId);
 
-/// Whether every worker is idle, within the limit.
-[[nodiscard]] inline bool WaitForAllIdle(CLS_QuenTaskPool& _clsPool)
-{
-    return WaitUntil(
-        [&]
-        {
-            const auto iWorkers = static_cast<std::size_t>(_clsPool.GetTaskThreadNum());
-            const std::lock_guard<std::mutex> lock(_clsPool.m_mtxIdleThreads);
-            return _clsPool.m_vecIdleThreads.size() == iWorkers;
-        });
-}
+/// Polls until every worker is idle; false at the time limit.
+[[nodiscard]] bool WaitForAllIdle(CLS_QuenTaskPool& _clsPool);
 
-/// Whether nobody holds the registry's lock or one of the pool's. Asked on a thread of its own, so that the
-/// calling thread's locks count, too.
-inline bool AreLocksFree(CLS_QuenTaskPool& _clsPool)
-{
-    bool bFree = false;
-    const auto funTry = [](auto& _mtxAny)
-    {
-        // The pool's threads hold it for a moment now and then; the calling thread would go on holding it.
-        if (!WaitUntil([&] { return _mtxAny.try_lock(); }))
-        {
-            return false;
-        }
-        _mtxAny.unlock();
-        return true;
-    };
-    std::thread(
-        [&]
-        {
-            bFree = funTry(CLS_Task::m_smTaskDataLock) && funTry(_clsPool.m_mtxWaitingTasks) &&
-                    funTry(_clsPool.m_smLoopTasksLock) && funTry(_clsPool.m_mtxTmpTasks) &&
-                    funTry(_clsPool.m_mtxIdleThreads) && funTry(_clsPool.m_smThreadTaskLock);
-        })
-        .join();
-    return bFree;
-}
+/// Whether the registry's lock and all of the pool's locks are free. Tries them on another thread, so that
+/// the calling thread's locks count, too.
+bool AreLocksFree(CLS_QuenTaskPool& _clsPool);
 } // namespace PoolView

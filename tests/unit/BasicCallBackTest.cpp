@@ -1,4 +1,5 @@
 #include "QuenInclude/CLS_Basic.h"
+#include "tests/support/BasicView.h"
 #include "tests/support/RecordMatchers.h"
 #include "tests/support/Waiting.h"
 
@@ -63,7 +64,7 @@ TEST_F(BasicCallBackTest, KeysAreFreshIds)
     EXPECT_THAT(strFirst, MatchesRegex(ID_PATTERN));
     EXPECT_THAT(strSecond, MatchesRegex(ID_PATTERN));
     EXPECT_NE(strFirst, strSecond);
-    EXPECT_EQ(2U, m_clsCaller.m_mapCallBackFun.size());
+    EXPECT_EQ(2U, BasicView::GetCallBacks(m_clsCaller).size());
 }
 
 TEST_F(BasicCallBackTest, ACallBackGetsWhatItWasCalledAndRegisteredWith)
@@ -118,7 +119,7 @@ TEST_F(BasicCallBackTest, AnEmptyKeyCallsAllInKeyOrder)
 TEST_F(BasicCallBackTest, WithoutCallBacksAnEmptyKeyDoesNothing)
 {
     Run("");
-    EXPECT_THAT(m_clsCaller.m_mapCallBackFun, IsEmpty());
+    EXPECT_THAT(BasicView::GetCallBacks(m_clsCaller), IsEmpty());
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
@@ -147,13 +148,13 @@ TEST_F(BasicCallBackTest, ACallBackThatThrowsIsRecordedAndTheNextIsCalled)
     // Two that throw around one that does not, whatever order the keys come in.
     for (const std::string strKey : {"1", "3"})
     {
-        m_clsCaller.m_mapCallBackFun[strKey].first = [](const auto&, const auto&, const auto&, void*)
+        BasicView::GetCallBacks(m_clsCaller)[strKey].first = [](const auto&, const auto&, const auto&, void*)
         { throw std::runtime_error("x"); };
     }
     for (const std::string strKey : {"2", "4"})
     {
-        m_clsCaller.m_mapCallBackFun[strKey].first = [this, strKey](const auto&, const auto&, const auto&,
-                                                                    void*) { m_vecCalls.push_back(strKey); };
+        BasicView::GetCallBacks(m_clsCaller)[strKey].first =
+            [this, strKey](const auto&, const auto&, const auto&, void*) { m_vecCalls.push_back(strKey); };
     }
     EXPECT_NO_THROW(Run(""));
     EXPECT_THAT(m_vecCalls, ElementsAre("2", "4"));
@@ -203,9 +204,10 @@ TEST_F(BasicCallBackTest, AClassCodeThatIsNullIsLeftOutOfTheRecord)
         const char* GetClassCode() override { return nullptr; }
     };
     CLS_WithoutCodes clsObject;
-    clsObject.m_mapCallBackFun["1"].first = [](const auto&, const auto&, const auto&, void*)
+    BasicView::GetCallBacks(clsObject)["1"].first = [](const auto&, const auto&, const auto&, void*)
     { throw std::runtime_error("why"); };
-    clsObject.m_mapCallBackFun["2"].first = [](const auto&, const auto&, const auto&, void*) { throw 7; };
+    BasicView::GetCallBacks(clsObject)["2"].first = [](const auto&, const auto&, const auto&, void*)
+    { throw 7; };
     EXPECT_NO_THROW(clsObject.RunCallBackFun("", {}, "", ""));
     EXPECT_THAT(
         LogRecorder::Take(),
@@ -245,9 +247,9 @@ TEST_F(BasicCallBackTest, AnUnknownKeyMakesTwoRecordsAndLeavesAnEmptyEntry)
     EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsCallerRecord("unknown callback is null"),
                                                  IsCallerRecord(GetEmptyFunctionText())));
     EXPECT_THAT(m_vecCalls, IsEmpty());
-    ASSERT_EQ(1U, m_clsCaller.m_mapCallBackFun.count("unknown"));
-    EXPECT_FALSE(m_clsCaller.m_mapCallBackFun["unknown"].first);
-    EXPECT_EQ(nullptr, m_clsCaller.m_mapCallBackFun["unknown"].second);
+    ASSERT_EQ(1U, BasicView::GetCallBacks(m_clsCaller).count("unknown"));
+    EXPECT_FALSE(BasicView::GetCallBacks(m_clsCaller)["unknown"].first);
+    EXPECT_EQ(nullptr, BasicView::GetCallBacks(m_clsCaller)["unknown"].second);
 }
 
 TEST_F(BasicCallBackTest, TheEmptyEntryCountsFromThenOn)
@@ -306,7 +308,7 @@ TEST_F(BasicCallBackTest, NoHalfWrittenRecordAppearsWhenItsTextCannotBeMade)
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
     // The lock was given back.
     clsObject.RmoveCallBackResultFun(strKey);
-    EXPECT_THAT(clsObject.m_mapCallBackFun, IsEmpty());
+    EXPECT_THAT(BasicView::GetCallBacks(clsObject), IsEmpty());
 }
 
 TEST_F(BasicCallBackTest, NoHalfWrittenRecordAppearsWhenItsModuleCannotBeMade)
@@ -348,7 +350,7 @@ TEST_F(BasicCallBackTest, ACallBackMayRunCallBacksWhileAnotherThreadWaitsToRegis
             static_cast<void>(WaitUntil(
                 [this]
                 {
-                    std::shared_mutex& smLock = m_clsCaller.m_smCallBackLock;
+                    std::shared_mutex& smLock = BasicView::GetCallBackLock(m_clsCaller);
                     bool bFree = true;
                     std::thread(
                         [&]
@@ -369,7 +371,7 @@ TEST_F(BasicCallBackTest, ACallBackMayRunCallBacksWhileAnotherThreadWaitsToRegis
     Run(strOuter);
     thRegister.join();
     EXPECT_THAT(m_vecCalls, ElementsAre("inner"));
-    EXPECT_EQ(3U, m_clsCaller.m_mapCallBackFun.size());
+    EXPECT_EQ(3U, BasicView::GetCallBacks(m_clsCaller).size());
 }
 
 TEST_F(BasicCallBackTest, ACallBackMayUseTheParameters)
@@ -389,7 +391,7 @@ TEST_F(BasicCallBackTest, TheCallBackLockIsHeldSharedDuringTheCall)
         std::thread(
             [&]
             {
-                std::shared_mutex& smLock = m_clsCaller.m_smCallBackLock;
+                std::shared_mutex& smLock = BasicView::GetCallBackLock(m_clsCaller);
                 bExclusive = smLock.try_lock();
                 bShared = smLock.try_lock_shared();
                 if (bShared)
@@ -408,8 +410,8 @@ TEST_F(BasicCallBackTest, TheCallBackLockIsHeldSharedDuringTheCall)
         EXPECT_FALSE(bExclusive);
         EXPECT_TRUE(bShared);
     }
-    EXPECT_TRUE(m_clsCaller.m_smCallBackLock.try_lock());
-    m_clsCaller.m_smCallBackLock.unlock();
+    EXPECT_TRUE(BasicView::GetCallBackLock(m_clsCaller).try_lock());
+    BasicView::GetCallBackLock(m_clsCaller).unlock();
 }
 
 TEST_F(BasicCallBackTest, TwoThreadsMayRunCallBacksAtTheSameTime)
@@ -480,6 +482,6 @@ TEST_F(BasicCallBackTest, RegisteringAndRemovingWaitForARunningCallBack)
         });
     thRemove.join();
     thRun.join();
-    EXPECT_EQ(1U, m_clsCaller.m_mapCallBackFun.size());
+    EXPECT_EQ(1U, BasicView::GetCallBacks(m_clsCaller).size());
 }
 } // namespace

@@ -1,5 +1,7 @@
 #include "QuenInclude/CLS_Basic.h"
 #include "QuenInclude/Util.h"
+#include "tests/support/BasicView.h"
+#include "tests/support/VariantView.h"
 #include "tests/support/Waiting.h"
 
 #include <array>
@@ -51,16 +53,13 @@ TEST(BasicTest, HasNoVirtualDestructorAndMakesItsMapsEmpty)
     CLS_Basic clsObject;
     EXPECT_THAT(clsObject.Param(), IsEmpty());
     EXPECT_EQ("", clsObject.ParamToString());
-    EXPECT_THAT(clsObject.m_mapCallBackFun, IsEmpty());
+    EXPECT_THAT(BasicView::GetCallBacks(clsObject), IsEmpty());
 }
 
 TEST(BasicTest, FieldsAreInOrder)
 {
     CLS_Basic clsObject;
-    const auto funAddress = [](const auto& _field) { return reinterpret_cast<std::uintptr_t>(&_field); };
-    EXPECT_LT(funAddress(clsObject.m_smParamLock), funAddress(clsObject.m_mapParam));
-    EXPECT_LT(funAddress(clsObject.m_mapParam), funAddress(clsObject.m_smCallBackLock));
-    EXPECT_LT(funAddress(clsObject.m_smCallBackLock), funAddress(clsObject.m_mapCallBackFun));
+    EXPECT_TRUE(ClassLayout::AreInOrder(BasicView::ListMembers(clsObject)));
 }
 
 TEST(BasicTest, VirtualOperationsAreInTheirSlots)
@@ -174,11 +173,11 @@ TEST(BasicTest, ParametersAreCopies)
     CLS_Basic clsObject;
     CLS_CVariant clsValue(VariantMap{{"x", 1}});
     clsObject.SetParam("a", clsValue);
-    clsValue.m_uValue.m_pMap->clear();
+    VariantView::GetMap(clsValue)->clear();
     CLS_CVariant clsRead = clsObject.Param("a");
-    clsRead.m_uValue.m_pMap->clear();
+    VariantView::GetMap(clsRead)->clear();
     VariantMap mapRead = clsObject.Param();
-    mapRead["a"].m_uValue.m_pMap->clear();
+    VariantView::GetMap(mapRead["a"])->clear();
     mapRead.erase("a");
     EXPECT_EQ(1U, clsObject.Param("a").ToMap().size());
 }
@@ -206,7 +205,7 @@ TEST(BasicTest, SettingTheObjectsOwnParametersChangesNothing)
     CLS_Basic clsObject;
     clsObject.SetParam("a", 1);
     clsObject.SetParam("b", "x");
-    clsObject.SetParam(clsObject.m_mapParam);
+    clsObject.SetParam(BasicView::GetParams(clsObject));
     EXPECT_EQ("[a] : [1]\n[b] : [x]\n", clsObject.ParamToString());
 }
 
@@ -224,7 +223,7 @@ TEST(BasicTest, ReadersShareTheParameterLock)
 {
     CLS_Basic clsObject;
     clsObject.SetParam("a", 1);
-    const std::shared_lock<std::shared_mutex> lock(clsObject.m_smParamLock);
+    const std::shared_lock<std::shared_mutex> lock(BasicView::GetParamLock(clsObject));
     std::thread(
         [&clsObject]
         {
@@ -250,7 +249,7 @@ TEST(BasicTest, ReadersHoldUpSetParamAndRemoveParam)
         CLS_Gate clsChanged;
         std::thread thChange;
         {
-            const std::shared_lock<std::shared_mutex> lock(clsObject.m_smParamLock);
+            const std::shared_lock<std::shared_mutex> lock(BasicView::GetParamLock(clsObject));
             thChange = std::thread(
                 [&]
                 {
@@ -259,7 +258,7 @@ TEST(BasicTest, ReadersHoldUpSetParamAndRemoveParam)
                 });
             EXPECT_FALSE(clsChanged.Wait(std::chrono::milliseconds(50)));
             // With the lock that is held: another one may wait behind the change.
-            EXPECT_EQ("[a] : [1]\n", Util::MapToString(clsObject.m_mapParam));
+            EXPECT_EQ("[a] : [1]\n", Util::MapToString(BasicView::GetParams(clsObject)));
         }
         thChange.join();
         EXPECT_NE("[a] : [1]\n", clsObject.ParamToString());
@@ -269,7 +268,7 @@ TEST(BasicTest, ReadersHoldUpSetParamAndRemoveParam)
 TEST(BasicTest, ParametersDoNotNeedTheCallBackLock)
 {
     CLS_Basic clsObject;
-    const std::unique_lock<std::shared_mutex> lock(clsObject.m_smCallBackLock);
+    const std::unique_lock<std::shared_mutex> lock(BasicView::GetCallBackLock(clsObject));
     clsObject.SetParam("a", 1);
     clsObject.SetParam(VariantMap{{"b", 2}});
     clsObject.RemoveParam("b");
@@ -281,7 +280,7 @@ TEST(BasicTest, ParametersDoNotNeedTheCallBackLock)
 TEST(BasicTest, CallBacksDoNotNeedTheParameterLock)
 {
     CLS_Basic clsObject;
-    const std::unique_lock<std::shared_mutex> lock(clsObject.m_smParamLock);
+    const std::unique_lock<std::shared_mutex> lock(BasicView::GetParamLock(clsObject));
     bool bCalled = false;
     const std::string strKey = clsObject.SetCallBackResultFun(
         [&bCalled](const auto&, const auto&, const auto&, void*) { bCalled = true; }, nullptr);
@@ -318,7 +317,7 @@ TEST(BasicTest, ThreadsMayShareAnObject)
     {
         thUse.join();
     }
-    EXPECT_THAT(clsObject.m_mapCallBackFun, IsEmpty());
+    EXPECT_THAT(BasicView::GetCallBacks(clsObject), IsEmpty());
     EXPECT_LE(clsObject.Param().size(), 4U);
 }
 
@@ -333,9 +332,9 @@ TEST(BasicTest, DestructionTakesTheCallBacksBeforeTheParameters)
             nullptr,
             [pObject, &strRead](void*)
             {
-                const std::shared_lock<std::shared_mutex> lock(pObject->m_smParamLock);
-                const auto itParam = pObject->m_mapParam.find("a");
-                strRead = itParam == pObject->m_mapParam.end() ? "" : itParam->second.ToString();
+                const std::shared_lock<std::shared_mutex> lock(BasicView::GetParamLock(*pObject));
+                const auto itParam = BasicView::GetParams(*pObject).find("a");
+                strRead = itParam == BasicView::GetParams(*pObject).end() ? "" : itParam->second.ToString();
             });
         clsObject.SetCallBackResultFun([ptrCaptured](const auto&, const auto&, const auto&, void*) {},
                                        nullptr);

@@ -1,4 +1,5 @@
 #include "tests/support/FailingThreads.h"
+#include "tests/support/PoolView.h"
 #include "tests/support/ThrowingTextTask.h"
 #include "tests/unit/ShutdownFixture.h"
 
@@ -82,7 +83,7 @@ TEST_P(ExportsFirstCallTest, BuildsThePoolWhenThereIsNone)
         return;
     }
     ASSERT_NE(nullptr, CLS_QuenTaskPool::m_pInstance);
-    EXPECT_TRUE(CLS_QuenTaskPool::m_pInstance->m_bRun);
+    EXPECT_TRUE(PoolView::GetRunFlag(*CLS_QuenTaskPool::m_pInstance));
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
@@ -141,7 +142,7 @@ TEST_F(ExportsTest, AddTmpTaskRunsTheCallableAndReturnsTrue)
 TEST_F(ExportsTest, RemoveTmpTaskCancelsTheTasksOfTheOwnerAlone)
 {
     CLS_QuenTaskPool& clsPool = MakePool();
-    clsPool.m_iMaxThread = 0; // one worker
+    PoolView::GetWorkerLimit(clsPool) = 0; // one worker
     const HeldRun pRun = StartHeldRun(clsPool);
     int iOwner = 0;
     CLS_Counter clsRuns;
@@ -149,7 +150,7 @@ TEST_F(ExportsTest, RemoveTmpTaskCancelsTheTasksOfTheOwnerAlone)
     ASSERT_TRUE(AddTmpTask([&] { clsRuns.Add(); }, &clsRuns, "other owner"));
     RemoveTmpTask(&iOwner, "owner");
     EXPECT_EQ(2u, CLS_Task::m_mapTaskData.size());
-    EXPECT_EQ(0u, clsPool.m_mapTmpTasks.count(&iOwner));
+    EXPECT_EQ(0u, PoolView::GetOwnerLists(clsPool).count(&iOwner));
     EndHeldRun(pRun);
     EXPECT_TRUE(clsRuns.Wait(1));
     ASSERT_TRUE(WaitForIdle(clsPool, 1));
@@ -164,7 +165,7 @@ TEST_F(ExportsTest, AddLoopTaskWritesTheIdThatRemoveTaskAndKillTaskTake)
         std::string strTaskId = "text of before";
         AddLoopTask([&] { clsRuns.Add(); }, 5, strTaskId, "loop");
         EXPECT_NE("text of before", strTaskId);
-        EXPECT_THAT(CLS_QuenTaskPool::m_pInstance->m_vecLoopTasks, ElementsAre(strTaskId));
+        EXPECT_THAT(PoolView::GetLoopIds(*CLS_QuenTaskPool::m_pInstance), ElementsAre(strTaskId));
         const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(strTaskId).lock();
         ASSERT_TRUE(pTask);
         EXPECT_EQ(5, pTask->GetLoopInterval());
@@ -172,7 +173,7 @@ TEST_F(ExportsTest, AddLoopTaskWritesTheIdThatRemoveTaskAndKillTaskTake)
         EXPECT_TRUE(clsRuns.Wait(3));
         funRemove(strTaskId, "loop");
         EXPECT_FALSE(CLS_Task::GetTask(strTaskId).lock());
-        EXPECT_THAT(CLS_QuenTaskPool::m_pInstance->m_vecLoopTasks, IsEmpty());
+        EXPECT_THAT(PoolView::GetLoopIds(*CLS_QuenTaskPool::m_pInstance), IsEmpty());
         EXPECT_FALSE(pTask->GetValid());
     }
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
@@ -184,8 +185,9 @@ std::vector<LogRecorder::ST_Record> ExportsTest::RemoveUnprintable(Call _funCall
     const std::string strTaskId = CLS_ThrowingTextTask::Make([] {}, 1);
     const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(strTaskId).lock();
     {
-        const std::unique_lock<std::shared_mutex> lock(CLS_QuenTaskPool::m_pInstance->m_smLoopTasksLock);
-        CLS_QuenTaskPool::m_pInstance->m_vecLoopTasks.push_back(strTaskId);
+        const std::unique_lock<std::shared_mutex> lock(
+            PoolView::GetLoopListLock(*CLS_QuenTaskPool::m_pInstance));
+        PoolView::GetLoopIds(*CLS_QuenTaskPool::m_pInstance).push_back(strTaskId);
     }
     pTask->SetTaskStatus(TASK_STATUS_RUNNING); // to be waited for, and recorded
     LogRecorder::Clear();
@@ -195,7 +197,7 @@ std::vector<LogRecorder::ST_Record> ExportsTest::RemoveUnprintable(Call _funCall
     }
     pTask->SetTaskStatus(TASK_STATUS_IDLE);
     // Left where the failure found it: out of the list, still registered.
-    EXPECT_THAT(CLS_QuenTaskPool::m_pInstance->m_vecLoopTasks, IsEmpty());
+    EXPECT_THAT(PoolView::GetLoopIds(*CLS_QuenTaskPool::m_pInstance), IsEmpty());
     EXPECT_FALSE(pTask->GetValid());
     EXPECT_TRUE(CLS_Task::GetTask(strTaskId).lock());
     return LogRecorder::Take();
@@ -218,10 +220,10 @@ TEST_F(ExportsTest, KillTaskAndRemoveTaskIgnoreUnknownIdsAlike)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     const std::string strKept = MakeTask([] {});
-    clsPool.m_vecLoopTasks = {strKept};
+    PoolView::GetLoopIds(clsPool) = {strKept};
     RemoveTask("unknown", "info");
     KillTask("unknown", "info");
-    EXPECT_THAT(clsPool.m_vecLoopTasks, ElementsAre(strKept));
+    EXPECT_THAT(PoolView::GetLoopIds(clsPool), ElementsAre(strKept));
     EXPECT_TRUE(CLS_Task::GetTask(strKept).lock());
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }

@@ -1,4 +1,6 @@
 #include "QuenInclude/CLS_Basic.h"
+#include "tests/support/BasicView.h"
+#include "tests/support/VariantView.h"
 #include "tests/support/WatchedLocks.h"
 
 #include <gmock/gmock.h>
@@ -23,7 +25,7 @@ TEST(FoundationLocksTest, CallBacksWithinCallBacksTakeTheLockOnce)
         },
         nullptr);
     CLS_WatchedLocks clsWatch;
-    clsWatch.Watch(clsObject.m_smCallBackLock);
+    clsWatch.Watch(BasicView::GetCallBackLock(clsObject));
     clsObject.RunCallBackFun("", {}, "", "");
     EXPECT_EQ(4, iDepth);
     EXPECT_THAT(clsWatch.GetTaken(), ElementsAre(1));
@@ -35,7 +37,7 @@ TEST(FoundationLocksTest, SetTypeAssignmentAndDestructionTakeTheVariantsOwnLock)
 {
     auto pValue = std::make_unique<CLS_CVariant>("text");
     CLS_WatchedLocks clsWatch;
-    clsWatch.Watch(pValue->m_mtxType);
+    clsWatch.Watch(VariantView::GetTypeLock(*pValue));
     pValue->SetType(CVariantType_Map);
     EXPECT_THAT(clsWatch.GetTaken(), ElementsAre(1));
     *pValue = CLS_CVariant(1);

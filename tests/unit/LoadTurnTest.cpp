@@ -1,4 +1,5 @@
 #include "QuenInclude/CLS_LoadTurn.h"
+#include "tests/support/LoadTurnView.h"
 #include "tests/support/Waiting.h"
 
 #include <gtest/gtest.h>
@@ -25,7 +26,7 @@ TEST(LoadTurnTest, TurnsTheHolderAwayAtOnceAndKeepsItsTurn)
         const CLS_LoadTurn::CLS_Scope clsInner(clsTurn);
         EXPECT_FALSE(clsInner.IsTaken());
     }
-    EXPECT_EQ(std::this_thread::get_id(), clsTurn.m_idHolder);
+    EXPECT_EQ(std::this_thread::get_id(), LoadTurnView::GetHolder(clsTurn));
 }
 
 TEST(LoadTurnTest, LetsAWaitingThreadInWhenTheTurnIsGivenBack)
@@ -72,8 +73,8 @@ TEST(LoadTurnTest, TurnsAThreadThatDoesNotWaitAwayAtOnce)
         std::thread([&clsTurn]
                     { EXPECT_FALSE(CLS_LoadTurn::CLS_Scope(clsTurn, std::try_to_lock).IsTaken()); })
             .join();
-        EXPECT_FALSE(clsTurn.m_bOverdue);
-        EXPECT_EQ(std::this_thread::get_id(), clsTurn.m_idHolder);
+        EXPECT_FALSE(LoadTurnView::GetOverdueFlag(clsTurn));
+        EXPECT_EQ(std::this_thread::get_id(), LoadTurnView::GetHolder(clsTurn));
     }
     EXPECT_TRUE(CLS_LoadTurn::CLS_Scope(clsTurn).IsTaken());
 }
@@ -93,7 +94,7 @@ TEST(LoadTurnTest, WakeUpsDoNotProlongTheWait)
     EXPECT_TRUE(WaitUntil(
         [&]
         {
-            clsTurn.m_cvTurn.notify_one();
+            LoadTurnView::GetSignal(clsTurn).notify_one();
             return clsTurnedAway.IsOpen();
         }));
     thLate.join();

@@ -1,4 +1,5 @@
 #include "tests/support/FailingMemory.h"
+#include "tests/support/LogBindingView.h"
 #include "tests/support/LogOpening.h"
 #include "tests/support/Waiting.h"
 
@@ -63,7 +64,7 @@ TEST_F(LogHandOverTest, ALaterRecordDoesNotOvertakeTheKeptOnesOfItsThread)
     AtRecord("first", [this] { LetGoOn(); });
     Say("first");
     EXPECT_THAT(TakeTexts(), ElementsAre("first", "one", "two", "three"));
-    EXPECT_EQ(3U, m_clsBinding.m_lstHandedOver.size());
+    EXPECT_EQ(3U, LogBindingView::CountHandedOver(m_clsBinding));
 }
 
 TEST_F(LogHandOverTest, ALaterRecordIsKeptWhileAnEarlierOneOfItsThreadIsInPrintLog)
@@ -119,7 +120,7 @@ TEST_F(LogHandOverTest, RecordsThatPrintLogMakesFollowThoseThatTheirThreadHandsO
                  EXPECT_TRUE(clsOneInPrintLog.Wait());
              });
     Say("first");
-    EXPECT_EQ(std::thread::id(), m_clsBinding.m_idHandsOver);
+    EXPECT_EQ(std::thread::id(), LogBindingView::GetHandOverThread(m_clsBinding));
     clsHandedOver.Open();
     EXPECT_TRUE(m_clsDone.Wait());
     EXPECT_THAT(TakeTexts(), ElementsAre("first", "one", "two", "within", "three"));
@@ -152,8 +153,8 @@ TEST_F(LogHandOverTest, RecordsGoRightToPrintLogWhenItIsOver)
     Say("first");
     LetGoOn();
     EXPECT_THAT(TakeTexts(), ElementsAre("first", "one", "two", "three"));
-    EXPECT_EQ(std::thread::id(), m_clsBinding.m_idHandsOver);
-    EXPECT_TRUE(m_clsBinding.m_lstKept.empty());
+    EXPECT_EQ(std::thread::id(), LogBindingView::GetHandOverThread(m_clsBinding));
+    EXPECT_EQ(0U, LogBindingView::CountKept(m_clsBinding));
 }
 
 /// A thread that makes two records during the opening, and then one whenever it is told to.

@@ -1,4 +1,6 @@
 #include "tests/support/FailingMemory.h"
+#include "tests/support/LoadTurnView.h"
+#include "tests/support/LogBindingView.h"
 #include "tests/support/LogOpening.h"
 #include "tests/support/RecordMatchers.h"
 #include "tests/support/Waiting.h"
@@ -67,7 +69,7 @@ TEST_F(LogKeepingTest, ARecordThatComesAMomentAfterTheOpeningDoesNotOpenTheLibra
 {
     m_vecOpenings = {&LogKeepingTest::GetLibrary};
     Say("first");
-    EXPECT_EQ(nullptr, m_clsBinding.BindIfFree());
+    EXPECT_FALSE(LogBindingView::BindIfFree(m_clsBinding));
     EXPECT_EQ(1U, m_uiOpenings);
 }
 
@@ -88,7 +90,7 @@ TEST_F(LogKeepingTest, NoRecordWaitsForTheOpening)
     Say("third");
     EXPECT_THAT(LogRecorder::Peek(), IsEmpty());
     // Whoever waits for the turn, and gives up, says so there.
-    EXPECT_FALSE(m_clsBinding.m_clsTurn.m_bOverdue);
+    EXPECT_FALSE(LoadTurnView::GetOverdueFlag(LogBindingView::GetTurn(m_clsBinding)));
     clsMayEnd.Open();
     thOpening.join();
     EXPECT_THAT(TakeTexts(), ElementsAre("first", "second", "third"));
@@ -110,7 +112,7 @@ TEST_F(LogKeepingTest, AProcessThatIsForkedDuringTheOpeningDoesNotWaitForIt)
     if (iChild == 0)
     {
         Say("of the child");
-        _exit(m_clsBinding.m_clsTurn.m_bOverdue ? 1 : 0);
+        _exit(LoadTurnView::GetOverdueFlag(LogBindingView::GetTurn(m_clsBinding)) ? 1 : 0);
     }
     clsMayEnd.Open();
     thOpening.join();
@@ -269,7 +271,7 @@ TEST_F(LogKeepingTest, TheHandOverNeedsNoMemory)
     const std::string strText = "first";
     Say(strText);
     EXPECT_FALSE(FailingMemory::Stop());
-    EXPECT_EQ(CLS_LogBinding::MOST_KEPT, m_clsBinding.m_lstHandedOver.size());
+    EXPECT_EQ(CLS_LogBinding::MOST_KEPT, LogBindingView::CountHandedOver(m_clsBinding));
 }
 
 TEST_F(LogKeepingTest, AnOpeningThatFailsDropsThemSilentlyAndIsTriedAgain)
@@ -292,7 +294,7 @@ TEST_F(LogKeepingTest, AnOpeningThatFailsDropsThemSilentlyAndIsTriedAgain)
                          return GetLibrary();
                      }};
     Say("dropped");
-    EXPECT_TRUE(m_clsBinding.m_lstKept.empty());
+    EXPECT_EQ(0U, LogBindingView::CountKept(m_clsBinding));
     Say("second");
     EXPECT_THAT(TakeTexts(), ElementsAre("second", "kept"));
 }
@@ -306,7 +308,7 @@ TEST_F(LogKeepingTest, ALibraryWithoutPrintLogDropsThemSilently)
                      }};
     Say("first");
     Say("second");
-    EXPECT_TRUE(m_clsBinding.m_lstKept.empty());
+    EXPECT_EQ(0U, LogBindingView::CountKept(m_clsBinding));
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
     EXPECT_EQ(1U, m_uiOpenings);
 }

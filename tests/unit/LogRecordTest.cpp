@@ -1,5 +1,6 @@
 #include "QuenInclude/Logger.h"
 #include "tests/support/GroupingLocale.h"
+#include "tests/support/LogRecordView.h"
 #include "tests/support/RecordMatchers.h"
 
 #include <csignal>
@@ -63,13 +64,11 @@ TEST_F(LogRecordTest, IsAnOutputStringStreamWithItsFieldsInOrder)
 {
     static_assert(std::is_convertible_v<Logger::LogMessageStream*, std::ostringstream*>);
     const Logger::LogMessageStream clsRecord("Module", "Function", FILE_NAME, 7, 3);
-    const auto funAddress = [](const auto& _field) { return reinterpret_cast<std::uintptr_t>(&_field); };
-    EXPECT_LT(funAddress(clsRecord.m_szFile), funAddress(clsRecord.m_szModule));
-    EXPECT_LT(funAddress(clsRecord.m_szModule), funAddress(clsRecord.m_szFunction));
-    EXPECT_LT(funAddress(clsRecord.m_szFunction), funAddress(clsRecord.m_iLine));
-    EXPECT_LT(funAddress(clsRecord.m_iLine), funAddress(clsRecord.m_iLevel));
-    EXPECT_EQ(4U, sizeof(clsRecord.m_iLine));
-    EXPECT_EQ(4U, sizeof(clsRecord.m_iLevel));
+    const ClassLayout::Members vecMembers = LogRecordView::ListMembers(clsRecord);
+    EXPECT_TRUE(ClassLayout::AreInOrder(vecMembers));
+    ASSERT_EQ(5U, vecMembers.size());
+    EXPECT_EQ(4U, vecMembers[3].m_uiSize); // the line
+    EXPECT_EQ(4U, vecMembers[4].m_uiSize); // the level
 }
 
 TEST_F(LogRecordTest, PrintLogIsTheLibrarysOwn)

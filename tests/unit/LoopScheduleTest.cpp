@@ -1,5 +1,6 @@
 #include "QuenPlugins/ZelTaskPool/CLS_LoopSchedule.h"
 #include "tests/support/TaskFixture.h"
+#include "tests/support/TaskView.h"
 #include "tests/support/Waiting.h"
 
 #include <chrono>
@@ -62,7 +63,7 @@ TEST_F(LoopScheduleTest, TaskIsDueFromItsIntervalOn)
     const std::shared_ptr<CLS_Task> pTask = CLS_Task::CreateTask([] {}, HOUR, "");
     CLS_LoopEntry clsEntry = MakeEntry(pTask->GetId());
     EXPECT_FALSE(clsEntry.IsDue(steady_clock::now()));
-    pTask->m_tpLastRun = steady_clock::now() - hours(1);
+    TaskView::GetLastRun(*pTask) = steady_clock::now() - hours(1);
     clsEntry.ForgetTime();
     EXPECT_TRUE(clsEntry.IsDue(steady_clock::now()));
     EXPECT_TRUE(clsEntry.IsDue(steady_clock::now())) << "it has not run since";
@@ -73,8 +74,8 @@ TEST_F(LoopScheduleTest, TaskIsNotAskedBeforeTheMomentThatIsKnown)
     const std::shared_ptr<CLS_Task> pTask = CLS_Task::CreateTask([] {}, HOUR, "");
     CLS_LoopEntry clsEntry = MakeEntry(pTask->GetId());
     EXPECT_FALSE(clsEntry.IsDue(steady_clock::now()));
-    const steady_clock::time_point tpEarliest = pTask->m_tpLastRun.load() + hours(1);
-    pTask->m_tpLastRun = steady_clock::now() - hours(2);
+    const steady_clock::time_point tpEarliest = TaskView::GetLastRun(*pTask).load() + hours(1);
+    TaskView::GetLastRun(*pTask) = steady_clock::now() - hours(2);
     EXPECT_FALSE(clsEntry.IsDue(steady_clock::now()));
     EXPECT_FALSE(clsEntry.IsDue(tpEarliest - nanoseconds(1)));
     EXPECT_TRUE(clsEntry.IsDue(tpEarliest));
@@ -95,7 +96,7 @@ TEST_F(LoopScheduleTest, TaskIsAskedAgainWhenTheTimeIsForgotten)
 TEST_F(LoopScheduleTest, BusyOrInvalidTaskIsAskedEachTime)
 {
     const std::shared_ptr<CLS_Task> pTask = CLS_Task::CreateTask([] {}, HOUR, "");
-    pTask->m_tpLastRun = steady_clock::now() - hours(2);
+    TaskView::GetLastRun(*pTask) = steady_clock::now() - hours(2);
     CLS_LoopEntry clsEntry = MakeEntry(pTask->GetId());
     for (const n_TaskStatus iStatus : {TASK_STATUS_WAITING, TASK_STATUS_RUNNING})
     {

@@ -1,6 +1,8 @@
 // What is notified, and under which lock.
 
 #include "tests/support/CutWaits.h"
+#include "tests/support/PoolView.h"
+#include "tests/support/WorkerView.h"
 #include "tests/unit/PoolFixture.h"
 
 #include <gtest/gtest.h>
@@ -33,15 +35,15 @@ TEST_F(NotificationTest, EachQueuedTaskIsNotifiedOnceWithTheQueuesMutexHeld)
     // No thread waits for the queue, so only the thread that fills it takes the mutex.
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     const std::string strTaskId = MakeTask([] {});
-    const CLS_CutWaits clsWaits(clsPool.m_cvWaitingTasks,
-                                [&] { EXPECT_TRUE(IsHeld(clsPool.m_mtxWaitingTasks)); });
+    const CLS_CutWaits clsWaits(PoolView::GetQueueSignal(clsPool),
+                                [&] { EXPECT_TRUE(IsHeld(PoolView::GetQueueLock(clsPool))); });
     clsPool.AddWaitingTasks("unknown");
     EXPECT_EQ(0, clsWaits.GetNotifications());
     clsPool.AddWaitingTasks(strTaskId);
     EXPECT_EQ(1, clsWaits.GetNotifications());
     clsPool.AddWaitingTasks(strTaskId);
     EXPECT_EQ(2, clsWaits.GetNotifications());
-    EXPECT_FALSE(IsHeld(clsPool.m_mtxWaitingTasks));
+    EXPECT_FALSE(IsHeld(PoolView::GetQueueLock(clsPool)));
 }
 
 TEST_F(NotificationTest, EachJobIsNotifiedOnceWithItsMutexHeld)
@@ -49,12 +51,12 @@ TEST_F(NotificationTest, EachJobIsNotifiedOnceWithItsMutexHeld)
     // The thread has ended, so only who hands over jobs takes the mutex.
     CLS_TaskThread clsWorker;
     EXPECT_TRUE(clsWorker.Exit());
-    const CLS_CutWaits clsWaits(clsWorker.m_cvFunction,
-                                [&] { EXPECT_TRUE(IsHeld(clsWorker.m_mtxFunction)); });
+    const CLS_CutWaits clsWaits(WorkerView::GetJobSignal(clsWorker),
+                                [&] { EXPECT_TRUE(IsHeld(WorkerView::GetJobLock(clsWorker))); });
     EXPECT_TRUE(clsWorker.AddFunction([](CLS_TaskThread*) {}));
     EXPECT_EQ(1, clsWaits.GetNotifications());
     EXPECT_TRUE(clsWorker.AddFunction([](CLS_TaskThread*) {}));
     EXPECT_EQ(2, clsWaits.GetNotifications());
-    EXPECT_FALSE(IsHeld(clsWorker.m_mtxFunction));
+    EXPECT_FALSE(IsHeld(WorkerView::GetJobLock(clsWorker)));
 }
 } // namespace

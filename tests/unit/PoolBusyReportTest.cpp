@@ -45,7 +45,7 @@ protected:
     {
         CLS_PoolFixture::SetUp();
         m_pPool = &MakeStillPool();
-        m_pPool->m_iMaxThread = -1;
+        PoolView::GetWorkerLimit(*m_pPool) = -1;
     }
 
     void TearDown() override
@@ -53,7 +53,7 @@ protected:
         m_clsFree.Open();
         for (CLS_TaskThread* const pThread : m_vecBound)
         {
-            m_pPool->UnbindTask(pThread);
+            PoolView::UnbindTask(*m_pPool, pThread);
         }
         CLS_PoolFixture::TearDown();
     }
@@ -62,7 +62,7 @@ protected:
     CLS_TaskThread* MakeBusyWorker(std::string _strTaskId)
     {
         m_vecBound.push_back(m_pPool->CreateTaskThread());
-        m_pPool->BindTask(m_vecBound.back(), _strTaskId);
+        PoolView::BindTask(*m_pPool, m_vecBound.back(), _strTaskId);
         return m_vecBound.back();
     }
 
@@ -84,7 +84,7 @@ protected:
     {
         int iFailed = 0;
         const CLS_FastSleep clsFastSleep([&](const ST_Sleep&) { _funHook(++iFailed); });
-        m_pPool->DispatchPass();
+        PoolView::RunDispatchPass(*m_pPool);
     }
 
     CLS_QuenTaskPool* m_pPool = nullptr;
@@ -107,7 +107,7 @@ TEST_F(PoolBusyReportTest, ComesWithEveryNinetiethFailedAttempt)
                             IsReport("waiting task count [1] CurrentThreadCount [0] MaxThread [-1]"));
                 vecReports.push_back(_iFailed);
             }
-            m_pPool->m_bRun = _iFailed < 300;
+            PoolView::GetRunFlag(*m_pPool) = _iFailed < 300;
         });
     EXPECT_THAT(vecReports, ElementsAre(90, 180, 270));
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
@@ -125,7 +125,7 @@ TEST_F(PoolBusyReportTest, AttemptsAreCountedForEachIdAnew)
         {
             if (_iFailed % 89 == 0)
             {
-                m_pPool->AddIdleWorker(m_pPool->CreateTaskThread());
+                PoolView::AddIdleWorker(*m_pPool, m_pPool->CreateTaskThread());
             }
         });
     EXPECT_TRUE(m_clsStarted.Wait(3));
@@ -144,7 +144,7 @@ TEST_F(PoolBusyReportTest, SaysWhatEveryWorkerDoes)
     MakeBusyWorker(strIdle);
     MakeBusyWorker("");
     MakeBusyWorker(strWaiting);
-    m_pPool->AddIdleWorker(m_pPool->CreateTaskThread());
+    PoolView::AddIdleWorker(*m_pPool, m_pPool->CreateTaskThread());
     const std::string strRunning = QueueTask();
     QueueTask();
     QueueTask();
@@ -159,9 +159,9 @@ TEST_F(PoolBusyReportTest, SaysWhatEveryWorkerDoes)
                 QueueTask();
                 QueueTask();
             }
-            m_pPool->m_bRun = _iFailed < 90;
+            PoolView::GetRunFlag(*m_pPool) = _iFailed < 90;
         });
-    m_pPool->m_bRun = true;
+    PoolView::GetRunFlag(*m_pPool) = true;
 
     const std::map<std::string, Matcher<Record>> mapTexts{{"gone", IsReport("runing task info - gone0x0")},
                                                           {"", IsReport("runing task info - 0x0")},
@@ -170,7 +170,7 @@ TEST_F(PoolBusyReportTest, SaysWhatEveryWorkerDoes)
                                                           {strRunning, IsTaskReport(strRunning, 3)}};
     std::vector<Matcher<Record>> vecExpected{
         IsReport("waiting task count [5] CurrentThreadCount [5] MaxThread [-1]")};
-    for (const auto& [pThread, strTaskId] : m_pPool->CopyBindings())
+    for (const auto& [pThread, strTaskId] : PoolView::CopyWorkers(*m_pPool))
     {
         vecExpected.push_back(mapTexts.at(strTaskId));
     }
@@ -187,7 +187,7 @@ TEST_F(PoolBusyReportTest, HoldsNoLockWhileItIsWritten)
             ++iRecords;
             EXPECT_TRUE(PoolView::AreLocksFree(*m_pPool));
         });
-    m_pPool->ReportBusy(1);
+    PoolView::ReportBusy(*m_pPool, 1);
     LogRecorder::SetHook({});
     EXPECT_EQ(2, iRecords);
 }
@@ -207,9 +207,9 @@ TEST_F(PoolBusyReportTest, FailureEndsThePassAndDropsTheRestOfItsBatch)
     EXPECT_THAT(LogRecorder::Take(),
                 ElementsAre(IsReport("waiting task count [2] CurrentThreadCount [1] MaxThread [-1]"),
                             IsPoolRecord(3, "FunTaskingThread", "*** auto Tasking handler fail ***")));
-    EXPECT_TRUE(m_pPool->m_bRun);
+    EXPECT_TRUE(PoolView::GetRunFlag(*m_pPool));
 
-    m_pPool->AddIdleWorker(pBusy);
+    PoolView::AddIdleWorker(*m_pPool, pBusy);
     const std::string strThird = QueueTask();
     EXPECT_TRUE(m_clsStarted.Wait(1));
     EXPECT_EQ(TASK_STATUS_RUNNING, GetStatus(strThird));
@@ -226,7 +226,7 @@ TEST_F(PoolBusyReportTest, FailureEndsThePassAndDropsTheRestOfItsBatch)
 // Pins docs/limits.md, "At most 301 workers".
 TEST_F(PoolBusyReportTest, TasksBeyondThe301stWaitForAWorkerAndAreReported)
 {
-    m_pPool->m_iMaxThread = 300;
+    PoolView::GetWorkerLimit(*m_pPool) = 300;
     CLS_Gate clsFirstMayEnd;
     std::vector<std::string> vecTaskIds{MakeTask(
         [&]
@@ -261,7 +261,7 @@ TEST_F(PoolBusyReportTest, TasksBeyondThe301stWaitForAWorkerAndAreReported)
     for (int i = 0; i < 2; ++i)
     {
         vecExpected.push_back(IsReport("waiting task count [1] CurrentThreadCount [301] MaxThread [300]"));
-        for (const auto& [pThread, strTaskId] : m_pPool->CopyBindings())
+        for (const auto& [pThread, strTaskId] : PoolView::CopyWorkers(*m_pPool))
         {
             const bool bReused = strTaskId == vecTaskIds.back();
             vecExpected.push_back(IsTaskReport(bReused ? vecTaskIds.front() : strTaskId, 3));
@@ -271,7 +271,7 @@ TEST_F(PoolBusyReportTest, TasksBeyondThe301stWaitForAWorkerAndAreReported)
 
     // The order ids are those of the queue; the freed worker has the last task.
     std::vector<std::string> vecByOrder(301);
-    for (const auto& [pThread, strTaskId] : m_pPool->CopyBindings())
+    for (const auto& [pThread, strTaskId] : PoolView::CopyWorkers(*m_pPool))
     {
         vecByOrder.at(static_cast<std::size_t>(pThread->GetOrderId())) = strTaskId;
     }

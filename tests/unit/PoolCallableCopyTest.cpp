@@ -182,7 +182,7 @@ TEST_F(PoolCallableEndTest, RegistryKeepsOneCopyAndLetsItGo)
         }
     }
     EXPECT_EQ(1 + 4, pCaptured.use_count());
-    clsPool.DispatchPass();
+    PoolView::RunDispatchPass(clsPool);
     ASSERT_TRUE(PoolView::WaitForAllIdle(clsPool));
     EXPECT_EQ(1 + 4, pCaptured.use_count()); // what has run stays registered
     clsPool.RemoveTask(arrLoopIds[0], "");

@@ -1,6 +1,7 @@
 #include "tests/support/FailingThreads.h"
 #include "tests/support/PoolView.h"
 #include "tests/support/RecordMatchers.h"
+#include "tests/support/WorkerView.h"
 #include "tests/unit/PoolFixture.h"
 
 #include <atomic>
@@ -66,7 +67,7 @@ TEST_F(PoolDispatchTest, QueuedTasksAreWaitingInOrder)
         clsPool.AddWaitingTasks(strTaskId);
         EXPECT_EQ(TASK_STATUS_WAITING, GetStatus(strTaskId));
     }
-    EXPECT_THAT(clsPool.m_vecWaitingTasks, ElementsAre(strThird, strFirst, strSecond));
+    EXPECT_THAT(PoolView::GetWaitingIds(clsPool), ElementsAre(strThird, strFirst, strSecond));
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
@@ -78,7 +79,7 @@ TEST_F(PoolDispatchTest, UnknownAndRemovedTasksAreNotQueued)
     clsPool.AddWaitingTasks(strTaskId);
     clsPool.AddWaitingTasks("unknown");
     clsPool.AddWaitingTasks("");
-    EXPECT_THAT(clsPool.m_vecWaitingTasks, IsEmpty());
+    EXPECT_THAT(PoolView::GetWaitingIds(clsPool), IsEmpty());
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
@@ -86,13 +87,13 @@ TEST_F(PoolDispatchTest, TaskIsWaitingBeforeTheQueueIsLocked)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     const std::string strTaskId = MakeTask({});
-    std::unique_lock<std::mutex> lock(clsPool.m_mtxWaitingTasks);
+    std::unique_lock<std::mutex> lock(PoolView::GetQueueLock(clsPool));
     std::thread thProducer([&] { clsPool.AddWaitingTasks(strTaskId); });
     EXPECT_TRUE(WaitUntil([&] { return GetStatus(strTaskId) == TASK_STATUS_WAITING; }));
-    EXPECT_THAT(clsPool.m_vecWaitingTasks, IsEmpty());
+    EXPECT_THAT(PoolView::GetWaitingIds(clsPool), IsEmpty());
     lock.unlock();
     thProducer.join();
-    EXPECT_THAT(clsPool.m_vecWaitingTasks, ElementsAre(strTaskId));
+    EXPECT_THAT(PoolView::GetWaitingIds(clsPool), ElementsAre(strTaskId));
 }
 
 TEST_F(PoolDispatchTest, WholeQueueIsTakenAtOnce)
@@ -104,21 +105,21 @@ TEST_F(PoolDispatchTest, WholeQueueIsTakenAtOnce)
         clsPool.AddWaitingTasks(strTaskId);
     }
     std::forward_list<std::string> lstOverflow;
-    EXPECT_EQ(vecTaskIds, clsPool.TakeWaitingTasks(lstOverflow));
+    EXPECT_EQ(vecTaskIds, PoolView::TakeQueue(clsPool, lstOverflow));
     EXPECT_TRUE(lstOverflow.empty());
-    EXPECT_THAT(clsPool.m_vecWaitingTasks, IsEmpty());
+    EXPECT_THAT(PoolView::GetWaitingIds(clsPool), IsEmpty());
 }
 
 TEST_F(PoolDispatchTest, OnePassHandsOutEverythingInOrder)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
-    clsPool.m_iMaxThread = 0; // one worker, so that the runs have an order
+    PoolView::GetWorkerLimit(clsPool) = 0; // one worker, so that the runs have an order
     CLS_Texts clsRuns;
     for (const char* const szName : {"first", "second", "third"})
     {
         clsPool.AddWaitingTasks(MakeTask([&clsRuns, szName] { clsRuns.Add(szName); }));
     }
-    clsPool.DispatchPass();
+    PoolView::RunDispatchPass(clsPool);
     ASSERT_TRUE(WaitForIdle(clsPool, 1));
     EXPECT_THAT(clsRuns.Get(), ElementsAre("first", "second", "third"));
     EXPECT_EQ(1, clsPool.GetTaskThreadNum());
@@ -141,14 +142,14 @@ TEST_F(PoolDispatchTest, OneWakeUpTakesThreeIds)
             }));
     }
     {
-        const std::lock_guard<std::mutex> lock(clsPool.m_mtxWaitingTasks);
-        clsPool.m_vecWaitingTasks = vecTaskIds;
-        clsPool.m_cvWaitingTasks.notify_one();
+        const std::lock_guard<std::mutex> lock(PoolView::GetQueueLock(clsPool));
+        PoolView::GetWaitingIds(clsPool) = vecTaskIds;
+        PoolView::GetQueueSignal(clsPool).notify_one();
     }
     EXPECT_TRUE(WaitUntil([&] { return clsRuns.Get().size() == 3; }));
     // Bound in queue order: the workers were made one after the other.
     std::vector<std::string> vecBound(3);
-    for (const auto& [pThread, strTaskId] : clsPool.CopyBindings())
+    for (const auto& [pThread, strTaskId] : PoolView::CopyWorkers(clsPool))
     {
         vecBound.at(static_cast<std::size_t>(pThread->GetOrderId())) = strTaskId;
     }
@@ -181,9 +182,9 @@ TEST_F(PoolDispatchTest, IdQueuedTwiceRunsTwice)
     const std::string strTaskId = MakeTask([&] { clsRuns.Add(); });
     clsPool.AddWaitingTasks(strTaskId);
     clsPool.AddWaitingTasks(strTaskId);
-    EXPECT_THAT(clsPool.m_vecWaitingTasks, ElementsAre(strTaskId, strTaskId));
-    clsPool.m_iMaxThread = 0;
-    clsPool.DispatchPass();
+    EXPECT_THAT(PoolView::GetWaitingIds(clsPool), ElementsAre(strTaskId, strTaskId));
+    PoolView::GetWorkerLimit(clsPool) = 0;
+    PoolView::RunDispatchPass(clsPool);
     ASSERT_TRUE(WaitForIdle(clsPool, 1));
     EXPECT_EQ(2, clsRuns.Get());
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
@@ -193,7 +194,7 @@ TEST_F(PoolDispatchTest, QueueIsFreeDuringABatchAndWhatComesIsLeftToTheNextPass)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     CLS_TaskThread* const pThread = clsPool.CreateTaskThread();
-    clsPool.m_iMaxThread = -1;
+    PoolView::GetWorkerLimit(clsPool) = -1;
     CLS_Counter clsRuns;
     const std::string strFirst = MakeTask([&] { clsRuns.Add(); });
     const std::string strLater = MakeTask([&] { clsRuns.Add(); });
@@ -204,13 +205,13 @@ TEST_F(PoolDispatchTest, QueueIsFreeDuringABatchAndWhatComesIsLeftToTheNextPass)
             // The dispatcher waits for a worker, in the middle of its batch.
             EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
             clsPool.AddWaitingTasks(strLater);
-            clsPool.AddIdleWorker(pThread);
+            PoolView::AddIdleWorker(clsPool, pThread);
         });
-    clsPool.DispatchPass();
+    PoolView::RunDispatchPass(clsPool);
     EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strLater));
     ASSERT_TRUE(WaitForIdle(clsPool, 1));
     EXPECT_EQ(1, clsRuns.Get());
-    clsPool.DispatchPass();
+    PoolView::RunDispatchPass(clsPool);
     ASSERT_TRUE(clsRuns.Wait(2));
     ASSERT_TRUE(WaitForIdle(clsPool, 1));
     EXPECT_THAT(clsFastSleep.GetSleeps(), SizeIs(1));
@@ -220,13 +221,13 @@ TEST_F(PoolDispatchTest, TaskIsBoundBeforeItsJobIsHandedOver)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     CLS_TaskThread* const pThread = clsPool.CreateTaskThread();
-    clsPool.AddIdleWorker(pThread);
+    PoolView::AddIdleWorker(clsPool, pThread);
     const std::string strTaskId = MakeTask({});
     clsPool.AddWaitingTasks(strTaskId);
-    std::unique_lock<std::mutex> lock(pThread->m_mtxFunction); // no job can be handed over
-    std::thread thDispatcher([&] { clsPool.DispatchPass(); });
-    EXPECT_TRUE(WaitUntil([&] { return clsPool.ReadBoundTask(pThread) == strTaskId; }));
-    EXPECT_FALSE(pThread->m_funFunction);
+    std::unique_lock<std::mutex> lock(WorkerView::GetJobLock(*pThread)); // no job can be handed over
+    std::thread thDispatcher([&] { PoolView::RunDispatchPass(clsPool); });
+    EXPECT_TRUE(WaitUntil([&] { return PoolView::ReadBoundTask(clsPool, pThread) == strTaskId; }));
+    EXPECT_FALSE(WorkerView::GetJob(*pThread));
     EXPECT_EQ(TASK_STATUS_WAITING, GetStatus(strTaskId));
     EXPECT_THAT(GetIdleOrder(clsPool), IsEmpty());
     lock.unlock();
@@ -240,7 +241,7 @@ TEST_F(PoolDispatchTest, DispatcherAsksForAWorkerAgainAfterEachHundredMillisecon
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     CLS_TaskThread* const pThread = clsPool.CreateTaskThread();
-    clsPool.m_iMaxThread = -1;
+    PoolView::GetWorkerLimit(clsPool) = -1;
     clsPool.AddWaitingTasks(MakeTask({}));
     int iSleeps = 0;
     const CLS_FastSleep clsFastSleep(
@@ -248,10 +249,10 @@ TEST_F(PoolDispatchTest, DispatcherAsksForAWorkerAgainAfterEachHundredMillisecon
         {
             if (++iSleeps == 5)
             {
-                clsPool.AddIdleWorker(pThread);
+                PoolView::AddIdleWorker(clsPool, pThread);
             }
         });
-    clsPool.DispatchPass();
+    PoolView::RunDispatchPass(clsPool);
     const auto vecSleeps = clsFastSleep.GetSleeps(std::this_thread::get_id());
     EXPECT_THAT(vecSleeps, SizeIs(5));
     EXPECT_THAT(vecSleeps, Each(Field("asked", &ST_Sleep::m_msAsked, milliseconds(100))));
@@ -293,12 +294,12 @@ TEST_F(PoolDispatchTest, WorkerThatIsNotRegisteredIsARecordAndGetsItsJobAllTheSa
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     const std::unique_ptr<CLS_TaskThread> pThread(clsPool.CreateTaskThread());
     pThread->SetOrderId(17);
-    clsPool.UnregisterWorker(pThread.get());
-    clsPool.AddIdleWorker(pThread.get());
+    PoolView::UnregisterWorker(clsPool, pThread.get());
+    PoolView::AddIdleWorker(clsPool, pThread.get());
     CLS_Counter clsRuns;
     const std::string strTaskId = MakeTask([&] { clsRuns.Add(); });
     clsPool.AddWaitingTasks(strTaskId);
-    clsPool.DispatchPass();
+    PoolView::RunDispatchPass(clsPool);
     ASSERT_TRUE(WaitForIdle(clsPool, 1));
     EXPECT_THAT(LogRecorder::Take(),
                 ElementsAre(IsPoolRecord(3, "FunTaskingThread", "thread is not in m_mapThreadTask - 17"),
@@ -318,7 +319,7 @@ TEST_F(PoolDispatchTest, DispatcherDoesNotLookAtTheTask)
     const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(strTaskId).lock();
     pTask->SetValid(false);
     pTask->SetTaskStatus(TASK_STATUS_IDLE);
-    clsPool.DispatchPass();
+    PoolView::RunDispatchPass(clsPool);
     // Handed out like any other; the run itself finds that the task is not to run.
     ASSERT_TRUE(WaitForIdle(clsPool, 1));
     EXPECT_EQ(0, clsRuns.Get());
@@ -329,7 +330,7 @@ TEST_F(PoolDispatchTest, EndOfThePoolDropsTheRestWhileADispatcherAsksForAWorker)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     CLS_TaskThread* const pThread = clsPool.CreateTaskThread();
-    clsPool.m_iMaxThread = -1;
+    PoolView::GetWorkerLimit(clsPool) = -1;
     CLS_Counter clsRuns;
     const std::string strFirst = MakeTask([&] { clsRuns.Add(); });
     const std::string strSecond = MakeTask([&] { clsRuns.Add(); });
@@ -339,8 +340,8 @@ TEST_F(PoolDispatchTest, EndOfThePoolDropsTheRestWhileADispatcherAsksForAWorker)
         const CLS_FastSleep clsFastSleep(
             [&](const ST_Sleep&)
             {
-                clsPool.m_bRun = false;
-                clsPool.AddIdleWorker(pThread); // too late
+                PoolView::GetRunFlag(clsPool) = false;
+                PoolView::AddIdleWorker(clsPool, pThread); // too late
             });
         clsPool.FunTaskingThread();
         EXPECT_THAT(clsFastSleep.GetSleeps(), SizeIs(1));
@@ -348,8 +349,8 @@ TEST_F(PoolDispatchTest, EndOfThePoolDropsTheRestWhileADispatcherAsksForAWorker)
     EXPECT_EQ(0, clsRuns.Get());
     EXPECT_EQ(TASK_STATUS_WAITING, GetStatus(strFirst));
     EXPECT_EQ(TASK_STATUS_WAITING, GetStatus(strSecond));
-    EXPECT_THAT(clsPool.m_vecWaitingTasks, IsEmpty());
-    EXPECT_EQ("", clsPool.m_mapThreadTask[pThread]);
+    EXPECT_THAT(PoolView::GetWaitingIds(clsPool), IsEmpty());
+    EXPECT_EQ("", PoolView::GetWorkers(clsPool)[pThread]);
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
@@ -357,15 +358,15 @@ TEST_F(PoolDispatchTest, EndOfThePoolDropsTheRestBeforeTheNextId)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     const std::unique_ptr<CLS_TaskThread> pUnregistered(clsPool.CreateTaskThread());
-    clsPool.UnregisterWorker(pUnregistered.get());
-    clsPool.AddIdleWorker(pUnregistered.get());
+    PoolView::UnregisterWorker(clsPool, pUnregistered.get());
+    PoolView::AddIdleWorker(clsPool, pUnregistered.get());
     CLS_Counter clsRuns;
     const std::string strFirst = MakeTask([&] { clsRuns.Add(); });
     const std::string strSecond = MakeTask([&] { clsRuns.Add(); });
     clsPool.AddWaitingTasks(strFirst);
     clsPool.AddWaitingTasks(strSecond);
     // The record of the first id comes from the dispatcher, between its worker and its job.
-    LogRecorder::SetHook([&](const LogRecorder::ST_Record&) { clsPool.m_bRun = false; });
+    LogRecorder::SetHook([&](const LogRecorder::ST_Record&) { PoolView::GetRunFlag(clsPool) = false; });
     clsPool.FunTaskingThread();
     LogRecorder::SetHook({});
     ASSERT_TRUE(WaitUntil([] { return LogRecorder::Peek().size() == 2; }));
@@ -375,7 +376,7 @@ TEST_F(PoolDispatchTest, EndOfThePoolDropsTheRestBeforeTheNextId)
     EXPECT_EQ(0, clsRuns.Get());
     EXPECT_EQ(0, clsPool.GetTaskThreadNum()); // no worker was made for the second id
     EXPECT_EQ(TASK_STATUS_WAITING, GetStatus(strSecond));
-    EXPECT_THAT(clsPool.m_vecWaitingTasks, IsEmpty());
+    EXPECT_THAT(PoolView::GetWaitingIds(clsPool), IsEmpty());
     EXPECT_TRUE(pUnregistered->Exit());
     EXPECT_THAT(GetIdleOrder(clsPool), IsEmpty());
 }

@@ -2,6 +2,7 @@
 
 #include "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool.h"
 #include "tests/support/FastSleep.h"
+#include "tests/support/PoolView.h"
 #include "tests/support/TaskFixture.h"
 #include "tests/support/Waiting.h"
 
@@ -24,7 +25,7 @@ protected:
         if (CLS_QuenTaskPool* const pPool = CLS_QuenTaskPool::m_pInstance)
         {
             EndServices(*pPool);
-            pPool->m_bRun = true; // a run that ends only now is to end as usual
+            PoolView::GetRunFlag(*pPool) = true; // a run that ends only now is to end as usual
             pPool->UnInit();
         }
         CLS_TaskThread::SetWaitingOvertime(300000);
@@ -40,14 +41,14 @@ protected:
     {
         CLS_QuenTaskPool& clsPool = MakePool();
         EndServices(clsPool);
-        clsPool.m_bRun = true;
+        PoolView::GetRunFlag(clsPool) = true;
         return clsPool;
     }
 
     /// Gives a still pool its dispatcher back. TearDown ends it.
     static void StartDispatcher(CLS_QuenTaskPool& _clsPool)
     {
-        _clsPool.m_pTaskingThread =
+        PoolView::GetDispatcher(_clsPool) =
             std::make_unique<std::thread>([&_clsPool] { _clsPool.FunTaskingThread(); });
     }
 
@@ -61,8 +62,8 @@ protected:
     static std::vector<int> GetIdleOrder(CLS_QuenTaskPool& _clsPool)
     {
         std::vector<int> vecOrder;
-        const std::lock_guard<std::mutex> lock(_clsPool.m_mtxIdleThreads);
-        for (CLS_TaskThread* const pThread : _clsPool.m_vecIdleThreads)
+        const std::lock_guard<std::mutex> lock(PoolView::GetIdleLock(_clsPool));
+        for (CLS_TaskThread* const pThread : PoolView::GetIdleWorkers(_clsPool))
         {
             vecOrder.push_back(pThread == nullptr ? -1 : pThread->GetOrderId());
         }
@@ -80,6 +81,6 @@ private:
     static void EndServices(CLS_QuenTaskPool& _clsPool)
     {
         const CLS_FastSleep clsFastSleep;
-        _clsPool.EndServiceThreads();
+        PoolView::EndServiceThreads(_clsPool);
     }
 };

@@ -85,7 +85,7 @@ TEST_F(PoolHostileTaskTest, TaskMayRemoveEverythingThatIsQueuedBehindIt)
     const std::vector<std::string> vecQueue = PoolView::GetQueue(clsPool);
     PoolView::ClearQueue(clsPool);
     clsPool.AddWaitingTasks(vecQueue.front());
-    clsPool.DispatchPass();
+    PoolView::RunDispatchPass(clsPool);
     ASSERT_TRUE(WaitForIdle(clsPool, 1));
     EXPECT_EQ(1, pCaptured.use_count());
     EXPECT_THAT(PoolView::GetRegistered(), ::testing::ElementsAre(vecQueue.front()));

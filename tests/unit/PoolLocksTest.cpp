@@ -18,11 +18,11 @@ TEST_F(PoolLocksTest, WatchSeesALockThatIsTakenUnderAnother)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     CLS_WatchedLocks clsWatch;
-    clsWatch.Watch(clsPool.m_mtxIdleThreads);
-    clsWatch.Watch(clsPool.m_smThreadTaskLock);
+    clsWatch.Watch(PoolView::GetIdleLock(clsPool));
+    clsWatch.Watch(PoolView::GetWorkerLock(clsPool));
     clsWatch.WatchInnermost(CLS_Task::m_smTaskDataLock);
     {
-        const std::lock_guard<std::mutex> lock(clsPool.m_mtxIdleThreads);
+        const std::lock_guard<std::mutex> lock(PoolView::GetIdleLock(clsPool));
         CLS_Task::GetTask("");
         EXPECT_EQ(0, clsWatch.GetNested());
         EXPECT_EQ(0, clsPool.GetTaskThreadNum());
@@ -40,9 +40,9 @@ TEST_F(PoolLocksTest, TheQueueIsTakenWithItsMutexHeldOnceAndGivenBackOnce)
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     clsPool.AddWaitingTasks(MakeTask([] {}));
     CLS_WatchedLocks clsWatch;
-    clsWatch.Watch(clsPool.m_mtxWaitingTasks);
+    clsWatch.Watch(PoolView::GetQueueLock(clsPool));
     std::forward_list<std::string> lstOverflow;
-    EXPECT_EQ(1U, clsPool.TakeWaitingTasks(lstOverflow).size());
+    EXPECT_EQ(1U, PoolView::TakeQueue(clsPool, lstOverflow).size());
     EXPECT_THAT(clsWatch.GetTaken(), ElementsAre(1));
     EXPECT_EQ(0, clsWatch.GetUntaken());
 }
@@ -51,11 +51,11 @@ TEST_F(PoolLocksTest, NobodyHoldsTwoLocksOfThePool)
 {
     CLS_QuenTaskPool& clsPool = MakePool();
     CLS_WatchedLocks clsWatch;
-    clsWatch.Watch(clsPool.m_mtxWaitingTasks);
-    clsWatch.Watch(clsPool.m_smLoopTasksLock);
-    clsWatch.Watch(clsPool.m_mtxTmpTasks);
-    clsWatch.Watch(clsPool.m_mtxIdleThreads);
-    clsWatch.Watch(clsPool.m_smThreadTaskLock);
+    clsWatch.Watch(PoolView::GetQueueLock(clsPool));
+    clsWatch.Watch(PoolView::GetLoopListLock(clsPool));
+    clsWatch.Watch(PoolView::GetOwnerLock(clsPool));
+    clsWatch.Watch(PoolView::GetIdleLock(clsPool));
+    clsWatch.Watch(PoolView::GetWorkerLock(clsPool));
     clsWatch.WatchInnermost(CLS_Task::m_smTaskDataLock);
 
     int iOwner = 0;
@@ -77,7 +77,7 @@ TEST_F(PoolLocksTest, NobodyHoldsTwoLocksOfThePool)
     EXPECT_TRUE(clsPool.AddTmpTask(funTask, &iOther, "call"));
     EXPECT_TRUE(clsRuns.Wait(3));
     EXPECT_TRUE(clsStarted.Wait(9));
-    clsPool.ReportBusy(1);
+    PoolView::ReportBusy(clsPool, 1);
     clsFree.Open();
     clsPool.StopTask(strLoopId);
     clsPool.RemoveTask(strLoopId, "call");
@@ -87,7 +87,7 @@ TEST_F(PoolLocksTest, NobodyHoldsTwoLocksOfThePool)
     EXPECT_TRUE(clsStarted.Wait(10));
     EXPECT_TRUE(PoolView::WaitForAllIdle(clsPool));
     CLS_TaskThread::SetWaitingOvertime(0);
-    clsPool.OvertimePass();
+    PoolView::RunWatchdogPass(clsPool);
     EXPECT_EQ(0, clsPool.GetTaskThreadNum());
     clsPool.CreateTaskThread();
     clsPool.UnInit();

@@ -93,7 +93,7 @@ TEST_F(PoolLogFaultsTest, PrintLogMayUseThePoolOnTheDispatcher)
     const CLS_FailingThreads clsFailing(1);
     EXPECT_TRUE(clsPool.AddTmpTask([] {}, this, "call"));
     ExpectUsed();
-    EXPECT_EQ(clsPool.m_pTaskingThread->get_id(), m_idUser.load());
+    EXPECT_EQ(PoolView::GetDispatcher(clsPool)->get_id(), m_idUser.load());
 }
 
 TEST_F(PoolLogFaultsTest, PrintLogMayUseThePoolOnTheLoopScheduler)
@@ -101,11 +101,11 @@ TEST_F(PoolLogFaultsTest, PrintLogMayUseThePoolOnTheLoopScheduler)
     CLS_QuenTaskPool& clsPool = MakePool();
     UsePoolWhenRecorded("*** auto Loop handler fail ***");
     const std::string strTaskId = MakeTask([] {}, 3600000);
-    FailingMemory::FailAt(1, clsPool.m_pLoopThread->get_id());
+    FailingMemory::FailAt(1, PoolView::GetLoopScheduler(clsPool)->get_id());
     PoolView::AddToLoopTasks(clsPool, strTaskId);
     ExpectUsed();
     EXPECT_TRUE(FailingMemory::Stop());
-    EXPECT_EQ(clsPool.m_pLoopThread->get_id(), m_idUser.load());
+    EXPECT_EQ(PoolView::GetLoopScheduler(clsPool)->get_id(), m_idUser.load());
 }
 
 TEST_F(PoolLogFaultsTest, PrintLogMayUseThePoolOnTheWatchdog)
@@ -116,7 +116,7 @@ TEST_F(PoolLogFaultsTest, PrintLogMayUseThePoolOnTheWatchdog)
         const CLS_FastSleep clsFastSleep;
         ExpectUsed();
     }
-    EXPECT_EQ(clsPool.m_pOvertimeThread->get_id(), m_idUser.load());
+    EXPECT_EQ(PoolView::GetWatchdog(clsPool)->get_id(), m_idUser.load());
 }
 
 TEST_F(PoolLogFaultsTest, PrintLogMayUseThePoolWhileItsEndBegins)

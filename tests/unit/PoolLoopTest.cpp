@@ -1,5 +1,6 @@
 #include "tests/support/PoolView.h"
 #include "tests/support/RecordMatchers.h"
+#include "tests/support/TaskView.h"
 #include "tests/unit/PoolFixture.h"
 
 #include <atomic>
@@ -36,7 +37,7 @@ protected:
     static void SetLastRun(const std::string& _strTaskId, steady_clock::duration _nsAgo)
     {
         const std::shared_ptr<CLS_Task> pTask = GetTask(_strTaskId);
-        pTask->m_tpLastRun = steady_clock::now() - _nsAgo;
+        TaskView::GetLastRun(*pTask) = steady_clock::now() - _nsAgo;
         // Time does not jump: the scheduler would not ask again so soon but for this.
         pTask->SetLoopInterval(pTask->GetLoopInterval());
     }
@@ -49,14 +50,14 @@ TEST_F(PoolLoopTest, DueTasksAreQueuedInListOrderAndWait)
     const std::string strSecond = MakeListedTask(clsPool);
     const std::string strThird = MakeListedTask(clsPool);
     PoolView::SetLoopTasks(clsPool, {strThird, strFirst, strSecond});
-    clsPool.LoopPass();
+    PoolView::RunLoopPass(clsPool);
     EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strThird, strFirst, strSecond));
     EXPECT_THAT(PoolView::GetLoopTasks(clsPool), ElementsAre(strThird, strFirst, strSecond));
     for (const std::string& strTaskId : {strFirst, strSecond, strThird})
     {
         EXPECT_EQ(TASK_STATUS_WAITING, GetTask(strTaskId)->GetTaskStatus());
     }
-    clsPool.LoopPass();
+    PoolView::RunLoopPass(clsPool);
     EXPECT_EQ(3U, PoolView::GetQueue(clsPool).size()) << "a task that waits was queued again";
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
@@ -69,7 +70,7 @@ TEST_F(PoolLoopTest, MissingTasksAreSkippedWithoutAWord)
     CLS_Task::DeleteTask(strGone);
     const std::string strDue = MakeListedTask(clsPool);
     PoolView::AddToLoopTasks(clsPool, "");
-    clsPool.LoopPass();
+    PoolView::RunLoopPass(clsPool);
     EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strDue));
     EXPECT_THAT(PoolView::GetLoopTasks(clsPool), ElementsAre("nobody's id", strGone, strDue, ""));
     EXPECT_THAT(PoolView::GetRegistered(), ElementsAre(strDue));
@@ -83,12 +84,12 @@ TEST_F(PoolLoopTest, PassesDoNotWaitForAnotherReaderOfTheList)
     CLS_Gate clsPassed;
     std::thread thPasses;
     {
-        const std::shared_lock<std::shared_mutex> lock(clsPool.m_smLoopTasksLock);
+        const std::shared_lock<std::shared_mutex> lock(PoolView::GetLoopListLock(clsPool));
         thPasses = std::thread(
             [&]
             {
-                clsPool.LoopPass(); // the list has changed
-                clsPool.LoopPass(); // it is as it was
+                PoolView::RunLoopPass(clsPool); // the list has changed
+                PoolView::RunLoopPass(clsPool); // it is as it was
                 clsPassed.Open();
             });
         EXPECT_TRUE(clsPassed.Wait());
@@ -111,12 +112,12 @@ TEST_F(PoolLoopTest, TaskThatIsNotDueIsNotQueued)
         vecBusy.push_back(MakeListedTask(clsPool, 0));
         GetTask(vecBusy.back())->SetTaskStatus(nStatus);
     }
-    clsPool.LoopPass();
+    PoolView::RunLoopPass(clsPool);
     EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
     EXPECT_THAT(PoolView::GetLoopTasks(clsPool),
                 ElementsAre(strEarly, strLongest, strStopped, vecBusy[0], vecBusy[1]));
     SetLastRun(strEarly, milliseconds(HOUR));
-    clsPool.LoopPass();
+    PoolView::RunLoopPass(clsPool);
     EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strEarly));
     GetTask(vecBusy[1])->SetTaskStatus(TASK_STATUS_IDLE);
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
@@ -136,17 +137,17 @@ TEST_F(PoolLoopTest, IntervalCountsFromTheEndOfTheRun)
             EXPECT_TRUE(clsMayEnd.Wait());
         },
         HOUR, strTaskId, "");
-    clsPool.DispatchPass();
+    PoolView::RunDispatchPass(clsPool);
     ASSERT_TRUE(clsStarted.Wait());
     SetLastRun(strTaskId, hours(2)); // the interval has passed in the middle of the run
-    clsPool.LoopPass();
+    PoolView::RunLoopPass(clsPool);
     EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
     clsMayEnd.Open();
     ASSERT_TRUE(WaitForIdle(clsPool, 1));
-    clsPool.LoopPass();
+    PoolView::RunLoopPass(clsPool);
     EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
     SetLastRun(strTaskId, hours(1));
-    clsPool.LoopPass();
+    PoolView::RunLoopPass(clsPool);
     EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strTaskId));
 }
 
@@ -162,10 +163,10 @@ TEST_F(PoolLoopTest, IntervalOfZeroOrLessIsDueOnEveryPassOnceIdle)
         for (int iRun = 1; iRun <= 5; ++iRun)
         {
             EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strTaskId));
-            clsPool.DispatchPass();
+            PoolView::RunDispatchPass(clsPool);
             EXPECT_TRUE(WaitForIdle(clsPool, 1));
             EXPECT_EQ(iRun, iRuns);
-            clsPool.LoopPass();
+            PoolView::RunLoopPass(clsPool);
         }
         clsPool.RemoveTask(strTaskId, "");
         PoolView::ClearQueue(clsPool);
@@ -179,13 +180,13 @@ TEST_F(PoolLoopTest, StoppedTaskIsNeverQueuedAgainAndStaysListed)
     std::atomic<int> iRuns{0};
     std::string strTaskId;
     clsPool.AddLoopTask([&] { ++iRuns; }, 0, strTaskId, "");
-    clsPool.DispatchPass();
+    PoolView::RunDispatchPass(clsPool);
     ASSERT_TRUE(WaitForIdle(clsPool, 1));
     clsPool.StopTask(strTaskId);
     for (const steady_clock::duration nsAgo : {hours(0), hours(1000)})
     {
         SetLastRun(strTaskId, nsAgo);
-        clsPool.LoopPass();
+        PoolView::RunLoopPass(clsPool);
         EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
     }
     EXPECT_THAT(PoolView::GetLoopTasks(clsPool), ElementsAre(strTaskId));
@@ -197,16 +198,16 @@ TEST_F(PoolLoopTest, PassEndsEarlyWhenThePoolEnds)
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     const std::string strFirst = MakeListedTask(clsPool);
     const std::string strSecond = MakeListedTask(clsPool);
-    std::unique_lock<std::mutex> lock(clsPool.m_mtxWaitingTasks);
-    std::thread thPass([&] { clsPool.LoopPass(); });
+    std::unique_lock<std::mutex> lock(PoolView::GetQueueLock(clsPool));
+    std::thread thPass([&] { PoolView::RunLoopPass(clsPool); });
     // From here on the pass waits to queue the first task.
     EXPECT_TRUE(WaitUntil([&] { return GetTask(strFirst)->GetTaskStatus() == TASK_STATUS_WAITING; }));
-    clsPool.m_bRun = false;
+    PoolView::GetRunFlag(clsPool) = false;
     lock.unlock();
     thPass.join();
     EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strFirst));
     EXPECT_EQ(TASK_STATUS_IDLE, GetTask(strSecond)->GetTaskStatus());
-    clsPool.LoopPass();
+    PoolView::RunLoopPass(clsPool);
     EXPECT_EQ(1U, PoolView::GetQueue(clsPool).size());
 }
 
@@ -215,15 +216,15 @@ TEST_F(PoolLoopTest, PassWorksOnACopyOfTheListAndHoldsNoLockMeanwhile)
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     const std::string strFirst = MakeListedTask(clsPool);
     const std::string strSecond = MakeListedTask(clsPool);
-    std::unique_lock<std::mutex> lock(clsPool.m_mtxWaitingTasks);
-    std::thread thPass([&] { clsPool.LoopPass(); });
+    std::unique_lock<std::mutex> lock(PoolView::GetQueueLock(clsPool));
+    std::thread thPass([&] { PoolView::RunLoopPass(clsPool); });
     EXPECT_TRUE(WaitUntil([&] { return GetTask(strFirst)->GetTaskStatus() == TASK_STATUS_WAITING; }));
-    const bool bListFree = clsPool.m_smLoopTasksLock.try_lock();
+    const bool bListFree = PoolView::GetLoopListLock(clsPool).try_lock();
     EXPECT_TRUE(bListFree);
     if (bListFree)
     {
-        clsPool.m_vecLoopTasks.clear();
-        clsPool.m_smLoopTasksLock.unlock();
+        PoolView::GetLoopIds(clsPool).clear();
+        PoolView::GetLoopListLock(clsPool).unlock();
     }
     lock.unlock();
     thPass.join();
@@ -247,14 +248,14 @@ TEST_F(PoolLoopTest, ThreadSleepsTenMillisecondsAfterEachPass)
                 {
                     vecSleeps.push_back(_stSleep.m_msAsked);
                     EXPECT_EQ(iTasks, PoolView::GetQueue(clsPool).size()); // the pass comes first
-                    clsPool.m_bRun = vecSleeps.size() < 3;
+                    PoolView::GetRunFlag(clsPool) = vecSleeps.size() < 3;
                 },
                 milliseconds(2));
             clsPool.FunLoopThread();
         }
         EXPECT_THAT(vecSleeps, ElementsAre(POLL, POLL, POLL));
         EXPECT_EQ(iTasks, PoolView::GetQueue(clsPool).size());
-        clsPool.m_bRun = true;
+        PoolView::GetRunFlag(clsPool) = true;
     }
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
@@ -263,7 +264,7 @@ TEST_F(PoolLoopTest, ThreadReturnsAtOnceWhenThePoolHasEnded)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     MakeListedTask(clsPool);
-    clsPool.m_bRun = false;
+    PoolView::GetRunFlag(clsPool) = false;
     {
         const CLS_FastSleep clsFast({}, milliseconds(2));
         clsPool.FunLoopThread();
@@ -318,9 +319,9 @@ TEST_F(PoolLoopTest, TimeThatIsKnownIsNotAskedForAgainUntilAnIntervalIsSet)
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     const std::string strTaskId = MakeListedTask(clsPool);
     SetLastRun(strTaskId, hours(0));
-    clsPool.LoopPass();
-    clsPool.LoopPass();
-    GetTask(strTaskId)->m_tpLastRun = steady_clock::now() - hours(2);
+    PoolView::RunLoopPass(clsPool);
+    PoolView::RunLoopPass(clsPool);
+    TaskView::GetLastRun(*GetTask(strTaskId)) = steady_clock::now() - hours(2);
     clsPool.LoopPass();
     EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
     CLS_Task([] {}, 0, "").SetLoopInterval(0); // whoever's interval it is
@@ -335,11 +336,11 @@ TEST_F(PoolLoopTest, IntervalIsSeenByTheNextPass)
     const std::string strLonger = MakeListedTask(clsPool);
     SetLastRun(strShorter, hours(0));
     SetLastRun(strLonger, hours(0));
-    clsPool.LoopPass();
+    PoolView::RunLoopPass(clsPool);
     EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
     GetTask(strShorter)->SetLoopInterval(0);
     GetTask(strLonger)->SetLoopInterval(INT_MAX);
-    clsPool.LoopPass();
+    PoolView::RunLoopPass(clsPool);
     EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strShorter));
     GetTask(strLonger)->SetLoopInterval(HOUR);
     clsPool.LoopPass();
@@ -357,8 +358,8 @@ TEST_F(PoolLoopTest, ChangesOfTheListAreSeenByTheNextPass)
         vecTasks.push_back(MakeListedTask(clsPool, 0));
         GetTask(vecTasks.back())->SetTaskStatus(TASK_STATUS_WAITING);
     }
-    clsPool.LoopPass();
-    clsPool.ForgetLoopTask(vecTasks[1]);
+    PoolView::RunLoopPass(clsPool);
+    PoolView::ForgetLoopTask(clsPool, vecTasks[1]);
     std::string strNew;
     clsPool.AddLoopTask([] {}, 0, strNew, "");
     PoolView::ClearQueue(clsPool);
@@ -366,16 +367,16 @@ TEST_F(PoolLoopTest, ChangesOfTheListAreSeenByTheNextPass)
     {
         GetTask(strTaskId)->SetTaskStatus(TASK_STATUS_IDLE);
     }
-    clsPool.LoopPass();
+    PoolView::RunLoopPass(clsPool);
     EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(vecTasks[0], vecTasks[2], vecTasks[3], strNew));
 
     PoolView::ClearQueue(clsPool);
-    clsPool.ForgetLoopTasks();
+    PoolView::ForgetLoopTasks(clsPool);
     for (const std::string& strTaskId : {vecTasks[0], vecTasks[2], vecTasks[3], strNew})
     {
         GetTask(strTaskId)->SetTaskStatus(TASK_STATUS_IDLE);
     }
-    clsPool.LoopPass();
+    PoolView::RunLoopPass(clsPool);
     EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
 }
 
@@ -390,8 +391,8 @@ TEST_F(PoolLoopTest, TasksThatAreKnownNeedNoLookUpAlsoWhenTheListHasChanged)
     }
     const std::shared_ptr<CLS_Task> pBusy = GetTask(vecTasks[3]);
     pBusy->SetTaskStatus(TASK_STATUS_RUNNING);
-    clsPool.LoopPass();
-    clsPool.ForgetLoopTask(vecTasks[0]);
+    PoolView::RunLoopPass(clsPool);
+    PoolView::ForgetLoopTask(clsPool, vecTasks[0]);
     clsPool.ForgetLoopTask(vecTasks[2]);
     pBusy->SetLoopInterval(0); // all are asked again
     CLS_Gate clsEnded;
@@ -399,7 +400,7 @@ TEST_F(PoolLoopTest, TasksThatAreKnownNeedNoLookUpAlsoWhenTheListHasChanged)
     std::thread thPass(
         [&]
         {
-            clsPool.LoopPass();
+            PoolView::RunLoopPass(clsPool);
             clsPool.LoopPass();
             clsEnded.Open();
         });
@@ -407,7 +408,7 @@ TEST_F(PoolLoopTest, TasksThatAreKnownNeedNoLookUpAlsoWhenTheListHasChanged)
     lock.unlock();
     thPass.join();
     EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
-    EXPECT_EQ(3U, clsPool.m_clsLoopSchedule.GetEntries().size());
+    EXPECT_EQ(3U, PoolView::GetLoopSchedule(clsPool).GetEntries().size());
     pBusy->SetTaskStatus(TASK_STATUS_IDLE);
 }
 
@@ -415,13 +416,14 @@ TEST_F(PoolLoopTest, EntriesAreNotMadeAnewWhileTheListIsTheSame)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     MakeListedTask(clsPool);
+    PoolView::RunLoopPass(clsPool);
+    const CLS_LoopSchedule::CLS_Entry* const pEntries =
+        PoolView::GetLoopSchedule(clsPool).GetEntries().data();
     clsPool.LoopPass();
-    const CLS_LoopSchedule::CLS_Entry* const pEntries = clsPool.m_clsLoopSchedule.GetEntries().data();
-    clsPool.LoopPass();
-    EXPECT_EQ(pEntries, clsPool.m_clsLoopSchedule.GetEntries().data());
+    EXPECT_EQ(pEntries, PoolView::GetLoopSchedule(clsPool).GetEntries().data());
     MakeListedTask(clsPool);
     clsPool.LoopPass();
-    EXPECT_NE(pEntries, clsPool.m_clsLoopSchedule.GetEntries().data());
+    EXPECT_NE(pEntries, PoolView::GetLoopSchedule(clsPool).GetEntries().data());
 }
 
 TEST_F(PoolLoopTest, TaskThatLeftTheRegistryIsNotQueuedThoughTheHostKeepsIt)
@@ -434,7 +436,7 @@ TEST_F(PoolLoopTest, TaskThatLeftTheRegistryIsNotQueuedThoughTheHostKeepsIt)
     {
         GetTask(strTaskId)->SetTaskStatus(TASK_STATUS_WAITING);
     }
-    clsPool.LoopPass();
+    PoolView::RunLoopPass(clsPool);
     CLS_Task::DeleteTask(strGone);
     pKept->SetTaskStatus(TASK_STATUS_IDLE);
     GetTask(strDue)->SetTaskStatus(TASK_STATUS_IDLE);
@@ -456,12 +458,12 @@ TEST_F(PoolLoopTest, TaskThatIsRegisteredUnderAListedIdIsFound)
         CLS_Task::m_mapTaskData.insert(std::move(clsEntry));
     };
     PoolView::AddToLoopTasks(clsPool, "later");
-    clsPool.LoopPass();
+    PoolView::RunLoopPass(clsPool);
     EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
     for (int i = 0; i < 2; ++i)
     {
         funRegister("later");
-        clsPool.LoopPass();
+        PoolView::RunLoopPass(clsPool);
         EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre("later"));
         PoolView::ClearQueue(clsPool);
         CLS_Task::DeleteTask("later");
@@ -478,8 +480,8 @@ TEST_F(PoolLoopTest, StoppedTaskThatIsMadeValidAgainIsQueuedWhenItIsDue)
     SetLastRun(strEarly, hours(0));
     clsPool.StopTask(strDue);
     clsPool.StopTask(strEarly);
-    clsPool.LoopPass();
-    clsPool.LoopPass();
+    PoolView::RunLoopPass(clsPool);
+    PoolView::RunLoopPass(clsPool);
     EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
     GetTask(strDue)->SetValid(true);
     GetTask(strEarly)->SetValid(true);
@@ -494,11 +496,11 @@ TEST_F(PoolLoopTest, PassSeesTheTimeThatItsQueueingTook)
     const std::string strSecond = MakeListedTask(clsPool, 300);
     GetTask(strFirst)->SetTaskStatus(TASK_STATUS_WAITING);
     SetLastRun(strSecond, hours(0));
-    clsPool.LoopPass();
+    PoolView::RunLoopPass(clsPool);
     EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
     GetTask(strFirst)->SetTaskStatus(TASK_STATUS_IDLE);
-    std::unique_lock<std::mutex> lock(clsPool.m_mtxWaitingTasks);
-    std::thread thPass([&] { clsPool.LoopPass(); });
+    std::unique_lock<std::mutex> lock(PoolView::GetQueueLock(clsPool));
+    std::thread thPass([&] { PoolView::RunLoopPass(clsPool); });
     EXPECT_TRUE(WaitUntil([&] { return GetTask(strFirst)->GetTaskStatus() == TASK_STATUS_WAITING; }));
     EXPECT_TRUE(WaitUntil([&] { return GetTask(strSecond)->IsUseRun(); }));
     lock.unlock();

@@ -3,6 +3,7 @@
 #include "tests/support/FailingMemory.h"
 #include "tests/support/PoolView.h"
 #include "tests/support/RecordMatchers.h"
+#include "tests/support/WorkerView.h"
 #include "tests/unit/PoolFixture.h"
 
 #include <array>
@@ -37,7 +38,8 @@ TEST_F(PoolMemoryTest, SubmissionThatFailsIsRecordedAndNotHalfNoted)
     void* const pOwner = &m_arrOwners[0];
     ASSERT_TRUE(clsPool.AddTmpTask([] {}, pOwner, "who calls"));
     const std::string strBefore = PoolView::GetQueue(clsPool).at(0);
-    clsPool.m_vecWaitingTasks.reserve(100); // where the queue itself has to grow, a submission succeeds
+    PoolView::GetWaitingIds(clsPool).reserve(
+        100); // where the queue itself has to grow, a submission succeeds
     int iFailures = 0;
     int iQueued = 0;
     for (void* const pSubmitter : {pOwner, static_cast<void*>(&m_arrOwners[1])})
@@ -72,7 +74,8 @@ TEST_F(PoolMemoryTest, SubmissionThatFailsIsRecordedAndNotHalfNoted)
 TEST_F(PoolMemoryTest, SubmissionOfALoopTaskThatFailsIsRecordedAndNotListed)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
-    clsPool.m_vecWaitingTasks.reserve(100); // where the queue itself has to grow, a submission succeeds
+    PoolView::GetWaitingIds(clsPool).reserve(
+        100); // where the queue itself has to grow, a submission succeeds
     int iBeforeId = 0;
     int iAfterId = 0;
     for (int iAllocation = 0;; ++iAllocation)
@@ -127,7 +130,8 @@ TEST_F(PoolMemoryTest, LoopPassThatFailsIsRecordedAndTheNextOneStartsWithoutASle
     const std::string strTaskId = MakeTask([] {}, 0);
     PoolView::AddToLoopTasks(clsPool, strTaskId);
     {
-        const CLS_FastSleep clsFast([&](const ST_Sleep&) { clsPool.m_bRun = false; }, milliseconds(2));
+        const CLS_FastSleep clsFast([&](const ST_Sleep&) { PoolView::GetRunFlag(clsPool) = false; },
+                                    milliseconds(2));
         int iFailures = 1;
         LogRecorder::SetHook(
             [&](const LogRecorder::ST_Record&)
@@ -154,11 +158,11 @@ TEST_F(PoolMemoryTest, LoopTaskThatCouldNotBeQueuedIsQueuedByTheNextPass)
     PoolView::AddToLoopTasks(clsPool, strTaskId);
     // The copy of the list takes two allocations; the third is the queue's.
     FailingMemory::FailAt(FailingMemory::REACHES_ALL ? 3 : 2);
-    EXPECT_THROW(clsPool.LoopPass(), std::bad_alloc);
+    EXPECT_THROW(PoolView::RunLoopPass(clsPool), std::bad_alloc);
     FailingMemory::Stop();
     EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
     EXPECT_EQ(TASK_STATUS_IDLE, PoolView::GetTask(strTaskId)->GetTaskStatus());
-    clsPool.LoopPass();
+    PoolView::RunLoopPass(clsPool);
     EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strTaskId));
 }
 
@@ -169,7 +173,7 @@ TEST_F(PoolMemoryTest, LoopPassThatFailsIsMadeUpForByTheNextOne)
     const std::string strDue = MakeTask([] {}, 0);
     PoolView::GetTask(strBusy)->SetTaskStatus(TASK_STATUS_WAITING);
     PoolView::AddToLoopTasks(clsPool, strBusy);
-    clsPool.LoopPass();
+    PoolView::RunLoopPass(clsPool);
     int iFailures = 0;
     for (bool bFailed = true; bFailed; ++iFailures)
     {
@@ -178,7 +182,7 @@ TEST_F(PoolMemoryTest, LoopPassThatFailsIsMadeUpForByTheNextOne)
         bFailed = false;
         try
         {
-            clsPool.LoopPass();
+            PoolView::RunLoopPass(clsPool);
         }
         catch (const std::bad_alloc&)
         {
@@ -188,7 +192,7 @@ TEST_F(PoolMemoryTest, LoopPassThatFailsIsMadeUpForByTheNextOne)
         if (bFailed)
         {
             EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
-            clsPool.LoopPass();
+            PoolView::RunLoopPass(clsPool);
         }
         EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strDue));
         PoolView::GetTask(strDue)->SetTaskStatus(TASK_STATUS_IDLE);
@@ -232,7 +236,7 @@ TEST_F(PoolMemoryTest, QueueingWithoutMemoryCannotLeaveATaskRunningForEver)
         });
     {
         // The queueing marks the task during its run; then the run ends, and another thread queues the task.
-        const std::lock_guard<std::mutex> lock(clsPool.m_mtxWaitingTasks);
+        const std::lock_guard<std::mutex> lock(PoolView::GetQueueLock(clsPool));
         clsMayQueue.Open();
         EXPECT_TRUE(WaitUntil([&] { return pTask->GetTaskStatus() == TASK_STATUS_WAITING; }));
         pTask->SetTaskStatus(TASK_STATUS_IDLE);
@@ -253,7 +257,7 @@ TEST_F(PoolMemoryTest, QueueThatCannotGrowTakesTasksInOrder)
     {
         vecTaskIds.push_back(MakeTask([&vecRuns, i] { vecRuns.push_back(i); }));
     }
-    clsPool.m_iMaxThread = 0;
+    PoolView::GetWorkerLimit(clsPool) = 0;
     for (const std::string& strTaskId : vecTaskIds)
     {
         // Behind the two for the entry itself, or one where the text's is out of reach.
@@ -262,7 +266,7 @@ TEST_F(PoolMemoryTest, QueueThatCannotGrowTakesTasksInOrder)
         FailingMemory::Stop();
     }
     EXPECT_EQ(vecTaskIds, PoolView::GetQueue(clsPool));
-    EXPECT_THAT(clsPool.m_vecWaitingTasks, IsEmpty());
+    EXPECT_THAT(PoolView::GetWaitingIds(clsPool), IsEmpty());
     EXPECT_EQ(TASK_STATUS_WAITING, PoolView::GetTask(vecTaskIds.back())->GetTaskStatus());
     StartDispatcher(clsPool);
     const auto funAllIdle = [&]
@@ -286,22 +290,22 @@ TEST_F(PoolMemoryTest, WorkerThatCannotCopyTheIdRunsItsTaskAllTheSame)
     CLS_TaskThread* const pThread = clsPool.CreateTaskThread();
     int iRuns = 0;
     std::string strTaskId = MakeTask([&] { ++iRuns; });
-    clsPool.AddOwnedTask(strTaskId, &m_arrOwners[0]);
-    clsPool.BindTask(pThread, strTaskId);
+    PoolView::AddOwnedTask(clsPool, strTaskId, &m_arrOwners[0]);
+    PoolView::BindTask(clsPool, pThread, strTaskId);
     FailingMemory::FailAt(1);
     clsPool.FunRunTask(pThread);
     EXPECT_TRUE(FailingMemory::Stop());
     EXPECT_EQ(1, iRuns);
     EXPECT_THAT(PoolView::GetOwned(clsPool), IsEmpty());
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
-    EXPECT_EQ(pThread, clsPool.TakeIdleWorker());
+    EXPECT_EQ(pThread, PoolView::TakeIdleWorker(clsPool));
 }
 
 TEST_F(PoolMemoryTest, NoLoopPassFollowsAFailureAfterThePoolsEnd)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     PoolView::AddToLoopTasks(clsPool, MakeTask([] {}, 0));
-    LogRecorder::SetHook([&](const LogRecorder::ST_Record&) { clsPool.m_bRun = false; });
+    LogRecorder::SetHook([&](const LogRecorder::ST_Record&) { PoolView::GetRunFlag(clsPool) = false; });
     FailingMemory::FailAt(1);
     clsPool.FunLoopThread();
     LogRecorder::SetHook({});
@@ -314,8 +318,8 @@ TEST_F(PoolMemoryTest, WatchdogsPassThatFailsIsRecordedAndTheNextOneComesAfterTh
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     CLS_TaskThread* const pThread = clsPool.CreateTaskThread();
-    pThread->m_tpLastActive = std::chrono::steady_clock::now() - hours(1);
-    clsPool.AddIdleWorker(pThread);
+    WorkerView::GetLastActive(*pThread) = std::chrono::steady_clock::now() - hours(1);
+    PoolView::AddIdleWorker(clsPool, pThread);
     std::vector<std::size_t> vecSleeps;
     {
         const CLS_FastSleep clsFast;
@@ -327,7 +331,7 @@ TEST_F(PoolMemoryTest, WatchdogsPassThatFailsIsRecordedAndTheNextOneComesAfterTh
                 {
                     FailingMemory::FailAt(1); // the list of the workers to be retired
                 }
-                clsPool.m_bRun = _stRecord.m_iLevel != 0;
+                PoolView::GetRunFlag(clsPool) = _stRecord.m_iLevel != 0;
             });
         clsPool.FunTaskThreadWaitingOvertime();
         LogRecorder::SetHook({});
@@ -345,11 +349,11 @@ TEST_F(PoolMemoryTest, WhatWaitsBehindAQueueThatCannotGrowIsDroppedWhenThePoolEn
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     const std::string strTaskId = MakeTask([] { ADD_FAILURE(); });
     {
-        const std::lock_guard<std::mutex> lock(clsPool.m_mtxWaitingTasks);
-        clsPool.m_lstWaitingOverflow.push_front(strTaskId);
+        const std::lock_guard<std::mutex> lock(PoolView::GetQueueLock(clsPool));
+        PoolView::GetOverflowIds(clsPool).push_front(strTaskId);
     }
-    clsPool.m_bRun = false;
-    clsPool.DispatchPass();
+    PoolView::GetRunFlag(clsPool) = false;
+    PoolView::RunDispatchPass(clsPool);
     EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
     EXPECT_EQ(0, clsPool.GetTaskThreadNum());
 }

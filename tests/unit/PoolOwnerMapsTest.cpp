@@ -1,3 +1,4 @@
+#include "tests/support/PoolView.h"
 #include "tests/unit/PoolFixture.h"
 
 #include <algorithm>
@@ -23,12 +24,12 @@ using PoolOwnerMapsTest = CLS_PoolFixture;
 /// Whether there is a cursor for each list and for nothing else, and each is a place in its list.
 void ExpectCursorsAgree(CLS_QuenTaskPool& _clsPool)
 {
-    ASSERT_EQ(_clsPool.m_mapTmpTasks.size(), _clsPool.m_mapTmpTaskCursors.size());
-    for (auto& [pOwner, lstTaskIds] : _clsPool.m_mapTmpTasks)
+    ASSERT_EQ(PoolView::GetOwnerLists(_clsPool).size(), PoolView::GetOwnerCursors(_clsPool).size());
+    for (auto& [pOwner, lstTaskIds] : PoolView::GetOwnerLists(_clsPool))
     {
         EXPECT_FALSE(lstTaskIds.empty());
-        ASSERT_EQ(1U, _clsPool.m_mapTmpTaskCursors.count(pOwner));
-        const auto itCursor = _clsPool.m_mapTmpTaskCursors.at(pOwner);
+        ASSERT_EQ(1U, PoolView::GetOwnerCursors(_clsPool).count(pOwner));
+        const auto itCursor = PoolView::GetOwnerCursors(_clsPool).at(pOwner);
         auto itPlace = lstTaskIds.begin();
         while (itPlace != lstTaskIds.end() && itPlace != itCursor)
         {
@@ -76,8 +77,8 @@ public:
 
     void ExpectEqual(CLS_QuenTaskPool& _clsPool) const
     {
-        ASSERT_EQ(m_mapIds, _clsPool.m_mapTmpTasks);
-        ASSERT_EQ(m_mapOwners, _clsPool.m_mapTmpTaskOwner);
+        ASSERT_EQ(m_mapIds, PoolView::GetOwnerLists(_clsPool));
+        ASSERT_EQ(m_mapOwners, PoolView::GetTaskOwners(_clsPool));
         ASSERT_NO_FATAL_FAILURE(ExpectCursorsAgree(_clsPool));
     }
 
@@ -93,7 +94,7 @@ std::vector<std::string> AddIds(CLS_QuenTaskPool& _clsPool, void* _pOwner, int _
     for (int i = 0; i < _iIds; ++i)
     {
         vecIds.push_back(std::to_string(i));
-        _clsPool.AddOwnedTask(vecIds.back(), _pOwner);
+        PoolView::AddOwnedTask(_clsPool, vecIds.back(), _pOwner);
     }
     return vecIds;
 }
@@ -102,11 +103,11 @@ TEST_F(PoolOwnerMapsTest, DropsTheIdAndKeepsTheOwnersOthersInOrder)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     int iOwner = 0;
-    clsPool.m_mapTmpTasks[&iOwner] = {"a", "b", "c"};
-    clsPool.m_mapTmpTaskOwner = {{"a", &iOwner}, {"b", &iOwner}, {"c", &iOwner}};
+    PoolView::GetOwnerLists(clsPool)[&iOwner] = {"a", "b", "c"};
+    PoolView::GetTaskOwners(clsPool) = {{"a", &iOwner}, {"b", &iOwner}, {"c", &iOwner}};
     clsPool.RemoveTmpTask("b");
-    EXPECT_THAT(clsPool.m_mapTmpTasks, ElementsAre(Pair(&iOwner, ElementsAre("a", "c"))));
-    EXPECT_THAT(clsPool.m_mapTmpTaskOwner, ElementsAre(Key("a"), Key("c")));
+    EXPECT_THAT(PoolView::GetOwnerLists(clsPool), ElementsAre(Pair(&iOwner, ElementsAre("a", "c"))));
+    EXPECT_THAT(PoolView::GetTaskOwners(clsPool), ElementsAre(Key("a"), Key("c")));
 }
 
 TEST_F(PoolOwnerMapsTest, DropsTheOwnerWithItsLastId)
@@ -114,22 +115,22 @@ TEST_F(PoolOwnerMapsTest, DropsTheOwnerWithItsLastId)
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     int iFirst = 0;
     int iSecond = 0;
-    clsPool.m_mapTmpTasks = {{&iFirst, {"a"}}, {&iSecond, {"b"}}};
-    clsPool.m_mapTmpTaskOwner = {{"a", &iFirst}, {"b", &iSecond}};
+    PoolView::GetOwnerLists(clsPool) = {{&iFirst, {"a"}}, {&iSecond, {"b"}}};
+    PoolView::GetTaskOwners(clsPool) = {{"a", &iFirst}, {"b", &iSecond}};
     clsPool.RemoveTmpTask("a");
-    EXPECT_THAT(clsPool.m_mapTmpTasks, ElementsAre(Pair(&iSecond, ElementsAre("b"))));
-    EXPECT_THAT(clsPool.m_mapTmpTaskOwner, ElementsAre(Pair("b", &iSecond)));
+    EXPECT_THAT(PoolView::GetOwnerLists(clsPool), ElementsAre(Pair(&iSecond, ElementsAre("b"))));
+    EXPECT_THAT(PoolView::GetTaskOwners(clsPool), ElementsAre(Pair("b", &iSecond)));
 }
 
 TEST_F(PoolOwnerMapsTest, DropsOnlyTheFirstOfEqualIds)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     int iOwner = 0;
-    clsPool.m_mapTmpTasks[&iOwner] = {"a", "b", "a", "c"};
-    clsPool.m_mapTmpTaskOwner = {{"a", &iOwner}};
+    PoolView::GetOwnerLists(clsPool)[&iOwner] = {"a", "b", "a", "c"};
+    PoolView::GetTaskOwners(clsPool) = {{"a", &iOwner}};
     clsPool.RemoveTmpTask("a");
-    EXPECT_THAT(clsPool.m_mapTmpTasks, ElementsAre(Pair(&iOwner, ElementsAre("b", "a", "c"))));
-    EXPECT_THAT(clsPool.m_mapTmpTaskOwner, IsEmpty());
+    EXPECT_THAT(PoolView::GetOwnerLists(clsPool), ElementsAre(Pair(&iOwner, ElementsAre("b", "a", "c"))));
+    EXPECT_THAT(PoolView::GetTaskOwners(clsPool), IsEmpty());
 }
 
 TEST_F(PoolOwnerMapsTest, DropsAnIdWhoseOwnerHasNoListOrNotThisId)
@@ -137,25 +138,25 @@ TEST_F(PoolOwnerMapsTest, DropsAnIdWhoseOwnerHasNoListOrNotThisId)
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     int iFirst = 0;
     int iSecond = 0;
-    clsPool.m_mapTmpTasks[&iSecond] = {"z"};
-    clsPool.m_mapTmpTaskOwner = {{"a", &iFirst}, {"b", &iSecond}};
+    PoolView::GetOwnerLists(clsPool)[&iSecond] = {"z"};
+    PoolView::GetTaskOwners(clsPool) = {{"a", &iFirst}, {"b", &iSecond}};
     clsPool.RemoveTmpTask("a");
-    EXPECT_THAT(clsPool.m_mapTmpTaskOwner, ElementsAre(Key("b")));
+    EXPECT_THAT(PoolView::GetTaskOwners(clsPool), ElementsAre(Key("b")));
     clsPool.RemoveTmpTask("b");
-    EXPECT_THAT(clsPool.m_mapTmpTaskOwner, IsEmpty());
-    EXPECT_THAT(clsPool.m_mapTmpTasks, ElementsAre(Pair(&iSecond, ElementsAre("z"))));
+    EXPECT_THAT(PoolView::GetTaskOwners(clsPool), IsEmpty());
+    EXPECT_THAT(PoolView::GetOwnerLists(clsPool), ElementsAre(Pair(&iSecond, ElementsAre("z"))));
 }
 
 TEST_F(PoolOwnerMapsTest, LeavesEverythingAloneForAnUnknownId)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     int iOwner = 0;
-    clsPool.m_mapTmpTasks[&iOwner] = {"a", "b"};
-    clsPool.m_mapTmpTaskOwner = {{"a", &iOwner}};
+    PoolView::GetOwnerLists(clsPool)[&iOwner] = {"a", "b"};
+    PoolView::GetTaskOwners(clsPool) = {{"a", &iOwner}};
     clsPool.RemoveTmpTask("b");
     clsPool.RemoveTmpTask("");
-    EXPECT_THAT(clsPool.m_mapTmpTasks, ElementsAre(Pair(&iOwner, ElementsAre("a", "b"))));
-    EXPECT_THAT(clsPool.m_mapTmpTaskOwner, ElementsAre(Pair("a", &iOwner)));
+    EXPECT_THAT(PoolView::GetOwnerLists(clsPool), ElementsAre(Pair(&iOwner, ElementsAre("a", "b"))));
+    EXPECT_THAT(PoolView::GetTaskOwners(clsPool), ElementsAre(Pair("a", &iOwner)));
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
@@ -164,15 +165,15 @@ TEST_F(PoolOwnerMapsTest, NeitherStopsTheTaskNorForgetsItNorTakesItOffTheQueue)
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     int iOwner = 0;
     ASSERT_TRUE(clsPool.AddTmpTask([] {}, &iOwner, "call"));
-    const std::string strTaskId = clsPool.m_mapTmpTaskOwner.begin()->first;
+    const std::string strTaskId = PoolView::GetTaskOwners(clsPool).begin()->first;
     clsPool.RemoveTmpTask(strTaskId);
-    EXPECT_THAT(clsPool.m_mapTmpTasks, IsEmpty());
-    EXPECT_THAT(clsPool.m_mapTmpTaskOwner, IsEmpty());
+    EXPECT_THAT(PoolView::GetOwnerLists(clsPool), IsEmpty());
+    EXPECT_THAT(PoolView::GetTaskOwners(clsPool), IsEmpty());
     const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(strTaskId).lock();
     ASSERT_NE(nullptr, pTask);
     EXPECT_TRUE(pTask->GetValid());
     EXPECT_EQ(TASK_STATUS_WAITING, pTask->GetTaskStatus());
-    EXPECT_THAT(clsPool.m_vecWaitingTasks, ElementsAre(strTaskId));
+    EXPECT_THAT(PoolView::GetWaitingIds(clsPool), ElementsAre(strTaskId));
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
@@ -181,13 +182,13 @@ TEST_F(PoolOwnerMapsTest, IdThatIsNotedAgainBelongsToItsLastOwner)
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     int iFirst = 0;
     int iSecond = 0;
-    clsPool.AddOwnedTask("a", &iFirst);
-    clsPool.AddOwnedTask("a", &iSecond);
-    EXPECT_THAT(clsPool.m_mapTmpTaskOwner, ElementsAre(Pair("a", &iSecond)));
-    EXPECT_THAT(clsPool.m_mapTmpTasks[&iFirst], ElementsAre("a"));
-    EXPECT_THAT(clsPool.m_mapTmpTasks[&iSecond], ElementsAre("a"));
+    PoolView::AddOwnedTask(clsPool, "a", &iFirst);
+    PoolView::AddOwnedTask(clsPool, "a", &iSecond);
+    EXPECT_THAT(PoolView::GetTaskOwners(clsPool), ElementsAre(Pair("a", &iSecond)));
+    EXPECT_THAT(PoolView::GetOwnerLists(clsPool)[&iFirst], ElementsAre("a"));
+    EXPECT_THAT(PoolView::GetOwnerLists(clsPool)[&iSecond], ElementsAre("a"));
     clsPool.RemoveTmpTask("a");
-    EXPECT_THAT(clsPool.m_mapTmpTasks, ElementsAre(Pair(&iFirst, ElementsAre("a"))));
+    EXPECT_THAT(PoolView::GetOwnerLists(clsPool), ElementsAre(Pair(&iFirst, ElementsAre("a"))));
     ExpectCursorsAgree(clsPool);
 }
 
@@ -196,12 +197,12 @@ TEST_F(PoolOwnerMapsTest, CursorIsThePlaceBehindTheIdThatWasDroppedLast)
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     int iOwner = 0;
     AddIds(clsPool, &iOwner, 6);
-    const auto funGetCursor = [&] { return clsPool.m_mapTmpTaskCursors.at(&iOwner); };
-    std::list<std::string>& lstTaskIds = clsPool.m_mapTmpTasks.at(&iOwner);
+    const auto funGetCursor = [&] { return PoolView::GetOwnerCursors(clsPool).at(&iOwner); };
+    std::list<std::string>& lstTaskIds = PoolView::GetOwnerLists(clsPool).at(&iOwner);
     EXPECT_EQ(lstTaskIds.end(), funGetCursor());
     clsPool.RemoveTmpTask("2");
     EXPECT_EQ("3", *funGetCursor());
-    clsPool.AddOwnedTask("6", &iOwner);
+    PoolView::AddOwnedTask(clsPool, "6", &iOwner);
     EXPECT_EQ("3", *funGetCursor());
     clsPool.RemoveTmpTask("4");
     EXPECT_EQ("5", *funGetCursor());
@@ -221,12 +222,12 @@ TEST_F(PoolOwnerMapsTest, LooksForAnIdOnBothSidesOfTheLastOneByTurns)
     // No two tasks have the same id. If they had, the one that is met first would go.
     const auto funDropAfterMiddle = [&](const std::list<std::string>& _lstTaskIds)
     {
-        clsPool.m_mapTmpTaskCursors.clear();
-        clsPool.m_mapTmpTasks[&iOwner] = _lstTaskIds;
-        clsPool.m_mapTmpTaskOwner = {{"middle", &iOwner}, {"x", &iOwner}};
+        PoolView::GetOwnerCursors(clsPool).clear();
+        PoolView::GetOwnerLists(clsPool)[&iOwner] = _lstTaskIds;
+        PoolView::GetTaskOwners(clsPool) = {{"middle", &iOwner}, {"x", &iOwner}};
         clsPool.RemoveTmpTask("middle");
         clsPool.RemoveTmpTask("x");
-        return clsPool.m_mapTmpTasks[&iOwner];
+        return PoolView::GetOwnerLists(clsPool)[&iOwner];
     };
     EXPECT_THAT(funDropAfterMiddle({"x", "a", "middle", "b", "x"}), ElementsAre("x", "a", "b"));
     EXPECT_THAT(funDropAfterMiddle({"x", "middle", "b", "x"}), ElementsAre("b", "x"));
@@ -246,16 +247,16 @@ TEST_F(PoolOwnerMapsTest, OwnerWhoseTasksAreAllGoneStartsAnew)
             ExpectCursorsAgree(clsPool);
             clsPool.RemoveTmpTask(strTaskId);
         }
-        EXPECT_THAT(clsPool.m_mapTmpTasks, IsEmpty());
-        EXPECT_THAT(clsPool.m_mapTmpTaskCursors, IsEmpty());
+        EXPECT_THAT(PoolView::GetOwnerLists(clsPool), IsEmpty());
+        EXPECT_THAT(PoolView::GetOwnerCursors(clsPool), IsEmpty());
 
         const std::vector<std::string> vecIds = AddIds(clsPool, &iOwner, 3);
         clsPool.RemoveTmpTask("1");
-        EXPECT_THAT(clsPool.TakeOwnedTasks(&iOwner), ElementsAre("0", "2"));
-        EXPECT_THAT(clsPool.m_mapTmpTasks, IsEmpty());
-        EXPECT_THAT(clsPool.m_mapTmpTaskOwner, IsEmpty());
-        EXPECT_THAT(clsPool.m_mapTmpTaskCursors, IsEmpty());
-        EXPECT_THAT(clsPool.TakeOwnedTasks(&iOwner), IsEmpty());
+        EXPECT_THAT(PoolView::TakeOwnedTasks(clsPool, &iOwner), ElementsAre("0", "2"));
+        EXPECT_THAT(PoolView::GetOwnerLists(clsPool), IsEmpty());
+        EXPECT_THAT(PoolView::GetTaskOwners(clsPool), IsEmpty());
+        EXPECT_THAT(PoolView::GetOwnerCursors(clsPool), IsEmpty());
+        EXPECT_THAT(PoolView::TakeOwnedTasks(clsPool, &iOwner), IsEmpty());
     }
 }
 
@@ -265,7 +266,7 @@ TEST_F(PoolOwnerMapsTest, IdsAreDroppedInAnyOrder)
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     int iOwner = 0;
     std::vector<std::vector<std::string>> vecOrders(3, AddIds(clsPool, &iOwner, IDS));
-    clsPool.TakeOwnedTasks(&iOwner);
+    PoolView::TakeOwnedTasks(clsPool, &iOwner);
     std::reverse(vecOrders[1].begin(), vecOrders[1].end());
     std::shuffle(vecOrders[2].begin(), vecOrders[2].end(), std::mt19937(3)); // the same one each time
     for (const int iStale : {0, 20})
@@ -277,7 +278,7 @@ TEST_F(PoolOwnerMapsTest, IdsAreDroppedInAnyOrder)
             {
                 const std::string strTaskId =
                     i < iStale ? "stale" + std::to_string(i) : std::to_string(i - iStale);
-                clsPool.AddOwnedTask(strTaskId, &iOwner);
+                PoolView::AddOwnedTask(clsPool, strTaskId, &iOwner);
                 clsModel.Add(strTaskId, &iOwner);
             }
             for (const std::string& strTaskId : vecOrder)
@@ -286,7 +287,7 @@ TEST_F(PoolOwnerMapsTest, IdsAreDroppedInAnyOrder)
                 clsModel.Remove(strTaskId);
                 ASSERT_NO_FATAL_FAILURE(clsModel.ExpectEqual(clsPool)) << strTaskId;
             }
-            EXPECT_EQ(static_cast<std::size_t>(iStale), clsPool.TakeOwnedTasks(&iOwner).size());
+            EXPECT_EQ(static_cast<std::size_t>(iStale), PoolView::TakeOwnedTasks(clsPool, &iOwner).size());
         }
     }
 }
@@ -307,7 +308,7 @@ TEST_F(PoolOwnerMapsTest, AgreesWithASimpleModelOverManyOperations)
         if (uiKind < 50)
         {
             vecKnown.push_back(std::to_string(i));
-            clsPool.AddOwnedTask(vecKnown.back(), pOwner);
+            PoolView::AddOwnedTask(clsPool, vecKnown.back(), pOwner);
             clsModel.Add(vecKnown.back(), pOwner);
         }
         else if (uiKind < 99)
@@ -321,10 +322,10 @@ TEST_F(PoolOwnerMapsTest, AgreesWithASimpleModelOverManyOperations)
         }
         else
         {
-            ASSERT_EQ(clsModel.Take(pOwner), clsPool.TakeOwnedTasks(pOwner));
+            ASSERT_EQ(clsModel.Take(pOwner), PoolView::TakeOwnedTasks(clsPool, pOwner));
         }
         ASSERT_NO_FATAL_FAILURE(clsModel.ExpectEqual(clsPool)) << "operation " << i;
     }
-    EXPECT_FALSE(clsPool.m_mapTmpTasks.empty());
+    EXPECT_FALSE(PoolView::GetOwnerLists(clsPool).empty());
 }
 } // namespace

@@ -1,4 +1,6 @@
 #include "tests/support/FailingRecords.h"
+#include "tests/support/PoolView.h"
+#include "tests/support/RunGateView.h"
 #include "tests/support/ThrowingTextTask.h"
 #include "tests/unit/PoolFixture.h"
 
@@ -19,7 +21,7 @@ TEST_F(PoolRecordFaultsTest, RunWhoseFailureCannotBeRecordedIsOverAllTheSame)
     CLS_TaskThread* const pThread = clsPool.CreateTaskThread();
     std::string strTaskId = CLS_ThrowingTextTask::Make([] { ADD_FAILURE(); }, 1);
     const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(strTaskId).lock();
-    clsPool.BindTask(pThread, strTaskId);
+    PoolView::BindTask(clsPool, pThread, strTaskId);
     pTask->SetTaskIsWaiting();
     {
         const CLS_FailingRecords clsFailing;
@@ -27,9 +29,9 @@ TEST_F(PoolRecordFaultsTest, RunWhoseFailureCannotBeRecordedIsOverAllTheSame)
         EXPECT_EQ(1, clsFailing.GetFailures());
     }
     EXPECT_EQ(TASK_STATUS_IDLE, pTask->GetTaskStatus());
-    EXPECT_FALSE(pThread->GetRunGate().m_bRunning);
-    EXPECT_THAT(clsPool.m_mapThreadTask, ElementsAre(Pair(pThread, "")));
-    EXPECT_THAT(clsPool.m_vecIdleThreads, ElementsAre(pThread));
+    EXPECT_FALSE(RunGateView::GetRunningFlag(pThread->GetRunGate()));
+    EXPECT_THAT(PoolView::GetWorkers(clsPool), ElementsAre(Pair(pThread, "")));
+    EXPECT_THAT(PoolView::GetIdleWorkers(clsPool), ElementsAre(pThread));
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 } // namespace

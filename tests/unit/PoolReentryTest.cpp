@@ -33,9 +33,9 @@ protected:
     void KillWhenRecorded(const std::string& _strMessage)
     {
         CLS_QuenTaskPool* const pPool = CLS_QuenTaskPool::m_pInstance;
-        m_idDispatcher = pPool->m_pTaskingThread->get_id();
-        m_idScheduler = pPool->m_pLoopThread->get_id();
-        m_idWatchdog = pPool->m_pOvertimeThread->get_id();
+        m_idDispatcher = PoolView::GetDispatcher(*pPool)->get_id();
+        m_idScheduler = PoolView::GetLoopScheduler(*pPool)->get_id();
+        m_idWatchdog = PoolView::GetWatchdog(*pPool)->get_id();
         LogRecorder::SetHook(
             [this, pPool, _strMessage](const LogRecorder::ST_Record& _stRecord)
             {
@@ -116,20 +116,20 @@ TEST_F(PoolReentryTest, TaskThatSubmitsForItsOwnerDuringTheOwnersRemovalLeavesNo
         EXPECT_TRUE(clsPool.AddTmpTask([] { ADD_FAILURE(); }, pOwner, "late"));
     };
     ASSERT_TRUE(clsPool.AddTmpTask(funSubmit, pOwner, "call"));
-    clsPool.DispatchPass();
+    PoolView::RunDispatchPass(clsPool);
     ASSERT_TRUE(clsStarted.Wait());
-    const CLS_Task* const pRunning = CLS_Task::m_mapTaskData.begin()->second.get();
+    CLS_Task* const pRunning = CLS_Task::m_mapTaskData.begin()->second.get();
     // The first poll of the removal lets the task submit, and takes until it has ended.
     const CLS_FastSleep clsFastSleep(
         [&](const ST_Sleep&)
         {
             clsRemoving.Open();
-            EXPECT_TRUE(WaitUntil([&] { return pRunning->m_iTaskStatus == TASK_STATUS_IDLE; }));
+            EXPECT_TRUE(WaitUntil([&] { return pRunning->GetTaskStatus() == TASK_STATUS_IDLE; }));
         });
     clsPool.RemoveTmpTask(pOwner, "call");
     EXPECT_THAT(PoolView::GetRegistered(), IsEmpty());
     EXPECT_EQ(0U, PoolView::GetOwned(clsPool).count(pOwner));
-    clsPool.DispatchPass(); // the late one was queued: its worker finds nothing to run
+    PoolView::RunDispatchPass(clsPool); // the late one was queued: its worker finds nothing to run
     EXPECT_TRUE(WaitForIdle(clsPool, static_cast<std::size_t>(clsPool.GetTaskThreadNum())));
 }
 

@@ -23,13 +23,13 @@ TEST_P(PoolRemovalByIdTest, OfAnIdThatIsListedTwiceTheFirstOccurrenceGoes)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     const std::string strTaskId = MakeTask([] {}, 0);
-    clsPool.m_vecLoopTasks = {"a", strTaskId, "b", strTaskId, "c"};
+    PoolView::GetLoopIds(clsPool) = {"a", strTaskId, "b", strTaskId, "c"};
     (clsPool.*GetParam())(strTaskId, "");
     EXPECT_THAT(PoolView::GetLoopTasks(clsPool), ElementsAre("a", "b", strTaskId, "c"));
     EXPECT_FALSE(PoolView::IsRegistered(strTaskId));
     (clsPool.*GetParam())(strTaskId, "");
     EXPECT_THAT(PoolView::GetLoopTasks(clsPool), ElementsAre("a", "b", "c"));
-    clsPool.LoopPass();
+    PoolView::RunLoopPass(clsPool);
     EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
@@ -111,7 +111,7 @@ TEST_F(PoolRemovalFailureTest, OwnersRemovalRecordsItAndTheRestStaysRegistered)
     for (const int iThrowing : {0, 1, 0})
     {
         vecIds.push_back(CLS_ThrowingTextTask::Make([] {}, iThrowing));
-        clsPool.AddOwnedTask(vecIds.back(), &iOwner);
+        PoolView::AddOwnedTask(clsPool, vecIds.back(), &iOwner);
     }
     GetTask(vecIds[1])->SetTaskStatus(TASK_STATUS_RUNNING);
     {

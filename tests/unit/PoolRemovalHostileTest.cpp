@@ -97,7 +97,7 @@ TEST_P(PoolRemovalHostileTest, RunThatOutlastsTheRemovalEndsAndIsDestroyedByItsW
             bCompleted = true;
         },
         &m_arrOwners[0]);
-    clsPool.DispatchPass();
+    PoolView::RunDispatchPass(clsPool);
     ASSERT_TRUE(clsStarted.Wait());
     {
         const CLS_FastSleep clsFast;
@@ -137,7 +137,7 @@ TEST_P(PoolRemovalHostileTest, TaskThatRemovesItselfWaitsTheWholeBoundAndComplet
             bCompleted = true;
         },
         &m_arrOwners[0]);
-    clsPool.DispatchPass();
+    PoolView::RunDispatchPass(clsPool);
     {
         const CLS_FastSleep clsFast;
         clsMayStart.Open();
@@ -155,8 +155,9 @@ TEST_P(PoolRemovalHostileTest, TaskThatRemovesItselfWaitsTheWholeBoundAndComplet
                             IsTaskRecord(3, "Stop", "StopTask overtime task info : [" + strParam + "]")));
     EXPECT_THAT(PoolView::GetRegistered(), IsEmpty());
     EXPECT_EQ(0U, PoolView::GetOwners(clsPool).count(strTaskId));
-    clsPool.LoopPass();
-    EXPECT_EQ(0, std::count(clsPool.m_vecWaitingTasks.begin(), clsPool.m_vecWaitingTasks.end(), strTaskId));
+    PoolView::RunLoopPass(clsPool);
+    EXPECT_EQ(0, std::count(PoolView::GetWaitingIds(clsPool).begin(), PoolView::GetWaitingIds(clsPool).end(),
+                            strTaskId));
 }
 
 const ST_Removal REMOVALS[] = {

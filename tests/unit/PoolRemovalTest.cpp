@@ -185,7 +185,7 @@ TEST_F(PoolRemovalTest, NoTaskOfTheOwnerStartsWhileItsFirstIsWaitedFor)
             bEnded = true;
         },
         &m_arrOwners[0], ""));
-    clsPool.DispatchPass();
+    PoolView::RunDispatchPass(clsPool);
     ASSERT_TRUE(clsStarted.Wait());
     for (int i = 0; i < 2; ++i)
     {
@@ -199,7 +199,8 @@ TEST_F(PoolRemovalTest, NoTaskOfTheOwnerStartsWhileItsFirstIsWaitedFor)
             {
                 if (++iSleeps == 1)
                 {
-                    clsPool.DispatchPass(); // the queued ones come to workers while the first still runs
+                    PoolView::RunDispatchPass(
+                        clsPool); // the queued ones come to workers while the first still runs
                     EXPECT_TRUE(WaitUntil(
                         [&] {
                             return GetIdleOrder(clsPool).size() + 1 ==
@@ -231,7 +232,7 @@ TEST_F(PoolRemovalTest, QueuedTaskThatWasRemovedIsReportedByItsWorkerAndNotRun)
     clsPool.RemoveTask(vecIds[0], "");
     clsPool.RemoveTask(strLoopId, "");
     EXPECT_THAT(PoolView::GetOwners(clsPool), ElementsAre(Pair(vecIds[0], &m_arrOwners[0])));
-    clsPool.DispatchPass();
+    PoolView::RunDispatchPass(clsPool);
     EXPECT_TRUE(PoolView::WaitForAllIdle(clsPool));
     EXPECT_THAT(LogRecorder::Take(), ::testing::UnorderedElementsAre(
                                          IsPoolRecord(2, "FunRunTask", "task id is fail - " + vecIds[0]),
@@ -260,9 +261,9 @@ TEST_F(PoolRemovalTest, StoppedLoopTaskThatIsQueuedDoesNotRun)
     std::string strTaskId;
     clsPool.AddLoopTask([] { ADD_FAILURE(); }, 0, strTaskId, "");
     clsPool.StopTask(strTaskId);
-    clsPool.DispatchPass();
+    PoolView::RunDispatchPass(clsPool);
     EXPECT_TRUE(WaitForIdle(clsPool, 1));
-    clsPool.LoopPass();
+    PoolView::RunLoopPass(clsPool);
     EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
     EXPECT_THAT(PoolView::GetLoopTasks(clsPool), ElementsAre(strTaskId));
     EXPECT_TRUE(PoolView::IsRegistered(strTaskId));

@@ -1,5 +1,7 @@
+#include "tests/support/PoolView.h"
 #include "tests/support/RecordMatchers.h"
 #include "tests/support/ThrowingTextTask.h"
+#include "tests/support/WorkerView.h"
 #include "tests/unit/PoolFixture.h"
 
 #include <gmock/gmock.h>
@@ -33,14 +35,14 @@ protected:
     /// Runs the task on the calling thread, as the worker does.
     void Run(std::string _strTaskId)
     {
-        m_pPool->BindTask(m_pThread, _strTaskId);
+        PoolView::BindTask(*m_pPool, m_pThread, _strTaskId);
         m_pPool->FunRunTask(m_pThread);
     }
 
     void ExpectWorkerIdle()
     {
-        EXPECT_THAT(m_pPool->m_mapThreadTask, ElementsAre(Pair(m_pThread, "")));
-        EXPECT_THAT(m_pPool->m_vecIdleThreads, ElementsAre(m_pThread));
+        EXPECT_THAT(PoolView::GetWorkers(*m_pPool), ElementsAre(Pair(m_pThread, "")));
+        EXPECT_THAT(PoolView::GetIdleWorkers(*m_pPool), ElementsAre(m_pThread));
     }
 
     CLS_QuenTaskPool* m_pPool = nullptr;
@@ -57,7 +59,7 @@ TEST_F(PoolRunTaskTest, RunsTheBoundTaskAndPutsTheWorkerOnTheIdleList)
     strTaskId = MakeTask(
         [&]
         {
-            strBoundMeanwhile = m_pPool->ReadBoundTask(m_pThread).value_or("");
+            strBoundMeanwhile = PoolView::ReadBoundTask(*m_pPool, m_pThread).value_or("");
             bIdleMeanwhile = !GetIdleOrder(*m_pPool).empty();
             iStatusMeanwhile = CLS_Task::GetTask(strTaskId).lock()->GetTaskStatus();
         });
@@ -74,10 +76,10 @@ TEST_F(PoolRunTaskTest, RunDoesNotWaitForAnotherReaderOfTheBindings)
 {
     CLS_Gate clsRan;
     std::string strTaskId = MakeTask([&] { clsRan.Open(); });
-    m_pPool->BindTask(m_pThread, strTaskId);
+    PoolView::BindTask(*m_pPool, m_pThread, strTaskId);
     std::thread thRun;
     {
-        const std::shared_lock<std::shared_mutex> lock(m_pPool->m_smThreadTaskLock);
+        const std::shared_lock<std::shared_mutex> lock(PoolView::GetWorkerLock(*m_pPool));
         thRun = std::thread([this] { m_pPool->FunRunTask(m_pThread); });
         EXPECT_TRUE(clsRan.Wait());
     }
@@ -90,11 +92,11 @@ TEST_F(PoolRunTaskTest, RunDropsTheOwnersEntryAndKeepsTheTaskRegistered)
     int iOwner = 0;
     ASSERT_TRUE(m_pPool->AddTmpTask([] {}, &iOwner, "call"));
     ASSERT_TRUE(m_pPool->AddTmpTask([] {}, &iOwner, "call"));
-    const std::string strFirst = m_pPool->m_mapTmpTasks[&iOwner].front();
-    const std::string strSecond = m_pPool->m_mapTmpTasks[&iOwner].back();
+    const std::string strFirst = PoolView::GetOwnerLists(*m_pPool)[&iOwner].front();
+    const std::string strSecond = PoolView::GetOwnerLists(*m_pPool)[&iOwner].back();
     Run(strFirst);
-    EXPECT_THAT(m_pPool->m_mapTmpTasks, ElementsAre(Pair(&iOwner, ElementsAre(strSecond))));
-    EXPECT_THAT(m_pPool->m_mapTmpTaskOwner, ElementsAre(Key(strSecond)));
+    EXPECT_THAT(PoolView::GetOwnerLists(*m_pPool), ElementsAre(Pair(&iOwner, ElementsAre(strSecond))));
+    EXPECT_THAT(PoolView::GetTaskOwners(*m_pPool), ElementsAre(Key(strSecond)));
     EXPECT_NE(nullptr, CLS_Task::GetTask(strFirst).lock());
 }
 
@@ -102,16 +104,16 @@ TEST_F(PoolRunTaskTest, RemovedTaskIsARecordAndItsWorkerIsIdle)
 {
     int iOwner = 0;
     ASSERT_TRUE(m_pPool->AddTmpTask([] { ADD_FAILURE(); }, &iOwner, "call"));
-    const std::string strTaskId = m_pPool->m_mapTmpTaskOwner.begin()->first;
+    const std::string strTaskId = PoolView::GetTaskOwners(*m_pPool).begin()->first;
     CLS_Task::DeleteTask(strTaskId);
-    m_pPool->DispatchPass();
+    PoolView::RunDispatchPass(*m_pPool);
     // The dispatcher prefers an idle worker; there was none, and so it made one.
     ASSERT_TRUE(WaitForIdle(*m_pPool, 1));
     EXPECT_THAT(LogRecorder::Take(),
                 ElementsAre(IsPoolRecord(2, "FunRunTask", "task id is fail - " + strTaskId)));
     EXPECT_THAT(GetIdleOrder(*m_pPool), ElementsAre(1));
-    EXPECT_THAT(m_pPool->m_mapTmpTaskOwner, IsEmpty());
-    EXPECT_THAT(m_pPool->m_mapTmpTasks, IsEmpty());
+    EXPECT_THAT(PoolView::GetTaskOwners(*m_pPool), IsEmpty());
+    EXPECT_THAT(PoolView::GetOwnerLists(*m_pPool), IsEmpty());
 }
 
 TEST_F(PoolRunTaskTest, WorkerWithoutATaskIsARecordOfAnEmptyId)
@@ -167,15 +169,15 @@ TEST_F(PoolRunTaskTest, FailedRunDropsTheOwnersEntry)
 {
     int iOwner = 0;
     const std::string strTaskId = CLS_ThrowingTextTask::Make({}, 1);
-    m_pPool->AddOwnedTask(strTaskId, &iOwner);
+    PoolView::AddOwnedTask(*m_pPool, strTaskId, &iOwner);
     Run(strTaskId);
-    EXPECT_THAT(m_pPool->m_mapTmpTasks, IsEmpty());
-    EXPECT_THAT(m_pPool->m_mapTmpTaskOwner, IsEmpty());
+    EXPECT_THAT(PoolView::GetOwnerLists(*m_pPool), IsEmpty());
+    EXPECT_THAT(PoolView::GetTaskOwners(*m_pPool), IsEmpty());
 }
 
 TEST_F(PoolRunTaskTest, WorkerStaysUsableAfterEveryFailure)
 {
-    m_pPool->AddIdleWorker(m_pThread);
+    PoolView::AddIdleWorker(*m_pPool, m_pThread);
     const std::string strRemoved = MakeTask({});
     const std::string strThrowing = CLS_ThrowingTextTask::Make({}, 1);
     const std::string strOops = MakeTask([] { throw 1; });
@@ -185,11 +187,11 @@ TEST_F(PoolRunTaskTest, WorkerStaysUsableAfterEveryFailure)
     {
         m_pPool->AddWaitingTasks(strTaskId);
         CLS_Task::DeleteTask(strRemoved);
-        m_pPool->DispatchPass();
+        PoolView::RunDispatchPass(*m_pPool);
         ASSERT_TRUE(WaitForIdle(*m_pPool, 1));
         ExpectWorkerIdle();
     }
-    EXPECT_EQ(m_pThread->m_pThread->get_id(), idRan);
+    EXPECT_EQ(WorkerView::GetThread(*m_pThread)->get_id(), idRan);
     EXPECT_THAT(
         LogRecorder::Take(),
         ElementsAre(IsPoolRecord(2, "FunRunTask", "task id is fail - " + strRemoved),
@@ -205,15 +207,15 @@ TEST_F(PoolRunTaskTest, EndingPoolGetsNeitherTheWorkerBackNorTouchesTheOwners)
         [&]
         {
             ++iRuns;
-            m_pPool->m_bRun = false;
+            PoolView::GetRunFlag(*m_pPool) = false;
         });
-    m_pPool->AddOwnedTask(strTaskId, &iOwner);
+    PoolView::AddOwnedTask(*m_pPool, strTaskId, &iOwner);
     Run(strTaskId);
     EXPECT_EQ(1, iRuns);
-    EXPECT_THAT(m_pPool->m_mapThreadTask, ElementsAre(Pair(m_pThread, "")));
-    EXPECT_THAT(m_pPool->m_vecIdleThreads, IsEmpty());
-    EXPECT_THAT(m_pPool->m_mapTmpTasks, ElementsAre(Pair(&iOwner, ElementsAre(strTaskId))));
-    EXPECT_THAT(m_pPool->m_mapTmpTaskOwner, ElementsAre(Pair(strTaskId, &iOwner)));
+    EXPECT_THAT(PoolView::GetWorkers(*m_pPool), ElementsAre(Pair(m_pThread, "")));
+    EXPECT_THAT(PoolView::GetIdleWorkers(*m_pPool), IsEmpty());
+    EXPECT_THAT(PoolView::GetOwnerLists(*m_pPool), ElementsAre(Pair(&iOwner, ElementsAre(strTaskId))));
+    EXPECT_THAT(PoolView::GetTaskOwners(*m_pPool), ElementsAre(Pair(strTaskId, &iOwner)));
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
@@ -223,11 +225,11 @@ TEST_F(PoolRunTaskTest, WorkerReturnsToItsPlaceOnTheIdleList)
     {
         CLS_TaskThread* const pThread = m_pPool->CreateTaskThread();
         pThread->SetOrderId(iOrderId);
-        m_pPool->AddIdleWorker(pThread);
+        PoolView::AddIdleWorker(*m_pPool, pThread);
     }
     Run(MakeTask({}));
     EXPECT_THAT(GetIdleOrder(*m_pPool), ElementsAre(3, 5, 5, 5, 8));
-    EXPECT_THAT(m_pPool->m_vecIdleThreads, ::testing::Contains(m_pThread).Times(1));
+    EXPECT_THAT(PoolView::GetIdleWorkers(*m_pPool), ::testing::Contains(m_pThread).Times(1));
 }
 
 TEST_F(PoolRunTaskTest, RemovedTaskIsLetGoBeforeTheWorkerIsFree)
@@ -238,7 +240,8 @@ TEST_F(PoolRunTaskTest, RemovedTaskIsLetGoBeforeTheWorkerIsFree)
                                    [&](const int* _pValue)
                                    {
                                        delete _pValue;
-                                       strBoundAtRelease = m_pPool->ReadBoundTask(m_pThread).value_or("");
+                                       strBoundAtRelease =
+                                           PoolView::ReadBoundTask(*m_pPool, m_pThread).value_or("");
                                        bIdleAtRelease = !GetIdleOrder(*m_pPool).empty();
                                    });
     std::string strTaskId;
@@ -252,14 +255,14 @@ TEST_F(PoolRunTaskTest, RemovedTaskIsLetGoBeforeTheWorkerIsFree)
 
 TEST_F(PoolRunTaskTest, WorkerThatIsNotRegisteredIsARunErrorAndLeavesTheRegistryUnlocked)
 {
-    m_pPool->UnregisterWorker(m_pThread);
+    PoolView::UnregisterWorker(*m_pPool, m_pThread);
     const std::unique_ptr<CLS_TaskThread> pOwned(m_pThread);
     m_pPool->FunRunTask(m_pThread);
     EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsPoolRecord(3, "FunRunTask", "task run error - 5 ")));
-    EXPECT_TRUE(m_pPool->m_smThreadTaskLock.try_lock());
-    m_pPool->m_smThreadTaskLock.unlock();
-    EXPECT_THAT(m_pPool->m_mapThreadTask, IsEmpty()); // clearing makes no entry
-    EXPECT_THAT(m_pPool->m_vecIdleThreads, ElementsAre(m_pThread));
-    m_pPool->m_vecIdleThreads.clear();
+    EXPECT_TRUE(PoolView::GetWorkerLock(*m_pPool).try_lock());
+    PoolView::GetWorkerLock(*m_pPool).unlock();
+    EXPECT_THAT(PoolView::GetWorkers(*m_pPool), IsEmpty()); // clearing makes no entry
+    EXPECT_THAT(PoolView::GetIdleWorkers(*m_pPool), ElementsAre(m_pThread));
+    PoolView::GetIdleWorkers(*m_pPool).clear();
 }
 } // namespace

@@ -1,3 +1,4 @@
+#include "tests/support/PoolView.h"
 #include "tests/support/WatchedJoins.h"
 #include "tests/unit/ShutdownFixture.h"
 
@@ -75,10 +76,10 @@ TEST_F(PoolShutdownFailureTest, AFailedStepIsRecordedBetweenBeginAndEndAndThePoo
     }
     EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsBegin(), IsStart(), IsError(), IsEnd()));
     ASSERT_EQ(&clsPool, CLS_QuenTaskPool::m_pInstance);
-    EXPECT_FALSE(clsPool.m_bRun);
-    EXPECT_FALSE(clsPool.m_pTaskingThread);
-    EXPECT_FALSE(clsPool.m_pLoopThread);
-    EXPECT_FALSE(clsPool.m_pOvertimeThread);
+    EXPECT_FALSE(PoolView::GetRunFlag(clsPool));
+    EXPECT_FALSE(PoolView::GetDispatcher(clsPool));
+    EXPECT_FALSE(PoolView::GetLoopScheduler(clsPool));
+    EXPECT_FALSE(PoolView::GetWatchdog(clsPool));
     EXPECT_EQ(1, clsPool.GetTaskThreadNum());
     EndUnprintableRun();
 }
@@ -166,9 +167,9 @@ TEST_P(PoolShutdownJoinTest, AServiceThreadThatCannotBeJoinedLeavesThePoolForASe
 {
     const int iThreads = CountThreads();
     CLS_QuenTaskPool& clsPool = MakePool();
-    const pthread_t idRefused = GetParam() == 1   ? clsPool.m_pTaskingThread->native_handle()
-                                : GetParam() == 2 ? clsPool.m_pLoopThread->native_handle()
-                                                  : clsPool.m_pOvertimeThread->native_handle();
+    const pthread_t idRefused = GetParam() == 1   ? PoolView::GetDispatcher(clsPool)->native_handle()
+                                : GetParam() == 2 ? PoolView::GetLoopScheduler(clsPool)->native_handle()
+                                                  : PoolView::GetWatchdog(clsPool)->native_handle();
     {
         const CLS_WatchedJoins clsJoins(GetParam());
         EXPECT_NO_THROW(clsPool.UnInit());
@@ -177,10 +178,10 @@ TEST_P(PoolShutdownJoinTest, AServiceThreadThatCannotBeJoinedLeavesThePoolForASe
     }
     EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsBegin(), IsError(), IsEnd()));
     ASSERT_EQ(&clsPool, CLS_QuenTaskPool::m_pInstance);
-    EXPECT_FALSE(clsPool.m_bRun);
-    EXPECT_EQ(GetParam() == 1, static_cast<bool>(clsPool.m_pTaskingThread));
-    EXPECT_EQ(GetParam() <= 2, static_cast<bool>(clsPool.m_pLoopThread));
-    EXPECT_TRUE(clsPool.m_pOvertimeThread);
+    EXPECT_FALSE(PoolView::GetRunFlag(clsPool));
+    EXPECT_EQ(GetParam() == 1, static_cast<bool>(PoolView::GetDispatcher(clsPool)));
+    EXPECT_EQ(GetParam() <= 2, static_cast<bool>(PoolView::GetLoopScheduler(clsPool)));
+    EXPECT_TRUE(PoolView::GetWatchdog(clsPool));
 
     clsPool.UnInit();
     EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);

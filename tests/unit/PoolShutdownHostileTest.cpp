@@ -1,4 +1,6 @@
 #include "QuenPlugins/ZelTaskPool/CLS_ShutdownClaim.h"
+#include "tests/support/PoolView.h"
+#include "tests/support/ShutdownClaimView.h"
 #include "tests/unit/ShutdownFixture.h"
 
 #include <list>
@@ -33,12 +35,12 @@ protected:
         ST_Snapshot stSnapshot;
         stSnapshot.m_mapWorkers = CopyWorkers(_clsPool);
         {
-            const std::lock_guard<std::mutex> lock(_clsPool.m_mtxIdleThreads);
-            stSnapshot.m_vecIdle = _clsPool.m_vecIdleThreads;
+            const std::lock_guard<std::mutex> lock(PoolView::GetIdleLock(_clsPool));
+            stSnapshot.m_vecIdle = PoolView::GetIdleWorkers(_clsPool);
         }
-        const std::lock_guard<std::mutex> lock(_clsPool.m_mtxTmpTasks);
-        stSnapshot.m_mapTmpTasks = _clsPool.m_mapTmpTasks;
-        stSnapshot.m_mapOwners = _clsPool.m_mapTmpTaskOwner;
+        const std::lock_guard<std::mutex> lock(PoolView::GetOwnerLock(_clsPool));
+        stSnapshot.m_mapTmpTasks = PoolView::GetOwnerLists(_clsPool);
+        stSnapshot.m_mapOwners = PoolView::GetTaskOwners(_clsPool);
         return stSnapshot;
     }
 
@@ -327,8 +329,8 @@ TEST_F(PoolShutdownHostileTest, AHostsJobThatRunsATaskLeavesThePoolAloneAfterIts
     CLS_TaskThread* const pThread = clsPool.CreateTaskThread();
     const std::string strTaskId = MakeTask([] { OutrunPool(); });
     {
-        const std::lock_guard<std::shared_mutex> lock(clsPool.m_smThreadTaskLock);
-        clsPool.m_mapThreadTask.at(pThread) = strTaskId;
+        const std::lock_guard<std::shared_mutex> lock(PoolView::GetWorkerLock(clsPool));
+        PoolView::GetWorkers(clsPool).at(pThread) = strTaskId;
     }
     CLS_Gate clsOver;
     pThread->AddFunction(
@@ -346,12 +348,6 @@ TEST_F(PoolShutdownHostileTest, AHostsJobThatRunsATaskLeavesThePoolAloneAfterIts
 TEST_F(PoolShutdownHostileTest, AWorkerThatWasLeftBehindIsNoThreadOfThePoolOnceItHasEnded)
 {
     CLS_QuenTaskPool& clsPool = MakePool();
-    std::shared_ptr<CLS_ShutdownClaim::ST_Life> pLife;
-    {
-        CLS_ShutdownClaim::ST_Pools& stPools = CLS_ShutdownClaim::GetPools();
-        const CLS_LockGuard lock(stPools.m_mtxPools);
-        pLife = stPools.m_mapPools.at(&clsPool);
-    }
     CLS_TaskThread* const pThread = clsPool.CreateTaskThread();
     const std::thread::id idThread = pThread->GetThreadId();
     const auto pRun = std::make_shared<ST_HeldRun>();
@@ -364,13 +360,10 @@ TEST_F(PoolShutdownHostileTest, AWorkerThatWasLeftBehindIsNoThreadOfThePoolOnceI
     ASSERT_TRUE(pRun->m_clsStarted.Wait());
     EXPECT_FALSE(pThread->GetRunGate().Close(std::chrono::steady_clock::now()));
     // While the pool is still ending, the id may become that of a host's thread, which must wait.
-    clsPool.ForgetWorker(pThread);
+    PoolView::ForgetWorker(clsPool, pThread);
     pRun->m_clsMayEnd.Open();
     EXPECT_TRUE(WaitForThreads(m_iThreads + SERVICE_THREADS));
-    {
-        const CLS_LockGuard lock(CLS_ShutdownClaim::GetPools().m_mtxPools);
-        EXPECT_FALSE(pLife->IsOwnThread(idThread));
-    }
+    EXPECT_FALSE(ShutdownClaimView::IsOwnThread(&clsPool, idThread));
     clsPool.UnInit();
 }
 

@@ -1,3 +1,6 @@
+#include "tests/support/PoolView.h"
+#include "tests/support/RunGateView.h"
+#include "tests/support/WorkerView.h"
 #include "tests/unit/ShutdownFixture.h"
 
 #include <future>
@@ -27,8 +30,9 @@ protected:
     /// Whether a thread that holds nothing yet could read at once who works on what.
     static bool CanReadWorkers(CLS_QuenTaskPool& _clsPool)
     {
-        const auto funRead = [&_clsPool] {
-            return std::shared_lock<std::shared_mutex>(_clsPool.m_smThreadTaskLock, std::try_to_lock)
+        const auto funRead = [&_clsPool]
+        {
+            return std::shared_lock<std::shared_mutex>(PoolView::GetWorkerLock(_clsPool), std::try_to_lock)
                 .owns_lock();
         };
         return std::async(std::launch::async, funRead).get();
@@ -46,7 +50,7 @@ TEST_F(PoolShutdownLastStepsTest, WaitsForAWorkerThatIsAboutToClearItsEntry)
     {
         // A worker's step that needs the lock alone waits. The pool's end only reads: it gets in, or, where
         // the lock lets nobody past one who waits for it alone, it waits behind the worker.
-        std::shared_lock<std::shared_mutex> lock(clsPool.m_smThreadTaskLock);
+        std::shared_lock<std::shared_mutex> lock(PoolView::GetWorkerLock(clsPool));
         EndHeldRun(pRun);
         CLS_Side clsEnd([&] { clsPool.UnInit(); });
         EXPECT_TRUE(WaitUntil([&] { return IsGateClosed(*pThread) || !CanReadWorkers(clsPool); }));
@@ -64,14 +68,14 @@ TEST_F(PoolShutdownLastStepsTest, WaitsForAWorkerThatIsAboutToReturnToTheIdleLis
     CLS_TaskThread* const pThread = FindWorker(clsPool, pRun->m_strTaskId);
     ASSERT_NE(nullptr, pThread);
     {
-        std::unique_lock<std::mutex> lock(clsPool.m_mtxIdleThreads);
+        std::unique_lock<std::mutex> lock(PoolView::GetIdleLock(clsPool));
         EndHeldRun(pRun);
         // The owner is forgotten once the worker has seen that the pool goes on; what is left is the list.
         ASSERT_TRUE(WaitUntil(
             [&]
             {
-                const std::lock_guard<std::mutex> lockTasks(clsPool.m_mtxTmpTasks);
-                return clsPool.m_mapTmpTaskOwner.empty();
+                const std::lock_guard<std::mutex> lockTasks(PoolView::GetOwnerLock(clsPool));
+                return PoolView::GetTaskOwners(clsPool).empty();
             }));
         CLS_Side clsEnd([&] { clsPool.UnInit(); });
         EXPECT_TRUE(WaitUntil([&] { return IsGateClosed(*pThread); }));
@@ -89,11 +93,11 @@ TEST_F(PoolShutdownLastStepsTest, WaitsForAWorkerThatIsAboutToForgetTheOwner)
     CLS_TaskThread* const pThread = FindWorker(clsPool, pRun->m_strTaskId);
     ASSERT_NE(nullptr, pThread);
     {
-        std::unique_lock<std::mutex> lock(clsPool.m_mtxTmpTasks);
+        std::unique_lock<std::mutex> lock(PoolView::GetOwnerLock(clsPool));
         EndHeldRun(pRun);
         ASSERT_TRUE(WaitUntil([&] { return CopyWorkers(clsPool).at(pThread).empty(); }));
         CLS_Side clsEnd([&] { clsPool.UnInit(); });
-        EXPECT_TRUE(WaitUntil([&] { return !clsPool.m_bRun; }));
+        EXPECT_TRUE(WaitUntil([&] { return !PoolView::GetRunFlag(clsPool); }));
         lock.unlock();
         EXPECT_TRUE(clsEnd.Wait());
     }
@@ -151,19 +155,19 @@ TEST_F(PoolShutdownLastStepsTest, AWorkerThatEndsDuringShutdownDoesNotReturnToTh
     std::vector<int> vecIdle{-1};
     std::size_t uiOwned = 0;
     bool bCleared = false;
-    const CLS_StopPolls clsPolls(1,
-                                 [&]
-                                 {
-                                     EndHeldRun(pRun);
-                                     bCleared = WaitUntil(
-                                         [&] { return FindWorker(clsPool, pRun->m_strTaskId) == nullptr; });
-                                     vecIdle = GetIdleOrder(clsPool);
-                                     {
-                                         const std::lock_guard<std::mutex> lock(clsPool.m_mtxTmpTasks);
-                                         uiOwned = clsPool.m_mapTmpTaskOwner.size();
-                                     }
-                                     EndHeldRun(pOther);
-                                 });
+    const CLS_StopPolls clsPolls(
+        1,
+        [&]
+        {
+            EndHeldRun(pRun);
+            bCleared = WaitUntil([&] { return FindWorker(clsPool, pRun->m_strTaskId) == nullptr; });
+            vecIdle = GetIdleOrder(clsPool);
+            {
+                const std::lock_guard<std::mutex> lock(PoolView::GetOwnerLock(clsPool));
+                uiOwned = PoolView::GetTaskOwners(clsPool).size();
+            }
+            EndHeldRun(pOther);
+        });
     clsPool.UnInit();
     EXPECT_TRUE(bCleared);
     EXPECT_THAT(vecIdle, IsEmpty());
@@ -182,7 +186,7 @@ TEST_F(PoolShutdownLastStepsTest, WaitsForAWorkerThatHasNotBegunItsJob)
     const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(strTaskId).lock();
     {
         // The worker can take its job, but not enter the run.
-        std::unique_lock<std::mutex> lock(pThread->GetRunGate().m_mtxGate);
+        std::unique_lock<std::mutex> lock(RunGateView::GetLock(pThread->GetRunGate()));
         clsPool.AddWaitingTasks(strTaskId);
         ASSERT_TRUE(WaitUntil([&] { return FindWorker(clsPool, strTaskId) == pThread; }));
         CLS_Side clsEnd([&] { clsPool.UnInit(); });
@@ -202,7 +206,7 @@ TEST_F(PoolShutdownLastStepsTest, DropsAJobThatWasHandedOverWhenTheGateIsClosedA
     CLS_Counter clsRuns;
     std::string strTaskId = MakeTask([&] { clsRuns.Add(); });
     const std::string strKept = strTaskId;
-    clsPool.BindTask(pThread, strTaskId);
+    PoolView::BindTask(clsPool, pThread, strTaskId);
     ASSERT_TRUE(pThread->GetRunGate().Close(std::chrono::steady_clock::now() + std::chrono::nanoseconds(0)));
     clsPool.FunRunTask(pThread);
     EXPECT_EQ(0, clsRuns.Get());
@@ -218,11 +222,11 @@ TEST_F(PoolShutdownLastStepsTest, WaitsForADispatcherThatIsHandingAJobOver)
     CLS_Counter clsRuns;
     const std::string strTaskId = MakeTask([&] { clsRuns.Add(); });
     {
-        std::unique_lock<std::mutex> lock(pThread->m_mtxFunction);
+        std::unique_lock<std::mutex> lock(WorkerView::GetJobLock(*pThread));
         clsPool.AddWaitingTasks(strTaskId);
         ASSERT_TRUE(WaitUntil([&] { return FindWorker(clsPool, strTaskId) == pThread; }));
         CLS_Side clsEnd([&] { clsPool.UnInit(); });
-        EXPECT_TRUE(WaitUntil([&] { return !clsPool.m_bRun; }));
+        EXPECT_TRUE(WaitUntil([&] { return !PoolView::GetRunFlag(clsPool); }));
         EXPECT_TRUE(clsEnd.StaysAway());
         lock.unlock();
         EXPECT_TRUE(clsEnd.Wait());

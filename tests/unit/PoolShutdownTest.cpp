@@ -1,4 +1,6 @@
+#include "tests/support/PoolView.h"
 #include "tests/support/WatchedJoins.h"
+#include "tests/support/WorkerView.h"
 #include "tests/unit/ShutdownFixture.h"
 
 namespace
@@ -44,10 +46,10 @@ TEST_F(PoolShutdownTest, JoinsTheServiceThreadsInOrderAndThenTheWorkers)
     CLS_QuenTaskPool& clsPool = MakePool();
     RunShortTask(clsPool);
     const std::map<pthread_t, std::string> mapNames{
-        {clsPool.m_pTaskingThread->native_handle(), "dispatcher"},
-        {clsPool.m_pLoopThread->native_handle(), "loop scheduler"},
-        {clsPool.m_pOvertimeThread->native_handle(), "watchdog"},
-        {CopyWorkers(clsPool).begin()->first->m_pThread->native_handle(), "worker"}};
+        {PoolView::GetDispatcher(clsPool)->native_handle(), "dispatcher"},
+        {PoolView::GetLoopScheduler(clsPool)->native_handle(), "loop scheduler"},
+        {PoolView::GetWatchdog(clsPool)->native_handle(), "watchdog"},
+        {WorkerView::GetThread(*CopyWorkers(clsPool).begin()->first)->native_handle(), "worker"}};
     std::vector<std::string> vecSteps;
     LogRecorder::Clear();
     LogRecorder::SetHook([&](const LogRecorder::ST_Record& _stRecord)
@@ -71,13 +73,13 @@ TEST_F(PoolShutdownTest, FreesTheServiceThreadsBeforeItStopsTasks)
         {
             if (_stRecord.m_strMessage == "----- TaskPool UnInit begin -----")
             {
-                vecSeen.push_back(clsPool.m_bRun ? "begins running" : "begins ended");
+                vecSeen.push_back(PoolView::GetRunFlag(clsPool) ? "begins running" : "begins ended");
             }
             if (_stRecord.m_strMessage == "----- TaskPool m_mapAllThreads start -----")
             {
-                const bool bFreed =
-                    !clsPool.m_pTaskingThread && !clsPool.m_pLoopThread && !clsPool.m_pOvertimeThread;
-                vecSeen.push_back(bFreed && !clsPool.m_bRun ? "freed" : "not freed");
+                const bool bFreed = !PoolView::GetDispatcher(clsPool) &&
+                                    !PoolView::GetLoopScheduler(clsPool) && !PoolView::GetWatchdog(clsPool);
+                vecSeen.push_back(bFreed && !PoolView::GetRunFlag(clsPool) ? "freed" : "not freed");
             }
         });
     clsPool.UnInit();
@@ -87,8 +89,8 @@ TEST_F(PoolShutdownTest, FreesTheServiceThreadsBeforeItStopsTasks)
 TEST_F(PoolShutdownTest, AServiceThreadThatHasBeenJoinedIsNotJoinedAgain)
 {
     CLS_QuenTaskPool& clsPool = MakePool();
-    clsPool.m_bRun = false;
-    clsPool.m_pLoopThread->join();
+    PoolView::GetRunFlag(clsPool) = false;
+    PoolView::GetLoopScheduler(clsPool)->join();
 
     clsPool.UnInit();
 
@@ -99,10 +101,10 @@ TEST_F(PoolShutdownTest, AServiceThreadThatHasBeenJoinedIsNotJoinedAgain)
 TEST_F(PoolShutdownTest, ClearsTheFlagUnderTheLockThatTheDispatcherWaitsWith)
 {
     CLS_QuenTaskPool& clsPool = MakePool();
-    std::unique_lock<std::mutex> lock(clsPool.m_mtxWaitingTasks);
+    std::unique_lock<std::mutex> lock(PoolView::GetQueueLock(clsPool));
     CLS_Side clsEnd([&clsPool] { clsPool.UnInit(); });
     EXPECT_TRUE(clsEnd.StaysAway());
-    EXPECT_TRUE(clsPool.m_bRun);
+    EXPECT_TRUE(PoolView::GetRunFlag(clsPool));
     lock.unlock();
     EXPECT_TRUE(clsEnd.Wait());
 }
@@ -197,11 +199,11 @@ TEST_F(PoolShutdownTest, HoldsNoLockOfThePoolWhileItWaitsForARun)
                                                                                       std::try_to_lock);
                         iFree += lock.owns_lock() ? 1 : 0;
                     };
-                    funTry(clsPool.m_mtxWaitingTasks);
-                    funTry(clsPool.m_smLoopTasksLock);
-                    funTry(clsPool.m_mtxTmpTasks);
-                    funTry(clsPool.m_mtxIdleThreads);
-                    funTry(clsPool.m_smThreadTaskLock);
+                    funTry(PoolView::GetQueueLock(clsPool));
+                    funTry(PoolView::GetLoopListLock(clsPool));
+                    funTry(PoolView::GetOwnerLock(clsPool));
+                    funTry(PoolView::GetIdleLock(clsPool));
+                    funTry(PoolView::GetWorkerLock(clsPool));
                     funTry(CLS_Task::m_smTaskDataLock);
                 });
             EndHeldRun(pRun);
@@ -222,13 +224,13 @@ TEST_F(PoolShutdownTest, ForgetsTheLoopTasksBeforeItStopsTasks)
         {
             if (_stRecord.m_strMessage == "----- TaskPool m_mapAllThreads start -----")
             {
-                vecLists.push_back(clsPool.m_vecLoopTasks);
+                vecLists.push_back(PoolView::GetLoopIds(clsPool));
             }
         });
     const CLS_StopPolls clsPolls(1,
                                  [&]
                                  {
-                                     vecLists.push_back(clsPool.m_vecLoopTasks);
+                                     vecLists.push_back(PoolView::GetLoopIds(clsPool));
                                      EndHeldRun(pRun);
                                  });
     clsPool.UnInit();
@@ -249,7 +251,7 @@ TEST_F(PoolShutdownTest, LeavesALoopTaskRegisteredThatRunsNoMoreWhileANewOneWork
     AddLoopTask([&] { clsNew.Add(); }, 0, strNew, "new");
 
     ASSERT_NE(nullptr, CLS_QuenTaskPool::m_pInstance);
-    EXPECT_THAT(CLS_QuenTaskPool::m_pInstance->m_vecLoopTasks, ElementsAre(strNew));
+    EXPECT_THAT(PoolView::GetLoopIds(*CLS_QuenTaskPool::m_pInstance), ElementsAre(strNew));
     EXPECT_TRUE(clsNew.Wait(5));
     EXPECT_EQ(iRuns, clsOld.Get());
     EXPECT_TRUE(CLS_Task::GetTask(strOld).lock());
@@ -275,7 +277,7 @@ TEST_F(PoolShutdownTest, NeitherStopsNorRemovesAnIdleLoopTask)
 TEST_F(PoolShutdownTest, DropsQueuedTasksAndLeavesTheirRecordsWaiting)
 {
     CLS_QuenTaskPool& clsPool = MakePool();
-    clsPool.m_iMaxThread = 0; // one worker
+    PoolView::GetWorkerLimit(clsPool) = 0; // one worker
     const HeldRun pRun = StartHeldRun(clsPool);
     CLS_Counter clsRuns;
     std::vector<std::string> vecQueued;
@@ -304,7 +306,7 @@ TEST_F(PoolShutdownTest, DropsQueuedTasksAndLeavesTheirRecordsWaiting)
 TEST_F(PoolShutdownTest, ANewPoolStartsEmptyWithTheOldRegistry)
 {
     CLS_QuenTaskPool& clsPool = MakePool();
-    clsPool.m_iMaxThread = 0;
+    PoolView::GetWorkerLimit(clsPool) = 0;
     const HeldRun pRun = StartHeldRun(clsPool);
     int iOwner = 0;
     ASSERT_TRUE(clsPool.AddTmpTask([] {}, &iOwner, "queued"));
@@ -317,13 +319,13 @@ TEST_F(PoolShutdownTest, ANewPoolStartsEmptyWithTheOldRegistry)
     ASSERT_EQ(3u, CLS_Task::m_mapTaskData.size());
 
     CLS_QuenTaskPool& clsNew = MakePool();
-    EXPECT_EQ(300, clsNew.m_iMaxThread);
-    EXPECT_TRUE(clsNew.m_bRun);
+    EXPECT_EQ(300, PoolView::GetWorkerLimit(clsNew));
+    EXPECT_TRUE(PoolView::GetRunFlag(clsNew));
     EXPECT_EQ(0, clsNew.GetTaskThreadNum());
     EXPECT_THAT(GetIdleOrder(clsNew), IsEmpty());
-    EXPECT_THAT(clsNew.m_vecLoopTasks, IsEmpty());
-    EXPECT_THAT(clsNew.m_mapTmpTasks, IsEmpty());
-    EXPECT_THAT(clsNew.m_mapTmpTaskOwner, IsEmpty());
+    EXPECT_THAT(PoolView::GetLoopIds(clsNew), IsEmpty());
+    EXPECT_THAT(PoolView::GetOwnerLists(clsNew), IsEmpty());
+    EXPECT_THAT(PoolView::GetTaskOwners(clsNew), IsEmpty());
     EXPECT_EQ(3u, CLS_Task::m_mapTaskData.size());
     EXPECT_EQ(1u, CLS_Task::m_mapTaskData.count(strLoop));
     RunShortTask(clsNew);
@@ -362,7 +364,7 @@ TEST_F(PoolShutdownTest, APoolBesideTheInstanceEndsItsThreadsAndDestroysTheInsta
     MakePool();
     pBeside->UnInit();
     EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
-    EXPECT_FALSE(pBeside->m_pTaskingThread);
+    EXPECT_FALSE(PoolView::GetDispatcher(*pBeside));
     EXPECT_TRUE(WaitForThreads(iThreads));
 }
 

@@ -1,3 +1,4 @@
+#include "tests/support/PoolView.h"
 #include "tests/unit/ShutdownFixture.h"
 
 #include <algorithm>
@@ -70,7 +71,7 @@ TEST_P(PoolShutdownTwiceTest, AHostWaitsUntilAnotherHostHasEndedThePool)
             {
                 (clsPool.*GetParam().m_funSecond)();
                 EXPECT_TRUE(pRun->m_clsOver.IsOpen());
-                EXPECT_EQ(nullptr, CLS_QuenTaskPool::LoadInstance());
+                EXPECT_EQ(nullptr, PoolView::LoadInstance());
             });
         EXPECT_TRUE(clsSecond.StaysAway());
         EXPECT_FALSE(clsFirst.HasReturned());
@@ -93,7 +94,7 @@ TEST_P(PoolShutdownTwiceTest, AHostWaitsUntilATaskHasEndedThePool)
             [&]
             {
                 (clsPool.*GetParam().m_funSecond)();
-                EXPECT_EQ(nullptr, CLS_QuenTaskPool::LoadInstance());
+                EXPECT_EQ(nullptr, PoolView::LoadInstance());
             });
         EXPECT_TRUE(clsHost.StaysAway());
         EXPECT_FALSE(pOther->m_clsOver.IsOpen());
@@ -112,7 +113,7 @@ TEST_P(PoolShutdownTwiceTest, ATaskDoesNotWaitForTheHostThatWaitsForIt)
                                       [&]
                                       {
                                           (clsPool.*GetParam().m_funSecond)();
-                                          pSeen = CLS_QuenTaskPool::LoadInstance();
+                                          pSeen = PoolView::LoadInstance();
                                       });
     {
         CLS_Side clsHost([&] { (clsPool.*GetParam().m_funFirst)(); });

@@ -1,4 +1,5 @@
 #include "tests/support/FailingThreads.h"
+#include "tests/support/PoolView.h"
 #include "tests/support/ThreadCount.h"
 #include "tests/unit/PoolFixture.h"
 
@@ -48,9 +49,9 @@ TEST_F(PoolStartUpTest, StartsThreeThreadsAndNoWorker)
     const CLS_FailingThreads clsRequests(0);
     CLS_QuenTaskPool& clsPool = MakePool();
     EXPECT_EQ(3, clsRequests.GetRequests());
-    const std::set<std::thread::id> setThreads{clsPool.m_pTaskingThread->get_id(),
-                                               clsPool.m_pLoopThread->get_id(),
-                                               clsPool.m_pOvertimeThread->get_id()};
+    const std::set<std::thread::id> setThreads{PoolView::GetDispatcher(clsPool)->get_id(),
+                                               PoolView::GetLoopScheduler(clsPool)->get_id(),
+                                               PoolView::GetWatchdog(clsPool)->get_id()};
     EXPECT_EQ(3U, setThreads.size());
     EXPECT_EQ(0, clsPool.GetTaskThreadNum());
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
@@ -65,13 +66,13 @@ TEST_F(PoolStartUpTest, StartsDispatcherThenLoopSchedulerThenWatchdog)
     {
         {
             const CLS_FailingThreads clsFailing(iFailing);
-            EXPECT_THROW(clsPool.StartServiceThreads(), std::system_error);
+            EXPECT_THROW(PoolView::StartServiceThreads(clsPool), std::system_error);
         }
-        EXPECT_EQ(iFailing > 1, clsPool.m_pTaskingThread != nullptr);
-        EXPECT_EQ(iFailing > 2, clsPool.m_pLoopThread != nullptr);
-        EXPECT_EQ(nullptr, clsPool.m_pOvertimeThread);
-        clsPool.EndServiceThreads();
-        clsPool.m_bRun = true;
+        EXPECT_EQ(iFailing > 1, PoolView::GetDispatcher(clsPool) != nullptr);
+        EXPECT_EQ(iFailing > 2, PoolView::GetLoopScheduler(clsPool) != nullptr);
+        EXPECT_EQ(nullptr, PoolView::GetWatchdog(clsPool));
+        PoolView::EndServiceThreads(clsPool);
+        PoolView::GetRunFlag(clsPool) = true;
     }
 }
 
@@ -79,12 +80,12 @@ TEST_F(PoolStartUpTest, DispatcherAndWatchdogRunOnTheirThreads)
 {
     const CLS_FastSleep clsFastSleep;
     CLS_QuenTaskPool& clsPool = MakePool();
-    const std::thread::id idWatchdog = clsPool.m_pOvertimeThread->get_id();
+    const std::thread::id idWatchdog = PoolView::GetWatchdog(clsPool)->get_id();
     EXPECT_TRUE(WaitUntil([&] { return !clsFastSleep.GetSleeps(idWatchdog).empty(); }));
     EXPECT_EQ(milliseconds(180), clsFastSleep.GetSleeps(idWatchdog).front().m_msAsked);
 
     // Let the dispatcher wait for a worker.
-    const std::thread::id idDispatcher = clsPool.m_pTaskingThread->get_id();
+    const std::thread::id idDispatcher = PoolView::GetDispatcher(clsPool)->get_id();
     CLS_Gate clsRan;
     const std::string strTaskId = MakeTask([&] { clsRan.Open(); });
     {
@@ -120,9 +121,9 @@ TEST_F(PoolStartUpTest, PoolAfterUnInitIsFreshAndRuns)
     CLS_QuenTaskPool& clsSecond = MakePool();
     EXPECT_EQ(3, clsRequests.GetRequests());
     EXPECT_EQ(&clsSecond, CLS_QuenTaskPool::m_pInstance);
-    EXPECT_TRUE(clsSecond.m_bRun);
+    EXPECT_TRUE(PoolView::GetRunFlag(clsSecond));
     EXPECT_EQ(0, clsSecond.GetTaskThreadNum());
-    EXPECT_THAT(clsSecond.m_vecLoopTasks, IsEmpty());
+    EXPECT_THAT(PoolView::GetLoopIds(clsSecond), IsEmpty());
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
     EXPECT_TRUE(RunsATask(clsSecond));
     CLS_Counter clsRuns;
@@ -131,7 +132,7 @@ TEST_F(PoolStartUpTest, PoolAfterUnInitIsFreshAndRuns)
     EXPECT_TRUE(clsRuns.Wait(2));
     clsSecond.RemoveTask(strTaskId, "call");
     const CLS_FastSleep clsFastSleep;
-    const std::thread::id idWatchdog = clsSecond.m_pOvertimeThread->get_id();
+    const std::thread::id idWatchdog = PoolView::GetWatchdog(clsSecond)->get_id();
     EXPECT_TRUE(WaitUntil([&] { return !clsFastSleep.GetSleeps(idWatchdog).empty(); }));
 }
 
@@ -141,8 +142,8 @@ TEST_F(PoolStartUpTest, BodiesOfTheServiceThreadsReturnAtOnceWhenThePoolEnds)
     const std::string strQueued = MakeTask({});
     clsPool.AddWaitingTasks(strQueued);
     const std::string strLoop = MakeTask({}, 0);
-    clsPool.m_vecLoopTasks.push_back(strLoop); // due
-    clsPool.m_bRun = false;
+    PoolView::GetLoopIds(clsPool).push_back(strLoop); // due
+    PoolView::GetRunFlag(clsPool) = false;
     {
         const CLS_FastSleep clsFastSleep;
         clsPool.FunTaskingThread();
@@ -150,7 +151,7 @@ TEST_F(PoolStartUpTest, BodiesOfTheServiceThreadsReturnAtOnceWhenThePoolEnds)
         clsPool.FunTaskThreadWaitingOvertime();
         EXPECT_THAT(clsFastSleep.GetSleeps(), IsEmpty());
     }
-    EXPECT_THAT(clsPool.m_vecWaitingTasks, ElementsAre(strQueued));
+    EXPECT_THAT(PoolView::GetWaitingIds(clsPool), ElementsAre(strQueued));
     EXPECT_EQ(0, clsPool.GetTaskThreadNum());
     EXPECT_EQ(TASK_STATUS_IDLE, CLS_Task::GetTask(strLoop).lock()->GetTaskStatus());
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
@@ -172,7 +173,7 @@ TEST_P(PoolStartFailureTest, EndsWhatRunsAndThrowsAndTheNextCallBuildsAPool)
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 
     CLS_QuenTaskPool& clsPool = MakePool();
-    EXPECT_TRUE(clsPool.m_bRun);
+    EXPECT_TRUE(PoolView::GetRunFlag(clsPool));
     EXPECT_EQ(0, clsPool.GetTaskThreadNum());
     EXPECT_TRUE(RunsATask(clsPool));
     CLS_Counter clsRuns;
@@ -210,20 +211,20 @@ TEST_F(PoolStartUpTest, EndIsToldToTheDispatcherUnderTheQueuesMutex)
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     StartDispatcher(clsPool);
     CLS_Gate clsEnding;
-    std::unique_lock<std::mutex> lock(clsPool.m_mtxWaitingTasks);
+    std::unique_lock<std::mutex> lock(PoolView::GetQueueLock(clsPool));
     std::thread thEnd(
         [&]
         {
             clsEnding.Open();
-            clsPool.EndServiceThreads();
+            PoolView::EndServiceThreads(clsPool);
         });
     EXPECT_TRUE(clsEnding.Wait());
     // Otherwise the dispatcher could test the flag just before it changes and then miss the wake-up.
-    EXPECT_FALSE(WaitUntil([&] { return !clsPool.m_bRun; }, milliseconds(200)));
+    EXPECT_FALSE(WaitUntil([&] { return !PoolView::GetRunFlag(clsPool); }, milliseconds(200)));
     lock.unlock();
     thEnd.join();
-    EXPECT_FALSE(clsPool.m_bRun);
-    EXPECT_EQ(nullptr, clsPool.m_pTaskingThread);
+    EXPECT_FALSE(PoolView::GetRunFlag(clsPool));
+    EXPECT_EQ(nullptr, PoolView::GetDispatcher(clsPool));
 }
 
 TEST_F(PoolStartUpTest, EndOfAWaitingDispatcherDoesNotTakeTheRestOfItsWait)

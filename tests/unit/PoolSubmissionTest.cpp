@@ -63,7 +63,7 @@ TEST_F(PoolSubmissionTest, LoopTaskMayChangeTheCallersTextBeforeItIsListed)
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     std::string strTaskId;
     std::string strWritten;
-    std::unique_lock<std::shared_mutex> lock(clsPool.m_smLoopTasksLock);
+    std::unique_lock<std::shared_mutex> lock(PoolView::GetLoopListLock(clsPool));
     std::thread thCaller(
         [&]
         {
@@ -77,7 +77,7 @@ TEST_F(PoolSubmissionTest, LoopTaskMayChangeTheCallersTextBeforeItIsListed)
         });
     // The submission cannot get further than to the list before the task has run.
     EXPECT_TRUE(WaitUntil([&] { return !PoolView::GetQueue(clsPool).empty(); }));
-    clsPool.DispatchPass();
+    PoolView::RunDispatchPass(clsPool);
     EXPECT_TRUE(WaitForIdle(clsPool, 1));
     lock.unlock();
     thCaller.join();
@@ -142,8 +142,8 @@ TEST_F(PoolSubmissionTest, TasksOfOneOwnerStandOnOneListInOrder)
 TEST_F(PoolSubmissionTest, AnIdThatIsNotedAgainGoesToTheLaterOwner)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
-    clsPool.AddOwnedTask("id", &m_arrOwners[0]);
-    clsPool.AddOwnedTask("id", &m_arrOwners[1]);
+    PoolView::AddOwnedTask(clsPool, "id", &m_arrOwners[0]);
+    PoolView::AddOwnedTask(clsPool, "id", &m_arrOwners[1]);
     EXPECT_THAT(PoolView::GetOwners(clsPool), ElementsAre(Pair("id", &m_arrOwners[1])));
 }
 
@@ -158,7 +158,7 @@ TEST_F(PoolSubmissionTest, TmpTaskThatHasRunLeavesTheOwnerMapsAndStaysRegistered
     ASSERT_TRUE(clsPool.AddTmpTask([&] { ++iRuns; }, pOwner, "short"));
     const std::vector<std::string> vecIds = PoolView::GetQueue(clsPool);
     ASSERT_EQ(2U, vecIds.size());
-    clsPool.DispatchPass();
+    PoolView::RunDispatchPass(clsPool);
     ASSERT_TRUE(WaitForIdle(clsPool, 1));
     EXPECT_EQ(1, iRuns);
     EXPECT_THAT(PoolView::GetOwned(clsPool), ElementsAre(Pair(pOwner, ElementsAre(vecIds[0]))));
@@ -182,7 +182,7 @@ TEST_F(PoolSubmissionTest, TmpTaskMayRunBeforeTheCallReturns)
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     CLS_Gate clsRan;
     std::atomic<bool> bReturned{false};
-    std::unique_lock<std::mutex> lock(clsPool.m_mtxTmpTasks);
+    std::unique_lock<std::mutex> lock(PoolView::GetOwnerLock(clsPool));
     std::thread thHost(
         [&]
         {
@@ -204,7 +204,7 @@ TEST_F(PoolSubmissionTest, LoopTaskMayRunBeforeTheCallReturns)
     CLS_Gate clsRan;
     std::atomic<bool> bReturned{false};
     std::string strTaskId;
-    std::unique_lock<std::shared_mutex> lock(clsPool.m_smLoopTasksLock);
+    std::unique_lock<std::shared_mutex> lock(PoolView::GetLoopListLock(clsPool));
     std::thread thHost(
         [&]
         {
@@ -227,9 +227,9 @@ TEST_F(PoolSubmissionTest, OwnerIsNotedAlsoWhenTheTaskHasRunAlready)
     void* const pOwner = &m_arrOwners[0];
     const std::string strTaskId = MakeTask([] {});
     clsPool.AddWaitingTasks(strTaskId);
-    clsPool.DispatchPass();
+    PoolView::RunDispatchPass(clsPool);
     ASSERT_TRUE(WaitForIdle(clsPool, 1));
-    clsPool.AddOwnedTask(strTaskId, pOwner);
+    PoolView::AddOwnedTask(clsPool, strTaskId, pOwner);
     EXPECT_THAT(PoolView::GetOwned(clsPool), ElementsAre(Pair(pOwner, ElementsAre(strTaskId))));
     EXPECT_THAT(PoolView::GetOwners(clsPool), ElementsAre(Pair(strTaskId, pOwner)));
     clsPool.RemoveTmpTask(pOwner, "");
@@ -273,7 +273,7 @@ TEST_F(PoolSubmissionTest, EveryIntervalIsPassedOnAndFirstRunComesAtOnce)
     }
     EXPECT_EQ(vecIds, PoolView::GetLoopTasks(clsPool));
     EXPECT_EQ(vecIds, PoolView::GetQueue(clsPool));
-    clsPool.DispatchPass();
+    PoolView::RunDispatchPass(clsPool);
     EXPECT_TRUE(clsRuns.Wait(6));
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
     EXPECT_TRUE(PoolView::WaitForAllIdle(clsPool));
@@ -286,7 +286,7 @@ TEST_F(PoolSubmissionTest, EmptyCallableIsAccepted)
     std::string strTaskId;
     EXPECT_TRUE(clsPool.AddTmpTask({}, &m_arrOwners[0], "nothing"));
     clsPool.AddLoopTask({}, 0, strTaskId, "nothing");
-    clsPool.DispatchPass();
+    PoolView::RunDispatchPass(clsPool);
     EXPECT_TRUE(PoolView::WaitForAllIdle(clsPool));
     EXPECT_THAT(PoolView::GetLoopTasks(clsPool), ElementsAre(strTaskId));
     EXPECT_THAT(PoolView::GetOwned(clsPool), IsEmpty());
@@ -425,7 +425,7 @@ TEST_F(PoolSubmissionTest, LoopTaskThatWasRemovedBeforeItWasListedLeavesNoIdBehi
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     std::string strTaskId;
-    std::unique_lock<std::shared_mutex> lock(clsPool.m_smLoopTasksLock);
+    std::unique_lock<std::shared_mutex> lock(PoolView::GetLoopListLock(clsPool));
     std::thread thSubmitter([&] { clsPool.AddLoopTask([] {}, 1000, strTaskId, "call"); });
     EXPECT_TRUE(WaitUntil([&] { return PoolView::GetQueue(clsPool).size() == 1; }));
     // As a removal does, which has looked at the list already.

@@ -1,6 +1,7 @@
 #include "tests/support/PoolView.h"
 #include "tests/support/RecordMatchers.h"
 #include "tests/support/ThrowingTextTask.h"
+#include "tests/support/WorkerView.h"
 #include "tests/unit/PoolFixture.h"
 
 #include <atomic>
@@ -42,14 +43,14 @@ protected:
     static CLS_TaskThread* MakeIdleThread(CLS_QuenTaskPool& _clsPool, milliseconds _msIdle = THRESHOLD)
     {
         CLS_TaskThread* const pThread = _clsPool.CreateTaskThread();
-        pThread->m_tpLastActive = steady_clock::now() - _msIdle;
-        _clsPool.AddIdleWorker(pThread);
+        WorkerView::GetLastActive(*pThread) = steady_clock::now() - _msIdle;
+        PoolView::AddIdleWorker(_clsPool, pThread);
         return pThread;
     }
 
     static void Bind(CLS_QuenTaskPool& _clsPool, CLS_TaskThread* _pThread, std::string _strTaskId)
     {
-        _clsPool.BindTask(_pThread, _strTaskId);
+        PoolView::BindTask(_clsPool, _pThread, _strTaskId);
     }
 
     /// Gives an idle worker a job that lets the worker's thread count its own end in m_iEnded.
@@ -87,7 +88,7 @@ TEST_F(PoolWatchdogTest, EachPassComesAfterAThousandStepsAndIsRecorded)
             [&](const LogRecorder::ST_Record&)
             {
                 vecSleeps.push_back(clsFast.GetSleeps(std::this_thread::get_id()).size());
-                clsPool.m_bRun = vecSleeps.size() < 3;
+                PoolView::GetRunFlag(clsPool) = vecSleeps.size() < 3;
             });
         clsPool.FunTaskThreadWaitingOvertime();
         LogRecorder::SetHook({});
@@ -109,8 +110,9 @@ TEST_F(PoolWatchdogTest, EndOfThePoolIsNoticedAfterEachStep)
     for (const int iEndsInStep : {0, 1, 7, STEPS})
     {
         int iSteps = 0;
-        const CLS_FastSleep clsFast([&](const ST_Sleep&) { clsPool.m_bRun = ++iSteps < iEndsInStep; });
-        clsPool.m_bRun = iEndsInStep > 0;
+        const CLS_FastSleep clsFast([&](const ST_Sleep&)
+                                    { PoolView::GetRunFlag(clsPool) = ++iSteps < iEndsInStep; });
+        PoolView::GetRunFlag(clsPool) = iEndsInStep > 0;
         clsPool.FunTaskThreadWaitingOvertime();
         EXPECT_EQ(iEndsInStep, iSteps);
     }
@@ -120,7 +122,7 @@ TEST_F(PoolWatchdogTest, EndOfThePoolIsNoticedAfterEachStep)
 TEST_F(PoolWatchdogTest, PassWithoutIdleWorkersIsRecorded)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
-    clsPool.OvertimePass();
+    PoolView::RunWatchdogPass(clsPool);
     EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsPassBegin()));
 }
 
@@ -144,7 +146,7 @@ TEST_F(PoolWatchdogTest, OverrunWorkersAreRetiredHighestOrderIdFirst)
                 vecThreads.push_back(clsPool.GetTaskThreadNum());
             }
         });
-    clsPool.OvertimePass();
+    PoolView::RunWatchdogPass(clsPool);
     LogRecorder::SetHook({});
     EXPECT_THAT(LogRecorder::Take(),
                 ElementsAre(IsPassBegin(), IsRetirement(2), IsRetirement(1), IsRetirement(0)));
@@ -160,10 +162,10 @@ TEST_F(PoolWatchdogTest, WorkerIsRetiredFromTheThresholdOn)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     CLS_TaskThread* const pThread = MakeIdleThread(clsPool, THRESHOLD - std::chrono::minutes(2));
-    clsPool.OvertimePass();
+    PoolView::RunWatchdogPass(clsPool);
     EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsPassBegin()));
     EXPECT_THAT(GetIdleOrder(clsPool), ElementsAre(0));
-    pThread->m_tpLastActive = steady_clock::now() - THRESHOLD;
+    WorkerView::GetLastActive(*pThread) = steady_clock::now() - THRESHOLD;
     clsPool.OvertimePass();
     EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsPassBegin(), IsRetirement(0)));
     EXPECT_THAT(GetIdleOrder(clsPool), IsEmpty());
@@ -177,14 +179,14 @@ TEST_F(PoolWatchdogTest, RecentlyActiveWorkerProtectsAllBeforeIt)
     CLS_TaskThread* const pActive = MakeIdleThread(clsPool, milliseconds(0));
     MakeIdleThread(clsPool);
     MakeIdleThread(clsPool);
-    clsPool.OvertimePass();
+    PoolView::RunWatchdogPass(clsPool);
     EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsPassBegin(), IsRetirement(3), IsRetirement(2)));
     EXPECT_THAT(GetIdleOrder(clsPool), ElementsAre(0, 1));
-    clsPool.OvertimePass();
+    PoolView::RunWatchdogPass(clsPool);
     EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsPassBegin()));
     EXPECT_THAT(GetIdleOrder(clsPool), ElementsAre(0, 1));
     EXPECT_EQ(2, clsPool.GetTaskThreadNum());
-    pActive->m_tpLastActive = steady_clock::now() - THRESHOLD;
+    WorkerView::GetLastActive(*pActive) = steady_clock::now() - THRESHOLD;
     clsPool.OvertimePass();
     EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsPassBegin(), IsRetirement(1), IsRetirement(0)));
 }
@@ -194,12 +196,12 @@ TEST_F(PoolWatchdogTest, EmptySlotsAreDropped)
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     CLS_TaskThread* const pActive = MakeIdleThread(clsPool, milliseconds(0));
     CLS_TaskThread* const pOverrun = MakeIdleThread(clsPool);
-    clsPool.m_vecIdleThreads = {nullptr, pActive, nullptr, pOverrun, nullptr, nullptr};
-    clsPool.OvertimePass();
+    PoolView::GetIdleWorkers(clsPool) = {nullptr, pActive, nullptr, pOverrun, nullptr, nullptr};
+    PoolView::RunWatchdogPass(clsPool);
     EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsPassBegin(), IsRetirement(1)));
     EXPECT_THAT(GetIdleOrder(clsPool), ElementsAre(-1, 0));
     EXPECT_EQ(1, clsPool.GetTaskThreadNum());
-    pActive->m_tpLastActive = steady_clock::now() - THRESHOLD;
+    WorkerView::GetLastActive(*pActive) = steady_clock::now() - THRESHOLD;
     clsPool.OvertimePass();
     EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsPassBegin(), IsRetirement(0)));
     EXPECT_THAT(GetIdleOrder(clsPool), IsEmpty());
@@ -214,7 +216,7 @@ TEST_F(PoolWatchdogTest, BoundTaskOfARetiredWorkerIsReportedAndLeftAlone)
     Bind(clsPool, MakeIdleThread(clsPool), strTaskId);
     LogRecorder::SetHook([&](const LogRecorder::ST_Record&)
                          { EXPECT_TRUE(PoolView::AreLocksFree(clsPool)); });
-    clsPool.OvertimePass();
+    PoolView::RunWatchdogPass(clsPool);
     LogRecorder::SetHook({});
     EXPECT_THAT(LogRecorder::Take(),
                 ElementsAre(IsPassBegin(), IsBoundTask(strTaskId + " " + MakeParamText(strTaskId, "call")),
@@ -230,8 +232,8 @@ TEST_F(PoolWatchdogTest, UnregisteredWorkerIsRetiredAllTheSame)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     CLS_TaskThread* const pThread = MakeIdleThread(clsPool);
-    clsPool.UnregisterWorker(pThread);
-    clsPool.OvertimePass();
+    PoolView::UnregisterWorker(clsPool, pThread);
+    PoolView::RunWatchdogPass(clsPool);
     EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsPassBegin(), IsRetirement(0)));
 }
 
@@ -246,7 +248,7 @@ TEST_F(PoolWatchdogTest, FailureWithOneWorkerDoesNotStopTheOthers)
         Bind(clsPool, pThread, i == 1 ? strTaskId : "");
     }
     CLS_TaskThread::SetWaitingOvertime(0);
-    clsPool.OvertimePass();
+    PoolView::RunWatchdogPass(clsPool);
     EXPECT_THAT(LogRecorder::Take(),
                 ElementsAre(IsPassBegin(), IsRetirement(2), IsPoolRecord(3, FUNCTION, "delete pThread fail"),
                             IsRetirement(0)));
@@ -268,10 +270,11 @@ TEST_F(PoolWatchdogTest, BusyWorkerIsNeverRetiredAndItsTaskNeverStopped)
             EXPECT_TRUE(clsMayEnd.Wait());
         });
     clsPool.AddWaitingTasks(strTaskId);
-    clsPool.DispatchPass();
+    PoolView::RunDispatchPass(clsPool);
     ASSERT_TRUE(clsStarted.Wait());
-    clsPool.m_mapThreadTask.begin()->first->m_tpLastActive = steady_clock::now() - std::chrono::hours(1);
-    clsPool.OvertimePass();
+    WorkerView::GetLastActive(*PoolView::GetWorkers(clsPool).begin()->first) =
+        steady_clock::now() - std::chrono::hours(1);
+    PoolView::RunWatchdogPass(clsPool);
     EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsPassBegin()));
     EXPECT_EQ(1, clsPool.GetTaskThreadNum());
     EXPECT_TRUE(CLS_Task::GetTask(strTaskId).lock()->GetValid());
@@ -282,11 +285,11 @@ TEST_F(PoolWatchdogTest, BusyWorkerIsNeverRetiredAndItsTaskNeverStopped)
 TEST_F(PoolWatchdogTest, NewWorkerIsMadeInPlaceOfARetiredOne)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
-    clsPool.m_iMaxThread = 0; // one worker at most
+    PoolView::GetWorkerLimit(clsPool) = 0; // one worker at most
     CLS_TaskThread* const pRetired = MakeIdleThread(clsPool);
     ASSERT_EQ(pRetired, clsPool.GetTaskThread());
     EXPECT_EQ(nullptr, clsPool.GetTaskThread());
-    clsPool.AddIdleWorker(pRetired);
+    PoolView::AddIdleWorker(clsPool, pRetired);
     CLS_TaskThread* pNew = nullptr;
     LogRecorder::SetHook(
         [&](const LogRecorder::ST_Record& _stRecord)
@@ -297,7 +300,7 @@ TEST_F(PoolWatchdogTest, NewWorkerIsMadeInPlaceOfARetiredOne)
                 EXPECT_NE(pRetired, pNew);
             }
         });
-    clsPool.OvertimePass();
+    PoolView::RunWatchdogPass(clsPool);
     LogRecorder::SetHook({});
     ASSERT_NE(nullptr, pNew);
     EXPECT_EQ(0, pNew->GetOrderId());
@@ -328,7 +331,7 @@ TEST_F(PoolWatchdogTest, WorkerInItsLastStepsIsWaitedForAndEnds)
     std::thread thPass(
         [&]
         {
-            clsPool.OvertimePass();
+            PoolView::RunWatchdogPass(clsPool);
             bReturnedFirst = bReturned.load();
             bPassed = true;
         });
@@ -359,18 +362,18 @@ TEST_F(PoolWatchdogTest, ThresholdOfZeroRetiresEveryIdleWorkerAndThePoolGoesOn)
     {
         ASSERT_TRUE(clsPool.AddTmpTask(funTask, &clsPool, ""));
     }
-    clsPool.DispatchPass();
+    PoolView::RunDispatchPass(clsPool);
     ASSERT_TRUE(clsStarted.Wait(5));
     clsMayEnd.Open();
     ASSERT_TRUE(WaitForIdle(clsPool, 5));
-    clsPool.OvertimePass();
+    PoolView::RunWatchdogPass(clsPool);
     EXPECT_EQ(5, clsPool.GetTaskThreadNum());
     CLS_TaskThread::SetWaitingOvertime(0);
     clsPool.OvertimePass();
     EXPECT_EQ(0, clsPool.GetTaskThreadNum());
     EXPECT_THAT(GetIdleOrder(clsPool), IsEmpty());
     ASSERT_TRUE(clsPool.AddTmpTask(funTask, &clsPool, ""));
-    clsPool.DispatchPass();
+    PoolView::RunDispatchPass(clsPool);
     EXPECT_TRUE(clsStarted.Wait(6));
     EXPECT_TRUE(WaitForIdle(clsPool, 1));
 }

@@ -1,7 +1,9 @@
+#include "tests/support/ClassLayout.h"
 #include "tests/support/FailingThreads.h"
 #include "tests/support/PoolView.h"
 #include "tests/support/RecordMatchers.h"
 #include "tests/support/WatchedYields.h"
+#include "tests/support/WorkerView.h"
 #include "tests/unit/PoolFixture.h"
 
 #include <algorithm>
@@ -32,7 +34,7 @@ using PoolWorkersTest = CLS_PoolFixture;
 std::multiset<int> GetOrderIds(CLS_QuenTaskPool& _clsPool)
 {
     std::multiset<int> setOrder;
-    for (const auto& [pThread, strTaskId] : _clsPool.CopyBindings())
+    for (const auto& [pThread, strTaskId] : PoolView::CopyWorkers(_clsPool))
     {
         setOrder.insert(pThread->GetOrderId());
     }
@@ -56,20 +58,24 @@ TEST_F(PoolWorkersTest, MembersHaveTheirTypes)
     using Pool = CLS_QuenTaskPool;
     EXPECT_FALSE(std::is_polymorphic_v<Pool>);
     EXPECT_FALSE(std::is_final_v<Pool>);
-    EXPECT_TRUE((std::is_same_v<decltype(Pool::m_bRun), std::atomic<bool>>));
-    EXPECT_TRUE((std::is_same_v<decltype(Pool::m_iMaxThread), std::int32_t>));
-    EXPECT_TRUE((std::is_same_v<decltype(Pool::m_cvWaitingTasks), std::condition_variable>));
-    EXPECT_TRUE((IS_LOCK<decltype(Pool::m_mtxWaitingTasks), std::mutex>));
-    EXPECT_TRUE((std::is_same_v<decltype(Pool::m_vecWaitingTasks), std::vector<std::string>>));
-    EXPECT_TRUE((IS_LOCK<decltype(Pool::m_smLoopTasksLock), std::shared_mutex>));
-    EXPECT_TRUE((std::is_same_v<decltype(Pool::m_vecLoopTasks), std::vector<std::string>>));
-    EXPECT_TRUE((IS_LOCK<decltype(Pool::m_mtxTmpTasks), std::mutex>));
-    EXPECT_TRUE((std::is_same_v<decltype(Pool::m_mapTmpTasks), std::map<void*, std::list<std::string>>>));
-    EXPECT_TRUE((std::is_same_v<decltype(Pool::m_mapTmpTaskOwner), std::map<std::string, void*>>));
-    EXPECT_TRUE((IS_LOCK<decltype(Pool::m_mtxIdleThreads), std::mutex>));
-    EXPECT_TRUE((std::is_same_v<decltype(Pool::m_vecIdleThreads), std::vector<CLS_TaskThread*>>));
-    EXPECT_TRUE((IS_LOCK<decltype(Pool::m_smThreadTaskLock), std::shared_mutex>));
-    EXPECT_TRUE((std::is_same_v<decltype(Pool::m_mapThreadTask), std::map<CLS_TaskThread*, std::string>>));
+    EXPECT_TRUE((std::is_same_v<ClassLayout::MemberOf<PoolView::GetRunFlag>, std::atomic<bool>>));
+    EXPECT_TRUE((std::is_same_v<ClassLayout::MemberOf<PoolView::GetWorkerLimit>, std::int32_t>));
+    EXPECT_TRUE((std::is_same_v<ClassLayout::MemberOf<PoolView::GetQueueSignal>, std::condition_variable>));
+    EXPECT_TRUE((IS_LOCK<ClassLayout::MemberOf<PoolView::GetQueueLock>, std::mutex>));
+    EXPECT_TRUE((std::is_same_v<ClassLayout::MemberOf<PoolView::GetWaitingIds>, std::vector<std::string>>));
+    EXPECT_TRUE((IS_LOCK<ClassLayout::MemberOf<PoolView::GetLoopListLock>, std::shared_mutex>));
+    EXPECT_TRUE((std::is_same_v<ClassLayout::MemberOf<PoolView::GetLoopIds>, std::vector<std::string>>));
+    EXPECT_TRUE((IS_LOCK<ClassLayout::MemberOf<PoolView::GetOwnerLock>, std::mutex>));
+    EXPECT_TRUE((std::is_same_v<ClassLayout::MemberOf<PoolView::GetOwnerLists>,
+                                std::map<void*, std::list<std::string>>>));
+    EXPECT_TRUE(
+        (std::is_same_v<ClassLayout::MemberOf<PoolView::GetTaskOwners>, std::map<std::string, void*>>));
+    EXPECT_TRUE((IS_LOCK<ClassLayout::MemberOf<PoolView::GetIdleLock>, std::mutex>));
+    EXPECT_TRUE(
+        (std::is_same_v<ClassLayout::MemberOf<PoolView::GetIdleWorkers>, std::vector<CLS_TaskThread*>>));
+    EXPECT_TRUE((IS_LOCK<ClassLayout::MemberOf<PoolView::GetWorkerLock>, std::shared_mutex>));
+    EXPECT_TRUE((
+        std::is_same_v<ClassLayout::MemberOf<PoolView::GetWorkers>, std::map<CLS_TaskThread*, std::string>>));
     EXPECT_TRUE((std::is_same_v<decltype(Pool::m_pInstance), Pool*>));
     EXPECT_TRUE((std::is_same_v<decltype(&Pool::GetTaskThreadNum), std::int32_t (Pool::*)()>));
 }
@@ -77,42 +83,28 @@ TEST_F(PoolWorkersTest, MembersHaveTheirTypes)
 TEST_F(PoolWorkersTest, MembersAreDeclaredInOrder)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
-    const std::vector<const void*> vecMembers{&clsPool.m_bRun,
-                                              &clsPool.m_iMaxThread,
-                                              &clsPool.m_pTaskingThread,
-                                              &clsPool.m_pLoopThread,
-                                              &clsPool.m_pOvertimeThread,
-                                              &clsPool.m_cvWaitingTasks,
-                                              &clsPool.m_mtxWaitingTasks,
-                                              &clsPool.m_vecWaitingTasks,
-                                              &clsPool.m_smLoopTasksLock,
-                                              &clsPool.m_vecLoopTasks,
-                                              &clsPool.m_mtxTmpTasks,
-                                              &clsPool.m_mapTmpTasks,
-                                              &clsPool.m_mapTmpTaskOwner,
-                                              &clsPool.m_mtxIdleThreads,
-                                              &clsPool.m_vecIdleThreads,
-                                              &clsPool.m_smThreadTaskLock,
-                                              &clsPool.m_mapThreadTask};
-    EXPECT_TRUE(std::is_sorted(vecMembers.begin(), vecMembers.end(), std::less<>()));
+    const ClassLayout::Members vecMembers = PoolView::ListMembers(clsPool);
+    EXPECT_EQ(17U, vecMembers.size());
+    EXPECT_TRUE(ClassLayout::AreInOrder(vecMembers));
 }
 
 TEST_F(PoolWorkersTest, FreshPoolHasItsInitialValues)
 {
     EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
     CLS_QuenTaskPool& clsPool = MakePool();
-    EXPECT_TRUE(clsPool.m_bRun);
-    EXPECT_EQ(300, clsPool.m_iMaxThread);
-    ASSERT_TRUE(clsPool.m_pTaskingThread && clsPool.m_pLoopThread && clsPool.m_pOvertimeThread);
-    EXPECT_TRUE(clsPool.m_pTaskingThread->joinable());
-    EXPECT_TRUE(clsPool.m_pLoopThread->joinable());
-    EXPECT_TRUE(clsPool.m_pOvertimeThread->joinable());
-    EXPECT_THAT(clsPool.m_vecWaitingTasks, IsEmpty());
-    EXPECT_THAT(clsPool.m_vecLoopTasks, IsEmpty());
-    EXPECT_THAT(clsPool.m_mapTmpTasks, IsEmpty());
-    EXPECT_THAT(clsPool.m_mapTmpTaskOwner, IsEmpty());
-    EXPECT_THAT(clsPool.m_vecIdleThreads, IsEmpty());
-    EXPECT_THAT(clsPool.m_mapThreadTask, IsEmpty());
+    EXPECT_TRUE(PoolView::GetRunFlag(clsPool));
+    EXPECT_EQ(300, PoolView::GetWorkerLimit(clsPool));
+    ASSERT_TRUE(PoolView::GetDispatcher(clsPool) && PoolView::GetLoopScheduler(clsPool) &&
+                PoolView::GetWatchdog(clsPool));
+    EXPECT_TRUE(PoolView::GetDispatcher(clsPool)->joinable());
+    EXPECT_TRUE(PoolView::GetLoopScheduler(clsPool)->joinable());
+    EXPECT_TRUE(PoolView::GetWatchdog(clsPool)->joinable());
+    EXPECT_THAT(PoolView::GetWaitingIds(clsPool), IsEmpty());
+    EXPECT_THAT(PoolView::GetLoopIds(clsPool), IsEmpty());
+    EXPECT_THAT(PoolView::GetOwnerLists(clsPool), IsEmpty());
+    EXPECT_THAT(PoolView::GetTaskOwners(clsPool), IsEmpty());
+    EXPECT_THAT(PoolView::GetIdleWorkers(clsPool), IsEmpty());
+    EXPECT_THAT(PoolView::GetWorkers(clsPool), IsEmpty());
     EXPECT_EQ(0, clsPool.GetTaskThreadNum());
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
@@ -139,12 +131,12 @@ TEST_F(PoolWorkersTest, NewWorkersAreNumberedAndNeitherBoundNorIdleListed)
         ASSERT_NE(nullptr, pThread);
         EXPECT_EQ(i, pThread->GetOrderId());
         EXPECT_EQ(i + 1, clsPool.GetTaskThreadNum());
-        ASSERT_EQ(1U, clsPool.m_mapThreadTask.count(pThread));
-        EXPECT_EQ("", clsPool.m_mapThreadTask[pThread]);
-        const std::lock_guard<std::mutex> lock(pThread->m_mtxFunction);
-        EXPECT_FALSE(pThread->m_funFunction);
+        ASSERT_EQ(1U, PoolView::GetWorkers(clsPool).count(pThread));
+        EXPECT_EQ("", PoolView::GetWorkers(clsPool)[pThread]);
+        const std::lock_guard<std::mutex> lock(WorkerView::GetJobLock(*pThread));
+        EXPECT_FALSE(WorkerView::GetJob(*pThread));
     }
-    EXPECT_THAT(clsPool.m_vecIdleThreads, IsEmpty());
+    EXPECT_THAT(PoolView::GetIdleWorkers(clsPool), IsEmpty());
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
@@ -153,7 +145,7 @@ TEST_F(PoolWorkersTest, IdleWorkerWithTheLowestOrderIdComesFirst)
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     for (const int iOrderId : {4, 1, 7})
     {
-        clsPool.AddIdleWorker(MakeWorker(clsPool, iOrderId));
+        PoolView::AddIdleWorker(clsPool, MakeWorker(clsPool, iOrderId));
     }
     CLS_TaskThread* const pFirst = clsPool.GetTaskThread();
     ASSERT_NE(nullptr, pFirst);
@@ -170,7 +162,7 @@ TEST_F(PoolWorkersTest, FirstIdleWorkerIsTakenAndTheOthersKeepTheirOrder)
     // Not in order, as no list of the pool is: the first slot counts, nothing is looked for.
     for (const int iOrderId : {5, 9, 2, 6})
     {
-        clsPool.m_vecIdleThreads.push_back(MakeWorker(clsPool, iOrderId));
+        PoolView::GetIdleWorkers(clsPool).push_back(MakeWorker(clsPool, iOrderId));
     }
     EXPECT_EQ(5, clsPool.GetTaskThread()->GetOrderId());
     EXPECT_THAT(GetIdleOrder(clsPool), ElementsAre(9, 2, 6));
@@ -182,7 +174,7 @@ TEST_F(PoolWorkersTest, NewWorkerIsMadeOnlyWhenNobodyIsIdle)
     CLS_TaskThread* const pThread = clsPool.GetTaskThread();
     ASSERT_NE(nullptr, pThread);
     EXPECT_EQ(1, clsPool.GetTaskThreadNum());
-    clsPool.AddIdleWorker(pThread);
+    PoolView::AddIdleWorker(clsPool, pThread);
     EXPECT_EQ(pThread, clsPool.GetTaskThread());
     EXPECT_EQ(1, clsPool.GetTaskThreadNum());
     EXPECT_NE(pThread, clsPool.GetTaskThread());
@@ -193,7 +185,7 @@ TEST_F(PoolWorkersTest, IdleWorkerIsTakenWithoutGivingWay)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     CLS_TaskThread* const pThread = clsPool.CreateTaskThread();
-    clsPool.AddIdleWorker(pThread);
+    PoolView::AddIdleWorker(clsPool, pThread);
     const CLS_WatchedYields clsYields;
     EXPECT_EQ(pThread, clsPool.GetTaskThread());
     EXPECT_EQ(0, clsYields.GetYields());
@@ -217,7 +209,7 @@ TEST_F(PoolWorkersTest, WorkerThatComesBackMeanwhileIsTakenAndNoneIsMade)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     CLS_TaskThread* const pThread = clsPool.CreateTaskThread();
-    const CLS_WatchedYields clsYields([&] { clsPool.AddIdleWorker(pThread); });
+    const CLS_WatchedYields clsYields([&] { PoolView::AddIdleWorker(clsPool, pThread); });
     EXPECT_EQ(pThread, clsPool.GetTaskThread());
     EXPECT_EQ(1, clsYields.GetYields());
     EXPECT_EQ(1, clsPool.GetTaskThreadNum());
@@ -244,9 +236,9 @@ TEST_F(PoolWorkersTest, IdleWorkerIsHandedOutAtTheLimit)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     CLS_TaskThread* const pThread = clsPool.CreateTaskThread();
-    clsPool.m_iMaxThread = 0;
+    PoolView::GetWorkerLimit(clsPool) = 0;
     EXPECT_EQ(nullptr, clsPool.GetTaskThread());
-    clsPool.AddIdleWorker(pThread);
+    PoolView::AddIdleWorker(clsPool, pThread);
     EXPECT_EQ(pThread, clsPool.GetTaskThread());
 }
 
@@ -259,7 +251,7 @@ TEST_F(PoolWorkersTest, OrderIdIsUsedAgainAfterARetirement)
     {
         vecWorkers.push_back(clsPool.CreateTaskThread());
     }
-    clsPool.RetireWorker(vecWorkers[1]);
+    PoolView::RetireWorker(clsPool, vecWorkers[1]);
     EXPECT_EQ(2, clsPool.GetTaskThreadNum());
     CLS_TaskThread* const pNew = clsPool.CreateTaskThread();
     EXPECT_EQ(2, pNew->GetOrderId());
@@ -296,7 +288,7 @@ TEST_F(PoolWorkersTest, WorkerThatCannotBeMadeIsARecordAndNull)
 TEST_F(PoolWorkersTest, WorkerThatCannotBeRegisteredIsARecordAndIsReturned)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
-    std::unique_lock<std::shared_mutex> lock(clsPool.m_smThreadTaskLock);
+    std::unique_lock<std::shared_mutex> lock(PoolView::GetWorkerLock(clsPool));
     const std::unique_ptr<CLS_TaskThread> pThread(clsPool.CreateTaskThread());
     lock.unlock();
     ASSERT_NE(nullptr, pThread);
@@ -314,7 +306,7 @@ TEST_F(PoolWorkersTest, CountsWorkersUnderASharedLock)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     clsPool.CreateTaskThread();
-    std::shared_lock<std::shared_mutex> lock(clsPool.m_smThreadTaskLock);
+    std::shared_lock<std::shared_mutex> lock(PoolView::GetWorkerLock(clsPool));
     auto futCount = std::async(std::launch::async, [&] { return clsPool.GetTaskThreadNum(); });
     EXPECT_EQ(std::future_status::ready, futCount.wait_for(WAIT_LIMIT));
     lock.unlock();
@@ -334,11 +326,12 @@ TEST_F(PoolWorkersTest, IdleListIsSortedByOrderIdWithEachReturn)
     std::vector<int> vecExpected;
     for (const int iOrderId : vecOrder)
     {
-        clsPool.AddIdleWorker(MakeWorker(clsPool, iOrderId));
+        PoolView::AddIdleWorker(clsPool, MakeWorker(clsPool, iOrderId));
         vecExpected.insert(std::upper_bound(vecExpected.begin(), vecExpected.end(), iOrderId), iOrderId);
         ASSERT_EQ(vecExpected, GetIdleOrder(clsPool));
     }
-    const std::set<CLS_TaskThread*> setIdle(clsPool.m_vecIdleThreads.begin(), clsPool.m_vecIdleThreads.end());
+    const std::set<CLS_TaskThread*> setIdle(PoolView::GetIdleWorkers(clsPool).begin(),
+                                            PoolView::GetIdleWorkers(clsPool).end());
     EXPECT_EQ(static_cast<std::size_t>(WORKERS), setIdle.size());
 }
 
@@ -349,10 +342,10 @@ TEST_F(PoolWorkersTest, WorkerReturnsBehindThoseWithItsOrderIdAndBeforeTheNext)
     for (const int iOrderId : {5, 5, 9, 1, 5, 1, 9, 7})
     {
         vecWorkers.push_back(MakeWorker(clsPool, iOrderId));
-        clsPool.AddIdleWorker(vecWorkers.back());
+        PoolView::AddIdleWorker(clsPool, vecWorkers.back());
     }
     EXPECT_THAT(GetIdleOrder(clsPool), ElementsAre(1, 1, 5, 5, 5, 7, 9, 9));
-    EXPECT_THAT(clsPool.m_vecIdleThreads,
+    EXPECT_THAT(PoolView::GetIdleWorkers(clsPool),
                 ElementsAre(vecWorkers[3], vecWorkers[5], vecWorkers[0], vecWorkers[1], vecWorkers[4],
                             vecWorkers[7], vecWorkers[2], vecWorkers[6]));
 }
@@ -360,10 +353,10 @@ TEST_F(PoolWorkersTest, WorkerReturnsBehindThoseWithItsOrderIdAndBeforeTheNext)
 TEST_F(PoolWorkersTest, EmptySlotSortsBeforeNothingAndNothingBeforeIt)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
-    clsPool.m_vecIdleThreads = {nullptr};
-    clsPool.AddIdleWorker(MakeWorker(clsPool, 1));
+    PoolView::GetIdleWorkers(clsPool) = {nullptr};
+    PoolView::AddIdleWorker(clsPool, MakeWorker(clsPool, 1));
     EXPECT_THAT(GetIdleOrder(clsPool), ElementsAre(-1, 1));
-    clsPool.m_vecIdleThreads = {clsPool.m_vecIdleThreads[1], nullptr};
+    PoolView::GetIdleWorkers(clsPool) = {PoolView::GetIdleWorkers(clsPool)[1], nullptr};
     clsPool.AddIdleWorker(MakeWorker(clsPool, 2));
     EXPECT_THAT(GetIdleOrder(clsPool), ElementsAre(1, -1, 2));
     clsPool.m_vecIdleThreads.clear();

@@ -1,4 +1,5 @@
 #include "QuenPlugins/ZelTaskPool/CLS_RunGate.h"
+#include "tests/support/RunGateView.h"
 #include "tests/support/Waiting.h"
 
 #include <atomic>
@@ -144,8 +145,8 @@ TEST(RunGateTest, CloseReturnsWhenTheRunEnds)
             EXPECT_TRUE(WaitUntil(
                 [&]
                 {
-                    const std::lock_guard<std::mutex> lock(clsGate.m_mtxGate);
-                    return clsGate.m_bClosed;
+                    const std::lock_guard<std::mutex> lock(RunGateView::GetLock(clsGate));
+                    return RunGateView::GetClosedFlag(clsGate);
                 }));
             EXPECT_TRUE(clsRunner.End());
         });

@@ -1,4 +1,5 @@
 #include "QuenPlugins/ZelTaskPool/CLS_ShutdownClaim.h"
+#include "tests/support/ShutdownClaimView.h"
 #include "tests/support/Waiting.h"
 
 #include <cstddef>
@@ -19,18 +20,10 @@ protected:
 
     void TearDown() override
     {
-        if (FindLife())
+        if (ShutdownClaimView::IsKnown(POOL))
         {
             CLS_ShutdownClaim::RemovePool(POOL);
         }
-    }
-
-    static std::shared_ptr<CLS_ShutdownClaim::ST_Life> FindLife()
-    {
-        CLS_ShutdownClaim::ST_Pools& stPools = CLS_ShutdownClaim::GetPools();
-        const CLS_LockGuard lock(stPools.m_mtxPools);
-        const auto itPool = stPools.m_mapPools.find(POOL);
-        return itPool == stPools.m_mapPools.end() ? nullptr : itPool->second;
     }
 
     static void AddThread(std::thread::id _idThread)
@@ -153,7 +146,7 @@ TEST_F(ShutdownClaimTest, AThreadWhoseIdWasTakenBackIsOutsideAgain)
 TEST_F(ShutdownClaimTest, AThreadOutsideGivesUpWhenAStepTakesTooLong)
 {
     const CLS_ShutdownClaim clsClaim(POOL);
-    FindLife()->m_tpStepLimit = steady_clock::now() + milliseconds(80);
+    ShutdownClaimView::SetStepLimit(POOL, steady_clock::now() + milliseconds(80));
     CLS_Asker clsHost;
     clsHost.Ask();
     EXPECT_TRUE(clsHost.IsKeptWaiting());
@@ -163,13 +156,13 @@ TEST_F(ShutdownClaimTest, AThreadOutsideGivesUpWhenAStepTakesTooLong)
 TEST_F(ShutdownClaimTest, EachStepHasTheWholeLimit)
 {
     CLS_ShutdownClaim clsClaim(POOL);
-    const auto pLife = FindLife();
-    EXPECT_GE(pLife->m_tpStepLimit, steady_clock::now() + CLS_ShutdownClaim::STEP_LIMIT - milliseconds(5000));
-    pLife->m_tpStepLimit = {};
+    EXPECT_GE(ShutdownClaimView::GetStepLimit(POOL),
+              steady_clock::now() + CLS_ShutdownClaim::STEP_LIMIT - milliseconds(5000));
+    ShutdownClaimView::SetStepLimit(POOL, {});
     const auto tpBefore = steady_clock::now();
     clsClaim.BeginStep();
-    EXPECT_GE(pLife->m_tpStepLimit, tpBefore + CLS_ShutdownClaim::STEP_LIMIT);
-    EXPECT_LE(pLife->m_tpStepLimit, steady_clock::now() + CLS_ShutdownClaim::STEP_LIMIT);
+    EXPECT_GE(ShutdownClaimView::GetStepLimit(POOL), tpBefore + CLS_ShutdownClaim::STEP_LIMIT);
+    EXPECT_LE(ShutdownClaimView::GetStepLimit(POOL), steady_clock::now() + CLS_ShutdownClaim::STEP_LIMIT);
     EXPECT_EQ(std::chrono::seconds(20), CLS_ShutdownClaim::STEP_LIMIT);
 }
 

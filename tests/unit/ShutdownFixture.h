@@ -1,6 +1,8 @@
 #pragma once
 
+#include "tests/support/PoolView.h"
 #include "tests/support/RecordMatchers.h"
+#include "tests/support/RunGateView.h"
 #include "tests/support/ThreadCount.h"
 #include "tests/unit/PoolFixture.h"
 
@@ -41,8 +43,8 @@ protected:
         };
         EXPECT_TRUE(_clsPool.AddTmpTask(funTask, pHeld, "held"));
         EXPECT_TRUE(pHeld->m_clsStarted.Wait());
-        const std::lock_guard<std::mutex> lock(_clsPool.m_mtxTmpTasks);
-        pHeld->m_strTaskId = _clsPool.m_mapTmpTasks.at(pHeld).front();
+        const std::lock_guard<std::mutex> lock(PoolView::GetOwnerLock(_clsPool));
+        pHeld->m_strTaskId = PoolView::GetOwnerLists(_clsPool).at(pHeld).front();
         pHeld->m_strParam = MakeParamText(pHeld->m_strTaskId, "held");
         return pRun;
     }
@@ -76,8 +78,8 @@ protected:
 
     static std::map<CLS_TaskThread*, std::string> CopyWorkers(CLS_QuenTaskPool& _clsPool)
     {
-        const std::shared_lock<std::shared_mutex> lock(_clsPool.m_smThreadTaskLock);
-        return _clsPool.m_mapThreadTask;
+        const std::shared_lock<std::shared_mutex> lock(PoolView::GetWorkerLock(_clsPool));
+        return PoolView::GetWorkers(_clsPool);
     }
 
     /// The worker that a task is bound to; null when there is none.
@@ -107,8 +109,8 @@ protected:
     static bool IsGateClosed(CLS_TaskThread& _clsThread)
     {
         CLS_RunGate& clsGate = _clsThread.GetRunGate();
-        const std::lock_guard<std::mutex> lock(clsGate.m_mtxGate);
-        return clsGate.m_bClosed;
+        const std::lock_guard<std::mutex> lock(RunGateView::GetLock(clsGate));
+        return RunGateView::GetClosedFlag(clsGate);
     }
 
     /// The records of UnInit.

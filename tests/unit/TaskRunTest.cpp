@@ -2,6 +2,7 @@
 #include "tests/support/LogRecorder.h"
 #include "tests/support/RecordMatchers.h"
 #include "tests/support/TaskFixture.h"
+#include "tests/support/TaskView.h"
 #include "tests/support/Waiting.h"
 
 #include <atomic>
@@ -24,15 +25,15 @@ using TaskRunTest = CLS_TaskFixture;
 /// Sets the time of the last run so far back that only a run can have refreshed it.
 void Outdate(CLS_Task& _clsTask)
 {
-    _clsTask.m_tpLastRun = steady_clock::now() - hours(1);
+    TaskView::GetLastRun(_clsTask) = steady_clock::now() - hours(1);
 }
 
 /// Expects an idle task whose last run ended between _tpEarliest and now.
 void ExpectEnded(CLS_Task& _clsTask, steady_clock::time_point _tpEarliest)
 {
     EXPECT_EQ(TASK_STATUS_IDLE, _clsTask.GetTaskStatus());
-    EXPECT_GE(_clsTask.m_tpLastRun.load(), _tpEarliest);
-    EXPECT_LE(_clsTask.m_tpLastRun.load(), steady_clock::now());
+    EXPECT_GE(TaskView::GetLastRun(_clsTask).load(), _tpEarliest);
+    EXPECT_LE(TaskView::GetLastRun(_clsTask).load(), steady_clock::now());
 }
 
 TEST_F(TaskRunTest, CallableRunsOnceOnTheCallingThread)
@@ -74,12 +75,12 @@ TEST_F(TaskRunTest, TimeOfTheLastRunIsItsEnd)
     CLS_Task clsTask(
         [&]
         {
-            tpDuring = clsTask.m_tpLastRun;
+            tpDuring = TaskView::GetLastRun(clsTask);
             tpCallEnd = steady_clock::now();
         },
         0, "");
     Outdate(clsTask);
-    const steady_clock::time_point tpBefore = clsTask.m_tpLastRun;
+    const steady_clock::time_point tpBefore = TaskView::GetLastRun(clsTask);
     EXPECT_TRUE(clsTask.Running());
     EXPECT_EQ(tpBefore, tpDuring);
     ExpectEnded(clsTask, tpCallEnd);
@@ -338,7 +339,7 @@ TEST_F(TaskRunTest, WhoSeesTheTaskIdleSeesTheTimeOfItsRun)
         while (clsTask.GetTaskStatus() != TASK_STATUS_IDLE)
         {
         }
-        const steady_clock::time_point tpSeen = clsTask.m_tpLastRun;
+        const steady_clock::time_point tpSeen = TaskView::GetLastRun(clsTask);
         iTooEarly += tpSeen < tpCallEnd.load() ? 1 : 0;
         iWatched = 2 * iRun; // the next run may begin
     }

@@ -4,6 +4,7 @@
 #include "tests/support/LogRecorder.h"
 #include "tests/support/RecordMatchers.h"
 #include "tests/support/TaskFixture.h"
+#include "tests/support/TaskView.h"
 #include "tests/support/Waiting.h"
 
 #include <atomic>
@@ -47,10 +48,10 @@ bool IsSharedWord()
 
 TEST_F(TaskTest, SharedWordsAreAtomicsOfTheSameSize)
 {
-    EXPECT_TRUE((IsSharedWord<decltype(CLS_Task::m_iTaskStatus), n_TaskStatus>()));
-    EXPECT_TRUE((IsSharedWord<decltype(CLS_Task::m_iLoopInterval), std::int32_t>()));
-    EXPECT_TRUE((IsSharedWord<decltype(CLS_Task::m_tpLastRun), steady_clock::time_point>()));
-    EXPECT_TRUE((IsSharedWord<decltype(CLS_Task::m_bValid), bool>()));
+    EXPECT_TRUE((IsSharedWord<ClassLayout::MemberOf<TaskView::GetStatusWord>, n_TaskStatus>()));
+    EXPECT_TRUE((IsSharedWord<ClassLayout::MemberOf<TaskView::GetIntervalWord>, std::int32_t>()));
+    EXPECT_TRUE((IsSharedWord<ClassLayout::MemberOf<TaskView::GetLastRun>, steady_clock::time_point>()));
+    EXPECT_TRUE((IsSharedWord<ClassLayout::MemberOf<TaskView::GetValidWord>, bool>()));
 }
 
 TEST_F(TaskTest, IsABasicObjectThatReplacesNoOperation)
@@ -79,8 +80,7 @@ TEST_F(TaskTest, HasOneBaseAndItsMembersInTheirOrder)
     };
     EXPECT_TRUE((ClassLayout::HaveAlikeBases<CLS_Task, ST_Derived>()));
     const CLS_Task clsTask({}, -1, "");
-    EXPECT_TRUE(ClassLayout::AreInOrder(clsTask.m_iTaskStatus, clsTask.m_funTask, clsTask.m_iLoopInterval,
-                                        clsTask.m_tpLastRun, clsTask.m_bValid));
+    EXPECT_TRUE(ClassLayout::AreInOrder(TaskView::ListMembers(clsTask)));
 }
 
 TEST_F(TaskTest, NewTaskIsIdleAndValidAndRanJustNow)
@@ -92,8 +92,8 @@ TEST_F(TaskTest, NewTaskIsIdleAndValidAndRanJustNow)
     EXPECT_FALSE(clsTask.IsRunning());
     EXPECT_TRUE(clsTask.GetValid());
     EXPECT_EQ(40, clsTask.GetLoopInterval());
-    EXPECT_GE(clsTask.m_tpLastRun.load(), tpBefore);
-    EXPECT_LE(clsTask.m_tpLastRun.load(), tpAfter);
+    EXPECT_GE(TaskView::GetLastRun(clsTask).load(), tpBefore);
+    EXPECT_LE(TaskView::GetLastRun(clsTask).load(), tpAfter);
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
@@ -191,13 +191,13 @@ TEST_F(TaskTest, SetValidChangesNothingButTheValidity)
 TEST_F(TaskTest, IsDueFromTheIntervalOn)
 {
     CLS_Task clsTask([] {}, 100000, "");
-    clsTask.m_tpLastRun = steady_clock::now() - milliseconds(100000);
+    TaskView::GetLastRun(clsTask) = steady_clock::now() - milliseconds(100000);
     EXPECT_TRUE(clsTask.IsUseRun());
-    clsTask.m_tpLastRun = steady_clock::now() - milliseconds(100001);
+    TaskView::GetLastRun(clsTask) = steady_clock::now() - milliseconds(100001);
     EXPECT_TRUE(clsTask.IsUseRun());
-    clsTask.m_tpLastRun = steady_clock::now() - milliseconds(40000);
+    TaskView::GetLastRun(clsTask) = steady_clock::now() - milliseconds(40000);
     EXPECT_FALSE(clsTask.IsUseRun());
-    clsTask.m_tpLastRun = steady_clock::now();
+    TaskView::GetLastRun(clsTask) = steady_clock::now();
     EXPECT_FALSE(clsTask.IsUseRun());
 }
 
@@ -212,27 +212,28 @@ TEST_F(TaskTest, IsDueOnlyAfterItsFirstIntervalSinceItWasMade)
 TEST_F(TaskTest, TimeOfTheLastRunMayLieAhead)
 {
     CLS_Task clsTask([] {}, 40000, "");
-    clsTask.m_tpLastRun = steady_clock::now() + milliseconds(100000);
+    TaskView::GetLastRun(clsTask) = steady_clock::now() + milliseconds(100000);
     EXPECT_TRUE(clsTask.IsUseRun());
-    clsTask.m_tpLastRun = steady_clock::now() + milliseconds(30000);
+    TaskView::GetLastRun(clsTask) = steady_clock::now() + milliseconds(30000);
     EXPECT_FALSE(clsTask.IsUseRun());
 }
 
 TEST_F(TaskTest, PartsOfAMillisecondDoNotCount)
 {
     CLS_Task clsTask([] {}, 100001, "");
-    clsTask.m_tpLastRun = steady_clock::now() + std::chrono::microseconds(100000900);
+    TaskView::GetLastRun(clsTask) = steady_clock::now() + std::chrono::microseconds(100000900);
     EXPECT_FALSE(clsTask.IsUseRun());
 }
 
 TEST_F(TaskTest, TimesBeyondTheRangeOfTheIntervalAreCompared)
 {
     CLS_Task clsTask([] {}, INT_MAX, "");
-    clsTask.m_tpLastRun = steady_clock::now() - hours(24 * 30); // more milliseconds than 31 bits hold
+    TaskView::GetLastRun(clsTask) =
+        steady_clock::now() - hours(24 * 30); // more milliseconds than 31 bits hold
     EXPECT_TRUE(clsTask.IsUseRun());
-    clsTask.m_tpLastRun = steady_clock::now() - hours(24 * 52); // more than 32 bits hold
+    TaskView::GetLastRun(clsTask) = steady_clock::now() - hours(24 * 52); // more than 32 bits hold
     EXPECT_TRUE(clsTask.IsUseRun());
-    clsTask.m_tpLastRun = steady_clock::now() - hours(24 * 20);
+    TaskView::GetLastRun(clsTask) = steady_clock::now() - hours(24 * 20);
     EXPECT_FALSE(clsTask.IsUseRun());
 }
 
@@ -242,7 +243,7 @@ TEST_F(TaskTest, IsAlwaysDueAtAnIntervalOfZeroOrLess)
     for (const int iInterval : {0, -1, INT_MIN})
     {
         clsTask.SetLoopInterval(iInterval);
-        clsTask.m_tpLastRun = steady_clock::now();
+        TaskView::GetLastRun(clsTask) = steady_clock::now();
         EXPECT_TRUE(clsTask.IsUseRun()) << iInterval;
     }
 }
@@ -262,14 +263,14 @@ TEST_F(TaskTest, IsNotDueWhileQueuedOrExecuting)
 TEST_F(TaskTest, IsNeverDueWhenNotValid)
 {
     CLS_Task clsTask([] {}, 0, "");
-    clsTask.m_tpLastRun = steady_clock::now() - hours(24);
+    TaskView::GetLastRun(clsTask) = steady_clock::now() - hours(24);
     clsTask.SetValid(false);
     EXPECT_FALSE(clsTask.IsUseRun());
     clsTask.SetValid(true);
     EXPECT_TRUE(clsTask.IsUseRun());
     EXPECT_TRUE(clsTask.Stop());
     EXPECT_FALSE(clsTask.IsUseRun());
-    clsTask.m_tpLastRun = steady_clock::now() + hours(24);
+    TaskView::GetLastRun(clsTask) = steady_clock::now() + hours(24);
     EXPECT_FALSE(clsTask.IsUseRun());
 }
 
@@ -383,10 +384,10 @@ TEST_F(TaskTest, EarliestRunIsTheIntervalAfterTheLastOne)
     for (const int iInterval : {INT_MIN, -1, 0, 1, 100000, INT_MAX})
     {
         clsTask.SetLoopInterval(iInterval);
-        EXPECT_EQ(clsTask.m_tpLastRun.load() + milliseconds(iInterval), clsTask.GetEarliestRun());
+        EXPECT_EQ(TaskView::GetLastRun(clsTask).load() + milliseconds(iInterval), clsTask.GetEarliestRun());
     }
-    clsTask.m_tpLastRun = steady_clock::now() - hours(2);
-    EXPECT_EQ(clsTask.m_tpLastRun.load() + milliseconds(INT_MAX), clsTask.GetEarliestRun());
+    TaskView::GetLastRun(clsTask) = steady_clock::now() - hours(2);
+    EXPECT_EQ(TaskView::GetLastRun(clsTask).load() + milliseconds(INT_MAX), clsTask.GetEarliestRun());
 }
 
 TEST_F(TaskTest, EarliestRunMayBeAnyMomentWhileTheTaskIsBusyOrNotValid)

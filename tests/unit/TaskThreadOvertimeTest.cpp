@@ -1,6 +1,7 @@
 #include "QuenPlugins/ZelTaskPool/CLS_TaskThread.h"
 #include "tests/support/ThreadFixture.h"
 #include "tests/support/Waiting.h"
+#include "tests/support/WorkerView.h"
 
 #include <atomic>
 #include <chrono>
@@ -22,15 +23,15 @@ using TaskThreadOvertimeTest = CLS_ThreadFixture;
 /// Sets the worker's last activity relative to now.
 void SetActivity(CLS_TaskThread& _clsWorker, std::chrono::nanoseconds _nsFromNow)
 {
-    _clsWorker.m_tpLastActive = steady_clock::now() + _nsFromNow;
+    WorkerView::GetLastActive(_clsWorker) = steady_clock::now() + _nsFromNow;
 }
 
 TEST_F(TaskThreadOvertimeTest, SharedWordsAreAtomicsOfTheSameSize)
 {
-    EXPECT_TRUE((std::is_same_v<std::atomic<bool>, decltype(CLS_TaskThread::m_bRun)>));
-    EXPECT_TRUE((std::is_same_v<std::atomic<std::int32_t>, decltype(CLS_TaskThread::m_iOrderId)>));
+    EXPECT_TRUE((std::is_same_v<std::atomic<bool>, ClassLayout::MemberOf<WorkerView::GetRunFlag>>));
+    EXPECT_TRUE((std::is_same_v<std::atomic<std::int32_t>, ClassLayout::MemberOf<WorkerView::GetOrderWord>>));
     EXPECT_TRUE((std::is_same_v<std::atomic<std::int32_t>, decltype(CLS_TaskThread::m_iWaitingOvertime)>));
-    using TimeWord = decltype(CLS_TaskThread::m_tpLastActive);
+    using TimeWord = ClassLayout::MemberOf<WorkerView::GetLastActive>;
     EXPECT_TRUE((std::is_same_v<std::atomic<steady_clock::time_point>, TimeWord>));
     EXPECT_TRUE(TimeWord::is_always_lock_free);
     EXPECT_EQ(sizeof(steady_clock::time_point), sizeof(TimeWord));
@@ -135,18 +136,18 @@ TEST_F(TaskThreadOvertimeTest, IdleWakeUpsAndTheEndDoNotRefreshTheTime)
 {
     CLS_TaskThread clsWorker;
     const steady_clock::time_point tpMarker = steady_clock::now() - hours(1);
-    clsWorker.m_tpLastActive = tpMarker;
+    WorkerView::GetLastActive(clsWorker) = tpMarker;
     for (int i = 0; i < 20; ++i)
     {
         {
-            const std::lock_guard<std::mutex> lock(clsWorker.m_mtxFunction);
-            clsWorker.m_cvFunction.notify_one();
+            const std::lock_guard<std::mutex> lock(WorkerView::GetJobLock(clsWorker));
+            WorkerView::GetJobSignal(clsWorker).notify_one();
         }
         std::this_thread::sleep_for(milliseconds(1));
-        EXPECT_EQ(tpMarker, clsWorker.m_tpLastActive.load());
+        EXPECT_EQ(tpMarker, WorkerView::GetLastActive(clsWorker).load());
     }
     EXPECT_TRUE(clsWorker.Exit());
-    EXPECT_EQ(tpMarker, clsWorker.m_tpLastActive.load());
+    EXPECT_EQ(tpMarker, WorkerView::GetLastActive(clsWorker).load());
 }
 
 TEST_F(TaskThreadOvertimeTest, SeveralThreadsUseOneWorkerAtOnce)

@@ -4,6 +4,7 @@
 #include "tests/support/ThreadFixture.h"
 #include "tests/support/Waiting.h"
 #include "tests/support/WatchedYields.h"
+#include "tests/support/WorkerView.h"
 
 #include <chrono>
 #include <cstdint>
@@ -32,8 +33,8 @@ protected:
     {
         CLS_ThreadFixture::SetUp();
         m_clsWorker.Exit();
-        m_clsWorker.m_bRun = true;
-        m_clsWorker.m_tpLastActive = m_tpMarker;
+        WorkerView::GetRunFlag(m_clsWorker) = true;
+        WorkerView::GetLastActive(m_clsWorker) = m_tpMarker;
     }
 
     /// Makes an attempt to lock the worker's mutex twice on one thread throw instead of hang.
@@ -42,7 +43,7 @@ protected:
         pthread_mutexattr_t stAttributes;
         ASSERT_EQ(0, pthread_mutexattr_init(&stAttributes));
         ASSERT_EQ(0, pthread_mutexattr_settype(&stAttributes, PTHREAD_MUTEX_ERRORCHECK));
-        pthread_mutex_t* const pMutex = m_clsWorker.m_mtxFunction.native_handle();
+        pthread_mutex_t* const pMutex = WorkerView::GetJobLock(m_clsWorker).native_handle();
         ASSERT_EQ(0, pthread_mutex_destroy(pMutex));
         ASSERT_EQ(0, pthread_mutex_init(pMutex, &stAttributes));
         ASSERT_EQ(0, pthread_mutexattr_destroy(&stAttributes));
@@ -55,17 +56,17 @@ protected:
         std::thread(
             [&]
             {
-                bFree = m_clsWorker.m_mtxFunction.try_lock();
+                bFree = WorkerView::GetJobLock(m_clsWorker).try_lock();
                 if (bFree)
                 {
-                    m_clsWorker.m_mtxFunction.unlock();
+                    WorkerView::GetJobLock(m_clsWorker).unlock();
                 }
             })
             .join();
         return bFree;
     }
 
-    bool RunNextJob() { return m_clsWorker.RunNextJob(m_iShownId); }
+    bool RunNextJob() { return WorkerView::RunPass(m_clsWorker, m_iShownId); }
 
     const steady_clock::time_point m_tpMarker = steady_clock::now() - hours(1);
     CLS_TaskThread m_clsWorker;
@@ -86,14 +87,14 @@ TEST_F(TaskThreadPassTest, OnlyTheLastJobHandedOverRuns)
     EXPECT_TRUE(RunNextJob());
     EXPECT_EQ(0, iFirst);
     EXPECT_EQ(1, iSecond);
-    EXPECT_FALSE(m_clsWorker.m_funFunction);
+    EXPECT_FALSE(WorkerView::GetJob(m_clsWorker));
 }
 
 TEST_F(TaskThreadPassTest, EmptyJobDiscardsTheOneInHand)
 {
     EXPECT_TRUE(m_clsWorker.AddFunction([](CLS_TaskThread*) { ADD_FAILURE(); }));
     EXPECT_TRUE(m_clsWorker.AddFunction({}));
-    EXPECT_FALSE(m_clsWorker.m_funFunction);
+    EXPECT_FALSE(WorkerView::GetJob(m_clsWorker));
 }
 
 TEST_F(TaskThreadPassTest, JobRunsWithTheMutexHeldAndWithTheWorker)
@@ -120,7 +121,7 @@ TEST_F(TaskThreadPassTest, JobThatWasNotBegunIsDroppedAtTheEnd)
     EXPECT_FALSE(RunNextJob());
     EXPECT_TRUE(IsMutexFree());
     m_clsWorker.FunTask();
-    EXPECT_EQ(m_tpMarker, m_clsWorker.m_tpLastActive.load());
+    EXPECT_EQ(m_tpMarker, WorkerView::GetLastActive(m_clsWorker).load());
 }
 
 TEST_F(TaskThreadPassTest, FailingJobIsRetriedUntilANewOneReplacesIt)
@@ -160,7 +161,7 @@ TEST_F(TaskThreadPassTest, FailingJobIsRetriedUntilTheWorkerIsStopped)
         {
             if (++iCalls == 4)
             {
-                _pWorker->m_bRun = false;
+                WorkerView::GetRunFlag(*_pWorker) = false;
             }
             throw 1;
         }));
@@ -177,58 +178,60 @@ TEST_F(TaskThreadPassTest, TimeOfActivityIsRefreshedWhenAPassEnds)
     EXPECT_TRUE(m_clsWorker.AddFunction(
         [&](CLS_TaskThread* _pWorker)
         {
-            vecSeen.push_back(_pWorker->m_tpLastActive);
+            vecSeen.push_back(WorkerView::GetLastActive(*_pWorker));
             vecEnds.push_back(steady_clock::now());
             if (vecEnds.size() == 1)
             {
                 throw 1;
             }
-            _pWorker->m_bRun = false;
+            WorkerView::GetRunFlag(*_pWorker) = false;
         }));
-    EXPECT_EQ(m_tpMarker, m_clsWorker.m_tpLastActive.load()); // not refreshed by the hand-over
+    EXPECT_EQ(m_tpMarker, WorkerView::GetLastActive(m_clsWorker).load()); // not refreshed by the hand-over
     m_clsWorker.FunTask();
     ASSERT_EQ(2U, vecSeen.size());
     EXPECT_EQ(m_tpMarker, vecSeen[0]);
     EXPECT_GE(vecSeen[1], vecEnds[0]); // refreshed after the failure
     EXPECT_LE(vecSeen[1], vecEnds[1]);
-    EXPECT_GE(m_clsWorker.m_tpLastActive.load(), vecEnds[1]); // refreshed after the job, also at the end
-    EXPECT_FALSE(m_clsWorker.m_funFunction);
+    EXPECT_GE(WorkerView::GetLastActive(m_clsWorker).load(),
+              vecEnds[1]); // refreshed after the job, also at the end
+    EXPECT_FALSE(WorkerView::GetJob(m_clsWorker));
 }
 
 TEST_F(TaskThreadPassTest, AnyOtherFailureOfAPassIsRecordedAndTheLoopGoesOn)
 {
     MakeMutexCheckItself();
     m_clsWorker.SetOrderId(5);
-    EXPECT_TRUE(m_clsWorker.AddFunction([](CLS_TaskThread* _pWorker) { _pWorker->m_bRun = false; }));
+    EXPECT_TRUE(
+        m_clsWorker.AddFunction([](CLS_TaskThread* _pWorker) { WorkerView::GetRunFlag(*_pWorker) = false; }));
     int iRecords = 0;
     std::vector<steady_clock::time_point> vecSeen;
     LogRecorder::SetHook(
         [&](const LogRecorder::ST_Record&)
         {
-            vecSeen.push_back(m_clsWorker.m_tpLastActive);
+            vecSeen.push_back(WorkerView::GetLastActive(m_clsWorker));
             if (++iRecords == 2)
             {
-                m_clsWorker.m_mtxFunction.unlock();
+                WorkerView::GetJobLock(m_clsWorker).unlock();
             }
         });
-    m_clsWorker.m_mtxFunction.lock();
+    WorkerView::GetJobLock(m_clsWorker).lock();
     m_clsWorker.FunTask(); // cannot lock twice, then can
     EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsThreadRecord(3, "FunTask", "thread handler error - 5"),
                                                  IsThreadRecord(3, "FunTask", "thread handler error - 5")));
     ASSERT_EQ(2U, vecSeen.size());
     EXPECT_EQ(m_tpMarker, vecSeen[0]);
     EXPECT_GT(vecSeen[1], m_tpMarker);
-    EXPECT_FALSE(m_clsWorker.m_funFunction);
+    EXPECT_FALSE(WorkerView::GetJob(m_clsWorker));
 }
 
 TEST_F(TaskThreadPassTest, RunFlagIsChangedUnderTheMutexOfItsWaiter)
 {
     MakeMutexCheckItself();
-    m_clsWorker.m_mtxFunction.lock();
+    WorkerView::GetJobLock(m_clsWorker).lock();
     EXPECT_THROW(m_clsWorker.Exit(), std::system_error);
-    m_clsWorker.m_mtxFunction.unlock();
+    WorkerView::GetJobLock(m_clsWorker).unlock();
     EXPECT_TRUE(m_clsWorker.Exit());
-    EXPECT_FALSE(m_clsWorker.m_bRun);
+    EXPECT_FALSE(WorkerView::GetRunFlag(m_clsWorker));
     EXPECT_TRUE(IsMutexFree());
 }
 
@@ -240,12 +243,12 @@ TEST_F(TaskThreadPassTest, AbandonedWorkerEndsAfterItsJob)
             EXPECT_TRUE(_pWorker->GetRunGate().EnterRun());
             EXPECT_FALSE(_pWorker->GetRunGate().Close(std::chrono::steady_clock::now() + hours(1)));
             EXPECT_FALSE(_pWorker->GetRunGate().LeaveRun());
-            EXPECT_TRUE(_pWorker->m_bRun);
+            EXPECT_TRUE(WorkerView::GetRunFlag(*_pWorker));
         }));
     const CLS_WatchedYields clsYields;
     m_clsWorker.FunTask();
     EXPECT_EQ(0, clsYields.GetYields());
-    EXPECT_FALSE(m_clsWorker.m_funFunction);
+    EXPECT_FALSE(WorkerView::GetJob(m_clsWorker));
 }
 
 TEST_F(TaskThreadPassTest, AbandonedWorkerEndsAlsoWhenItsJobFailed)
@@ -272,8 +275,8 @@ TEST_F(TaskThreadPassTest, GivesWayOnceAfterEachJobAndHoldsNothingMeanwhile)
         [&]
         {
             EXPECT_TRUE(IsMutexFree());
-            EXPECT_NE(m_tpMarker, m_clsWorker.m_tpLastActive.load());
-            m_clsWorker.m_tpLastActive = m_tpMarker;
+            EXPECT_NE(m_tpMarker, WorkerView::GetLastActive(m_clsWorker).load());
+            WorkerView::GetLastActive(m_clsWorker) = m_tpMarker;
         });
     EXPECT_TRUE(m_clsWorker.AddFunction(
         [&](CLS_TaskThread* _pWorker)
@@ -283,7 +286,7 @@ TEST_F(TaskThreadPassTest, GivesWayOnceAfterEachJobAndHoldsNothingMeanwhile)
             {
                 throw 1;
             }
-            _pWorker->m_bRun = false;
+            WorkerView::GetRunFlag(*_pWorker) = false;
         }));
     m_clsWorker.FunTask();
     EXPECT_EQ(3, iCalls);
@@ -299,10 +302,11 @@ TEST_F(TaskThreadPassTest, DoesNotGiveWayWhileItIsIdle)
         {
             for (int i = 0; i < 20; ++i)
             {
-                const std::lock_guard<std::mutex> lock(m_clsWorker.m_mtxFunction);
-                m_clsWorker.m_cvFunction.notify_one();
+                const std::lock_guard<std::mutex> lock(WorkerView::GetJobLock(m_clsWorker));
+                WorkerView::GetJobSignal(m_clsWorker).notify_one();
             }
-            m_clsWorker.AddFunction([](CLS_TaskThread* _pWorker) { _pWorker->m_bRun = false; });
+            m_clsWorker.AddFunction([](CLS_TaskThread* _pWorker)
+                                    { WorkerView::GetRunFlag(*_pWorker) = false; });
         });
     m_clsWorker.FunTask();
     thHost.join();
@@ -312,7 +316,7 @@ TEST_F(TaskThreadPassTest, DoesNotGiveWayWhileItIsIdle)
 TEST_F(TaskThreadPassTest, DoesNotGiveWayWhenItEndsWithoutAJob)
 {
     const CLS_WatchedYields clsYields;
-    m_clsWorker.RequestEnd();
+    WorkerView::RequestEnd(m_clsWorker);
     m_clsWorker.FunTask();
     EXPECT_EQ(0, clsYields.GetYields());
 }

@@ -5,6 +5,7 @@
 #include "tests/support/RecordMatchers.h"
 #include "tests/support/ThreadFixture.h"
 #include "tests/support/Waiting.h"
+#include "tests/support/WorkerView.h"
 
 #include <atomic>
 #include <chrono>
@@ -29,8 +30,8 @@ using TaskThreadTest = CLS_ThreadFixture;
 /// Whether the worker has no job in hand. Waits while one runs.
 bool IsIdle(CLS_TaskThread& _clsWorker)
 {
-    const std::lock_guard<std::mutex> lock(_clsWorker.m_mtxFunction);
-    return !_clsWorker.m_funFunction;
+    const std::lock_guard<std::mutex> lock(WorkerView::GetJobLock(_clsWorker));
+    return !WorkerView::GetJob(_clsWorker);
 }
 
 TEST_F(TaskThreadTest, HasNoBaseAndItsMembersInTheirOrder)
@@ -41,9 +42,7 @@ TEST_F(TaskThreadTest, HasNoBaseAndItsMembersInTheirOrder)
     EXPECT_TRUE((ClassLayout::HaveAlikeBases<CLS_TaskThread, ST_Plain>()));
     EXPECT_FALSE(std::is_polymorphic_v<CLS_TaskThread>);
     const CLS_TaskThread clsWorker;
-    EXPECT_TRUE(ClassLayout::AreInOrder(clsWorker.m_bRun, clsWorker.m_mtxFunction, clsWorker.m_funFunction,
-                                        clsWorker.m_cvFunction, clsWorker.m_pThread, clsWorker.m_iOrderId,
-                                        clsWorker.m_tpLastActive));
+    EXPECT_TRUE(ClassLayout::AreInOrder(WorkerView::ListMembers(clsWorker)));
 }
 
 TEST_F(TaskThreadTest, NewWorkerIsIdleAndRunning)
@@ -51,13 +50,13 @@ TEST_F(TaskThreadTest, NewWorkerIsIdleAndRunning)
     const auto tpBefore = steady_clock::now();
     CLS_TaskThread clsWorker;
     EXPECT_EQ(-1, clsWorker.GetOrderId());
-    EXPECT_TRUE(clsWorker.m_bRun);
+    EXPECT_TRUE(WorkerView::GetRunFlag(clsWorker));
     EXPECT_TRUE(IsIdle(clsWorker));
-    ASSERT_NE(nullptr, clsWorker.m_pThread);
-    EXPECT_TRUE(clsWorker.m_pThread->joinable());
-    EXPECT_NE(std::this_thread::get_id(), clsWorker.m_pThread->get_id());
-    EXPECT_GE(clsWorker.m_tpLastActive.load(), tpBefore);
-    EXPECT_LE(clsWorker.m_tpLastActive.load(), steady_clock::now());
+    ASSERT_NE(nullptr, WorkerView::GetThread(clsWorker));
+    EXPECT_TRUE(WorkerView::GetThread(clsWorker)->joinable());
+    EXPECT_NE(std::this_thread::get_id(), WorkerView::GetThread(clsWorker)->get_id());
+    EXPECT_GE(WorkerView::GetLastActive(clsWorker).load(), tpBefore);
+    EXPECT_LE(WorkerView::GetLastActive(clsWorker).load(), steady_clock::now());
     EXPECT_FALSE(clsWorker.GetRunGate().IsAbandoned());
     EXPECT_TRUE(clsWorker.Exit());
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
@@ -88,7 +87,7 @@ TEST_F(TaskThreadTest, JobRunsOnceOnTheWorkersThreadAndIsGivenTheWorker)
         }));
     ASSERT_TRUE(clsCalls.Wait(1));
     EXPECT_TRUE(WaitUntil([&] { return IsIdle(clsWorker); }));
-    EXPECT_EQ(clsWorker.m_pThread->get_id(), idRunner);
+    EXPECT_EQ(WorkerView::GetThread(clsWorker)->get_id(), idRunner);
     EXPECT_TRUE(clsWorker.Exit());
     EXPECT_EQ(&clsWorker, pGiven);
     EXPECT_EQ(1, clsCalls.Get());
@@ -189,7 +188,7 @@ TEST_F(TaskThreadTest, ExitWaitsForTheRunningJob)
 {
     CLS_BusyWorker clsBusy;
     EXPECT_TRUE(clsBusy.IsWaitedForBy([&] { EXPECT_TRUE(clsBusy.m_pWorker->Exit()); }));
-    EXPECT_EQ(nullptr, clsBusy.m_pWorker->m_pThread);
+    EXPECT_EQ(nullptr, WorkerView::GetThread(*clsBusy.m_pWorker));
 }
 
 TEST_F(TaskThreadTest, DestructorWaitsForTheRunningJob)
@@ -202,17 +201,17 @@ TEST_F(TaskThreadTest, ExitDropsAJobThatWasNotBegun)
 {
     CLS_TaskThread clsWorker;
     const steady_clock::time_point tpMarker = steady_clock::now() - hours(1);
-    clsWorker.m_tpLastActive = tpMarker;
+    WorkerView::GetLastActive(clsWorker) = tpMarker;
     EXPECT_TRUE(clsWorker.AddFunction([](CLS_TaskThread*) {}));
     // After its first pass, the worker waits for the next job.
-    ASSERT_TRUE(WaitUntil([&] { return clsWorker.m_tpLastActive.load() != tpMarker; }));
+    ASSERT_TRUE(WaitUntil([&] { return WorkerView::GetLastActive(clsWorker).load() != tpMarker; }));
     bool bRan = false;
     {
         // The worker's thread cannot look before both the job and the end have come.
-        const std::lock_guard<std::mutex> lock(clsWorker.m_mtxFunction);
-        clsWorker.m_funFunction = [&](CLS_TaskThread*) { bRan = true; };
-        clsWorker.m_bRun = false;
-        clsWorker.m_cvFunction.notify_one();
+        const std::lock_guard<std::mutex> lock(WorkerView::GetJobLock(clsWorker));
+        WorkerView::GetJob(clsWorker) = [&](CLS_TaskThread*) { bRan = true; };
+        WorkerView::GetRunFlag(clsWorker) = false;
+        WorkerView::GetJobSignal(clsWorker).notify_one();
     }
     EXPECT_TRUE(clsWorker.Exit());
     EXPECT_FALSE(bRan);
@@ -223,8 +222,8 @@ TEST_F(TaskThreadTest, EndedWorkerIsInertButValid)
 {
     CLS_TaskThread clsWorker;
     EXPECT_TRUE(clsWorker.Exit());
-    EXPECT_EQ(nullptr, clsWorker.m_pThread);
-    EXPECT_FALSE(clsWorker.m_bRun);
+    EXPECT_EQ(nullptr, WorkerView::GetThread(clsWorker));
+    EXPECT_FALSE(WorkerView::GetRunFlag(clsWorker));
     EXPECT_TRUE(clsWorker.Exit());
     bool bRan = false;
     EXPECT_TRUE(clsWorker.AddFunction([&](CLS_TaskThread*) { bRan = true; }));
@@ -239,16 +238,16 @@ TEST_F(TaskThreadTest, ExitLeavesAThreadThatCannotBeJoinedAlone)
 {
     CLS_TaskThread clsWorker;
     EXPECT_TRUE(clsWorker.Exit());
-    clsWorker.m_pThread = std::make_unique<std::thread>();
+    WorkerView::GetThread(clsWorker) = std::make_unique<std::thread>();
     EXPECT_TRUE(clsWorker.Exit());
-    EXPECT_NE(nullptr, clsWorker.m_pThread);
+    EXPECT_NE(nullptr, WorkerView::GetThread(clsWorker));
 }
 
 TEST_F(TaskThreadTest, DestructorLeavesAThreadThatCannotBeJoinedAlone)
 {
     auto pWorker = std::make_unique<CLS_TaskThread>();
     EXPECT_TRUE(pWorker->Exit());
-    pWorker->m_pThread = std::make_unique<std::thread>();
+    WorkerView::GetThread(*pWorker) = std::make_unique<std::thread>();
     pWorker.reset(); // to join it would end the process
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
@@ -294,7 +293,8 @@ TEST_F(TaskThreadTest, JobThatFailsAfterTheWorkerWasToldToEndIsNotRetried)
             if (++iCalls == 1)
             {
                 clsStarted.Open();
-                bTold = WaitUntil([&] { return !_pWorker->m_bRun; }, std::chrono::seconds(2));
+                bTold =
+                    WaitUntil([&] { return !WorkerView::GetRunFlag(*_pWorker); }, std::chrono::seconds(2));
             }
             if (iCalls <= 3) // lest a test that fails hangs
             {
@@ -316,10 +316,10 @@ TEST_F(TaskThreadTest, EndingIdleWorkersDoesNotTakeTheirWait)
     {
         auto pWorker = std::make_unique<CLS_TaskThread>();
         const steady_clock::time_point tpMarker = steady_clock::now() - hours(1);
-        pWorker->m_tpLastActive = tpMarker;
+        WorkerView::GetLastActive(*pWorker) = tpMarker;
         EXPECT_TRUE(pWorker->AddFunction([](CLS_TaskThread*) {}));
         // After its first pass, the worker waits for the next job.
-        ASSERT_TRUE(WaitUntil([&] { return pWorker->m_tpLastActive.load() != tpMarker; }));
+        ASSERT_TRUE(WaitUntil([&] { return WorkerView::GetLastActive(*pWorker).load() != tpMarker; }));
         if (i % 2 == 0)
         {
             EXPECT_TRUE(pWorker->Exit());

@@ -187,7 +187,7 @@ TEST_P(TaskThrowKindTest, EveryRunLeavesItsRecordsAndTheWorkerGoesOn)
     clsPool.AddLoopTask(GetParam().m_funThrow, 0, strTaskId, "throwing");
     for (int iRun = 0; iRun < RUNS; ++iRun)
     {
-        clsPool.DispatchPass();
+        PoolView::RunDispatchPass(clsPool);
         ASSERT_TRUE(WaitForIdle(clsPool, 1));
         EXPECT_EQ(0, s_iAlive);
         EXPECT_EQ(TASK_STATUS_IDLE, PoolView::GetTask(strTaskId)->GetTaskStatus());
@@ -198,14 +198,14 @@ TEST_P(TaskThrowKindTest, EveryRunLeavesItsRecordsAndTheWorkerGoesOn)
                 IsTaskRecord(3, "Running", strBegin + MakeParamText(strTaskId, "throwing")));
         }
         EXPECT_THAT(LogRecorder::Take(), ElementsAreArray(vecExpected));
-        clsPool.LoopPass();
+        PoolView::RunLoopPass(clsPool);
     }
     clsPool.RemoveTask(strTaskId, "");
     PoolView::ClearQueue(clsPool);
 
     CLS_Gate clsRan;
     ASSERT_TRUE(clsPool.AddTmpTask([&clsRan] { clsRan.Open(); }, &clsRan, "next"));
-    clsPool.DispatchPass();
+    PoolView::RunDispatchPass(clsPool);
     EXPECT_TRUE(clsRan.Wait());
     EXPECT_EQ(1, clsPool.GetTaskThreadNum());
 }
@@ -219,14 +219,14 @@ TEST_F(TaskThrowTest, ExceptionThatGetsPastBothRecordsIsARunErrorAndTheWorkerGoe
     const std::string strParam = MakeParamText(strTaskId, "throwing");
     for (int iRun = 0; iRun < 2; ++iRun)
     {
-        clsPool.DispatchPass();
+        PoolView::RunDispatchPass(clsPool);
         ASSERT_TRUE(WaitForIdle(clsPool, 1));
         EXPECT_EQ(0, s_iAlive);
         EXPECT_THAT(LogRecorder::Take(),
                     ElementsAre(IsTaskRecord(3, "Running", OTHER + strParam),
                                 IsTaskRecord(3, "Running", "Running error " + strParam),
                                 IsPoolRecord(3, "FunRunTask", "task run error - 0 " + strParam)));
-        clsPool.LoopPass();
+        PoolView::RunLoopPass(clsPool);
     }
 }
 #endif

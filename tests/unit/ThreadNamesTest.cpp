@@ -1,4 +1,6 @@
 #include "QuenInclude/Util.h"
+#include "tests/support/PoolView.h"
+#include "tests/support/WorkerView.h"
 #include "tests/unit/PoolFixture.h"
 
 #include <array>
@@ -62,9 +64,9 @@ TEST_F(ThreadNamesTest, TheCallingThreadIsNamed)
 TEST_F(ThreadNamesTest, ServiceThreadsSayWhatTheyAre)
 {
     CLS_QuenTaskPool& clsPool = MakePool();
-    EXPECT_TRUE(WaitForName(*clsPool.m_pTaskingThread, "zel-dispatcher"));
-    EXPECT_TRUE(WaitForName(*clsPool.m_pLoopThread, "zel-loops"));
-    EXPECT_TRUE(WaitForName(*clsPool.m_pOvertimeThread, "zel-watchdog"));
+    EXPECT_TRUE(WaitForName(*PoolView::GetDispatcher(clsPool), "zel-dispatcher"));
+    EXPECT_TRUE(WaitForName(*PoolView::GetLoopScheduler(clsPool), "zel-loops"));
+    EXPECT_TRUE(WaitForName(*PoolView::GetWatchdog(clsPool), "zel-watchdog"));
 }
 
 TEST_F(ThreadNamesTest, EveryWorkerShowsItsOrderIdBeforeItsFirstTaskRuns)
@@ -110,7 +112,7 @@ TEST_F(ThreadNamesTest, AWorkerIsNamedOnceAndAgainWhenItsOrderIdWasChanged)
 
     // What a job calls its thread stays.
     EXPECT_TRUE(clsWorker.AddFunction([](CLS_TaskThread*) { Util::SetThreadName("of-a-job"); }));
-    EXPECT_TRUE(WaitForName(*clsWorker.m_pThread, "of-a-job"));
+    EXPECT_TRUE(WaitForName(*WorkerView::GetThread(clsWorker), "of-a-job"));
     EXPECT_EQ("of-a-job", GetNameInJob(clsWorker));
 
     clsWorker.SetOrderId(8);
@@ -130,7 +132,7 @@ TEST_F(ThreadNamesTest, AWorkerWithoutAnOrderIdIsNotNamed)
 {
     CLS_TaskThread clsWorker;
     EXPECT_TRUE(clsWorker.AddFunction([](CLS_TaskThread*) { Util::SetThreadName("before"); }));
-    EXPECT_TRUE(WaitForName(*clsWorker.m_pThread, "before"));
+    EXPECT_TRUE(WaitForName(*WorkerView::GetThread(clsWorker), "before"));
     EXPECT_EQ("before", GetNameInJob(clsWorker));
 }
 } // namespace

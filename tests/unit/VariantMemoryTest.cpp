@@ -1,4 +1,5 @@
 #include "QuenInclude/CLS_CVariant.h"
+#include "tests/support/VariantView.h"
 
 #include <cstdlib>
 #include <functional>
@@ -146,12 +147,12 @@ TEST(VariantMemoryTest, AFailedCopyLeavesTheTargetAsItWas)
     for (const CLS_CVariant& clsBefore : MakeOwning())
     {
         CLS_CVariant clsTarget(clsBefore);
-        const void* const pValue = clsTarget.m_uValue.m_pValue;
+        const void* const pValue = VariantView::GetPointer(clsTarget);
         const int iFailures = FailEachAllocation([&] { clsTarget = clsSource; },
                                                  [&]
                                                  {
                                                      EXPECT_EQ(clsBefore.GetType(), clsTarget.GetType());
-                                                     EXPECT_EQ(pValue, clsTarget.m_uValue.m_pValue);
+                                                     EXPECT_EQ(pValue, VariantView::GetPointer(clsTarget));
                                                      EXPECT_EQ(clsBefore.ToString(), clsTarget.ToString());
                                                  });
         EXPECT_GT(iFailures, 10);
@@ -177,7 +178,7 @@ TEST(VariantMemoryTest, AFailedCopyOfAnOwnElementLeavesTheList)
 {
     CLS_CVariant clsVariant(Variants{TEXT, 2});
     const std::string strBefore = clsVariant.ToString();
-    const int iFailures = FailEachAllocation([&] { clsVariant = (*clsVariant.m_uValue.m_pVector)[0]; },
+    const int iFailures = FailEachAllocation([&] { clsVariant = (*VariantView::GetList(clsVariant))[0]; },
                                              [&] { EXPECT_EQ(strBefore, clsVariant.ToString()); });
     EXPECT_EQ(1, iFailures);
     EXPECT_EQ(TEXT, clsVariant.ToString());
@@ -308,7 +309,7 @@ TEST(VariantMemoryTest, AMoveOfAnOwnElementFreesTheOthers)
     const long iLiveBefore = t_stMemory.m_iLive;
     {
         CLS_CVariant clsVariant(Variants{TEXT, MakeNested()});
-        clsVariant = std::move((*clsVariant.m_uValue.m_pVector)[0]);
+        clsVariant = std::move((*VariantView::GetList(clsVariant))[0]);
         EXPECT_EQ(TEXT, clsVariant.ToString());
         EXPECT_EQ(iLiveBefore + 1, t_stMemory.m_iLive);
     }

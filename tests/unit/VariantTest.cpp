@@ -1,5 +1,6 @@
 #include "QuenInclude/CLS_CVariant.h"
 #include "tests/support/GroupingLocale.h"
+#include "tests/support/VariantView.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -43,11 +44,11 @@ TEST(VariantTest, TypesHaveTheirNumbersAndAre32BitSigned)
 TEST(VariantTest, IsAMutexATypeAndAnEightByteValueInThisOrder)
 {
     CLS_CVariant clsVariant;
-    EXPECT_EQ(8U, sizeof(clsVariant.m_uValue));
+    const ClassLayout::Members vecMembers = VariantView::ListMembers(clsVariant);
+    ASSERT_EQ(3U, vecMembers.size());
+    EXPECT_TRUE(ClassLayout::AreInOrder(vecMembers));
+    EXPECT_EQ(8U, vecMembers[2].m_uiSize); // the value
     EXPECT_LE(sizeof(CLS_CVariant), sizeof(std::mutex) + 16);
-    const auto* const pType = reinterpret_cast<const char*>(&clsVariant.m_iType);
-    EXPECT_LT(reinterpret_cast<const char*>(&clsVariant.m_mtxType), pType);
-    EXPECT_LT(pType, reinterpret_cast<const char*>(&clsVariant.m_uValue));
 }
 
 TEST(VariantTest, DefaultIsNoneAndZero)
@@ -133,10 +134,10 @@ TEST(VariantTest, TakesOverAStringThatIsGivenAway)
     std::string strText(1000, 'x');
     const std::string strExpected = strText;
     const void* const pLetters = strText.data();
-    const CLS_CVariant clsVariant(std::move(strText));
+    CLS_CVariant clsVariant(std::move(strText));
     EXPECT_EQ(CVariantType_String, clsVariant.GetType());
     EXPECT_EQ(strExpected, clsVariant.ToString());
-    EXPECT_EQ(pLetters, clsVariant.m_uValue.m_pString->data());
+    EXPECT_EQ(pLetters, VariantView::GetText(clsVariant)->data());
 }
 
 TEST(VariantTest, TakesAList)

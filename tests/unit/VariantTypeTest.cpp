@@ -1,4 +1,5 @@
 #include "QuenInclude/CLS_CVariant.h"
+#include "tests/support/VariantView.h"
 
 #include <gtest/gtest.h>
 #include <thread>
@@ -41,7 +42,7 @@ TEST(VariantTypeTest, SetTypeToAnInPlaceTypeKeepsTheBits)
     CLS_CVariant clsVariant(5);
     clsVariant.SetType(CVariantType_Double);
     EXPECT_EQ(CVariantType_Double, clsVariant.GetType());
-    EXPECT_EQ(5, clsVariant.m_uValue.m_iValue);
+    EXPECT_EQ(5, VariantView::GetInteger(clsVariant));
     clsVariant.SetType(CVariantType_Pointer);
     EXPECT_EQ("0x5", clsVariant.ToString());
     clsVariant.SetType(CVariantType_None);
@@ -58,7 +59,7 @@ TEST(VariantTypeTest, SetTypeToAnOwningTypeFromAnInPlaceValueLeavesNull)
         CLS_CVariant clsVariant(0x1234567890LL);
         clsVariant.SetType(iType);
         EXPECT_EQ(iType, clsVariant.GetType());
-        EXPECT_EQ(nullptr, clsVariant.m_uValue.m_pValue);
+        EXPECT_EQ(nullptr, VariantView::GetPointer(clsVariant));
         EXPECT_EQ("", clsVariant.ToString());
     }
 }
@@ -74,10 +75,10 @@ TEST(VariantTypeTest, SetTypeFromAnOwningTypeLeavesNull)
         for (int iType = -2; iType <= 7; ++iType)
         {
             CLS_CVariant clsVariant(clsSource);
-            ASSERT_NE(nullptr, clsVariant.m_uValue.m_pValue);
+            ASSERT_NE(nullptr, VariantView::GetPointer(clsVariant));
             clsVariant.SetType(static_cast<n_CVariantType>(iType));
             EXPECT_EQ(iType, clsVariant.GetType());
-            EXPECT_EQ(nullptr, clsVariant.m_uValue.m_pValue) << clsSource.GetType() << " to " << iType;
+            EXPECT_EQ(nullptr, VariantView::GetPointer(clsVariant)) << clsSource.GetType() << " to " << iType;
         }
     }
 }
@@ -86,22 +87,21 @@ TEST(VariantTypeTest, AValueIsGivenAfterSetType)
 {
     CLS_CVariant clsVariant;
     clsVariant.SetType(CVariantType_String);
-    clsVariant.m_uValue.m_pString = new std::string("given");
+    VariantView::GetText(clsVariant) = new std::string("given");
     EXPECT_EQ("given", clsVariant.ToString());
     clsVariant.SetType(CVariantType_Vector);
-    clsVariant.m_uValue.m_pVector = new Variants{1, 2};
+    VariantView::GetList(clsVariant) = new Variants{1, 2};
     EXPECT_EQ("1|2", clsVariant.ToString());
     clsVariant.SetType(CVariantType_Map);
-    clsVariant.m_uValue.m_pMap = new VariantMap{{"a", 1}};
+    VariantView::GetMap(clsVariant) = new VariantMap{{"a", 1}};
     EXPECT_EQ(1U, clsVariant.ToMap().size());
 }
 
 TEST(VariantTypeTest, SetTypeAloneUsesTheMutex)
 {
-    const CLS_CVariant clsSource(VariantMap{{"a", 1}});
+    CLS_CVariant clsSource(VariantMap{{"a", 1}});
     CLS_CVariant clsTarget;
-    auto& mtxSource = const_cast<CLS_Mutex&>(clsSource.m_mtxType);
-    const std::lock_guard<std::mutex> lock(mtxSource);
+    const std::lock_guard<std::mutex> lock(VariantView::GetTypeLock(clsSource));
     EXPECT_EQ(CVariantType_Map, clsSource.GetType());
     EXPECT_EQ("", clsSource.ToString());
     EXPECT_FALSE(clsSource.ToBool());
@@ -171,7 +171,8 @@ TEST(VariantTypeTest, CopiesOfOwnedValuesAreTheirOwn)
         const CLS_CVariant clsCopy(clsSource);
         EXPECT_EQ(clsSource.GetType(), clsCopy.GetType());
         EXPECT_EQ(clsSource.ToString(), clsCopy.ToString());
-        EXPECT_EQ(IsOwning(clsSource.GetType()), clsSource.m_uValue.m_pValue != clsCopy.m_uValue.m_pValue);
+        EXPECT_EQ(IsOwning(clsSource.GetType()),
+                  VariantView::GetPointer(clsSource) != VariantView::GetPointer(clsCopy));
     }
 }
 
@@ -184,7 +185,7 @@ TEST(VariantTypeTest, CopiesOfNullOwnedValuesAreNull)
         CLS_CVariant clsTarget("text");
         clsTarget = clsSource;
         EXPECT_EQ(iType, clsTarget.GetType());
-        EXPECT_EQ(nullptr, clsTarget.m_uValue.m_pValue);
+        EXPECT_EQ(nullptr, VariantView::GetPointer(clsTarget));
     }
 }
 
@@ -193,8 +194,8 @@ TEST(VariantTypeTest, CopiesAreDeep)
     CLS_CVariant clsSource(
         VariantMap{{"list", Variants{1, Variants{2, 3}}}, {"map", VariantMap{{"x", "y"}}}});
     const CLS_CVariant clsCopy(clsSource);
-    (*clsSource.m_uValue.m_pMap)["list"] = "changed";
-    clsSource.m_uValue.m_pMap->erase("map");
+    (*VariantView::GetMap(clsSource))["list"] = "changed";
+    VariantView::GetMap(clsSource)->erase("map");
     EXPECT_EQ("1|2|3", clsCopy.ToMap()["list"].ToString());
     EXPECT_EQ("y", clsCopy.ToMap()["map"].ToMap()["x"].ToString());
 }
@@ -204,8 +205,8 @@ TEST(VariantTypeTest, ChangingTheCopyLeavesTheSource)
     const CLS_CVariant clsSource(VariantMap{{"a", 1}, {"b", "x"}});
     CLS_CVariant clsCopy;
     clsCopy = clsSource;
-    (*clsCopy.m_uValue.m_pMap)["a"] = 2;
-    clsCopy.m_uValue.m_pMap->erase("b");
+    (*VariantView::GetMap(clsCopy))["a"] = 2;
+    VariantView::GetMap(clsCopy)->erase("b");
     ASSERT_EQ(2U, clsSource.ToMap().size());
     EXPECT_EQ("1", clsSource.ToMap()["a"].ToString());
     EXPECT_EQ("x", clsSource.ToMap()["b"].ToString());
@@ -251,12 +252,12 @@ TEST(VariantTypeTest, SelfAssignmentChangesNothing)
     {
         const n_CVariantType iType = clsVariant.GetType();
         const std::string strText = clsVariant.ToString();
-        const void* const pValue = clsVariant.m_uValue.m_pValue;
+        const void* const pValue = VariantView::GetPointer(clsVariant);
         const std::size_t uiSize = clsVariant.ToMap().size();
         clsVariant = clsVariant;
         EXPECT_EQ(iType, clsVariant.GetType());
         EXPECT_EQ(strText, clsVariant.ToString());
-        EXPECT_EQ(pValue, clsVariant.m_uValue.m_pValue);
+        EXPECT_EQ(pValue, VariantView::GetPointer(clsVariant));
         EXPECT_EQ(uiSize, clsVariant.ToMap().size());
     }
 }
@@ -264,10 +265,10 @@ TEST(VariantTypeTest, SelfAssignmentChangesNothing)
 TEST(VariantTypeTest, CanBeAssignedFromAnElementOfItsOwnList)
 {
     CLS_CVariant clsVariant(Variants{"first", Variants{"a long text that is kept on the heap", 2}});
-    clsVariant = (*clsVariant.m_uValue.m_pVector)[1];
+    clsVariant = (*VariantView::GetList(clsVariant))[1];
     EXPECT_EQ(CVariantType_Vector, clsVariant.GetType());
     EXPECT_EQ("a long text that is kept on the heap|2", clsVariant.ToString());
-    clsVariant = (*clsVariant.m_uValue.m_pVector)[0];
+    clsVariant = (*VariantView::GetList(clsVariant))[0];
     EXPECT_EQ(CVariantType_String, clsVariant.GetType());
     EXPECT_EQ("a long text that is kept on the heap", clsVariant.ToString());
 }
@@ -275,10 +276,10 @@ TEST(VariantTypeTest, CanBeAssignedFromAnElementOfItsOwnList)
 TEST(VariantTypeTest, CanBeAssignedFromAnEntryOfItsOwnMap)
 {
     CLS_CVariant clsVariant(VariantMap{{"a", VariantMap{{"b", 7}}}, {"c", "x"}});
-    clsVariant = (*clsVariant.m_uValue.m_pMap)["a"];
+    clsVariant = (*VariantView::GetMap(clsVariant))["a"];
     ASSERT_EQ(CVariantType_Map, clsVariant.GetType());
     EXPECT_EQ(1U, clsVariant.ToMap().size());
-    clsVariant = (*clsVariant.m_uValue.m_pMap)["b"];
+    clsVariant = (*VariantView::GetMap(clsVariant))["b"];
     EXPECT_EQ(CVariantType_LongLong, clsVariant.GetType());
     EXPECT_EQ("7", clsVariant.ToString());
 }
@@ -290,7 +291,7 @@ TEST(VariantTypeTest, APointerIsSharedByCopies)
     CLS_CVariant clsCopy("text");
     clsCopy = clsSource;
     clsCopy.SetType(CVariantType_None);
-    EXPECT_EQ(&iTarget, clsSource.m_uValue.m_pValue);
+    EXPECT_EQ(&iTarget, VariantView::GetPointer(clsSource));
     EXPECT_EQ(7, iTarget);
 }
 
@@ -307,12 +308,12 @@ TEST(VariantTypeTest, MoveConstructionTakesEveryTypeAndLeavesNothing)
     {
         const n_CVariantType iType = clsSource.GetType();
         const std::string strText = clsSource.ToString();
-        const void* const pValue = clsSource.m_uValue.m_pValue;
+        const void* const pValue = VariantView::GetPointer(clsSource);
         const std::size_t uiSize = clsSource.ToMap().size();
         const CLS_CVariant clsTarget(std::move(clsSource));
         EXPECT_EQ(iType, clsTarget.GetType());
         EXPECT_EQ(strText, clsTarget.ToString());
-        EXPECT_EQ(pValue, clsTarget.m_uValue.m_pValue);
+        EXPECT_EQ(pValue, VariantView::GetPointer(clsTarget));
         EXPECT_EQ(uiSize, clsTarget.ToMap().size());
         EXPECT_EQ(CVariantType_None, clsSource.GetType()); // NOLINT(bugprone-use-after-move)
     }
@@ -325,7 +326,7 @@ TEST(VariantTypeTest, MoveAssignmentTakesEveryTypeOverEveryTypeAndLeavesNothing)
         for (CLS_CVariant clsTarget : MakeOneOfEachType())
         {
             CLS_CVariant clsSource(clsOriginal);
-            const void* const pValue = clsSource.m_uValue.m_pValue;
+            const void* const pValue = VariantView::GetPointer(clsSource);
             CLS_CVariant& clsResult = (clsTarget = std::move(clsSource));
             EXPECT_EQ(&clsTarget, &clsResult);
             EXPECT_EQ(clsOriginal.GetType(), clsTarget.GetType());
@@ -333,7 +334,7 @@ TEST(VariantTypeTest, MoveAssignmentTakesEveryTypeOverEveryTypeAndLeavesNothing)
             EXPECT_EQ(clsOriginal.ToMap().size(), clsTarget.ToMap().size());
             if (clsOriginal.GetType() != CVariantType_None)
             {
-                EXPECT_EQ(pValue, clsTarget.m_uValue.m_pValue);
+                EXPECT_EQ(pValue, VariantView::GetPointer(clsTarget));
             }
             EXPECT_EQ(CVariantType_None, clsSource.GetType()); // NOLINT(bugprone-use-after-move)
         }
@@ -371,7 +372,7 @@ TEST(VariantTypeTest, MovesOfNullOwnedValuesAreNull)
         CLS_CVariant clsTarget("text");
         clsTarget = std::move(clsSource);
         EXPECT_EQ(iType, clsTarget.GetType());
-        EXPECT_EQ(nullptr, clsTarget.m_uValue.m_pValue);
+        EXPECT_EQ(nullptr, VariantView::GetPointer(clsTarget));
     }
 }
 
@@ -381,22 +382,22 @@ TEST(VariantTypeTest, SelfMoveChangesNothing)
     {
         const n_CVariantType iType = clsVariant.GetType();
         const std::string strText = clsVariant.ToString();
-        const void* const pValue = clsVariant.m_uValue.m_pValue;
+        const void* const pValue = VariantView::GetPointer(clsVariant);
         CLS_CVariant& clsSame = clsVariant;
         clsVariant = std::move(clsSame);
         EXPECT_EQ(iType, clsVariant.GetType());
         EXPECT_EQ(strText, clsVariant.ToString());
-        EXPECT_EQ(pValue, clsVariant.m_uValue.m_pValue);
+        EXPECT_EQ(pValue, VariantView::GetPointer(clsVariant));
     }
 }
 
 TEST(VariantTypeTest, CanTakeAnElementOfItsOwnList)
 {
     CLS_CVariant clsVariant(Variants{"first", Variants{"a long text that is kept on the heap", 2}});
-    clsVariant = std::move((*clsVariant.m_uValue.m_pVector)[1]);
+    clsVariant = std::move((*VariantView::GetList(clsVariant))[1]);
     EXPECT_EQ(CVariantType_Vector, clsVariant.GetType());
     EXPECT_EQ("a long text that is kept on the heap|2", clsVariant.ToString());
-    clsVariant = std::move((*clsVariant.m_uValue.m_pVector)[0]);
+    clsVariant = std::move((*VariantView::GetList(clsVariant))[0]);
     EXPECT_EQ(CVariantType_String, clsVariant.GetType());
     EXPECT_EQ("a long text that is kept on the heap", clsVariant.ToString());
 }
@@ -404,10 +405,10 @@ TEST(VariantTypeTest, CanTakeAnElementOfItsOwnList)
 TEST(VariantTypeTest, CanTakeAnEntryOfItsOwnMap)
 {
     CLS_CVariant clsVariant(VariantMap{{"a", VariantMap{{"b", 7}}}, {"c", "x"}});
-    clsVariant = std::move((*clsVariant.m_uValue.m_pMap)["a"]);
+    clsVariant = std::move((*VariantView::GetMap(clsVariant))["a"]);
     ASSERT_EQ(CVariantType_Map, clsVariant.GetType());
     EXPECT_EQ(1U, clsVariant.ToMap().size());
-    clsVariant = std::move((*clsVariant.m_uValue.m_pMap)["b"]);
+    clsVariant = std::move((*VariantView::GetMap(clsVariant))["b"]);
     EXPECT_EQ(CVariantType_LongLong, clsVariant.GetType());
     EXPECT_EQ("7", clsVariant.ToString());
 }

@@ -1,6 +1,10 @@
 #include "QuenInclude/CLS_LoadTurn.h"
 #include "tests/support/CutWaits.h"
 #include "tests/support/FastSleep.h"
+#include "tests/support/LoadTurnView.h"
+#include "tests/support/PoolView.h"
+#include "tests/support/RunGateView.h"
+#include "tests/support/WorkerView.h"
 #include "tests/unit/ShutdownFixture.h"
 
 #include <chrono>
@@ -49,7 +53,7 @@ bool ComesTo(const CLS_CutWaits& _clsWaits, nanoseconds _nsLimit)
 TEST_F(WaitLimitsTest, DispatcherLooksAtItsFlagEverySecond)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
-    const CLS_CutWaits clsWaits(clsPool.m_cvWaitingTasks);
+    const CLS_CutWaits clsWaits(PoolView::GetQueueSignal(clsPool));
     StartDispatcher(clsPool);
     EXPECT_TRUE(ComesTo(clsWaits, seconds(1)));
 }
@@ -57,7 +61,7 @@ TEST_F(WaitLimitsTest, DispatcherLooksAtItsFlagEverySecond)
 TEST_F(WaitLimitsTest, WorkerLooksAtItsFlagEveryThreeSeconds)
 {
     CLS_TaskThread clsWorker;
-    const CLS_CutWaits clsWaits(clsWorker.m_cvFunction);
+    const CLS_CutWaits clsWaits(WorkerView::GetJobSignal(clsWorker));
     // The first wait may have begun already.
     EXPECT_TRUE(clsWorker.AddFunction([](CLS_TaskThread*) {}));
     EXPECT_TRUE(ComesTo(clsWaits, seconds(3)));
@@ -67,28 +71,28 @@ TEST_F(WaitLimitsTest, WorkerLooksAtItsFlagEveryThreeSeconds)
 TEST_F(WaitLimitsTest, ThreadsWaitForTheirTurnAsLongAsItSays)
 {
     CLS_LoadTurn clsTurn;
-    const CLS_CutWaits clsWaits(clsTurn.m_cvTurn);
-    ASSERT_TRUE(clsTurn.Take());
+    const CLS_CutWaits clsWaits(LoadTurnView::GetSignal(clsTurn));
+    ASSERT_TRUE(LoadTurnView::Take(clsTurn));
     std::thread thNext([&] { EXPECT_TRUE(CLS_LoadTurn::CLS_Scope(clsTurn).IsTaken()); });
     EXPECT_TRUE(ComesTo(clsWaits, milliseconds(1000)));
-    clsTurn.Give();
+    LoadTurnView::Give(clsTurn);
     thNext.join();
 }
 
 TEST_F(WaitLimitsTest, GivingTheTurnBackEndsTheWaitOfTheNextThread)
 {
     CLS_LoadTurn clsTurn;
-    const CLS_CutWaits clsWaits(clsTurn.m_cvTurn);
-    ASSERT_TRUE(clsTurn.Take());
+    const CLS_CutWaits clsWaits(LoadTurnView::GetSignal(clsTurn));
+    ASSERT_TRUE(LoadTurnView::Take(clsTurn));
     EXPECT_EQ(0, clsWaits.GetNotifications());
-    clsTurn.Give();
+    LoadTurnView::Give(clsTurn);
     EXPECT_EQ(1, clsWaits.GetNotifications());
 }
 
 TEST_F(WaitLimitsTest, EndOfAPoolWaitsForARunAsLongAsItIsTold)
 {
     CLS_RunGate clsGate;
-    const CLS_CutWaits clsWaits(clsGate.m_cvGate);
+    const CLS_CutWaits clsWaits(RunGateView::GetSignal(clsGate));
     std::thread([&] { EXPECT_TRUE(clsGate.EnterRun()); }).join();
     EXPECT_FALSE(clsGate.Close(std::chrono::steady_clock::now() + milliseconds(20)));
     EXPECT_TRUE(ComesTo(clsWaits, milliseconds(20)));
@@ -99,7 +103,7 @@ TEST_F(WaitLimitsTest, EndOfAPoolWaitsNineSecondsForARunThatNobodyCanStop)
     ASSERT_NO_FATAL_FAILURE(StartRun());
     CLS_Task::DeleteTask(m_pRun->m_strTaskId);
     {
-        const CLS_CutWaits clsWaits(m_pThread->GetRunGate().m_cvGate);
+        const CLS_CutWaits clsWaits(RunGateView::GetSignal(m_pThread->GetRunGate()));
         CLS_Side clsEnd([] { CLS_QuenTaskPool::m_pInstance->UnInit(); });
         // The time until the wait begins counts, too.
         EXPECT_TRUE(WaitUntil([&] { return clsWaits.GetLongest() > seconds(8); }));
@@ -124,7 +128,7 @@ TEST_F(WaitLimitsTest, EndOfAPoolWaitsNineSecondsForAHostsJobOnAWorker)
         });
     ASSERT_TRUE(clsBegun.Wait());
     {
-        const CLS_CutWaits clsWaits(pThread->GetRunGate().m_cvGate);
+        const CLS_CutWaits clsWaits(RunGateView::GetSignal(pThread->GetRunGate()));
         CLS_Side clsEnd([&clsPool] { clsPool.UnInit(); });
         EXPECT_TRUE(WaitUntil([&] { return clsWaits.GetLongest() > seconds(8); }));
         EXPECT_LE(clsWaits.GetLongest(), seconds(9));
@@ -139,7 +143,7 @@ TEST_F(WaitLimitsTest, EndOfAPoolDoesNotWaitOnceMoreForARunThatOutlastedItsStop)
     ASSERT_NO_FATAL_FAILURE(StartRun());
     {
         const CLS_FastSleep clsFastSleep;
-        const CLS_CutWaits clsWaits(m_pThread->GetRunGate().m_cvGate);
+        const CLS_CutWaits clsWaits(RunGateView::GetSignal(m_pThread->GetRunGate()));
         CLS_QuenTaskPool::m_pInstance->UnInit();
         EXPECT_LE(clsWaits.GetLongest(), nanoseconds(0));
     }
@@ -154,7 +158,7 @@ TEST_F(WaitLimitsTest, AWorkerThatWasLeftBehindDestroysItself)
         CLS_QuenTaskPool::m_pInstance->UnInit();
     }
     // Its destructor tells its thread to end.
-    const CLS_CutWaits clsNotifications(m_pThread->m_cvFunction);
+    const CLS_CutWaits clsNotifications(WorkerView::GetJobSignal(*m_pThread));
     EndRun();
     EXPECT_EQ(1, clsNotifications.GetNotifications());
 }

@@ -4,6 +4,7 @@
 #include "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool.h"
 #include "tests/support/FastSleep.h"
 #include "tests/support/LogRecorder.h"
+#include "tests/support/PoolView.h"
 #include "tests/support/Waiting.h"
 #include "verify/fuzz/FuzzInput.h"
 #include "verify/fuzz/PoolModel.h"
@@ -110,26 +111,27 @@ public:
         CLS_QuenTaskPool& clsPool = GetPool();
         Require(clsPool.GetTaskThreadNum() <= 301, "no more workers than the limit");
         {
-            const CLS_LockGuard lock(clsPool.m_mtxIdleThreads);
-            Require(std::is_sorted(clsPool.m_vecIdleThreads.begin(), clsPool.m_vecIdleThreads.end(),
+            const CLS_LockGuard lock(PoolView::GetIdleLock(clsPool));
+            Require(std::is_sorted(PoolView::GetIdleWorkers(clsPool).begin(),
+                                   PoolView::GetIdleWorkers(clsPool).end(),
                                    [](CLS_TaskThread* _pFirst, CLS_TaskThread* _pSecond)
                                    { return _pFirst->GetOrderId() < _pSecond->GetOrderId(); }),
                     "the idle list is sorted");
         }
-        const CLS_LockGuard lock(clsPool.m_mtxTmpTasks);
+        const CLS_LockGuard lock(PoolView::GetOwnerLock(clsPool));
         std::size_t iOwned = 0;
-        for (const auto& [pOwner, lstTaskIds] : clsPool.m_mapTmpTasks)
+        for (const auto& [pOwner, lstTaskIds] : PoolView::GetOwnerLists(clsPool))
         {
             Require(!lstTaskIds.empty(), "an owner has tasks");
             iOwned += lstTaskIds.size();
             for (const std::string& strTaskId : lstTaskIds)
             {
-                const auto itOwner = clsPool.m_mapTmpTaskOwner.find(strTaskId);
-                Require(itOwner != clsPool.m_mapTmpTaskOwner.end() && itOwner->second == pOwner,
+                const auto itOwner = PoolView::GetTaskOwners(clsPool).find(strTaskId);
+                Require(itOwner != PoolView::GetTaskOwners(clsPool).end() && itOwner->second == pOwner,
                         "an owner's task has that owner");
             }
         }
-        Require(iOwned == clsPool.m_mapTmpTaskOwner.size(), "each task with an owner is that owner's");
+        Require(iOwned == PoolView::GetTaskOwners(clsPool).size(), "each task with an owner is that owner's");
     }
 
     /// Whatever is still to run runs; what is left then is what the registry keeps.
@@ -271,7 +273,7 @@ private:
     static void RetireIdleWorkers()
     {
         CLS_TaskThread::SetWaitingOvertime(0);
-        GetPool().OvertimePass();
+        PoolView::RunWatchdogPass(GetPool());
         CLS_TaskThread::SetWaitingOvertime(300000);
     }
 

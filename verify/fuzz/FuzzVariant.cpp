@@ -1,6 +1,7 @@
 // Gives, copies, re-types and converts a few variants, and compares them with their models after each step.
 
 #include "QuenInclude/Util.h"
+#include "tests/support/VariantView.h"
 #include "verify/fuzz/VariantModel.h"
 
 #include <array>
@@ -76,13 +77,13 @@ private:
         if (!_stTarget.m_vecElements.empty())
         {
             const std::size_t iIndex = iElement % _stTarget.m_vecElements.size();
-            _clsTarget = (*_clsTarget.m_uValue.m_pVector)[iIndex];
+            _clsTarget = (*VariantView::GetList(_clsTarget))[iIndex];
             VariantModel::Assign(_stTarget, _stTarget.m_vecElements[iIndex]);
         }
         else if (!_stTarget.m_mapEntries.empty())
         {
             const std::string strKey = _stTarget.m_mapEntries.begin()->first;
-            _clsTarget = _clsTarget.m_uValue.m_pMap->at(strKey);
+            _clsTarget = VariantView::GetMap(_clsTarget)->at(strKey);
             VariantModel::Assign(_stTarget, _stTarget.m_mapEntries.at(strKey));
         }
     }

@@ -1,5 +1,7 @@
 #include "verify/fuzz/VariantModel.h"
 
+#include "tests/support/VariantView.h"
+
 #include <array>
 #include <cstdio>
 #include <utility>
@@ -90,7 +92,7 @@ void MakeText(CLS_FuzzInput& _clsInput, CLS_CVariant& _clsVariant, ST_VariantMod
 
 void RequireSameElements(const CLS_CVariant& _clsVariant, const ST_VariantModel& _stModel)
 {
-    const std::vector<CLS_CVariant>& vecElements = *_clsVariant.m_uValue.m_pVector;
+    const std::vector<CLS_CVariant>& vecElements = *VariantView::GetList(_clsVariant);
     Require(vecElements.size() == _stModel.m_vecElements.size(), "the length of a list");
     for (std::size_t i = 0; i < vecElements.size(); ++i)
     {
@@ -227,7 +229,8 @@ void VariantModel::RequireSame(const CLS_CVariant& _clsVariant, const ST_Variant
     Require(_clsVariant.ToBool() == ToFlag(_stModel), "the flag");
     if (IsOwned(_stModel.m_iType))
     {
-        Require((_clsVariant.m_uValue.m_pValue != nullptr) == _stModel.m_bOwns, "whether something is owned");
+        Require((VariantView::GetPointer(_clsVariant) != nullptr) == _stModel.m_bOwns,
+                "whether something is owned");
     }
     if (_stModel.m_iType == CVariantType_Vector && _stModel.m_bOwns)
     {

@@ -87,9 +87,9 @@ bool IsRegistryRight(ST_World& _stWorld)
 /// Whether each id in one owner map has its place in the other, and none is there twice.
 bool DoOwnerMapsAgree(CLS_QuenTaskPool& _clsPool)
 {
-    const std::lock_guard<std::mutex> lock(_clsPool.m_mtxTmpTasks);
+    const std::lock_guard<std::mutex> lock(PoolView::GetOwnerLock(_clsPool));
     std::map<std::string, void*> mapOwners;
-    for (const auto& [pOwner, lstTaskIds] : _clsPool.m_mapTmpTasks)
+    for (const auto& [pOwner, lstTaskIds] : PoolView::GetOwnerLists(_clsPool))
     {
         for (const std::string& strTaskId : lstTaskIds)
         {
@@ -99,7 +99,7 @@ bool DoOwnerMapsAgree(CLS_QuenTaskPool& _clsPool)
             }
         }
     }
-    return mapOwners == _clsPool.m_mapTmpTaskOwner;
+    return mapOwners == PoolView::GetTaskOwners(_clsPool);
 }
 
 void ForgetOwned(ST_World& _stWorld)

@@ -1,5 +1,7 @@
 #include "verify/sweep/SweepFixture.h"
 
+#include "tests/support/PoolView.h"
+
 #include <iostream>
 #include <set>
 
@@ -71,15 +73,15 @@ void ExpectRegistryAgrees(const std::set<std::string>& _setQueued)
 
 void ExpectWorkersAgree(CLS_QuenTaskPool& _clsPool)
 {
-    const std::lock_guard<std::mutex> lock(_clsPool.m_mtxIdleThreads);
+    const std::lock_guard<std::mutex> lock(PoolView::GetIdleLock(_clsPool));
     int iLastOrder = -1;
-    for (CLS_TaskThread* const pThread : _clsPool.m_vecIdleThreads)
+    for (CLS_TaskThread* const pThread : PoolView::GetIdleWorkers(_clsPool))
     {
         EXPECT_LT(iLastOrder, pThread->GetOrderId());
         iLastOrder = pThread->GetOrderId();
-        const std::shared_lock<std::shared_mutex> lockWorkers(_clsPool.m_smThreadTaskLock);
-        ASSERT_EQ(1U, _clsPool.m_mapThreadTask.count(pThread));
-        EXPECT_EQ("", _clsPool.m_mapThreadTask.at(pThread));
+        const std::shared_lock<std::shared_mutex> lockWorkers(PoolView::GetWorkerLock(_clsPool));
+        ASSERT_EQ(1U, PoolView::GetWorkers(_clsPool).count(pThread));
+        EXPECT_EQ("", PoolView::GetWorkers(_clsPool).at(pThread));
     }
 }
 } // namespace
@@ -188,6 +190,6 @@ bool CLS_SweepFixture::RunsATask(CLS_QuenTaskPool& _clsPool)
 {
     CLS_Gate clsRan;
     const bool bAdded = _clsPool.AddTmpTask([&clsRan] { clsRan.Open(); }, this, CALL);
-    _clsPool.DispatchPass();
+    PoolView::RunDispatchPass(_clsPool);
     return bAdded && clsRan.Wait() && PoolView::WaitForAllIdle(_clsPool);
 }

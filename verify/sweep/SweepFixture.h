@@ -45,9 +45,10 @@ private:
 /// part of the sweep.
 class CLS_SweepFixture : public CLS_ShutdownFixture
 {
-protected:
+public:
     static constexpr const char* CALL = "a call that is too long for the text object itself";
 
+protected:
     void SetUp() override;
     void TearDown() override;
 
@@ -75,8 +76,8 @@ protected:
     /// Whether the queue had no memory to grow, which it survives: nothing failed then. For a still pool.
     static bool HasOverflow(CLS_QuenTaskPool& _clsPool)
     {
-        const std::lock_guard<std::mutex> lock(_clsPool.m_mtxWaitingTasks);
-        return !_clsPool.m_lstWaitingOverflow.empty();
+        const std::lock_guard<std::mutex> lock(PoolView::GetQueueLock(_clsPool));
+        return !PoolView::GetOverflowIds(_clsPool).empty();
     }
 
     /// Whether the pool runs a task that it is given. For a still pool.

@@ -1,5 +1,6 @@
 // Sweeps of the pool's beginning and end.
 
+#include "tests/support/PoolView.h"
 #include "tests/support/RecordMatchers.h"
 #include "verify/sweep/SweepFixture.h"
 
@@ -20,7 +21,7 @@ protected:
         pPool->AddLoopTask([&clsRuns] { clsRuns.Add(); }, 0, strTaskId, CALL);
         const bool bRuns = clsRuns.Wait(2);
         pPool->RemoveTask(strTaskId, CALL);
-        return bRuns && pPool->m_pOvertimeThread;
+        return bRuns && PoolView::GetWatchdog(*pPool);
     }
 
     /// A pool with an idle worker, and another one whose run outlasts everything.

@@ -1,5 +1,6 @@
 // Sweeps of the service threads' passes, each on a thread of its own.
 
+#include "tests/support/PoolView.h"
 #include "tests/support/RecordMatchers.h"
 #include "verify/sweep/SweepFixture.h"
 
@@ -39,7 +40,7 @@ TEST_F(SweepServicesTest, DispatcherTriesUntilItHasItsWorkersAndEveryTaskRuns)
                       this, CALL));
               }
               CLS_Gate clsMayBegin;
-              clsPool.m_pTaskingThread = std::make_unique<std::thread>(
+              PoolView::GetDispatcher(clsPool) = std::make_unique<std::thread>(
                   [&]
                   {
                       EXPECT_TRUE(clsMayBegin.Wait());
@@ -51,7 +52,7 @@ TEST_F(SweepServicesTest, DispatcherTriesUntilItHasItsWorkersAndEveryTaskRuns)
                       clsMayBegin.Open();
                       EXPECT_TRUE(clsStarted.Wait(TASKS));
                   },
-                  clsPool.m_pTaskingThread->get_id());
+                  PoolView::GetDispatcher(clsPool)->get_id());
               EXPECT_EQ(TASKS, clsPool.GetTaskThreadNum());
               clsMayEnd.Open();
               EXPECT_TRUE(PoolView::WaitForAllIdle(clsPool));
@@ -69,10 +70,10 @@ TEST_F(SweepServicesTest, BusyReportLeavesItsRecordAndTheDispatcherGoesOn)
           [this](CLS_SweepPoint& _clsPoint)
           {
               CLS_QuenTaskPool& clsPool = MakeStillPool();
-              clsPool.m_iMaxThread = 0;
+              PoolView::GetWorkerLimit(clsPool) = 0;
               StartDispatcher(clsPool);
               const HeldRun pRun = StartHeldRun(clsPool);
-              const std::thread::id idDispatcher = clsPool.m_pTaskingThread->get_id();
+              const std::thread::id idDispatcher = PoolView::GetDispatcher(clsPool)->get_id();
               const int iBefore = m_clsRuns.Get();
               const auto isCount = IsPoolRecord(
                   2, "FunTaskingThread", "waiting task count [1] CurrentThreadCount [1] MaxThread [0]");
@@ -122,7 +123,7 @@ TEST_F(SweepServicesTest, LoopSchedulerLeavesItsRecordAndQueuesEveryDueTaskOnce)
               PoolView::AddToLoopTasks(clsPool, strFirst);
               PoolView::AddToLoopTasks(clsPool, strSecond);
               CLS_Gate clsMayBegin;
-              clsPool.m_pLoopThread = std::make_unique<std::thread>(
+              PoolView::GetLoopScheduler(clsPool) = std::make_unique<std::thread>(
                   [&]
                   {
                       EXPECT_TRUE(clsMayBegin.Wait());
@@ -135,7 +136,7 @@ TEST_F(SweepServicesTest, LoopSchedulerLeavesItsRecordAndQueuesEveryDueTaskOnce)
                       EXPECT_TRUE(WaitUntil([&] { return PoolView::GetQueue(clsPool).size() == 2; },
                                             std::chrono::seconds(10)));
                   },
-                  clsPool.m_pLoopThread->get_id());
+                  PoolView::GetLoopScheduler(clsPool)->get_id());
               EXPECT_THAT(PoolView::GetQueue(clsPool), ::testing::UnorderedElementsAre(strFirst, strSecond));
               EXPECT_EQ(bFailed && !HasOverflow(clsPool) ? 1U : 0U, LogRecorder::Peek().size());
               EXPECT_THAT(LogRecorder::Take(), ::testing::Each(isFailure));
@@ -157,17 +158,17 @@ TEST_F(SweepServicesTest, WatchdogLeavesItsRecordAndRetiresEveryOverrunWorker)
               CLS_TaskThread::SetWaitingOvertime(0);
               CLS_TaskThread* const pFirst = clsPool.CreateTaskThread();
               CLS_TaskThread* const pSecond = clsPool.CreateTaskThread();
-              clsPool.AddIdleWorker(pFirst);
-              clsPool.AddIdleWorker(pSecond);
+              PoolView::AddIdleWorker(clsPool, pFirst);
+              PoolView::AddIdleWorker(clsPool, pSecond);
               // Something is wrong with the second worker, and to be reported.
               const std::string strTaskId = MakeTask({});
               std::string strBound = strTaskId;
-              clsPool.BindTask(pSecond, strBound);
+              PoolView::BindTask(clsPool, pSecond, strBound);
               const auto isBound = IsPoolRecord(3, WATCHDOG,
                                                 "OvertimeThread is fail taskId - " + strTaskId + " " +
                                                     MakeParamText(strTaskId, "call"));
               CLS_Gate clsMayBegin;
-              clsPool.m_pOvertimeThread = std::make_unique<std::thread>(
+              PoolView::GetWatchdog(clsPool) = std::make_unique<std::thread>(
                   [&]
                   {
                       EXPECT_TRUE(clsMayBegin.Wait());
@@ -175,20 +176,23 @@ TEST_F(SweepServicesTest, WatchdogLeavesItsRecordAndRetiresEveryOverrunWorker)
                   });
               LogRecorder::SetHook(
                   [&](const LogRecorder::ST_Record& _stRecord)
-                  { clsPool.m_bRun = clsPool.m_bRun && _stRecord.m_strMessage != "delete pThread - 0"; });
+                  {
+                      PoolView::GetRunFlag(clsPool) =
+                          PoolView::GetRunFlag(clsPool) && _stRecord.m_strMessage != "delete pThread - 0";
+                  });
               {
                   const CLS_FastSleep clsFastSleep;
                   _clsPoint.Fail(
                       [&]
                       {
                           clsMayBegin.Open();
-                          EXPECT_TRUE(WaitUntil([&] { return !clsPool.m_bRun; }));
+                          EXPECT_TRUE(WaitUntil([&] { return !PoolView::GetRunFlag(clsPool); }));
                       },
-                      clsPool.m_pOvertimeThread->get_id());
+                      PoolView::GetWatchdog(clsPool)->get_id());
               }
-              clsPool.EndServiceThreads();
+              PoolView::EndServiceThreads(clsPool);
               LogRecorder::SetHook({});
-              clsPool.m_bRun = true;
+              PoolView::GetRunFlag(clsPool) = true;
               const std::vector<LogRecorder::ST_Record> vecRecords = LogRecorder::Take();
               if (!_clsPoint.HasFailed())
               {

@@ -1,5 +1,6 @@
 // Sweeps of what makes and queues tasks.
 
+#include "tests/support/PoolView.h"
 #include "tests/support/RecordMatchers.h"
 #include "verify/sweep/SweepFixture.h"
 
@@ -85,7 +86,7 @@ TEST_F(SweepSubmissionTest, AddTmpTaskReturnsFalseWithItsRecordAndHalfNotesNothi
 
               // What was queued runs, also when its owner could not be noted.
               const int iBefore = m_clsRuns.Get();
-              clsPool.DispatchPass();
+              PoolView::RunDispatchPass(clsPool);
               EXPECT_TRUE(PoolView::WaitForAllIdle(clsPool));
               EXPECT_EQ(iBefore + iQueued + 1, m_clsRuns.Get());
               EXPECT_THAT(PoolView::GetOwners(clsPool), IsEmpty());
@@ -151,7 +152,7 @@ TEST_F(SweepSubmissionTest, AddLoopTaskLeavesItsRecordAndAnIdThatIsOldOrRegister
               ExpectConsistent(clsPool);
 
               const int iBefore = m_clsRuns.Get();
-              clsPool.DispatchPass();
+              PoolView::RunDispatchPass(clsPool);
               EXPECT_TRUE(PoolView::WaitForAllIdle(clsPool));
               EXPECT_EQ(iBefore + iQueued + 1, m_clsRuns.Get());
               clsPool.RemoveTask(strTaskId, m_strCall);
@@ -182,7 +183,7 @@ TEST_F(SweepSubmissionTest, AddWaitingTasksThrowsAndTheTaskIsNotWaiting)
               EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strTaskId));
               ExpectConsistent(clsPool);
               const int iBefore = m_clsRuns.Get();
-              clsPool.DispatchPass();
+              PoolView::RunDispatchPass(clsPool);
               EXPECT_TRUE(PoolView::WaitForAllIdle(clsPool));
               EXPECT_EQ(iBefore + 1, m_clsRuns.Get());
           });

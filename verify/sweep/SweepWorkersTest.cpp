@@ -1,6 +1,8 @@
 // Sweeps of the workers: their making, and their runs on their own threads.
 
+#include "tests/support/PoolView.h"
 #include "tests/support/RecordMatchers.h"
+#include "tests/support/WorkerView.h"
 #include "verify/sweep/SweepFixture.h"
 
 #include <stdexcept>
@@ -21,14 +23,17 @@ protected:
     /// Lets a worker run a task, as the dispatcher would, and waits until the worker is idle again.
     static void Run(CLS_QuenTaskPool& _clsPool, CLS_TaskThread* _pThread, std::string _strTaskId)
     {
-        _clsPool.BindTask(_pThread, _strTaskId);
+        PoolView::BindTask(_clsPool, _pThread, _strTaskId);
         _pThread->AddFunction([&_clsPool](CLS_TaskThread* _pSelf) { _clsPool.FunRunTask(_pSelf); });
         EXPECT_TRUE(WaitForIdle(_clsPool, 1));
         // The pass that follows the job's is past, and with it what the worker still records.
-        const std::lock_guard<std::mutex> lock(_pThread->m_mtxFunction);
+        const std::lock_guard<std::mutex> lock(WorkerView::GetJobLock(*_pThread));
     }
 
-    static std::thread::id GetThread(const CLS_TaskThread* _pThread) { return _pThread->m_pThread->get_id(); }
+    static std::thread::id GetThread(CLS_TaskThread* _pThread)
+    {
+        return WorkerView::GetThread(*_pThread)->get_id();
+    }
 
     /// The records of a run that fails in the worker's own steps.
     static auto IsRunError() { return IsPoolRecord(3, "FunRunTask", "task run error - 0 "); }
@@ -58,13 +63,13 @@ TEST_F(SweepWorkersTest, GetTaskThreadLeavesItsRecordAndIsNull)
               ASSERT_NE(nullptr, pThread);
               EXPECT_EQ(0, pThread->GetOrderId());
               EXPECT_EQ(1, clsPool.GetTaskThreadNum());
-              clsPool.AddIdleWorker(pThread);
+              PoolView::AddIdleWorker(clsPool, pThread);
               EXPECT_FALSE(_clsPoint.HasFailed() &&
                            CLS_SweepPoint(1).Fail([&] { EXPECT_EQ(pThread, clsPool.GetTaskThread()); }))
                   << "an idle worker needs no memory";
               if (bFailed)
               {
-                  clsPool.AddIdleWorker(pThread);
+                  PoolView::AddIdleWorker(clsPool, pThread);
               }
               EXPECT_TRUE(RunsATask(clsPool));
           });
@@ -99,7 +104,7 @@ TEST_F(SweepWorkersTest, RunOfATmpTaskLeavesItsRecordAndAnIdleWorker)
               CLS_QuenTaskPool& clsPool = MakeStillPool();
               CLS_TaskThread* const pThread = clsPool.CreateTaskThread();
               const std::string strTaskId = MakeTask(MakeCallable());
-              clsPool.AddOwnedTask(strTaskId, this);
+              PoolView::AddOwnedTask(clsPool, strTaskId, this);
               const int iBefore = m_clsRuns.Get();
               const bool bFailed =
                   _clsPoint.Fail([&] { Run(clsPool, pThread, strTaskId); }, GetThread(pThread));
@@ -116,7 +121,7 @@ TEST_F(SweepWorkersTest, RunOfATmpTaskLeavesItsRecordAndAnIdleWorker)
                   EXPECT_THAT(vecRecords, ElementsAre(IsJobError(), IsGone()));
               }
               ExpectConsistent(clsPool);
-              EXPECT_EQ(pThread, clsPool.TakeIdleWorker());
+              EXPECT_EQ(pThread, PoolView::TakeIdleWorker(clsPool));
 
               Run(clsPool, pThread, strTaskId);
               EXPECT_EQ(iBefore + (bRan ? 2 : 1), m_clsRuns.Get());
@@ -159,7 +164,7 @@ TEST_F(SweepWorkersTest, RunOfATaskThatThrowsLeavesItsRecordsAndAnIdleWorker)
                   EXPECT_THAT(vecRecords, ElementsAre(isThrown));
               }
               ExpectConsistent(clsPool);
-              EXPECT_EQ(pThread, clsPool.TakeIdleWorker());
+              EXPECT_EQ(pThread, PoolView::TakeIdleWorker(clsPool));
 
               Run(clsPool, pThread, strTaskId);
               EXPECT_THAT(LogRecorder::Take(), ElementsAre(isThrown));
@@ -177,11 +182,11 @@ TEST_F(SweepWorkersTest, LoopTaskWhoseRunFailedIsQueuedAgain)
               CLS_TaskThread* const pThread = clsPool.CreateTaskThread();
               const std::string strTaskId = MakeTask(MakeCallable(), 0);
               PoolView::AddToLoopTasks(clsPool, strTaskId);
-              clsPool.LoopPass();
+              PoolView::RunLoopPass(clsPool);
               PoolView::ClearQueue(clsPool);
               _clsPoint.Fail([&] { Run(clsPool, pThread, strTaskId); }, GetThread(pThread));
               LogRecorder::Clear();
-              clsPool.LoopPass();
+              PoolView::RunLoopPass(clsPool);
               EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strTaskId));
               ExpectConsistent(clsPool);
           });

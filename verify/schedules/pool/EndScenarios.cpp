@@ -1,3 +1,4 @@
+#include "tests/support/PoolView.h"
 #include "verify/schedules/pool/Marks.h"
 #include "verify/schedules/pool/Scenarios.h"
 #include "verify/schedules/pool/World.h"
@@ -50,7 +51,7 @@ void EndAtEveryMoment()
 {
     CLS_World clsWorld;
     CLS_QuenTaskPool& clsPool = CLS_World::MakePool();
-    clsPool.m_iMaxThread = 1;
+    PoolView::GetWorkerLimit(clsPool) = 1;
     int iOwner = 0;
     int iOther = 0;
     ST_Job& stLoop = clsWorld.MakeJob("L", 2ms);
@@ -101,7 +102,7 @@ void EndWithOverrun()
 {
     CLS_World clsWorld;
     CLS_QuenTaskPool& clsPool = CLS_World::MakePool();
-    clsPool.m_iMaxThread = 0;
+    PoolView::GetWorkerLimit(clsPool) = 0;
     int iOwner = 0;
     ST_Job& stOverrun = clsWorld.MakeJob("A", 10s);
     ST_Job& stWaiting = clsWorld.MakeJob("B");

@@ -1,3 +1,4 @@
+#include "tests/support/PoolView.h"
 #include "verify/schedules/pool/Marks.h"
 #include "verify/schedules/pool/Scenarios.h"
 #include "verify/schedules/pool/World.h"
@@ -64,7 +65,7 @@ void LoopRemovedWhileItIsSubmitted()
     clsPool.AddLoopTask(CLS_World::MakeCallable(stLoop), 1000, strTaskId, "A");
     bSubmitted = true;
     std::this_thread::sleep_for(CLS_World::ALL_LOOKS + 1s);
-    Require(clsPool.m_vecLoopTasks.empty(), "the loop list keeps its id");
+    Require(PoolView::GetLoopIds(clsPool).empty(), "the loop list keeps its id");
     clsWorld.EndPool(clsPool);
     CLS_World::RequireNobodyLeft();
 }

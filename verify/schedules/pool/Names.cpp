@@ -1,6 +1,11 @@
 #include "verify/schedules/pool/Names.h"
 
 #include "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool.h"
+#include "tests/support/BasicView.h"
+#include "tests/support/PoolView.h"
+#include "tests/support/RunGateView.h"
+#include "tests/support/TaskView.h"
+#include "tests/support/WorkerView.h"
 #include "verify/schedules/core/Memory.h"
 
 #include <array>
@@ -22,47 +27,45 @@ std::map<const CLS_QuenTaskPool*, std::string> s_mapPools;
 std::map<const CLS_TaskThread*, std::string> s_mapWorkers;
 std::map<const CLS_Task*, std::string> s_mapTasks;
 
-/// Whether the place is in the member; if so, its name.
-template <typename Member>
-bool IsIn(const void* _pPlace, const Member& _clsMember)
+/// Whether the place is in the object.
+template <typename T_Object>
+bool IsIn(const void* _pPlace, const T_Object& _clsObject)
 {
-    const auto* const pBegin = reinterpret_cast<const char*>(&_clsMember);
-    const auto* const pPlace = static_cast<const char*>(_pPlace);
-    return pPlace >= pBegin && pPlace < pBegin + sizeof(Member);
+    return ClassLayout::Describe("", _clsObject).Contains(_pPlace);
 }
 
-std::string NameMember(const void* _pPlace, const CLS_QuenTaskPool& _clsPool)
+ClassLayout::Members ListMembers(const CLS_QuenTaskPool& _clsPool)
 {
-    return IsIn(_pPlace, _clsPool.m_mtxWaitingTasks)    ? "m_mtxWaitingTasks"
-           : IsIn(_pPlace, _clsPool.m_cvWaitingTasks)   ? "m_cvWaitingTasks"
-           : IsIn(_pPlace, _clsPool.m_smLoopTasksLock)  ? "m_smLoopTasksLock"
-           : IsIn(_pPlace, _clsPool.m_mtxTmpTasks)      ? "m_mtxTmpTasks"
-           : IsIn(_pPlace, _clsPool.m_mtxIdleThreads)   ? "m_mtxIdleThreads"
-           : IsIn(_pPlace, _clsPool.m_smThreadTaskLock) ? "m_smThreadTaskLock"
-           : IsIn(_pPlace, _clsPool.m_bRun)             ? "m_bRun"
-                                                        : "a member";
+    return PoolView::ListMembers(_clsPool);
 }
 
-std::string NameMember(const void* _pPlace, const CLS_TaskThread& _clsWorker)
+ClassLayout::Members ListMembers(const CLS_TaskThread& _clsWorker)
 {
-    return IsIn(_pPlace, _clsWorker.m_mtxFunction)            ? "m_mtxFunction"
-           : IsIn(_pPlace, _clsWorker.m_cvFunction)           ? "m_cvFunction"
-           : IsIn(_pPlace, _clsWorker.m_bRun)                 ? "m_bRun"
-           : IsIn(_pPlace, _clsWorker.m_iOrderId)             ? "m_iOrderId"
-           : IsIn(_pPlace, _clsWorker.m_tpLastActive)         ? "m_tpLastActive"
-           : IsIn(_pPlace, _clsWorker.m_clsRunGate.m_mtxGate) ? "m_mtxGate"
-           : IsIn(_pPlace, _clsWorker.m_clsRunGate.m_cvGate)  ? "m_cvGate"
-                                                              : "a member";
+    ClassLayout::Members vecMembers = RunGateView::ListMembers(WorkerView::GetRunGate(_clsWorker));
+    const ClassLayout::Members vecOwn = WorkerView::ListMembers(_clsWorker);
+    vecMembers.insert(vecMembers.end(), vecOwn.begin(), vecOwn.end());
+    return vecMembers;
 }
 
-std::string NameMember(const void* _pPlace, const CLS_Task& _clsTask)
+ClassLayout::Members ListMembers(const CLS_Task& _clsTask)
 {
-    return IsIn(_pPlace, _clsTask.m_iTaskStatus)     ? "m_iTaskStatus"
-           : IsIn(_pPlace, _clsTask.m_bValid)        ? "m_bValid"
-           : IsIn(_pPlace, _clsTask.m_iLoopInterval) ? "m_iLoopInterval"
-           : IsIn(_pPlace, _clsTask.m_tpLastRun)     ? "m_tpLastRun"
-           : IsIn(_pPlace, _clsTask.m_smParamLock)   ? "m_smParamLock"
-                                                     : "a member";
+    ClassLayout::Members vecMembers = TaskView::ListMembers(_clsTask);
+    const ClassLayout::Members vecBase = BasicView::ListMembers(_clsTask);
+    vecMembers.insert(vecMembers.end(), vecBase.begin(), vecBase.end());
+    return vecMembers;
+}
+
+template <typename T_Object>
+std::string NameMember(const void* _pPlace, const T_Object& _clsObject)
+{
+    for (const ClassLayout::ST_Member& stMember : ListMembers(_clsObject))
+    {
+        if (stMember.Contains(_pPlace))
+        {
+            return stMember.m_szName;
+        }
+    }
+    return "a member";
 }
 
 /// The member of the learnt object that the place is in; "" when it is in none.
@@ -119,7 +122,7 @@ void Learn()
         return;
     }
     s_mapPools.try_emplace(pPool, "pool " + std::to_string(s_mapPools.size() + 1));
-    for (const auto& [pWorker, strTaskId] : pPool->m_mapThreadTask)
+    for (const auto& [pWorker, strTaskId] : PoolView::GetWorkers(*pPool))
     {
         s_mapWorkers.try_emplace(pWorker, "worker " + std::to_string(s_mapWorkers.size()));
     }

@@ -1,3 +1,4 @@
+#include "tests/support/PoolView.h"
 #include "verify/schedules/pool/Marks.h"
 #include "verify/schedules/pool/Scenarios.h"
 #include "verify/schedules/pool/World.h"
@@ -30,7 +31,7 @@ void RemoveOwnerOfMany()
 {
     CLS_World clsWorld;
     CLS_QuenTaskPool& clsPool = CLS_World::MakePool();
-    clsPool.m_iMaxThread = 0;
+    PoolView::GetWorkerLimit(clsPool) = 0;
     int iOwner = 0;
     ST_Job& stRunning = clsWorld.MakeJob("A", 350ms);
     ST_Job& stWaiting = clsWorld.MakeJob("B");
@@ -192,7 +193,7 @@ void CapturedObjectEndsThePool()
 {
     CLS_World clsWorld;
     CLS_QuenTaskPool& clsPool = CLS_World::MakePool();
-    clsPool.m_iMaxThread = 0;
+    PoolView::GetWorkerLimit(clsPool) = 0;
     int iOwner = 0;
     int iOther = 0;
     bool bDestroyed = false;

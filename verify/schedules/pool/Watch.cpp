@@ -1,5 +1,8 @@
 #include "verify/schedules/pool/Watch.h"
 
+#include "tests/support/PoolView.h"
+#include "tests/support/TaskView.h"
+#include "tests/support/WorkerView.h"
 #include "verify/schedules/core/Memory.h"
 #include "verify/schedules/core/Scheduler.h"
 #include "verify/schedules/pool/Names.h"
@@ -9,7 +12,7 @@
 
 void CLS_Watch::Look(CLS_Scheduler& _clsScheduler)
 {
-    const CLS_QuenTaskPool* const pPool = CLS_QuenTaskPool::m_pInstance;
+    CLS_QuenTaskPool* const pPool = CLS_QuenTaskPool::m_pInstance;
     if (pPool != m_pPool)
     {
         *this = CLS_Watch();
@@ -21,35 +24,36 @@ void CLS_Watch::Look(CLS_Scheduler& _clsScheduler)
     }
     LookAtLocks(_clsScheduler, *pPool);
     LookAtTasks(_clsScheduler);
-    if (_clsScheduler.IsLockFree(&pPool->m_smThreadTaskLock))
+    if (_clsScheduler.IsLockFree(&PoolView::GetWorkerLock(*pPool)))
     {
         LookAtBindings(_clsScheduler, *pPool);
-        if (_clsScheduler.IsLockFree(&pPool->m_mtxIdleThreads))
+        if (_clsScheduler.IsLockFree(&PoolView::GetIdleLock(*pPool)))
         {
             LookAtIdleList(_clsScheduler, *pPool);
         }
     }
-    if (_clsScheduler.IsLockFree(&pPool->m_mtxWaitingTasks))
+    if (_clsScheduler.IsLockFree(&PoolView::GetQueueLock(*pPool)))
     {
-        m_setQueued.insert(pPool->m_vecWaitingTasks.begin(), pPool->m_vecWaitingTasks.end());
-        m_setQueued.insert(pPool->m_lstWaitingOverflow.begin(), pPool->m_lstWaitingOverflow.end());
+        m_setQueued.insert(PoolView::GetWaitingIds(*pPool).begin(), PoolView::GetWaitingIds(*pPool).end());
+        m_setQueued.insert(PoolView::GetOverflowIds(*pPool).begin(), PoolView::GetOverflowIds(*pPool).end());
     }
-    if (_clsScheduler.IsLockFree(&pPool->m_mtxTmpTasks))
+    if (_clsScheduler.IsLockFree(&PoolView::GetOwnerLock(*pPool)))
     {
         LookAtOwners(_clsScheduler, *pPool);
     }
 }
 
-void CLS_Watch::LookAtLocks(CLS_Scheduler& _clsScheduler, const CLS_QuenTaskPool& _clsPool)
+void CLS_Watch::LookAtLocks(CLS_Scheduler& _clsScheduler, CLS_QuenTaskPool& _clsPool)
 {
     // Where threads may be slow, time passes at any step.
     if (!m_setHolders.empty() && _clsScheduler.GetTime() != m_nsNow && !_clsScheduler.HasSlowThreads())
     {
         _clsScheduler.Fail("a lock of the pool is held while its holder waits");
     }
-    const std::array<const void*, 5> arrLocks{&_clsPool.m_mtxWaitingTasks, &_clsPool.m_smLoopTasksLock,
-                                              &_clsPool.m_mtxTmpTasks, &_clsPool.m_mtxIdleThreads,
-                                              &_clsPool.m_smThreadTaskLock};
+    const std::array<const void*, 5> arrLocks{
+        &PoolView::GetQueueLock(_clsPool), &PoolView::GetLoopListLock(_clsPool),
+        &PoolView::GetOwnerLock(_clsPool), &PoolView::GetIdleLock(_clsPool),
+        &PoolView::GetWorkerLock(_clsPool)};
     m_setHolders.clear();
     for (const void* const pLock : arrLocks)
     {
@@ -75,7 +79,7 @@ void CLS_Watch::LookAtTasks(CLS_Scheduler& _clsScheduler)
     const bool bUnderLock = m_setHolders.count(_clsScheduler.GetCurrentNumber()) > 0;
     for (const auto& [strTaskId, pTask] : CLS_Task::m_mapTaskData)
     {
-        if (pTask->m_bValid.load())
+        if (TaskView::GetValidWord(*pTask).load())
         {
             m_vecValid.push_back(pTask.get());
         }
@@ -86,9 +90,9 @@ void CLS_Watch::LookAtTasks(CLS_Scheduler& _clsScheduler)
     }
 }
 
-void CLS_Watch::LookAtBindings(CLS_Scheduler& _clsScheduler, const CLS_QuenTaskPool& _clsPool)
+void CLS_Watch::LookAtBindings(CLS_Scheduler& _clsScheduler, CLS_QuenTaskPool& _clsPool)
 {
-    for (const auto& [pWorker, strTaskId] : _clsPool.m_mapThreadTask)
+    for (const auto& [pWorker, strTaskId] : PoolView::GetWorkers(_clsPool))
     {
         // One that the end of the pool has left behind may be faster.
         if (m_bRun && Memory::IsFreed(pWorker))
@@ -105,14 +109,15 @@ void CLS_Watch::LookAtBindings(CLS_Scheduler& _clsScheduler, const CLS_QuenTaskP
             strBefore = strTaskId;
         }
     }
-    if (_clsPool.m_mapThreadTask.size() > static_cast<std::size_t>(_clsPool.m_iMaxThread) + 1)
+    if (PoolView::GetWorkers(_clsPool).size() >
+        static_cast<std::size_t>(PoolView::GetWorkerLimit(_clsPool)) + 1)
     {
         _clsScheduler.Fail("there are more workers than the limit and one");
     }
-    m_bRun = _clsPool.m_bRun.load();
+    m_bRun = PoolView::GetRunFlag(_clsPool).load();
 }
 
-void CLS_Watch::NoteUnbound(CLS_Scheduler& _clsScheduler, const CLS_QuenTaskPool& _clsPool,
+void CLS_Watch::NoteUnbound(CLS_Scheduler& _clsScheduler, CLS_QuenTaskPool& _clsPool,
                             const CLS_TaskThread* _pWorker, const std::string& _strTaskId)
 {
     if (!m_bRun)
@@ -121,16 +126,17 @@ void CLS_Watch::NoteUnbound(CLS_Scheduler& _clsScheduler, const CLS_QuenTaskPool
     }
     // A task that ran before its owner was noted keeps the entry.
     m_mapLastTask.erase(_pWorker);
-    if (_clsScheduler.IsLockFree(&_clsPool.m_mtxTmpTasks) && _clsPool.m_mapTmpTaskOwner.count(_strTaskId) > 0)
+    if (_clsScheduler.IsLockFree(&PoolView::GetOwnerLock(_clsPool)) &&
+        PoolView::GetTaskOwners(_clsPool).count(_strTaskId) > 0)
     {
         m_mapLastTask[_pWorker] = _strTaskId;
     }
 }
 
-void CLS_Watch::LookAtIdleList(CLS_Scheduler& _clsScheduler, const CLS_QuenTaskPool& _clsPool)
+void CLS_Watch::LookAtIdleList(CLS_Scheduler& _clsScheduler, CLS_QuenTaskPool& _clsPool)
 {
     std::vector<ST_Idle> vecIdle;
-    for (CLS_TaskThread* const pWorker : _clsPool.m_vecIdleThreads)
+    for (CLS_TaskThread* const pWorker : PoolView::GetIdleWorkers(_clsPool))
     {
         const auto funIsWorker = [&](const ST_Idle& _stIdle) { return _stIdle.m_pWorker == pWorker; };
         if (Memory::IsFreed(pWorker))
@@ -141,9 +147,9 @@ void CLS_Watch::LookAtIdleList(CLS_Scheduler& _clsScheduler, const CLS_QuenTaskP
         {
             _clsScheduler.Fail("a worker is on the idle list twice");
         }
-        vecIdle.push_back({pWorker, pWorker->m_iOrderId.load()});
-        const auto itBound = _clsPool.m_mapThreadTask.find(pWorker);
-        if (itBound != _clsPool.m_mapThreadTask.end() && !itBound->second.empty())
+        vecIdle.push_back({pWorker, WorkerView::GetOrderWord(*pWorker).load()});
+        const auto itBound = PoolView::GetWorkers(_clsPool).find(pWorker);
+        if (itBound != PoolView::GetWorkers(_clsPool).end() && !itBound->second.empty())
         {
             _clsScheduler.Fail("a worker is idle and bound");
         }
@@ -177,30 +183,30 @@ void CLS_Watch::NoteIdle(CLS_Scheduler& _clsScheduler, const CLS_TaskThread* _pW
     }
 }
 
-void CLS_Watch::LookAtOwners(CLS_Scheduler& _clsScheduler, const CLS_QuenTaskPool& _clsPool) const
+void CLS_Watch::LookAtOwners(CLS_Scheduler& _clsScheduler, CLS_QuenTaskPool& _clsPool) const
 {
     std::size_t uiListed = 0;
-    for (const auto& [pOwner, lstTaskIds] : _clsPool.m_mapTmpTasks)
+    for (const auto& [pOwner, lstTaskIds] : PoolView::GetOwnerLists(_clsPool))
     {
         uiListed += lstTaskIds.size();
-        const bool bAgree =
-            std::all_of(lstTaskIds.begin(), lstTaskIds.end(),
-                        [&, pNoted = pOwner](const std::string& _strTaskId)
-                        {
-                            const auto itOwner = _clsPool.m_mapTmpTaskOwner.find(_strTaskId);
-                            return itOwner != _clsPool.m_mapTmpTaskOwner.end() && itOwner->second == pNoted;
-                        });
-        if (!bAgree || lstTaskIds.empty() || _clsPool.m_mapTmpTaskCursors.count(pOwner) == 0)
+        const bool bAgree = std::all_of(
+            lstTaskIds.begin(), lstTaskIds.end(),
+            [&, pNoted = pOwner](const std::string& _strTaskId)
+            {
+                const auto itOwner = PoolView::GetTaskOwners(_clsPool).find(_strTaskId);
+                return itOwner != PoolView::GetTaskOwners(_clsPool).end() && itOwner->second == pNoted;
+            });
+        if (!bAgree || lstTaskIds.empty() || PoolView::GetOwnerCursors(_clsPool).count(pOwner) == 0)
         {
             _clsScheduler.Fail("the owner maps disagree");
         }
     }
-    if (uiListed != _clsPool.m_mapTmpTaskOwner.size() ||
-        _clsPool.m_mapTmpTaskCursors.size() != _clsPool.m_mapTmpTasks.size())
+    if (uiListed != PoolView::GetTaskOwners(_clsPool).size() ||
+        PoolView::GetOwnerCursors(_clsPool).size() != PoolView::GetOwnerLists(_clsPool).size())
     {
         _clsScheduler.Fail("the owner maps disagree");
     }
-    for (const auto& [strTaskId, pOwner] : _clsPool.m_mapTmpTaskOwner)
+    for (const auto& [strTaskId, pOwner] : PoolView::GetTaskOwners(_clsPool))
     {
         if (m_setQueued.count(strTaskId) == 0)
         {

@@ -19,14 +19,14 @@ public:
     void Look(CLS_Scheduler& _clsScheduler);
 
 private:
-    void LookAtLocks(CLS_Scheduler& _clsScheduler, const CLS_QuenTaskPool& _clsPool);
+    void LookAtLocks(CLS_Scheduler& _clsScheduler, CLS_QuenTaskPool& _clsPool);
     void LookAtTasks(CLS_Scheduler& _clsScheduler);
-    void LookAtBindings(CLS_Scheduler& _clsScheduler, const CLS_QuenTaskPool& _clsPool);
-    void NoteUnbound(CLS_Scheduler& _clsScheduler, const CLS_QuenTaskPool& _clsPool,
-                     const CLS_TaskThread* _pWorker, const std::string& _strTaskId);
-    void LookAtIdleList(CLS_Scheduler& _clsScheduler, const CLS_QuenTaskPool& _clsPool);
+    void LookAtBindings(CLS_Scheduler& _clsScheduler, CLS_QuenTaskPool& _clsPool);
+    void NoteUnbound(CLS_Scheduler& _clsScheduler, CLS_QuenTaskPool& _clsPool, const CLS_TaskThread* _pWorker,
+                     const std::string& _strTaskId);
+    void LookAtIdleList(CLS_Scheduler& _clsScheduler, CLS_QuenTaskPool& _clsPool);
     void NoteIdle(CLS_Scheduler& _clsScheduler, const CLS_TaskThread* _pWorker);
-    void LookAtOwners(CLS_Scheduler& _clsScheduler, const CLS_QuenTaskPool& _clsPool) const;
+    void LookAtOwners(CLS_Scheduler& _clsScheduler, CLS_QuenTaskPool& _clsPool) const;
 
     struct ST_Idle
     {

@@ -1,3 +1,4 @@
+#include "tests/support/PoolView.h"
 #include "verify/schedules/pool/Marks.h"
 #include "verify/schedules/pool/Scenarios.h"
 #include "verify/schedules/pool/World.h"
@@ -10,7 +11,7 @@ namespace
 void RunPass(CLS_QuenTaskPool& _clsPool)
 {
     const auto nsBegin = CLS_World::GetTime();
-    _clsPool.OvertimePass();
+    PoolView::RunWatchdogPass(_clsPool);
     CLS_World::RequireTimely(CLS_World::GetTime() == nsBegin, "a pass of the watchdog takes time");
 }
 
@@ -49,7 +50,7 @@ void RetireAgainstNextAttempt()
 {
     CLS_World clsWorld;
     CLS_QuenTaskPool& clsPool = CLS_World::MakePool();
-    clsPool.m_iMaxThread = 0;
+    PoolView::GetWorkerLimit(clsPool) = 0;
     CLS_TaskThread::SetWaitingOvertime(0);
     int iOwner = 0;
     clsWorld.Submit(clsPool, clsWorld.MakeJob("A", 50ms), &iOwner);
@@ -92,7 +93,7 @@ void WorkerLimit()
 {
     CLS_World clsWorld;
     CLS_QuenTaskPool& clsPool = CLS_World::MakePool();
-    clsPool.m_iMaxThread = 1;
+    PoolView::GetWorkerLimit(clsPool) = 1;
     int iOwner = 0;
     clsWorld.Submit(clsPool, clsWorld.MakeJob("A", 30ms), &iOwner);
     clsWorld.Submit(clsPool, clsWorld.MakeJob("B", 30ms), &iOwner);
@@ -112,7 +113,7 @@ void BusyReport()
 {
     CLS_World clsWorld;
     CLS_QuenTaskPool& clsPool = CLS_World::MakePool();
-    clsPool.m_iMaxThread = 0;
+    PoolView::GetWorkerLimit(clsPool) = 0;
     int iOwner = 0;
     clsWorld.Submit(clsPool, clsWorld.MakeJob("A", 9250ms), &iOwner);
     ST_Job& stWaiting = clsWorld.MakeJob("B");

@@ -2,6 +2,10 @@
 
 #include "QuenHost/Core/CLS_LivingScope.h"
 #include "QuenPlugins/ZelTaskPool/CLS_ShutdownClaim.h"
+#include "tests/support/LivingScopeView.h"
+#include "tests/support/PoolView.h"
+#include "tests/support/ShutdownClaimView.h"
+#include "tests/support/TaskView.h"
 #include "verify/schedules/pool/Marks.h"
 #include "verify/schedules/pool/Names.h"
 #include "verify/schedules/pool/ScheduleLog.h"
@@ -275,7 +279,7 @@ void CLS_World::RemoveLoop(CLS_QuenTaskPool& _clsPool, const std::string& _strTa
     }
     RequireOver(_stJob, nsBegin);
     RequireTimely(_stJob.m_bDestroyed, "the callable of " + _stJob.m_strName + " outlives its removal");
-    const auto& vecIds = _clsPool.m_vecLoopTasks;
+    const auto& vecIds = PoolView::GetLoopIds(_clsPool);
     Require(std::find(vecIds.begin(), vecIds.end(), _strTaskId) == vecIds.end(),
             "the loop list keeps its id");
     MarkRun(_stJob, nsBegin);
@@ -354,7 +358,8 @@ void CLS_World::RequireStopped(const std::vector<const ST_Job*>& _vecRunning) co
             const CLS_Scheduler::CLS_Inside clsInside;
             for (const auto& [strTaskId, pTask] : CLS_Task::m_mapTaskData)
             {
-                bValid |= pTask->m_bValid && pTask->Param("callinfo").ToString() == pJob->m_strName;
+                bValid |=
+                    TaskView::GetValidWord(*pTask) && pTask->Param("callinfo").ToString() == pJob->m_strName;
             }
         }
         RequireTimely(!bValid, pJob->m_strName + " was not stopped by the end of the pool");
@@ -410,11 +415,9 @@ void ForgetPool()
     CLS_QuenTaskPool::m_pInstance = nullptr;
     // The nodes were memory of the last schedule.
     new (&CLS_Task::m_mapTaskData) std::map<std::string, std::shared_ptr<CLS_Task>>;
-    auto& mapPools = CLS_ShutdownClaim::GetPools().m_mapPools;
-    new (&mapPools) std::remove_reference_t<decltype(mapPools)>;
+    ShutdownClaimView::ForgetAll();
     CLS_TaskThread::SetWaitingOvertime(300000);
-    CLS_LivingScope::ST_Scopes& stScopes = CLS_LivingScope::GetAll();
-    new (&stScopes.m_chnScopes) CLS_LivingScope::Scopes;
+    LivingScopeView::ForgetAll();
     Names::Forget();
 }
 

@@ -1,0 +1,12 @@
+#pragma once
+
+#include "QuenHost/Core/CLS_LivingScope.h"
+
+/// The private side of CLS_LivingScope, for tests that look inside. Only LivingScopeView.cpp writes the
+/// private names.
+namespace LivingScopeView
+{
+
+/// Starts with no scope. The old ones were in memory that is gone.
+void ForgetAll();
+} // namespace LivingScopeView
