@@ -50,7 +50,7 @@ public:
 
     /// The library that the program is linked with, with its pool started. Call it in a program that links
     /// ZelTaskPool::ZelTaskPool, and nowhere else. What a pool that cannot be started throws, passes.
-    static CLS_PoolLibrary Linked()
+    static CLS_PoolLibrary OpenLinked()
     {
         CLS_PoolLibrary clsLibrary;
         clsLibrary.m_stFunctions = {&::AddTmpTask, &::RemoveTmpTask, &::AddLoopTask, &::RemoveTask,
@@ -100,13 +100,13 @@ public:
     }
 
     /// The seven functions; none is null, unless this object was moved from.
-    const ST_PoolFunctions& Functions() const
+    const ST_PoolFunctions& GetFunctions() const
     {
         return m_stFunctions;
     }
 
     /// The library's usual file name on this platform.
-    static const char* UsualName()
+    static const char* GetUsualName()
     {
 #ifdef __APPLE__
         return "libZelTaskPool.dylib";

@@ -26,8 +26,9 @@ public:
     /// Takes over an open library. From a moved-from one, there is no pool: nothing is taken, and nothing is
     /// ended. std::bad_alloc passes.
     explicit CLS_PoolScope(CLS_PoolLibrary _clsLibrary, ST_ScopeOptions _stOptions = {})
-        : m_clsLibrary(std::move(_clsLibrary)), m_bPool(m_clsLibrary.Functions().m_funKillTaskAll != nullptr),
-          m_pHub(m_bPool ? std::make_shared<CLS_PoolHub>(m_clsLibrary.Functions(), std::move(_stOptions))
+        : m_clsLibrary(std::move(_clsLibrary)),
+          m_bPool(m_clsLibrary.GetFunctions().m_funKillTaskAll != nullptr),
+          m_pHub(m_bPool ? std::make_shared<CLS_PoolHub>(m_clsLibrary.GetFunctions(), std::move(_stOptions))
                          : nullptr)
     {
     }
@@ -48,7 +49,7 @@ public:
 
     /// The pool's functions, for what the kit does not offer; none is null, unless this scope was moved from
     /// or has unloaded the library.
-    const ST_PoolFunctions& Functions() const { return m_clsLibrary.Functions(); }
+    const ST_PoolFunctions& GetFunctions() const { return m_clsLibrary.GetFunctions(); }
 
     /// What the scope's tasks are doing now. ST_PoolSnapshot::ToText makes lines for a bug report of it. Any
     /// thread, also while every worker is stuck; not during the end of the scope.
@@ -71,7 +72,7 @@ public:
             m_pHub->End();
             // Unlike UnInit alone, it leaves no thread behind when a step fails. It can only throw when the
             // host has ended the pool itself and no other can be built: then there is nothing to end.
-            PoolCall::Guard(m_clsLibrary.Functions().m_funKillTaskAll);
+            PoolCall::Guard(m_clsLibrary.GetFunctions().m_funKillTaskAll);
         }
     }
 

@@ -5,7 +5,6 @@
 #include <chrono>
 #include <functional>
 #include <memory>
-#include <thread>
 #include <utility>
 
 /// Tells a task that it is no longer wanted. A task takes it as its argument, and looks at it in its loops or
@@ -30,12 +29,7 @@ public:
     /// Waits: at most a year.
     bool SleepFor(std::chrono::nanoseconds _nsTime) const
     {
-        if (m_pState)
-        {
-            return m_pState->SleepFor(_nsTime);
-        }
-        std::this_thread::sleep_for(_nsTime);
-        return true;
+        return m_pState ? m_pState->SleepFor(_nsTime) : CLS_StopState().SleepFor(_nsTime);
     }
 
 private:

@@ -2,7 +2,8 @@
 
 #include "QuenHost/CLS_PoolScope.h"
 #include "QuenHost/CLS_StopToken.h"
-#include "QuenHost/ST_TaskFailure.h"
+#include "QuenHost/Core/ST_OwnerLink.h"
+#include "QuenHost/ST_OwnerOptions.h"
 
 #include <chrono>
 #include <memory>
@@ -28,8 +29,15 @@ public:
     /// failures; without one, they go to the scope. It is destroyed with the owner, or later by the last run
     /// that outlasts it.
     CLS_TaskOwner(const CLS_PoolScope& _clsPool, std::string _strName, F_FailureHandler _funOnFailure = {})
+        : CLS_TaskOwner(_clsPool, std::move(_strName), ST_OwnerOptions{0, std::move(_funOnFailure)})
+    {
+    }
+
+    /// The same with options.
+    CLS_TaskOwner(const CLS_PoolScope& _clsPool, std::string _strName, ST_OwnerOptions _stOptions)
         : m_pHub(CLS_PoolScope::FindHub(_clsPool, _strName)),
-          m_pGroup(std::make_shared<CLS_TaskGroup>(std::move(_strName), std::move(_funOnFailure)))
+          m_pGroup(std::make_shared<CLS_TaskGroup>(std::move(_strName), std::move(_stOptions.m_funOnFailure),
+                                                   _stOptions.m_uiMaxRunning))
     {
         if (m_pHub)
         {
@@ -59,14 +67,18 @@ public:
     template <typename T_Callable>
     [[nodiscard]] bool Submit(T_Callable&& _funTask, const std::string& _strCallInfo)
     {
-        using Callable = std::decay_t<T_Callable>;
-        if (!m_pHub || HostCall::IsEmpty<Callable>(_funTask))
-        {
-            return false;
-        }
-        auto pTask =
-            std::make_unique<CLS_CallableTask<Callable>>(std::in_place, std::forward<T_Callable>(_funTask));
-        return SubmitTask(std::move(pTask), _strCallInfo);
+        auto pTask = MakeCallableTask(std::forward<T_Callable>(_funTask));
+        return pTask && GetLink().Submit(std::move(pTask), _strCallInfo);
+    }
+
+    /// The same, but the task is queued after _msDelay, plus up to about 10 milliseconds. It is cancelled as
+    /// any task that waits, and takes no worker until then. Delays are cut to a hundred years.
+    template <typename T_Callable>
+    [[nodiscard]] bool SubmitAfter(std::chrono::milliseconds _msDelay, T_Callable&& _funTask,
+                                   const std::string& _strCallInfo)
+    {
+        auto pTask = MakeCallableTask(std::forward<T_Callable>(_funTask));
+        return pTask && GetLink().SubmitAfter(_msDelay, std::move(pTask), _strCallInfo);
     }
 
     /// Cancels what has not started, asks what is running to stop, and waits for it. Nothing starts
@@ -102,18 +114,10 @@ public:
         return m_pHub ? m_pHub->GetCounters(*m_pGroup) : ST_PoolCounters();
     }
 
+    /// For the kit.
+    ST_OwnerLink GetLink() const { return {m_pHub, m_pGroup}; }
+
 private:
-    template <typename T_Callable>
-    friend auto SubmitForResult(CLS_TaskOwner& _clsOwner, T_Callable&& _funTask,
-                                const std::string& _strCallInfo);
-
-    bool SubmitTask(std::unique_ptr<CLS_QueuedTask> _pTask, const std::string& _strCallInfo)
-    {
-        _pTask->m_pGroup = m_pGroup;
-        _pTask->m_strCallInfo = _strCallInfo;
-        return m_pHub && m_pHub->Submit(std::move(_pTask));
-    }
-
     const std::shared_ptr<CLS_PoolHub> m_pHub; ///< null when there was no scope
     const std::shared_ptr<CLS_TaskGroup> m_pGroup;
 };

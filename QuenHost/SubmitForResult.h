@@ -34,7 +34,7 @@ auto SubmitForResult(CLS_TaskOwner& _clsOwner, T_Callable&& _funTask, const std:
     if (!bEmpty)
     {
         // A task that is not taken is destroyed, which the future says.
-        static_cast<void>(_clsOwner.SubmitTask(std::move(pTask), _strCallInfo));
+        static_cast<void>(_clsOwner.GetLink().Submit(std::move(pTask), _strCallInfo));
     }
     return futResult;
 }

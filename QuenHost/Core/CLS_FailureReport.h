@@ -55,9 +55,17 @@ public:
     {
         const std::string strTask =
             "host kit: task \"" + _stFailure.m_strCallInfo + "\" of \"" + _stFailure.m_strOwner + "\" ";
-        return strTask + (_stFailure.m_enKind == n_FailureKind::Outlasted
-                              ? "still runs 9 seconds after its end was asked for"
-                              : "threw: " + PoolCall::Describe(_stFailure.m_pException));
+        if (_stFailure.m_enKind == n_FailureKind::Outlasted)
+        {
+            return strTask + "still runs 9 seconds after its end was asked for";
+        }
+        if (_stFailure.m_enKind == n_FailureKind::Threw)
+        {
+            return strTask + "threw: " + PoolCall::Describe(_stFailure.m_pException);
+        }
+        return strTask + "was not delivered: " +
+               (_stFailure.m_pException ? PoolCall::Describe(_stFailure.m_pException)
+                                        : "the host dropped what was posted to its thread");
     }
 
 private:

@@ -15,6 +15,7 @@
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <list>
 #include <memory>
 #include <mutex>
@@ -22,6 +23,11 @@
 #include <thread>
 #include <utility>
 #include <vector>
+
+class CLS_Ticket;
+
+/// How a host runs a callable on a thread of its own. See CLS_HostThread.
+using F_HostPost = std::function<void(std::function<void()>)>;
 
 /// The core of a scope: the queue of the one-shot tasks of all its owners, and the workers that take from it.
 ///
@@ -64,6 +70,11 @@ public:
     /// can be had.
     bool Submit(std::unique_ptr<CLS_QueuedTask> _pTask);
 
+    /// CLS_TaskOwner::SubmitAfter.
+    bool SubmitAfter(std::unique_ptr<CLS_QueuedTask> _pTask, std::chrono::milliseconds _msDelay);
+
+    std::shared_ptr<CLS_StopState> GetStop(CLS_TaskGroup& _clsGroup) const;
+
     /// CLS_TaskOwner::RemoveTasks. _bClose: nothing is taken afterwards either.
     bool RemoveTasks(CLS_TaskGroup& _clsGroup, std::chrono::milliseconds _msLimit, bool _bClose);
 
@@ -74,6 +85,18 @@ public:
     void CloseGroup(CLS_TaskGroup& _clsGroup);
 
     ST_PoolCounters GetCounters(const CLS_TaskGroup& _clsGroup) const;
+
+    /// Tells the nearest handler, or else standard error, what went wrong.
+    void Report(const CLS_TaskGroup& _clsGroup, n_FailureKind _enKind, const std::string& _strCallInfo,
+                const std::exception_ptr& _pException) noexcept;
+
+    // Deliveries to the host's thread.
+
+    /// Has the host's thread run a task, unless the owner's tasks are removed before. False when it is not
+    /// taken, or could not be posted, which is a failure of the task. Post calls foreign code.
+    bool Post(std::unique_ptr<CLS_QueuedTask> _pTask, const F_HostPost& _funPost);
+    void RunDelivery(CLS_Ticket& _clsTicket);
+    void DropDelivery(CLS_Ticket& _clsTicket, const std::exception_ptr& _pException) noexcept;
 
     // Loop tasks.
 
@@ -105,6 +128,7 @@ private:
     using Queue = CLS_Chain<CLS_QueuedTask, &CLS_QueuedTask::m_stQueueLink>;
     using Records = std::list<std::shared_ptr<ST_PoolRecord>>;
     using Leftovers = std::list<std::shared_ptr<ST_Leftover>>;
+    using Delayed = CLS_QueuedTask::Delayed;
 
     /// So many carriers are on their way at once. Each that arrives brings the next, as long as tasks wait;
     /// so short tasks are done by few workers, and tasks that block get as many as they want within moments.
@@ -123,58 +147,85 @@ private:
     /// From the end of a carrier's run until its record is removed, so that the removal need not wait.
     static constexpr std::chrono::milliseconds RECORD_REST{20};
 
-    bool Accepts(const CLS_TaskGroup& _clsGroup) const;
+    // Records.
+    bool AddRecord(ST_PoolRecord& _stRecord, const std::function<void()>& _funTask, int _iInterval,
+                   const std::string& _strCallInfo) const;
+    void LeaveInside();
+    void EnterRecord(const std::shared_ptr<ST_PoolRecord>& _pRecord);
+    void FinishRecord(const std::shared_ptr<ST_PoolRecord>& _pRecord);
+    void SweepRecords(Lock& _lock);
+    void RemoveRecords(const Records& _lstRecords) const;
+
+    // Queue.
+    bool Accepts(const CLS_QueuedTask& _clsTask) const;
     void EnsureStopState(Lock& _lock, CLS_TaskGroup& _clsGroup) const;
+    void CountSubmitted(CLS_QueuedTask& _clsTask);
     void Enqueue(CLS_QueuedTask& _clsTask);
+    void Activate(CLS_QueuedTask& _clsTask);
     void Dequeue(CLS_QueuedTask& _clsTask);
+    void Deactivate(CLS_TaskGroup& _clsGroup);
     std::unique_ptr<CLS_QueuedTask> Withdraw(std::uint64_t _uiNumber);
+    void Delay(CLS_QueuedTask& _clsTask, Delayed& _mapDelayed);
+    void Undelay(CLS_QueuedTask& _clsTask);
+    void EnqueueDue();
+    static CLS_QueuedTask* TakePosted(CLS_Ticket& _clsTicket);
     void TakeWaiting(CLS_TaskGroup& _clsGroup, CLS_RemovedTasks& _clsRemoved);
     std::string DescribeFlow(std::uint64_t _uiNumber, const char* _szDirection) const noexcept;
 
+    // Runs.
     void BeginRun(ST_Run& _stRun);
     void EndRun(ST_Run& _stRun);
     void Execute(CLS_QueuedTask& _clsTask, ST_Run& _stRun, const char* _szCategory,
                  const std::string& _strMembers);
-    void Report(const CLS_TaskGroup& _clsGroup, n_FailureKind _enKind, const std::string& _strCallInfo,
-                const std::exception_ptr& _pException) noexcept;
     bool WaitForRuns(Lock& _lock, CLS_TaskGroup& _clsGroup, std::chrono::milliseconds _msLimit);
     static bool IsDestroyer(const CLS_TaskGroup& _clsGroup);
     static int MarkOwnRuns(CLS_TaskGroup& _clsGroup, int _iChange);
     static bool IsOfInterest(const ST_Run& _stRun, bool _bByRun);
     static void HandOver(CLS_TaskGroup& _clsGroup, const std::shared_ptr<ST_Leftover>& _pLeftover);
     void GiveUp(Lock& _lock, CLS_TaskGroup& _clsGroup, bool _bByRun);
+
+    // Workers.
+    bool BringCarrier(Lock& _lock);
+    bool StartCarrier(Lock& _lock);
+    bool EnsureHeartbeat(Lock& _lock);
+    void Carry(const std::shared_ptr<ST_PoolRecord>& _pRecord);
+    void Arrive(const ST_PoolRecord& _stRecord);
+    bool Park(Lock& _lock);
+    void RunFirst(Lock& _lock, ST_PoolRecord& _stRecord, const ST_RunThread& _stThread);
+    void DestroyLeftover(Lock& _lock);
+    void Beat();
+    void WriteOffLostCarriers();
+    void WriteOffLostTimer();
+
+    // Owners.
     void HandToWorker(Lock& _lock, Leftovers& _lstLeftover);
 
+    // Timer.
+    void EnsureTimer(Lock& _lock);
+    void StartTimer(Lock& _lock, Clock::time_point _tpDue);
+    void Tick(const std::shared_ptr<ST_PoolRecord>& _pTimer);
+
+    // Deliveries.
+    template <typename T_End>
+    void EndDelivery(CLS_Ticket& _clsTicket, T_End _funEnd);
+
+    // Loop tasks.
     void RunLoop(CLS_LoopCore& _clsLoop);
     std::string DescribeInterval(const CLS_LoopCore& _clsLoop) const noexcept;
     std::shared_ptr<CLS_StopState> CloseLoop(CLS_LoopCore& _clsLoop);
     std::unique_ptr<CLS_QueuedTask> FinishLoop(CLS_LoopCore& _clsLoop);
     void DestroyLoop(Lock& _lock, CLS_LoopCore& _clsLoop);
 
-    bool BringCarrier(Lock& _lock);
-    bool StartCarrier(Lock& _lock);
-    bool EnsureHeartbeat(Lock& _lock);
-    bool AddRecord(ST_PoolRecord& _stRecord, const std::function<void()>& _funTask, int _iInterval,
-                   const std::string& _strCallInfo) const;
-    void Carry(const std::shared_ptr<ST_PoolRecord>& _pRecord);
-    void Arrive(const ST_PoolRecord& _stRecord);
-    bool Park(Lock& _lock);
-    void RunFirst(Lock& _lock, ST_PoolRecord& _stRecord, const ST_RunThread& _stThread);
-    void DestroyLeftover(Lock& _lock);
-    void LeaveInside();
-    void Beat();
-    void WriteOffLostCarriers();
-    void EnterRecord(const std::shared_ptr<ST_PoolRecord>& _pRecord);
-    void FinishRecord(const std::shared_ptr<ST_PoolRecord>& _pRecord);
-    void SweepRecords(Lock& _lock);
-    void RemoveRecords(const Records& _lstRecords) const;
+    // Snapshot.
+    static ST_RunInfo DescribeRun(const ST_Run& _stRun, Clock::time_point _tpNow);
+    static ST_LoopInfo DescribeLoop(const CLS_LoopCore& _clsLoop, Clock::time_point _tpNow);
+    void CountWaiting(ST_PoolSnapshot& _stSnapshot, Clock::time_point _tpNow) const;
+
+    // End.
     Records TakeRecords();
     std::vector<std::shared_ptr<CLS_StopState>> RefuseAll();
     void TakeAll(CLS_RemovedTasks& _clsRemoved);
     void ReportOutlivers();
-
-    static ST_RunInfo DescribeRun(const ST_Run& _stRun, Clock::time_point _tpNow);
-    static ST_LoopInfo DescribeLoop(const CLS_LoopCore& _clsLoop, Clock::time_point _tpNow);
 
     const ST_PoolFunctions m_stFunctions;
     const ST_ScopeOptions m_stOptions;
@@ -184,6 +235,7 @@ private:
     mutable std::mutex m_mtxHub; ///< guards what follows, and what hangs on it
     bool m_bEnded = false;
     Queue m_chnQueue;        ///< owned
+    Delayed m_mapDelayed;    ///< owned
     Leftovers m_lstLeftover; ///< for a carrier to destroy
     CLS_Chain<CLS_TaskGroup, &CLS_TaskGroup::m_stHubLink> m_chnGroups;
     CLS_Chain<CLS_LoopCore, &CLS_LoopCore::m_stHubLink> m_chnLoops;
@@ -199,6 +251,8 @@ private:
     std::condition_variable m_cvParked;
     std::shared_ptr<ST_PoolRecord> m_pHeartbeat; ///< null until it is needed
     Clock::time_point m_tpLastBeat;              ///< or when it was added
+    std::shared_ptr<ST_PoolRecord> m_pTimer;     ///< null when no task waits for its time
+    Clock::time_point m_tpTimer;                 ///< when its second run is due
     Records m_lstLive;     ///< records of carriers, from before they are added until they leave
     Records m_lstFinished; ///< records to be removed, the oldest first
 
@@ -206,7 +260,13 @@ private:
     std::condition_variable m_cvInside;
 };
 
+#include "QuenHost/Core/PoolHubDeliveries.h"
+#include "QuenHost/Core/PoolHubEnd.h"
 #include "QuenHost/Core/PoolHubLoops.h"
+#include "QuenHost/Core/PoolHubQueue.h"
+#include "QuenHost/Core/PoolHubRecords.h"
 #include "QuenHost/Core/PoolHubRuns.h"
+#include "QuenHost/Core/PoolHubSnapshot.h"
 #include "QuenHost/Core/PoolHubTasks.h"
+#include "QuenHost/Core/PoolHubTimer.h"
 #include "QuenHost/Core/PoolHubWorkers.h"

@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -13,6 +14,7 @@
 #include <utility>
 
 class CLS_TaskGroup;
+class CLS_Ticket;
 
 /// A callable on its way to its run, or that of a loop task between its runs.
 ///
@@ -21,6 +23,9 @@ class CLS_TaskGroup;
 class CLS_QueuedTask
 {
 public:
+    /// Tasks by the time at which they are due.
+    using Delayed = std::multimap<std::chrono::steady_clock::time_point, CLS_QueuedTask*>;
+
     CLS_QueuedTask() = default;
     virtual ~CLS_QueuedTask() = default;
     CLS_QueuedTask(const CLS_QueuedTask&) = delete;
@@ -33,12 +38,16 @@ public:
     virtual void DestroyCallable() noexcept = 0;
 
     std::shared_ptr<CLS_TaskGroup> m_pGroup; ///< whose task it is
-    std::shared_ptr<CLS_StopState> m_pStop;  ///< asks it to stop
+    /// Asks it to stop. Set before it is submitted, it ties the task to what was submitted before the next
+    /// removal; otherwise the hub sets it.
+    std::shared_ptr<CLS_StopState> m_pStop;
     std::string m_strCallInfo;
     std::uint64_t m_uiNumber = 0; ///< tells the tasks of a hub apart
     std::chrono::steady_clock::time_point m_tpQueued;
     ST_Link<CLS_QueuedTask> m_stQueueLink; ///< in the hub's queue
-    ST_Link<CLS_QueuedTask> m_stGroupLink; ///< among the waiting tasks of its group
+    ST_Link<CLS_QueuedTask> m_stGroupLink; ///< in one of the chains of its group
+    Delayed::iterator m_itDelayed;         ///< its place in the hub's map, while it waits for its time
+    CLS_Ticket* m_pTicket = nullptr;       ///< what the host's thread holds of a delivery
 };
 
 /// The task of a callable without a result.
@@ -66,3 +75,13 @@ public:
 private:
     std::optional<T_Callable> m_funTask;
 };
+
+/// The task of a callable, which is copied or moved; null for an empty one.
+template <typename T_Callable>
+std::unique_ptr<CLS_QueuedTask> MakeCallableTask(T_Callable&& _funTask)
+{
+    using Callable = std::decay_t<T_Callable>;
+    return HostCall::IsEmpty<Callable>(_funTask) ? nullptr
+                                                 : std::make_unique<CLS_CallableTask<Callable>>(
+                                                       std::in_place, std::forward<T_Callable>(_funTask));
+}

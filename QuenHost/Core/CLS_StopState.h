@@ -29,10 +29,15 @@ public:
 
     bool IsRequested() const { return m_bRequested.load(std::memory_order_acquire); }
 
-    /// Wakes the sleepers and calls the callbacks on this thread, each once, with no lock held.
+    /// Wakes the sleepers and calls the callbacks on this thread, each once, with no lock held. Only the
+    /// first call does so.
     void Request()
     {
         std::unique_lock<std::mutex> lock(m_mtxStop);
+        if (IsRequested())
+        {
+            return;
+        }
         m_bRequested.store(true, std::memory_order_release);
         m_cvStop.notify_all();
         while (ST_Callback* const pCallback = m_chnCallbacks.GetFirst())

@@ -34,6 +34,7 @@ struct ST_Run
     bool m_bHandedOver = false; ///< no removal waits for it any more
     bool m_bGivenUp = false;    ///< a removal has waited for it as long as it may; none waits again
     bool m_bFailed = false;     ///< written and read by its thread
+    bool m_bDelivery = false;   ///< on a thread of the host's; constant
     std::shared_ptr<ST_Leftover> m_pLeftover{}; ///< lives until its end
     ST_Link<ST_Run> m_stHubLink{};
     ST_Link<ST_Run> m_stGroupLink{};
@@ -53,8 +54,10 @@ struct ST_Destroyer
 class CLS_TaskGroup
 {
 public:
-    CLS_TaskGroup(std::string _strName, F_FailureHandler _funOnFailure)
-        : m_strName(std::move(_strName)), m_funOnFailure(std::move(_funOnFailure))
+    /// _uiMaxRunning: how many of its one-shot tasks run at once; 0 for no limit.
+    CLS_TaskGroup(std::string _strName, F_FailureHandler _funOnFailure, unsigned _uiMaxRunning = 0)
+        : m_strName(std::move(_strName)), m_uiMaxRunning(_uiMaxRunning),
+          m_funOnFailure(std::move(_funOnFailure))
     {
     }
 
@@ -62,11 +65,16 @@ public:
     CLS_TaskGroup& operator=(const CLS_TaskGroup&) = delete;
 
     const std::string m_strName;
+    const unsigned m_uiMaxRunning; ///< 0 for no limit
     /// Not guarded: it changes only when the owner has ended, no run is left, and m_iReports is 0.
     F_FailureHandler m_funOnFailure;
 
     std::shared_ptr<CLS_StopState> m_pStop = std::make_shared<CLS_StopState>(); ///< null after a removal
-    CLS_Chain<CLS_QueuedTask, &CLS_QueuedTask::m_stGroupLink> m_chnWaiting;
+    unsigned m_uiActive = 0; ///< tasks in m_chnWaiting, and their runs
+    CLS_Chain<CLS_QueuedTask, &CLS_QueuedTask::m_stGroupLink> m_chnWaiting; ///< in the hub's queue
+    CLS_Chain<CLS_QueuedTask, &CLS_QueuedTask::m_stGroupLink> m_chnHeld;    ///< for others to end
+    CLS_Chain<CLS_QueuedTask, &CLS_QueuedTask::m_stGroupLink> m_chnDelayed; ///< for their time
+    CLS_Chain<CLS_QueuedTask, &CLS_QueuedTask::m_stGroupLink> m_chnPosted;  ///< for the host's thread
     CLS_Chain<ST_Run, &ST_Run::m_stGroupLink> m_chnRuns;
     CLS_Chain<ST_Destroyer, &ST_Destroyer::m_stLink> m_chnDestroyers;
     std::condition_variable m_cvRuns; ///< notified when a run or a destroyer ends, or need not be waited for

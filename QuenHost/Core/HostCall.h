@@ -12,52 +12,66 @@
 #include <stop_token>
 #endif
 
-/// How the kit calls what a host submits: with a CLS_StopToken when the callable takes one, else with a
-/// std::stop_token where the language has it, else without an argument.
+/// How the kit calls what a host submits: with the arguments that it has for it, if any, and then with a
+/// CLS_StopToken when the callable takes one, else with a std::stop_token where the language has it.
 namespace HostCall
 {
-template <typename T_Callable>
-constexpr bool TAKES_TOKEN = std::is_invocable_v<T_Callable&, CLS_StopToken>;
+/// The argument of callables that have none but the token.
+struct ST_Nothing
+{
+};
+
+template <typename T_Callable, typename... T_Arguments>
+constexpr bool TAKES_TOKEN = std::is_invocable_v<T_Callable&, T_Arguments..., CLS_StopToken>;
 
 #ifdef __cpp_lib_jthread
-template <typename T_Callable>
-constexpr bool TAKES_STANDARD_TOKEN =
-    !TAKES_TOKEN<T_Callable> && std::is_invocable_v<T_Callable&, std::stop_token>;
+template <typename T_Callable, typename... T_Arguments>
+constexpr bool TAKES_STANDARD_TOKEN = !TAKES_TOKEN<T_Callable, T_Arguments...> &&
+                                      std::is_invocable_v<T_Callable&, T_Arguments..., std::stop_token>;
 
 /// Calls it with a token of the standard's that follows the kit's.
-template <typename T_Callable>
-decltype(auto) CallWithStandardToken(T_Callable& _funTask, const CLS_StopToken& _clsToken)
+template <typename T_Callable, typename... T_Arguments>
+decltype(auto) CallWithStandardToken(T_Callable& _funTask, const CLS_StopToken& _clsToken,
+                                     T_Arguments&&... _clsArguments)
 {
     std::stop_source clsSource;
     const CLS_StopCallback clsFollow(_clsToken, [&clsSource] { clsSource.request_stop(); });
-    return _funTask(clsSource.get_token());
+    return _funTask(std::forward<T_Arguments>(_clsArguments)..., clsSource.get_token());
 }
 #endif
 
-template <typename T_Callable>
-decltype(auto) Call(T_Callable& _funTask, const CLS_StopToken& _clsToken)
+template <typename T_Callable, typename... T_Arguments>
+decltype(auto) Call(T_Callable& _funTask, const CLS_StopToken& _clsToken, T_Arguments&&... _clsArguments)
 {
-    if constexpr (TAKES_TOKEN<T_Callable>)
+    if constexpr (TAKES_TOKEN<T_Callable, T_Arguments...>)
     {
-        return _funTask(_clsToken);
+        return _funTask(std::forward<T_Arguments>(_clsArguments)..., _clsToken);
     }
 #ifdef __cpp_lib_jthread
-    else if constexpr (TAKES_STANDARD_TOKEN<T_Callable>)
+    else if constexpr (TAKES_STANDARD_TOKEN<T_Callable, T_Arguments...>)
     {
-        return CallWithStandardToken(_funTask, _clsToken);
+        return CallWithStandardToken(_funTask, _clsToken, std::forward<T_Arguments>(_clsArguments)...);
     }
 #endif
     else
     {
-        static_assert(std::is_invocable_v<T_Callable&>,
-                      "a task is called without an argument or with a stop token");
-        return _funTask();
+        static_assert(
+            std::is_invocable_v<T_Callable&, T_Arguments...>,
+            "a callable takes the result before it, if there is one, and then a stop token or nothing");
+        return _funTask(std::forward<T_Arguments>(_clsArguments)...);
     }
 }
 
-/// What the callable returns.
 template <typename T_Callable>
-using Result = decltype(HostCall::Call(std::declval<T_Callable&>(), std::declval<const CLS_StopToken&>()));
+decltype(auto) Call(T_Callable& _funTask, const CLS_StopToken& _clsToken, ST_Nothing&& /*_stNothing*/)
+{
+    return HostCall::Call(_funTask, _clsToken);
+}
+
+/// What the callable returns.
+template <typename T_Callable, typename... T_Arguments>
+using Result = decltype(HostCall::Call(std::declval<T_Callable&>(), std::declval<const CLS_StopToken&>(),
+                                       std::declval<T_Arguments>()...));
 
 template <typename T_Callable, typename = void>
 inline constexpr bool MAY_BE_EMPTY = false;

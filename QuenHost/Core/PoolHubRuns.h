@@ -85,8 +85,8 @@ inline bool CLS_PoolHub::IsDestroyer(const CLS_TaskGroup& _clsGroup)
 }
 
 /// Waits until the runs of the group are over, but for the caller's own, and until other removals have
-/// destroyed what they took. False when runs are left. After the full time, no removal waits for them again.
-/// May give the lock back for a moment.
+/// destroyed what they took. False when something of that is left. After the full time, no removal waits for
+/// them again. May give the lock back for a moment.
 inline bool CLS_PoolHub::WaitForRuns(Lock& _lock, CLS_TaskGroup& _clsGroup,
                                      std::chrono::milliseconds _msLimit)
 {
@@ -96,7 +96,7 @@ inline bool CLS_PoolHub::WaitForRuns(Lock& _lock, CLS_TaskGroup& _clsGroup,
     const auto funOver = [&]
     {
         bool bWait = !bByDestroyer && !_clsGroup.m_chnDestroyers.IsEmpty();
-        bAllOver = true;
+        bAllOver = !bWait;
         for (const ST_Run* pRun = _clsGroup.m_chnRuns.GetFirst(); pRun != nullptr;
              pRun = CLS_Chain<ST_Run, &ST_Run::m_stGroupLink>::GetNext(*pRun))
         {
@@ -176,54 +176,4 @@ inline void CLS_PoolHub::HandOver(CLS_TaskGroup& _clsGroup, const std::shared_pt
         }
     }
     _clsGroup.m_cvRuns.notify_all();
-}
-
-inline ST_RunInfo CLS_PoolHub::DescribeRun(const ST_Run& _stRun, Clock::time_point _tpNow)
-{
-    ST_RunInfo stInfo;
-    stInfo.m_strOwner = _stRun.m_clsTask.m_pGroup->m_strName;
-    stInfo.m_strCallInfo = _stRun.m_clsTask.m_strCallInfo;
-    stInfo.m_nsRunning = _tpNow - _stRun.m_tpStart;
-    stInfo.m_uiThread = _stRun.m_stThread.m_uiThread;
-    stInfo.m_strThread = _stRun.m_stThread.m_strThread;
-    stInfo.m_bStopRequested = _stRun.m_clsTask.m_pStop->IsRequested();
-    return stInfo;
-}
-
-inline ST_LoopInfo CLS_PoolHub::DescribeLoop(const CLS_LoopCore& _clsLoop, Clock::time_point _tpNow)
-{
-    ST_LoopInfo stInfo;
-    stInfo.m_strCallInfo = _clsLoop.m_pGroup->m_strName;
-    stInfo.m_msInterval = _clsLoop.m_msInterval;
-    stInfo.m_bRunning = !_clsLoop.m_pGroup->m_chnRuns.IsEmpty();
-    const bool bDue = stInfo.m_bRunning || _clsLoop.m_tpDue <= _tpNow;
-    stInfo.m_nsUntilNext = bDue ? std::chrono::nanoseconds(0) : _clsLoop.m_tpDue - _tpNow;
-    return stInfo;
-}
-
-inline ST_PoolSnapshot CLS_PoolHub::TakeSnapshot() const
-{
-    ST_PoolSnapshot stSnapshot;
-    const Lock lock(m_mtxHub);
-    const Clock::time_point tpNow = Clock::now();
-    stSnapshot.m_iBusyWorkers = static_cast<int>(m_chnRuns.GetSize());
-    stSnapshot.m_iIdleWorkers = m_iParked;
-    stSnapshot.m_iStartingWorkers = m_iStarting;
-    stSnapshot.m_uiQueued = m_chnQueue.GetSize();
-    stSnapshot.m_stCounters = m_stCounters;
-    if (const CLS_QueuedTask* const pFirst = m_chnQueue.GetFirst())
-    {
-        stSnapshot.m_nsOldestQueued = tpNow - pFirst->m_tpQueued;
-    }
-    for (const ST_Run* pRun = m_chnRuns.GetFirst(); pRun != nullptr;
-         pRun = CLS_Chain<ST_Run, &ST_Run::m_stHubLink>::GetNext(*pRun))
-    {
-        stSnapshot.m_vecRuns.push_back(DescribeRun(*pRun, tpNow));
-    }
-    for (const CLS_LoopCore* pLoop = m_chnLoops.GetFirst(); pLoop != nullptr;
-         pLoop = CLS_Chain<CLS_LoopCore, &CLS_LoopCore::m_stHubLink>::GetNext(*pLoop))
-    {
-        stSnapshot.m_vecLoops.push_back(DescribeLoop(*pLoop, tpNow));
-    }
-    return stSnapshot;
 }

@@ -10,42 +10,12 @@ inline void CLS_PoolHub::OpenGroup(CLS_TaskGroup& _clsGroup)
     m_chnGroups.Append(_clsGroup);
 }
 
-/// Whether a task of the group is taken now.
-inline bool CLS_PoolHub::Accepts(const CLS_TaskGroup& _clsGroup) const
+/// The stop request that a removal from now on raises.
+inline std::shared_ptr<CLS_StopState> CLS_PoolHub::GetStop(CLS_TaskGroup& _clsGroup) const
 {
-    return !m_bEnded && !_clsGroup.m_bClosed && _clsGroup.m_iRemovals == 0;
-}
-
-/// After a removal, the group's next tasks have a request of their own.
-inline void CLS_PoolHub::EnsureStopState(Lock& _lock, CLS_TaskGroup& _clsGroup) const
-{
-    if (!_clsGroup.m_pStop)
-    {
-        _lock.unlock();
-        auto pStop = std::make_shared<CLS_StopState>();
-        _lock.lock();
-        if (!_clsGroup.m_pStop)
-        {
-            _clsGroup.m_pStop = std::move(pStop);
-        }
-    }
-}
-
-/// What a viewer joins the events of a task by; "" without a trace, and without memory.
-inline std::string CLS_PoolHub::DescribeFlow(std::uint64_t _uiNumber, const char* _szDirection) const noexcept
-{
-    std::string strMembers;
-    const auto funDescribe = [&]
-    {
-        const std::string strNumber = std::to_string(_uiNumber);
-        strMembers = R"(,"bind_id":")" + strNumber + R"(","flow_)" + _szDirection +
-                     R"(":true,"args":{"task":)" + strNumber + "}";
-    };
-    if (GetTrace())
-    {
-        PoolCall::Catch(funDescribe);
-    }
-    return strMembers;
+    Lock lock(m_mtxHub);
+    EnsureStopState(lock, _clsGroup);
+    return _clsGroup.m_pStop;
 }
 
 inline bool CLS_PoolHub::Submit(std::unique_ptr<CLS_QueuedTask> _pTask)
@@ -57,12 +27,13 @@ inline bool CLS_PoolHub::Submit(std::unique_ptr<CLS_QueuedTask> _pTask)
     Lock lock(m_mtxHub);
     const bool bWatched = EnsureHeartbeat(lock);
     EnsureStopState(lock, clsGroup); // last: from here on, no removal comes between
-    if (!bWatched || !Accepts(clsGroup))
+    if (!bWatched || !Accepts(*_pTask))
     {
         clsRefused.Add(*_pTask.release());
         lock.unlock();
         return false;
     }
+    CountSubmitted(*_pTask);
     Enqueue(*_pTask.release());
     if (!BringCarrier(lock))
     {
@@ -75,52 +46,6 @@ inline bool CLS_PoolHub::Submit(std::unique_ptr<CLS_QueuedTask> _pTask)
         clsRefused.Add(*_pTask.release());
     }
     return bTaken;
-}
-
-inline void CLS_PoolHub::Enqueue(CLS_QueuedTask& _clsTask)
-{
-    CLS_TaskGroup& clsGroup = *_clsTask.m_pGroup;
-    _clsTask.m_pStop = clsGroup.m_pStop;
-    _clsTask.m_tpQueued = Clock::now();
-    m_chnQueue.Append(_clsTask);
-    clsGroup.m_chnWaiting.Append(_clsTask);
-    ++m_stCounters.m_uiSubmitted;
-    ++clsGroup.m_stCounters.m_uiSubmitted;
-}
-
-inline void CLS_PoolHub::Dequeue(CLS_QueuedTask& _clsTask)
-{
-    m_chnQueue.Remove(_clsTask);
-    _clsTask.m_pGroup->m_chnWaiting.Remove(_clsTask);
-}
-
-/// Takes a task back that no worker can be had for; null when it has been taken meanwhile.
-inline std::unique_ptr<CLS_QueuedTask> CLS_PoolHub::Withdraw(std::uint64_t _uiNumber)
-{
-    CLS_QueuedTask* pTask = m_chnQueue.GetLast();
-    while (pTask != nullptr && pTask->m_uiNumber != _uiNumber)
-    {
-        pTask = Queue::GetPrevious(*pTask);
-    }
-    if (pTask != nullptr)
-    {
-        Dequeue(*pTask);
-        --m_stCounters.m_uiSubmitted;
-        --pTask->m_pGroup->m_stCounters.m_uiSubmitted;
-    }
-    return std::unique_ptr<CLS_QueuedTask>(pTask);
-}
-
-inline void CLS_PoolHub::TakeWaiting(CLS_TaskGroup& _clsGroup, CLS_RemovedTasks& _clsRemoved)
-{
-    const std::size_t uiTasks = _clsGroup.m_chnWaiting.GetSize();
-    m_stCounters.m_uiCancelled += uiTasks;
-    _clsGroup.m_stCounters.m_uiCancelled += uiTasks;
-    while (CLS_QueuedTask* const pTask = _clsGroup.m_chnWaiting.GetFirst())
-    {
-        Dequeue(*pTask);
-        _clsRemoved.Add(*pTask);
-    }
 }
 
 inline bool CLS_PoolHub::RemoveTasks(CLS_TaskGroup& _clsGroup, std::chrono::milliseconds _msLimit,

@@ -103,14 +103,6 @@ inline bool CLS_PoolHub::EnsureHeartbeat(Lock& _lock)
     return m_pHeartbeat != nullptr;
 }
 
-/// Adds a task to the pool. False when the pool does not take it.
-inline bool CLS_PoolHub::AddRecord(ST_PoolRecord& _stRecord, const std::function<void()>& _funTask,
-                                   int _iInterval, const std::string& _strCallInfo) const
-{
-    m_stFunctions.m_funAddLoopTask(_funTask, _iInterval, _stRecord.m_strTaskId, _strCallInfo);
-    return !_stRecord.m_strTaskId.empty();
-}
-
 /// A carrier's run, on a worker of the pool.
 inline void CLS_PoolHub::Carry(const std::shared_ptr<ST_PoolRecord>& _pRecord)
 {
@@ -192,6 +184,7 @@ inline void CLS_PoolHub::RunFirst(Lock& _lock, ST_PoolRecord& _stRecord, const S
 
     _lock.lock();
     EndRun(stRun);
+    Deactivate(clsGroup);
     ++m_stCounters.m_uiRun;
     ++clsGroup.m_stCounters.m_uiRun;
     _stRecord.m_bBusy = false;
@@ -216,16 +209,6 @@ inline void CLS_PoolHub::DestroyLeftover(Lock& _lock)
     ++m_iInside;
 }
 
-/// The calling thread no longer calls the pool.
-inline void CLS_PoolHub::LeaveInside()
-{
-    --m_iInside;
-    if (m_bEnded)
-    {
-        m_cvInside.notify_all();
-    }
-}
-
 /// The heartbeat's run, on a worker of the pool.
 inline void CLS_PoolHub::Beat()
 {
@@ -238,6 +221,7 @@ inline void CLS_PoolHub::Beat()
     ++m_iInside;
     SweepRecords(lock);
     WriteOffLostCarriers();
+    WriteOffLostTimer();
     BringCarrier(lock);
     LeaveInside();
 }
@@ -254,155 +238,12 @@ inline void CLS_PoolHub::WriteOffLostCarriers()
     }
 }
 
-/// Notes the record of a carrier. Allocates nothing.
-inline void CLS_PoolHub::EnterRecord(const std::shared_ptr<ST_PoolRecord>& _pRecord)
+/// A timer that is late by a beat was lost when memory ran out, or there was none for it.
+inline void CLS_PoolHub::WriteOffLostTimer()
 {
-    *_pRecord->m_itPlace = _pRecord;
-    _pRecord->m_bEntered = true;
-    m_lstLive.splice(m_lstLive.end(), _pRecord->m_lstPlace);
-}
-
-/// The record's task runs no more, or is about to end its run. Allocates nothing.
-inline void CLS_PoolHub::FinishRecord(const std::shared_ptr<ST_PoolRecord>& _pRecord)
-{
-    if (!_pRecord->m_bEntered)
+    EnqueueDue();
+    if (m_pTimer && Clock::now() - m_tpTimer > BEAT)
     {
-        EnterRecord(_pRecord);
-    }
-    if (std::exchange(_pRecord->m_bFinished, true))
-    {
-        return;
-    }
-    _pRecord->m_tpFinished = Clock::now();
-    m_lstFinished.splice(m_lstFinished.end(), m_lstLive, _pRecord->m_itPlace);
-}
-
-/// Removes the records that have rested. May give the lock back for a moment.
-inline void CLS_PoolHub::SweepRecords(Lock& _lock)
-{
-    if (m_bEnded)
-    {
-        return; // the end does it
-    }
-    Records lstRested;
-    const Clock::time_point tpLatest = Clock::now() - RECORD_REST;
-    auto itRested = m_lstFinished.begin();
-    while (itRested != m_lstFinished.end() && (*itRested)->m_tpFinished <= tpLatest)
-    {
-        ++itRested;
-    }
-    lstRested.splice(lstRested.end(), m_lstFinished, m_lstFinished.begin(), itRested);
-    if (!lstRested.empty())
-    {
-        _lock.unlock();
-        RemoveRecords(lstRested);
-        _lock.lock();
-    }
-}
-
-inline void CLS_PoolHub::RemoveRecords(const Records& _lstRecords) const
-{
-    for (const std::shared_ptr<ST_PoolRecord>& pRecord : _lstRecords)
-    {
-        PoolCall::Catch([&] { m_stFunctions.m_funRemoveTask(pRecord->m_strTaskId, "host kit"); });
-    }
-}
-
-inline void CLS_PoolHub::End()
-{
-    constexpr std::chrono::seconds LONGEST_CALL{20};
-    Records lstRecords;
-    for (const std::shared_ptr<CLS_StopState>& pStop : RefuseAll())
-    {
-        pStop->Request();
-    }
-    {
-        CLS_RemovedTasks clsRemoved(GetTrace());
-        Leftovers lstLeftover;
-        Lock lock(m_mtxHub);
-        TakeAll(clsRemoved);
-        lstLeftover.swap(m_lstLeftover);
-        m_cvParked.notify_all();
-        m_cvInside.wait_for(lock, LONGEST_CALL, [this] { return m_iInside == 0; });
-        lstRecords = TakeRecords();
-        lock.unlock();
-    }
-    if (!lstRecords.empty())
-    {
-        std::this_thread::sleep_for(RECORD_REST);
-        RemoveRecords(lstRecords);
-    }
-    m_clsReport.ReportRepeats();
-    ReportOutlivers();
-}
-
-/// The records of all tasks of the pool's that do not run the host's code. A carrier that is on its way finds
-/// its record removed, or nothing to do.
-inline CLS_PoolHub::Records CLS_PoolHub::TakeRecords()
-{
-    if (m_pHeartbeat)
-    {
-        FinishRecord(std::exchange(m_pHeartbeat, nullptr));
-    }
-    for (auto itLive = m_lstLive.begin(); itLive != m_lstLive.end();)
-    {
-        const std::shared_ptr<ST_PoolRecord> pRecord = *itLive++;
-        if (!pRecord->m_bBusy)
-        {
-            FinishRecord(pRecord);
-        }
-    }
-    // A carrier that is on its way leaves them alone: they are finished.
-    return std::exchange(m_lstFinished, Records());
-}
-
-/// From now on nothing is taken, and no waiting task starts. Returns the requests to stop of owners that are
-/// left.
-inline std::vector<std::shared_ptr<CLS_StopState>> CLS_PoolHub::RefuseAll()
-{
-    std::vector<std::shared_ptr<CLS_StopState>> vecStops;
-    const Lock lock(m_mtxHub);
-    m_bEnded = true;
-    for (CLS_TaskGroup* pGroup = m_chnGroups.GetFirst(); pGroup != nullptr;
-         pGroup = CLS_Chain<CLS_TaskGroup, &CLS_TaskGroup::m_stHubLink>::GetNext(*pGroup))
-    {
-        if (pGroup->m_pStop)
-        {
-            vecStops.push_back(std::exchange(pGroup->m_pStop, nullptr)); // one thread alone may request
-        }
-    }
-    return vecStops;
-}
-
-/// Takes the waiting tasks of all owners.
-inline void CLS_PoolHub::TakeAll(CLS_RemovedTasks& _clsRemoved)
-{
-    for (CLS_TaskGroup* pGroup = m_chnGroups.GetFirst(); pGroup != nullptr;
-         pGroup = CLS_Chain<CLS_TaskGroup, &CLS_TaskGroup::m_stHubLink>::GetNext(*pGroup))
-    {
-        TakeWaiting(*pGroup, _clsRemoved);
-    }
-}
-
-/// Owners and loop tasks that are left are a mistake of the host's.
-inline void CLS_PoolHub::ReportOutlivers()
-{
-    std::string strNames;
-    {
-        const Lock lock(m_mtxHub);
-        for (const CLS_TaskGroup* pGroup = m_chnGroups.GetFirst(); pGroup != nullptr;
-             pGroup = CLS_Chain<CLS_TaskGroup, &CLS_TaskGroup::m_stHubLink>::GetNext(*pGroup))
-        {
-            strNames += " owner \"" + pGroup->m_strName + "\"";
-        }
-        for (const CLS_LoopCore* pLoop = m_chnLoops.GetFirst(); pLoop != nullptr;
-             pLoop = CLS_Chain<CLS_LoopCore, &CLS_LoopCore::m_stHubLink>::GetNext(*pLoop))
-        {
-            strNames += " loop task \"" + pLoop->m_pGroup->m_strName + "\"";
-        }
-    }
-    if (!strNames.empty())
-    {
-        HostChecks::Report("the scope has ended before what uses it:" + strNames);
+        FinishRecord(std::exchange(m_pTimer, nullptr));
     }
 }

@@ -102,5 +102,5 @@ bool System::HasThreadSetting()
 std::unique_ptr<CLS_System> System::Make(const ST_Setup& _stSetup)
 {
     const std::string& strLibrary = _stSetup.m_strLibrary;
-    return std::make_unique<CLS_Kit>(strLibrary.empty() ? CLS_PoolLibrary::UsualName() : strLibrary);
+    return std::make_unique<CLS_Kit>(strLibrary.empty() ? CLS_PoolLibrary::GetUsualName() : strLibrary);
 }

@@ -20,27 +20,27 @@ public:
 
     void Submit(const std::function<void()>& _funTask, void* _pOwner) override
     {
-        if (!m_clsPool.Functions().m_funAddTmpTask(_funTask, _pOwner, CALL_INFO))
+        if (!m_clsPool.GetFunctions().m_funAddTmpTask(_funTask, _pOwner, CALL_INFO))
         {
             throw std::runtime_error("the pool refused a task");
         }
     }
 
     bool HasRemoval() const override { return true; }
-    void Remove(void* _pOwner) override { m_clsPool.Functions().m_funRemoveTmpTask(_pOwner, CALL_INFO); }
+    void Remove(void* _pOwner) override { m_clsPool.GetFunctions().m_funRemoveTmpTask(_pOwner, CALL_INFO); }
 
     bool HasLoops() const override { return true; }
     void AddLoop(const std::function<void()>& _funTask, int _iInterval) override
     {
         std::string strTaskId;
-        m_clsPool.Functions().m_funAddLoopTask(_funTask, _iInterval, strTaskId, CALL_INFO);
+        m_clsPool.GetFunctions().m_funAddLoopTask(_funTask, _iInterval, strTaskId, CALL_INFO);
         m_vecLoops.push_back(strTaskId);
     }
     void RemoveLoops() override
     {
         for (const std::string& strTaskId : m_vecLoops)
         {
-            m_clsPool.Functions().m_funRemoveTask(strTaskId, CALL_INFO);
+            m_clsPool.GetFunctions().m_funRemoveTask(strTaskId, CALL_INFO);
         }
         m_vecLoops.clear();
     }
@@ -71,5 +71,5 @@ bool System::HasThreadSetting()
 std::unique_ptr<CLS_System> System::Make(const ST_Setup& _stSetup)
 {
     const std::string& strLibrary = _stSetup.m_strLibrary;
-    return std::make_unique<CLS_Ours>(strLibrary.empty() ? CLS_PoolLibrary::UsualName() : strLibrary);
+    return std::make_unique<CLS_Ours>(strLibrary.empty() ? CLS_PoolLibrary::GetUsualName() : strLibrary);
 }

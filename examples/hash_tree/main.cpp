@@ -31,7 +31,7 @@ struct ST_HashOptions
 {
     std::string m_strRoot = "/usr/include";
     std::string m_strOutput = "SHA256SUMS";
-    std::string m_strLibrary = CLS_PoolLibrary::UsualName();
+    std::string m_strLibrary = CLS_PoolLibrary::GetUsualName();
     std::optional<std::string> m_strTrace;
     std::optional<int> m_iInterval;
 };

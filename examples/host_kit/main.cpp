@@ -38,7 +38,7 @@ int main(int argc, char** argv)
     try
     {
         std::promise<void> clsThreeTicks; // what tasks use comes before the pool
-        const CLS_PoolScope clsPool{CLS_PoolLibrary(argc > 1 ? argv[1] : CLS_PoolLibrary::UsualName())};
+        const CLS_PoolScope clsPool{CLS_PoolLibrary(argc > 1 ? argv[1] : CLS_PoolLibrary::GetUsualName())};
         const auto funTick = [&, iTicks = 0]() mutable
         {
             if (++iTicks == 3)

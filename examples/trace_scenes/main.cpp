@@ -15,7 +15,7 @@ struct ST_SceneOptions
 {
     std::string m_strScene;
     std::string m_strTrace;
-    std::string m_strLibrary = CLS_PoolLibrary::UsualName();
+    std::string m_strLibrary = CLS_PoolLibrary::GetUsualName();
 };
 
 void DescribeOptions(CLI::App& _app, ST_SceneOptions& _stOptions)
@@ -34,7 +34,7 @@ void Record(const ST_SceneOptions& _stOptions)
     const std::shared_ptr<CLS_TraceFile> pTrace =
         CLS_TraceFile::Create(_stOptions.m_strTrace, "trace_scenes");
     CLS_PoolScope clsPool{CLS_PoolLibrary(_stOptions.m_strLibrary), ST_ScopeOptions{{}, pTrace}};
-    GetScenes().at(_stOptions.m_strScene)(clsPool, CLS_TracedPool(clsPool.Functions(), pTrace));
+    GetScenes().at(_stOptions.m_strScene)(clsPool, CLS_TracedPool(clsPool.GetFunctions(), pTrace));
     clsPool.End();
     pTrace->Close();
 }

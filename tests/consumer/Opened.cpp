@@ -32,7 +32,7 @@ int main(int argc, char** argv)
     try
     {
         constexpr int TASKS = 10;
-        const CLS_PoolScope clsPool{CLS_PoolLibrary(argc > 1 ? argv[1] : CLS_PoolLibrary::UsualName())};
+        const CLS_PoolScope clsPool{CLS_PoolLibrary(argc > 1 ? argv[1] : CLS_PoolLibrary::GetUsualName())};
         std::printf("opened: sum of %d squares %d\n", TASKS, SumSquares(clsPool, TASKS));
         return 0;
     }

@@ -6,7 +6,7 @@
 
 int main()
 {
-    const CLS_PoolScope clsPool(CLS_PoolLibrary::Linked());
+    const CLS_PoolScope clsPool(CLS_PoolLibrary::OpenLinked());
     CLS_TaskOwner clsOwner(clsPool, "owner");
     std::future<int> futResult = SubmitForResult(
         clsOwner, [] { return 42; }, "result");

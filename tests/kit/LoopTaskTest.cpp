@@ -35,7 +35,7 @@ TEST_F(LoopTaskTest, RunsAgainUntilItIsDestroyed)
 {
     const ST_Watched stWatched;
     {
-        const CLS_LoopTask clsTask(Pool(), stWatched.MakeTask(), 1, "loop");
+        const CLS_LoopTask clsTask(GetPool(), stWatched.MakeTask(), 1, "loop");
         EXPECT_TRUE(clsTask.IsAdded());
         EXPECT_TRUE(stWatched.m_pRuns->Wait(3));
         EXPECT_TRUE(stWatched.IsHeld());
@@ -46,7 +46,7 @@ TEST_F(LoopTaskTest, RunsAgainUntilItIsDestroyed)
 TEST_F(LoopTaskTest, IsRemovedOnce)
 {
     const ST_Watched stWatched;
-    CLS_LoopTask clsTask(Pool(), stWatched.MakeTask(), 1, "loop");
+    CLS_LoopTask clsTask(GetPool(), stWatched.MakeTask(), 1, "loop");
     EXPECT_TRUE(stWatched.m_pRuns->Wait(1));
     clsTask.Remove();
     EXPECT_FALSE(clsTask.IsAdded());
@@ -59,7 +59,7 @@ TEST_F(LoopTaskTest, TheIntervalIsThePoolsMilliseconds)
 {
     const ST_Watched stWatched;
     const auto tpBegin = std::chrono::steady_clock::now();
-    const CLS_LoopTask clsTask(Pool(), stWatched.MakeTask(), 100, "loop");
+    const CLS_LoopTask clsTask(GetPool(), stWatched.MakeTask(), 100, "loop");
     EXPECT_TRUE(stWatched.m_pRuns->Wait(3));
     EXPECT_GE(std::chrono::steady_clock::now() - tpBegin, std::chrono::milliseconds(200));
 }
@@ -67,7 +67,7 @@ TEST_F(LoopTaskTest, TheIntervalIsThePoolsMilliseconds)
 TEST_F(LoopTaskTest, MovingTakesTheTaskAlong)
 {
     const ST_Watched stWatched;
-    auto pFirst = std::make_unique<CLS_LoopTask>(Pool(), stWatched.MakeTask(), 1, "loop");
+    auto pFirst = std::make_unique<CLS_LoopTask>(GetPool(), stWatched.MakeTask(), 1, "loop");
     {
         const CLS_LoopTask clsSecond(std::move(*pFirst));
         EXPECT_FALSE(pFirst->IsAdded());
@@ -83,8 +83,8 @@ TEST_F(LoopTaskTest, AssigningRemovesTheTaskThatWasThere)
     const ST_Watched stOld;
     const ST_Watched stNew;
     {
-        CLS_LoopTask clsTask(Pool(), stOld.MakeTask(), 1, "old");
-        CLS_LoopTask clsOther(Pool(), stNew.MakeTask(), 1, "new");
+        CLS_LoopTask clsTask(GetPool(), stOld.MakeTask(), 1, "old");
+        CLS_LoopTask clsOther(GetPool(), stNew.MakeTask(), 1, "new");
         clsTask = std::move(clsOther);
         EXPECT_FALSE(stOld.IsHeld());
         EXPECT_TRUE(clsTask.IsAdded());
@@ -97,7 +97,7 @@ TEST_F(LoopTaskTest, AssigningRemovesTheTaskThatWasThere)
 TEST_F(LoopTaskTest, AssignedToItselfItKeepsItsTask)
 {
     const ST_Watched stWatched;
-    CLS_LoopTask clsTask(Pool(), stWatched.MakeTask(), 1, "loop");
+    CLS_LoopTask clsTask(GetPool(), stWatched.MakeTask(), 1, "loop");
     CLS_LoopTask& clsSame = clsTask;
     clsTask = std::move(clsSame);
     EXPECT_TRUE(clsTask.IsAdded());
@@ -108,7 +108,7 @@ TEST_F(LoopTaskTest, TheEndWaitsForTheRunAndNoLonger)
 {
     CLS_Gate clsStarted;
     std::optional<CLS_LoopTask> clsTask(
-        std::in_place, Pool(),
+        std::in_place, GetPool(),
         [&](const CLS_StopToken& _clsToken)
         {
             clsStarted.Open();
@@ -129,7 +129,7 @@ TEST_F(LoopTaskTest, MayEndItselfInItsOwnRun)
     std::optional<CLS_LoopTask> clsTask;
     CLS_Gate clsMade;
     clsTask.emplace(
-        Pool(),
+        GetPool(),
         [&, clsWitness = CLS_Witness(stEnd)]
         {
             EXPECT_TRUE(clsMade.Wait());
@@ -156,7 +156,7 @@ TEST_F(LoopTaskTest, TheEndWaitsForARunThatHasRemovedItsTaskAndForItsCallable)
     std::optional<CLS_LoopTask> clsTask;
     CLS_Gate clsMade;
     clsTask.emplace(
-        Pool(),
+        GetPool(),
         [&, clsWitness = CLS_Witness(stEnd)]
         {
             EXPECT_TRUE(clsMade.Wait());
@@ -187,7 +187,7 @@ TEST_F(LoopTaskTest, TwoThreadsThatRemoveAtOnceBothWaitForTheRunAndTheCallable)
     CLS_Gate clsMayEnd;
     CLS_Witness::ST_End stEnd;
     CLS_LoopTask clsTask(
-        Pool(),
+        GetPool(),
         [&, clsWitness = CLS_Witness(stEnd)]
         {
             clsStarted.Open();
@@ -214,7 +214,7 @@ TEST_F(LoopTaskTest, TakesACallableThatCanOnlyBeMovedAndDestroysItOnceOnTheRemov
     CLS_Counter clsRuns;
     {
         const CLS_LoopTask clsTask(
-            Pool(), [clsWitness = CLS_Witness(stEnd), &clsRuns] { clsRuns.Add(); }, 0, "loop");
+            GetPool(), [clsWitness = CLS_Witness(stEnd), &clsRuns] { clsRuns.Add(); }, 0, "loop");
         EXPECT_TRUE(clsRuns.Wait(2));
         EXPECT_EQ(0, stEnd.m_iEnds);
     }
@@ -230,7 +230,7 @@ TEST_F(LoopTaskTest, RemovedLaterItDoesNotWaitAndKeepsWhatTheRunUses)
     CLS_Witness::ST_End stKept;
     auto pKept = std::make_shared<CLS_Witness>(stKept);
     CLS_LoopTask clsTask(
-        Pool(),
+        GetPool(),
         [&, clsWitness = CLS_Witness(stEnd)]
         {
             clsStarted.Open();
@@ -251,9 +251,9 @@ TEST_F(LoopTaskTest, RemovedLaterBetweenItsRunsItsCallableGoesOnAWorker)
     CLS_Witness::ST_End stEnd;
     CLS_Counter clsRuns;
     CLS_LoopTask clsTask(
-        Pool(), [&, clsWitness = CLS_Witness(stEnd)] { clsRuns.Add(); }, 3600000, "loop");
+        GetPool(), [&, clsWitness = CLS_Witness(stEnd)] { clsRuns.Add(); }, 3600000, "loop");
     ASSERT_TRUE(clsRuns.Wait(1));
-    ASSERT_TRUE(WaitUntil([&] { return Pool().TakeSnapshot().m_vecRuns.empty(); }));
+    ASSERT_TRUE(WaitUntil([&] { return GetPool().TakeSnapshot().m_vecRuns.empty(); }));
     clsTask.RemoveLater();
     EXPECT_TRUE(WaitUntil([&] { return stEnd.m_iEnds == 1; }));
     EXPECT_NE(std::this_thread::get_id(), stEnd.m_idThread.load());
@@ -261,7 +261,7 @@ TEST_F(LoopTaskTest, RemovedLaterBetweenItsRunsItsCallableGoesOnAWorker)
 
 TEST_F(LoopTaskTest, AnEmptyCallableIsNotAdded)
 {
-    CLS_LoopTask clsTask(Pool(), std::function<void()>(), 1, "loop");
+    CLS_LoopTask clsTask(GetPool(), std::function<void()>(), 1, "loop");
     EXPECT_FALSE(clsTask.IsAdded());
     EXPECT_TRUE(clsTask.Remove());
 }
@@ -270,7 +270,7 @@ TEST_F(LoopTaskTest, GoesOnAfterARunThatThrows)
 {
     CLS_Counter clsFailures;
     CLS_LoopTask clsTask(
-        Pool(), [] { throw std::runtime_error("each time"); }, 1, "loop",
+        GetPool(), [] { throw std::runtime_error("each time"); }, 1, "loop",
         [&](const ST_TaskFailure& _stFailure)
         {
             EXPECT_EQ("loop", _stFailure.m_strCallInfo);

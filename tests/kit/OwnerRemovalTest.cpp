@@ -43,7 +43,7 @@ TEST_F(OwnerRemovalTest, NothingStartsOrIsTakenDuringTheRemoval)
 {
     ST_Stubborn stStubborn;
     CLS_Gate clsRemoving;
-    CLS_TaskOwner clsOwner(Pool(), "owner");
+    CLS_TaskOwner clsOwner(GetPool(), "owner");
     stStubborn.StartIn(clsOwner);
     ASSERT_TRUE(clsOwner.Submit(
         [&](const CLS_StopToken& _clsToken)
@@ -52,7 +52,7 @@ TEST_F(OwnerRemovalTest, NothingStartsOrIsTakenDuringTheRemoval)
             clsRemoving.Open();
         },
         "signal"));
-    ASSERT_TRUE(WaitUntil([&] { return Pool().TakeSnapshot().m_vecRuns.size() == 2; }));
+    ASSERT_TRUE(WaitUntil([&] { return GetPool().TakeSnapshot().m_vecRuns.size() == 2; }));
     std::thread thRemover([&] { EXPECT_TRUE(clsOwner.RemoveTasks()); });
     ASSERT_TRUE(clsRemoving.Wait());
     EXPECT_FALSE(clsOwner.Submit([] { ADD_FAILURE() << "it runs"; }, "late"));
@@ -67,7 +67,7 @@ TEST_F(OwnerRemovalTest, NothingStartsOrIsTakenDuringTheRemoval)
 
 TEST_F(OwnerRemovalTest, ATaskCannotSubmitForAnOwnerThatRemovesIt)
 {
-    CLS_TaskOwner clsOwner(Pool(), "owner");
+    CLS_TaskOwner clsOwner(GetPool(), "owner");
     std::atomic<int> iRuns{0};
     std::function<void()> funChain = [&]
     {
@@ -78,14 +78,14 @@ TEST_F(OwnerRemovalTest, ATaskCannotSubmitForAnOwnerThatRemovesIt)
     ASSERT_TRUE(WaitUntil([&] { return iRuns > 10; }));
     EXPECT_TRUE(clsOwner.RemoveTasks());
     const int iRunsThen = iRuns;
-    EXPECT_EQ(0U, Pool().TakeSnapshot().m_uiQueued);
+    EXPECT_EQ(0U, GetPool().TakeSnapshot().m_uiQueued);
     EXPECT_EQ(iRunsThen, iRuns);
 }
 
 TEST_F(OwnerRemovalTest, SaysThatNotEverythingEndedInItsTimeAndWaitsAgain)
 {
     ST_Stubborn stStubborn;
-    CLS_TaskOwner clsOwner(Pool(), "owner");
+    CLS_TaskOwner clsOwner(GetPool(), "owner");
     stStubborn.StartIn(clsOwner);
     EXPECT_FALSE(clsOwner.RemoveTasks(milliseconds(1)));
     stStubborn.m_clsMayEnd.Open();
@@ -96,7 +96,7 @@ TEST_F(OwnerRemovalTest, SaysThatNotEverythingEndedInItsTimeAndWaitsAgain)
 TEST_F(OwnerRemovalTest, TheLongestLimitIsNoOverflow)
 {
     CLS_Gate clsStarted;
-    CLS_TaskOwner clsOwner(Pool(), "owner");
+    CLS_TaskOwner clsOwner(GetPool(), "owner");
     std::atomic<bool> bOver{false};
     ASSERT_TRUE(clsOwner.Submit(
         [&](const CLS_StopToken& _clsToken)
@@ -116,7 +116,7 @@ TEST_F(OwnerRemovalTest, TheLongestLimitIsNoOverflow)
 TEST_F(OwnerRemovalTest, TwoThreadsAtOnceBothWaitForTheRun)
 {
     ST_Stubborn stStubborn;
-    std::optional<CLS_TaskOwner> clsOwner(std::in_place, Pool(), "owner");
+    std::optional<CLS_TaskOwner> clsOwner(std::in_place, GetPool(), "owner");
     stStubborn.StartIn(*clsOwner);
     const auto funRemove = [&]
     {
@@ -133,7 +133,7 @@ TEST_F(OwnerRemovalTest, TwoThreadsAtOnceBothWaitForTheRun)
 
 TEST_F(OwnerRemovalTest, ATaskMayRemoveItsOwnersTasksAndDoesNotWaitForItself)
 {
-    CLS_TaskOwner clsOwner(Pool(), "owner");
+    CLS_TaskOwner clsOwner(GetPool(), "owner");
     EXPECT_TRUE(SubmitForResult(
                     clsOwner, [&] { return clsOwner.RemoveTasks(); }, "self")
                     .get());
@@ -141,7 +141,7 @@ TEST_F(OwnerRemovalTest, ATaskMayRemoveItsOwnersTasksAndDoesNotWaitForItself)
 
 TEST_F(OwnerRemovalTest, TwoTasksThatRemoveEachOtherDoNotWaitForEachOther)
 {
-    CLS_TaskOwner clsOwner(Pool(), "owner");
+    CLS_TaskOwner clsOwner(GetPool(), "owner");
     CLS_Counter clsStarted;
     const auto funRemove = [&]
     {
@@ -159,7 +159,7 @@ TEST_F(OwnerRemovalTest, ATaskMayEndItsOwner)
 {
     CLS_Gate clsMade;
     CLS_Witness::ST_End stEnd;
-    auto pOwner = std::make_unique<CLS_TaskOwner>(Pool(), "owner");
+    auto pOwner = std::make_unique<CLS_TaskOwner>(GetPool(), "owner");
     CLS_TaskOwner& clsOwner = *pOwner;
     CLS_Gate clsGone;
     ASSERT_TRUE(clsOwner.Submit(
@@ -179,11 +179,11 @@ TEST_F(OwnerRemovalTest, ATaskMayEndItsOwner)
 TEST_F(OwnerRemovalTest, OutsideATaskTheEndAlsoWaitsForATaskThatIsItselfInARemoval)
 {
     ST_Stubborn stStubborn;
-    CLS_TaskOwner clsOther(Pool(), "other");
+    CLS_TaskOwner clsOther(GetPool(), "other");
     stStubborn.StartIn(clsOther);
     CLS_Gate clsInside;
     std::atomic<bool> bEnded{false};
-    CLS_TaskOwner clsOwner(Pool(), "owner");
+    CLS_TaskOwner clsOwner(GetPool(), "owner");
     ASSERT_TRUE(clsOwner.Submit(
         [&]
         {
@@ -210,7 +210,7 @@ TEST_F(OwnerRemovalTest, RemovingLaterDoesNotWaitAndLetsGoOfTheKeptObjectWithThe
     CLS_Witness::ST_End stKept;
     auto pKept = std::make_shared<CLS_Witness>(stKept);
     {
-        CLS_TaskOwner clsOwner(Pool(), "owner");
+        CLS_TaskOwner clsOwner(GetPool(), "owner");
         stStubborn.StartIn(clsOwner);
         clsOwner.RemoveTasksLater(std::move(pKept));
         // Nor does the end of the owner wait.
@@ -226,15 +226,15 @@ TEST_F(OwnerRemovalTest, RemovingLaterDoesNotWaitAndLetsGoOfTheKeptObjectWithThe
 TEST_F(OwnerRemovalTest, RemovingLaterDestroysWhatWaitsOnAWorker)
 {
     CLS_Gate clsMayEnd;
-    CLS_TaskOwner clsOthers(Pool(), "others");
+    CLS_TaskOwner clsOthers(GetPool(), "others");
     KeepEveryWorkerBusy(clsOthers, clsMayEnd);
     CLS_Witness::ST_End stQueued;
     CLS_Witness::ST_End stKept;
-    CLS_TaskOwner clsOwner(Pool(), "owner");
+    CLS_TaskOwner clsOwner(GetPool(), "owner");
     ASSERT_TRUE(
         clsOwner.Submit([clsWitness = CLS_Witness(stQueued)] { ADD_FAILURE() << "it runs"; }, "queued"));
     clsOwner.RemoveTasksLater(std::make_shared<CLS_Witness>(stKept));
-    EXPECT_EQ(0U, Pool().TakeSnapshot().m_uiQueued);
+    EXPECT_EQ(0U, GetPool().TakeSnapshot().m_uiQueued);
     EXPECT_EQ(0, stQueued.m_iEnds + stKept.m_iEnds);
     clsMayEnd.Open();
     EXPECT_TRUE(WaitUntil([&] { return stQueued.m_iEnds == 1 && stKept.m_iEnds == 1; }));
@@ -252,7 +252,7 @@ TEST_F(OwnerRemovalTest, AnObjectMayKeepItselfUntilItsLastRunAndEndItsOwnerThere
         ST_Stubborn m_stStubborn;
         CLS_TaskOwner m_clsTasks;
     };
-    auto pWindow = std::make_shared<ST_Window>(Pool());
+    auto pWindow = std::make_shared<ST_Window>(GetPool());
     const std::weak_ptr<ST_Window> pWatched = pWindow;
     pWindow->m_stStubborn.StartIn(pWindow->m_clsTasks);
     ST_Window& stWindow = *pWindow;
@@ -267,9 +267,9 @@ TEST_F(OwnerRemovalTest, AHundredTasksThatLookAtTheirTokenAndTenThousandThatWait
     CLS_Counter clsStarted;
     std::atomic<int> iLate{0};
     {
-        CLS_TaskOwner clsOwner(Pool(), "owner");
+        CLS_TaskOwner clsOwner(GetPool(), "owner");
         CLS_Gate clsMayEnd;
-        CLS_TaskOwner clsOthers(Pool(), "others");
+        CLS_TaskOwner clsOthers(GetPool(), "others");
         for (int i = 0; i < CLS_PoolHub::MOST_CARRIERS; ++i)
         {
             ASSERT_TRUE(clsOwner.Submit(
@@ -296,7 +296,7 @@ TEST_F(OwnerRemovalTest, ARunThatOutlastsTheNineSecondsIsReportedAndWaitedForOnc
     ST_Stubborn stStubborn;
     std::vector<ST_TaskFailure> vecFailures;
     {
-        CLS_TaskOwner clsOwner(Pool(), "owner",
+        CLS_TaskOwner clsOwner(GetPool(), "owner",
                                [&](const ST_TaskFailure& _stFailure) { vecFailures.push_back(_stFailure); });
         stStubborn.StartIn(clsOwner);
         const auto tpBegin = steady_clock::now();

@@ -77,7 +77,7 @@ TEST(PoolLibraryTest, OpensTheLibraryAndEmptiesTheError)
     ASSERT_TRUE(clsLibrary.has_value());
     const CLS_PoolScope clsPool(std::move(*clsLibrary));
     EXPECT_EQ("", strError);
-    EXPECT_TRUE(HasAll(clsPool.Functions()));
+    EXPECT_TRUE(HasAll(clsPool.GetFunctions()));
 }
 
 TEST(PoolLibraryTest, EachFunctionIsTheOneOfItsName)
@@ -85,7 +85,7 @@ TEST(PoolLibraryTest, EachFunctionIsTheOneOfItsName)
     const CLS_StandIn clsStandIn(STAND_IN);
     const CLS_PoolLibrary clsLibrary(STAND_IN);
     CLS_StandIn::GetCalls().clear();
-    const ST_PoolFunctions& stFunctions = clsLibrary.Functions();
+    const ST_PoolFunctions& stFunctions = clsLibrary.GetFunctions();
     std::string strTaskId;
     stFunctions.m_funAddTmpTask([] {}, nullptr, "1");
     stFunctions.m_funRemoveTmpTask(&strTaskId, "2");
@@ -139,11 +139,11 @@ TEST(PoolLibraryTest, MovingTakesTheFunctionsAlong)
 {
     CLS_PoolLibrary clsFirst(STAND_IN);
     CLS_PoolLibrary clsSecond(std::move(clsFirst));
-    EXPECT_TRUE(HasNone(clsFirst.Functions())); // NOLINT(bugprone-use-after-move)
-    EXPECT_TRUE(HasAll(clsSecond.Functions()));
+    EXPECT_TRUE(HasNone(clsFirst.GetFunctions())); // NOLINT(bugprone-use-after-move)
+    EXPECT_TRUE(HasAll(clsSecond.GetFunctions()));
     clsFirst = std::move(clsSecond);
-    EXPECT_TRUE(HasAll(clsFirst.Functions()));
-    EXPECT_TRUE(HasNone(clsSecond.Functions())); // NOLINT(bugprone-use-after-move)
+    EXPECT_TRUE(HasAll(clsFirst.GetFunctions()));
+    EXPECT_TRUE(HasNone(clsSecond.GetFunctions())); // NOLINT(bugprone-use-after-move)
 }
 
 TEST(PoolLibraryTest, TheLibraryStaysLoadedWhenTheObjectGoes)
@@ -155,6 +155,6 @@ TEST(PoolLibraryTest, TheLibraryStaysLoadedWhenTheObjectGoes)
 TEST(PoolLibraryTest, TheUsualNameIsTheBuiltLibrarys)
 {
     const std::string strPath = POOL_LIBRARY;
-    EXPECT_EQ(strPath.substr(strPath.rfind('/') + 1), CLS_PoolLibrary::UsualName());
+    EXPECT_EQ(strPath.substr(strPath.rfind('/') + 1), CLS_PoolLibrary::GetUsualName());
 }
 } // namespace

@@ -56,7 +56,7 @@ TEST(PoolScopeTest, AMovedFromScopeEndsNothing)
         CLS_PoolScope clsSecond(std::move(clsFirst));
         clsFirst.End(); // NOLINT(bugprone-use-after-move)
         EXPECT_EQ(Calls{}, CLS_StandIn::GetCalls());
-        EXPECT_NE(nullptr, clsSecond.Functions().m_funUnInit);
+        EXPECT_NE(nullptr, clsSecond.GetFunctions().m_funUnInit);
     }
     EXPECT_EQ(Calls{"KillTaskAll"}, CLS_StandIn::GetCalls());
 }
@@ -79,7 +79,7 @@ TEST(PoolScopeTest, UnloadsOnceAndAfterThePoolsEnd)
     clsPool.Unload();
     EXPECT_EQ((Calls{"KillTaskAll", "unloaded"}), CLS_StandIn::GetCalls());
     EXPECT_FALSE(CLS_StandIn::IsLoaded(STAND_IN_TO_UNLOAD));
-    EXPECT_EQ(nullptr, clsPool.Functions().m_funUnInit);
+    EXPECT_EQ(nullptr, clsPool.GetFunctions().m_funUnInit);
     clsPool.Unload();
     EXPECT_EQ(2U, CLS_StandIn::GetCalls().size());
 }
@@ -149,7 +149,7 @@ TEST(PoolScopeTest, TheEndWaitsForWhatIsRunning)
             clsStarted.Open();
             bEnded = clsMayEnd.Wait();
         };
-        ASSERT_TRUE(clsPool.Functions().m_funAddTmpTask(funTask, &iOwner, "run"));
+        ASSERT_TRUE(clsPool.GetFunctions().m_funAddTmpTask(funTask, &iOwner, "run"));
         ASSERT_TRUE(clsStarted.Wait());
         clsMayEnd.Open();
     }

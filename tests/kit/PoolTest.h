@@ -11,7 +11,7 @@
 class CLS_PoolTest : public ::testing::Test
 {
 protected:
-    const CLS_PoolScope& Pool() const { return m_clsPool; }
+    const CLS_PoolScope& GetPool() const { return m_clsPool; }
 
     /// Returns when every worker that runs one-shot tasks is in a task of _clsOwner, which ends with the
     /// gate's opening. Both outlive the tasks.

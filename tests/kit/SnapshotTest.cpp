@@ -12,7 +12,7 @@ using SnapshotTest = CLS_PoolTest;
 
 TEST_F(SnapshotTest, ShowsNothingOfAnIdlePool)
 {
-    const ST_PoolSnapshot stSnapshot = Pool().TakeSnapshot();
+    const ST_PoolSnapshot stSnapshot = GetPool().TakeSnapshot();
     EXPECT_EQ(0, stSnapshot.m_iBusyWorkers + stSnapshot.m_iIdleWorkers + stSnapshot.m_iStartingWorkers);
     EXPECT_EQ(0U, stSnapshot.m_uiQueued);
     EXPECT_EQ(
@@ -26,13 +26,13 @@ TEST_F(SnapshotTest, ShowsNothingOfAnIdlePool)
 TEST_F(SnapshotTest, ShowsWhatIsStuckOnWhichThreadAndWhatWaits)
 {
     CLS_Gate clsMayEnd;
-    CLS_TaskOwner clsOwner(Pool(), "stuck owner");
+    CLS_TaskOwner clsOwner(GetPool(), "stuck owner");
     KeepEveryWorkerBusy(clsOwner, clsMayEnd);
     ASSERT_TRUE(clsOwner.Submit([] {}, "waiting"));
     ASSERT_TRUE(clsOwner.Submit([] {}, "waiting"));
     ASSERT_TRUE(
-        WaitUntil([&] { return Pool().TakeSnapshot().m_nsOldestQueued >= std::chrono::milliseconds(2); }));
-    const ST_PoolSnapshot stSnapshot = Pool().TakeSnapshot();
+        WaitUntil([&] { return GetPool().TakeSnapshot().m_nsOldestQueued >= std::chrono::milliseconds(2); }));
+    const ST_PoolSnapshot stSnapshot = GetPool().TakeSnapshot();
     EXPECT_EQ(CLS_PoolHub::MOST_CARRIERS, stSnapshot.m_iBusyWorkers);
     EXPECT_EQ(0, stSnapshot.m_iIdleWorkers);
     ASSERT_TRUE(stSnapshot.m_iPoolWorkers.has_value());
@@ -54,7 +54,7 @@ TEST_F(SnapshotTest, ShowsThatARunWasAskedToStop)
 {
     CLS_Gate clsStarted;
     CLS_Gate clsMayEnd;
-    CLS_TaskOwner clsOwner(Pool(), "owner");
+    CLS_TaskOwner clsOwner(GetPool(), "owner");
     ASSERT_TRUE(clsOwner.Submit(
         [&]
         {
@@ -64,8 +64,8 @@ TEST_F(SnapshotTest, ShowsThatARunWasAskedToStop)
         "run"));
     ASSERT_TRUE(clsStarted.Wait());
     clsOwner.RemoveTasks(std::chrono::milliseconds(0));
-    EXPECT_TRUE(Pool().TakeSnapshot().m_vecRuns.front().m_bStopRequested);
-    EXPECT_THAT(Pool().TakeSnapshot().ToText(), HasSubstr(", asked to stop\n"));
+    EXPECT_TRUE(GetPool().TakeSnapshot().m_vecRuns.front().m_bStopRequested);
+    EXPECT_THAT(GetPool().TakeSnapshot().ToText(), HasSubstr(", asked to stop\n"));
     clsMayEnd.Open();
 }
 
@@ -74,9 +74,9 @@ TEST_F(SnapshotTest, ShowsLoopTasksWithTheirNextStart)
     CLS_Counter clsRuns;
     CLS_Gate clsMayEnd;
     CLS_LoopTask clsHourly(
-        Pool(), [&] { clsRuns.Add(); }, 3600000, "hourly");
+        GetPool(), [&] { clsRuns.Add(); }, 3600000, "hourly");
     const CLS_LoopTask clsStuck(
-        Pool(),
+        GetPool(),
         [&]
         {
             clsRuns.Add();
@@ -84,8 +84,8 @@ TEST_F(SnapshotTest, ShowsLoopTasksWithTheirNextStart)
         },
         7, "stuck");
     ASSERT_TRUE(clsRuns.Wait(2));
-    ASSERT_TRUE(WaitUntil([&] { return Pool().TakeSnapshot().m_vecRuns.size() == 1; }));
-    const ST_PoolSnapshot stSnapshot = Pool().TakeSnapshot();
+    ASSERT_TRUE(WaitUntil([&] { return GetPool().TakeSnapshot().m_vecRuns.size() == 1; }));
+    const ST_PoolSnapshot stSnapshot = GetPool().TakeSnapshot();
     ASSERT_EQ(2U, stSnapshot.m_vecLoops.size());
     EXPECT_EQ("hourly", stSnapshot.m_vecLoops.front().m_strCallInfo);
     EXPECT_EQ(std::chrono::hours(1), stSnapshot.m_vecLoops.front().m_msInterval);
@@ -98,15 +98,15 @@ TEST_F(SnapshotTest, ShowsLoopTasksWithTheirNextStart)
     EXPECT_EQ("stuck", stSnapshot.m_vecRuns.front().m_strCallInfo);
     clsMayEnd.Open();
     clsHourly.Remove();
-    EXPECT_EQ(1U, Pool().TakeSnapshot().m_vecLoops.size());
+    EXPECT_EQ(1U, GetPool().TakeSnapshot().m_vecLoops.size());
 }
 
 TEST_F(SnapshotTest, CountsForTheScopeAndForEachOwner)
 {
     CLS_Gate clsMayEnd;
-    CLS_TaskOwner clsFirst(Pool(), "first");
+    CLS_TaskOwner clsFirst(GetPool(), "first");
     KeepEveryWorkerBusy(clsFirst, clsMayEnd);
-    CLS_TaskOwner clsSecond(Pool(), "second");
+    CLS_TaskOwner clsSecond(GetPool(), "second");
     ASSERT_TRUE(clsSecond.Submit([] {}, "cancelled"));
     clsSecond.RemoveTasks();
     CLS_Gate clsRan;
@@ -114,8 +114,8 @@ TEST_F(SnapshotTest, CountsForTheScopeAndForEachOwner)
     clsMayEnd.Open();
     ASSERT_TRUE(clsRan.Wait());
     constexpr std::uint64_t FILLERS = CLS_PoolHub::MOST_CARRIERS;
-    ASSERT_TRUE(WaitUntil([&] { return Pool().TakeSnapshot().m_stCounters.m_uiRun == FILLERS + 1; }));
-    const ST_PoolCounters stAll = Pool().TakeSnapshot().m_stCounters;
+    ASSERT_TRUE(WaitUntil([&] { return GetPool().TakeSnapshot().m_stCounters.m_uiRun == FILLERS + 1; }));
+    const ST_PoolCounters stAll = GetPool().TakeSnapshot().m_stCounters;
     EXPECT_EQ(FILLERS + 2, stAll.m_uiSubmitted);
     EXPECT_EQ(1U, stAll.m_uiCancelled);
     EXPECT_EQ(0U, stAll.m_uiFailed);

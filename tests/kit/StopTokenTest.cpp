@@ -101,7 +101,7 @@ TEST(StopTokenAloneTest, ACallbackMayEndItself)
 TEST_F(StopTokenTest, IsRaisedBeforeTheRemovalWaits)
 {
     CLS_Gate clsStarted;
-    CLS_TaskOwner clsOwner(Pool(), "owner");
+    CLS_TaskOwner clsOwner(GetPool(), "owner");
     ASSERT_TRUE(clsOwner.Submit(
         [&](const CLS_StopToken& _clsToken)
         {
@@ -115,7 +115,7 @@ TEST_F(StopTokenTest, IsRaisedBeforeTheRemovalWaits)
 
 TEST_F(StopTokenTest, TasksAfterARemovalHaveATokenOfTheirOwn)
 {
-    CLS_TaskOwner clsOwner(Pool(), "owner");
+    CLS_TaskOwner clsOwner(GetPool(), "owner");
     clsOwner.RemoveTasks();
     CLS_Gate clsRan;
     ASSERT_TRUE(clsOwner.Submit(
@@ -133,7 +133,7 @@ TEST_F(StopTokenTest, ATokenMayOutliveItsTaskAndItsOwner)
     CLS_StopToken clsKept;
     {
         CLS_Gate clsRan;
-        CLS_TaskOwner clsOwner(Pool(), "owner");
+        CLS_TaskOwner clsOwner(GetPool(), "owner");
         ASSERT_TRUE(clsOwner.Submit(
             [&](const CLS_StopToken& _clsToken)
             {
@@ -150,7 +150,7 @@ TEST_F(StopTokenTest, ATokenMayOutliveItsTaskAndItsOwner)
 TEST_F(StopTokenTest, ACallbackWakesATaskThatWaitsForSomethingElse)
 {
     CLS_Gate clsStarted;
-    CLS_TaskOwner clsOwner(Pool(), "owner");
+    CLS_TaskOwner clsOwner(GetPool(), "owner");
     ASSERT_TRUE(clsOwner.Submit(
         [&](const CLS_StopToken& _clsToken)
         {

@@ -37,7 +37,7 @@ void ExpectBroken(std::future<T_Result>& _futResult)
 
 TEST_F(SubmitForResultTest, TheFutureHasTheValue)
 {
-    CLS_TaskOwner clsOwner(Pool(), "owner");
+    CLS_TaskOwner clsOwner(GetPool(), "owner");
     std::future<std::string> futText = SubmitForResult(
         clsOwner, [] { return std::string("text"); }, "text");
     EXPECT_EQ("text", futText.get());
@@ -45,7 +45,7 @@ TEST_F(SubmitForResultTest, TheFutureHasTheValue)
 
 TEST_F(SubmitForResultTest, ValuesMayBeNothingReferencesAndMoveOnly)
 {
-    CLS_TaskOwner clsOwner(Pool(), "owner");
+    CLS_TaskOwner clsOwner(GetPool(), "owner");
     int iValue = 1;
     SubmitForResult(
         clsOwner, [&] { iValue = 2; }, "nothing")
@@ -61,14 +61,14 @@ TEST_F(SubmitForResultTest, ValuesMayBeNothingReferencesAndMoveOnly)
 
 TEST_F(SubmitForResultTest, TheCallableMayBeMoveOnly)
 {
-    CLS_TaskOwner clsOwner(Pool(), "owner");
+    CLS_TaskOwner clsOwner(GetPool(), "owner");
     auto funTask = [pValue = std::make_unique<int>(4)] { return *pValue; };
     EXPECT_EQ(4, SubmitForResult(clsOwner, std::move(funTask), "move-only").get());
 } // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks): the queue owns it
 
 TEST_F(SubmitForResultTest, TheCallableMayBeKeptByTheCaller)
 {
-    CLS_TaskOwner clsOwner(Pool(), "owner");
+    CLS_TaskOwner clsOwner(GetPool(), "owner");
     int iRuns = 0;
     const auto funTask = [&iRuns] { return ++iRuns; };
     EXPECT_EQ(1, SubmitForResult(clsOwner, funTask, "first").get());
@@ -77,7 +77,7 @@ TEST_F(SubmitForResultTest, TheCallableMayBeKeptByTheCaller)
 
 TEST_F(SubmitForResultTest, AnExceptionTravelsIntoTheFuture)
 {
-    CLS_TaskOwner clsOwner(Pool(), "owner");
+    CLS_TaskOwner clsOwner(GetPool(), "owner");
     std::future<int> futResult = SubmitForResult(
         clsOwner, []() -> int { throw CLS_HostError("mine"); }, "throwing");
     try
@@ -93,7 +93,7 @@ TEST_F(SubmitForResultTest, AnExceptionTravelsIntoTheFuture)
 
 TEST_F(SubmitForResultTest, WhatWasCapturedIsGoneWhenTheFutureIsReady)
 {
-    CLS_TaskOwner clsOwner(Pool(), "owner");
+    CLS_TaskOwner clsOwner(GetPool(), "owner");
     auto pValue = std::make_shared<int>(5);
     const std::weak_ptr<int> pCaptured = pValue;
     std::future<int> futValue = SubmitForResult(
@@ -107,9 +107,9 @@ TEST_F(SubmitForResultTest, ATaskThatWasRemovedBeforeItRanBreaksItsPromise)
 {
     // The last ones submitted cannot have started.
     CLS_Gate clsMayEnd;
-    CLS_TaskOwner clsOthers(Pool(), "others");
+    CLS_TaskOwner clsOthers(GetPool(), "others");
     KeepEveryWorkerBusy(clsOthers, clsMayEnd);
-    std::optional<CLS_TaskOwner> clsOwner(std::in_place, Pool(), "owner");
+    std::optional<CLS_TaskOwner> clsOwner(std::in_place, GetPool(), "owner");
     std::future<int> futResult = SubmitForResult(
         *clsOwner, [] { return 6; }, "queued");
     EXPECT_EQ(std::future_status::timeout, futResult.wait_for(std::chrono::seconds(0)));
@@ -123,7 +123,7 @@ TEST_F(SubmitForResultTest, TheFutureOutlivesTheOwner)
     std::future<int> futResult;
     {
         CLS_Gate clsRan;
-        CLS_TaskOwner clsOwner(Pool(), "owner");
+        CLS_TaskOwner clsOwner(GetPool(), "owner");
         futResult = SubmitForResult(
             clsOwner,
             [&]
@@ -139,7 +139,7 @@ TEST_F(SubmitForResultTest, TheFutureOutlivesTheOwner)
 
 TEST_F(SubmitForResultTest, ATaskMayTakeAToken)
 {
-    CLS_TaskOwner clsOwner(Pool(), "owner");
+    CLS_TaskOwner clsOwner(GetPool(), "owner");
     EXPECT_FALSE(
         SubmitForResult(
             clsOwner, [](const CLS_StopToken& _clsToken) { return _clsToken.IsStopRequested(); }, "token")
@@ -149,7 +149,7 @@ TEST_F(SubmitForResultTest, ATaskMayTakeAToken)
 TEST_F(SubmitForResultTest, TheResultGoesWithTheFuture)
 {
     CLS_Witness::ST_End stResult;
-    CLS_TaskOwner clsOwner(Pool(), "owner");
+    CLS_TaskOwner clsOwner(GetPool(), "owner");
     {
         const auto futResult = SubmitForResult(
             clsOwner, [&stResult] { return std::make_unique<CLS_Witness>(stResult); }, "result");
@@ -164,7 +164,7 @@ TEST_F(SubmitForResultTest, AResultThatComesAfterTheFutureHasGoneIsNotKept)
 {
     CLS_Witness::ST_End stResult;
     CLS_Gate clsMayEnd;
-    CLS_TaskOwner clsOwner(Pool(), "owner");
+    CLS_TaskOwner clsOwner(GetPool(), "owner");
     static_cast<void>(SubmitForResult(
         clsOwner,
         [&]
@@ -179,14 +179,14 @@ TEST_F(SubmitForResultTest, AResultThatComesAfterTheFutureHasGoneIsNotKept)
 
 TEST_F(SubmitForResultTest, AnEmptyCallableBreaksItsPromise)
 {
-    CLS_TaskOwner clsOwner(Pool(), "owner");
+    CLS_TaskOwner clsOwner(GetPool(), "owner");
     std::future<int> futResult = SubmitForResult(clsOwner, std::function<int()>(), "empty");
     ExpectBroken(futResult);
 }
 
 TEST_F(SubmitForResultTest, AThrowingTaskCountsAsFailedAndIsHeardThroughItsFutureAlone)
 {
-    CLS_TaskOwner clsOwner(Pool(), "owner", [](const ST_TaskFailure&) { ADD_FAILURE() << "heard twice"; });
+    CLS_TaskOwner clsOwner(GetPool(), "owner", [](const ST_TaskFailure&) { ADD_FAILURE() << "heard twice"; });
     std::future<void> futResult = SubmitForResult(
         clsOwner, [] { throw CLS_HostError("mine"); }, "throwing");
     EXPECT_THROW(futResult.get(), CLS_HostError);

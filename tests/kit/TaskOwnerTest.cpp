@@ -24,7 +24,7 @@ static_assert(!std::is_copy_constructible_v<CLS_TaskOwner> && !std::is_move_cons
 TEST_F(TaskOwnerTest, RunsWhatIsSubmitted)
 {
     CLS_Counter clsRuns;
-    CLS_TaskOwner clsOwner(Pool(), "owner");
+    CLS_TaskOwner clsOwner(GetPool(), "owner");
     EXPECT_TRUE(clsOwner.Submit([&] { clsRuns.Add(); }, "one"));
     EXPECT_TRUE(clsOwner.Submit([&] { clsRuns.Add(); }, "two"));
     EXPECT_TRUE(clsRuns.Wait(2));
@@ -35,7 +35,7 @@ TEST_F(TaskOwnerTest, TheDestructorWaitsForWhatIsRunning)
     CLS_Gate clsStarted;
     CLS_Gate clsMayEnd;
     std::atomic<bool> bEnded{false};
-    std::optional<CLS_TaskOwner> clsOwner(std::in_place, Pool(), "owner");
+    std::optional<CLS_TaskOwner> clsOwner(std::in_place, GetPool(), "owner");
     ASSERT_TRUE(clsOwner->Submit(
         [&]
         {
@@ -54,13 +54,13 @@ TEST_F(TaskOwnerTest, TheDestructorRemovesTheOwnersTasksAlone)
 {
     // The last ones submitted cannot have started.
     CLS_Gate clsMayEnd;
-    CLS_TaskOwner clsOthers(Pool(), "others");
+    CLS_TaskOwner clsOthers(GetPool(), "others");
     KeepEveryWorkerBusy(clsOthers, clsMayEnd);
     CLS_Counter clsLater;
     std::atomic<bool> bRemovedRan{false};
     std::weak_ptr<int> pCaptured;
     {
-        CLS_TaskOwner clsOwner(Pool(), "owner");
+        CLS_TaskOwner clsOwner(GetPool(), "owner");
         auto pValue = std::make_shared<int>(1);
         pCaptured = pValue;
         ASSERT_TRUE(clsOwner.Submit([pValue, &bRemovedRan] { bRemovedRan = true; }, "queued"));
@@ -75,7 +75,7 @@ TEST_F(TaskOwnerTest, TheDestructorRemovesTheOwnersTasksAlone)
 TEST_F(TaskOwnerTest, GoesOnAfterItsTasksWereRemoved)
 {
     CLS_Counter clsRuns;
-    CLS_TaskOwner clsOwner(Pool(), "owner");
+    CLS_TaskOwner clsOwner(GetPool(), "owner");
     clsOwner.RemoveTasks();
     EXPECT_TRUE(clsOwner.Submit([&] { clsRuns.Add(); }, "again"));
     EXPECT_TRUE(clsRuns.Wait(1));
@@ -84,7 +84,7 @@ TEST_F(TaskOwnerTest, GoesOnAfterItsTasksWereRemoved)
 TEST_F(TaskOwnerTest, TakesCallablesThatCanOnlyBeMoved)
 {
     CLS_Counter clsRuns;
-    CLS_TaskOwner clsOwner(Pool(), "owner");
+    CLS_TaskOwner clsOwner(GetPool(), "owner");
     EXPECT_TRUE(clsOwner.Submit(
         [pValue = std::make_unique<int>(1), &clsRuns]
         {
@@ -98,7 +98,7 @@ TEST_F(TaskOwnerTest, TakesCallablesThatCanOnlyBeMoved)
 TEST_F(TaskOwnerTest, TakesFunctionsAndNoEmptyOnes)
 {
     static std::atomic<int> s_iRuns{0};
-    CLS_TaskOwner clsOwner(Pool(), "owner");
+    CLS_TaskOwner clsOwner(GetPool(), "owner");
     EXPECT_TRUE(clsOwner.Submit(
         +[] { ++s_iRuns; }, "pointer"));
     EXPECT_TRUE(clsOwner.Submit(std::function<void()>([] { ++s_iRuns; }), "object"));
@@ -121,7 +121,7 @@ struct ST_ThrowingCopy
 
 TEST_F(TaskOwnerTest, ACopyThatThrowsLeavesNothingBehind)
 {
-    CLS_TaskOwner clsOwner(Pool(), "owner");
+    CLS_TaskOwner clsOwner(GetPool(), "owner");
     const ST_ThrowingCopy stThrowing;
     EXPECT_THROW(static_cast<void>(clsOwner.Submit(stThrowing, "copied")), std::runtime_error);
     EXPECT_EQ(0U, clsOwner.GetCounters().m_uiSubmitted);
@@ -132,7 +132,7 @@ TEST_F(TaskOwnerTest, ACopyThatThrowsLeavesNothingBehind)
 TEST_F(TaskOwnerTest, WhatATaskCapturedIsDestroyedOnceByTheWorkerWhenItsRunEnds)
 {
     CLS_Witness::ST_End stEnd;
-    CLS_TaskOwner clsOwner(Pool(), "owner");
+    CLS_TaskOwner clsOwner(GetPool(), "owner");
     std::thread::id idWorker;
     ASSERT_TRUE(clsOwner.Submit(
         [clsWitness = CLS_Witness(stEnd), &idWorker] { idWorker = std::this_thread::get_id(); }, "run"));
@@ -144,10 +144,10 @@ TEST_F(TaskOwnerTest, WhatATaskCapturedIsDestroyedOnceByTheWorkerWhenItsRunEnds)
 TEST_F(TaskOwnerTest, WhatARemovedTaskCapturedIsDestroyedOnceByTheRemoval)
 {
     CLS_Gate clsMayEnd;
-    CLS_TaskOwner clsOthers(Pool(), "others");
+    CLS_TaskOwner clsOthers(GetPool(), "others");
     KeepEveryWorkerBusy(clsOthers, clsMayEnd);
     CLS_Witness::ST_End stEnd;
-    CLS_TaskOwner clsOwner(Pool(), "owner");
+    CLS_TaskOwner clsOwner(GetPool(), "owner");
     ASSERT_TRUE(clsOwner.Submit([clsWitness = CLS_Witness(stEnd)] {}, "queued"));
     EXPECT_EQ(0, stEnd.m_iEnds);
     EXPECT_TRUE(clsOwner.RemoveTasks());
@@ -159,9 +159,9 @@ TEST_F(TaskOwnerTest, WhatARemovedTaskCapturedIsDestroyedOnceByTheRemoval)
 TEST_F(TaskOwnerTest, WhatACapturedObjectDoesAtItsEndMayUseTheOwner)
 {
     CLS_Gate clsMayEnd;
-    CLS_TaskOwner clsOthers(Pool(), "others");
+    CLS_TaskOwner clsOthers(GetPool(), "others");
     KeepEveryWorkerBusy(clsOthers, clsMayEnd);
-    CLS_TaskOwner clsOwner(Pool(), "owner");
+    CLS_TaskOwner clsOwner(GetPool(), "owner");
     bool bEnded = false;
     std::shared_ptr<void> pCaptured(nullptr,
                                     [&](void*)
@@ -180,8 +180,8 @@ TEST_F(TaskOwnerTest, WhatACapturedObjectDoesAtItsEndMayUseTheOwner)
 TEST_F(TaskOwnerTest, AnOwnerMayLiveInATaskOfAnother)
 {
     CLS_Gate clsInnerStarted;
-    CLS_TaskOwner clsOuter(Pool(), "outer");
-    auto pInner = std::make_unique<CLS_TaskOwner>(Pool(), "inner");
+    CLS_TaskOwner clsOuter(GetPool(), "outer");
+    auto pInner = std::make_unique<CLS_TaskOwner>(GetPool(), "inner");
     ASSERT_TRUE(clsOuter.Submit(
         [pInner = std::move(pInner), &clsInnerStarted]
         {

@@ -20,10 +20,10 @@ public:
     CLS_KitWorld()
     {
         const Names::CLS_ServiceScope clsScope;
-        m_clsPool.emplace(CLS_PoolLibrary::Linked());
+        m_clsPool.emplace(CLS_PoolLibrary::OpenLinked());
     }
 
-    const CLS_PoolScope& Pool() const { return *m_clsPool; }
+    const CLS_PoolScope& GetPool() const { return *m_clsPool; }
 
     /// A one-shot task that must begin at once.
     static void Submit(CLS_TaskOwner& _clsOwner, ST_Job& _stJob)
@@ -86,7 +86,7 @@ void KitRemoveOwner()
     CLS_World clsWorld;
     CLS_KitWorld clsKit;
     {
-        CLS_TaskOwner clsOwner(clsKit.Pool(), "owner");
+        CLS_TaskOwner clsOwner(clsKit.GetPool(), "owner");
         ST_Job& stShort = clsWorld.MakeJob("A");
         ST_Job& stLong = clsWorld.MakeJob("B", 5ms);
         CLS_KitWorld::Submit(clsOwner, stShort);
@@ -118,7 +118,7 @@ void KitRemoveOwnerWhoseTaskSubmits()
     CLS_World clsWorld;
     CLS_KitWorld clsKit;
     {
-        CLS_TaskOwner clsOwner(clsKit.Pool(), "owner", [](const ST_TaskFailure&) {});
+        CLS_TaskOwner clsOwner(clsKit.GetPool(), "owner", [](const ST_TaskFailure&) {});
         ST_Job& stSecond = clsWorld.MakeJob("B");
         std::atomic<bool> bStarted{false};
         std::atomic<bool> bRemoving{false};
@@ -165,7 +165,7 @@ void KitRemoveLoopTwice()
                 CLS_World::GiveWay();
             }
         };
-        optLoop.emplace(clsKit.Pool(), CLS_World::MakeCallable(stLoop), 1000, "A");
+        optLoop.emplace(clsKit.GetPool(), CLS_World::MakeCallable(stLoop), 1000, "A");
         bMade = true;
         std::optional<std::thread> thrOther;
         if (!bByItself)
@@ -192,7 +192,7 @@ void KitRemoveLoop()
     {
         ST_Job& stLoop = clsWorld.MakeJob("A", 5ms);
         stLoop.m_iInterval = 20;
-        CLS_LoopTask clsLoop(clsKit.Pool(), CLS_World::MakeCallable(stLoop), 20, "A");
+        CLS_LoopTask clsLoop(clsKit.GetPool(), CLS_World::MakeCallable(stLoop), 20, "A");
         Require(clsLoop.IsAdded(), "the kit takes no loop task");
         std::this_thread::sleep_for(5ms * CLS_World::Choose(12) + 2ms * CLS_World::Choose(2));
         CLS_World::GiveWay();
@@ -209,7 +209,7 @@ void KitKeepsFewRecords()
     CLS_World clsWorld;
     CLS_KitWorld clsKit;
     {
-        CLS_TaskOwner clsOwner(clsKit.Pool(), "owner");
+        CLS_TaskOwner clsOwner(clsKit.GetPool(), "owner");
         const auto funSubmit = [&](const std::string& _strName, std::chrono::nanoseconds _nsLength)
         {
             ST_Job& stJob = clsWorld.MakeJob(_strName, _nsLength);
@@ -243,7 +243,7 @@ void KitEndsAtEveryMoment()
     CLS_World clsWorld;
     CLS_KitWorld clsKit;
     {
-        CLS_TaskOwner clsOwner(clsKit.Pool(), "owner");
+        CLS_TaskOwner clsOwner(clsKit.GetPool(), "owner");
         ST_Job& stFirst = clsWorld.MakeJob("A", 20ms * CLS_World::Choose(2));
         ST_Job& stSecond = clsWorld.MakeJob("B");
         stFirst.m_bAtOnce = stSecond.m_bAtOnce = false;

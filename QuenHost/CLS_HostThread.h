@@ -1,0 +1,34 @@
+#pragma once
+
+#include "QuenHost/Core/CLS_PoolHub.h"
+
+#include <memory>
+#include <utility>
+
+/// A thread of the host's on which it wants results, such as that of its windows.
+///
+/// Made once from the host's way to run something there, for example:
+/// - Qt: QMetaObject::invokeMethod(pObject, std::move(funCall), Qt::QueuedConnection)
+/// - GCD: dispatch_async_f with a callable on the heap
+/// - a queue of the host's own, which its thread empties.
+///
+/// Threads: any. Copies are the same thread.
+class CLS_HostThread
+{
+public:
+    /// _funPost takes a callable, returns at once, and has the host's thread call it once, later.
+    ///
+    /// Threads: called on workers, several at once.
+    /// Waits: it must not wait for the host's thread, which may be in a removal that waits for the worker.
+    /// Fails: when it throws, or drops the callable, the owner's failure handler hears of it. A dropped
+    /// callable is reported where it is destroyed: hold no lock there that the handler takes.
+    explicit CLS_HostThread(F_HostPost _funPost) : m_pPost(std::make_shared<F_HostPost>(std::move(_funPost)))
+    {
+    }
+
+    /// For the kit.
+    const F_HostPost& GetPost() const { return *m_pPost; }
+
+private:
+    std::shared_ptr<const F_HostPost> m_pPost;
+};

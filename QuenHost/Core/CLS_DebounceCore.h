@@ -1,0 +1,191 @@
+#pragma once
+
+#include "QuenHost/Core/CLS_QueuedTask.h"
+#include "QuenHost/Core/ST_OwnerLink.h"
+#include "QuenHost/PoolCall.h"
+
+#include <algorithm>
+#include <chrono>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+
+/// What a CLS_Debounce and its tasks share. A look is a delayed task that runs the callable when it has been
+/// quiet long enough, and otherwise comes again.
+///
+/// Threads: any, but for the constructor.
+class CLS_DebounceCore : public std::enable_shared_from_this<CLS_DebounceCore>
+{
+public:
+    CLS_DebounceCore(ST_OwnerLink _stLink, std::chrono::milliseconds _msQuiet, std::string _strCallInfo,
+                     std::unique_ptr<CLS_QueuedTask> _pTask)
+        : m_stLink(std::move(_stLink)), m_msQuiet(std::min(_msQuiet, LONGEST_QUIET)),
+          m_strCallInfo(std::move(_strCallInfo)), m_pTask(std::move(_pTask))
+    {
+    }
+
+    CLS_DebounceCore(const CLS_DebounceCore&) = delete;
+    CLS_DebounceCore& operator=(const CLS_DebounceCore&) = delete;
+
+    /// CLS_Debounce::Trigger.
+    bool Trigger()
+    {
+        const ST_OwnerLink stTied = m_stLink.Tie();
+        {
+            const std::lock_guard<std::mutex> lock(m_mtxCore);
+            if (!m_pTask || !stTied.m_pStop)
+            {
+                return false;
+            }
+            m_tpDue = Clock::now() + m_msQuiet;
+            m_bTriggered = true;
+            if (m_pPending == stTied.m_pStop)
+            {
+                return true;
+            }
+            m_pPending = stTied.m_pStop;
+        }
+        return Schedule(stTied, m_msQuiet);
+    }
+
+    /// No run starts any more.
+    void Close()
+    {
+        std::unique_ptr<CLS_QueuedTask> pTask;
+        const std::lock_guard<std::mutex> lock(m_mtxCore);
+        m_bClosed = true;
+        m_pPending = nullptr;
+        if (!m_bRunning)
+        {
+            pTask = std::move(m_pTask);
+        }
+    }
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    static constexpr std::chrono::milliseconds LONGEST_QUIET = std::chrono::hours(24 * 365 * 100);
+
+    /// From one look to the next while a run of before a removal goes on.
+    static constexpr std::chrono::milliseconds RETRY{10};
+
+    class CLS_Look final : public CLS_QueuedTask
+    {
+    public:
+        explicit CLS_Look(std::shared_ptr<CLS_DebounceCore> _pCore) : m_pCore(std::move(_pCore)) {}
+        ~CLS_Look() override
+        {
+            if (!m_bRun)
+            {
+                m_pCore->Forget(m_pStop);
+            }
+        }
+
+        CLS_Look(const CLS_Look&) = delete;
+        CLS_Look& operator=(const CLS_Look&) = delete;
+
+        bool Run(const CLS_StopToken& _clsToken) override
+        {
+            m_bRun = true;
+            return m_pCore->Look(_clsToken, {m_pCore->m_stLink.m_pHub, m_pGroup, m_pStop});
+        }
+
+        void DestroyCallable() noexcept override {}
+
+    private:
+        const std::shared_ptr<CLS_DebounceCore> m_pCore;
+        bool m_bRun = false;
+    };
+
+    /// Submits a look. Without one, nothing is pending.
+    bool Schedule(const ST_OwnerLink& _stTied, std::chrono::nanoseconds _nsDelay)
+    {
+        bool bTaken = false;
+        const auto funSchedule = [&]
+        {
+            const auto msDelay = std::chrono::ceil<std::chrono::milliseconds>(_nsDelay);
+            bTaken =
+                _stTied.SubmitAfter(msDelay, std::make_unique<CLS_Look>(shared_from_this()), m_strCallInfo);
+        };
+        PoolCall::Catch(funSchedule);
+        if (!bTaken)
+        {
+            Forget(_stTied.m_pStop);
+        }
+        return bTaken;
+    }
+
+    /// The look is cancelled.
+    void Forget(const std::shared_ptr<CLS_StopState>& _pStop)
+    {
+        const std::lock_guard<std::mutex> lock(m_mtxCore);
+        if (m_pPending == _pStop)
+        {
+            m_pPending = nullptr;
+        }
+    }
+
+    /// Runs the callable when it is due. False when it threw.
+    bool Look(const CLS_StopToken& _clsToken, const ST_OwnerLink& _stTied)
+    {
+        {
+            std::unique_lock<std::mutex> lock(m_mtxCore);
+            if (m_pPending != _stTied.m_pStop)
+            {
+                return true; // closed, or of before a removal
+            }
+            const std::chrono::nanoseconds nsRest = m_tpDue - Clock::now();
+            if (m_bRunning || nsRest.count() > 0)
+            {
+                lock.unlock();
+                Schedule(_stTied, std::max<std::chrono::nanoseconds>(nsRest, RETRY));
+                return true;
+            }
+            m_bRunning = true;
+            m_bTriggered = false;
+        }
+        const std::exception_ptr pException = PoolCall::Catch([&] { m_pTask->Run(_clsToken); });
+        if (pException)
+        {
+            _stTied.m_pHub->Report(*_stTied.m_pGroup, n_FailureKind::Threw, m_strCallInfo, pException);
+        }
+        EndRun(_stTied);
+        return !pException;
+    }
+
+    void EndRun(const ST_OwnerLink& _stTied)
+    {
+        std::unique_ptr<CLS_QueuedTask> pTask;
+        std::unique_lock<std::mutex> lock(m_mtxCore);
+        m_bRunning = false;
+        const std::chrono::nanoseconds nsRest = m_tpDue - Clock::now();
+        const bool bMine = m_pPending == _stTied.m_pStop;
+        const bool bAgain = bMine && m_bTriggered;
+        if (m_bClosed)
+        {
+            pTask = std::move(m_pTask);
+        }
+        else if (bMine && !bAgain)
+        {
+            m_pPending = nullptr;
+        }
+        lock.unlock();
+        if (bAgain)
+        {
+            Schedule(_stTied, nsRest);
+        }
+    }
+
+    const ST_OwnerLink m_stLink;
+    const std::chrono::milliseconds m_msQuiet;
+    const std::string m_strCallInfo;
+
+    std::mutex m_mtxCore;                      ///< guards what follows
+    std::unique_ptr<CLS_QueuedTask> m_pTask;   ///< the callable; null once closed, and for an empty one
+    Clock::time_point m_tpDue;                 ///< the next run, if it stays quiet
+    bool m_bTriggered = false;                 ///< since the last run began
+    bool m_bRunning = false;                   ///< m_pTask runs; it is read without the lock then
+    bool m_bClosed = false;                    ///< m_pTask is destroyed as soon as it does not run
+    std::shared_ptr<CLS_StopState> m_pPending; ///< the stop request of the look that is on its way; or null
+};

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <memory>
+#include <utility>
+
+class CLS_PoolHub;
+class CLS_QueuedTask;
+
+/// What the host's thread holds of a delivery that was posted to it.
+///
+/// Threads: any.
+/// Owns: nothing of the delivery, which a removal may take at any time.
+class CLS_Ticket
+{
+public:
+    explicit CLS_Ticket(std::shared_ptr<CLS_PoolHub> _pHub) : m_pHub(std::move(_pHub)) {}
+
+    /// The host has dropped what was posted: a delivery that is left is reported as a failure.
+    ~CLS_Ticket();
+
+    CLS_Ticket(const CLS_Ticket&) = delete;
+    CLS_Ticket& operator=(const CLS_Ticket&) = delete;
+
+    /// Delivers, once, unless the owner's tasks were removed.
+    void Deliver();
+
+    CLS_QueuedTask* m_pTask = nullptr; ///< null once delivered or cancelled; guarded by the hub's mutex
+
+private:
+    const std::shared_ptr<CLS_PoolHub> m_pHub;
+};

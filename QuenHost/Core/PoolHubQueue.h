@@ -1,0 +1,185 @@
+#pragma once
+
+// Where tasks wait: in the hub's queue, for others of their owner, for their time, or for the host's thread.
+// Included by CLS_PoolHub.h.
+
+#include "QuenHost/Core/CLS_PoolHub.h"
+#include "QuenHost/Core/CLS_Ticket.h"
+
+/// Whether this task is taken now.
+inline bool CLS_PoolHub::Accepts(const CLS_QueuedTask& _clsTask) const
+{
+    const CLS_TaskGroup& clsGroup = *_clsTask.m_pGroup;
+    const bool bCurrent = !_clsTask.m_pStop || _clsTask.m_pStop == clsGroup.m_pStop;
+    return bCurrent && !m_bEnded && !clsGroup.m_bClosed && clsGroup.m_iRemovals == 0;
+}
+
+/// After a removal, the group's next tasks have a stop request of their own. May release the lock for a
+/// moment.
+inline void CLS_PoolHub::EnsureStopState(Lock& _lock, CLS_TaskGroup& _clsGroup) const
+{
+    if (!_clsGroup.m_pStop)
+    {
+        _lock.unlock();
+        auto pStop = std::make_shared<CLS_StopState>();
+        _lock.lock();
+        if (!_clsGroup.m_pStop)
+        {
+            _clsGroup.m_pStop = std::move(pStop);
+        }
+    }
+}
+
+/// Counts a task that is taken.
+inline void CLS_PoolHub::CountSubmitted(CLS_QueuedTask& _clsTask)
+{
+    CLS_TaskGroup& clsGroup = *_clsTask.m_pGroup;
+    _clsTask.m_pStop = clsGroup.m_pStop;
+    ++m_stCounters.m_uiSubmitted;
+    ++clsGroup.m_stCounters.m_uiSubmitted;
+}
+
+/// From now on the task starts as soon as its owner lets it and a worker is free.
+inline void CLS_PoolHub::Enqueue(CLS_QueuedTask& _clsTask)
+{
+    CLS_TaskGroup& clsGroup = *_clsTask.m_pGroup;
+    _clsTask.m_tpQueued = Clock::now();
+    if (clsGroup.m_uiMaxRunning == 0 || clsGroup.m_uiActive < clsGroup.m_uiMaxRunning)
+    {
+        Activate(_clsTask);
+    }
+    else
+    {
+        clsGroup.m_chnHeld.Append(_clsTask);
+    }
+}
+
+/// Puts the task into the hub's queue.
+inline void CLS_PoolHub::Activate(CLS_QueuedTask& _clsTask)
+{
+    CLS_TaskGroup& clsGroup = *_clsTask.m_pGroup;
+    ++clsGroup.m_uiActive;
+    clsGroup.m_chnWaiting.Append(_clsTask);
+    m_chnQueue.Append(_clsTask);
+}
+
+/// Takes the task out of the hub's queue. It counts as active until Deactivate.
+inline void CLS_PoolHub::Dequeue(CLS_QueuedTask& _clsTask)
+{
+    m_chnQueue.Remove(_clsTask);
+    _clsTask.m_pGroup->m_chnWaiting.Remove(_clsTask);
+}
+
+/// An active task has ended, or will not run: the next one that was held starts.
+inline void CLS_PoolHub::Deactivate(CLS_TaskGroup& _clsGroup)
+{
+    --_clsGroup.m_uiActive;
+    if (CLS_QueuedTask* const pHeld = _clsGroup.m_chnHeld.TakeFirst())
+    {
+        Activate(*pHeld);
+    }
+}
+
+/// Takes back a task for which there is no worker; null when it has been taken meanwhile.
+inline std::unique_ptr<CLS_QueuedTask> CLS_PoolHub::Withdraw(std::uint64_t _uiNumber)
+{
+    CLS_QueuedTask* pTask = m_chnQueue.GetLast();
+    while (pTask != nullptr && pTask->m_uiNumber != _uiNumber)
+    {
+        pTask = Queue::GetPrevious(*pTask);
+    }
+    if (pTask != nullptr)
+    {
+        Dequeue(*pTask);
+        Deactivate(*pTask->m_pGroup);
+        --m_stCounters.m_uiSubmitted;
+        --pTask->m_pGroup->m_stCounters.m_uiSubmitted;
+    }
+    return std::unique_ptr<CLS_QueuedTask>(pTask);
+}
+
+/// Makes the task wait for its time. Takes the only element of _mapDelayed over. Allocates nothing.
+inline void CLS_PoolHub::Delay(CLS_QueuedTask& _clsTask, Delayed& _mapDelayed)
+{
+    _clsTask.m_itDelayed = m_mapDelayed.insert(_mapDelayed.extract(_mapDelayed.begin()));
+    _clsTask.m_pGroup->m_chnDelayed.Append(_clsTask);
+}
+
+/// The task no longer waits for its time.
+inline void CLS_PoolHub::Undelay(CLS_QueuedTask& _clsTask)
+{
+    _clsTask.m_pGroup->m_chnDelayed.Remove(_clsTask);
+    m_mapDelayed.erase(_clsTask.m_itDelayed);
+}
+
+/// Queues the tasks whose time has come.
+inline void CLS_PoolHub::EnqueueDue()
+{
+    const Clock::time_point tpNow = Clock::now();
+    while (!m_mapDelayed.empty() && m_mapDelayed.begin()->first <= tpNow)
+    {
+        CLS_QueuedTask& clsTask = *m_mapDelayed.begin()->second;
+        Undelay(clsTask);
+        Enqueue(clsTask);
+    }
+}
+
+/// Takes a delivery back from the host's thread, which will find nothing; null when it was taken before.
+inline CLS_QueuedTask* CLS_PoolHub::TakePosted(CLS_Ticket& _clsTicket)
+{
+    CLS_QueuedTask* const pTask = std::exchange(_clsTicket.m_pTask, nullptr);
+    if (pTask != nullptr)
+    {
+        pTask->m_pGroup->m_chnPosted.Remove(*pTask);
+    }
+    return pTask;
+}
+
+/// Cancels what waits, deliveries included.
+inline void CLS_PoolHub::TakeWaiting(CLS_TaskGroup& _clsGroup, CLS_RemovedTasks& _clsRemoved)
+{
+    while (CLS_QueuedTask* const pTask = _clsGroup.m_chnPosted.GetFirst())
+    {
+        _clsRemoved.Add(*TakePosted(*pTask->m_pTicket));
+    }
+    const std::size_t uiTasks =
+        _clsGroup.m_chnWaiting.GetSize() + _clsGroup.m_chnHeld.GetSize() + _clsGroup.m_chnDelayed.GetSize();
+    m_stCounters.m_uiCancelled += uiTasks;
+    _clsGroup.m_stCounters.m_uiCancelled += uiTasks;
+    while (CLS_QueuedTask* const pTask = _clsGroup.m_chnWaiting.GetFirst())
+    {
+        Dequeue(*pTask);
+        --_clsGroup.m_uiActive;
+        _clsRemoved.Add(*pTask);
+    }
+    while (CLS_QueuedTask* const pTask = _clsGroup.m_chnHeld.TakeFirst())
+    {
+        _clsRemoved.Add(*pTask);
+    }
+    while (CLS_QueuedTask* const pTask = _clsGroup.m_chnDelayed.GetFirst())
+    {
+        Undelay(*pTask);
+        _clsRemoved.Add(*pTask);
+    }
+    if (m_pTimer && m_mapDelayed.empty())
+    {
+        FinishRecord(std::exchange(m_pTimer, nullptr));
+    }
+}
+
+/// What a viewer joins the events of a task by; "" without a trace, and without memory.
+inline std::string CLS_PoolHub::DescribeFlow(std::uint64_t _uiNumber, const char* _szDirection) const noexcept
+{
+    std::string strMembers;
+    const auto funDescribe = [&]
+    {
+        const std::string strNumber = std::to_string(_uiNumber);
+        strMembers = R"(,"bind_id":")" + strNumber + R"(","flow_)" + _szDirection +
+                     R"(":true,"args":{"task":)" + strNumber + "}";
+    };
+    if (GetTrace())
+    {
+        PoolCall::Catch(funDescribe);
+    }
+    return strMembers;
+}

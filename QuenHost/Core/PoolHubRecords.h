@@ -1,0 +1,78 @@
+#pragma once
+
+// The records of the hub's tasks in the pool. Included by CLS_PoolHub.h.
+
+#include "QuenHost/Core/CLS_PoolHub.h"
+
+/// Adds a task to the pool. False when the pool does not take it.
+inline bool CLS_PoolHub::AddRecord(ST_PoolRecord& _stRecord, const std::function<void()>& _funTask,
+                                   int _iInterval, const std::string& _strCallInfo) const
+{
+    m_stFunctions.m_funAddLoopTask(_funTask, _iInterval, _stRecord.m_strTaskId, _strCallInfo);
+    return !_stRecord.m_strTaskId.empty();
+}
+
+/// The calling thread no longer calls the pool.
+inline void CLS_PoolHub::LeaveInside()
+{
+    --m_iInside;
+    if (m_bEnded)
+    {
+        m_cvInside.notify_all();
+    }
+}
+
+/// Notes the record of a carrier. Allocates nothing.
+inline void CLS_PoolHub::EnterRecord(const std::shared_ptr<ST_PoolRecord>& _pRecord)
+{
+    *_pRecord->m_itPlace = _pRecord;
+    _pRecord->m_bEntered = true;
+    m_lstLive.splice(m_lstLive.end(), _pRecord->m_lstPlace);
+}
+
+/// The record's task runs no more, or is about to end its run. Allocates nothing.
+inline void CLS_PoolHub::FinishRecord(const std::shared_ptr<ST_PoolRecord>& _pRecord)
+{
+    if (!_pRecord->m_bEntered)
+    {
+        EnterRecord(_pRecord);
+    }
+    if (std::exchange(_pRecord->m_bFinished, true))
+    {
+        return;
+    }
+    _pRecord->m_tpFinished = Clock::now();
+    m_lstFinished.splice(m_lstFinished.end(), m_lstLive, _pRecord->m_itPlace);
+}
+
+/// Removes the records that have rested. May release the lock for a moment.
+inline void CLS_PoolHub::SweepRecords(Lock& _lock)
+{
+    if (m_bEnded)
+    {
+        return; // the end does it
+    }
+    Records lstRested;
+    const Clock::time_point tpLatest = Clock::now() - RECORD_REST;
+    auto itRested = m_lstFinished.begin();
+    while (itRested != m_lstFinished.end() && (*itRested)->m_tpFinished <= tpLatest)
+    {
+        ++itRested;
+    }
+    lstRested.splice(lstRested.end(), m_lstFinished, m_lstFinished.begin(), itRested);
+    if (!lstRested.empty())
+    {
+        _lock.unlock();
+        RemoveRecords(lstRested);
+        _lock.lock();
+    }
+}
+
+/// Removes the records from the pool. The caller does not hold the lock.
+inline void CLS_PoolHub::RemoveRecords(const Records& _lstRecords) const
+{
+    for (const std::shared_ptr<ST_PoolRecord>& pRecord : _lstRecords)
+    {
+        PoolCall::Catch([&] { m_stFunctions.m_funRemoveTask(pRecord->m_strTaskId, "host kit"); });
+    }
+}

@@ -1,0 +1,55 @@
+#pragma once
+
+#include "QuenHost/Core/CLS_PoolHub.h"
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <utility>
+
+/// The way to an owner for work that may outlive it.
+///
+/// Threads: any.
+struct ST_OwnerLink
+{
+    std::shared_ptr<CLS_PoolHub> m_pHub; ///< null when there was no scope
+    std::shared_ptr<CLS_TaskGroup> m_pGroup;
+
+    /// Ties what is submitted to what the owner has now: it is refused after the next removal. Null: it is
+    /// taken after removals, too.
+    std::shared_ptr<CLS_StopState> m_pStop{};
+
+    /// The same, tied.
+    ST_OwnerLink Tie() const { return {m_pHub, m_pGroup, m_pHub ? m_pHub->GetStop(*m_pGroup) : nullptr}; }
+
+    /// False when it is refused.
+    bool Submit(std::unique_ptr<CLS_QueuedTask> _pTask, const std::string& _strCallInfo) const
+    {
+        Prepare(*_pTask, _strCallInfo);
+        return m_pHub && m_pHub->Submit(std::move(_pTask));
+    }
+
+    /// False when it is refused.
+    bool SubmitAfter(std::chrono::milliseconds _msDelay, std::unique_ptr<CLS_QueuedTask> _pTask,
+                     const std::string& _strCallInfo) const
+    {
+        Prepare(*_pTask, _strCallInfo);
+        return m_pHub && m_pHub->SubmitAfter(std::move(_pTask), _msDelay);
+    }
+
+    /// Only when it is tied. False when it is refused or cannot be posted.
+    bool Post(const F_HostPost& _funPost, std::unique_ptr<CLS_QueuedTask> _pTask,
+              const std::string& _strCallInfo) const
+    {
+        Prepare(*_pTask, _strCallInfo);
+        return m_pHub && m_pHub->Post(std::move(_pTask), _funPost);
+    }
+
+private:
+    void Prepare(CLS_QueuedTask& _clsTask, const std::string& _strCallInfo) const
+    {
+        _clsTask.m_pGroup = m_pGroup;
+        _clsTask.m_pStop = m_pStop;
+        _clsTask.m_strCallInfo = _strCallInfo;
+    }
+};

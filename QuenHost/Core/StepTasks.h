@@ -1,0 +1,342 @@
+#pragma once
+
+#include "QuenHost/CLS_HostThread.h"
+#include "QuenHost/Core/CLS_QueuedTask.h"
+#include "QuenHost/Core/ST_OwnerLink.h"
+#include "QuenHost/PoolCall.h"
+
+#include <atomic>
+#include <cstddef>
+#include <exception>
+#include <memory>
+#include <optional>
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+/// \file
+/// What runs the steps of CLS_Steps. Each step is a task that owns the sink of its result, which owns the
+/// steps after it. So whatever ends a task that has not run, cancels all that was to come.
+
+/// How the result of a callable goes to the next: void as ST_Nothing.
+template <typename T_Result>
+using StepValue = std::conditional_t<std::is_void_v<T_Result>, HostCall::ST_Nothing, std::decay_t<T_Result>>;
+
+/// What a step that threw leaves to those after it.
+struct ST_StepFailure
+{
+    std::string m_strCallInfo;
+    std::exception_ptr m_pException;
+};
+
+/// Where the result of a step goes. One of the two is called once, or none when the steps are cancelled.
+///
+/// Threads: that of the step's run. _stLink is the way to its owner.
+template <typename T_Value>
+class CLS_StepSink
+{
+public:
+    CLS_StepSink() = default;
+    virtual ~CLS_StepSink() = default;
+    CLS_StepSink(const CLS_StepSink&) = delete;
+    CLS_StepSink& operator=(const CLS_StepSink&) = delete;
+
+    /// The result.
+    virtual void Take(const ST_OwnerLink& _stLink, T_Value&& _clsValue) = 0;
+
+    /// There is none.
+    virtual void Fail(const ST_OwnerLink& _stLink, const ST_StepFailure& _stFailure) = 0;
+};
+
+/// The end of the steps: a result is dropped, a failure is reported.
+template <typename T_Value>
+class CLS_EndSink final : public CLS_StepSink<T_Value>
+{
+public:
+    void Take(const ST_OwnerLink& /*_stLink*/, T_Value&& /*_clsValue*/) override {}
+
+    void Fail(const ST_OwnerLink& _stLink, const ST_StepFailure& _stFailure) override
+    {
+        _stLink.m_pHub->Report(*_stLink.m_pGroup, n_FailureKind::Threw, _stFailure.m_strCallInfo,
+                               _stFailure.m_pException);
+    }
+};
+
+/// One step on its way to its run, on a worker or on the host's thread.
+template <typename T_Callable, typename T_In, typename T_Out>
+class CLS_StepTask final : public CLS_QueuedTask
+{
+public:
+    static_assert(std::is_nothrow_destructible_v<T_Callable>,
+                  "what a task captures must not throw at its end");
+
+    CLS_StepTask(std::shared_ptr<CLS_PoolHub> _pHub, T_Callable&& _funStep, T_In&& _clsIn,
+                 std::unique_ptr<CLS_StepSink<T_Out>>&& _pSink)
+        : m_pHub(std::move(_pHub)), m_optCall(std::in_place, std::move(_funStep), std::move(_clsIn)),
+          m_pSink(std::move(_pSink))
+    {
+    }
+
+    /// Runs the callable, destroys it, and passes on its result or what it threw.
+    bool Run(const CLS_StopToken& _clsToken) override
+    {
+        const ST_OwnerLink stLink{m_pHub, m_pGroup, m_pStop};
+        const auto funRun = [&]
+        {
+            T_Out clsOut = Call(_clsToken);
+            m_optCall.reset();
+            m_pSink->Take(stLink, std::move(clsOut));
+        };
+        const std::exception_ptr pException = PoolCall::Catch(funRun);
+        m_optCall.reset();
+        if (pException)
+        {
+            m_pSink->Fail(stLink, {m_strCallInfo, pException});
+        }
+        return !pException;
+    }
+
+    void DestroyCallable() noexcept override
+    {
+        m_optCall.reset();
+        m_pSink.reset();
+    }
+
+private:
+    struct ST_Call
+    {
+        ST_Call(T_Callable&& _funStep, T_In&& _clsIn)
+            : m_funStep(std::move(_funStep)), m_clsIn(std::move(_clsIn))
+        {
+        }
+
+        T_Callable m_funStep;
+        T_In m_clsIn;
+    };
+
+    T_Out Call(const CLS_StopToken& _clsToken)
+    {
+        if constexpr (std::is_same_v<T_Out, HostCall::ST_Nothing>)
+        {
+            HostCall::Call(m_optCall->m_funStep, _clsToken, std::move(m_optCall->m_clsIn));
+            return {};
+        }
+        else
+        {
+            return HostCall::Call(m_optCall->m_funStep, _clsToken, std::move(m_optCall->m_clsIn));
+        }
+    }
+
+    const std::shared_ptr<CLS_PoolHub> m_pHub;
+    std::optional<ST_Call> m_optCall;
+    std::unique_ptr<CLS_StepSink<T_Out>> m_pSink;
+};
+
+/// Where a step runs, and what it is.
+struct ST_StepPlace
+{
+    std::string m_strCallInfo;
+    std::optional<CLS_HostThread> m_optHost{}; ///< empty for a worker
+};
+
+/// Submits or posts a step. False when it is refused; the step and all after it are gone then.
+template <typename T_Out, typename T_Callable, typename T_In>
+bool StartStep(const ST_OwnerLink& _stLink, const ST_StepPlace& _stPlace, T_Callable&& _funStep,
+               T_In&& _clsIn, std::unique_ptr<CLS_StepSink<T_Out>>&& _pSink)
+{
+    auto pTask = std::make_unique<CLS_StepTask<T_Callable, T_In, T_Out>>(
+        _stLink.m_pHub, std::move(_funStep), std::move(_clsIn), std::move(_pSink));
+    return _stPlace.m_optHost
+               ? _stLink.Post(_stPlace.m_optHost->GetPost(), std::move(pTask), _stPlace.m_strCallInfo)
+               : _stLink.Submit(std::move(pTask), _stPlace.m_strCallInfo);
+}
+
+/// Starts the next step.
+template <typename T_Callable, typename T_In, typename T_Out>
+class CLS_ThenSink final : public CLS_StepSink<T_In>
+{
+public:
+    CLS_ThenSink(ST_StepPlace _stPlace, T_Callable&& _funStep, std::unique_ptr<CLS_StepSink<T_Out>>&& _pNext)
+        : m_stPlace(std::move(_stPlace)), m_funStep(std::move(_funStep)), m_pNext(std::move(_pNext))
+    {
+    }
+
+    void Take(const ST_OwnerLink& _stLink, T_In&& _clsIn) override
+    {
+        StartStep<T_Out>(_stLink, m_stPlace, std::move(m_funStep), std::move(_clsIn), std::move(m_pNext));
+    }
+
+    void Fail(const ST_OwnerLink& _stLink, const ST_StepFailure& _stFailure) override
+    {
+        m_pNext->Fail(_stLink, _stFailure);
+    }
+
+private:
+    const ST_StepPlace m_stPlace;
+    T_Callable m_funStep;
+    std::unique_ptr<CLS_StepSink<T_Out>> m_pNext;
+};
+
+/// Tells a callable of the host's of a failure; lets results pass.
+template <typename T_Callable, typename T_Value>
+class CLS_FailureSink final : public CLS_StepSink<T_Value>
+{
+public:
+    CLS_FailureSink(ST_StepPlace _stPlace, T_Callable&& _funOnFailure,
+                    std::unique_ptr<CLS_StepSink<T_Value>>&& _pNext)
+        : m_stPlace(std::move(_stPlace)), m_funOnFailure(std::move(_funOnFailure)), m_pNext(std::move(_pNext))
+    {
+    }
+
+    void Take(const ST_OwnerLink& _stLink, T_Value&& _clsValue) override
+    {
+        m_pNext->Take(_stLink, std::move(_clsValue));
+    }
+
+    void Fail(const ST_OwnerLink& _stLink, const ST_StepFailure& _stFailure) override
+    {
+        ST_TaskFailure stFailure{n_FailureKind::Threw, _stLink.m_pGroup->m_strName, _stFailure.m_strCallInfo,
+                                 _stFailure.m_pException};
+        StartStep<HostCall::ST_Nothing>(_stLink, m_stPlace, std::move(m_funOnFailure), std::move(stFailure),
+                                        MakeEnd());
+    }
+
+private:
+    static std::unique_ptr<CLS_StepSink<HostCall::ST_Nothing>> MakeEnd()
+    {
+        return std::make_unique<CLS_EndSink<HostCall::ST_Nothing>>();
+    }
+
+    const ST_StepPlace m_stPlace;
+    T_Callable m_funOnFailure;
+    std::unique_ptr<CLS_StepSink<T_Value>> m_pNext;
+};
+
+/// Gathers the results of several steps. The last one passes them on, or the first failure among them.
+///
+/// Threads: each place is filled by one; the last to arrive reads all.
+template <typename T_Value>
+class CLS_StepJoin
+{
+public:
+    using Values = std::conditional_t<std::is_same_v<T_Value, HostCall::ST_Nothing>, HostCall::ST_Nothing,
+                                      std::vector<T_Value>>;
+
+    CLS_StepJoin(std::string _strCallInfo, std::size_t _uiCount,
+                 std::unique_ptr<CLS_StepSink<Values>>&& _pNext)
+        : m_strCallInfo(std::move(_strCallInfo)), m_vecPlaces(_uiCount), m_uiMissing(_uiCount),
+          m_pNext(std::move(_pNext))
+    {
+    }
+
+    CLS_StepJoin(const CLS_StepJoin&) = delete;
+    CLS_StepJoin& operator=(const CLS_StepJoin&) = delete;
+
+    void SetValue(const ST_OwnerLink& _stLink, std::size_t _uiPlace, T_Value&& _clsValue)
+    {
+        m_vecPlaces[_uiPlace].m_optValue.emplace(std::move(_clsValue));
+        Arrive(_stLink);
+    }
+
+    void SetFailure(const ST_OwnerLink& _stLink, std::size_t _uiPlace, const ST_StepFailure& _stFailure)
+    {
+        m_vecPlaces[_uiPlace].m_optFailure.emplace(_stFailure);
+        Arrive(_stLink);
+    }
+
+    /// Passes on what has been gathered, or what stands in the way.
+    void Finish(const ST_OwnerLink& _stLink)
+    {
+        if (const std::exception_ptr pException = PoolCall::Catch([&] { PassOn(_stLink); }))
+        {
+            m_pNext->Fail(_stLink, {m_strCallInfo, pException});
+        }
+    }
+
+private:
+    struct ST_Place
+    {
+        std::optional<T_Value> m_optValue;
+        std::optional<ST_StepFailure> m_optFailure;
+    };
+
+    void PassOn(const ST_OwnerLink& _stLink)
+    {
+        Values clsValues;
+        for (ST_Place& stPlace : m_vecPlaces)
+        {
+            if (stPlace.m_optFailure)
+            {
+                m_pNext->Fail(_stLink, *stPlace.m_optFailure);
+                return;
+            }
+            if constexpr (!std::is_same_v<T_Value, HostCall::ST_Nothing>)
+            {
+                clsValues.push_back(std::move(*stPlace.m_optValue));
+            }
+        }
+        m_pNext->Take(_stLink, std::move(clsValues));
+    }
+
+    void Arrive(const ST_OwnerLink& _stLink)
+    {
+        if (m_uiMissing.fetch_sub(1, std::memory_order_acq_rel) == 1)
+        {
+            Finish(_stLink);
+        }
+    }
+
+    const std::string m_strCallInfo;
+    std::vector<ST_Place> m_vecPlaces;
+    std::atomic<std::size_t> m_uiMissing;
+    const std::unique_ptr<CLS_StepSink<Values>> m_pNext;
+};
+
+/// One of the steps that are joined.
+template <typename T_Value>
+class CLS_JoinSink final : public CLS_StepSink<T_Value>
+{
+public:
+    CLS_JoinSink(std::shared_ptr<CLS_StepJoin<T_Value>> _pJoin, std::size_t _uiPlace)
+        : m_pJoin(std::move(_pJoin)), m_uiPlace(_uiPlace)
+    {
+    }
+
+    void Take(const ST_OwnerLink& _stLink, T_Value&& _clsValue) override
+    {
+        m_pJoin->SetValue(_stLink, m_uiPlace, std::move(_clsValue));
+    }
+
+    void Fail(const ST_OwnerLink& _stLink, const ST_StepFailure& _stFailure) override
+    {
+        m_pJoin->SetFailure(_stLink, m_uiPlace, _stFailure);
+    }
+
+private:
+    const std::shared_ptr<CLS_StepJoin<T_Value>> m_pJoin;
+    const std::size_t m_uiPlace;
+};
+
+/// A callable that is called with the way to its owner.
+template <typename T_Callable>
+class CLS_LinkTask final : public CLS_QueuedTask
+{
+public:
+    CLS_LinkTask(std::shared_ptr<CLS_PoolHub> _pHub, T_Callable&& _funTask)
+        : m_pHub(std::move(_pHub)), m_optTask(std::move(_funTask))
+    {
+    }
+
+    bool Run(const CLS_StopToken& /*_clsToken*/) override
+    {
+        (*m_optTask)(ST_OwnerLink{m_pHub, m_pGroup, m_pStop});
+        return true;
+    }
+
+    void DestroyCallable() noexcept override { m_optTask.reset(); }
+
+private:
+    const std::shared_ptr<CLS_PoolHub> m_pHub;
+    std::optional<T_Callable> m_optTask;
+};
