@@ -6,12 +6,7 @@ option(ZEL_BUILD_BENCHMARKS "Build the benchmarks (see the preset \"bench\")" OF
 option(ZEL_WERROR "Treat every compiler warning as an error" OFF)
 option(ZEL_INSTALL_LOG_LIBRARY "Also install the example logging library; programs that find it get log records" OFF)
 
-<<<<<<< HEAD
-option(ZEL_CHECK_POOL_LOCKS "Abort if a thread takes a second lock of the pool" OFF)
 option(ZEL_COVERAGE "Count what is executed (clang only; see scripts/checks/coverage.sh)" OFF)
-=======
-option(ZEL_COVERAGE "Count what is executed (clang); scripts/checks/coverage.sh reports it" OFF)
->>>>>>> w-product
 
 set(ZEL_SANITIZE "" CACHE STRING
   "Sanitizers, in the form of -fsanitize=: \"thread\" or \"address,undefined\"")
