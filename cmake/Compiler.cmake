@@ -26,10 +26,12 @@ endif()
 target_compile_options(zel_compiler INTERFACE
   "$<$<CONFIG:Release,MinSizeRel>:-ffile-prefix-map=${PROJECT_BINARY_DIR}=build;-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.>")
 
+# The debug symbols ship separately. They name the sources below a root that a debugger maps to a checkout.
+target_compile_options(zel_compiler INTERFACE
+  "$<$<CONFIG:Release,MinSizeRel>:-fdebug-prefix-map=${PROJECT_SOURCE_DIR}=/${PROJECT_NAME}>")
+
 if(APPLE)
-  # The debug symbols ship separately. They name the sources below a root that a debugger maps to a checkout.
   target_compile_options(zel_compiler INTERFACE
-    "$<$<CONFIG:Release,MinSizeRel>:-fdebug-prefix-map=${PROJECT_SOURCE_DIR}=/${PROJECT_NAME}>"
     "$<$<AND:$<CONFIG:Release,MinSizeRel>,$<BOOL:${ZEL_MACOS_SDK}>>:-fdebug-prefix-map=${ZEL_MACOS_SDK}=/macos-sdk>")
   # An ad hoc signature in both parts of a universal file. It names no identity, but proves that the file is intact.
   add_link_options(LINKER:-adhoc_codesign)

@@ -1,5 +1,5 @@
-# What "cmake --install" installs: the library, the headers, and the files for CMake and pkg-config. No file contains
-# the install folder, so the folder may be moved.
+# What "cmake --install" installs: the library, the headers, the files for CMake and pkg-config, the pages, and on Linux
+# the gdb command. No file contains the install folder, so the folder may be moved.
 
 include(CMakePackageConfigHelpers)
 
@@ -20,11 +20,11 @@ install(DIRECTORY QuenPlugins/ZelTaskPool
 # The pages and the files they link to, under the same paths as in the sources.
 set(ZEL_INSTALL_DOCUMENTATION "${CMAKE_INSTALL_DATADIR}/doc/${PROJECT_NAME}")
 install(FILES README.md CHANGELOG.md SECURITY.md
-  DESTINATION "${ZEL_INSTALL_DOCUMENTATION}" COMPONENT documentation)
+  DESTINATION "${ZEL_INSTALL_DOCUMENTATION}" COMPONENT development)
 install(DIRECTORY docs examples
-  DESTINATION "${ZEL_INSTALL_DOCUMENTATION}" COMPONENT documentation)
+  DESTINATION "${ZEL_INSTALL_DOCUMENTATION}" COMPONENT development)
 install(DIRECTORY tests/consumer
-  DESTINATION "${ZEL_INSTALL_DOCUMENTATION}/tests" COMPONENT documentation)
+  DESTINATION "${ZEL_INSTALL_DOCUMENTATION}/tests" COMPONENT development)
 
 configure_package_config_file(cmake/package/ZelTaskPoolConfig.cmake.in "${PROJECT_BINARY_DIR}/ZelTaskPoolConfig.cmake"
   INSTALL_DESTINATION "${ZEL_INSTALL_CMAKEDIR}"
@@ -41,3 +41,9 @@ string(REGEX REPLACE "/$" "" ZEL_PREFIX_FROM_PKGCONFIG "${ZEL_PREFIX_FROM_PKGCON
 configure_file(cmake/package/ZelTaskPool.pc.in "${PROJECT_BINARY_DIR}/ZelTaskPool.pc" @ONLY)
 install(FILES "${PROJECT_BINARY_DIR}/ZelTaskPool.pc"
   DESTINATION "${ZEL_INSTALL_PKGCONFIGDIR}" COMPONENT development)
+
+if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
+  set(ZEL_GDB_COMMAND "${PROJECT_SOURCE_DIR}/QuenPlugins/ZelTaskPool/libZelTaskPool-gdb.py")
+  install(FILES "${ZEL_GDB_COMMAND}"
+    DESTINATION "${CMAKE_INSTALL_DATADIR}/${PROJECT_NAME}" COMPONENT debugger)
+endif()

@@ -1,5 +1,5 @@
-# What cpack makes: a .tar.gz of everything that is installed and, on Linux, two Debian packages. scripts/package.sh
-# makes and tests them.
+# What cpack makes: a .tar.gz of everything that is installed and, on Linux, Debian packages. scripts/package.sh makes
+# and tests them.
 
 set(CPACK_GENERATOR TGZ)
 set(CPACK_PACKAGE_VENDOR "${PROJECT_NAME}")
@@ -17,7 +17,6 @@ set(CPACK_POST_BUILD_SCRIPTS "${CMAKE_CURRENT_LIST_DIR}/package/SortArchive.cmak
 
 if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
   list(APPEND CPACK_GENERATOR DEB)
-  set(CPACK_COMPONENTS_ALL runtime development)
   include(cmake/package/Debian.cmake)
 elseif(APPLE)
   list(LENGTH CMAKE_OSX_ARCHITECTURES ARCHS)

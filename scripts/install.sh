@@ -19,7 +19,7 @@ debian_packages()
 {
     case ${1:-} in
         "") echo g++ cmake ninja-build libgtest-dev libgmock-dev libspdlog-dev libcli11-dev libssl-dev \
-            nlohmann-json3-dev ;;
+            nlohmann-json3-dev gdb ;;
         abi) echo abigail-tools ;;
         bench) echo libbenchmark-dev pkg-config python3 python3-matplotlib \
             libboost-dev libglib2.0-dev libpoco-dev libtbb-dev libuv1-dev qtbase5-dev ;;
@@ -32,7 +32,7 @@ debian_packages()
             ;;
         models) echo gcc python3 spin ;;
         mutation) echo clang-19 libclang-rt-19-dev lld-19 llvm-19 python3-clang-19 ;;
-        package) echo dpkg-dev file git lintian mmdebstrap pkg-config python3 uidmap ;;
+        package) echo binutils dpkg-dev file git lintian mmdebstrap pkg-config python3 uidmap ;;
         pictures) echo python3 python3-matplotlib ;;
         schedules) echo python3 ;;
         *) refuse "$1" ;;

@@ -3,8 +3,8 @@
 #
 #   scripts/package.sh [linux|macos]        by default linux on Debian 12, macos on a Mac
 #
-# linux   a .tar.gz and two Debian packages, in build/packages. Tested with lintian; with another project, which finds
-#         the library in three ways in three places; and in an otherwise empty Debian.
+# linux   a .tar.gz and the Debian packages, in build/packages. Tested with lintian; with another project, which finds
+#         the library in three ways in three places; with gdb; and in an otherwise empty Debian.
 # macos   a .tar.gz for x86-64 and arm64, and the debug symbols, in build/packages-macos. Every file is checked.
 #         Another project is built against the unpacked archive, for x86-64 and for both, and runs. On Debian 12 this
 #         is a cross-build, and programs run under the loader. A Mac builds once.

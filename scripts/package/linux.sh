@@ -84,17 +84,56 @@ for package in "$packages"/*.deb; do
 done
 use "$work/extracted/usr" "$work/consumer-extracted"
 
+# show_pool COMMAND...: fails unless the command prints what the gdb command prints of a pool.
+show_pool()
+{
+    local printed
+    printed=$("$@" 2>&1) || fail "gdb has failed: $printed"
+    grep -q '^workers: [0-9]* of 301 at most' <<<"$printed" || fail "the gdb command printed: $printed"
+    grep -q '^registry: ' <<<"$printed" || fail "the gdb command has stopped early: $printed"
+}
+# They stop at the shutdown of a pool.
+gdb_steps=(-nx -batch -ex "set breakpoint pending on" -ex "break UnInit" -ex run)
+
+echo "The gdb command, with the symbols of the Debian packages and the script of the archive"
+mkdir "$work/archive"
+tar --extract --strip-components 1 --file "$packages"/*.tar.gz --directory "$work/archive"
+show_pool gdb -ex "set debug-file-directory $work/extracted/usr/lib/debug" "${gdb_steps[@]}" \
+    -ex "source $work/archive/share/ZelTaskPool/libZelTaskPool-gdb.py" -ex zel "$work/consumer-extracted/found"
+echo "  it shows the pool"
+
 echo "The Debian packages in a system with only their dependencies"
-export linked opened
-brought=("$packages"/*.deb "$work/consumer-extracted/found" "$work/consumer-extracted/opened")
-# mmdebstrap's own shell expands what is in single quotes; $1 is the root folder.
+mkdir "$work/brought"
+cp "$packages"/*.deb "$work/consumer-extracted/found" "$work/consumer-extracted/opened" "$work/brought"
+# Run in the system as its root.
+cat >"$work/brought/try.sh" <<EOF
+set -eu
+cd /tmp
+install()
+{
+    apt-get install -qq -y --no-install-recommends "\$@"
+}
+install ./libzeltaskpool1_*.deb ./libzeltaskpool-dev_*.deb
+test "\$(./found 2>&1)" = '$linked'
+test "\$(./opened 2>&1)" = '$opened'
+test -e /usr/share/doc/ZelTaskPool/docs/getting-started.md
+test -e /usr/share/doc/ZelTaskPool/examples/host_kit/main.cpp
+
+install ./libzellog_*.deb
+./found >records 2>&1
+grep -q 'TaskPool UnInit end' records
+
+install gdb ./*-dbgsym_*.deb
+gdb ${gdb_steps[*]@Q} -ex zel ./found >shown 2>&1
+EOF
 mmdebstrap --quiet --variant=apt --format=null \
-    --customize-hook="copy-in ${brought[*]@Q} /tmp" \
-    --customize-hook='chroot "$1" sh -c "apt-get install -qq -y --no-install-recommends /tmp/*.deb"' \
-    --customize-hook='test "$(chroot "$1" /tmp/found 2>&1)" = "$linked"' \
-    --customize-hook='test "$(chroot "$1" /tmp/opened 2>&1)" = "$opened"' \
+    --customize-hook="copy-in $work/brought/* /tmp" \
+    --customize-hook='chroot "$1" sh /tmp/try.sh' \
+    --customize-hook="copy-out /tmp/shown $work" \
     bookworm - >"$work/root.log" 2>&1 || {
     tail -n 30 "$work/root.log" >&2
     fail "the packages do not work in a clean system"
 }
-echo "  both programs work"
+echo "  both programs work, the logging library writes log records"
+show_pool cat "$work/shown"
+echo "  gdb finds the command and the symbols by itself"

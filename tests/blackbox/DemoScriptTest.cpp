@@ -17,8 +17,11 @@ class DemoScriptTest : public ::testing::Test
 protected:
     DemoScriptTest()
     {
-        fs::create_directories(m_clsFolder.GetPath("scripts"));
-        fs::copy(DEMO_SCRIPT, GetScript());
+        fs::create_directories(m_clsFolder.GetPath("scripts/checks"));
+        for (const char* const szScript : {"demo.sh", "checks/common.sh"})
+        {
+            fs::copy(fs::path(SCRIPTS) / szScript, m_clsFolder.GetPath("scripts") / fs::path(szScript));
+        }
         std::ofstream(m_clsFolder.GetPath("scripts/install.sh")) << "#!/bin/sh\necho installing\nexit 9\n";
         fs::permissions(m_clsFolder.GetPath("scripts/install.sh"), fs::perms::owner_all);
     }
