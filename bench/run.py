@@ -34,14 +34,14 @@ LONGEST_RUN = {True: 600, False: 1800}
 
 
 class System:
-    """A program in a configuration."""
+    """A benchmark program with its arguments. _only_ names the workloads that it runs; None means all."""
 
     def __init__(self, program, arguments, only=None):
         self.command = [program] + arguments
         self.only = only
         described = self.run(["--describe"], 60)
         if not described:
-            sys.exit(f"{program} does not describe itself")
+            sys.exit(f"{program} printed no description")
         self.name = described[0]["system"]
         self.description = described[0]["describe"]
         self.takes_threads = described[0]["takes_threads"]
@@ -66,7 +66,7 @@ def run_program(command, limit):
             os.killpg(process.pid, signal.SIGKILL)
             if not isinstance(error, subprocess.TimeoutExpired):
                 raise
-            print(f"FAILED: {' '.join(command)}: not done after {limit} s", file=sys.stderr)
+            print(f"FAILED: {' '.join(command)}: still running after {limit} s", file=sys.stderr)
             return ""
     if process.returncode != 0:
         print(f"FAILED: {' '.join(command)}: exit status {process.returncode}\n{errors}", file=sys.stderr)
@@ -79,7 +79,7 @@ def find_systems(folder, wanted, library):
         built = file.read().split()
     unknown = [name for name in wanted if name not in built]
     if unknown:
-        sys.exit(f"not built: {', '.join(unknown)}; there are {', '.join(built)}")
+        sys.exit(f"not built: {', '.join(unknown)}; built: {', '.join(built)}")
     systems = []
     for name in built:
         if wanted and name not in wanted:
@@ -193,7 +193,7 @@ def read_options():
     known = WORKLOADS + (OPERATIONS,)
     unknown = [name for name in options.only if name not in known]
     if unknown:
-        parser.error(f"there is no {', '.join(unknown)}, but {', '.join(known)}")
+        parser.error(f"unknown: {', '.join(unknown)}; known: {', '.join(known)}")
     if options.passes is None:
         options.passes = 1 if options.quick else 5
     return options
