@@ -32,6 +32,7 @@ refuse "only the views of tests/support are compiled without access control" 'fn
     '*.cmake' '*CMakeLists.txt' ':!cmake/TestPrograms.cmake' ':!tests/refused/*'
 refuse "open work belongs in the issue tracker" '\b(TO''DO|FIX''ME)\b' .
 [ "$failed" -eq 0 ]
+/usr/bin/python3 -B verify/schedules/faults.py
 
 echo "Static analysis"
 cmake --preset fuzz -DZEL_BUILD_BENCHMARKS=ON >/dev/null # so that every source has a compile command

@@ -1,8 +1,14 @@
-"""Faults to be found: each is put into a copy of one source of the product.
+"""The faults to find: each is put into a copy of one source of the product.
 
-An edit is (text, replacement); the text stands in the source exactly once. scripts/checks/schedules.sh looks for the fault
-with the scenario and the strategy; "seen" is how the failure that counts begins, or several ways.
+An edit is (text, replacement); the text occurs in the source exactly once. scripts/checks/schedules.sh looks for the
+fault with the scenario and the strategy. "seen" is how the expected failure begins, or several such beginnings.
+
+  faults.py    checks that each text occurs once, which takes a second and builds nothing
 """
+import pathlib
+import sys
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
 
 POOL = "QuenPlugins/ZelTaskPool/"
 DISPATCH = POOL + "CLS_QuenTaskPoolDispatch.cpp"
@@ -324,8 +330,8 @@ FAULTS = [
           ("        return !bWait;\n", "        return true;\n"),
           scenario="kit-remove-owner", strategy="random",
           seen=("the removal says that something runs", "the other removal gives up")),
-    fault("tasks are taken during a removal of the kit", KIT + "PoolHubTasks.h",
-          (" && _clsGroup.m_iRemovals == 0;", ";"),
+    fault("tasks are taken during a removal of the kit", KIT + "PoolHubQueue.h",
+          (" && clsGroup.m_iRemovals == 0;", ";"),
           scenario="kit-remove-owner-whose-task-submits", strategy="random",
           seen="a task is taken during the removal"),
     fault("a removal of the kit raises no token", KIT + "PoolHubTasks.h",
@@ -346,3 +352,20 @@ FAULTS = [
           scenario="kit-keeps-few-records", strategy="random",
           seen="records are left"),
 ]
+
+
+def spoil(fault):
+    """The source with the fault."""
+    text = (ROOT / fault["source"]).read_text()
+    for old, new in fault["edits"]:
+        if text.count(old) != 1:
+            sys.exit("%s: occurs %d times instead of once in %s:\n%s"
+                     % (fault["name"], text.count(old), fault["source"], old))
+        text = text.replace(old, new)
+    return text
+
+
+if __name__ == "__main__":
+    for each in FAULTS:
+        spoil(each)
+    print("%d faults, each text occurs once" % len(FAULTS))

@@ -22,9 +22,8 @@ import statistics
 import subprocess
 import sys
 
-from faults import FAULTS
+from faults import FAULTS, ROOT, spoil
 
-ROOT = pathlib.Path(__file__).resolve().parents[2]
 TARGET = "zel_schedules"
 SEEDS = 10000
 MEASURED_SEEDS = 1000  # with all scenarios and strategies
@@ -48,17 +47,6 @@ def must(command, folder):
     if done.returncode != 0:
         sys.exit("%s\n%s" % (shlex.join(command), done.stdout))
     return done.stdout
-
-
-def spoil(fault):
-    """The source with the fault."""
-    text = (ROOT / fault["source"]).read_text()
-    for old, new in fault["edits"]:
-        if text.count(old) != 1:
-            sys.exit("%s: occurs %d times instead of once in %s:\n%s"
-                     % (fault["name"], text.count(old), fault["source"], old))
-        text = text.replace(old, new)
-    return text
 
 
 class Build:
