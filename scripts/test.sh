@@ -15,14 +15,11 @@ if [ $# -gt 0 ] && [ "${1#-}" = "$1" ]; then
     shift
 fi
 
-case $preset in
-    clang | asan | tsan) need checks ;;
-    macos-cross)
-        need macos || fail "the packages for the cross-build cannot be installed"
-        exec scripts/checks/test-macos.sh "$@"
-        ;;
-    *) need ;;
-esac
+if [ "$preset" = macos-cross ]; then
+    need macos || fail "the packages for the cross-build cannot be installed"
+    exec scripts/checks/test-macos.sh "$@"
+fi
+need_preset "$preset"
 
 log=build/$preset/Testing/Temporary/LastTest.log
 cmake --preset "$preset"

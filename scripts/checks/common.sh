@@ -13,6 +13,15 @@ need()
     "$root/scripts/install.sh" "$@"
 }
 
+# need_preset PRESET: installs what building that preset needs.
+need_preset()
+{
+    case $1 in
+        clang | asan | tsan | fuzz) need checks ;;
+        *) need ;;
+    esac
+}
+
 # fail WHY: ends the check.
 fail()
 {
@@ -70,5 +79,5 @@ record_figure()
 # require_at_least LEAST COUNT WHAT: ends the check when it counted too few.
 require_at_least()
 {
-    [ "$2" -ge "$1" ] || fail "only $2 $3, expected at least $1"
+    [ "${2:-0}" -ge "$1" ] || fail "only ${2:-0} $3, expected at least $1"
 }

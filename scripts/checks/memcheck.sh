@@ -14,7 +14,7 @@ build dev "$@"
 folder=$PWD/build/dev/bin/tests
 
 if [ $# -eq 0 ]; then
-    least_programs=50 least_tests=700
+    least_programs=45 least_tests=600
     mapfile -t programs < <(ctest --preset dev -L '^unit$' -N -V |
         sed -n 's|^[0-9]*: Test command: .*/tests/\([A-Za-z]*\).*|\1|p' | sort -u)
 else

@@ -7,10 +7,7 @@ set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 cd "$root"
 preset=${1:-dev}
-case $preset in
-    clang | asan | tsan) need checks ;;
-    *) need ;;
-esac
+need_preset "$preset"
 build "$preset" AllocationSweepTest
 
 log=build/$preset/sweep.txt
