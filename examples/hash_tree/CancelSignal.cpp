@@ -12,9 +12,9 @@ namespace
 std::atomic<int> g_iSignal{0};
 static_assert(std::atomic<int>::is_always_lock_free, "a signal handler may use lock-free atomics only");
 
-/// As long as any path that the system takes.
+/// Large enough for every path that the system accepts.
 std::array<char, 4096> g_arrFileToDrop{};
-std::atomic<bool> g_bHasFileToDrop{false}; ///< whether the name is there
+std::atomic<bool> g_bHasFileToDrop{false}; ///< whether the name is complete
 
 void EndAtOnce(int _iSignal)
 {
@@ -22,7 +22,7 @@ void EndAtOnce(int _iSignal)
     {
         unlink(g_arrFileToDrop.data());
     }
-    // The signal is blocked in its handler: it ends the process when this returns, or before.
+    // The signal is blocked in its handler. It ends the process at the latest when the handler returns.
     std::signal(_iSignal, SIG_DFL);
     kill(getpid(), _iSignal);
 }
@@ -41,7 +41,7 @@ void CatchCancelSignals()
 {
     struct sigaction action = {};
     action.sa_handler = CancelOrEnd;
-    // Restart: a cancel must not make a read or write in some other thread fail.
+    // Restart: a cancel must not fail a read or write on another thread.
     action.sa_flags = SA_RESTART;
     sigemptyset(&action.sa_mask);
     sigaction(SIGINT, &action, nullptr);

@@ -2,17 +2,19 @@
 
 #include <string>
 
-/// Makes the first SIGINT (Ctrl-C) or SIGTERM ask for a cancel. The next one removes the file of
-/// SetFileToDrop and ends the process, as the signal does by default. Called once, before the first thread is
-/// started.
+/// Makes the first SIGINT (Ctrl-C) or SIGTERM request a cancel.
+///
+/// The next one removes the file of SetFileToDrop and ends the process, as the signal does by default.
+///
+/// Threads: called once, before the first thread starts.
 void CatchCancelSignals();
 
-/// The signal that asked for a cancel; 0 if none did.
+/// Returns the signal that requested a cancel; 0 if none did.
 ///
 /// Threads: any; never blocks.
 int GetCancelSignal();
 
-/// Names the file that must not stay if a signal ends the process; "" for none.
+/// Names the file to remove if a signal ends the process; "" for none.
 ///
-/// Threads: one. A file must be taken back with "" before another one is named.
+/// Threads: one. Call it with "" before you name another file.
 void SetFileToDrop(const std::string& _strPath);

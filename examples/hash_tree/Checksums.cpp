@@ -40,13 +40,13 @@ std::string EscapeName(const std::string& _strName)
     throw CLS_OutputError("cannot write " + _path.string() + ": " + _strReason);
 }
 
-/// For a call of the system that has just failed.
+/// Reports the system call that has just failed.
 [[noreturn]] void FailWithSystemError(const fs::path& _path)
 {
     Fail(_path, std::generic_category().message(errno));
 }
 
-/// The file that a name stands for: through a symbolic link, the link's target is to be replaced.
+/// Returns the file to replace: for a symbolic link, its target.
 fs::path ResolveOutput(const fs::path& _path)
 {
     std::error_code error;

@@ -25,13 +25,13 @@ constexpr std::size_t MAX_CHUNK = std::size_t{256} * 1024;
     throw std::system_error(errno, std::generic_category());
 }
 
-/// A regular file, open for reading.
+/// Holds a regular file open for reading.
 class CLS_OpenFile
 {
 public:
-    /// Throws std::system_error or, when the name now stands for something else, std::runtime_error.
+    /// Fails: std::system_error; std::runtime_error if the name is now something else.
     explicit CLS_OpenFile(const std::string& _strPath)
-        // Without O_NONBLOCK, a pipe that took the file's place would hold the task for ever.
+        // Without O_NONBLOCK, a pipe that replaced the file would block the task for ever.
         : m_iFile(open(_strPath.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC))
     {
         if (m_iFile < 0)
@@ -45,7 +45,7 @@ public:
     CLS_OpenFile(const CLS_OpenFile&) = delete;
     CLS_OpenFile& operator=(const CLS_OpenFile&) = delete;
 
-    /// The file's size in bytes, as it is now.
+    /// Returns the current size in bytes.
     std::size_t GetSize() const
     {
         struct stat status = {};
@@ -60,7 +60,7 @@ public:
         return static_cast<std::size_t>(status.st_size);
     }
 
-    /// Reads up to _iSize bytes; 0 at the end of the file.
+    /// Reads up to _iSize bytes; returns 0 at the end of the file.
     std::size_t Read(unsigned char* _pBuffer, std::size_t _iSize) const
     {
         ssize_t iRead = 0;
@@ -79,7 +79,7 @@ private:
     const int m_iFile;
 };
 
-/// The SHA-256 of what was added.
+/// Computes the SHA-256 of what is added.
 class CLS_Digest
 {
 public:
@@ -97,7 +97,7 @@ public:
         Check(EVP_DigestUpdate(m_pContext.get(), _pData, _iSize));
     }
 
-    /// Ends the sum; nothing may be added any more.
+    /// Ends the sum. Add nothing afterwards.
     std::string TakeHex()
     {
         static constexpr char DIGITS[] = "0123456789abcdef";
@@ -126,13 +126,13 @@ private:
     std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> m_pContext;
 };
 
-/// The file's sum; empty when a cancel was asked for before its end.
+/// Returns the file's sum; empty if a cancel came before its end.
 std::string HashFile(const std::string& _strPath, std::atomic<std::uint64_t>& _iBytes)
 {
     const CLS_OpenFile clsFile(_strPath);
     CLS_Digest clsDigest;
-    // Hundreds of tasks run at once, most of them on small files: no buffer larger than its file. One byte
-    // more, so that a file whose size the system does not tell is read too.
+    // Hundreds of tasks run at once, most of them on small files: no buffer is larger than its file. The
+    // extra byte is for files whose size the system reports as 0.
     const std::size_t iChunk = std::min(clsFile.GetSize(), MAX_CHUNK - 1) + 1;
     const auto pBuffer = std::make_unique<unsigned char[]>(iChunk);
     while (GetCancelSignal() == 0)

@@ -4,38 +4,41 @@
 #include <cstdint>
 #include <string>
 
-/// What became of a file.
+/// The state of a file.
 enum class n_HashState
 {
-    Left,       ///< not hashed, or not to its end
+    Left,       ///< not hashed to its end
     Done,       ///< hashed
     Unreadable, ///< could not be read
 };
 
-/// One file and, once Run is through, its SHA-256.
+/// Holds one file and, after Run, its SHA-256.
 ///
-/// Run is called once, from any thread. The state may be asked for at any moment; digest and reason are
-/// there to be read once it is Done or Unreadable.
+/// Threads: any for Run, which is called once, and for the state. Read digest and reason only when the state
+/// is Done or Unreadable.
 class CLS_HashJob
 {
 public:
     explicit CLS_HashJob(std::string _strPath);
 
-    /// Reads the file to its end, adding to _iBytes what was read as it goes. Gives up between two chunks
-    /// of at most 256 KiB when a cancel was asked for; the job then stays Left. A file that changes
-    /// meanwhile gets the sum of what was read. Throws nothing. Blocks as long as the file system does.
+    /// Reads the file to its end, and adds each chunk that it reads to _iBytes.
+    ///
+    /// After a cancel it stops before the next chunk of at most 256 KiB; the job then stays Left. A file that
+    /// changes meanwhile gets the sum of what was read.
+    ///
+    /// Waits: as long as the file system does.
     void Run(std::atomic<std::uint64_t>& _iBytes) noexcept;
 
-    /// Makes the job Unreadable without having run.
+    /// Makes the job Unreadable without a run.
     void Refuse(const std::string& _strReason);
 
     n_HashState GetState() const { return m_enState.load(); }
     const std::string& GetPath() const { return m_strPath; }
 
-    /// The sum in lower-case hexadecimal digits.
+    /// Returns the sum in lower-case hexadecimal digits.
     const std::string& GetDigest() const { return m_strDigest; }
 
-    /// Why the file could not be read, for the user.
+    /// Returns why the file could not be read, for the user.
     const std::string& GetReason() const { return m_strReason; }
 
 private:

@@ -13,11 +13,11 @@ namespace fs = std::filesystem;
 
 namespace
 {
-/// How many files are with the pool at a time. Fewer than the pool has workers, since it starts tasks in the
-/// order in which they come: the progress would wait behind all files. It also bounds the files open at once.
+/// The largest number of files that the pool has at a time. It is less than the number of workers: the pool
+/// starts tasks in order, so the progress would wait behind all files. It also limits the open files.
 constexpr int MAX_JOBS_OPEN = 128;
 
-/// Counts a task that is at work; the last thing that a task touches.
+/// Counts a running task. It is the last object that a task touches.
 class CLS_TaskInside
 {
 public:
@@ -87,7 +87,7 @@ void CLS_HashTree::AddFile(const fs::directory_entry& _entry)
     SubmitFiles();
 }
 
-/// Submits as many of the files that were found as the pool may have now.
+/// Submits as many of the found files as the pool may have now.
 void CLS_HashTree::SubmitFiles()
 {
     while (m_iFilesSubmitted < m_deqFiles.size() && TakeTurn())
@@ -139,7 +139,7 @@ void CLS_HashTree::FinishJob(const CLS_HashJob& _clsJob)
     m_cvJobs.notify_one();
 }
 
-/// Submits the rest of the files, and waits until all are dealt with or a cancel is asked for.
+/// Submits the remaining files, and waits until all are done or a cancel comes.
 void CLS_HashTree::WaitForFiles()
 {
     bool bAllDone = false;
@@ -149,7 +149,7 @@ void CLS_HashTree::WaitForFiles()
         const bool bAllSubmitted = m_iFilesSubmitted == m_deqFiles.size();
         const int iJobsWanted = bAllSubmitted ? 0 : MAX_JOBS_OPEN - 1;
         std::unique_lock<std::mutex> lock(m_mtxJobs);
-        // A signal handler cannot notify: look for the signal now and then.
+        // A signal handler cannot notify, so this polls for the signal.
         m_cvJobs.wait_for(lock, std::chrono::milliseconds(50), [&] { return m_iJobsOpen <= iJobsWanted; });
         bAllDone = bAllSubmitted && m_iJobsOpen == 0;
     }
@@ -163,7 +163,7 @@ void CLS_HashTree::CancelTasks()
     }
 }
 
-/// Shows what the pool is doing.
+/// Prints what the pool is doing.
 void CLS_HashTree::ReportStatus()
 {
     std::istringstream issStatus(m_clsPool.TakeSnapshot().ToText());
@@ -173,7 +173,7 @@ void CLS_HashTree::ReportStatus()
     }
 }
 
-/// Grows as long as the run gets on.
+/// Grows as long as the run makes progress.
 std::uint64_t CLS_HashTree::CountSteps() const
 {
     const ST_Counters& stCounters = m_clsProgress.m_stCounters;

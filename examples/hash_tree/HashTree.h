@@ -21,34 +21,40 @@
 #include <string>
 #include <utility>
 
-/// What came of a run.
+/// The result of a run.
 struct ST_RunResult
 {
     std::uint64_t m_iHashed = 0;
     std::uint64_t m_iUnreadable = 0;
-    std::uint64_t m_iLeft = 0;       ///< found, but not hashed because of the cancel
-    std::uint64_t m_iWalkErrors = 0; ///< directories and entries that could not be looked at
-    double m_dSeconds = 0;           ///< until the last file was dealt with
-    int m_iSignal = 0;               ///< the signal that cancelled the run; 0 when none did
+    std::uint64_t m_iLeft = 0;       ///< found, but not hashed because of a cancel
+    std::uint64_t m_iWalkErrors = 0; ///< directories and entries that could not be read
+    double m_dSeconds = 0;           ///< until the last file was done
+    int m_iSignal = 0;               ///< the signal that cancelled the run; 0 if none did
     std::string m_strSums;           ///< the lines of the hashed files, sorted by path
 };
 
-/// Hashes the files of a directory tree, each in a task of the pool. For one thread, and for one run.
+/// Hashes the files of a directory tree, each in a task of the pool.
 ///
-/// The tasks use this object. It must outlive the run; see HasTasks for how long.
+/// Threads: one, and one run. The tasks use this object: HasTasks tells whether it may be destroyed.
 class CLS_HashTree
 {
 public:
-    /// Takes over the pool, and ends it no later than when it is destroyed. Keeps references to the next two;
-    /// _clsOutput and _pTrace, which may be null, tell which files of the tree are its own and left out.
+    /// Takes over the pool, and shuts it down at the latest when this object is destroyed.
+    ///
+    /// It leaves out the files that _clsOutput and _pTrace write; _pTrace may be null.
+    ///
+    /// Owns: the pool. It keeps references to _clsOutput and _clsProgress.
     CLS_HashTree(CLS_PoolScope _clsPool, const CLS_ChecksumFile& _clsOutput, CLS_Progress& _clsProgress,
                  std::shared_ptr<CLS_TraceFile> _pTrace);
 
-    /// Walks the tree, hashes its regular files, and ends the pool. Returns when every file was dealt with,
-    /// or soon after a cancel was asked for. Progress is drawn every _iInterval milliseconds.
+    /// Walks the tree, hashes its regular files, and shuts the pool down.
+    ///
+    /// Draws the progress every _iInterval milliseconds.
+    ///
+    /// Waits: until every file is done, or until shortly after a cancel.
     ST_RunResult Run(const std::filesystem::path& _pathRoot, int _iInterval);
 
-    /// True while tasks that the pool gave up waiting for still use this object: reads that do not return.
+    /// Returns whether tasks that outlasted the shutdown still use this object: reads that do not return.
     bool HasTasks() const { return m_iTasksInside.load() != 0; }
 
 private:
@@ -71,14 +77,14 @@ private:
     CLS_Progress& m_clsProgress;
 
     CLS_TreeWalk m_clsWalk;
-    std::deque<CLS_HashJob> m_deqFiles; ///< tasks hold pointers to the elements, which a deque never moves
+    std::deque<CLS_HashJob> m_deqFiles; ///< tasks point to the elements, which a deque never moves
     std::size_t m_iFilesSubmitted = 0;
 
     std::mutex m_mtxJobs;
     std::condition_variable m_cvJobs;
-    int m_iJobsOpen = 0; ///< files that are with the pool, guarded by m_mtxJobs
+    int m_iJobsOpen = 0; ///< files that the pool has; guarded by m_mtxJobs
     std::atomic<int> m_iTasksInside{0};
 
-    CLS_PoolScope m_clsPool; ///< ends while everything that the tasks use is there
+    CLS_PoolScope m_clsPool; ///< shuts down before what the tasks use is destroyed
     std::optional<CLS_TaskOwner> m_clsTasks{std::in_place, m_clsPool, "hash_tree"};
 };

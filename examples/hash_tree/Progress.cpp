@@ -18,7 +18,7 @@ std::string Format(const char* _pFormat, T_Values... _values)
     return arrText.data();
 }
 
-/// Such as "1:02:03" or "0:07"; what is more than 99 hours is shown as that.
+/// Such as "1:02:03" or "0:07"; at most 99 hours.
 std::string FormatDuration(double _dSeconds)
 {
     const int iSeconds = static_cast<int>(std::min(_dSeconds + 0.5, 99.0 * 3600));
@@ -98,7 +98,7 @@ std::string CLS_Progress::ComposeRemainder(double _dBytesPerSecond) const
     {
         return "-:-- left";
     }
-    // Files that grew while they were read make the rest negative.
+    // Files that grow while they are read make the rest negative.
     return FormatDuration(std::max(dLeft, 0.0) / std::max(_dBytesPerSecond, 1.0)) + " left";
 }
 

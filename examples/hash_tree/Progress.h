@@ -6,7 +6,9 @@
 #include <mutex>
 #include <string>
 
-/// How far a run is. Any thread may read and write it.
+/// Counts how far a run is.
+///
+/// Threads: any.
 struct ST_Counters
 {
     std::atomic<std::uint64_t> m_iFilesFound{0};
@@ -16,33 +18,34 @@ struct ST_Counters
     std::atomic<bool> m_bWalking{true};
 };
 
-/// A number of bytes as people read it, such as "12.3 MiB".
+/// Formats a number of bytes for people, such as "12.3 MiB".
 std::string FormatBytes(double _dBytes);
 
-/// Shows how far a run is, and what goes wrong, on standard error: one line that is drawn over and over at a
-/// terminal, a line each time otherwise. Any thread may call it; a call blocks for as long as another one
-/// writes.
+/// Prints progress and messages to standard error. At a terminal, it redraws one line of progress.
+///
+/// Threads: any.
+/// Waits: while another thread writes.
 class CLS_Progress
 {
 public:
     CLS_Progress();
 
-    /// The milliseconds between two drawings that suit the output.
+    /// Returns a suitable number of milliseconds between two drawings.
     int GetUsualInterval() const;
 
-    /// Shows the counters.
+    /// Draws the counters.
     void Draw();
 
-    /// Shows the counters for the last time.
+    /// Draws the counters for the last time.
     void DrawLast();
 
-    /// Writes a message, after the program's name.
+    /// Prints a message after the program's name.
     void Report(const std::string& _strMessage);
 
-    /// Writes a line of its own. Control characters, which may come from file names, are shown as "?".
+    /// Prints a line. Control characters, which may come from file names, become "?".
     void WriteLine(std::string _strLine);
 
-    /// Since the progress was made.
+    /// Returns the time since this object was constructed.
     double GetSeconds() const;
 
     /// The run's counters.

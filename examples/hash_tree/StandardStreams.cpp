@@ -9,12 +9,12 @@
 
 namespace
 {
-/// Opens the stream, if it is closed, in a way that makes its use fail.
+/// Opens a closed stream in a way that makes its use fail.
 void KeepPlace(int _iStream, int _iFlags)
 {
     if (fcntl(_iStream, F_GETFD) == -1 && errno == EBADF)
     {
-        // Takes the lowest number that is free: this one, when the streams are looked at in order.
+        // The system gives the lowest free number. If streams are kept in order, it is this one.
         static_cast<void>(open("/dev/null", _iFlags));
     }
 }

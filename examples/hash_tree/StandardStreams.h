@@ -2,14 +2,13 @@
 
 #include <string>
 
-/// Makes sure that output which goes nowhere is noticed, and goes nowhere.
+/// Makes writes to closed standard streams and to pipes without a reader fail.
 ///
-/// A standard stream that is closed keeps its place: otherwise the next file that is opened would get what is
-/// printed. Writing to such a stream fails, and so does writing to a pipe without a reader, which would end
-/// the process by default.
+/// Without it, the next file that is opened would take the place of a closed stream and receive what is
+/// printed, and a pipe without a reader would end the process.
 ///
-/// Threads: called once, before the first file is opened and the first thread is started.
+/// Threads: called once, before the first file is opened and the first thread starts.
 void GuardStandardStreams();
 
-/// Writes out what was printed to standard output. Returns why not all of it could be written; "" if it was.
+/// Flushes standard output. Returns why a part of the output is lost; "" if all was written.
 std::string FlushStandardOutput();

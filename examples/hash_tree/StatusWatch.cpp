@@ -15,11 +15,11 @@ namespace
 {
 constexpr int POLL_MILLISECONDS = 500;
 
-/// The ends of a pipe: a signal handler may do little but write. They stay open, for a handler may be at
-/// work.
+/// The ends of a pipe, because a signal handler may do little but write. They stay open: a handler may still
+/// run.
 std::array<int, 2> g_arrPipe{-1, -1};
 
-/// Wakes the reader. A full pipe has done so already.
+/// Wakes the reader. If the pipe is full, it is awake already.
 void Wake()
 {
     const char chWake = 0;
@@ -58,7 +58,7 @@ void HandleSignals(void (*_funHandler)(int))
 #endif
 }
 
-/// Waits a while. Whether it was woken.
+/// Waits for one poll interval. Returns whether it was woken.
 bool WaitForWake()
 {
     pollfd stPipe{g_arrPipe[0], POLLIN, 0};

@@ -6,17 +6,23 @@
 #include <functional>
 #include <thread>
 
-/// Calls for a status when the process gets SIGUSR1, on macOS also SIGINFO (Ctrl-T), and once whenever
-/// nothing has moved for 10 seconds. One at a time.
+/// Requests a report on SIGUSR1, on macOS also on SIGINFO (Ctrl-T), and once after 10 seconds without
+/// progress.
+///
+/// A process has one such object at a time.
 class CLS_StatusWatch
 {
 public:
-    /// _funReport shows the status; _funCount grows as long as things move. Both are called on a thread of
-    /// this object's. Throws std::system_error when there is no pipe or no thread.
+    /// Starts to watch. _funReport prints the report; _funCount grows with the progress.
+    ///
+    /// Threads: both callables run on the thread of this object.
+    /// Fails: std::system_error if there is no pipe or no thread.
     CLS_StatusWatch(std::function<void()> _funReport, std::function<std::uint64_t()> _funCount,
                     std::chrono::milliseconds _msStuck = std::chrono::seconds(10));
 
-    /// From now on the signals are ignored. Waits for a report that is being made.
+    /// Ignores the signals from now on.
+    ///
+    /// Waits: for the report in progress.
     ~CLS_StatusWatch();
 
     CLS_StatusWatch(const CLS_StatusWatch&) = delete;
@@ -27,7 +33,7 @@ private:
 
     const std::function<void()> m_funReport;
     const std::function<std::uint64_t()> m_funCount;
-    const std::chrono::milliseconds m_msStuck; ///< without a move, after which there is a report
+    const std::chrono::milliseconds m_msStuck; ///< the time without progress before a report
     std::atomic<bool> m_bEnd{false};
     std::thread m_thrWatch;
 };

@@ -15,7 +15,7 @@ CLS_TreeWalk::CLS_TreeWalk(CLS_Progress& _clsProgress, F_FileFound _funFileFound
 void CLS_TreeWalk::Run(const fs::path& _pathRoot)
 {
     m_deqDirectories.push_back(_pathRoot);
-    // The walk adds the directories it finds to the list that it goes through.
+    // The walk appends the directories that it finds to this list.
     for (std::size_t iNext = 0; iNext < m_deqDirectories.size() && GetCancelSignal() == 0; ++iNext)
     {
         WalkDirectory(m_deqDirectories[iNext]);

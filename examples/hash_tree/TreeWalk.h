@@ -8,22 +8,24 @@
 #include <functional>
 #include <system_error>
 
-/// Finds the regular files below a directory. Symbolic links are not followed, other kinds of files ignored.
-/// For one thread.
+/// Finds the regular files below a directory. It does not follow symbolic links.
+///
+/// Threads: one.
 class CLS_TreeWalk
 {
 public:
     /// Called with each file.
     using F_FileFound = std::function<void(const std::filesystem::directory_entry&)>;
 
-    /// Keeps a reference to the progress, which is told what cannot be looked at.
+    /// Keeps a reference to _clsProgress, which reports what cannot be read.
     CLS_TreeWalk(CLS_Progress& _clsProgress, F_FileFound _funFileFound);
 
-    /// Walks the whole tree below _pathRoot; stops early when a cancel is asked for. Called once. What cannot
-    /// be looked at is reported, counted and left out; only running out of memory is thrown.
+    /// Walks the tree below _pathRoot; stops early after a cancel. Called once.
+    ///
+    /// Fails: std::bad_alloc. What cannot be read is reported, counted and left out.
     void Run(const std::filesystem::path& _pathRoot);
 
-    /// How many directories and entries could not be looked at.
+    /// Returns how many directories and entries could not be read.
     std::uint64_t GetErrors() const { return m_iErrors; }
 
 private:

@@ -39,11 +39,11 @@ struct ST_HashOptions
 constexpr char FOOTER[] =
     R"(Ctrl-C (or SIGTERM) cancels: the sums that are done are written. A second one ends the program at once,
 without sums.
-SIGUSR1 (on macOS also SIGINFO, Ctrl-T) shows what the pool is doing; so does a run that gets no further for 10 s.
+SIGUSR1 (on macOS also SIGINFO, Ctrl-T) prints what the pool is doing; and so do 10 s without progress.
 
 Exit codes:
   0    every file was hashed
-  1    some files or directories could not be read, or the sums, the trace or standard output not be written
+  1    some files or directories could not be read, or the sums, the trace or the output could not be written
   2    wrong usage, or the pool library could not be used
   130  cancelled by Ctrl-C
   143  cancelled by SIGTERM
@@ -58,17 +58,15 @@ void DescribeOptions(CLI::App& _app, ST_HashOptions& _stOptions)
     _app.add_option("directory", _stOptions.m_strRoot, "The directory whose regular files are hashed")
         ->check(CLI::ExistingDirectory)
         ->capture_default_str();
-    _app.add_option("--output", _stOptions.m_strOutput,
-                    "The file to write the sums to, in the format that sha256sum -c reads")
+    _app.add_option("--output", _stOptions.m_strOutput, "The file for the sums, which sha256sum -c reads")
         ->type_name("FILE")
         ->capture_default_str();
     _app.add_option("--library", _stOptions.m_strLibrary,
-                    "The pool library; a name without a slash is looked for beside the program first")
+                    "The pool library; a name without a slash is searched for next to the program first")
         ->type_name("PATH")
         ->capture_default_str();
-    _app.add_option(
-            "--trace", _stOptions.m_strTrace,
-            "A file to write the run of every task to, as events that Perfetto and chrome://tracing open")
+    _app.add_option("--trace", _stOptions.m_strTrace,
+                    "The file for a trace of every task, which Perfetto and chrome://tracing open")
         ->type_name("FILE");
     _app.add_option("--progress-interval", _stOptions.m_iInterval,
                     "Milliseconds between two progress lines (200 at a terminal, 1000 otherwise)")
@@ -79,12 +77,13 @@ void DescribeOptions(CLI::App& _app, ST_HashOptions& _stOptions)
                          { return "hash_tree: " + CLI::FailureMessage::simple(_pApp, _error); });
 }
 
-/// Keeps standard error for the user's business. The pool's log records of progress would come in between;
-/// one of them, "task id is fail", sounds like a failure and tells of a task that was removed while queued,
-/// which is what the end of a run may look like.
+/// Keeps the pool's log records of progress out of standard error, unless the user asks for them.
+///
+/// One of them, "task id is fail", sounds like a failure. It appears when a task was removed while it was
+/// queued, as a loop task may be at the end of a normal run.
 void LimitLog()
 {
-    // Read and set before there is another thread.
+    // There is no other thread yet.
     const char* const szFile = std::getenv("ZEL_LOG_FILE"); // NOLINT(concurrency-mt-unsafe)
     if (szFile == nullptr || *szFile == '\0')
     {
@@ -92,7 +91,7 @@ void LimitLog()
     }
 }
 
-/// Null when none is wanted. Throws CLS_TraceError.
+/// Returns null if no trace is wanted. Fails: CLS_TraceError.
 std::shared_ptr<CLS_TraceFile> OpenTrace(const std::optional<std::string>& _strPath)
 {
     return _strPath ? CLS_TraceFile::Create(*_strPath, "hash_tree") : nullptr;
@@ -117,7 +116,7 @@ void PrintSummary(const ST_RunResult& _stResult, const CLS_Progress& _clsProgres
                 strRate.c_str(), strCounts.c_str());
 }
 
-/// False, with a message, when the sums could not be written.
+/// Prints a message and returns false if the sums cannot be written.
 bool PublishSums(CLS_ChecksumFile& _clsOutput, const ST_RunResult& _stResult, CLS_Progress& _clsProgress)
 {
     try
@@ -132,7 +131,7 @@ bool PublishSums(CLS_ChecksumFile& _clsOutput, const ST_RunResult& _stResult, CL
     }
 }
 
-/// False, with a message, when there is a trace that could not be written.
+/// Prints a message and returns false if there is a trace that cannot be written.
 bool CloseTrace(CLS_TraceFile* _pTrace, CLS_Progress& _clsProgress)
 {
     try
@@ -160,7 +159,7 @@ int GetExitCode(const ST_RunResult& _stResult, bool _bWritten)
     return bAllRead && _bWritten ? AllDone : SomeFailed;
 }
 
-/// The exit code, which tells also whether all that was printed could be written.
+/// Flushes standard output. Returns the exit code, which is a failure if output is lost.
 int FinishOutput(int _iExitCode)
 {
     const std::string strReason = FlushStandardOutput();
@@ -199,7 +198,7 @@ int RunHost(const ST_HashOptions& _stOptions)
     const int iExitCode = GetExitCode(stResult, bPublished && bTraced);
     if (clsTree.HasTasks())
     {
-        // They may go on at any moment, so what they use must not be destroyed before the process is gone.
+        // They may continue at any moment, so nothing that they use may be destroyed.
         std::_Exit(FinishOutput(iExitCode));
     }
     return iExitCode;
@@ -237,7 +236,7 @@ int RunProgram(int _iArguments, char** _pArguments)
 }
 } // namespace
 
-// What is left to throw is a failing stream while an error is printed.
+// Only a stream that fails while it prints an error may throw here.
 int main(int argc, char** argv) // NOLINT(bugprone-exception-escape)
 {
     GuardStandardStreams();

@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <future>
 
-// Works in the background until it goes.
+// Works in the background until it closes.
 class CLS_Window
 {
 public:
@@ -25,12 +25,12 @@ public:
 private:
     static void Draw(const CLS_StopToken& _clsToken)
     {
-        while (_clsToken.SleepFor(std::chrono::milliseconds(10))) // until the window goes
+        while (_clsToken.SleepFor(std::chrono::milliseconds(10))) // until the window closes
         {
         }
     }
 
-    CLS_TaskOwner m_clsTasks; // the last member: it goes first, with its tasks
+    CLS_TaskOwner m_clsTasks; // the last member, so that it is destroyed first
 };
 
 int main(int argc, char** argv)
@@ -58,7 +58,7 @@ int main(int argc, char** argv)
         std::printf("sum: %d\n", clsWindow.StartSum().get());
         clsThreeTicks.get_future().wait();
         std::puts("three ticks");
-        return 0; // the window goes with its tasks, then the loop task, then the pool
+        return 0; // the window ends with its tasks, then the loop task, then the pool
     }
     catch (const std::exception& error)
     {

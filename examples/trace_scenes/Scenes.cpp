@@ -17,7 +17,7 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 using std::chrono::steady_clock;
 
-/// Tasks of one owner that do nothing but take time.
+/// Submits tasks of one owner that only sleep.
 class CLS_Sleepers
 {
 public:
@@ -31,13 +31,13 @@ public:
     CLS_Sleepers(const CLS_Sleepers&) = delete;
     CLS_Sleepers& operator=(const CLS_Sleepers&) = delete;
 
-    /// Adds tasks that take so long.
+    /// Adds tasks that sleep this long.
     void Add(int _iTasks, milliseconds _msRun)
     {
         Submit(_iTasks, [_msRun] { std::this_thread::sleep_for(_msRun); });
     }
 
-    /// Adds tasks that take until the flag is set.
+    /// Adds tasks that sleep until the flag is set.
     void AddUntil(int _iTasks, const std::atomic<bool>& _bEnd)
     {
         Submit(_iTasks, [&_bEnd] { WaitUntil([&_bEnd] { return _bEnd.load(); }); });
@@ -86,8 +86,8 @@ private:
     std::atomic<int> m_iEnded{0};
 };
 
-/// Three waves of work, each larger than the one before, then a little work, then none, until the watchdog
-/// has retired every worker.
+/// Runs three waves of work, each larger than the one before, then a little work, then none until the
+/// watchdog has retired every worker.
 void GrowAndRetire(const CLS_PoolScope& /*_clsScope*/, const CLS_TracedPool& _clsPool)
 {
     const auto tpStart = steady_clock::now();
@@ -98,7 +98,7 @@ void GrowAndRetire(const CLS_PoolScope& /*_clsScope*/, const CLS_TracedPool& _cl
         clsWaves.Add(iTasks, seconds(8));
         std::this_thread::sleep_for(seconds(10));
     }
-    // An idle worker is retired by the first of the passes, three minutes apart, that finds it idle for five.
+    // The watchdog polls every three minutes, and retires workers that were idle for five.
     while (steady_clock::now() < tpStart + seconds(225))
     {
         clsLittle.Add(1, seconds(2));
@@ -107,7 +107,7 @@ void GrowAndRetire(const CLS_PoolScope& /*_clsScope*/, const CLS_TracedPool& _cl
     std::this_thread::sleep_until(tpStart + seconds(3 * 180 + 10));
 }
 
-/// 300 tasks at once that block, and the same again once they are done.
+/// Runs 300 blocking tasks at once, twice.
 void Burst(const CLS_PoolScope& /*_clsScope*/, const CLS_TracedPool& _clsPool)
 {
     CLS_Sleepers clsBurst(_clsPool, "burst");
@@ -119,8 +119,8 @@ void Burst(const CLS_PoolScope& /*_clsScope*/, const CLS_TracedPool& _clsPool)
     }
 }
 
-/// Two owners share the few workers that others leave them; one of them is removed while both have tasks that
-/// run and tasks that wait.
+/// Lets two owners share the few workers that are free, and removes one of them while both have running and
+/// waiting tasks.
 void Cancel(const CLS_PoolScope& /*_clsScope*/, const CLS_TracedPool& _clsPool)
 {
     constexpr int FREE_WORKERS = 12;
@@ -143,8 +143,8 @@ void Cancel(const CLS_PoolScope& /*_clsScope*/, const CLS_TracedPool& _clsPool)
     clsOthers.WaitForEnd();
 }
 
-/// Loop tasks with different intervals. Their runs take from 1 to 11 ms, so that they end at any moment
-/// between two looks of the loop scheduler.
+/// Repeats loop tasks with different intervals. A run takes 1 to 11 ms, so it ends at any moment between two
+/// polls of the loop scheduler.
 void Loops(const CLS_PoolScope& _clsScope, const CLS_TracedPool& /*_clsPool*/)
 {
     std::vector<CLS_LoopTask> vecLoops;

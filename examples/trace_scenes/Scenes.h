@@ -6,9 +6,8 @@
 #include <map>
 #include <string>
 
-/// Something that the pool is seen doing; returns when all of it has happened. On a fresh pool,
-/// whose scope has the same trace.
+/// Makes a new pool do something worth a picture, and returns afterwards. The scope has the same trace.
 using F_Scene = void (*)(const CLS_PoolScope&, const CLS_TracedPool&);
 
-/// The scenes by their names.
+/// Returns the scenes by their names.
 const std::map<std::string, F_Scene>& GetScenes();

@@ -12,7 +12,7 @@ std::uint64_t TakeTaskNumber()
     return ++s_uiTasks;
 }
 
-/// What becomes of a one-shot task. Shared by the copies of its callable.
+/// Traces a one-shot task. The copies of its callable share this object.
 class CLS_TracedTask
 {
 public:
@@ -34,7 +34,7 @@ public:
     CLS_TracedTask(const CLS_TracedTask&) = delete;
     CLS_TracedTask& operator=(const CLS_TracedTask&) = delete;
 
-    /// What the submission's event holds: an arrow starts there.
+    /// Returns the members of the submission's event, where an arrow starts.
     std::string DescribeSubmission() const { return DescribeFlow("out") + DescribeTask(); }
 
     void Run()
@@ -55,9 +55,9 @@ private:
     const std::shared_ptr<CLS_TraceFile> m_pTrace;
     const std::function<void()> m_funTask;
     const std::string m_strName;
-    const std::string m_strTask; ///< its number
+    const std::string m_strTask; ///< the task's number
     const std::string m_strCancelled;
-    bool m_bStarted = false; ///< written by the run, which nothing runs beside; read when all copies are gone
+    bool m_bStarted = false; ///< written by the run; read when no copy is left
 };
 } // namespace
 

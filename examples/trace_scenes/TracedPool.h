@@ -7,24 +7,25 @@
 #include <memory>
 #include <string>
 
-/// The pool's bare functions for one-shot tasks, which also write into a trace what becomes of each task:
-/// categories "submit", "run", "cancel" and "remove". The host kit's owners do not give their tasks to the
-/// pool one by one, and these scenes show the pool. An event is named as the
-/// pool's records name the task. The events of a one-shot task share a number, "task" among their arguments,
-/// by which viewers join its submission and its run.
+/// Calls the pool's bare functions for one-shot tasks, and traces each task.
 ///
-/// Safe on any thread. What it adds to the pool may outlive it.
+/// The scenes show the pool, to which the host kit does not submit tasks one by one. The events have the
+/// categories "submit", "run", "cancel" and "remove", and the call info as their name. The argument "task" is
+/// the task's number, with which viewers connect its submission and its run.
+///
+/// Threads: any. Tasks may outlive this object.
 class CLS_TracedPool
 {
 public:
     CLS_TracedPool(const ST_PoolFunctions& _stFunctions, std::shared_ptr<CLS_TraceFile> _pTrace);
 
-    /// As the pool's, but throws std::bad_alloc. A task that is destroyed without having run, be it that the
-    /// pool did not take it, counts as cancelled at that moment.
+    /// Submits a task like the pool's function. A task that is destroyed without a run counts as cancelled.
+    ///
+    /// Fails: also std::bad_alloc.
     bool AddTmpTask(const std::function<void()>& _funTask, void* _pObj,
                     const std::string& _strCallInfo) const;
 
-    /// As the pool's.
+    /// Removes the owner's tasks like the pool's function.
     void RemoveTmpTask(void* _pObj, const std::string& _strCallInfo) const;
 
 private:

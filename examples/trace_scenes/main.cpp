@@ -23,7 +23,7 @@ void DescribeOptions(CLI::App& _app, ST_SceneOptions& _stOptions)
     _app.add_option("scene", _stOptions.m_strScene, "What to record")
         ->check(CLI::IsMember(GetScenes()))
         ->required();
-    _app.add_option("trace", _stOptions.m_strTrace, "The file to write the trace to")->required();
+    _app.add_option("trace", _stOptions.m_strTrace, "The file for the trace")->required();
     _app.add_option("--library", _stOptions.m_strLibrary, "The pool library")->capture_default_str();
     _app.failure_message([](const CLI::App* _pApp, const CLI::Error& _error)
                          { return "trace_scenes: " + CLI::FailureMessage::simple(_pApp, _error); });
@@ -40,7 +40,7 @@ void Record(const ST_SceneOptions& _stOptions)
 }
 } // namespace
 
-// What is left to throw is a failing stream while an error is printed.
+// Only a stream that fails while it prints an error may throw here.
 int main(int argc, char** argv) // NOLINT(bugprone-exception-escape)
 {
     ST_SceneOptions stOptions;

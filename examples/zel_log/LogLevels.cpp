@@ -11,7 +11,7 @@ n_Severity ToSeverity(int _iLevel)
 
 CLS_LogLevels::CLS_LogLevels()
 {
-    // Read once, as the library is loaded or first used.
+    // Read once, when the library is loaded or first used.
     const char* pText = std::getenv("ZEL_LOG_LEVEL"); // NOLINT(concurrency-mt-unsafe)
     const std::string_view strText = pText != nullptr ? pText : "";
     if (strText.empty())

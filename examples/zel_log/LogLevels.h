@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-/// How much a record matters; the numbers are those that callers of the library pass.
+/// The severity of a log record. Callers of the library pass these numbers.
 enum class n_Severity
 {
     Finest = 0,
@@ -14,23 +14,25 @@ enum class n_Severity
     Error = 3
 };
 
-/// The level with this number; the nearest one for a number that is none.
+/// Returns the level with this number, or the nearest one.
 n_Severity ToSeverity(int _iLevel);
 
-/// Decides which records are written. May be used by several threads at once.
+/// Decides which log records are written.
+///
+/// Threads: any.
 class CLS_LogLevels
 {
 public:
-    /// Takes the general level from ZEL_LOG_LEVEL; says a malformed one on standard error.
+    /// Reads the general level from ZEL_LOG_LEVEL; reports a malformed one on standard error.
     CLS_LogLevels();
 
-    /// True when a record of this module and level is to be written.
+    /// Returns whether log records of this module and level are written.
     bool IsWritten(std::string_view _strModule, n_Severity _enLevel) const;
 
-    /// Sets the least level of one module.
+    /// Sets the lowest level that is written for one module.
     void SetModule(const std::string& _strModule, n_Severity _enLevel);
 
-    /// Sets the least level of all modules, also of those that had one of their own.
+    /// Sets the lowest level that is written for all modules, including those with a level of their own.
     void SetAll(n_Severity _enLevel);
 
 private:

@@ -33,7 +33,7 @@ spdlog::level::level_enum ToSinkLevel(n_Severity _enLevel)
 
 CLS_LogWriter::CLS_LogWriter()
 {
-    // Read once, as the library is loaded or first used.
+    // Read once, when the library is loaded or first used.
     const char* pFile = std::getenv("ZEL_LOG_FILE"); // NOLINT(concurrency-mt-unsafe)
     if (pFile == nullptr || *pFile == '\0')
     {
@@ -61,7 +61,7 @@ void CLS_LogWriter::Write(n_Severity _enLevel, const std::string& _strText)
     }
     catch (const std::exception& error)
     {
-        // A file sink that failed to rotate has no file any more; using it once more would crash.
+        // A file sink that failed to rotate has no file, and would crash if used again.
         FallBack(error.what());
         m_pSink->log(record);
     }

@@ -7,19 +7,19 @@
 #include <spdlog/sinks/sink.h>
 #include <string>
 
-/// Writes lines, each with the time and the level before it, to the output that the environment names. May
-/// be used by several threads at once.
+/// Writes lines, after the time and the level, to the output that the environment names.
 ///
-/// It talks to a sink of its own and to nothing that is shared in the process, so that it can be used for
-/// as long as it exists, even after the process began to destroy its static objects.
+/// It has a sink of its own and shares nothing with the process. So it works even while the process destroys
+/// its static objects.
+///
+/// Threads: any.
 class CLS_LogWriter
 {
 public:
-    /// Opens the file that ZEL_LOG_FILE names, or standard error; says an unusable file on standard error.
+    /// Opens the file that ZEL_LOG_FILE names, or standard error; reports an unusable file on standard error.
     CLS_LogWriter();
 
-    /// Writes one line and flushes it. Should the file fail, the line goes to standard error, as do all
-    /// that follow.
+    /// Writes one line and flushes it. If the file fails, this line and all later ones go to standard error.
     void Write(n_Severity _enLevel, const std::string& _strText);
 
     /// Flushes the output.

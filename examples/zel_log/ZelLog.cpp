@@ -14,14 +14,14 @@ struct ST_Log
     CLS_LogWriter m_clsWriter;
 };
 
-/// The one log of the process. Never destroyed: threads may still write while the process is exiting.
+/// The log of the process. Never destroyed: threads may still write while the process exits.
 ST_Log& GetLog()
 {
     static ST_Log& s_stLog = *new ST_Log;
     return s_stLog;
 }
 
-/// Runs _funAction and drops whatever it throws: an exception out of a log call would end the host.
+/// Runs _funAction and drops its exceptions: one that left a log call would end the host.
 template <typename T_Action>
 void RunQuietly(T_Action&& _funAction) noexcept
 {
@@ -39,7 +39,7 @@ const char* GetTextOrDash(const char* _pText)
     return _pText != nullptr ? _pText : "-";
 }
 
-/// The calling thread's name, as debuggers show it; "-" for none.
+/// Returns the calling thread's name, as debuggers show it; "-" if it has none.
 std::string GetThreadName()
 {
     std::array<char, 64> arrName{};

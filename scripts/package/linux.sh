@@ -79,7 +79,7 @@ mv "$work/prefix" "$work/elsewhere/moved"
 use "$work/elsewhere/moved" "$work/consumer-moved"
 
 echo "The same with the files of the Debian packages"
-for package in "$packages"/*.deb; do
+for package in "$packages"/libzeltaskpool*.deb; do
     dpkg-deb --extract "$package" "$work/extracted"
 done
 use "$work/extracted/usr" "$work/consumer-extracted"
