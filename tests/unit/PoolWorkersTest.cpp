@@ -50,8 +50,8 @@ CLS_TaskThread* MakeWorker(CLS_QuenTaskPool& _clsPool, int _iOrderId)
 }
 
 /// Whether a member is the standard lock, be it with the annotations that the compiler checks.
-template <typename Member, typename Lock>
-constexpr bool IS_LOCK = std::is_base_of_v<Lock, Member> && sizeof(Member) == sizeof(Lock);
+template <typename T_Member, typename T_Lock>
+constexpr bool IS_LOCK = std::is_base_of_v<T_Lock, T_Member> && sizeof(T_Member) == sizeof(T_Lock);
 
 TEST_F(PoolWorkersTest, MembersHaveTheirTypes)
 {
@@ -357,8 +357,8 @@ TEST_F(PoolWorkersTest, EmptySlotSortsBeforeNothingAndNothingBeforeIt)
     PoolView::AddIdleWorker(clsPool, MakeWorker(clsPool, 1));
     EXPECT_THAT(GetIdleOrder(clsPool), ElementsAre(-1, 1));
     PoolView::GetIdleWorkers(clsPool) = {PoolView::GetIdleWorkers(clsPool)[1], nullptr};
-    clsPool.AddIdleWorker(MakeWorker(clsPool, 2));
+    PoolView::AddIdleWorker(clsPool, MakeWorker(clsPool, 2));
     EXPECT_THAT(GetIdleOrder(clsPool), ElementsAre(1, -1, 2));
-    clsPool.m_vecIdleThreads.clear();
+    PoolView::GetIdleWorkers(clsPool).clear();
 }
 } // namespace
