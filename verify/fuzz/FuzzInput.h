@@ -17,6 +17,12 @@ inline void Require(bool _bHolds, const char* _szWhat)
     }
 }
 
+/// Ends the process with the rule that is broken, if any.
+inline void RequireUnbroken(const char* _szBroken)
+{
+    Require(_szBroken == nullptr, _szBroken);
+}
+
 /// The fuzzer's bytes, read front to back. Reads zeros and empty texts when there are none left.
 class CLS_FuzzInput
 {
@@ -28,10 +34,10 @@ public:
     /// A number below _iLimit, which is at most 256.
     std::size_t TakeBelow(std::size_t _iLimit) { return TakeNumber<std::uint8_t>() % _iLimit; }
 
-    template <typename Number>
-    Number TakeNumber()
+    template <typename T_Number>
+    T_Number TakeNumber()
     {
-        Number tNumber{};
+        T_Number tNumber{};
         const std::size_t iSize = m_iLeft < sizeof tNumber ? m_iLeft : sizeof tNumber;
         if (iSize > 0)
         {

@@ -8,6 +8,7 @@
 #include "tests/support/Waiting.h"
 #include "verify/fuzz/FuzzInput.h"
 #include "verify/fuzz/PoolModel.h"
+#include "verify/rules/PoolRules.h"
 
 #include <algorithm>
 
@@ -106,33 +107,7 @@ public:
         }
     }
 
-    void RequireOrder() const
-    {
-        CLS_QuenTaskPool& clsPool = GetPool();
-        Require(clsPool.GetTaskThreadNum() <= 301, "no more workers than the limit");
-        {
-            const CLS_LockGuard lock(PoolView::GetIdleLock(clsPool));
-            Require(std::is_sorted(PoolView::GetIdleWorkers(clsPool).begin(),
-                                   PoolView::GetIdleWorkers(clsPool).end(),
-                                   [](CLS_TaskThread* _pFirst, CLS_TaskThread* _pSecond)
-                                   { return _pFirst->GetOrderId() < _pSecond->GetOrderId(); }),
-                    "the idle list is sorted");
-        }
-        const CLS_LockGuard lock(PoolView::GetOwnerLock(clsPool));
-        std::size_t iOwned = 0;
-        for (const auto& [pOwner, lstTaskIds] : PoolView::GetOwnerLists(clsPool))
-        {
-            Require(!lstTaskIds.empty(), "an owner has tasks");
-            iOwned += lstTaskIds.size();
-            for (const std::string& strTaskId : lstTaskIds)
-            {
-                const auto itOwner = PoolView::GetTaskOwners(clsPool).find(strTaskId);
-                Require(itOwner != PoolView::GetTaskOwners(clsPool).end() && itOwner->second == pOwner,
-                        "an owner's task has that owner");
-            }
-        }
-        Require(iOwned == PoolView::GetTaskOwners(clsPool).size(), "each task with an owner is that owner's");
-    }
+    static void RequireOrder() { RequireUnbroken(PoolRules::CheckPool(GetPool())); }
 
     /// Whatever is still to run runs; what is left then is what the registry keeps.
     void End()
@@ -243,7 +218,7 @@ private:
     /// The task's removal has returned, and had waited for its run.
     static void Forbid(ST_Probe& _stProbe, bool _bForGood)
     {
-        Require(_stProbe.m_iRunning == 0 || _stProbe.m_bRequeued, "no task runs on after its removal");
+        RequireUnbroken(TaskRules::CheckRemoved(CLS_PoolModel::GetState(_stProbe)));
         _stProbe.m_bForbidden = _bForGood;
     }
 
@@ -299,8 +274,10 @@ private:
                     {
                         return m_clsModel
                             .GetProbes(
-                                [](const ST_Probe& _stProbe)
-                                { return !_stProbe.m_bExcused && _stProbe.m_iStarted < _stProbe.m_iQueued; })
+                                [](const ST_Probe& _stProbe) {
+                                    return !_stProbe.m_bExcused &&
+                                           !TaskRules::HasRun(CLS_PoolModel::GetState(_stProbe));
+                                })
                             .empty();
                     }),
                 "every task that is not removed runs as often as it is queued");
@@ -337,7 +314,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* _pData, std::size_t _i
     for (int iStep = 0; iStep < MOST_STEPS && !clsInput.IsAtEnd(); ++iStep)
     {
         clsSequence.MakeStep();
-        clsSequence.RequireOrder();
+        CLS_Sequence::RequireOrder();
     }
     clsSequence.End();
     LogRecorder::Clear();

@@ -94,6 +94,19 @@ CLS_PoolModel::GetProbes(const std::function<bool(const ST_Probe&)>& _funWanted)
     return vecWanted;
 }
 
+TaskRules::ST_TaskState CLS_PoolModel::GetState(const ST_Probe& _stProbe)
+{
+    TaskRules::ST_TaskState stTask;
+    stTask.m_bLoop = _stProbe.m_bLoop;
+    stTask.m_iQueued = _stProbe.m_iQueued;
+    stTask.m_iBegun = _stProbe.m_iStarted;
+    stTask.m_iRunning = _stProbe.m_iRunning;
+    stTask.m_bRemoved = _stProbe.m_bForbidden;
+    stTask.m_bOverran = _stProbe.m_bRequeued;
+    stTask.m_bMayOverlap = _stProbe.m_bRequeued;
+    return stTask;
+}
+
 int CLS_PoolModel::GetLiveCallables()
 {
     return s_iLiveCallables;
@@ -101,11 +114,12 @@ int CLS_PoolModel::GetLiveCallables()
 
 void CLS_PoolModel::Run(ST_Probe& _stProbe)
 {
-    Require(!_stProbe.m_bForbidden || _stProbe.m_bRequeued, "no task starts after its removal");
-    const int iStarted = ++_stProbe.m_iStarted;
-    const bool bAlone = ++_stProbe.m_iRunning == 1;
-    Require(bAlone || _stProbe.m_bRequeued, "no task overlaps itself");
-    Require(_stProbe.m_bLoop || iStarted <= _stProbe.m_iQueued, "no task runs more often than it is queued");
+    const int iBegun = _stProbe.m_iStarted++;
+    const int iRunning = _stProbe.m_iRunning++;
+    TaskRules::ST_TaskState stTask = GetState(_stProbe);
+    stTask.m_iBegun = iBegun;
+    stTask.m_iRunning = iRunning;
+    RequireUnbroken(TaskRules::CheckBegin(stTask, {}));
     // However the deed ends.
     const std::shared_ptr<void> pEnd(nullptr, [&_stProbe](void*) { --_stProbe.m_iRunning; });
     DoDeed(_stProbe);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "verify/rules/TaskRules.h"
+
 #include <array>
 #include <atomic>
 #include <cstddef>
@@ -76,6 +78,9 @@ public:
     private:
         CLS_PoolModel& m_clsModel;
     };
+
+    /// The probe as the shared rules see it. The interval is unknown: the input may change it at any moment.
+    static TaskRules::ST_TaskState GetState(const ST_Probe& _stProbe);
 
     /// Callables that live, copies included, of all models.
     static int GetLiveCallables();

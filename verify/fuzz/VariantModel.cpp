@@ -11,8 +11,8 @@ namespace
 constexpr std::size_t MOST_ELEMENTS = 4;
 constexpr std::size_t MOST_CHARACTERS = 12;
 
-template <typename Value>
-ST_VariantModel MakeInPlace(n_CVariantType _iType, Value _tValue)
+template <typename T_Value>
+ST_VariantModel MakeInPlace(n_CVariantType _iType, T_Value _tValue)
 {
     ST_VariantModel stModel;
     stModel.m_iType = _iType;
@@ -20,16 +20,16 @@ ST_VariantModel MakeInPlace(n_CVariantType _iType, Value _tValue)
     return stModel;
 }
 
-template <typename Value>
-Value GetInPlace(const ST_VariantModel& _stModel)
+template <typename T_Value>
+T_Value GetInPlace(const ST_VariantModel& _stModel)
 {
-    Value tValue{};
+    T_Value tValue{};
     std::memcpy(&tValue, &_stModel.m_uiBits, sizeof tValue);
     return tValue;
 }
 
-template <typename Value>
-std::string Print(const char* _szFormat, Value _tValue)
+template <typename T_Value>
+std::string Print(const char* _szFormat, T_Value _tValue)
 {
     std::array<char, 64> szText{};
     std::snprintf(szText.data(), szText.size(), _szFormat, _tValue);

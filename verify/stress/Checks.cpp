@@ -4,13 +4,14 @@
 #include "tests/support/PoolView.h"
 #include "tests/support/ThreadCount.h"
 #include "tests/support/Waiting.h"
+#include "verify/rules/PoolRules.h"
 
 #include <algorithm>
 
 namespace
 {
-template <typename Condition>
-void AwaitEach(ST_World& _stWorld, const std::string& _strBroken, Condition _funCondition)
+template <typename T_Condition>
+void AwaitEach(ST_World& _stWorld, const std::string& _strBroken, T_Condition _funCondition)
 {
     for (const Entry& pEntry : _stWorld.m_clsModel.GetEntries())
     {
@@ -21,8 +22,8 @@ void AwaitEach(ST_World& _stWorld, const std::string& _strBroken, Condition _fun
     }
 }
 
-template <typename Condition>
-void Await(ST_World& _stWorld, const std::string& _strBroken, Condition _funCondition)
+template <typename T_Condition>
+void Await(ST_World& _stWorld, const std::string& _strBroken, T_Condition _funCondition)
 {
     if (!WaitUntil(_funCondition))
     {
@@ -32,7 +33,7 @@ void Await(ST_World& _stWorld, const std::string& _strBroken, Condition _funCond
 
 bool HasRun(ST_Entry& _stEntry)
 {
-    return _stEntry.m_bDoomed || _stEntry.m_iKind == KIND_LOOP || _stEntry.m_iRuns == _stEntry.m_iQueued;
+    return _stEntry.m_bDoomed || TaskRules::HasRun(CLS_Model::GetState(_stEntry));
 }
 
 void CheckLoopsGoOn(ST_World& _stWorld)
@@ -84,24 +85,6 @@ bool IsRegistryRight(ST_World& _stWorld)
     return std::vector<std::string>(setRegistered.begin(), setRegistered.end()) == GetKept(_stWorld, false);
 }
 
-/// Whether each id in one owner map has its place in the other, and none is there twice.
-bool DoOwnerMapsAgree(CLS_QuenTaskPool& _clsPool)
-{
-    const std::lock_guard<std::mutex> lock(PoolView::GetOwnerLock(_clsPool));
-    std::map<std::string, void*> mapOwners;
-    for (const auto& [pOwner, lstTaskIds] : PoolView::GetOwnerLists(_clsPool))
-    {
-        for (const std::string& strTaskId : lstTaskIds)
-        {
-            if (!mapOwners.emplace(strTaskId, pOwner).second)
-            {
-                return false;
-            }
-        }
-    }
-    return mapOwners == PoolView::GetTaskOwners(_clsPool);
-}
-
 void ForgetOwned(ST_World& _stWorld)
 {
     for (ST_TaskOwner& stOwner : _stWorld.m_arrOwners)
@@ -126,7 +109,10 @@ void Checks::CheckSettled(ST_World& _stWorld)
     Await(_stWorld, "the registry differs from the model", [&] { return IsRegistryRight(_stWorld); });
     Await(_stWorld, "the list of loop tasks differs from the model",
           [&] { return AreLoopsListed(_stWorld, clsPool); });
-    Await(_stWorld, "the owner maps disagree", [&] { return DoOwnerMapsAgree(clsPool); });
+    if (const char* const szBroken = PoolRules::CheckPool(clsPool))
+    {
+        _stWorld.m_clsModel.Break(szBroken);
+    }
     ForgetOwned(_stWorld);
     _stWorld.m_clsModel.Forget([](const ST_Entry& _stEntry) { return !IsKept(_stEntry); });
 }

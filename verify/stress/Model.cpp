@@ -1,5 +1,7 @@
 #include "verify/stress/Model.h"
 
+#include "verify/rules/PoolRules.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <iterator>
@@ -38,6 +40,28 @@ void CLS_Model::Break(const std::string& _strWhat, const ST_Entry& _stEntry) con
     Break(_strWhat + ", " + Describe(_stEntry));
 }
 
+void CLS_Model::RequireUnbroken(const char* _szBroken, const ST_Entry& _stEntry) const
+{
+    if (_szBroken != nullptr)
+    {
+        Break(std::string("a task ") + _szBroken, _stEntry);
+    }
+}
+
+TaskRules::ST_TaskState CLS_Model::GetState(const ST_Entry& _stEntry)
+{
+    TaskRules::ST_TaskState stTask;
+    stTask.m_bLoop = _stEntry.m_iKind == KIND_LOOP;
+    stTask.m_iQueued = _stEntry.m_iQueued;
+    stTask.m_iBegun = _stEntry.m_iRuns;
+    stTask.m_iRunning = _stEntry.m_bRunning ? 1 : 0;
+    stTask.m_nsLastEnd = _stEntry.m_tpLastEnd.load().time_since_epoch();
+    stTask.m_nsInterval = std::chrono::milliseconds(_stEntry.m_iInterval);
+    stTask.m_bRemoved = _stEntry.m_bEnded;
+    stTask.m_bOverran = _stEntry.m_bOverran;
+    return stTask;
+}
+
 Entry CLS_Model::MakeEntry(n_TaskKind _iKind, int _iInterval)
 {
     auto pEntry = std::make_shared<ST_Entry>(++m_iLastNumber, _iKind, _iInterval);
@@ -65,30 +89,15 @@ void CLS_Model::NoteAccepted(ST_Entry& _stEntry)
 
 void CLS_Model::BeginRun(ST_Entry& _stEntry)
 {
-    if (_stEntry.m_bRunning.exchange(true))
-    {
-        Break("a task overlaps itself", _stEntry);
-    }
-    if (_stEntry.m_bEnded && !_stEntry.m_bOverran)
-    {
-        Break("a task begins after its removal has returned", _stEntry);
-    }
-    const int iRuns = ++_stEntry.m_iRuns;
-    if (_stEntry.m_iKind != KIND_LOOP)
-    {
-        ++m_stCounts.m_iRuns;
-        if (iRuns > _stEntry.m_iQueued)
-        {
-            Break("a task runs more often than it was queued", _stEntry);
-        }
-        return;
-    }
-    ++m_stCounts.m_iLoopRuns;
-    const auto durSince = std::chrono::steady_clock::now() - _stEntry.m_tpLastEnd.load();
-    if (iRuns > 1 && durSince < std::chrono::milliseconds(_stEntry.m_iInterval))
-    {
-        Break("a loop task begins before its interval has passed", _stEntry);
-    }
+    // The run is noted before the removal is looked for, as NoteEnded does it the other way round.
+    const int iRunning = _stEntry.m_bRunning.exchange(true) ? 1 : 0;
+    const int iBegun = _stEntry.m_iRuns++;
+    TaskRules::ST_TaskState stTask = GetState(_stEntry);
+    stTask.m_iRunning = iRunning;
+    stTask.m_iBegun = iBegun;
+    ++(stTask.m_bLoop ? m_stCounts.m_iLoopRuns : m_stCounts.m_iRuns);
+    RequireUnbroken(TaskRules::CheckBegin(stTask, std::chrono::steady_clock::now().time_since_epoch()),
+                    _stEntry);
 }
 
 void CLS_Model::EndRun(ST_Entry& _stEntry)
@@ -100,10 +109,7 @@ void CLS_Model::EndRun(ST_Entry& _stEntry)
 void CLS_Model::NoteEnded(ST_Entry& _stEntry) const
 {
     _stEntry.m_bEnded = true;
-    if (_stEntry.m_bRunning && !_stEntry.m_bOverran)
-    {
-        Break("a task runs although its removal has returned", _stEntry);
-    }
+    RequireUnbroken(TaskRules::CheckRemoved(GetState(_stEntry)), _stEntry);
 }
 
 void CLS_Model::NoteOverrun(const std::string& _strRecord)
@@ -126,9 +132,10 @@ void CLS_Model::NoteOverrun(const std::string& _strRecord)
 
 void CLS_Model::NoteWorkers(int _iWorkers)
 {
-    if (_iWorkers > MOST_WORKERS)
+    if (const char* const szBroken =
+            PoolRules::CheckWorkerCount(static_cast<std::size_t>(_iWorkers), MOST_WORKERS - 1))
     {
-        Break(std::to_string(_iWorkers) + " workers");
+        Break(szBroken);
     }
     int iMost = m_stCounts.m_iMostWorkers;
     while (iMost < _iWorkers && !m_stCounts.m_iMostWorkers.compare_exchange_weak(iMost, _iWorkers))

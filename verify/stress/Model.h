@@ -1,5 +1,6 @@
 #pragma once
 
+#include "verify/rules/TaskRules.h"
 #include "verify/stress/Entry.h"
 
 #include <cstdint>
@@ -32,6 +33,12 @@ public:
     [[noreturn]] void Break(const std::string& _strWhat) const;
     [[noreturn]] void Break(const std::string& _strWhat, const ST_Entry& _stEntry) const;
 
+    /// Breaks with the rule that the task breaks, if any.
+    void RequireUnbroken(const char* _szBroken, const ST_Entry& _stEntry) const;
+
+    /// The task as the shared rules see it.
+    static TaskRules::ST_TaskState GetState(const ST_Entry& _stEntry);
+
     Entry MakeEntry(n_TaskKind _iKind, int _iInterval = 0);
     std::vector<Entry> GetEntries();
 
@@ -51,8 +58,8 @@ public:
     void NoteWorkers(int _iWorkers);
 
     /// Forgets the tasks for which _funGone holds.
-    template <typename Gone>
-    void Forget(Gone _funGone)
+    template <typename T_Gone>
+    void Forget(T_Gone _funGone)
     {
         const std::lock_guard<std::mutex> lock(m_mtxEntries);
         for (auto itEntry = m_mapEntries.begin(); itEntry != m_mapEntries.end();)

@@ -25,30 +25,30 @@ CLS_Scheduler* Reach(n_Step _iStep, const volatile void* _pPlace)
     return pScheduler;
 }
 
-template <typename Word>
-Word Load(const volatile Word* _pWord)
+template <typename T_Word>
+T_Word Load(const volatile T_Word* _pWord)
 {
     if (CLS_Scheduler* const pScheduler = Reach(STEP_LOAD, _pWord))
     {
         std::uint64_t uiOwn = 0;
-        if (pScheduler->GetStores().Find(const_cast<const Word*>(_pWord), uiOwn))
+        if (pScheduler->GetStores().Find(const_cast<const T_Word*>(_pWord), uiOwn))
         {
-            return static_cast<Word>(uiOwn);
+            return static_cast<T_Word>(uiOwn);
         }
     }
     return *_pWord;
 }
 
-template <typename Word>
-void Store(volatile Word* _pWord, Word _iValue, int _iOrder)
+template <typename T_Word>
+void Store(volatile T_Word* _pWord, T_Word _iValue, int _iOrder)
 {
     if (CLS_Scheduler* const pScheduler = Reach(STEP_STORE, _pWord))
     {
         if (pScheduler->HasLateStores() && _iOrder < SEQUENTIAL)
         {
             const CLS_Scheduler::CLS_Inside clsInside;
-            pScheduler->GetStores().Add(const_cast<Word*>(_pWord),
-                                        static_cast<std::make_unsigned_t<Word>>(_iValue), sizeof(Word));
+            pScheduler->GetStores().Add(const_cast<T_Word*>(_pWord),
+                                        static_cast<std::make_unsigned_t<T_Word>>(_iValue), sizeof(T_Word));
             return;
         }
         pScheduler->ShowStores();
@@ -64,30 +64,30 @@ void ReachChange(const volatile void* _pPlace)
     }
 }
 
-template <typename Word>
-Word Exchange(volatile Word* _pWord, Word _iValue)
+template <typename T_Word>
+T_Word Exchange(volatile T_Word* _pWord, T_Word _iValue)
 {
     ReachChange(_pWord);
-    const Word iBefore = *_pWord;
+    const T_Word iBefore = *_pWord;
     *_pWord = _iValue;
     return iBefore;
 }
 
-template <typename Word>
-Word Add(volatile Word* _pWord, Word _iValue)
+template <typename T_Word>
+T_Word Add(volatile T_Word* _pWord, T_Word _iValue)
 {
     ReachChange(_pWord);
-    const Word iBefore = *_pWord;
-    using Unsigned = std::make_unsigned_t<Word>;
-    *_pWord = static_cast<Word>(static_cast<Unsigned>(iBefore) + static_cast<Unsigned>(_iValue));
+    const T_Word iBefore = *_pWord;
+    using Unsigned = std::make_unsigned_t<T_Word>;
+    *_pWord = static_cast<T_Word>(static_cast<Unsigned>(iBefore) + static_cast<Unsigned>(_iValue));
     return iBefore;
 }
 
-template <typename Word>
-int CompareExchange(volatile Word* _pWord, Word* _pExpected, Word _iValue)
+template <typename T_Word>
+int CompareExchange(volatile T_Word* _pWord, T_Word* _pExpected, T_Word _iValue)
 {
     ReachChange(_pWord);
-    const Word iBefore = *_pWord;
+    const T_Word iBefore = *_pWord;
     if (iBefore == *_pExpected)
     {
         *_pWord = _iValue;

@@ -22,7 +22,7 @@ auto CountBeginnings()
 {
     const auto& vecRecords = CLS_World::GetRecords();
     return std::count_if(vecRecords.begin(), vecRecords.end(),
-                         [](const CLS_World::ST_Record& _stRecord)
+                         [](const CLS_World::ST_LogLine& _stRecord)
                          { return _stRecord.m_strText == "----- TaskPool UnInit begin -----"; });
 }
 

@@ -10,6 +10,18 @@
 #include <algorithm>
 #include <array>
 
+namespace
+{
+/// Ends the schedule with the rule that is broken, if any.
+void Require(CLS_Scheduler& _clsScheduler, const char* _szBroken)
+{
+    if (_szBroken != nullptr)
+    {
+        _clsScheduler.Fail(_szBroken);
+    }
+}
+} // namespace
+
 void CLS_Watch::Look(CLS_Scheduler& _clsScheduler)
 {
     CLS_QuenTaskPool* const pPool = CLS_QuenTaskPool::m_pInstance;
@@ -109,11 +121,8 @@ void CLS_Watch::LookAtBindings(CLS_Scheduler& _clsScheduler, CLS_QuenTaskPool& _
             strBefore = strTaskId;
         }
     }
-    if (PoolView::GetWorkers(_clsPool).size() >
-        static_cast<std::size_t>(PoolView::GetWorkerLimit(_clsPool)) + 1)
-    {
-        _clsScheduler.Fail("there are more workers than the limit and one");
-    }
+    Require(_clsScheduler, PoolRules::CheckWorkerCount(PoolView::GetWorkers(_clsPool).size(),
+                                                       PoolView::GetWorkerLimit(_clsPool)));
     m_bRun = PoolView::GetRunFlag(_clsPool).load();
 }
 
@@ -135,31 +144,28 @@ void CLS_Watch::NoteUnbound(CLS_Scheduler& _clsScheduler, CLS_QuenTaskPool& _cls
 
 void CLS_Watch::LookAtIdleList(CLS_Scheduler& _clsScheduler, CLS_QuenTaskPool& _clsPool)
 {
-    std::vector<ST_Idle> vecIdle;
+    std::vector<PoolRules::ST_IdleWorker> vecIdle;
     for (CLS_TaskThread* const pWorker : PoolView::GetIdleWorkers(_clsPool))
     {
-        const auto funIsWorker = [&](const ST_Idle& _stIdle) { return _stIdle.m_pWorker == pWorker; };
         if (Memory::IsFreed(pWorker))
         {
             _clsScheduler.Fail("a worker is freed while it is idle");
         }
-        if (std::any_of(vecIdle.begin(), vecIdle.end(), funIsWorker))
-        {
-            _clsScheduler.Fail("a worker is on the idle list twice");
-        }
         vecIdle.push_back({pWorker, WorkerView::GetOrderWord(*pWorker).load()});
-        const auto itBound = PoolView::GetWorkers(_clsPool).find(pWorker);
+    }
+    Require(_clsScheduler, PoolRules::CheckIdleList(vecIdle));
+    for (const PoolRules::ST_IdleWorker& stIdle : vecIdle)
+    {
+        const auto itBound = PoolView::GetWorkers(_clsPool).find(stIdle.m_pWorker);
         if (itBound != PoolView::GetWorkers(_clsPool).end() && !itBound->second.empty())
         {
             _clsScheduler.Fail("a worker is idle and bound");
         }
-        if (vecIdle.size() > 1 && vecIdle[vecIdle.size() - 2].m_iOrderId > vecIdle.back().m_iOrderId)
+        const auto funIsSame = [&](const PoolRules::ST_IdleWorker& _stOther)
+        { return _stOther.m_pWorker == stIdle.m_pWorker; };
+        if (std::none_of(m_vecIdle.begin(), m_vecIdle.end(), funIsSame))
         {
-            _clsScheduler.Fail("the idle list is out of order");
-        }
-        if (std::none_of(m_vecIdle.begin(), m_vecIdle.end(), funIsWorker))
-        {
-            NoteIdle(_clsScheduler, pWorker);
+            NoteIdle(_clsScheduler, stIdle.m_pWorker);
         }
     }
     if (Names::IsDispatcher(_clsScheduler.GetCurrentNumber()) && vecIdle.size() + 1 == m_vecIdle.size() &&
@@ -185,27 +191,9 @@ void CLS_Watch::NoteIdle(CLS_Scheduler& _clsScheduler, const CLS_TaskThread* _pW
 
 void CLS_Watch::LookAtOwners(CLS_Scheduler& _clsScheduler, CLS_QuenTaskPool& _clsPool) const
 {
-    std::size_t uiListed = 0;
-    for (const auto& [pOwner, lstTaskIds] : PoolView::GetOwnerLists(_clsPool))
-    {
-        uiListed += lstTaskIds.size();
-        const bool bAgree = std::all_of(
-            lstTaskIds.begin(), lstTaskIds.end(),
-            [&, pNoted = pOwner](const std::string& _strTaskId)
-            {
-                const auto itOwner = PoolView::GetTaskOwners(_clsPool).find(_strTaskId);
-                return itOwner != PoolView::GetTaskOwners(_clsPool).end() && itOwner->second == pNoted;
-            });
-        if (!bAgree || lstTaskIds.empty() || PoolView::GetOwnerCursors(_clsPool).count(pOwner) == 0)
-        {
-            _clsScheduler.Fail("the owner maps disagree");
-        }
-    }
-    if (uiListed != PoolView::GetTaskOwners(_clsPool).size() ||
-        PoolView::GetOwnerCursors(_clsPool).size() != PoolView::GetOwnerLists(_clsPool).size())
-    {
-        _clsScheduler.Fail("the owner maps disagree");
-    }
+    Require(_clsScheduler,
+            PoolRules::CheckOwners(PoolView::GetOwnerLists(_clsPool), PoolView::GetTaskOwners(_clsPool),
+                                   PoolView::GetOwnerCursors(_clsPool)));
     for (const auto& [strTaskId, pOwner] : PoolView::GetTaskOwners(_clsPool))
     {
         if (m_setQueued.count(strTaskId) == 0)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool.h"
+#include "verify/rules/PoolRules.h"
 
 #include <cstdint>
 #include <map>
@@ -28,12 +29,6 @@ private:
     void NoteIdle(CLS_Scheduler& _clsScheduler, const CLS_TaskThread* _pWorker);
     void LookAtOwners(CLS_Scheduler& _clsScheduler, CLS_QuenTaskPool& _clsPool) const;
 
-    struct ST_Idle
-    {
-        CLS_TaskThread* m_pWorker;
-        int m_iOrderId;
-    };
-
     const CLS_QuenTaskPool* m_pPool = nullptr;     ///< that was looked at before
     std::int64_t m_nsNow = 0;                      ///< of the last look
     std::set<int> m_setHolders;                    ///< the threads that hold one of the pool's locks
@@ -43,8 +38,8 @@ private:
     std::map<const CLS_TaskThread*, std::string> m_mapBound; ///< the bindings of the last look
     std::set<const CLS_TaskThread*> m_setLate;               ///< workers whose task ended with the pool
     std::map<const CLS_TaskThread*, std::string>
-        m_mapLastTask;                 ///< of each unbound worker, if it had an owner
-    std::set<std::string> m_setOver;   ///< tasks that may have no owner any more
-    std::vector<ST_Idle> m_vecIdle;    ///< the idle list of the last look
-    std::set<std::string> m_setQueued; ///< the ids that were seen in the queue
+        m_mapLastTask;                               ///< of each unbound worker, if it had an owner
+    std::set<std::string> m_setOver;                 ///< tasks that may have no owner any more
+    std::vector<PoolRules::ST_IdleWorker> m_vecIdle; ///< the idle list of the last look
+    std::set<std::string> m_setQueued;               ///< the ids that were seen in the queue
 };

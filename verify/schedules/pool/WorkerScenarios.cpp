@@ -122,7 +122,7 @@ void BusyReport()
     std::this_thread::sleep_for(10s);
     const std::string strReport = "waiting task count [1] CurrentThreadCount [1] MaxThread [0]";
     std::vector<std::chrono::nanoseconds> vecReports;
-    for (const CLS_World::ST_Record& stRecord : CLS_World::GetRecords())
+    for (const CLS_World::ST_LogLine& stRecord : CLS_World::GetRecords())
     {
         if (stRecord.m_strText == strReport)
         {

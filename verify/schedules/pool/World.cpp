@@ -6,6 +6,7 @@
 #include "tests/support/PoolView.h"
 #include "tests/support/ShutdownClaimView.h"
 #include "tests/support/TaskView.h"
+#include "verify/rules/TaskRules.h"
 #include "verify/schedules/pool/Marks.h"
 #include "verify/schedules/pool/Names.h"
 #include "verify/schedules/pool/ScheduleLog.h"
@@ -27,7 +28,7 @@ constexpr std::chrono::nanoseconds LAST_STEPS = 5ms;
 /// About as many steps as a task takes from its queueing to its run.
 constexpr int MOST_YIELDS = 40;
 
-std::vector<CLS_World::ST_Record>* s_pRecords = nullptr;
+std::vector<CLS_World::ST_LogLine>* s_pRecords = nullptr;
 
 void NoteRecord(int, const std::string& _strText)
 {
@@ -90,7 +91,7 @@ void RequireDestroyed(const ST_Job& _stJob, std::chrono::nanoseconds _nsBegin)
 /// When the service threads had ended; the beginning of the pool's end where no record says so.
 std::chrono::nanoseconds GetServicesEnd(std::chrono::nanoseconds _nsBegin)
 {
-    for (const CLS_World::ST_Record& stRecord : CLS_World::GetRecords())
+    for (const CLS_World::ST_LogLine& stRecord : CLS_World::GetRecords())
     {
         if (stRecord.m_nsTime >= _nsBegin &&
             stRecord.m_strText == "----- TaskPool m_mapAllThreads start -----")
@@ -101,32 +102,53 @@ std::chrono::nanoseconds GetServicesEnd(std::chrono::nanoseconds _nsBegin)
     return _nsBegin;
 }
 
+/// The job as the shared rules see it.
+TaskRules::ST_TaskState GetState(const ST_Job& _stJob)
+{
+    TaskRules::ST_TaskState stTask;
+    stTask.m_bLoop = _stJob.m_iInterval >= 0;
+    stTask.m_iQueued = _stJob.m_iQueued;
+    stTask.m_iBegun = _stJob.m_iBegun;
+    stTask.m_iRunning = _stJob.m_iBegun - _stJob.m_iEnded;
+    stTask.m_nsLastEnd = _stJob.m_nsEnded;
+    stTask.m_nsInterval = std::chrono::milliseconds(std::max(_stJob.m_iInterval, 0));
+    stTask.m_bRemoved = _stJob.m_bRemoved;
+    stTask.m_bMayOverlap = _stJob.m_bMayOverlap;
+    return stTask;
+}
+
+/// Fails with the rule that the job breaks, if any.
+void RequireUnbroken(const ST_Job& _stJob, const char* _szBroken)
+{
+    if (_szBroken != nullptr)
+    {
+        Require(false, _stJob.m_strName + " " + _szBroken);
+    }
+}
+
 /// From now on no run of the task begins, and none is going on unless 9 seconds were not enough for it.
 void RequireOver(ST_Job& _stJob, std::chrono::nanoseconds _nsBegin)
 {
     _stJob.m_bRemoved = true;
-    Require(_stJob.m_iBegun == _stJob.m_iEnded || CLS_World::GetTime() - _nsBegin >= CLS_World::ALL_LOOKS,
-            _stJob.m_strName + " still runs");
+    TaskRules::ST_TaskState stTask = GetState(_stJob);
+    stTask.m_bOverran = CLS_World::GetTime() - _nsBegin >= CLS_World::ALL_LOOKS;
+    RequireUnbroken(_stJob, TaskRules::CheckRemoved(stTask));
 }
 
 void RequireMayBegin(const ST_Job& _stJob)
 {
     const auto nsNow = CLS_World::GetTime();
-    Require(!_stJob.m_bRemoved, _stJob.m_strName + " begins after its removal has returned");
+    RequireUnbroken(_stJob, TaskRules::CheckBegin(GetState(_stJob), nsNow));
     CLS_World::RequireTimely(nsNow <= _stJob.m_nsLastBeginning,
                              _stJob.m_strName + " begins during its removal");
-    Require(_stJob.m_bMayOverlap || _stJob.m_iBegun == _stJob.m_iEnded,
-            _stJob.m_strName + " overlaps itself");
     if (_stJob.m_iInterval < 0)
     {
-        Require(_stJob.m_iBegun < _stJob.m_iQueued, _stJob.m_strName + " runs more often than it was queued");
         CLS_World::RequireTimely(!_stJob.m_bAtOnce || nsNow == _stJob.m_nsQueued,
                                  _stJob.m_strName + " begins late");
     }
     else if (_stJob.m_iBegun > 0)
     {
         const auto nsDue = _stJob.m_nsEnded + std::chrono::milliseconds(_stJob.m_iInterval);
-        Require(nsNow >= nsDue, _stJob.m_strName + " begins early");
         CLS_World::RequireTimely(!_stJob.m_bInTime || nsNow <= nsDue + 10ms,
                                  _stJob.m_strName + " begins late");
     }
@@ -152,7 +174,7 @@ void Run(ST_Job& _stJob)
 
 CLS_World::CLS_World()
 {
-    s_pRecords = new std::vector<ST_Record>;
+    s_pRecords = new std::vector<ST_LogLine>;
 }
 
 CLS_World::~CLS_World()
@@ -161,7 +183,7 @@ CLS_World::~CLS_World()
     s_pRecords = nullptr;
 }
 
-const std::vector<CLS_World::ST_Record>& CLS_World::GetRecords()
+const std::vector<CLS_World::ST_LogLine>& CLS_World::GetRecords()
 {
     return *s_pRecords;
 }
@@ -387,9 +409,10 @@ void CLS_World::RequireAllRan() const
     Settle();
     for (const auto& pJob : m_vecJobs)
     {
-        Require(pJob->m_iEnded == pJob->m_iQueued, pJob->m_strName + " was queued " +
-                                                       std::to_string(pJob->m_iQueued) + " times and ran " +
-                                                       std::to_string(pJob->m_iEnded));
+        const TaskRules::ST_TaskState stTask = GetState(*pJob);
+        Require(TaskRules::HasRun(stTask) && stTask.m_iRunning == 0,
+                pJob->m_strName + " was queued " + std::to_string(pJob->m_iQueued) + " times and ran " +
+                    std::to_string(pJob->m_iEnded));
     }
 }
 

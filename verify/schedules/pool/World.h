@@ -110,12 +110,12 @@ public:
     static constexpr std::chrono::nanoseconds ALL_LOOKS = 9s;
 
     /// The records since the beginning, each after the time it was made at.
-    struct ST_Record
+    struct ST_LogLine
     {
         std::chrono::nanoseconds m_nsTime;
         std::string m_strText;
     };
-    static const std::vector<ST_Record>& GetRecords();
+    static const std::vector<ST_LogLine>& GetRecords();
 
 private:
     bool HaveAllRun() const;
