@@ -18,7 +18,7 @@ inline CLS_Counter& GetRuns()
 }
 
 /// Lets so many tasks run to their end. Their records stay.
-inline void RunToTheEnd(const CLS_PoolLibrary& _clsPool, int _iTasks)
+inline void RunToTheEnd(const CLS_HostLibrary& _clsPool, int _iTasks)
 {
     static std::atomic<int>& s_iFinished = *new std::atomic<int>(0);
     for (int i = 0; i < _iTasks; ++i)
@@ -34,7 +34,7 @@ inline void RunToTheEnd(const CLS_PoolLibrary& _clsPool, int _iTasks)
 
 /// Starts tasks that are in the middle of something when the process ends: one sleeps, one computes, and
 /// four repeat, two of them at once.
-inline void KeepBusy(const CLS_PoolLibrary& _clsPool)
+inline void KeepBusy(const CLS_HostLibrary& _clsPool)
 {
     _clsPool.m_pAddTmpTask(
         []

@@ -10,7 +10,7 @@ namespace
 constexpr int STATUS = 7;
 
 /// The library stays open for good.
-CLS_PoolLibrary* s_pPool = nullptr;
+CLS_HostLibrary* s_pPool = nullptr;
 int s_iOwner = 0;
 
 /// Destroyed after everything that the library made, for it is older than the library's being opened.
@@ -48,7 +48,7 @@ int main(int _iCount, char** _ppTexts)
         return 64;
     }
     const std::string strWay = _ppTexts[3];
-    s_pPool = new CLS_PoolLibrary(_ppTexts[1]);
+    s_pPool = new CLS_HostLibrary(_ppTexts[1]);
     BusyPool::RunToTheEnd(*s_pPool, std::stoi(_ppTexts[2]));
     BusyPool::KeepBusy(*s_pPool);
     if (strWay == "task")

@@ -18,7 +18,7 @@ using std::chrono::steady_clock;
 constexpr int STATUS = 7;
 
 /// What a child does, to the status of its main.
-int ReturnBusy(const CLS_PoolLibrary& _clsPool, int _iPipe)
+int ReturnBusy(const CLS_HostLibrary& _clsPool, int _iPipe)
 {
     BusyPool::KeepBusy(_clsPool);
     const steady_clock::rep nReturned = steady_clock::now().time_since_epoch().count();
@@ -60,7 +60,7 @@ int main(int _iCount, char** _ppTexts)
     {
         return 64;
     }
-    static const CLS_PoolLibrary s_clsPool(_ppTexts[1]);
+    static const CLS_HostLibrary s_clsPool(_ppTexts[1]);
     BusyPool::RunToTheEnd(s_clsPool, std::stoi(_ppTexts[2]));
     s_clsPool.m_pUnInit();
     int arrPipe[2] = {};

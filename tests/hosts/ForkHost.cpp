@@ -28,7 +28,7 @@ int StartChild(char* _szSelf)
 }
 
 /// How many of so many children that tasks start at once end as they should.
-int StartChildrenInTasks(const CLS_PoolLibrary& _clsPool, char* _szSelf, int _iChildren)
+int StartChildrenInTasks(const CLS_HostLibrary& _clsPool, char* _szSelf, int _iChildren)
 {
     CLS_Counter clsEnded;
     CLS_Counter clsRight;
@@ -61,7 +61,7 @@ int main(int _iCount, char** _ppTexts)
     {
         return 64;
     }
-    CLS_PoolLibrary clsPool(_ppTexts[1]);
+    CLS_HostLibrary clsPool(_ppTexts[1]);
     CLS_Counter clsLoops;
     std::string strTaskId;
     clsPool.m_pAddLoopTask([&] { clsLoops.Add(); }, 0, strTaskId, "loop");

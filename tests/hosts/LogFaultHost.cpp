@@ -17,7 +17,7 @@ void Tell(const std::string& _strWhat, bool _bHolds)
 
 int main(int _iCount, char** _ppTexts)
 {
-    CLS_PoolLibrary clsPool(_iCount > 1 ? _ppTexts[1] : "");
+    CLS_HostLibrary clsPool(_iCount > 1 ? _ppTexts[1] : "");
     CLS_Counter clsThrown;
     CLS_Counter clsRuns;
     for (int i = 0; i < 5; ++i)

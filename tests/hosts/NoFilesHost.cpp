@@ -53,7 +53,7 @@ void PrintRecords()
 }
 
 /// Submits a task of each kind, in vain.
-void SubmitInVain(CLS_PoolLibrary& _clsPool)
+void SubmitInVain(CLS_HostLibrary& _clsPool)
 {
     std::string strTaskId = "before";
     Tell("tmp task refused",
@@ -63,7 +63,7 @@ void SubmitInVain(CLS_PoolLibrary& _clsPool)
 }
 
 /// Submits a task of each kind, and tells whether they run.
-void Submit(CLS_PoolLibrary& _clsPool)
+void Submit(CLS_HostLibrary& _clsPool)
 {
     CLS_Counter clsRuns;
     std::string strTaskId;
@@ -73,7 +73,7 @@ void Submit(CLS_PoolLibrary& _clsPool)
     _clsPool.m_pRemoveTask(strTaskId, "files");
 }
 
-void RunOutWhileBusy(CLS_PoolLibrary& _clsPool)
+void RunOutWhileBusy(CLS_HostLibrary& _clsPool)
 {
     // The first record finds the logging library.
     _clsPool.m_pAddTmpTask([] {}, nullptr, "nobody");
@@ -110,7 +110,7 @@ void RunOutWhileBusy(CLS_PoolLibrary& _clsPool)
     Tell("every task ran once", clsRuns.Get() == TASKS);
 }
 
-void RunOutFirst(CLS_PoolLibrary& _clsPool)
+void RunOutFirst(CLS_HostLibrary& _clsPool)
 {
     {
         const CLS_NoFiles clsNoFiles;
@@ -127,7 +127,7 @@ int main(int _iCount, char** _ppTexts)
     {
         return 64;
     }
-    CLS_PoolLibrary clsPool(_ppTexts[1]);
+    CLS_HostLibrary clsPool(_ppTexts[1]);
     std::string(_ppTexts[2]) == "busy" ? RunOutWhileBusy(clsPool) : RunOutFirst(clsPool);
     clsPool.m_pUnInit();
     PrintRecords();

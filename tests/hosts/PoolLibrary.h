@@ -11,10 +11,10 @@
 /// included for the types alone: nothing of the library is linked.
 ///
 /// Ends the process with status 3 when the library or a function is not there.
-class CLS_PoolLibrary
+class CLS_HostLibrary
 {
 public:
-    explicit CLS_PoolLibrary(const std::string& _strPath) : m_pLibrary(dlopen(_strPath.c_str(), RTLD_NOW))
+    explicit CLS_HostLibrary(const std::string& _strPath) : m_pLibrary(dlopen(_strPath.c_str(), RTLD_NOW))
     {
         if (m_pLibrary == nullptr)
         {
@@ -42,10 +42,10 @@ public:
     decltype(&UnInit) m_pUnInit = nullptr;
 
 private:
-    template <typename Function>
-    void LookUp(Function& _pFunction, const char* _szName)
+    template <typename T_Function>
+    void LookUp(T_Function& _pFunction, const char* _szName)
     {
-        _pFunction = reinterpret_cast<Function>(dlsym(m_pLibrary, _szName));
+        _pFunction = reinterpret_cast<T_Function>(dlsym(m_pLibrary, _szName));
         if (_pFunction == nullptr)
         {
             std::cerr << "no function " << _szName << "\n";

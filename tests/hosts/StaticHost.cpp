@@ -36,7 +36,7 @@ private:
         return szPath == nullptr ? "" : szPath;
     }
 
-    CLS_PoolLibrary m_clsPool;
+    CLS_HostLibrary m_clsPool;
     CLS_Counter m_clsRuns;
     std::string m_strTaskId;
 };

@@ -46,7 +46,7 @@ bool IsMapped(const std::string& _strPath)
 #endif
 }
 
-void UsePool(CLS_PoolLibrary& _clsPool)
+void UsePool(CLS_HostLibrary& _clsPool)
 {
     CLS_Counter clsRuns;
     for (int i = 0; i < 20; ++i)
@@ -65,7 +65,7 @@ void UsePool(CLS_PoolLibrary& _clsPool)
 
 void RunCycle(const std::string& _strPath)
 {
-    CLS_PoolLibrary clsPool(_strPath);
+    CLS_HostLibrary clsPool(_strPath);
     if (!IsMapped(_strPath))
     {
         std::cout << "not mapped when open" << std::endl;
@@ -110,7 +110,7 @@ int UnloadDuringRun(const std::string& _strPath, bool _bHangs)
     const auto pStarted = std::make_shared<CLS_Gate>();
     const auto pMayEnd = std::make_shared<CLS_Gate>();
     const int iThreads = CountThreads();
-    CLS_PoolLibrary clsPool(_strPath);
+    CLS_HostLibrary clsPool(_strPath);
     const auto funTask = [pStarted, pMayEnd]
     {
         pStarted->Open();
@@ -138,7 +138,7 @@ int UnloadDuringRun(const std::string& _strPath, bool _bHangs)
     pMayEnd->Open();
     std::cout << "thread gone: " << WaitForThreads(iThreads) << std::endl;
 
-    CLS_PoolLibrary clsAgain(_strPath);
+    CLS_HostLibrary clsAgain(_strPath);
     UsePool(clsAgain);
     clsAgain.Close();
     std::cout << "used again" << std::endl;

@@ -10,7 +10,7 @@
 namespace
 {
 /// An exception of the host's own.
-class CLS_HostError : public std::runtime_error
+class CLS_UseError : public std::runtime_error
 {
 public:
     using std::runtime_error::runtime_error;
@@ -48,7 +48,7 @@ void PrintRecords(const std::string& _strTaskId)
     }
 }
 
-void UseTmpTasks(CLS_PoolLibrary& _clsPool)
+void UseTmpTasks(CLS_HostLibrary& _clsPool)
 {
     CLS_Counter clsRuns;
     Tell("null owner taken", _clsPool.m_pAddTmpTask([&] { clsRuns.Add(); }, nullptr, "nobody"));
@@ -62,7 +62,7 @@ void UseTmpTasks(CLS_PoolLibrary& _clsPool)
     _clsPool.m_pRemoveTmpTask(&clsRuns, "owner");
 }
 
-void UseLoopTasks(CLS_PoolLibrary& _clsPool)
+void UseLoopTasks(CLS_HostLibrary& _clsPool)
 {
     CLS_Counter clsRuns;
     std::string strFirst;
@@ -78,7 +78,7 @@ void UseLoopTasks(CLS_PoolLibrary& _clsPool)
     Tell("loop tasks ended", clsRuns.Get() == iRuns);
 }
 
-void UseExceptions(CLS_PoolLibrary& _clsPool)
+void UseExceptions(CLS_HostLibrary& _clsPool)
 {
     CLS_Gate clsCaught;
     _clsPool.m_pAddTmpTask(
@@ -86,9 +86,9 @@ void UseExceptions(CLS_PoolLibrary& _clsPool)
         {
             try
             {
-                throw CLS_HostError("mine");
+                throw CLS_UseError("mine");
             }
-            catch (const CLS_HostError& errMine)
+            catch (const CLS_UseError& errMine)
             {
                 Tell("own exception caught in a task", errMine.what() == std::string("mine"));
             }
@@ -108,7 +108,7 @@ void UseExceptions(CLS_PoolLibrary& _clsPool)
             clsRuns.Add();
             if (bStandard)
             {
-                throw CLS_HostError("out of a task");
+                throw CLS_UseError("out of a task");
             }
             throw 42;
         };
@@ -123,7 +123,7 @@ void UseExceptions(CLS_PoolLibrary& _clsPool)
 
 int main(int _iCount, char** _ppTexts)
 {
-    CLS_PoolLibrary clsPool(_iCount > 1 ? _ppTexts[1] : "");
+    CLS_HostLibrary clsPool(_iCount > 1 ? _ppTexts[1] : "");
     UseTmpTasks(clsPool);
     UseLoopTasks(clsPool);
     UseExceptions(clsPool);

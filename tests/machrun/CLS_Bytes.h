@@ -50,16 +50,16 @@ public:
     }
 
     /// The next bytes as a number or a structure, in the byte order of this machine.
-    template <typename VALUE>
-    VALUE Read()
+    template <typename T_Value>
+    T_Value Read()
     {
-        if (sizeof(VALUE) > m_uiSize - m_uiNext)
+        if (sizeof(T_Value) > m_uiSize - m_uiNext)
         {
             throw std::runtime_error("it ends in the midst of a value");
         }
-        VALUE stValue;
-        std::memcpy(&stValue, m_pData + m_uiNext, sizeof(VALUE));
-        m_uiNext += sizeof(VALUE);
+        T_Value stValue;
+        std::memcpy(&stValue, m_pData + m_uiNext, sizeof(T_Value));
+        m_uiNext += sizeof(T_Value);
         return stValue;
     }
 

@@ -2,7 +2,7 @@
 
 #include "QuenInclude/CLS_Mutex.h"
 
-class CLS_Account
+class CLS_RelockingAccount
 {
 public:
     void Deposit(int _iAmount) ZEL_EXCLUDES(m_mtxBalance)
@@ -24,5 +24,5 @@ private:
 
 int main()
 {
-    CLS_Account().DepositTwice(1);
+    CLS_RelockingAccount().DepositTwice(1);
 }

@@ -2,7 +2,7 @@
 
 #include "QuenInclude/CLS_Mutex.h"
 
-class CLS_Account
+class CLS_SharingAccount
 {
 public:
     void Deposit(int _iAmount)
@@ -18,5 +18,5 @@ private:
 
 int main()
 {
-    CLS_Account().Deposit(1);
+    CLS_SharingAccount().Deposit(1);
 }

@@ -2,7 +2,7 @@
 
 #include "QuenInclude/CLS_Mutex.h"
 
-class CLS_Account
+class CLS_LocklessAccount
 {
 public:
     void Deposit(int _iAmount)
@@ -17,5 +17,5 @@ private:
 
 int main()
 {
-    CLS_Account().Deposit(1);
+    CLS_LocklessAccount().Deposit(1);
 }

@@ -5,16 +5,16 @@
 namespace
 {
 /// Kept for good: threads may log while the process exits.
-struct ST_Store
+struct ST_RecordStore
 {
     std::mutex m_mtxStore; ///< guards everything below
     std::vector<LogRecorder::ST_Record> m_vecRecords;
     std::function<void(const LogRecorder::ST_Record&)> m_funHook;
 };
 
-ST_Store& GetStore()
+ST_RecordStore& GetStore()
 {
-    static ST_Store& s_stStore = *new ST_Store;
+    static ST_RecordStore& s_stStore = *new ST_RecordStore;
     return s_stStore;
 }
 

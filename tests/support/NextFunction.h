@@ -12,9 +12,10 @@
 
 /// The function of the system that a program's own function of the same name stands in front of. A
 /// sanitizer's stand-in counts as the system's, where one is linked into the program.
-template <typename FUN>
-FUN* GetNextFunction(const std::string& _strName)
+template <typename T_Fun>
+T_Fun* GetNextFunction(const std::string& _strName)
 {
     void* const pSanitizers = dlsym(RTLD_DEFAULT, ("__interceptor_" + _strName).c_str());
-    return reinterpret_cast<FUN*>(pSanitizers != nullptr ? pSanitizers : dlsym(RTLD_NEXT, _strName.c_str()));
+    return reinterpret_cast<T_Fun*>(pSanitizers != nullptr ? pSanitizers
+                                                           : dlsym(RTLD_NEXT, _strName.c_str()));
 }

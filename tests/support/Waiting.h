@@ -10,8 +10,8 @@
 constexpr std::chrono::seconds WAIT_LIMIT{60};
 
 /// Polls until _funCondition holds. False when it did not within the limit.
-template <typename Condition>
-[[nodiscard]] bool WaitUntil(Condition _funCondition, std::chrono::milliseconds _msLimit = WAIT_LIMIT)
+template <typename T_Condition>
+[[nodiscard]] bool WaitUntil(T_Condition _funCondition, std::chrono::milliseconds _msLimit = WAIT_LIMIT)
 {
     const auto tpEnd = std::chrono::steady_clock::now() + _msLimit;
     while (!_funCondition())

@@ -211,15 +211,15 @@ void std::__shared_mutex_base::unlock_shared()
 #else
 namespace
 {
-template <typename Lock>
-using LockFun = int (*)(Lock*);
+template <typename T_Lock>
+using LockFun = int (*)(T_Lock*);
 
 /// The function that would have been called without those below.
-template <typename Lock>
-LockFun<Lock> GetNext(LockFun<Lock> _funSanitizers, const char* _szName)
+template <typename T_Lock>
+LockFun<T_Lock> GetNext(LockFun<T_Lock> _funSanitizers, const char* _szName)
 {
     return _funSanitizers != nullptr ? _funSanitizers
-                                     : reinterpret_cast<LockFun<Lock>>(dlsym(RTLD_NEXT, _szName));
+                                     : reinterpret_cast<LockFun<T_Lock>>(dlsym(RTLD_NEXT, _szName));
 }
 } // namespace
 

@@ -183,13 +183,13 @@ TEST_F(BasicCallBackTest, AnExceptionOfAnotherKindIsRecordedWithoutItsText)
 
 TEST_F(BasicCallBackTest, AnExceptionWhoseTextIsNullIsRecordedWithoutItsText)
 {
-    class CLS_Textless : public std::exception
+    class CLS_NullTextError : public std::exception
     {
     public:
         const char* what() const noexcept override { return nullptr; }
     };
     const std::string strKey = m_clsCaller.SetCallBackResultFun(
-        [](const auto&, const auto&, const auto&, void*) { throw CLS_Textless(); }, nullptr);
+        [](const auto&, const auto&, const auto&, void*) { throw CLS_NullTextError(); }, nullptr);
     EXPECT_NO_THROW(Run(strKey));
     EXPECT_NO_THROW(Run(""));
     EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsCallerRecord("8CLS_Taskcall back Fail"),

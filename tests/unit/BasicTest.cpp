@@ -36,8 +36,8 @@ class CLS_HiddenSubject : public CLS_Basic
 };
 
 /// The slot of a virtual operation, from the pointer to it.
-template <typename Operation>
-std::size_t GetSlot(Operation _funOperation)
+template <typename T_Operation>
+std::size_t GetSlot(T_Operation _funOperation)
 {
     static_assert(sizeof(_funOperation) >= sizeof(std::uintptr_t));
     std::uintptr_t uiOffset = 0;

@@ -24,21 +24,21 @@ static_assert(std::is_same_v<decltype(&KillTaskAll), void (*)()>);
 static_assert(std::is_same_v<decltype(&UnInit), void (*)()>);
 
 /// One of the exported functions, called with arguments that do no harm.
-struct ST_Export
+struct ST_HarmlessCall
 {
     const char* m_szName;
     void (*m_funCall)();
     bool m_bEndsPool;
 };
 
-void PrintTo(const ST_Export& _stExport, std::ostream* _pOut)
+void PrintTo(const ST_HarmlessCall& _stExport, std::ostream* _pOut)
 {
     *_pOut << _stExport.m_szName;
 }
 
 int s_iOwner = 0;
 
-const ST_Export EXPORTS[] = {
+const ST_HarmlessCall EXPORTS[] = {
     {"AddTmpTask", [] { AddTmpTask([] {}, &s_iOwner, "first"); }, false},
     {"RemoveTmpTask", [] { RemoveTmpTask(&s_iOwner, "first"); }, false},
     {"AddLoopTask",
@@ -58,11 +58,11 @@ class ExportsTest : public CLS_ShutdownFixture
 {
 protected:
     /// Calls after a registered task whose stopping throws was made; returns the records of the call.
-    template <typename Call>
-    static std::vector<LogRecorder::ST_Record> RemoveUnprintable(Call _funCall);
+    template <typename T_Call>
+    static std::vector<LogRecorder::ST_Record> RemoveUnprintable(T_Call _funCall);
 };
 
-class ExportsFirstCallTest : public CLS_ShutdownFixture, public ::testing::WithParamInterface<ST_Export>
+class ExportsFirstCallTest : public CLS_ShutdownFixture, public ::testing::WithParamInterface<ST_HarmlessCall>
 {
 };
 
@@ -115,7 +115,7 @@ TEST_P(ExportsFirstCallTest, PassesAnExceptionOfTheConstructionOnAndWorksLater)
 }
 
 INSTANTIATE_TEST_SUITE_P(Functions, ExportsFirstCallTest, ::testing::ValuesIn(EXPORTS),
-                         [](const ::testing::TestParamInfo<ST_Export>& _stInfo)
+                         [](const ::testing::TestParamInfo<ST_HarmlessCall>& _stInfo)
                          { return std::string(_stInfo.param.m_szName); });
 
 TEST_F(ExportsTest, AddTmpTaskWithANullOwnerAsTheFirstCallBuildsThePoolAndReturnsFalse)
@@ -179,8 +179,8 @@ TEST_F(ExportsTest, AddLoopTaskWritesTheIdThatRemoveTaskAndKillTaskTake)
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
-template <typename Call>
-std::vector<LogRecorder::ST_Record> ExportsTest::RemoveUnprintable(Call _funCall)
+template <typename T_Call>
+std::vector<LogRecorder::ST_Record> ExportsTest::RemoveUnprintable(T_Call _funCall)
 {
     const std::string strTaskId = CLS_ThrowingTextTask::Make([] {}, 1);
     const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(strTaskId).lock();

@@ -12,13 +12,13 @@
 
 namespace
 {
-struct ST_Figures
+struct ST_IdSource
 {
     std::uint64_t m_uiThread;
     timespec m_stTime;
 };
 
-thread_local const ST_Figures* t_pFigures = nullptr;
+thread_local const ST_IdSource* t_pFigures = nullptr;
 
 /// A pthread_t is a number on some platforms and a pointer on others.
 pthread_t ToThread(std::uint64_t _uiNumber)
@@ -30,7 +30,7 @@ pthread_t ToThread(std::uint64_t _uiNumber)
 }
 
 /// An id that the calling thread makes while the system tells it these figures.
-std::string MakeId(const ST_Figures& _stFigures)
+std::string MakeId(const ST_IdSource& _stFigures)
 {
     t_pFigures = &_stFigures;
     std::string strId = Util::GetUuid();

@@ -11,8 +11,8 @@
 namespace
 {
 /// Whether another thread could take the lock.
-template <typename Mutex>
-bool IsFree(Mutex& _mtxLock)
+template <typename T_Mutex>
+bool IsFree(T_Mutex& _mtxLock)
 {
     bool bFree = false;
     std::thread(

@@ -265,13 +265,13 @@ TEST_F(PoolCallableEndTest, CapturedObjectMayEndThePoolOnItsWorker)
 
 #ifndef _LIBCPP_VERSION // its std::function does not take such a callable
 /// A callable whose destructor throws. No copy of a std::function survives that, wherever it is destroyed.
-class CLS_EndThrows
+class CLS_ArmedCallable
 {
 public:
-    explicit CLS_EndThrows(const std::atomic<bool>& _bArmed) : m_bArmed(_bArmed) {}
-    CLS_EndThrows(const CLS_EndThrows&) = default;
-    CLS_EndThrows& operator=(const CLS_EndThrows&) = delete;
-    ~CLS_EndThrows() noexcept(false)
+    explicit CLS_ArmedCallable(const std::atomic<bool>& _bArmed) : m_bArmed(_bArmed) {}
+    CLS_ArmedCallable(const CLS_ArmedCallable&) = default;
+    CLS_ArmedCallable& operator=(const CLS_ArmedCallable&) = delete;
+    ~CLS_ArmedCallable() noexcept(false)
     {
         if (m_bArmed)
         {
@@ -295,7 +295,7 @@ TEST_F(PoolCallableEndDeathTest, DestructorThatThrowsEndsTheProcess)
         std::atomic<bool> bArmed{false};
         CLS_QuenTaskPool& clsPool = MakeStillPool();
         std::string strTaskId;
-        clsPool.AddLoopTask(CLS_EndThrows(bArmed), 0, strTaskId, "call");
+        clsPool.AddLoopTask(CLS_ArmedCallable(bArmed), 0, strTaskId, "call");
         bArmed = true;
         clsPool.RemoveTask(strTaskId, "call");
     };

@@ -251,7 +251,7 @@ TEST_F(PoolRemovalLoadTest, OneOwnerWithManyTasksSeesEachRunOnce)
 
 /// An owner of the stress test. The plain flag is written after the owner's removal and read by its tasks,
 /// so that a task which runs later is a data race, too.
-struct ST_Owner
+struct ST_WatchedOwner
 {
     bool m_bRemoved = false;
     std::atomic<int> m_iRuns{0};
@@ -262,7 +262,7 @@ TEST_F(PoolRemovalLoadTest, NoTaskOfAnOwnerRunsAfterItsRemovalWhateverOtherThrea
     constexpr std::size_t HOSTS = 4;
     constexpr std::size_t OWNERS = 60;
     CLS_QuenTaskPool& clsPool = MakePool();
-    std::array<std::array<ST_Owner, OWNERS>, HOSTS> arrOwners;
+    std::array<std::array<ST_WatchedOwner, OWNERS>, HOSTS> arrOwners;
     std::atomic<int> iLateRuns{0};
     std::vector<std::thread> vecHosts;
     for (std::size_t iHost = 0; iHost < HOSTS; ++iHost)
@@ -270,7 +270,7 @@ TEST_F(PoolRemovalLoadTest, NoTaskOfAnOwnerRunsAfterItsRemovalWhateverOtherThrea
         vecHosts.emplace_back(
             [&, iHost]
             {
-                for (ST_Owner& stOwner : arrOwners[iHost])
+                for (ST_WatchedOwner& stOwner : arrOwners[iHost])
                 {
                     const auto funTask = [&]
                     {

@@ -9,7 +9,7 @@ namespace
 using ::testing::ElementsAre;
 
 /// A task whose parameters cannot be printed as long as that is asked for.
-class CLS_UnprintableTask final : public CLS_Task
+class CLS_SwitchedTextTask final : public CLS_Task
 {
 public:
     using CLS_Task::CLS_Task;
@@ -37,7 +37,7 @@ protected:
             m_clsStarted.Open();
             EXPECT_TRUE(m_clsMayEnd.Wait());
         };
-        m_pTask = std::make_shared<CLS_UnprintableTask>(funTask, -1, "unprintable");
+        m_pTask = std::make_shared<CLS_SwitchedTextTask>(funTask, -1, "unprintable");
         {
             const std::unique_lock<std::shared_mutex> lock(CLS_Task::m_smTaskDataLock);
             CLS_Task::m_mapTaskData[m_pTask->GetId()] = m_pTask;
@@ -62,7 +62,7 @@ protected:
 
     CLS_Gate m_clsStarted;
     CLS_Gate m_clsMayEnd;
-    std::shared_ptr<CLS_UnprintableTask> m_pTask;
+    std::shared_ptr<CLS_SwitchedTextTask> m_pTask;
 };
 
 // Pins docs/limits.md, "Odd texts".

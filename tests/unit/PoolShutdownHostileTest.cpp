@@ -367,19 +367,19 @@ TEST_F(PoolShutdownHostileTest, AWorkerThatWasLeftBehindIsNoThreadOfThePoolOnceI
     clsPool.UnInit();
 }
 
-struct ST_End
+struct ST_WayToEnd
 {
     const char* m_szName;
     void (*m_funEnd)();
 };
 
-void PrintTo(const ST_End& _stEnd, std::ostream* _pOut)
+void PrintTo(const ST_WayToEnd& _stEnd, std::ostream* _pOut)
 {
     *_pOut << _stEnd.m_szName;
 }
 
 /// A task ends its own pool, in each of the ways that there are.
-class PoolShutdownSelfTest : public PoolShutdownHostileTest, public ::testing::WithParamInterface<ST_End>
+class PoolShutdownSelfTest : public PoolShutdownHostileTest, public ::testing::WithParamInterface<ST_WayToEnd>
 {
 };
 
@@ -426,11 +426,13 @@ TEST_P(PoolShutdownSelfTest, ATaskThatEndsItsPoolMayBuildANewOneAndTouchesNothin
     EXPECT_TRUE(stBefore == MakeSnapshot(*CLS_QuenTaskPool::m_pInstance));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Ends, PoolShutdownSelfTest,
-    ::testing::Values(ST_End{"MemberUnInit", [] { CLS_QuenTaskPool::GetInstance()->UnInit(); }},
-                      ST_End{"MemberKillTaskAll", [] { CLS_QuenTaskPool::GetInstance()->KillTaskAll(); }},
-                      ST_End{"FunctionUnInit", [] { UnInit(); }},
-                      ST_End{"FunctionKillTaskAll", [] { KillTaskAll(); }}),
-    [](const ::testing::TestParamInfo<ST_End>& _stInfo) { return std::string(_stInfo.param.m_szName); });
+INSTANTIATE_TEST_SUITE_P(Ends, PoolShutdownSelfTest,
+                         ::testing::Values(ST_WayToEnd{"MemberUnInit",
+                                                       [] { CLS_QuenTaskPool::GetInstance()->UnInit(); }},
+                                           ST_WayToEnd{"MemberKillTaskAll", []
+                                                       { CLS_QuenTaskPool::GetInstance()->KillTaskAll(); }},
+                                           ST_WayToEnd{"FunctionUnInit", [] { UnInit(); }},
+                                           ST_WayToEnd{"FunctionKillTaskAll", [] { KillTaskAll(); }}),
+                         [](const ::testing::TestParamInfo<ST_WayToEnd>& _stInfo)
+                         { return std::string(_stInfo.param.m_szName); });
 } // namespace

@@ -2,19 +2,19 @@
 
 namespace
 {
-struct ST_Load
+struct ST_Cycles
 {
     int m_iWorkers;
     int m_iCycles;
 };
 
-void PrintTo(const ST_Load& _stLoad, std::ostream* _pOut)
+void PrintTo(const ST_Cycles& _stLoad, std::ostream* _pOut)
 {
     *_pOut << _stLoad.m_iWorkers << " workers, " << _stLoad.m_iCycles << " cycles";
 }
 
 /// Cycles of use and end, with so many workers.
-class PoolShutdownThreadsTest : public CLS_ShutdownFixture, public ::testing::WithParamInterface<ST_Load>
+class PoolShutdownThreadsTest : public CLS_ShutdownFixture, public ::testing::WithParamInterface<ST_Cycles>
 {
 protected:
     /// Runs as many tasks at once as there are to be workers.
@@ -66,7 +66,8 @@ TEST_P(PoolShutdownThreadsTest, LeavesNoThreadWhenAllWorkersAreIdle)
 }
 
 INSTANTIATE_TEST_SUITE_P(Loads, PoolShutdownThreadsTest,
-                         ::testing::Values(ST_Load{1, 20}, ST_Load{8, 20}, ST_Load{64, 5}, ST_Load{301, 2}),
-                         [](const ::testing::TestParamInfo<ST_Load>& _stInfo)
+                         ::testing::Values(ST_Cycles{1, 20}, ST_Cycles{8, 20}, ST_Cycles{64, 5},
+                                           ST_Cycles{301, 2}),
+                         [](const ::testing::TestParamInfo<ST_Cycles>& _stInfo)
                          { return std::to_string(_stInfo.param.m_iWorkers) + "Workers"; });
 } // namespace

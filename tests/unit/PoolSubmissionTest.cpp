@@ -294,7 +294,7 @@ TEST_F(PoolSubmissionTest, EmptyCallableIsAccepted)
 }
 
 /// A callable that cannot be copied any more once it is armed.
-template <typename Thrown>
+template <typename T_Thrown>
 class CLS_Uncopyable
 {
 public:

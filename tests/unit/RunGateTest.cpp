@@ -39,10 +39,10 @@ TEST(RunGateTest, CloseBetweenRunsDoesNotWaitAndLetsNoneBegin)
 }
 
 /// A thread in the middle of a run that it ends when told.
-class CLS_Runner
+class CLS_GateRunner
 {
 public:
-    explicit CLS_Runner(CLS_RunGate& _clsGate)
+    explicit CLS_GateRunner(CLS_RunGate& _clsGate)
         : m_clsGate(_clsGate), m_thRunner(
                                    [this]
                                    {
@@ -115,7 +115,7 @@ TEST(RunGateTest, CloseLeavesAWorkerBehindThatLeavesThePoolForForeignCode)
 TEST(RunGateTest, CloseWithoutALimitLeavesARunningWorkerBehind)
 {
     CLS_RunGate clsGate;
-    CLS_Runner clsRunner(clsGate);
+    CLS_GateRunner clsRunner(clsGate);
     EXPECT_FALSE(clsGate.Close(steady_clock::now() + milliseconds(0)));
     EXPECT_TRUE(clsGate.IsAbandoned());
     EXPECT_FALSE(clsRunner.End());
@@ -127,7 +127,7 @@ TEST(RunGateTest, CloseWithoutALimitLeavesARunningWorkerBehind)
 TEST(RunGateTest, CloseWaitsItsLimitForTheRunInProgress)
 {
     CLS_RunGate clsGate;
-    CLS_Runner clsRunner(clsGate);
+    CLS_GateRunner clsRunner(clsGate);
     const auto tpStart = steady_clock::now();
     EXPECT_FALSE(clsGate.Close(steady_clock::now() + milliseconds(60)));
     EXPECT_GE(steady_clock::now() - tpStart, milliseconds(60));
@@ -137,7 +137,7 @@ TEST(RunGateTest, CloseWaitsItsLimitForTheRunInProgress)
 TEST(RunGateTest, CloseReturnsWhenTheRunEnds)
 {
     CLS_RunGate clsGate;
-    CLS_Runner clsRunner(clsGate);
+    CLS_GateRunner clsRunner(clsGate);
     std::thread thEnder(
         [&]
         {

@@ -55,8 +55,8 @@ public:
     }
 
     /// Makes the call and says whether it waited for the lock.
-    template <typename Call>
-    bool IsWaitedForBy(Call _funCall)
+    template <typename T_Call>
+    bool IsWaitedForBy(T_Call _funCall)
     {
         _funCall();
         const bool bWaited = m_bGivenBack;

@@ -229,7 +229,7 @@ TEST_F(TaskRunTest, ResultCallbacksAreNotCalled)
 }
 
 /// A task whose parameters cannot be printed at first.
-class CLS_UnprintableTask : public CLS_Task
+class CLS_CountedTextTask : public CLS_Task
 {
 public:
     using CLS_Task::CLS_Task;
@@ -253,7 +253,7 @@ TEST_F(TaskRunTest, StandardExceptionWhileRecordingIsRecordedByTheOuterHandler)
 {
     for (const bool bStandard : {true, false})
     {
-        CLS_UnprintableTask clsTask([&] { bStandard ? throw std::runtime_error("from the task") : throw 1; },
+        CLS_CountedTextTask clsTask([&] { bStandard ? throw std::runtime_error("from the task") : throw 1; },
                                     0, "who");
         Outdate(clsTask);
         const auto tpBefore = steady_clock::now();
@@ -270,7 +270,7 @@ TEST_F(TaskRunTest, AnyOtherExceptionWhileRecordingIsRecordedByTheOuterHandler)
 {
     for (const bool bStandard : {true, false})
     {
-        CLS_UnprintableTask clsTask([&] { bStandard ? throw std::runtime_error("from the task") : throw 1; },
+        CLS_CountedTextTask clsTask([&] { bStandard ? throw std::runtime_error("from the task") : throw 1; },
                                     0, "who");
         clsTask.m_funThrow = [] { throw 7; };
         Outdate(clsTask);
@@ -285,7 +285,7 @@ TEST_F(TaskRunTest, AnyOtherExceptionWhileRecordingIsRecordedByTheOuterHandler)
 
 TEST_F(TaskRunTest, TaskIsIdleAlsoWhenTheOuterHandlerFails)
 {
-    CLS_UnprintableTask clsTask([] { throw 1; }, 0, "");
+    CLS_CountedTextTask clsTask([] { throw 1; }, 0, "");
     clsTask.m_iFailing = INT_MAX;
     for (const bool bStandard : {true, false})
     {

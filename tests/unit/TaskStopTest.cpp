@@ -276,7 +276,7 @@ TEST_F(TaskStopTest, TaskThatStopsItselfWaitsForItselfInVain)
 }
 
 /// A task whose parameters cannot be printed.
-class CLS_UnprintableTask : public CLS_Task
+class CLS_TextlessTask : public CLS_Task
 {
 public:
     using CLS_Task::CLS_Task;
@@ -286,7 +286,7 @@ public:
 TEST_F(TaskStopTest, FailingTextPassesAndLeavesNoRecord)
 {
     const CLS_FastSleep clsFast;
-    CLS_UnprintableTask clsTask([] {}, 0, "");
+    CLS_TextlessTask clsTask([] {}, 0, "");
     clsTask.SetTaskStatus(TASK_STATUS_RUNNING);
     EXPECT_THROW(clsTask.Stop(), std::runtime_error);
     EXPECT_EQ(10U, GetOwnSleeps(clsFast).size());

@@ -39,11 +39,11 @@ TEST_F(TaskTest, StatusesHaveTheirNumbers)
 }
 
 /// Whether a word can be shared without a lock, at no cost of space.
-template <typename Word, typename Value>
+template <typename T_Word, typename T_Value>
 bool IsSharedWord()
 {
-    return std::is_same_v<Word, std::atomic<Value>> && Word::is_always_lock_free &&
-           sizeof(Word) == sizeof(Value);
+    return std::is_same_v<T_Word, std::atomic<T_Value>> && T_Word::is_always_lock_free &&
+           sizeof(T_Word) == sizeof(T_Value);
 }
 
 TEST_F(TaskTest, SharedWordsAreAtomicsOfTheSameSize)

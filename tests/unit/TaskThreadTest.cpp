@@ -151,8 +151,8 @@ public:
     }
 
     /// Makes the call and says whether the job had ended when it returned.
-    template <typename Call>
-    bool IsWaitedForBy(Call _funCall)
+    template <typename T_Call>
+    bool IsWaitedForBy(T_Call _funCall)
     {
         _funCall();
         const bool bEnded = m_bEnded;

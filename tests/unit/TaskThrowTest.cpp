@@ -78,20 +78,20 @@ std::array<std::atomic<const void*>, 100> s_arrLeft{};
 std::atomic<std::size_t> s_uiLeft{0};
 
 /// Its destructor throws as many times as there are levels: what it throws is another one, with a level less.
-class CLS_EndThrows
+class CLS_ThrowingEnd
 {
 public:
-    explicit CLS_EndThrows(int _iLevels) : m_iLevels(_iLevels) {}
-    CLS_EndThrows(const CLS_EndThrows&) = delete;
-    CLS_EndThrows& operator=(const CLS_EndThrows&) = delete;
-    ~CLS_EndThrows() noexcept(false)
+    explicit CLS_ThrowingEnd(int _iLevels) : m_iLevels(_iLevels) {}
+    CLS_ThrowingEnd(const CLS_ThrowingEnd&) = delete;
+    CLS_ThrowingEnd& operator=(const CLS_ThrowingEnd&) = delete;
+    ~CLS_ThrowingEnd() noexcept(false)
     {
         s_arrLeft.at(s_uiLeft++) = this;
         if (m_iLevels == 1)
         {
             throw CLS_Error("the last end");
         }
-        throw CLS_EndThrows(m_iLevels - 1);
+        throw CLS_ThrowingEnd(m_iLevels - 1);
     }
 
 private:
@@ -215,7 +215,7 @@ TEST_F(TaskThrowTest, ExceptionThatGetsPastBothRecordsIsARunErrorAndTheWorkerGoe
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     std::string strTaskId;
-    clsPool.AddLoopTask([] { throw CLS_EndThrows(2); }, 0, strTaskId, "throwing");
+    clsPool.AddLoopTask([] { throw CLS_ThrowingEnd(2); }, 0, strTaskId, "throwing");
     const std::string strParam = MakeParamText(strTaskId, "throwing");
     for (int iRun = 0; iRun < 2; ++iRun)
     {
@@ -257,7 +257,9 @@ const ST_Throw THROWS[] = {
     {"ThatCannotBeCopiedButNeedNot", [] { throw CLS_CopyThrows(); }, {Standard("cannot be copied")}},
     {"ThatCannotBeCopied", [] { ThrowCopy(); }, {Standard("the copy failed")}},
 #ifndef _LIBCPP_VERSION
-    {"WhoseDestructorThrows", [] { throw CLS_EndThrows(1); }, {OTHER, "Running error :the last end param :"}},
+    {"WhoseDestructorThrows",
+     [] { throw CLS_ThrowingEnd(1); },
+     {OTHER, "Running error :the last end param :"}},
 #endif
 };
 INSTANTIATE_TEST_SUITE_P(Throws, TaskThrowKindTest, ::testing::ValuesIn(THROWS),

@@ -11,28 +11,28 @@ constexpr std::size_t MOST_HELD = 40;
 
 void CLS_Operations::DoOne()
 {
-    struct ST_Choice
+    struct ST_WeightedOperation
     {
         std::uint64_t m_uiWeight;
         void (CLS_Operations::*m_pOperation)();
     };
     // The weights make 10000 together.
-    static constexpr std::array<ST_Choice, 14> CHOICES{{{5199, &CLS_Operations::AddTmp},
-                                                        {100, &CLS_Operations::AddForNobody},
-                                                        {700, &CLS_Operations::RemoveOwner},
-                                                        {1000, &CLS_Operations::AddAndRemove},
-                                                        {300, &CLS_Operations::AddLoop},
-                                                        {100, &CLS_Operations::StopLoop},
-                                                        {300, &CLS_Operations::RemoveLoop},
-                                                        {400, &CLS_Operations::AddHeld},
-                                                        {800, &CLS_Operations::QueueHeld},
-                                                        {300, &CLS_Operations::RemoveHeld},
-                                                        {200, &CLS_Operations::SetThreshold},
-                                                        {500, &CLS_Operations::CountWorkers},
-                                                        {100, &CLS_Operations::Sweep},
-                                                        {1, &CLS_Operations::FillPool}}};
+    static constexpr std::array<ST_WeightedOperation, 14> CHOICES{{{5199, &CLS_Operations::AddTmp},
+                                                                   {100, &CLS_Operations::AddForNobody},
+                                                                   {700, &CLS_Operations::RemoveOwner},
+                                                                   {1000, &CLS_Operations::AddAndRemove},
+                                                                   {300, &CLS_Operations::AddLoop},
+                                                                   {100, &CLS_Operations::StopLoop},
+                                                                   {300, &CLS_Operations::RemoveLoop},
+                                                                   {400, &CLS_Operations::AddHeld},
+                                                                   {800, &CLS_Operations::QueueHeld},
+                                                                   {300, &CLS_Operations::RemoveHeld},
+                                                                   {200, &CLS_Operations::SetThreshold},
+                                                                   {500, &CLS_Operations::CountWorkers},
+                                                                   {100, &CLS_Operations::Sweep},
+                                                                   {1, &CLS_Operations::FillPool}}};
     std::uint64_t uiDrawn = Draw(10000);
-    for (const ST_Choice& stChoice : CHOICES)
+    for (const ST_WeightedOperation& stChoice : CHOICES)
     {
         if (uiDrawn < stChoice.m_uiWeight)
         {

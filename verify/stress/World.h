@@ -24,11 +24,11 @@ struct ST_Held
 };
 
 /// A list that host threads share.
-template <typename Element>
+template <typename T_Element>
 class CLS_SharedList
 {
 public:
-    void Add(const Element& _clsElement)
+    void Add(const T_Element& _clsElement)
     {
         const std::lock_guard<std::mutex> lock(m_mtxList);
         m_vecList.push_back(_clsElement);
@@ -36,7 +36,7 @@ public:
 
     /// A copy of the element that _uiDraw points at, counted round and round; takes it off the list if so
     /// asked. An empty element when there is none.
-    Element Pick(std::uint64_t _uiDraw, bool _bTake)
+    T_Element Pick(std::uint64_t _uiDraw, bool _bTake)
     {
         const std::lock_guard<std::mutex> lock(m_mtxList);
         if (m_vecList.empty())
@@ -44,7 +44,7 @@ public:
             return {};
         }
         const auto itElement = m_vecList.begin() + static_cast<std::ptrdiff_t>(_uiDraw % m_vecList.size());
-        Element clsElement = *itElement;
+        T_Element clsElement = *itElement;
         if (_bTake)
         {
             m_vecList.erase(itElement);
@@ -58,7 +58,7 @@ public:
         return m_vecList.size();
     }
 
-    std::vector<Element> TakeAll()
+    std::vector<T_Element> TakeAll()
     {
         const std::lock_guard<std::mutex> lock(m_mtxList);
         return std::move(m_vecList);
@@ -66,7 +66,7 @@ public:
 
 private:
     std::mutex m_mtxList; ///< guards m_vecList
-    std::vector<Element> m_vecList;
+    std::vector<T_Element> m_vecList;
 };
 
 /// The host: what its threads and its tasks share.

@@ -31,12 +31,12 @@ using ::testing::IsEmpty;
 
 constexpr pid_t OWN_PROCESS_NUMBER = 12345;
 
-template <typename FUN>
-FUN* Find(void* _pLibrary, const char* _szName)
+template <typename T_Fun>
+T_Fun* Find(void* _pLibrary, const char* _szName)
 {
     void* const pFound = dlsym(_pLibrary, _szName);
     EXPECT_NE(nullptr, pFound) << _szName;
-    return reinterpret_cast<FUN*>(pFound);
+    return reinterpret_cast<T_Fun*>(pFound);
 }
 
 void* Open(const char* _szPath, int _iMode = RTLD_NOW)

@@ -14,11 +14,11 @@ struct ST_Inside
     std::atomic<long> m_iSignature;
     alignas(8) std::array<char, SIZE> m_arrMemory;
 
-    template <typename OBJECT>
-    OBJECT* As()
+    template <typename T_Object>
+    T_Object* As()
     {
-        static_assert(sizeof(OBJECT) <= SIZE, "the Linux object must fit");
-        return reinterpret_cast<OBJECT*>(m_arrMemory.data());
+        static_assert(sizeof(T_Object) <= SIZE, "the Linux object must fit");
+        return reinterpret_cast<T_Object*>(m_arrMemory.data());
     }
 };
 

@@ -85,13 +85,13 @@ int GetLongestCharacter(locale_t _pLocale)
 }
 
 /// A Linux function with a locale as one more argument: &CLS_InLocale<&::strtod>::Call.
-template <auto FUN, typename TYPE = decltype(FUN)>
+template <auto FUN, typename T_Type = decltype(FUN)>
 struct CLS_InLocale;
 
-template <auto FUN, typename RESULT, typename... ARGUMENTS, bool NOEXCEPT>
-struct CLS_InLocale<FUN, RESULT (*)(ARGUMENTS...) noexcept(NOEXCEPT)>
+template <auto FUN, typename T_Result, typename... T_Arguments, bool NOEXCEPT>
+struct CLS_InLocale<FUN, T_Result (*)(T_Arguments...) noexcept(NOEXCEPT)>
 {
-    static RESULT Call(ARGUMENTS... _arguments, locale_t _pLocale)
+    static T_Result Call(T_Arguments... _arguments, locale_t _pLocale)
     {
         const CLS_LocaleScope clsLocale(_pLocale);
         const CLS_ErrnoScope clsErrno;

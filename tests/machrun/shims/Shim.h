@@ -9,8 +9,8 @@
 /// object.
 struct ST_Shim
 {
-    template <typename OBJECT>
-    ST_Shim(const char* _szName, OBJECT* _pObject)
+    template <typename T_Object>
+    ST_Shim(const char* _szName, T_Object* _pObject)
         : m_szName(_szName), m_pAddress(reinterpret_cast<void*>(_pObject))
     {
     }
@@ -22,13 +22,13 @@ struct ST_Shim
 using Shims = std::vector<ST_Shim>;
 
 /// A Linux function that hands its errno over in Darwin's numbering: &CLS_WithErrno<&::read>::Call.
-template <auto FUN, typename TYPE = decltype(FUN)>
+template <auto FUN, typename T_Type = decltype(FUN)>
 struct CLS_WithErrno;
 
-template <auto FUN, typename RESULT, typename... ARGUMENTS, bool NOEXCEPT>
-struct CLS_WithErrno<FUN, RESULT (*)(ARGUMENTS...) noexcept(NOEXCEPT)>
+template <auto FUN, typename T_Result, typename... T_Arguments, bool NOEXCEPT>
+struct CLS_WithErrno<FUN, T_Result (*)(T_Arguments...) noexcept(NOEXCEPT)>
 {
-    static RESULT Call(ARGUMENTS... _arguments)
+    static T_Result Call(T_Arguments... _arguments)
     {
         const CLS_ErrnoScope clsErrno;
         return FUN(_arguments...);
@@ -39,13 +39,13 @@ template <auto FUN>
 constexpr auto WITH_ERRNO = &CLS_WithErrno<FUN>::Call;
 
 /// A Linux function whose result is an error number, which it gives in Darwin's numbering.
-template <auto FUN, typename TYPE = decltype(FUN)>
+template <auto FUN, typename T_Type = decltype(FUN)>
 struct CLS_WithResult;
 
-template <auto FUN, typename... ARGUMENTS, bool NOEXCEPT>
-struct CLS_WithResult<FUN, int (*)(ARGUMENTS...) noexcept(NOEXCEPT)>
+template <auto FUN, typename... T_Arguments, bool NOEXCEPT>
+struct CLS_WithResult<FUN, int (*)(T_Arguments...) noexcept(NOEXCEPT)>
 {
-    static int Call(ARGUMENTS... _arguments) { return Errno::ToDarwin(FUN(_arguments...)); }
+    static int Call(T_Arguments... _arguments) { return Errno::ToDarwin(FUN(_arguments...)); }
 };
 
 template <auto FUN>

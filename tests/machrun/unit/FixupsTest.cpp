@@ -39,8 +39,8 @@ std::vector<std::string> GetBinds(const Bytes& _vecOpcodes)
     return vecBinds;
 }
 
-template <typename FUN>
-std::string GetReason(FUN _funCall)
+template <typename T_Fun>
+std::string GetReason(T_Fun _funCall)
 {
     try
     {

@@ -110,8 +110,8 @@ public:
     Bytes m_vecCode;
 
 private:
-    template <typename PART>
-    static void Append(Bytes& _vecBytes, const PART& _stPart)
+    template <typename T_Part>
+    static void Append(Bytes& _vecBytes, const T_Part& _stPart)
     {
         const auto* const pStart = reinterpret_cast<const std::uint8_t*>(&_stPart);
         _vecBytes.insert(_vecBytes.end(), pStart, pStart + sizeof(_stPart));
