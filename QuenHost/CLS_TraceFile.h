@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <stdexcept>
@@ -80,7 +81,8 @@ public:
              const std::string& _strMembers = {}) noexcept
     {
         const std::chrono::nanoseconds nsTime = std::chrono::steady_clock::now() - m_tpStart;
-        const auto funAdd = [&] { AddEvent(nsTime, _chPhase, _szCategory, _strName, _strMembers); };
+        const auto funAdd = [&]
+        { AddEvent(GetLane(), nsTime, _chPhase, _szCategory, _strName, _strMembers); };
         if (PoolCall::Catch(funAdd))
         {
             KeepError(ENOMEM);
@@ -136,14 +138,15 @@ private:
     /// What a thread knows of its lane. Says so in the trace when the thread ends.
     struct ST_LaneOfThread
     {
-        ST_LaneOfThread() = default;
+        ST_LaneOfThread(std::weak_ptr<CLS_TraceFile> _pTrace, std::shared_ptr<ST_Lane> _pLane)
+            : m_pTrace(std::move(_pTrace)), m_pLane(std::move(_pLane))
+        {
+        }
         ~ST_LaneOfThread()
         {
             if (const std::shared_ptr<CLS_TraceFile> pTrace = m_pTrace.lock())
             {
-                pTrace->Add('i', "thread", "end of the thread", R"(,"s":"t")");
-                const std::lock_guard<std::mutex> lock(m_pLane->m_mtxEvents);
-                pTrace->Flush(*m_pLane);
+                pTrace->EndLane(*m_pLane);
             }
         }
 
@@ -168,35 +171,51 @@ private:
         return "cannot write the trace " + _path.string() + ": " + std::generic_category().message(_iError);
     }
 
-    void AddEvent(std::chrono::nanoseconds _nsTime, char _chPhase, const char* _szCategory,
+    void AddEvent(ST_Lane& _stLane, std::chrono::nanoseconds _nsTime, char _chPhase, const char* _szCategory,
                   const std::string& _strName, const std::string& _strMembers)
     {
-        ST_Lane& stLane = GetLane();
-        const std::lock_guard<std::mutex> lock(stLane.m_mtxEvents);
-        std::string& strEvents = stLane.m_strEvents;
+        const std::lock_guard<std::mutex> lock(_stLane.m_mtxEvents);
+        std::string& strEvents = _stLane.m_strEvents;
         strEvents.append(",\n{\"ph\":\"").append(1, _chPhase).append("\",\"ts\":");
         TraceText::AppendTime(strEvents, _nsTime);
         strEvents.append(m_strProcess);
-        TraceText::AppendNumber(strEvents, stLane.m_uiThread);
+        TraceText::AppendNumber(strEvents, _stLane.m_uiThread);
         strEvents.append(",\"cat\":\"").append(_szCategory).append("\",\"name\":");
         TraceText::AppendQuoted(strEvents, _strName);
         strEvents.append(_strMembers).append("}");
         if (strEvents.size() >= LANE_BUFFER)
         {
-            Flush(stLane);
+            Flush(_stLane);
         }
+    }
+
+    /// The lane's thread ends.
+    void EndLane(ST_Lane& _stLane) noexcept
+    {
+        const std::chrono::nanoseconds nsTime = std::chrono::steady_clock::now() - m_tpStart;
+        const auto funAdd = [&]
+        { AddEvent(_stLane, nsTime, 'i', "thread", "end of the thread", R"(,"s":"t")"); };
+        if (PoolCall::Catch(funAdd))
+        {
+            KeepError(ENOMEM);
+        }
+        const std::lock_guard<std::mutex> lock(_stLane.m_mtxEvents);
+        Flush(_stLane);
     }
 
     /// The calling thread's lane.
     ST_Lane& GetLane()
     {
-        thread_local ST_LaneOfThread t_stLane;
-        if (t_stLane.m_pTrace.lock().get() != this)
+        thread_local std::list<ST_LaneOfThread> t_lstLanes; // seldom more than one
+        t_lstLanes.remove_if([](const ST_LaneOfThread& _stLane) { return _stLane.m_pTrace.expired(); });
+        for (const ST_LaneOfThread& stLane : t_lstLanes)
         {
-            t_stLane.m_pLane = MakeLane();
-            t_stLane.m_pTrace = weak_from_this();
+            if (stLane.m_pTrace.lock().get() == this)
+            {
+                return *stLane.m_pLane;
+            }
         }
-        return *t_stLane.m_pLane;
+        return *t_lstLanes.emplace_back(weak_from_this(), MakeLane()).m_pLane;
     }
 
     std::shared_ptr<ST_Lane> MakeLane()

@@ -67,25 +67,31 @@ int Outlive(const std::string& _strLibrary)
     std::optional<CLS_TaskOwner> clsOwner;
     std::optional<CLS_LoopTask> clsLoop;
     CLS_Gate clsStarted;
+    CLS_Gate clsLoopStarted;
     std::atomic<bool> bStopped{false};
+    std::atomic<bool> bLoopStopped{false};
     {
         const CLS_PoolScope clsPool{CLS_PoolLibrary(_strLibrary)};
         clsOwner.emplace(clsPool, "late");
-        clsLoop.emplace(
-            clsPool, [] {}, 1, "loop");
+        const auto funLoop = [&](const CLS_StopToken& _clsToken)
+        {
+            clsLoopStarted.Open();
+            bLoopStopped = !_clsToken.SleepFor(WAIT_LIMIT);
+        };
+        clsLoop.emplace(clsPool, funLoop, 1, "loop");
         const auto funTask = [&](const CLS_StopToken& _clsToken)
         {
             clsStarted.Open();
             bStopped = !_clsToken.SleepFor(WAIT_LIMIT);
         };
-        if (!clsOwner->Submit(funTask, "task") || !clsStarted.Wait())
+        if (!clsOwner->Submit(funTask, "task") || !clsStarted.Wait() || !clsLoopStarted.Wait())
         {
             return 1;
         }
     }
     const bool bRefused = !clsOwner->Submit([] {}, "too late");
     const bool bRemoved = clsOwner->RemoveTasks() && clsLoop->Remove();
-    return bRefused && bRemoved && bStopped ? 0 : 1;
+    return bRefused && bRemoved && bStopped && bLoopStopped ? 0 : 1;
 }
 
 /// The owner is made before its scope.

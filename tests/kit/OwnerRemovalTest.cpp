@@ -93,6 +93,30 @@ TEST_F(OwnerRemovalTest, SaysThatNotEverythingEndedInItsTimeAndWaitsAgain)
     EXPECT_TRUE(stStubborn.m_bEnded);
 }
 
+TEST_F(OwnerRemovalTest, SaysThatAnotherRemovalHasNotDestroyedWhatItCancelled)
+{
+    CLS_Gate clsMayEnd;
+    CLS_TaskOwner clsOthers(GetPool(), "others");
+    KeepEveryWorkerBusy(clsOthers, clsMayEnd);
+    CLS_Gate clsDestroying;
+    CLS_Gate clsMayDestroy;
+    std::shared_ptr<void> pCaptured(nullptr,
+                                    [&](void*)
+                                    {
+                                        clsDestroying.Open();
+                                        EXPECT_TRUE(clsMayDestroy.Wait());
+                                    });
+    CLS_TaskOwner clsOwner(GetPool(), "owner");
+    ASSERT_TRUE(clsOwner.Submit([pCaptured = std::move(pCaptured)] {}, "queued"));
+    std::thread thRemover([&] { EXPECT_TRUE(clsOwner.RemoveTasks()); });
+    ASSERT_TRUE(clsDestroying.Wait());
+    EXPECT_FALSE(clsOwner.RemoveTasks(milliseconds(1)));
+    clsMayDestroy.Open();
+    EXPECT_TRUE(clsOwner.RemoveTasks());
+    thRemover.join();
+    clsMayEnd.Open();
+}
+
 TEST_F(OwnerRemovalTest, TheLongestLimitIsNoOverflow)
 {
     CLS_Gate clsStarted;

@@ -63,6 +63,24 @@ TEST_F(TraceFileTest, LanesHaveTheSystemsThreadNumbers)
     EXPECT_THAT(Read(), HasSubstr("end of the thread"));
 }
 
+TEST_F(TraceFileTest, AThreadThatWritesToTwoTracesInTurnHasOneLaneInEach)
+{
+    const std::string strOther = m_clsFolder.GetPath("other.json");
+    const auto pTrace = CLS_TraceFile::Create(m_strPath, "test");
+    const auto pOther = CLS_TraceFile::Create(strOther, "test");
+    for (int i = 0; i < 3; ++i)
+    {
+        pTrace->Add('i', "category", "event");
+        pOther->Add('i', "category", "event");
+    }
+    pTrace->Close();
+    pOther->Close();
+    const std::string strText = Read();
+    const std::size_t uiFirst = strText.find("thread_name");
+    ASSERT_NE(std::string::npos, uiFirst);
+    EXPECT_EQ(std::string::npos, strText.find("thread_name", uiFirst + 1));
+}
+
 TEST_F(TraceFileTest, ASpanWithoutATraceDoesNothing)
 {
     const CLS_TraceSpan clsSpan(nullptr, "category", "name");
