@@ -98,7 +98,8 @@ gdb_steps=(-nx -batch -ex "set breakpoint pending on" -ex "break UnInit" -ex run
 echo "The gdb command, with the symbols of the Debian packages and the script of the archive"
 mkdir "$work/archive"
 tar --extract --strip-components 1 --file "$packages"/*.tar.gz --directory "$work/archive"
-show_pool gdb -ex "set debug-file-directory $work/extracted/usr/lib/debug" "${gdb_steps[@]}" \
+show_pool env LD_LIBRARY_PATH="$work/extracted/usr/lib" gdb \
+    -ex "set debug-file-directory $work/extracted/usr/lib/debug" "${gdb_steps[@]}" \
     -ex "source $work/archive/share/ZelTaskPool/libZelTaskPool-gdb.py" -ex zel "$work/consumer-extracted/found"
 echo "  it shows the pool"
 
@@ -126,8 +127,10 @@ grep -q 'TaskPool UnInit end' records
 install gdb ./*-dbgsym_*.deb
 gdb ${gdb_steps[*]@Q} -ex zel ./found >shown 2>&1
 EOF
+brought=("$work"/brought/*)
+# mmdebstrap's own shell expands what is in single quotes; $1 is the root folder.
 mmdebstrap --quiet --variant=apt --format=null \
-    --customize-hook="copy-in $work/brought/* /tmp" \
+    --customize-hook="copy-in ${brought[*]@Q} /tmp" \
     --customize-hook='chroot "$1" sh /tmp/try.sh' \
     --customize-hook="copy-out /tmp/shown $work" \
     bookworm - >"$work/root.log" 2>&1 || {
