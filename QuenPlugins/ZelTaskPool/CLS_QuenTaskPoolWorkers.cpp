@@ -188,12 +188,12 @@ std::optional<std::string> CLS_QuenTaskPool::ReadBoundTask(CLS_TaskThread* _pWor
     try
     {
         const CLS_SharedGuard lock(m_smThreadTaskLock);
-        const auto itWorker = m_mapThreadTask.find(_pWorker);
-        return itWorker == m_mapThreadTask.end() ? std::nullopt : std::optional(itWorker->second);
+        return m_mapThreadTask.at(_pWorker);
     }
     catch (...)
     {
-        // The copy found no memory. Moving the id needs none, and is better than losing the task.
+        // Not registered, or no memory for the copy. Moving the id needs none, and is better than losing the
+        // task.
         return TakeBoundTask(_pWorker);
     }
 }
