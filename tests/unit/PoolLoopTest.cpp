@@ -322,10 +322,10 @@ TEST_F(PoolLoopTest, TimeThatIsKnownIsNotAskedForAgainUntilAnIntervalIsSet)
     PoolView::RunLoopPass(clsPool);
     PoolView::RunLoopPass(clsPool);
     TaskView::GetLastRun(*GetTask(strTaskId)) = steady_clock::now() - hours(2);
-    clsPool.LoopPass();
+    PoolView::RunLoopPass(clsPool);
     EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
-    CLS_Task([] {}, 0, "").SetLoopInterval(0); // whoever's interval it is
-    clsPool.LoopPass();
+    CLS_Task([] {}, 0, "").SetLoopInterval(0); // of any task
+    PoolView::RunLoopPass(clsPool);
     EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strTaskId));
 }
 
@@ -343,9 +343,9 @@ TEST_F(PoolLoopTest, IntervalIsSeenByTheNextPass)
     PoolView::RunLoopPass(clsPool);
     EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strShorter));
     GetTask(strLonger)->SetLoopInterval(HOUR);
-    clsPool.LoopPass();
+    PoolView::RunLoopPass(clsPool);
     GetTask(strLonger)->SetLoopInterval(0);
-    clsPool.LoopPass();
+    PoolView::RunLoopPass(clsPool);
     EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strShorter, strLonger));
 }
 
@@ -393,7 +393,7 @@ TEST_F(PoolLoopTest, TasksThatAreKnownNeedNoLookUpAlsoWhenTheListHasChanged)
     pBusy->SetTaskStatus(TASK_STATUS_RUNNING);
     PoolView::RunLoopPass(clsPool);
     PoolView::ForgetLoopTask(clsPool, vecTasks[0]);
-    clsPool.ForgetLoopTask(vecTasks[2]);
+    PoolView::ForgetLoopTask(clsPool, vecTasks[2]);
     pBusy->SetLoopInterval(0); // all are asked again
     CLS_Gate clsEnded;
     std::unique_lock<std::shared_mutex> lock(CLS_Task::m_smTaskDataLock);
@@ -401,7 +401,7 @@ TEST_F(PoolLoopTest, TasksThatAreKnownNeedNoLookUpAlsoWhenTheListHasChanged)
         [&]
         {
             PoolView::RunLoopPass(clsPool);
-            clsPool.LoopPass();
+            PoolView::RunLoopPass(clsPool);
             clsEnded.Open();
         });
     EXPECT_TRUE(clsEnded.Wait()) << "the pass looks into the registry";
@@ -419,10 +419,10 @@ TEST_F(PoolLoopTest, EntriesAreNotMadeAnewWhileTheListIsTheSame)
     PoolView::RunLoopPass(clsPool);
     const CLS_LoopSchedule::CLS_Entry* const pEntries =
         PoolView::GetLoopSchedule(clsPool).GetEntries().data();
-    clsPool.LoopPass();
+    PoolView::RunLoopPass(clsPool);
     EXPECT_EQ(pEntries, PoolView::GetLoopSchedule(clsPool).GetEntries().data());
     MakeListedTask(clsPool);
-    clsPool.LoopPass();
+    PoolView::RunLoopPass(clsPool);
     EXPECT_NE(pEntries, PoolView::GetLoopSchedule(clsPool).GetEntries().data());
 }
 
@@ -440,7 +440,7 @@ TEST_F(PoolLoopTest, TaskThatLeftTheRegistryIsNotQueuedThoughTheHostKeepsIt)
     CLS_Task::DeleteTask(strGone);
     pKept->SetTaskStatus(TASK_STATUS_IDLE);
     GetTask(strDue)->SetTaskStatus(TASK_STATUS_IDLE);
-    clsPool.LoopPass();
+    PoolView::RunLoopPass(clsPool);
     EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strDue));
     EXPECT_EQ(TASK_STATUS_IDLE, pKept->GetTaskStatus());
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
@@ -467,7 +467,7 @@ TEST_F(PoolLoopTest, TaskThatIsRegisteredUnderAListedIdIsFound)
         EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre("later"));
         PoolView::ClearQueue(clsPool);
         CLS_Task::DeleteTask("later");
-        clsPool.LoopPass();
+        PoolView::RunLoopPass(clsPool);
         EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
     }
 }
@@ -485,7 +485,7 @@ TEST_F(PoolLoopTest, StoppedTaskThatIsMadeValidAgainIsQueuedWhenItIsDue)
     EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
     GetTask(strDue)->SetValid(true);
     GetTask(strEarly)->SetValid(true);
-    clsPool.LoopPass();
+    PoolView::RunLoopPass(clsPool);
     EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strDue));
 }
 

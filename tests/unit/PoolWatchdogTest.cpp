@@ -39,7 +39,7 @@ auto IsBoundTask(const std::string& _strText)
 class PoolWatchdogTest : public CLS_PoolFixture
 {
 protected:
-    /// A registered worker that has been idle for so long and never had a job.
+    /// A registered worker that has been idle for the given time and never had a job.
     static CLS_TaskThread* MakeIdleThread(CLS_QuenTaskPool& _clsPool, milliseconds _msIdle = THRESHOLD)
     {
         CLS_TaskThread* const pThread = _clsPool.CreateTaskThread();
@@ -166,7 +166,7 @@ TEST_F(PoolWatchdogTest, WorkerIsRetiredFromTheThresholdOn)
     EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsPassBegin()));
     EXPECT_THAT(GetIdleOrder(clsPool), ElementsAre(0));
     WorkerView::GetLastActive(*pThread) = steady_clock::now() - THRESHOLD;
-    clsPool.OvertimePass();
+    PoolView::RunWatchdogPass(clsPool);
     EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsPassBegin(), IsRetirement(0)));
     EXPECT_THAT(GetIdleOrder(clsPool), IsEmpty());
 }
@@ -187,7 +187,7 @@ TEST_F(PoolWatchdogTest, RecentlyActiveWorkerProtectsAllBeforeIt)
     EXPECT_THAT(GetIdleOrder(clsPool), ElementsAre(0, 1));
     EXPECT_EQ(2, clsPool.GetTaskThreadNum());
     WorkerView::GetLastActive(*pActive) = steady_clock::now() - THRESHOLD;
-    clsPool.OvertimePass();
+    PoolView::RunWatchdogPass(clsPool);
     EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsPassBegin(), IsRetirement(1), IsRetirement(0)));
 }
 
@@ -202,7 +202,7 @@ TEST_F(PoolWatchdogTest, EmptySlotsAreDropped)
     EXPECT_THAT(GetIdleOrder(clsPool), ElementsAre(-1, 0));
     EXPECT_EQ(1, clsPool.GetTaskThreadNum());
     WorkerView::GetLastActive(*pActive) = steady_clock::now() - THRESHOLD;
-    clsPool.OvertimePass();
+    PoolView::RunWatchdogPass(clsPool);
     EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsPassBegin(), IsRetirement(0)));
     EXPECT_THAT(GetIdleOrder(clsPool), IsEmpty());
 }
@@ -369,7 +369,7 @@ TEST_F(PoolWatchdogTest, ThresholdOfZeroRetiresEveryIdleWorkerAndThePoolGoesOn)
     PoolView::RunWatchdogPass(clsPool);
     EXPECT_EQ(5, clsPool.GetTaskThreadNum());
     CLS_TaskThread::SetWaitingOvertime(0);
-    clsPool.OvertimePass();
+    PoolView::RunWatchdogPass(clsPool);
     EXPECT_EQ(0, clsPool.GetTaskThreadNum());
     EXPECT_THAT(GetIdleOrder(clsPool), IsEmpty());
     ASSERT_TRUE(clsPool.AddTmpTask(funTask, &clsPool, ""));
