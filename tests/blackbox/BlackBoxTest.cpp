@@ -50,7 +50,7 @@ void ExpectEnd(const ST_ChildResult& _stResult, int _iStatus, const std::string&
     EXPECT_EQ("", _stResult.m_strErr);
 }
 
-/// The text without so many characters as _strHead has at its front.
+/// The text without its first _strHead.size() characters.
 std::string CutHead(const std::string& _strText, const std::string& _strHead)
 {
     return _strText.substr(std::min(_strHead.size(), _strText.size()));
@@ -231,7 +231,7 @@ TEST_P(BlackBoxExitTest, TheProcessEndsAtOnceWithItsOwnStatus)
     const auto tpEnding = std::chrono::steady_clock::now();
     const ST_ChildResult stResult = clsHost.Wait();
     const auto nsTaken = std::chrono::steady_clock::now() - tpEnding;
-    // What is running has about a minute to go.
+    // The running tasks need about another minute.
     EXPECT_LT(nsTaken, std::chrono::seconds(20));
     std::cout << "ended within " << std::chrono::duration_cast<std::chrono::milliseconds>(nsTaken).count()
               << " ms\n";

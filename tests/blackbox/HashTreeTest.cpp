@@ -96,7 +96,7 @@ TEST_F(HashTreeTest, ReportsAndCountsWhatItCannotRead)
     AddFile("folder/file", "abc");
     fs::permissions(m_strTree + "/locked", fs::perms::none);
     fs::permissions(m_strTree + "/folder", fs::perms::none);
-    // Somebody else needs a way to the programs, and a place to write.
+    // Another user needs access to the programs and a folder to write to.
     fs::permissions(m_clsFolder.GetPath(), fs::perms::all);
     for (const char* const szFile : {HASH_TREE, POOL_LIBRARY})
     {

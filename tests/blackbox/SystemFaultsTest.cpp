@@ -1,4 +1,4 @@
-// What becomes of a host when the system or its logging library fails.
+// What happens to a host when the system or its logging library fails.
 
 #include "tests/support/ChildProcess.h"
 #include "tests/support/RandomKind.h"

@@ -22,7 +22,7 @@ std::size_t CountRegistered()
     return TaskSweep::CollectIds([](const TaskSweep::TaskReference&) { return true; }).size();
 }
 
-/// Sweeps until nothing is registered, within the limit: a worker lets go of a task a moment after its run.
+/// Sweeps until nothing is registered. False at the limit: a worker releases a task shortly after its run.
 [[nodiscard]] bool SweepToNothing()
 {
     return WaitUntil(
@@ -33,7 +33,7 @@ std::size_t CountRegistered()
         });
 }
 
-/// Each test starts with an empty registry and leaves neither pool nor tasks behind.
+/// Each test starts with an empty registry and leaves no pool and no tasks.
 class TaskSweepTest : public ::testing::Test
 {
 protected:
@@ -55,7 +55,7 @@ protected:
         CLS_QuenTaskPool::GetInstance()->AddWaitingTasks(_pTask->GetId());
     }
 
-    /// Whether the task is idle and nobody but the caller and the registry holds it, within the limit.
+    /// Polls until the task is idle and only the caller and the registry hold it. False at the limit.
     [[nodiscard]] static bool WaitForEnd(const TaskSweep::TaskReference& _pTask)
     {
         return WaitUntil([&] { return !_pTask->IsRunning() && _pTask.use_count() == 2; });

@@ -6,8 +6,8 @@
 #include <atomic>
 #include <stdexcept>
 
-/// What hosts that end without ending the pool leave behind. Everything lives for ever, as what tasks of a
-/// process that ends use must. A wait that is in vain ends the process with status 4.
+/// Keeps a pool busy for hosts that exit without a shutdown. Nothing is ever destroyed, because tasks use it
+/// until the process ends. A wait that reaches its limit ends the process with status 4.
 namespace BusyPool
 {
 /// The owner of every task, and the runs of the tasks that never end.

@@ -1,4 +1,4 @@
-// Holds still for a debugger until a signal ends it:  zel_debugged_host LIBRARY none|few|full
+// Waits for a debugger until a signal ends it:  zel_debugged_host LIBRARY none|few|full
 //
 // none  without a pool
 // few   one loop task that has run, and three tasks of an owner: two run, one has run
@@ -30,7 +30,7 @@ struct ST_State
     char m_chSecond = 0; ///< another one
 };
 
-void AddBlockers(const CLS_PoolLibrary& _clsPool, ST_State& _stState, int _iTasks, void* _pOwner,
+void AddBlockers(const CLS_HostLibrary& _clsPool, ST_State& _stState, int _iTasks, void* _pOwner,
                  const std::string& _strName)
 {
     for (int i = 0; i < _iTasks; ++i)
@@ -45,7 +45,7 @@ void AddBlockers(const CLS_PoolLibrary& _clsPool, ST_State& _stState, int _iTask
     }
 }
 
-bool StartFew(const CLS_PoolLibrary& _clsPool, ST_State& _stState)
+bool StartFew(const CLS_HostLibrary& _clsPool, ST_State& _stState)
 {
     std::string strTaskId;
     _clsPool.m_pAddLoopTask([&] { _stState.m_clsLoops.Add(); }, 3600000, strTaskId, "every hour");
@@ -58,7 +58,7 @@ bool StartFew(const CLS_PoolLibrary& _clsPool, ST_State& _stState)
     return bStarted && _stState.m_clsLoops.Wait(1);
 }
 
-bool StartFull(const CLS_PoolLibrary& _clsPool, ST_State& _stState)
+bool StartFull(const CLS_HostLibrary& _clsPool, ST_State& _stState)
 {
     AddBlockers(_clsPool, _stState, MOST_WORKERS, &_stState.m_chFirst, "blocks");
     const bool bStarted = _stState.m_clsStarted.Wait(MOST_WORKERS);
@@ -66,7 +66,7 @@ bool StartFull(const CLS_PoolLibrary& _clsPool, ST_State& _stState)
     return bStarted;
 }
 
-bool Start(const CLS_PoolLibrary& _clsPool, ST_State& _stState, const std::string& _strMode)
+bool Start(const CLS_HostLibrary& _clsPool, ST_State& _stState, const std::string& _strMode)
 {
     if (_strMode == "few")
     {
@@ -88,7 +88,7 @@ int main(int _iCount, char** _ppTexts)
     sigaddset(&stMore, SIGUSR1);
     pthread_sigmask(SIG_BLOCK, &stMore, nullptr);
     prctl(PR_SET_PTRACER, PR_SET_PTRACER_ANY); // where only parents may look
-    const CLS_PoolLibrary clsPool(_ppTexts[1]);
+    const CLS_HostLibrary clsPool(_ppTexts[1]);
     ST_State& stState = *new ST_State;
     if (!Start(clsPool, stState, _ppTexts[2]))
     {

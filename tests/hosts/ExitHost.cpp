@@ -10,8 +10,8 @@ namespace
 constexpr int STATUS = 7;
 
 /// The library stays open for good.
-CLS_HostLibrary* s_pPool = nullptr;
-int s_iOwner = 0;
+CLS_HostLibrary* g_pPool = nullptr;
+int g_iOwner = 0;
 
 /// Destroyed after everything that the library made, for it is older than the library's being opened.
 class CLS_Last
@@ -19,21 +19,21 @@ class CLS_Last
 public:
     ~CLS_Last()
     {
-        if (s_pPool == nullptr)
+        if (g_pPool == nullptr)
         {
             return;
         }
         CLS_Counter& clsRuns = *new CLS_Counter;
         for (int i = 0; i < 100; ++i)
         {
-            s_pPool->m_pAddTmpTask([&clsRuns] { clsRuns.Add(); }, &s_iOwner, "last");
+            g_pPool->m_pAddTmpTask([&clsRuns] { clsRuns.Add(); }, &g_iOwner, "last");
         }
         const bool bLoops = BusyPool::GetRuns().Wait(BusyPool::GetRuns().Get() + 20);
         std::cout << "used at the very end: " << (clsRuns.Wait(100) && bLoops) << std::endl;
     }
 };
 
-CLS_Last s_clsLast;
+CLS_Last g_clsLast;
 
 void TellTheEnd()
 {
@@ -48,18 +48,18 @@ int main(int _iCount, char** _ppTexts)
         return 64;
     }
     const std::string strWay = _ppTexts[3];
-    s_pPool = new CLS_HostLibrary(_ppTexts[1]);
-    BusyPool::RunToTheEnd(*s_pPool, std::stoi(_ppTexts[2]));
-    BusyPool::KeepBusy(*s_pPool);
+    g_pPool = new CLS_HostLibrary(_ppTexts[1]);
+    BusyPool::RunToTheEnd(*g_pPool, std::stoi(_ppTexts[2]));
+    BusyPool::KeepBusy(*g_pPool);
     if (strWay == "task")
     {
-        s_pPool->m_pAddTmpTask(
+        g_pPool->m_pAddTmpTask(
             []
             {
                 TellTheEnd();
                 std::exit(STATUS);
             },
-            &s_iOwner, "exit");
+            &g_iOwner, "exit");
         std::this_thread::sleep_for(std::chrono::seconds(60));
         return 5;
     }

@@ -13,7 +13,7 @@ namespace
 {
 constexpr int TASKS = 50;
 
-/// While one lives, no descriptor can be had.
+/// While one lives, the process can open no descriptor.
 class CLS_NoFiles
 {
 public:
@@ -52,7 +52,7 @@ void PrintRecords()
     }
 }
 
-/// Submits a task of each kind, in vain.
+/// Submits a task of each kind and expects that each is refused.
 void SubmitInVain(CLS_HostLibrary& _clsPool)
 {
     std::string strTaskId = "before";

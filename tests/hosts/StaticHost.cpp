@@ -41,11 +41,11 @@ private:
     std::string m_strTaskId;
 };
 
-CLS_Early s_clsEarly;
+CLS_Early g_clsEarly;
 } // namespace
 
 int main()
 {
-    std::cout << "runs in main: " << s_clsEarly.RunsInMain() << std::endl;
+    std::cout << "runs in main: " << g_clsEarly.RunsInMain() << std::endl;
     return 7;
 }

@@ -1,4 +1,4 @@
-// Runs a program as nobody: root may read everything, so only somebody else meets files that cannot be read.
+// Runs a program as the user "nobody". Root may read everything, so only another user meets unreadable files.
 
 #include <cstdio>
 #include <grp.h>

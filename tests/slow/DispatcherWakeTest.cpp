@@ -28,7 +28,7 @@ using DispatcherWakeTest = CLS_PoolFixture;
 #ifdef __APPLE__
 /// The waits with a limit that the dispatcher's thread has begun. The system does not tell how often a thread
 /// has gone to sleep.
-std::atomic<int> s_iWaits{0};
+std::atomic<int> g_iWaits{0};
 thread_local bool t_bDispatcher = false;
 
 void NoteDispatcher()
@@ -38,20 +38,20 @@ void NoteDispatcher()
 
 int CountSleeps()
 {
-    return s_iWaits;
+    return g_iWaits;
 }
 #else
-std::atomic<pid_t> s_iDispatcher{0};
+std::atomic<pid_t> g_iDispatcher{0};
 
 void NoteDispatcher()
 {
-    s_iDispatcher = static_cast<pid_t>(syscall(SYS_gettid));
+    g_iDispatcher = static_cast<pid_t>(syscall(SYS_gettid));
 }
 
 /// How often the dispatcher's thread has gone to sleep; 0 when it is not known.
 int CountSleeps()
 {
-    std::ifstream fsStatus("/proc/self/task/" + std::to_string(s_iDispatcher) + "/status");
+    std::ifstream fsStatus("/proc/self/task/" + std::to_string(g_iDispatcher) + "/status");
     std::string strName;
     int iCount = 0;
     while (fsStatus >> strName)
@@ -81,7 +81,7 @@ extern "C" int pthread_cond_timedwait(pthread_cond_t* _pCondition, pthread_mutex
                                       const timespec* _pEnd)
 {
     static auto* const s_pWait = GetNextFunction<decltype(pthread_cond_timedwait)>("pthread_cond_timedwait");
-    s_iWaits += t_bDispatcher ? 1 : 0;
+    g_iWaits += t_bDispatcher ? 1 : 0;
     return s_pWait(_pCondition, _pMutex, _pEnd);
 }
 #endif

@@ -87,7 +87,7 @@ TEST_F(ShutdownRealTimeTest, WaitsOnceForAllRunsWhoseTasksWereRemoved)
     EXPECT_LT(nsTaken, ONE_BOUND_AT_MOST);
     EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsBegin(), IsStart(), IsEnd()));
 
-    // A new pool, at the same address if the memory is given out again.
+    // A new pool, at the same address if the memory is reused.
     CLS_QuenTaskPool& clsNew = MakePool();
     RunShortTask(clsNew);
     const std::map<CLS_TaskThread*, std::string> mapBefore = CopyWorkers(clsNew);

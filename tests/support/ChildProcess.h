@@ -24,8 +24,8 @@ struct ST_ChildResult
 
 void PrintTo(const ST_ChildResult& _stResult, std::ostream* _pOut);
 
-/// A program that runs as a child, with nothing on its standard input, in a process group of its own. What
-/// it writes is collected as it comes. Whatever it leaves running in its group is killed when it ends.
+/// A program that runs as a child in a process group of its own, with an empty standard input. Collects its
+/// output. Kills what is left of its group when it ends.
 ///
 /// Belongs to one thread. The signal dispositions and the mask of the child are the default ones for the
 /// signals that end a program.
@@ -47,11 +47,11 @@ public:
     /// Sends a signal to the child alone. No effect once Wait has returned.
     void SendSignal(int _iSignal) const;
 
-    /// What the child has written so far.
+    /// The child's output so far.
     std::string GetOut();
     std::string GetErr();
 
-    /// Waits for the child's end, and kills it when the time is up.
+    /// Waits for the child to end. Kills it at the time limit.
     ST_ChildResult Wait(std::chrono::milliseconds _msLimit = WAIT_LIMIT);
 
 private:

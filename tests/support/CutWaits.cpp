@@ -11,10 +11,10 @@ namespace
 {
 using std::chrono::nanoseconds;
 
-std::atomic<const void*> s_pWatched{nullptr};
-std::atomic<nanoseconds> s_nsLongest{nanoseconds::min()};
-std::atomic<int> s_iNotifications{0};
-std::atomic<const std::function<void()>*> s_pHook{nullptr};
+std::atomic<const void*> g_pWatched{nullptr};
+std::atomic<nanoseconds> g_nsLongest{nanoseconds::min()};
+std::atomic<int> g_iNotifications{0};
+std::atomic<const std::function<void()>*> g_pHook{nullptr};
 
 nanoseconds ToDuration(const timespec& _stTime)
 {
@@ -26,8 +26,8 @@ void Note(clockid_t _iClock, const timespec& _stEnd)
     timespec stNow{};
     clock_gettime(_iClock, &stNow);
     const nanoseconds nsLeft = ToDuration(_stEnd) - ToDuration(stNow);
-    nanoseconds nsLongest = s_nsLongest;
-    while (nsLongest < nsLeft && !s_nsLongest.compare_exchange_weak(nsLongest, nsLeft))
+    nanoseconds nsLongest = g_nsLongest;
+    while (nsLongest < nsLeft && !g_nsLongest.compare_exchange_weak(nsLongest, nsLeft))
     {
     }
 }
@@ -45,26 +45,26 @@ int CutWait(pthread_mutex_t* _pMutex, clockid_t _iClock, const timespec& _stEnd)
 CLS_CutWaits::CLS_CutWaits(std::condition_variable& _cvWatched, const std::function<void()>& _funHook)
     : m_funHook(_funHook)
 {
-    s_nsLongest = nanoseconds::min();
-    s_iNotifications = 0;
-    s_pHook = m_funHook ? &m_funHook : nullptr;
-    s_pWatched = _cvWatched.native_handle();
+    g_nsLongest = nanoseconds::min();
+    g_iNotifications = 0;
+    g_pHook = m_funHook ? &m_funHook : nullptr;
+    g_pWatched = _cvWatched.native_handle();
 }
 
 CLS_CutWaits::~CLS_CutWaits()
 {
-    s_pWatched = nullptr;
-    s_pHook = nullptr;
+    g_pWatched = nullptr;
+    g_pHook = nullptr;
 }
 
 nanoseconds CLS_CutWaits::GetLongest() const
 {
-    return s_nsLongest;
+    return g_nsLongest;
 }
 
 int CLS_CutWaits::GetNotifications() const
 {
-    return s_iNotifications;
+    return g_iNotifications;
 }
 
 // These stand in front of the system's functions of the same names in every program that is linked with this
@@ -75,7 +75,7 @@ extern "C" int pthread_cond_timedwait(pthread_cond_t* _pCondition, pthread_mutex
                                       const timespec* _pEnd)
 {
     static auto* const s_pWait = GetNextFunction<decltype(pthread_cond_timedwait)>("pthread_cond_timedwait");
-    return _pCondition == s_pWatched ? CutWait(_pMutex, CLOCK_REALTIME, *_pEnd)
+    return _pCondition == g_pWatched ? CutWait(_pMutex, CLOCK_REALTIME, *_pEnd)
                                      : s_pWait(_pCondition, _pMutex, _pEnd);
 }
 #else
@@ -83,17 +83,17 @@ extern "C" int pthread_cond_clockwait(pthread_cond_t* _pCondition, pthread_mutex
                                       clockid_t _iClock, const timespec* _pEnd)
 {
     static auto* const s_pWait = GetNextFunction<decltype(pthread_cond_clockwait)>("pthread_cond_clockwait");
-    return _pCondition == s_pWatched ? CutWait(_pMutex, _iClock, *_pEnd)
+    return _pCondition == g_pWatched ? CutWait(_pMutex, _iClock, *_pEnd)
                                      : s_pWait(_pCondition, _pMutex, _iClock, _pEnd);
 }
 #endif
 
 extern "C" int pthread_cond_signal(pthread_cond_t* _pCondition) ZEL_TEST_NOEXCEPT
 {
-    if (_pCondition == s_pWatched)
+    if (_pCondition == g_pWatched)
     {
-        ++s_iNotifications;
-        if (const std::function<void()>* const pHook = s_pHook)
+        ++g_iNotifications;
+        if (const std::function<void()>* const pHook = g_pHook)
         {
             (*pHook)();
         }

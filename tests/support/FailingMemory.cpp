@@ -18,24 +18,24 @@ extern "C"
 
 namespace
 {
-std::atomic<std::thread::id> s_idFailing{};
-std::atomic<int> s_iUntilFailure{0}; ///< allocations up to and with the one that fails; 0: none fails
-std::atomic<bool> s_bFailed{false};
-std::atomic<long> s_iLive{0};
+std::atomic<std::thread::id> g_idFailing{};
+std::atomic<int> g_iUntilFailure{0}; ///< allocations up to and with the one that fails; 0: none fails
+std::atomic<bool> g_bFailed{false};
+std::atomic<long> g_iLive{0};
 thread_local int t_iExempt = 0;
 
 bool IsToFail()
 {
-    if (s_iUntilFailure == 0 || t_iExempt > 0 || s_idFailing.load() != std::this_thread::get_id())
+    if (g_iUntilFailure == 0 || t_iExempt > 0 || g_idFailing.load() != std::this_thread::get_id())
     {
         return false;
     }
     // Only the one thread comes here.
-    if (--s_iUntilFailure > 0)
+    if (--g_iUntilFailure > 0)
     {
         return false;
     }
-    s_bFailed = true;
+    g_bFailed = true;
     return true;
 }
 } // namespace
@@ -51,20 +51,20 @@ const bool REACHES_ALL = true;
 void FailAt(int _iAllocation, std::thread::id _idThread)
 {
     Stop();
-    s_bFailed = false;
-    s_idFailing = _idThread;
-    s_iUntilFailure = _iAllocation;
+    g_bFailed = false;
+    g_idFailing = _idThread;
+    g_iUntilFailure = _iAllocation;
 }
 
 bool Stop()
 {
-    s_iUntilFailure = 0;
-    return s_bFailed;
+    g_iUntilFailure = 0;
+    return g_bFailed;
 }
 
 long GetLiveBlocks()
 {
-    return s_iLive;
+    return g_iLive;
 }
 
 void EnterExempt()
@@ -97,7 +97,7 @@ void* OPERATOR_NEW(std::size_t _uiSize)
     {
         throw std::bad_alloc();
     }
-    ++s_iLive;
+    ++g_iLive;
     return pMemory;
 #endif
 }
@@ -118,7 +118,7 @@ void* operator new(std::size_t _uiSize, const std::nothrow_t& /*_stNoThrow*/) no
 /// Not inlined: the compiler would take the pair of "new" and "free" for a mistake.
 [[gnu::noinline]] void operator delete(void* _pMemory) noexcept
 {
-    s_iLive -= _pMemory == nullptr ? 0 : 1;
+    g_iLive -= _pMemory == nullptr ? 0 : 1;
     std::free(_pMemory);
 }
 

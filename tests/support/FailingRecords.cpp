@@ -7,33 +7,33 @@
 
 namespace
 {
-std::atomic<bool> s_bFailing{false};
-std::atomic<int> s_iFailures{0};
+std::atomic<bool> g_bFailing{false};
+std::atomic<int> g_iFailures{0};
 } // namespace
 
 CLS_FailingRecords::CLS_FailingRecords()
 {
-    s_iFailures = 0;
-    s_bFailing = true;
+    g_iFailures = 0;
+    g_bFailing = true;
 }
 
 CLS_FailingRecords::~CLS_FailingRecords()
 {
-    s_bFailing = false;
+    g_bFailing = false;
 }
 
 int CLS_FailingRecords::GetFailures() const
 {
-    return s_iFailures;
+    return g_iFailures;
 }
 
 namespace
 {
 void FailRecord()
 {
-    if (s_bFailing)
+    if (g_bFailing)
     {
-        ++s_iFailures;
+        ++g_iFailures;
         throw std::bad_alloc();
     }
 }

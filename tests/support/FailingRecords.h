@@ -1,7 +1,6 @@
 #pragma once
 
-/// While one lives, no log record can be made, on any thread: its constructor throws std::bad_alloc. One at a
-/// time.
+/// While one lives, the constructor of a log record throws std::bad_alloc on every thread. One at a time.
 class CLS_FailingRecords
 {
 public:
@@ -10,6 +9,6 @@ public:
     CLS_FailingRecords(const CLS_FailingRecords&) = delete;
     CLS_FailingRecords& operator=(const CLS_FailingRecords&) = delete;
 
-    /// Records that could not be made so far.
+    /// The number of log records that failed so far.
     int GetFailures() const;
 };

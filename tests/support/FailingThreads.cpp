@@ -8,33 +8,33 @@
 
 namespace
 {
-std::atomic<bool> s_bCounting{false};
-std::atomic<int> s_iRequests{0};
-std::atomic<int> s_iFailing{0};
+std::atomic<bool> g_bCounting{false};
+std::atomic<int> g_iRequests{0};
+std::atomic<int> g_iFailing{0};
 } // namespace
 
 CLS_FailingThreads::CLS_FailingThreads(int _iFailing)
 {
-    s_iRequests = 0;
-    s_iFailing = _iFailing;
-    s_bCounting = true;
+    g_iRequests = 0;
+    g_iFailing = _iFailing;
+    g_bCounting = true;
 }
 
 CLS_FailingThreads::~CLS_FailingThreads()
 {
-    s_bCounting = false;
+    g_bCounting = false;
 }
 
 int CLS_FailingThreads::GetRequests() const
 {
-    return s_iRequests;
+    return g_iRequests;
 }
 
 /// Stands in front of the system's function of the same name in every program that is linked with this file.
 extern "C" int pthread_create(pthread_t* _pThread, const pthread_attr_t* _pAttributes,
                               void* (*_funStart)(void*), void* _pArgument) ZEL_TEST_NOEXCEPT
 {
-    if (s_bCounting && ++s_iRequests == s_iFailing)
+    if (g_bCounting && ++g_iRequests == g_iFailing)
     {
         return EAGAIN;
     }

@@ -12,12 +12,12 @@ namespace
 constexpr std::chrono::microseconds CUT_LENGTH{20};
 constexpr std::chrono::milliseconds SHORTEST_SCALED{50};
 
-std::atomic<CLS_ScaledSleep::Scale> s_funScale{nullptr};
+std::atomic<CLS_ScaledSleep::Scale> g_funScale{nullptr};
 
 /// Memory for so many sleeps is there from the beginning: a sleep is not the place to ask for some.
 constexpr std::size_t USUAL_SLEEPS = 10000;
 
-/// Kept for good: service threads sleep until the process ends.
+/// Never destroyed: service threads sleep until the process ends.
 struct ST_Sleeps
 {
     std::mutex m_mtxSleeps; ///< guards everything below
@@ -104,12 +104,12 @@ std::vector<ST_Sleep> CLS_FastSleep::GetSleeps(std::thread::id _idThread) const
 
 CLS_ScaledSleep::CLS_ScaledSleep(Scale _funScale)
 {
-    s_funScale = _funScale;
+    g_funScale = _funScale;
 }
 
 CLS_ScaledSleep::~CLS_ScaledSleep()
 {
-    s_funScale = nullptr;
+    g_funScale = nullptr;
 }
 
 /// Stands in front of the system's function of the same name in every program that is linked with this file.
@@ -117,7 +117,7 @@ extern "C" int nanosleep(const timespec* _pLength, timespec* _pRest)
 {
     const std::chrono::nanoseconds nsAsked =
         std::chrono::seconds(_pLength->tv_sec) + std::chrono::nanoseconds(_pLength->tv_nsec);
-    const CLS_ScaledSleep::Scale funScale = s_funScale;
+    const CLS_ScaledSleep::Scale funScale = g_funScale;
     if (funScale != nullptr && nsAsked >= SHORTEST_SCALED)
     {
         return SleepReally(ToTimespec(funScale(nsAsked)), nullptr);

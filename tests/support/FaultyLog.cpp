@@ -11,7 +11,7 @@ extern "C"
     void PrintLog(int /*_iLevel*/, const char* /*_szModule*/, const char* /*_szFile*/, int /*_iLine*/,
                   const char* /*_szFunction*/, const std::string& /*_strMessage*/)
     {
-        // Nobody changes the environment.
+        // No thread changes the environment.
         const char* const szFault = std::getenv("ZEL_TEST_LOG"); // NOLINT(concurrency-mt-unsafe)
         const std::string strFault = szFault == nullptr ? "" : szFault;
         if (strFault == "throw")

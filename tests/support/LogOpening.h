@@ -2,6 +2,7 @@
 
 #include "QuenInclude/CLS_LogBinding.h"
 #include "tests/support/LogRecorder.h"
+#include "tests/support/Waiting.h"
 
 #include <algorithm>
 #include <functional>
@@ -59,6 +60,55 @@ protected:
                 }
             });
     }
+
+    /// An opening that calls a function and then succeeds.
+    static std::function<Functions()> OpenAfter(const std::function<void()>& _funBefore)
+    {
+        return [_funBefore]
+        {
+            _funBefore();
+            return GetLibrary();
+        };
+    }
+
+    /// Logs "first" on a thread of its own, which opens the library and stays in the opening until End.
+    class CLS_HeldOpening
+    {
+    public:
+        /// Returns when the opening has begun.
+        explicit CLS_HeldOpening(CLS_LogOpeningFixture& _clsTest)
+        {
+            _clsTest.m_vecOpenings = {OpenAfter(
+                [this]
+                {
+                    m_clsBegun.Open();
+                    EXPECT_TRUE(m_clsMayEnd.Wait());
+                })};
+            m_thOpening = std::thread([&_clsTest] { _clsTest.Say("first"); });
+            EXPECT_TRUE(m_clsBegun.Wait());
+        }
+        ~CLS_HeldOpening()
+        {
+            if (m_thOpening.joinable())
+            {
+                End();
+            }
+        }
+        CLS_HeldOpening(const CLS_HeldOpening&) = delete;
+        CLS_HeldOpening& operator=(const CLS_HeldOpening&) = delete;
+
+        /// Lets the opening end, and waits for the thread.
+        void End()
+        {
+            m_clsMayEnd.Open();
+            m_thOpening.join();
+        }
+
+    private:
+        CLS_Gate m_clsBegun;
+        CLS_Gate m_clsMayEnd;
+        std::thread m_thOpening;
+    };
 
     /// What the next openings do and find; the last one is done again and again.
     std::vector<std::function<Functions()>> m_vecOpenings{&CLS_LogOpeningFixture::GetLibrary};

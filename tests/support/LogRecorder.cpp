@@ -4,7 +4,7 @@
 
 namespace
 {
-/// Kept for good: threads may log while the process exits.
+/// Never destroyed: threads may log while the process exits.
 struct ST_RecordStore
 {
     std::mutex m_mtxStore; ///< guards everything below

@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-/// The tests' own logging library: keeps every record that reaches "PrintLog". Thread-safe.
+/// The tests' own logging library: keeps every log record that reaches "PrintLog". Thread-safe.
 namespace LogRecorder
 {
-/// One record as "PrintLog" received it; a null text reads "(null)".
+/// One log record as "PrintLog" received it; a null text reads "(null)".
 struct ST_Record
 {
     int m_iLevel;

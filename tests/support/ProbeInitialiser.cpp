@@ -22,5 +22,5 @@ struct ST_Initialiser
     }
 };
 
-const ST_Initialiser s_stInitialiser;
+const ST_Initialiser g_stInitialiser;
 } // namespace

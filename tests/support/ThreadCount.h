@@ -48,7 +48,7 @@ inline bool StartFirst()
 }
 } // namespace ThreadCount
 
-/// The number of threads of this process that exist right now, whoever started them.
+/// The number of threads that exist in this process now, including those of the system's libraries.
 inline int CountThreads()
 {
     static const bool s_bStarted = ThreadCount::StartFirst();

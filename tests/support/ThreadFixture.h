@@ -6,7 +6,8 @@
 #include <cstdint>
 #include <gtest/gtest.h>
 
-/// Base of the tests of workers: each starts with the default threshold and no record, and leaves it so.
+/// Base of the tests of workers. Each test starts and ends with the default threshold and without log
+/// records.
 class CLS_ThreadFixture : public ::testing::Test
 {
 protected:

@@ -11,12 +11,12 @@ namespace
 {
 constexpr std::size_t MOST_LOCKS = CLS_WatchedLocks::MOST_LOCKS;
 
-std::atomic<int> s_iWatch{0}; ///< the number of the watch that lives; 0 when there is none
-std::atomic<int> s_iNested{0};
-std::atomic<int> s_iUntaken{0};
-std::atomic<std::size_t> s_iInnermost{MOST_LOCKS};
-std::array<std::atomic<const void*>, MOST_LOCKS> s_arrLocks{};
-std::array<std::atomic<int>, MOST_LOCKS> s_arrTaken{};
+std::atomic<int> g_iWatch{0}; ///< the number of the watch that lives; 0 when there is none
+std::atomic<int> g_iNested{0};
+std::atomic<int> g_iUntaken{0};
+std::atomic<std::size_t> g_iInnermost{MOST_LOCKS};
+std::array<std::atomic<const void*>, MOST_LOCKS> g_arrLocks{};
+std::array<std::atomic<int>, MOST_LOCKS> g_arrTaken{};
 
 /// What the thread holds, as of the watch with this number.
 thread_local int t_iWatch = 0;
@@ -25,7 +25,7 @@ thread_local std::array<bool, MOST_LOCKS> t_arrHeld{};
 std::size_t FindLock(const void* _pLock)
 {
     std::size_t iLock = 0;
-    while (iLock < MOST_LOCKS && s_arrLocks[iLock] != _pLock)
+    while (iLock < MOST_LOCKS && g_arrLocks[iLock] != _pLock)
     {
         ++iLock;
     }
@@ -34,12 +34,12 @@ std::size_t FindLock(const void* _pLock)
 
 void NoteTaken(std::size_t _iLock)
 {
-    ++s_arrTaken[_iLock];
+    ++g_arrTaken[_iLock];
     for (const bool bHeld : t_arrHeld)
     {
-        if (bHeld && _iLock != s_iInnermost)
+        if (bHeld && _iLock != g_iInnermost)
         {
-            ++s_iNested;
+            ++g_iNested;
             break;
         }
     }
@@ -48,14 +48,14 @@ void NoteTaken(std::size_t _iLock)
 
 void NoteGivenBack(std::size_t _iLock)
 {
-    s_iUntaken += t_arrHeld[_iLock] ? 0 : 1;
+    g_iUntaken += t_arrHeld[_iLock] ? 0 : 1;
     t_arrHeld[_iLock] = false;
 }
 
 /// Notes that the thread is about to take the lock, or has given it back.
 void Note(const void* _pLock, bool _bTaken)
 {
-    const int iWatch = s_iWatch;
+    const int iWatch = g_iWatch;
     const std::size_t iLock = iWatch == 0 ? MOST_LOCKS : FindLock(_pLock);
     if (iLock == MOST_LOCKS)
     {
@@ -80,30 +80,30 @@ void Note(const void* _pLock, bool _bTaken)
 CLS_WatchedLocks::CLS_WatchedLocks()
 {
     static int s_iLastWatch = 0;
-    s_iNested = 0;
-    s_iUntaken = 0;
-    s_iWatch = ++s_iLastWatch;
+    g_iNested = 0;
+    g_iUntaken = 0;
+    g_iWatch = ++s_iLastWatch;
 }
 
 CLS_WatchedLocks::~CLS_WatchedLocks()
 {
-    s_iWatch = 0;
-    s_iInnermost = MOST_LOCKS;
+    g_iWatch = 0;
+    g_iInnermost = MOST_LOCKS;
     for (std::size_t i = 0; i < MOST_LOCKS; ++i)
     {
-        s_arrLocks[i] = nullptr;
-        s_arrTaken[i] = 0;
+        g_arrLocks[i] = nullptr;
+        g_arrTaken[i] = 0;
     }
 }
 
 void CLS_WatchedLocks::Watch(const void* _pLock)
 {
-    s_arrLocks.at(FindLock(nullptr)) = _pLock;
+    g_arrLocks.at(FindLock(nullptr)) = _pLock;
 }
 
 void CLS_WatchedLocks::WatchInnermost(std::shared_mutex& _smInnermost)
 {
-    s_iInnermost = FindLock(nullptr);
+    g_iInnermost = FindLock(nullptr);
     Watch(_smInnermost);
 }
 
@@ -112,19 +112,19 @@ std::vector<int> CLS_WatchedLocks::GetTaken() const
     std::vector<int> vecTaken;
     for (std::size_t i = 0; i < FindLock(nullptr); ++i)
     {
-        vecTaken.push_back(s_arrTaken[i]);
+        vecTaken.push_back(g_arrTaken[i]);
     }
     return vecTaken;
 }
 
 int CLS_WatchedLocks::GetNested() const
 {
-    return s_iNested;
+    return g_iNested;
 }
 
 int CLS_WatchedLocks::GetUntaken() const
 {
-    return s_iUntaken;
+    return g_iUntaken;
 }
 
 #ifdef _LIBCPP_VERSION

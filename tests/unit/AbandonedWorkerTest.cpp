@@ -42,7 +42,7 @@ struct ST_Meeting
     const std::shared_ptr<CLS_Gate> m_pThreadEnded = std::make_shared<CLS_Gate>();
 };
 
-/// Starts a worker and a run on it. Nobody but the worker keeps its address when that is given up.
+/// Starts a worker and a run on it. After the worker is abandoned, only the worker knows its own address.
 CLS_TaskThread* StartRun(const std::shared_ptr<ST_Meeting>& _pMeeting)
 {
     auto* const pWorker = new CLS_TaskThread;

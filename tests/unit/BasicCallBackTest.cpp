@@ -26,7 +26,7 @@ public:
     const char* GetClassCode() override { return "8CLS_Task"; }
 };
 
-/// What std::bad_function_call says on this platform.
+/// The text of std::bad_function_call on this platform.
 std::string GetEmptyFunctionText()
 {
     return std::string("8CLS_Taskcall back Fail") + std::bad_function_call().what();
@@ -145,7 +145,7 @@ TEST_F(BasicCallBackTest, RemovingAnUnknownKeyIsIgnored)
 
 TEST_F(BasicCallBackTest, ACallBackThatThrowsIsRecordedAndTheNextIsCalled)
 {
-    // Two that throw around one that does not, whatever order the keys come in.
+    // Two callbacks that throw and one that does not, in any order of keys.
     for (const std::string strKey : {"1", "3"})
     {
         BasicView::GetCallBacks(m_clsCaller)[strKey].first = [](const auto&, const auto&, const auto&, void*)
@@ -306,7 +306,7 @@ TEST_F(BasicCallBackTest, NoHalfWrittenRecordAppearsWhenItsTextCannotBeMade)
     const std::string strKey = clsObject.SetCallBackResultFun(nullptr, nullptr);
     EXPECT_THROW(clsObject.RunCallBackFun("", {}, "", strKey), std::runtime_error);
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
-    // The lock was given back.
+    // The lock was released.
     clsObject.RmoveCallBackResultFun(strKey);
     EXPECT_THAT(BasicView::GetCallBacks(clsObject), IsEmpty());
 }

@@ -1,5 +1,5 @@
 // A callback whose key is taken already. Drawn keys differ, so the base object is compiled here once more,
-// under another name and with ids that are all the same.
+// under another name and with the same id every time.
 
 #include "QuenInclude/CLS_CVariant.h"
 #include "QuenInclude/Logger.h"

@@ -36,11 +36,11 @@ void PrintTo(const ST_HarmlessCall& _stExport, std::ostream* _pOut)
     *_pOut << _stExport.m_szName;
 }
 
-int s_iOwner = 0;
+int g_iOwner = 0;
 
 const ST_HarmlessCall EXPORTS[] = {
-    {"AddTmpTask", [] { AddTmpTask([] {}, &s_iOwner, "first"); }, false},
-    {"RemoveTmpTask", [] { RemoveTmpTask(&s_iOwner, "first"); }, false},
+    {"AddTmpTask", [] { AddTmpTask([] {}, &g_iOwner, "first"); }, false},
+    {"RemoveTmpTask", [] { RemoveTmpTask(&g_iOwner, "first"); }, false},
     {"AddLoopTask",
      []
      {

@@ -11,7 +11,7 @@ namespace
 using ::testing::ElementsAre;
 using ::testing::UnorderedElementsAre;
 
-/// What the initialiser of a library does while it is being opened.
+/// What a library's initialiser does while the library is being opened.
 struct ST_AtLoad
 {
     std::mutex m_mtxAtLoad; ///< guards everything below

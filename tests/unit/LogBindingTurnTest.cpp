@@ -15,13 +15,13 @@
 namespace
 {
 thread_local bool t_bWatched = false;
-std::atomic<bool> s_bWaiting{false}; ///< whether a watched thread has begun to wait, its mutex still locked
+std::atomic<bool> g_bWaiting{false}; ///< whether a watched thread has begun to wait, its mutex still locked
 
 void NoteWait()
 {
     if (t_bWatched)
     {
-        s_bWaiting = true;
+        g_bWaiting = true;
     }
 }
 } // namespace
@@ -85,7 +85,7 @@ TEST(LogBindingTurnTest, WhoWaitedForABindingUsesItAndDoesNotBindAgain)
                 t_bWatched = true;
                 pWaited = Logger::GetModuleFun("PrintLog", "");
             });
-        EXPECT_TRUE(WaitUntil([] { return s_bWaiting.load(); }));
+        EXPECT_TRUE(WaitUntil([] { return g_bWaiting.load(); }));
     };
     void* pBound = nullptr;
     std::string strPrinted;

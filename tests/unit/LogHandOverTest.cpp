@@ -18,12 +18,12 @@ protected:
     void SetUp() override
     {
         CLS_LogOpeningFixture::SetUp();
-        m_vecOpenings = {[this]
-                         {
-                             m_thSpeaker = std::thread([this] { Speak(); });
-                             EXPECT_TRUE(m_clsKept.Wait());
-                             return GetLibrary();
-                         }};
+        m_vecOpenings = {OpenAfter(
+            [this]
+            {
+                m_thSpeaker = std::thread([this] { Speak(); });
+                EXPECT_TRUE(m_clsKept.Wait());
+            })};
     }
     void TearDown() override
     {
@@ -164,12 +164,12 @@ protected:
     void SetUp() override
     {
         CLS_LogOpeningFixture::SetUp();
-        m_vecOpenings = {[this]
-                         {
-                             SayAsTheSpeaker("one");
-                             SayAsTheSpeaker("two");
-                             return GetLibrary();
-                         }};
+        m_vecOpenings = {OpenAfter(
+            [this]
+            {
+                SayAsTheSpeaker("one");
+                SayAsTheSpeaker("two");
+            })};
     }
     void TearDown() override
     {

@@ -27,14 +27,14 @@ auto IsLoss(const std::string& _strCount)
 
 TEST_F(LogKeepingTest, RecordsOfOtherThreadsDuringTheOpeningArriveInOrder)
 {
-    m_vecOpenings = {[this]
-                     {
-                         for (const char* const szText : {"a", "b", "c"})
-                         {
-                             SayOnAnotherThread(szText);
-                         }
-                         return GetLibrary();
-                     }};
+    m_vecOpenings = {OpenAfter(
+        [this]
+        {
+            for (const char* const szText : {"a", "b", "c"})
+            {
+                SayOnAnotherThread(szText);
+            }
+        })};
     Say("first");
     EXPECT_THAT(TakeTexts(), ElementsAre("first", "a", "b", "c"));
     Say("second");
@@ -44,22 +44,14 @@ TEST_F(LogKeepingTest, RecordsOfOtherThreadsDuringTheOpeningArriveInOrder)
 
 TEST_F(LogKeepingTest, RecordsOfTheInitialiserArriveBehindTheOneThatOpensTheLibrary)
 {
-    m_vecOpenings = {[this]
-                     {
-                         Say("at load");
-                         return GetLibrary();
-                     }};
+    m_vecOpenings = {OpenAfter([this] { Say("at load"); })};
     Say("first");
     EXPECT_THAT(TakeTexts(), ElementsAre("first", "at load"));
 }
 
 TEST_F(LogKeepingTest, AskingForAFunctionDuringTheOpeningIsTurnedAway)
 {
-    m_vecOpenings = {[this]
-                     {
-                         EXPECT_EQ(nullptr, m_clsBinding.GetFunction("PrintLog", ""));
-                         return GetLibrary();
-                     }};
+    m_vecOpenings = {OpenAfter([this] { EXPECT_EQ(nullptr, m_clsBinding.GetFunction("PrintLog", "")); })};
     Say("first");
     EXPECT_THAT(TakeTexts(), ElementsAre("first"));
     EXPECT_EQ(1U, m_uiOpenings);
@@ -76,46 +68,26 @@ TEST_F(LogKeepingTest, ARecordThatComesAMomentAfterTheOpeningDoesNotOpenTheLibra
 // Pins docs/limits.md, "1000 log records are kept".
 TEST_F(LogKeepingTest, NoRecordWaitsForTheOpening)
 {
-    CLS_Gate clsOpening;
-    CLS_Gate clsMayEnd;
-    m_vecOpenings = {[&]
-                     {
-                         clsOpening.Open();
-                         EXPECT_TRUE(clsMayEnd.Wait());
-                         return GetLibrary();
-                     }};
-    std::thread thOpening([this] { Say("first"); });
-    ASSERT_TRUE(clsOpening.Wait());
+    CLS_HeldOpening clsOpening(*this);
     Say("second");
     Say("third");
     EXPECT_THAT(LogRecorder::Peek(), IsEmpty());
-    // Whoever waits for the turn, and gives up, says so there.
+    // A thread that gives up waiting for the turn sets this flag.
     EXPECT_FALSE(LoadTurnView::GetOverdueFlag(LogBindingView::GetTurn(m_clsBinding)));
-    clsMayEnd.Open();
-    thOpening.join();
+    clsOpening.End();
     EXPECT_THAT(TakeTexts(), ElementsAre("first", "second", "third"));
 }
 
 TEST_F(LogKeepingTest, AProcessThatIsForkedDuringTheOpeningDoesNotWaitForIt)
 {
-    CLS_Gate clsOpening;
-    CLS_Gate clsMayEnd;
-    m_vecOpenings = {[&]
-                     {
-                         clsOpening.Open();
-                         EXPECT_TRUE(clsMayEnd.Wait());
-                         return GetLibrary();
-                     }};
-    std::thread thOpening([this] { Say("first"); });
-    ASSERT_TRUE(clsOpening.Wait());
+    CLS_HeldOpening clsOpening(*this);
     const pid_t iChild = fork();
     if (iChild == 0)
     {
         Say("of the child");
         _exit(LoadTurnView::GetOverdueFlag(LogBindingView::GetTurn(m_clsBinding)) ? 1 : 0);
     }
-    clsMayEnd.Open();
-    thOpening.join();
+    clsOpening.End();
     int iStatus = -1;
     EXPECT_EQ(iChild, waitpid(iChild, &iStatus, 0));
     EXPECT_EQ(0, iStatus);
@@ -124,25 +96,21 @@ TEST_F(LogKeepingTest, AProcessThatIsForkedDuringTheOpeningDoesNotWaitForIt)
 
 TEST_F(LogKeepingTest, ALookUpThatOpensTheLibraryHandsOverWhatWasKept)
 {
-    m_vecOpenings = {[this]
-                     {
-                         SayOnAnotherThread("a");
-                         return GetLibrary();
-                     }};
+    m_vecOpenings = {OpenAfter([this] { SayOnAnotherThread("a"); })};
     EXPECT_EQ(reinterpret_cast<void*>(&PrintLog), m_clsBinding.GetFunction("PrintLog", ""));
     EXPECT_THAT(TakeTexts(), ElementsAre("a"));
 }
 
 TEST_F(LogKeepingTest, AKeptRecordHasItsFieldsAndCopiesOfItsTexts)
 {
-    m_vecOpenings = {[this]
-                     {
-                         std::array<char, 4> arrText{"Own"};
-                         m_clsBinding.Emit({3, arrText.data(), arrText.data(), 9, arrText.data(), "text"});
-                         arrText = {"Bad"};
-                         m_clsBinding.Emit({0, nullptr, nullptr, -1, nullptr, ""});
-                         return GetLibrary();
-                     }};
+    m_vecOpenings = {OpenAfter(
+        [this]
+        {
+            std::array<char, 4> arrText{"Own"};
+            m_clsBinding.Emit({3, arrText.data(), arrText.data(), 9, arrText.data(), "text"});
+            arrText = {"Bad"};
+            m_clsBinding.Emit({0, nullptr, nullptr, -1, nullptr, ""});
+        })};
     Say("first");
     const std::vector<LogRecorder::ST_Record> vecRecords = LogRecorder::Take();
     ASSERT_THAT(vecRecords, SizeIs(3));
@@ -157,11 +125,11 @@ TEST_F(LogKeepingTest, AKeptRecordHasItsFieldsAndCopiesOfItsTexts)
     EXPECT_EQ("", vecRecords[2].m_strMessage);
 }
 
-const char* s_szLastModule = nullptr;
+const char* g_szLastModule = nullptr;
 
 void KeepModule(int, const char* _szModule, const char*, int, const char*, const std::string&)
 {
-    s_szLastModule = _szModule;
+    g_szLastModule = _szModule;
 }
 
 TEST_F(LogKeepingTest, TheLoggingLibraryMayGoOnUsingTheModuleOfAKeptRecord)
@@ -173,21 +141,21 @@ TEST_F(LogKeepingTest, TheLoggingLibraryMayGoOnUsingTheModuleOfAKeptRecord)
                          return {{"PrintLog", reinterpret_cast<void*>(&KeepModule)}};
                      }};
     m_clsBinding.GetFunction("PrintLog", "");
-    EXPECT_STREQ("a module whose name is not static", s_szLastModule);
+    EXPECT_STREQ("a module whose name is not static", g_szLastModule);
 }
 
 // Pins docs/limits.md, "1000 log records are kept".
 TEST_F(LogKeepingTest, RecordsBeyondTheLimitAreCountedInARecordOfTheirOwn)
 {
     constexpr std::size_t LOST = 7;
-    m_vecOpenings = {[this]
-                     {
-                         for (std::size_t i = 1; i < CLS_LogBinding::MOST_KEPT + LOST; ++i)
-                         {
-                             Say(std::to_string(i));
-                         }
-                         return GetLibrary();
-                     }};
+    m_vecOpenings = {OpenAfter(
+        [this]
+        {
+            for (std::size_t i = 1; i < CLS_LogBinding::MOST_KEPT + LOST; ++i)
+            {
+                Say(std::to_string(i));
+            }
+        })};
     Say("0");
     const std::vector<LogRecorder::ST_Record> vecRecords = LogRecorder::Take();
     ASSERT_THAT(vecRecords, SizeIs(CLS_LogBinding::MOST_KEPT + 1));
@@ -202,15 +170,15 @@ TEST_F(LogKeepingTest, RecordsBeyondTheLimitAreCountedInARecordOfTheirOwn)
 
 TEST_F(LogKeepingTest, ARecordForWhichThereIsNoMemoryIsCountedAsLost)
 {
-    m_vecOpenings = {[this]
-                     {
-                         const std::string strText = "lost";
-                         FailingMemory::FailAt(1);
-                         Say(strText);
-                         EXPECT_TRUE(FailingMemory::Stop());
-                         Say("kept");
-                         return GetLibrary();
-                     }};
+    m_vecOpenings = {OpenAfter(
+        [this]
+        {
+            const std::string strText = "lost";
+            FailingMemory::FailAt(1);
+            Say(strText);
+            EXPECT_TRUE(FailingMemory::Stop());
+            Say("kept");
+        })};
     Say("first");
     const std::vector<LogRecorder::ST_Record> vecRecords = LogRecorder::Take();
     ASSERT_THAT(vecRecords, SizeIs(3));
@@ -221,26 +189,26 @@ TEST_F(LogKeepingTest, ARecordForWhichThereIsNoMemoryIsCountedAsLost)
 
 TEST_F(LogKeepingTest, ALossIsRecordedAlsoWhenNothingWasKept)
 {
-    m_vecOpenings = {[this]
-                     {
-                         FailingMemory::FailAt(1);
-                         Say("lost");
-                         EXPECT_TRUE(FailingMemory::Stop());
-                         return GetLibrary();
-                     }};
+    m_vecOpenings = {OpenAfter(
+        [this]
+        {
+            FailingMemory::FailAt(1);
+            Say("lost");
+            EXPECT_TRUE(FailingMemory::Stop());
+        })};
     m_clsBinding.GetFunction("PrintLog", "");
     EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsLoss("1")));
 }
 
 TEST_F(LogKeepingTest, EveryOpeningCountsItsOwnLosses)
 {
-    const auto funLoseOne = [this]
-    {
-        FailingMemory::FailAt(1);
-        Say("lost");
-        EXPECT_TRUE(FailingMemory::Stop());
-        return GetLibrary();
-    };
+    const auto funLoseOne = OpenAfter(
+        [this]
+        {
+            FailingMemory::FailAt(1);
+            Say("lost");
+            EXPECT_TRUE(FailingMemory::Stop());
+        });
     const auto funFail = [] { return Functions(); };
     m_vecOpenings = {funLoseOne, funFail, funLoseOne, funFail};
     for (int i = 0; i < 2; ++i)
@@ -288,11 +256,7 @@ TEST_F(LogKeepingTest, AnOpeningThatFailsDropsThemSilentlyAndIsTriedAgain)
                          funRecord();
                          return Functions();
                      },
-                     [this]
-                     {
-                         Say("kept");
-                         return GetLibrary();
-                     }};
+                     OpenAfter([this] { Say("kept"); })};
     Say("dropped");
     EXPECT_EQ(0U, LogBindingView::CountKept(m_clsBinding));
     Say("second");
@@ -320,11 +284,7 @@ TEST_F(LogKeepingTest, AnOpeningThatThrowsLeavesThemToTheNextOne)
                          SayOnAnotherThread("a");
                          throw std::runtime_error("no memory");
                      },
-                     [this]
-                     {
-                         SayOnAnotherThread("b");
-                         return GetLibrary();
-                     }};
+                     OpenAfter([this] { SayOnAnotherThread("b"); })};
     EXPECT_THROW(m_clsBinding.GetFunction("PrintLog", ""), std::runtime_error);
     EXPECT_THAT(LogRecorder::Peek(), IsEmpty());
     Say("next");

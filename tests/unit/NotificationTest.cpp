@@ -1,4 +1,4 @@
-// What is notified, and under which lock.
+// Which changes notify a waiting thread, and under which lock.
 
 #include "tests/support/CutWaits.h"
 #include "tests/support/PoolView.h"
@@ -48,7 +48,7 @@ TEST_F(NotificationTest, EachQueuedTaskIsNotifiedOnceWithTheQueuesMutexHeld)
 
 TEST_F(NotificationTest, EachJobIsNotifiedOnceWithItsMutexHeld)
 {
-    // The thread has ended, so only who hands over jobs takes the mutex.
+    // The thread has ended, so only a thread that hands over jobs takes the mutex.
     CLS_TaskThread clsWorker;
     EXPECT_TRUE(clsWorker.Exit());
     const CLS_CutWaits clsWaits(WorkerView::GetJobSignal(clsWorker),

@@ -37,7 +37,7 @@ n_TaskStatus GetStatus(const std::string& _strTaskId)
     return CLS_Task::GetTask(_strTaskId).lock()->GetTaskStatus();
 }
 
-/// A still pool that makes no worker, so that its dispatcher has to wait for one.
+/// A still pool that creates no worker, so its dispatcher has to wait for one.
 class PoolBusyReportTest : public CLS_PoolFixture
 {
 protected:
@@ -79,7 +79,7 @@ protected:
         return strTaskId;
     }
 
-    /// Makes this thread the dispatcher for one pass. The hook gets the number of failed attempts so far.
+    /// Runs one pass of the dispatcher on this thread. The hook gets the number of failed attempts so far.
     void Dispatch(const std::function<void(int)>& _funHook)
     {
         int iFailed = 0;
@@ -256,7 +256,7 @@ TEST_F(PoolBusyReportTest, TasksBeyondThe301stWaitForAWorkerAndAreReported)
     EXPECT_TRUE(m_clsStarted.Wait(302));
     EXPECT_EQ(301, m_pPool->GetTaskThreadNum());
 
-    // Twice the same, for nothing happened in between: the first task was still running.
+    // The same report twice, because the first task was still running.
     std::vector<Matcher<Record>> vecExpected;
     for (int i = 0; i < 2; ++i)
     {

@@ -170,7 +170,7 @@ TEST_F(PoolDispatchTest, WaitingDispatcherIsWokenByEachTask)
         ASSERT_TRUE(clsRuns.Wait(i));
         ASSERT_TRUE(WaitForIdle(clsPool, 1));
     }
-    // Without the wake-up, each round would take the rest of the dispatcher's second.
+    // Without the notification, each round would take the rest of the dispatcher's second.
     EXPECT_LT(steady_clock::now() - tpStart, seconds(20));
 }
 
@@ -320,7 +320,7 @@ TEST_F(PoolDispatchTest, DispatcherDoesNotLookAtTheTask)
     pTask->SetValid(false);
     pTask->SetTaskStatus(TASK_STATUS_IDLE);
     PoolView::RunDispatchPass(clsPool);
-    // Handed out like any other; the run itself finds that the task is not to run.
+    // The task is dispatched like any other. Its run finds that it must not run.
     ASSERT_TRUE(WaitForIdle(clsPool, 1));
     EXPECT_EQ(0, clsRuns.Get());
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());

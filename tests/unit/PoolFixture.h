@@ -14,8 +14,8 @@
 #include <thread>
 #include <vector>
 
-/// Base of the tests of the pool: each starts without a pool, with an empty registry and no record, and
-/// leaves it so. A test lets its own tasks end (opens its gates) before it returns.
+/// Base of the tests of the pool. Each test starts and ends without a pool, with an empty registry and
+/// without log records. A test opens its gates before it returns, so that its tasks end.
 class CLS_PoolFixture : public CLS_TaskFixture
 {
 protected:

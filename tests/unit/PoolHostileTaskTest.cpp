@@ -33,7 +33,7 @@ TEST_F(PoolHostileTaskTest, TwoTasksThatRemoveEachOtherWaitTheirBoundsAndComplet
     const CLS_FastSleep clsFastSleep(
         [&](const ST_Sleep& _stSleep)
         {
-            // Neither gives up before the other has begun to wait for it.
+            // Neither wait ends before the other one has begun.
             if (_stSleep.m_msAsked == CLS_Task::STOP_POLL)
             {
                 EXPECT_TRUE(clsStarted.Wait(2));
@@ -50,7 +50,7 @@ TEST_F(PoolHostileTaskTest, TwoTasksThatRemoveEachOtherWaitTheirBoundsAndComplet
                 EXPECT_TRUE(clsStarted.Wait(2));
                 RemoveTask(arrTaskIds[1 - i], "each other");
                 clsCompleted.Add();
-                EXPECT_TRUE(clsCompleted.Wait(2)); // goes on until both have waited in vain
+                EXPECT_TRUE(clsCompleted.Wait(2)); // goes on until both waits have timed out
             },
             0, arrTaskIds[i], "call");
     }
@@ -91,7 +91,7 @@ TEST_F(PoolHostileTaskTest, TaskMayRemoveEverythingThatIsQueuedBehindIt)
     EXPECT_THAT(PoolView::GetRegistered(), ::testing::ElementsAre(vecQueue.front()));
 }
 
-/// What the tasks of the brawl share: the ids that they know of, and how many strokes are left.
+/// What the tasks of the brawl share: the ids that they know, and the number of strokes left.
 class CLS_Brawl
 {
 public:

@@ -1,4 +1,4 @@
-// What the pool bears from its logging library.
+// What the pool tolerates from its logging library.
 
 #include "tests/support/FailingMemory.h"
 #include "tests/support/FailingThreads.h"

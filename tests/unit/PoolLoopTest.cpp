@@ -324,7 +324,7 @@ TEST_F(PoolLoopTest, TimeThatIsKnownIsNotAskedForAgainUntilAnIntervalIsSet)
     TaskView::GetLastRun(*GetTask(strTaskId)) = steady_clock::now() - hours(2);
     PoolView::RunLoopPass(clsPool);
     EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
-    CLS_Task([] {}, 0, "").SetLoopInterval(0); // whoever's interval it is
+    CLS_Task([] {}, 0, "").SetLoopInterval(0); // of any task
     PoolView::RunLoopPass(clsPool);
     EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strTaskId));
 }

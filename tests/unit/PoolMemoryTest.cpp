@@ -1,4 +1,4 @@
-// What the pool does when memory runs out in the middle of an operation.
+// What the pool does when memory runs out during an operation.
 
 #include "tests/support/FailingMemory.h"
 #include "tests/support/PoolView.h"

@@ -39,7 +39,7 @@ void ExpectCursorsAgree(CLS_QuenTaskPool& _clsPool)
     }
 }
 
-/// Who owns what, in the simplest way.
+/// A simple model of which task belongs to which owner.
 class CLS_OwnerModel
 {
 public:

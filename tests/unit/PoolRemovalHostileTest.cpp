@@ -242,7 +242,7 @@ TEST_F(PoolRemovalLoadTest, OneOwnerWithManyTasksSeesEachRunOnce)
     EXPECT_TRUE(PoolView::WaitForAllIdle(clsPool));
     EXPECT_TRUE(std::all_of(vecRuns.begin(), vecRuns.end(), [](const auto& _iRuns) { return _iRuns == 1; }));
     EXPECT_THAT(PoolView::GetRegistered(), SizeIs(TASKS));
-    // What had run before its owner was noted stays noted until now.
+    // A task that ran before its owner was noted is still in the owner maps.
     clsPool.RemoveTmpTask(&iOwner, "");
     EXPECT_THAT(PoolView::GetOwned(clsPool), IsEmpty());
     EXPECT_THAT(PoolView::GetOwners(clsPool), IsEmpty());

@@ -15,7 +15,7 @@ std::shared_ptr<void> MakeCaptured(std::atomic<std::thread::id>& _idDestroyer)
     return MakeEndHook([&_idDestroyer] { _idDestroyer = std::this_thread::get_id(); });
 }
 
-/// Removals while somebody else uses the task.
+/// Removals while another thread uses the task.
 class PoolRemovalReferenceTest : public CLS_PoolFixture
 {
 protected:

@@ -62,7 +62,7 @@ TEST_P(PoolRemovalTableTest, LeavesTheTaskWhereItBelongs)
     void* const pOwner = &m_arrOwners[0];
     const std::string strTaskId = AddTmpTasks(clsPool, pOwner, 1).at(0);
     PoolView::AddToLoopTasks(clsPool, strTaskId);
-    // A neighbour that nobody touches.
+    // Another owner's task, which must stay as it is.
     void* const pNeighbour = &m_arrOwners[1];
     const std::string strNeighbour = AddTmpTasks(clsPool, pNeighbour, 1).at(0);
     PoolView::AddToLoopTasks(clsPool, strNeighbour);

@@ -15,7 +15,7 @@ using ::testing::UnorderedElementsAre;
 class PoolShutdownHostileTest : public CLS_ShutdownFixture
 {
 protected:
-    /// What a worker touches when its run ends.
+    /// What a worker accesses when its run ends.
     struct ST_Snapshot
     {
         std::map<CLS_TaskThread*, std::string> m_mapWorkers;
@@ -44,7 +44,7 @@ protected:
         return stSnapshot;
     }
 
-    /// Ends the pool in no time, whatever runs. Returns where it was.
+    /// Shuts the pool down without real waits, even if tasks run. Returns the address of the pool.
     static std::uintptr_t OutrunPool()
     {
         const auto uiAddress = reinterpret_cast<std::uintptr_t>(CLS_QuenTaskPool::m_pInstance);
@@ -53,7 +53,7 @@ protected:
         return uiAddress;
     }
 
-    /// A new pool, at the address if the memory is given out again. Sanitizers see to it that it is not.
+    /// A new pool, at the same address if the memory is reused. Sanitizers prevent that.
     static CLS_QuenTaskPool& MakePoolAt(std::uintptr_t _uiAddress)
     {
         for (int i = 0; i < 20; ++i)
@@ -200,7 +200,7 @@ TEST_F(PoolShutdownHostileTest, ALateRunLetsGoOfItsRemovedTask)
 
 TEST_F(PoolShutdownHostileTest, ATaskThatRemovesItselfAndEndsThePoolIsLeftBehind)
 {
-    // Nobody can stop its run any more, and the pool's end does not wait for its own thread.
+    // Its run can no longer be stopped, and the shutdown does not wait for its own thread.
     std::string strTaskId;
     CLS_Gate clsKnown;
     CLS_Gate clsOver;

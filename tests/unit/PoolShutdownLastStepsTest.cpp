@@ -10,7 +10,7 @@ namespace
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-/// The pool ends while a task is idle already, or not begun yet, and its worker is still in the pool.
+/// Shutdown while a task is already idle or has not begun, and its worker still uses the pool.
 class PoolShutdownLastStepsTest : public CLS_ShutdownFixture
 {
 protected:
@@ -27,7 +27,7 @@ protected:
         EXPECT_TRUE(WaitForThreads(m_iThreads));
     }
 
-    /// Whether a thread that holds nothing yet could read at once who works on what.
+    /// Whether a thread that holds no lock could read the table of workers at once.
     static bool CanReadWorkers(CLS_QuenTaskPool& _clsPool)
     {
         const auto funRead = [&_clsPool]
@@ -48,8 +48,8 @@ TEST_F(PoolShutdownLastStepsTest, WaitsForAWorkerThatIsAboutToClearItsEntry)
     CLS_TaskThread* const pThread = FindWorker(clsPool, pRun->m_strTaskId);
     ASSERT_NE(nullptr, pThread);
     {
-        // A worker's step that needs the lock alone waits. The pool's end only reads: it gets in, or, where
-        // the lock lets nobody past one who waits for it alone, it waits behind the worker.
+        // A worker's step that needs the lock exclusively waits. The shutdown only reads: it gets the lock,
+        // or it waits behind the worker if a waiting writer keeps readers out.
         std::shared_lock<std::shared_mutex> lock(PoolView::GetWorkerLock(clsPool));
         EndHeldRun(pRun);
         CLS_Side clsEnd([&] { clsPool.UnInit(); });

@@ -11,7 +11,7 @@ using ::testing::IsEmpty;
 class PoolShutdownTest : public CLS_ShutdownFixture
 {
 protected:
-    /// Ends the pool. Its watchdog does not hold the test up.
+    /// Shuts the pool down, without waiting for the watchdog's real sleep.
     static void EndPool()
     {
         const CLS_FastSleep clsFastSleep(SlowPollsDown);
@@ -30,7 +30,7 @@ TEST_F(PoolShutdownTest, RecordsItsStepsOnAnIdlePoolAndLeavesNoPool)
 
 TEST_F(PoolShutdownTest, ReturnsPromptlyOnAnIdlePoolWithIdleWorkers)
 {
-    // Idle threads wait in bounded waits of 1 and 3 seconds. None of them is to be waited out.
+    // Idle threads wait for 1 or 3 seconds at a time. The shutdown must not wait for the end of such a wait.
     const CLS_FastSleep clsFastSleep(SlowPollsDown);
     const auto tpStart = std::chrono::steady_clock::now();
     for (int i = 0; i < 12; ++i)
@@ -159,7 +159,7 @@ TEST_F(PoolShutdownTest, StopsTheRunningTasksOneAfterTheOtherInTheOrderOfTheirWo
     {
         vecInOrder.push_back(mapRuns.at(strTaskId));
     }
-    // Each is let go when the wait for it is recorded.
+    // Each run may end when the log record about the wait for it appears.
     LogRecorder::SetHook(
         [&](const LogRecorder::ST_Record& _stRecord)
         {

@@ -13,7 +13,7 @@ void PrintTo(const ST_Cycles& _stLoad, std::ostream* _pOut)
     *_pOut << _stLoad.m_iWorkers << " workers, " << _stLoad.m_iCycles << " cycles";
 }
 
-/// Cycles of use and end, with so many workers.
+/// Cycles of use and shutdown, with so many workers.
 class PoolShutdownThreadsTest : public CLS_ShutdownFixture, public ::testing::WithParamInterface<ST_Cycles>
 {
 protected:
@@ -44,7 +44,7 @@ protected:
 TEST_P(PoolShutdownThreadsTest, LeavesNoThreadAfterCyclesOfUse)
 {
     const int iBefore = CountThreads();
-    const CLS_FastSleep clsFastSleep(SlowPollsDown); // nobody waits for the watchdog's step
+    const CLS_FastSleep clsFastSleep(SlowPollsDown); // skips the watchdog's step
     for (int i = 0; i < GetParam().m_iCycles; ++i)
     {
         UseAllWorkers();

@@ -39,7 +39,7 @@ protected:
                            });
     }
 
-    /// Once only, and nothing is left of it.
+    /// The pool ends only once, and nothing is left.
     void ExpectEndedOnce()
     {
         EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);

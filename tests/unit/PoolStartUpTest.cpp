@@ -237,7 +237,7 @@ TEST_F(PoolStartUpTest, EndOfAWaitingDispatcherDoesNotTakeTheRestOfItsWait)
         CLS_QuenTaskPool& clsPool = MakePool();
         if (i % 2 == 0)
         {
-            // It has been at work and goes back to its wait.
+            // It has dispatched the task and waits again.
             EXPECT_TRUE(RunsATask(clsPool));
             ASSERT_TRUE(WaitForIdle(clsPool, 1));
         }

@@ -22,7 +22,7 @@ using ::testing::UnorderedElementsAre;
 
 using Callable = std::function<void()>;
 
-/// A one-shot task's id is nobody's but the pool's.
+/// Only the pool knows the id of a one-shot task.
 static_assert(std::is_same_v<decltype(&CLS_QuenTaskPool::AddTmpTask),
                              bool (CLS_QuenTaskPool::*)(const Callable&, void*, const std::string&)>);
 static_assert(
@@ -75,7 +75,7 @@ TEST_F(PoolSubmissionTest, LoopTaskMayChangeTheCallersTextBeforeItIsListed)
                 },
                 3600000, strTaskId, "call");
         });
-    // The submission cannot get further than to the list before the task has run.
+    // The submission cannot proceed beyond the list before the task has run.
     EXPECT_TRUE(WaitUntil([&] { return !PoolView::GetQueue(clsPool).empty(); }));
     PoolView::RunDispatchPass(clsPool);
     EXPECT_TRUE(WaitForIdle(clsPool, 1));
@@ -303,7 +303,7 @@ public:
     {
         if (m_bArmed)
         {
-            throw Thrown();
+            throw T_Thrown();
         }
     }
     CLS_Uncopyable& operator=(const CLS_Uncopyable&) = delete;

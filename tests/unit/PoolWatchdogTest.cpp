@@ -39,7 +39,7 @@ auto IsBoundTask(const std::string& _strText)
 class PoolWatchdogTest : public CLS_PoolFixture
 {
 protected:
-    /// A registered worker that has been idle for so long and never had a job.
+    /// A registered worker that has been idle for the given time and never had a job.
     static CLS_TaskThread* MakeIdleThread(CLS_QuenTaskPool& _clsPool, milliseconds _msIdle = THRESHOLD)
     {
         CLS_TaskThread* const pThread = _clsPool.CreateTaskThread();

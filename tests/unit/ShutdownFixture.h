@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-/// A one-shot task that runs until it is let go. It is its own owner.
+/// A one-shot task that runs until m_clsMayEnd is opened. It is its own owner.
 struct ST_HeldRun
 {
     CLS_Gate m_clsStarted;
@@ -20,13 +20,13 @@ struct ST_HeldRun
     std::string m_strParam; ///< what the task's parameters read like in records
 };
 
-/// Base of the tests of the pool's end.
+/// Base of the tests of the shutdown.
 class CLS_ShutdownFixture : public CLS_PoolFixture
 {
 protected:
     using HeldRun = std::shared_ptr<ST_HeldRun>;
 
-    /// Submits a task and waits until it runs. _funLast is called by the task after it was let go.
+    /// Submits a task and waits until it runs. The task calls _funLast after m_clsMayEnd was opened.
     static HeldRun StartHeldRun(CLS_QuenTaskPool& _clsPool, const std::function<void()>& _funLast = {})
     {
         const auto pRun = std::make_shared<ST_HeldRun>();
@@ -131,7 +131,7 @@ protected:
         return IsTaskRecord(3, "Stop", "StopTask overtime task info : [" + _pRun->m_strParam + "]");
     }
 
-    /// What a test thread is asked to do as long as the object lives; joined at the end.
+    /// A thread that runs a function of the test. The destructor joins it.
     class CLS_Side
     {
     public:
@@ -150,7 +150,7 @@ protected:
 
         bool HasReturned() { return m_clsReturned.IsOpen(); }
 
-        /// Whether it has not returned although it had time to.
+        /// Whether the function has not returned within a tenth of a second.
         bool StaysAway() { return !m_clsReturned.Wait(std::chrono::milliseconds(100)); }
 
         [[nodiscard]] bool Wait() { return m_clsReturned.Wait(); }
@@ -178,7 +178,7 @@ public:
     {
     }
 
-    /// So many polls were made by a thread, each of this length.
+    /// The number of polls that the thread has made.
     int GetPolls(std::thread::id _idThread) const
     {
         int iPolls = 0;

@@ -49,7 +49,7 @@ protected:
         ASSERT_EQ(0, pthread_mutexattr_destroy(&stAttributes));
     }
 
-    /// Whether nobody holds the worker's mutex.
+    /// Whether the worker's mutex is free.
     bool IsMutexFree()
     {
         bool bFree = false;

@@ -26,7 +26,7 @@ namespace
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-/// What a worker may not do to itself.
+/// Operations that a worker must not call on itself.
 using TaskThreadSelfTest = CLS_ThreadFixture;
 using TaskThreadSelfDeathTest = CLS_ThreadFixture;
 

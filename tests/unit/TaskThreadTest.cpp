@@ -296,7 +296,7 @@ TEST_F(TaskThreadTest, JobThatFailsAfterTheWorkerWasToldToEndIsNotRetried)
                 bTold =
                     WaitUntil([&] { return !WorkerView::GetRunFlag(*_pWorker); }, std::chrono::seconds(2));
             }
-            if (iCalls <= 3) // lest a test that fails hangs
+            if (iCalls <= 3) // so that a failing test does not hang
             {
                 throw 1;
             }

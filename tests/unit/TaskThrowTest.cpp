@@ -18,15 +18,15 @@ using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 
 /// Exceptions of this test that exist right now.
-std::atomic<int> s_iAlive{0};
+std::atomic<int> g_iAlive{0};
 
 class CLS_Alive
 {
 public:
-    CLS_Alive() { ++s_iAlive; }
-    CLS_Alive(const CLS_Alive&) { ++s_iAlive; }
+    CLS_Alive() { ++g_iAlive; }
+    CLS_Alive(const CLS_Alive&) { ++g_iAlive; }
     CLS_Alive& operator=(const CLS_Alive&) = default;
-    ~CLS_Alive() { --s_iAlive; }
+    ~CLS_Alive() { --g_iAlive; }
 };
 
 /// A standard exception with any text, and with none at all.
@@ -73,9 +73,10 @@ public:
     CLS_CopyThrows& operator=(const CLS_CopyThrows&) = delete;
 };
 
-/// Exceptions whose destructor has thrown. Nobody ever frees them; here leak checks still see them.
-std::array<std::atomic<const void*>, 100> s_arrLeft{};
-std::atomic<std::size_t> s_uiLeft{0};
+/// Exceptions whose destructor has thrown. They are never freed; this list keeps them reachable for leak
+/// checks.
+std::array<std::atomic<const void*>, 100> g_arrLeft{};
+std::atomic<std::size_t> g_uiLeft{0};
 
 /// Its destructor throws as many times as there are levels: what it throws is another one, with a level less.
 class CLS_ThrowingEnd
@@ -86,7 +87,7 @@ public:
     CLS_ThrowingEnd& operator=(const CLS_ThrowingEnd&) = delete;
     ~CLS_ThrowingEnd() noexcept(false)
     {
-        s_arrLeft.at(s_uiLeft++) = this;
+        g_arrLeft.at(g_uiLeft++) = this;
         if (m_iLevels == 1)
         {
             throw CLS_Error("the last end");
@@ -171,7 +172,7 @@ protected:
     {
         CLS_PoolFixture::SetUp();
         GetStaticError();
-        s_iAlive = 0;
+        g_iAlive = 0;
     }
 };
 
@@ -189,7 +190,7 @@ TEST_P(TaskThrowKindTest, EveryRunLeavesItsRecordsAndTheWorkerGoesOn)
     {
         PoolView::RunDispatchPass(clsPool);
         ASSERT_TRUE(WaitForIdle(clsPool, 1));
-        EXPECT_EQ(0, s_iAlive);
+        EXPECT_EQ(0, g_iAlive);
         EXPECT_EQ(TASK_STATUS_IDLE, PoolView::GetTask(strTaskId)->GetTaskStatus());
         std::vector<::testing::Matcher<LogRecorder::ST_Record>> vecExpected;
         for (const std::string& strBegin : GetParam().m_vecRecords)
@@ -221,7 +222,7 @@ TEST_F(TaskThrowTest, ExceptionThatGetsPastBothRecordsIsARunErrorAndTheWorkerGoe
     {
         PoolView::RunDispatchPass(clsPool);
         ASSERT_TRUE(WaitForIdle(clsPool, 1));
-        EXPECT_EQ(0, s_iAlive);
+        EXPECT_EQ(0, g_iAlive);
         EXPECT_THAT(LogRecorder::Take(),
                     ElementsAre(IsTaskRecord(3, "Running", OTHER + strParam),
                                 IsTaskRecord(3, "Running", "Running error " + strParam),

@@ -286,7 +286,7 @@ TEST(UtilTest, AnEmptyPathDoesNotExist)
 TEST(UtilTest, AFileThatCannotBeOpenedDoesNotExist)
 {
     const CLS_TempFolder clsFolder;
-    // Nobody can open a socket as a file, whatever the rights.
+    // A socket cannot be opened as a file, even with all rights.
     sockaddr_un stAddress{};
     stAddress.sun_family = AF_UNIX;
     const std::string strPath = clsFolder.GetPath("socket");

@@ -29,7 +29,7 @@ extern "C"
 
 namespace
 {
-/// What this thread's allocations do.
+/// What happens to the allocations of this thread.
 struct ST_Memory
 {
     int m_iUntilFailure = -1; ///< so many allocations succeed before one fails; negative: none fails

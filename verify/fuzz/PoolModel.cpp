@@ -8,7 +8,7 @@
 
 namespace
 {
-std::atomic<int> s_iLiveCallables{0};
+std::atomic<int> g_iLiveCallables{0};
 constexpr std::chrono::microseconds SLEEP{300};
 } // namespace
 
@@ -19,14 +19,14 @@ public:
     CLS_Callable(CLS_PoolModel& _clsModel, const std::shared_ptr<ST_Probe>& _pProbe)
         : m_clsModel(_clsModel), m_pProbe(_pProbe)
     {
-        ++s_iLiveCallables;
+        ++g_iLiveCallables;
     }
     CLS_Callable(const CLS_Callable& _clsOther)
         : m_clsModel(_clsOther.m_clsModel), m_pProbe(_clsOther.m_pProbe)
     {
-        ++s_iLiveCallables;
+        ++g_iLiveCallables;
     }
-    ~CLS_Callable() { --s_iLiveCallables; }
+    ~CLS_Callable() { --g_iLiveCallables; }
     CLS_Callable& operator=(const CLS_Callable&) = delete;
 
     void operator()() const { m_clsModel.Run(*m_pProbe); }
@@ -109,7 +109,7 @@ TaskRules::ST_TaskState CLS_PoolModel::GetState(const ST_Probe& _stProbe)
 
 int CLS_PoolModel::GetLiveCallables()
 {
-    return s_iLiveCallables;
+    return g_iLiveCallables;
 }
 
 void CLS_PoolModel::Run(ST_Probe& _stProbe)

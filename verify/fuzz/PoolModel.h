@@ -31,7 +31,7 @@ struct ST_Probe
     const std::size_t m_iNumber; ///< stands in the task's call information
     const std::size_t m_iOwner;
     const bool m_bLoop;
-    const bool m_bByTask; ///< a task submits it: when, nobody knows
+    const bool m_bByTask; ///< a task submits it, at a time that the model does not know
     const n_Deed m_iDeed;
 
     std::atomic<int> m_iQueued{1};

@@ -14,7 +14,7 @@ extern "C" void __tsan_write_range(void* _pPlace, std::size_t _uiSize);
 
 namespace
 {
-std::atomic<bool> s_bNever{false};
+std::atomic<bool> g_bNever{false};
 
 /// Puts more on the stack than it has.
 void FillStack()
@@ -65,8 +65,8 @@ TEST_F(SchedulerMemoryTest, StaticVariableIsToldFromALocalOne)
     m_stOptions.m_uiMostSteps = 100;
     const auto funBody = []
     {
-        // clang knows of a variable that nobody writes.
-        const std::atomic<bool>* volatile pNever = &s_bNever;
+        // clang knows a variable that is never written.
+        const std::atomic<bool>* volatile pNever = &g_bNever;
         while (!*pNever)
         {
         }

@@ -398,7 +398,7 @@ TEST_F(SchedulerRaceTest, ReadersShareAndWritersDoNot)
         {
             const std::shared_lock<std::shared_mutex> lock(smLock);
             bShared = ++iReaders == 2 || bShared;
-            Require(iWriters == 0, "a reader beside a writer");
+            Require(iWriters == 0, "a reader alongside a writer");
             --iReaders;
         };
         std::thread thrReader(funRead);
@@ -406,7 +406,7 @@ TEST_F(SchedulerRaceTest, ReadersShareAndWritersDoNot)
             [&]
             {
                 const std::unique_lock<std::shared_mutex> lock(smLock);
-                Require(++iWriters == 1 && iReaders == 0, "a writer beside another thread");
+                Require(++iWriters == 1 && iReaders == 0, "a writer alongside another thread");
                 --iWriters;
             });
         funRead();

@@ -115,7 +115,7 @@ TEST_F(SchedulerWaitTest, NobodyWakesWithoutANotification)
         ST_Waiter stWaiter;
         std::thread thrWaiter([&] { stWaiter.Wait(); });
         std::this_thread::sleep_for(1h);
-        Require(stWaiter.m_iWoken == 0, "woken by nobody");
+        Require(stWaiter.m_iWoken == 0, "woken without a notification");
         stWaiter.m_cvCondition.notify_one();
         thrWaiter.join();
         Require(stWaiter.m_iWoken == 1, "not woken");
@@ -180,7 +180,7 @@ TEST_F(SchedulerWaitTest, TimedWaitEndsAtItsTimeOrWithTheNotification)
         std::mutex mtxLock;
         std::condition_variable cvCondition;
         std::unique_lock<std::mutex> lock(mtxLock);
-        Require(cvCondition.wait_for(lock, 3s) == std::cv_status::timeout, "nobody notifies");
+        Require(cvCondition.wait_for(lock, 3s) == std::cv_status::timeout, "no thread notifies");
         Require(GetTime() == 3s, "at its time");
         std::thread thrOther(
             [&]

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-/// On whose behalf a batch of tasks runs.
+/// The owner of a batch of tasks.
 struct ST_Owner
 {
     std::atomic<int> m_iRuns{0};
@@ -24,7 +24,8 @@ struct ST_Totals
     std::atomic<std::int64_t> m_iRuns{0};
     std::atomic<std::int64_t> m_iLoopRuns{0};
     std::atomic<std::int64_t> m_iOwners{0};
-    std::atomic<int> m_iFailures{0}; ///< tasks that were not taken, or not run although nobody removed them
+    std::atomic<int> m_iFailures{
+        0}; ///< tasks that were refused, or did not run although they were not removed
 };
 
 /// One host thread's part of a soak: one-shot tasks for owners that come and go, and loop tasks that are

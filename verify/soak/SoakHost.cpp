@@ -1,4 +1,4 @@
-// Uses the pool for a long time, as a host that is linked with the library does, and watches what it costs:
+// Uses the pool for a long time, as a linked host does, and measures memory, threads and descriptors:
 //   zel_soak_host [--seconds 3600] [--tasks 10000000] [--loops 3000] [--submitters 3] [--samples 60]
 //                 [--sweep 1000]
 // Sweeps finished tasks every --sweep milliseconds; 0 is never, and fails. Ends with status 1 when something

@@ -2,15 +2,15 @@
 
 #include "verify/stress/World.h"
 
-/// What has to hold when the host's threads have stopped for a moment. Polls until it does; what does not
-/// within WAIT_LIMIT breaks the model.
+/// What has to hold while the host's threads are paused. Polls each condition; one that does not hold within
+/// WAIT_LIMIT breaks the model.
 namespace Checks
 {
 /// Everything accepted and not removed has run, loop tasks go on, and, once finished tasks are swept, pool
 /// and registry keep what the model says. The pool lives.
 void CheckSettled(ST_World& _stWorld);
 
-/// Nothing runs any more but what outlasted the pool's end, and that comes to its end, too; the registry can
-/// be emptied, every callable is gone, and no thread is left but _iThreads. Forgets all tasks.
+/// Only runs that outlasted the shutdown still run, and they end, too. The registry can be emptied, every
+/// callable is destroyed, and only _iThreads threads are left. Forgets all tasks.
 void CheckEnded(ST_World& _stWorld, int _iThreads);
 } // namespace Checks

@@ -31,7 +31,7 @@ struct ST_Entry
     std::atomic<bool> m_bAccepted{false}; ///< the submission has returned
     std::atomic<bool> m_bDoomed{false};   ///< a removal has begun: the task need not run any more
     std::atomic<bool> m_bEnded{false};    ///< a removal has returned: the task must not begin any more
-    std::atomic<bool> m_bOverran{false};  ///< a run outlasted a removal's wait: it may do as it likes
+    std::atomic<bool> m_bOverran{false};  ///< a run outlasted a removal's wait: the rules no longer bind it
 
     std::atomic<int> m_iQueued{0}; ///< how often the host queued it
     std::atomic<int> m_iRuns{0};   ///< how many runs have begun

@@ -85,7 +85,7 @@ void CLS_Job::CallPool() const
     }
 }
 
-/// The removal waits for this very run, in vain.
+/// The removal waits for this run, and gives up at its limit.
 void CLS_Job::RemoveSelf() const
 {
     const std::string strTaskId = m_pEntry->GetTaskId();

@@ -7,7 +7,7 @@ enum n_Behaviour
 {
     BEHAVIOUR_QUICK,
     BEHAVIOUR_PAUSE,   ///< takes a few milliseconds
-    BEHAVIOUR_LONG,    ///< takes so long that a removal waits, but not in vain
+    BEHAVIOUR_LONG,    ///< takes so long that a removal has to wait, and less than its limit
     BEHAVIOUR_OUTLAST, ///< outlasts the wait of a removal
     BEHAVIOUR_THROW,
     BEHAVIOUR_SUBMIT,     ///< submits another task for its owner

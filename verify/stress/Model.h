@@ -21,8 +21,8 @@ struct ST_Counts
     std::atomic<int> m_iMostWorkers{0};
 };
 
-/// The tasks that there should be, and the rules that hold for them at every moment. Whatever breaks a rule
-/// ends the process at once, with status 1, the seed and what broke. Thread-safe.
+/// The tasks that there should be, and the rules that always hold for them. A broken rule ends the process
+/// at once with status 1 and prints the rule and the seed. Thread-safe.
 class CLS_Model
 {
 public:

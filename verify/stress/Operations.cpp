@@ -74,7 +74,7 @@ void CLS_Operations::RemoveOwner()
     RemoveTasksOf(m_stWorld.m_arrOwners[Draw(ST_World::OWNERS)]);
 }
 
-/// Removes a task at about the moment when a worker takes it up.
+/// Removes a task at about the time when a worker takes it.
 void CLS_Operations::AddAndRemove()
 {
     ST_TaskOwner& stOwner = m_stWorld.m_arrOwners[Draw(ST_World::OWNERS)];
@@ -243,7 +243,7 @@ void CLS_Operations::FillPool()
     {
         m_stWorld.m_clsModel.Break("the pool does not make as many workers as it may");
     }
-    // Time for the dispatcher to make one too many.
+    // Time for the dispatcher to create one worker too many.
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
     CountWorkers();
     pFull->Open();

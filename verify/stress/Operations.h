@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <random>
 
-/// One thread of the host, which does to the pool what its dice say. What it does depends on the seed alone
-/// when it is the only one.
+/// One thread of the host, which performs random operations. With a single thread, the seed alone decides
+/// the operations.
 class CLS_Operations
 {
 public:

@@ -1,8 +1,8 @@
-// Does random things to the pool from several threads, and holds what happens against a simple model:
+// Performs random operations on the pool from several threads and compares the results with a simple model:
 //   zel_stress_host [--seed N] [--seconds 10] [--operations 0] [--threads 4]
-// Ends after that many seconds or, if it is given, that many operations. Without a seed it takes one by
-// chance, and prints it. With one thread, the seed decides the operations; with more, their order is left to
-// the system.
+// Ends after that many seconds or, if given, that many operations. Without a seed it chooses one at random
+// and prints it. With one thread, the seed decides the operations; with more, the system decides their
+// order.
 
 #include "tests/support/FastSleep.h"
 #include "tests/support/LogRecorder.h"
@@ -76,7 +76,7 @@ public:
     }
 
 private:
-    /// Draws of ten: below the first the pool goes on, below the second it ends when all is done, else at
+    /// Draws of ten: below the first the pool goes on, below the second it shuts down when idle, else at
     /// once.
     static constexpr std::uint64_t SETTLE_AND_END = 6;
     static constexpr std::uint64_t END_AT_ONCE = 8;

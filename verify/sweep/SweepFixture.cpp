@@ -7,8 +7,8 @@
 
 namespace
 {
-int s_iOperations = 0;
-int s_iPoints = 0;
+int g_iOperations = 0;
+int g_iPoints = 0;
 
 /// Prints the sum of all sweeps at the program's end.
 class CLS_SweepReport : public ::testing::Environment
@@ -16,19 +16,19 @@ class CLS_SweepReport : public ::testing::Environment
 public:
     void TearDown() override
     {
-        std::cout << "swept in all: " << s_iPoints << " points of " << s_iOperations << " operations"
+        std::cout << "swept in all: " << g_iPoints << " points of " << g_iOperations << " operations"
                   << std::endl;
     }
 };
 
 // Google Test destroys it.
-const ::testing::Environment* const s_pReport = ::testing::AddGlobalTestEnvironment(new CLS_SweepReport);
+const ::testing::Environment* const REPORT = ::testing::AddGlobalTestEnvironment(new CLS_SweepReport);
 
 void Report(const std::string& _strOperation, int _iPoints)
 {
     std::cout << "swept " << _strOperation << ": " << _iPoints << " points" << std::endl;
-    ++s_iOperations;
-    s_iPoints += _iPoints;
+    ++g_iOperations;
+    g_iPoints += _iPoints;
 }
 
 /// The ids in the queue, each of them once.

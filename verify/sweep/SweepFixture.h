@@ -10,15 +10,15 @@
 #include <string>
 #include <thread>
 
-/// One point of a sweep: the allocation that fails while an operation is at work.
+/// One point of a sweep: the allocation that fails during an operation.
 class CLS_SweepPoint
 {
 public:
     /// _iAllocation is 1 for the operation's first; 0 for none.
     explicit CLS_SweepPoint(int _iAllocation) : m_iAllocation(_iAllocation) {}
 
-    /// Carries the operation out; the point's allocation of the thread fails meanwhile. Whether it did. An
-    /// exception is a failure of the test.
+    /// Runs the operation and lets the point's allocation on that thread fail. Returns whether it failed. An
+    /// exception fails the test.
     bool Fail(const std::function<void()>& _funOperate,
               std::thread::id _idThread = std::this_thread::get_id());
 
@@ -38,10 +38,10 @@ private:
 };
 
 /// Base of the sweeps. Each allocation of an operation fails in turn, the first, the second and so on, until
-/// the operation passes untouched.
+/// the operation succeeds.
 ///
-/// Allocations of a log record, from its construction to the return of "PrintLog", are left alone: a record
-/// whose own emission fails ends the process, as is the contract. The texts that are made before a record are
+/// Allocations of a log record, from its construction to the return of "PrintLog", do not fail: by contract,
+/// a record whose own emission fails ends the process. The texts that are made before a record are
 /// part of the sweep.
 class CLS_SweepFixture : public CLS_ShutdownFixture
 {

@@ -1,4 +1,4 @@
-// Sweeps of the pool's beginning and end.
+// Sweeps of the start and the shutdown of the pool.
 
 #include "tests/support/PoolView.h"
 #include "tests/support/RecordMatchers.h"

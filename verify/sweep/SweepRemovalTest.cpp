@@ -1,4 +1,4 @@
-// Sweeps of what stops and removes tasks.
+// Sweeps of the operations that stop and remove tasks.
 
 #include "tests/support/RecordMatchers.h"
 #include "verify/sweep/SweepFixture.h"

@@ -96,7 +96,7 @@ TEST_F(SweepServicesTest, BusyReportLeavesItsRecordAndTheDispatcherGoesOn)
               }
               else
               {
-                  // The one who waited runs now; until then there may be more reports.
+                  // The task that waited runs now; until then there may be more reports.
                   EXPECT_TRUE(m_clsRuns.Wait(iBefore + 1));
                   const std::vector<LogRecorder::ST_Record> vecRecords = LogRecorder::Take();
                   ASSERT_GE(vecRecords.size(), 2U);

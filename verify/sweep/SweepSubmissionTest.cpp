@@ -1,4 +1,4 @@
-// Sweeps of what makes and queues tasks.
+// Sweeps of the operations that create and queue tasks.
 
 #include "tests/support/PoolView.h"
 #include "tests/support/RecordMatchers.h"
@@ -84,7 +84,7 @@ TEST_F(SweepSubmissionTest, AddTmpTaskReturnsFalseWithItsRecordAndHalfNotesNothi
               EXPECT_EQ(static_cast<std::size_t>(iQueued) + 1, PoolView::GetQueue(clsPool).size());
               ExpectConsistent(clsPool);
 
-              // What was queued runs, also when its owner could not be noted.
+              // A queued task runs even if its owner could not be noted.
               const int iBefore = m_clsRuns.Get();
               PoolView::RunDispatchPass(clsPool);
               EXPECT_TRUE(PoolView::WaitForAllIdle(clsPool));

@@ -1,4 +1,4 @@
-// Sweeps of the workers: their making, and their runs on their own threads.
+// Sweeps of the workers: their creation, and runs on their own threads.
 
 #include "tests/support/PoolView.h"
 #include "tests/support/RecordMatchers.h"

@@ -7,7 +7,7 @@ extern "C" int os_sync_wake_by_address_any(void*, unsigned long, unsigned); // s
 extern "C" int ZelTestNameOfNobody();
 #endif
 #ifdef ZEL_TEST_THREAD_LOCAL
-static thread_local int s_iCalls = 0;
+static thread_local int g_iCalls = 0;
 #endif
 
 extern "C" __attribute__((visibility("default"))) int ZelAddition()
@@ -17,7 +17,7 @@ extern "C" __attribute__((visibility("default"))) int ZelAddition()
 #elif defined(ZEL_TEST_NAME_OF_NOBODY)
     return ZelTestNameOfNobody();
 #elif defined(ZEL_TEST_THREAD_LOCAL)
-    return ++s_iCalls;
+    return ++g_iCalls;
 #else
     return 0;
 #endif

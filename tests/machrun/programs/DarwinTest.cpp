@@ -58,7 +58,7 @@ std::string TakeReason()
     return szReason == nullptr ? "none" : szReason;
 }
 
-std::atomic<int> s_iSignal{0};
+std::atomic<int> g_iSignal{0};
 } // namespace
 
 /// In front of the system's function of the same name, for the libraries, too (MACHRUN_INTERPOSE).
@@ -214,11 +214,11 @@ TEST(DarwinThreadTest, DestructorsOfThreadLocalVariablesRunAtTheEndOfTheThread)
 
 TEST(DarwinSignalTest, HandlersGetDarwinsNumbers)
 {
-    const auto pBefore = std::signal(SIGUSR1, [](int _iSignal) { s_iSignal = _iSignal; });
+    const auto pBefore = std::signal(SIGUSR1, [](int _iSignal) { g_iSignal = _iSignal; });
     EXPECT_EQ(SIG_DFL, pBefore);
     EXPECT_EQ(0, kill(Find<pid_t()>(RTLD_NEXT, "getpid")(), SIGUSR1));
-    EXPECT_TRUE(WaitUntil([] { return s_iSignal != 0; }));
-    EXPECT_EQ(30, s_iSignal);
+    EXPECT_TRUE(WaitUntil([] { return g_iSignal != 0; }));
+    EXPECT_EQ(30, g_iSignal);
     std::signal(SIGUSR1, SIG_DFL);
 }
 

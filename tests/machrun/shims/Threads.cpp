@@ -29,7 +29,7 @@ constexpr std::array<std::pair<int, clockid_t>, 5> CLOCKS{{{0, CLOCK_REALTIME},
                                                            {8, CLOCK_MONOTONIC},
                                                            {12, CLOCK_PROCESS_CPUTIME_ID}}};
 
-std::atomic<int> s_iThreads{1};
+std::atomic<int> g_iThreads{1};
 
 struct ST_Start
 {
@@ -42,7 +42,7 @@ void* RunThread(void* _pStart)
     const std::unique_ptr<ST_Start> pStart(static_cast<ST_Start*>(_pStart));
     void* const pResult = pStart->m_funThread(pStart->m_pArgument);
     ExitHandlers::RunForThread();
-    --s_iThreads;
+    --g_iThreads;
     return pResult;
 }
 
@@ -57,8 +57,8 @@ int StartThread(pthread_t* _pThread, const void* _pAttributes, void* (*_funThrea
     pthread_attr_init(&stAttributes);
     pthread_attr_setstacksize(&stAttributes, STACK_SIZE);
     // Only the thread that forks goes on in a new process.
-    static const int s_iAtFork = pthread_atfork(nullptr, nullptr, [] { s_iThreads = 1; });
-    ++s_iThreads;
+    static const int s_iAtFork = pthread_atfork(nullptr, nullptr, [] { g_iThreads = 1; });
+    ++g_iThreads;
     const int iResult =
         s_iAtFork == 0 ? pthread_create(_pThread, &stAttributes, RunThread, pStart.get()) : s_iAtFork;
     pthread_attr_destroy(&stAttributes);
@@ -68,7 +68,7 @@ int StartThread(pthread_t* _pThread, const void* _pAttributes, void* (*_funThrea
     }
     else
     {
-        --s_iThreads;
+        --g_iThreads;
     }
     return Errno::ToDarwin(iResult);
 }
@@ -148,7 +148,7 @@ namespace Threads
 {
 int Count()
 {
-    return s_iThreads;
+    return g_iThreads;
 }
 } // namespace Threads
 

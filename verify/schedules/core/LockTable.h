@@ -3,7 +3,7 @@
 #include <map>
 #include <vector>
 
-/// Who holds which lock. Knows the locks that are held, and no others.
+/// Which threads hold which lock. Knows only the locks that are held.
 class CLS_LockTable
 {
 public:

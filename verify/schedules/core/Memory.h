@@ -14,7 +14,7 @@ namespace Memory
 /// Forgets everything. For the beginning of a schedule.
 void Reset();
 
-/// How many blocks there are that nobody has freed.
+/// The number of blocks that are allocated and not freed.
 std::size_t CountBlocks();
 
 bool IsFreed(const void* _pPlace);

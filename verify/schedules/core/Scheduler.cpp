@@ -1,4 +1,4 @@
-// A schedule from its beginning to its end: who goes on, and what time it is.
+// A schedule from its beginning to its end: which thread goes on, and what time it is.
 
 #include "verify/schedules/core/Scheduler.h"
 
@@ -128,7 +128,7 @@ void CLS_Scheduler::Fail(const std::string& _strFailure)
     m_stOutcome.m_strFailure = _strFailure;
     NotePositions();
     m_clsOutside.SwitchFrom(GetCurrent().m_clsFiber);
-    std::abort(); // nobody comes back to a schedule that has failed
+    std::abort(); // a failed schedule is never resumed
 }
 
 void CLS_Scheduler::FailRunning(const std::string& _strFailure)
@@ -286,8 +286,8 @@ bool CLS_Scheduler::IsReady(const ST_Thread& _stThread) const
     }
 }
 
-/// Goes to the earliest moment that somebody waits for, when all stores have been seen. False when nobody
-/// waits for any.
+/// When all stores are visible, advances to the earliest time that a thread waits for. False if no thread
+/// waits for a time.
 bool CLS_Scheduler::PassTime()
 {
     for (std::size_t i = 0; i < m_uiThreads; ++i)
@@ -342,7 +342,7 @@ void CLS_Scheduler::WakeForNoReason()
     }
 }
 
-/// Those who wait for this condition; null for any.
+/// The threads that wait for this condition; null for any.
 std::vector<CLS_Scheduler::ST_Thread*> CLS_Scheduler::FindWaiting(const void* _pCondition)
 {
     std::vector<ST_Thread*> vecWaiting;

@@ -15,7 +15,7 @@
 
 class CLS_Scheduler;
 
-/// What a schedule may do beyond choosing who goes on, and where it ends.
+/// What a schedule may do besides choosing the next thread, and when it ends.
 struct ST_ScheduleOptions
 {
     /// At a step, one chance in so many that a condition's waiter wakes for no reason; 0 for never.
@@ -30,7 +30,7 @@ struct ST_ScheduleOptions
     bool m_bRequireNoBlocks = false;              ///< fail when memory is left at the end
     bool m_bTrace = false;                        ///< keep the steps
     std::function<void()> m_funBegin;             ///< called before each schedule
-    /// Called at every step, when nobody runs. May fail the schedule.
+    /// Called at every step, while no thread runs. May fail the schedule.
     std::function<void(CLS_Scheduler&)> m_funObserver;
     /// Called with each thread's number and that of its maker.
     std::function<std::string(int, int)> m_funNameThread;
@@ -39,9 +39,9 @@ struct ST_ScheduleOptions
 };
 
 /// Runs a program of several threads one step at a time: at every lock, wait, notification, sleep, start,
-/// join and atomic access a strategy decides who goes on. Time is virtual: it passes when everybody waits.
-/// A loop that looks at the clock has to sleep: while it only yields, somebody can go on, time stands still,
-/// and the schedule ends as a livelock.
+/// join and atomic access a strategy decides which thread goes on. Time is virtual: it passes when all
+/// threads wait. A loop that looks at the clock has to sleep: while it only yields, a thread can go on, time
+/// stands still, and the schedule ends as a livelock.
 ///
 /// The threads are fibers of one thread of the system. They get here through the functions that stand in
 /// front of the system's (LockCalls.cpp and others) and through the hooks that the compiler calls at every
@@ -91,11 +91,11 @@ public:
     /// Gives the lock back, waits, and takes the lock again. False when _nsUntil came first.
     bool WaitForCondition(const void* _pCondition, const void* _pLock, std::int64_t _nsUntil);
     void Notify(const void* _pCondition, bool _bAll);
-    /// Fails when somebody waits for it. No step.
+    /// Fails if a thread waits for it. Not a step.
     void DestroyCondition(const void* _pCondition);
 
-    /// Before and after an initialisation that is done once. A step only for who has to wait for another one:
-    /// the first schedule of a process, which does them, is as long as the others.
+    /// Before and after an initialisation that is done once. A step only for a thread that has to wait for
+    /// another one: the first schedule of a process, which does them, is as long as the others.
     void BeginOnce(const void* _pGuard);
     void EndOnce(const void* _pGuard);
 

@@ -49,7 +49,7 @@ struct ST_Outcome
     /// Of a failed schedule: each thread that has not ended, and the step that it is at.
     std::vector<std::string> m_vecPositions;
     std::size_t m_uiSteps = 0;
-    std::size_t m_uiBlocks = 0;      ///< of memory that nobody has freed
+    std::size_t m_uiBlocks = 0;      ///< of memory that was not freed
     std::int64_t m_nsTime = 0;       ///< virtual time that passed
     std::uint64_t m_uiHash = 0;      ///< of all steps' moments, threads, kinds and objects
     std::vector<ST_Step> m_vecTrace; ///< the steps, when they were asked for

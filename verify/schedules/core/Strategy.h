@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-/// Decides who goes on. The same seed makes the same decisions when it is asked the same questions.
+/// Decides which thread goes on. The same seed makes the same decisions in the same situations.
 class CLS_Strategy
 {
 public:

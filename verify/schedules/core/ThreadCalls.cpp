@@ -1,5 +1,5 @@
 // The system's functions for threads, as a controlled thread calls them. A thread's id is its number in the
-// schedule plus one. Outside of a schedule there are no threads to be had.
+// schedule plus one. Outside a schedule no thread can be started.
 
 #include "verify/schedules/core/Scheduler.h"
 

@@ -14,7 +14,7 @@ constexpr End KILL_ALL = &CLS_QuenTaskPool::KillTaskAll;
 
 constexpr const char* CALLS_MEET = "a call meets another one";
 
-/// Polls of the calls, 10 ms apart: longer than a task's shutdown, which waits for the task's own run.
+/// Polls of the calls, every 10 ms: longer than a shutdown by a task, which waits for the task's own run.
 constexpr int POLLS = 2000;
 constexpr int SLOW_POLLS = 20000;
 
@@ -59,7 +59,7 @@ public:
             std::this_thread::sleep_for(10ms);
         }
         Require(HaveAllReturned(_iCalls), "a call does not return");
-        // A worker that was left behind has its last steps before it.
+        // An abandoned worker still has its last steps to take.
         std::this_thread::sleep_for(5ms);
         Require(CLS_QuenTaskPool::m_pInstance == nullptr, "the pool survives its end");
         Require(CountBeginnings() == 1, "the pool is ended twice");

@@ -117,7 +117,8 @@ void EndWithOverrun()
     Require(stOverrun.m_iBegun == stOverrun.m_iEnded, "A does not end");
 }
 
-/// The running task was removed, in vain: nobody can stop it any more, and the end waits for the run itself.
+/// The removal of the running task timed out. No call can stop it now, so the shutdown waits for the run
+/// itself.
 void EndWithRemovedTask(std::chrono::nanoseconds _nsLength, bool _bOverrun)
 {
     CLS_World clsWorld;
@@ -145,7 +146,7 @@ void EndWaitsForRemovedTask()
     EndWithRemovedTask(12s, false);
 }
 
-/// The run ends in the very moment in which the wait does.
+/// The run ends at the same time as the wait.
 void EndAbandonsRemovedTask()
 {
     // The services end when the watchdog's 51st step does, and the wait begins then.

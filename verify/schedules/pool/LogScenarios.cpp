@@ -19,12 +19,12 @@ struct ST_Printed
     std::string m_strNumber;
 };
 
-std::vector<ST_Printed>* s_pPrinted = nullptr;
+std::vector<ST_Printed>* g_pPrinted = nullptr;
 
 void Note(int, const char* _szMaker, const char*, int, const char*, const std::string& _strNumber)
 {
     CLS_World::GiveWay();
-    s_pPrinted->push_back({std::this_thread::get_id(), _szMaker, _strNumber});
+    g_pPrinted->push_back({std::this_thread::get_id(), _szMaker, _strNumber});
     CLS_World::GiveWay();
 }
 
@@ -46,7 +46,7 @@ void RequireAllOf(const std::vector<ST_Printed>& _vecPrinted, const std::string&
 void RecordsDuringTheOpening()
 {
     std::vector<ST_Printed> vecPrinted;
-    s_pPrinted = &vecPrinted;
+    g_pPrinted = &vecPrinted;
     int iOpenings = 0;
     CLS_LogBinding clsBinding(
         [&iOpenings](const std::string&) -> CLS_LogBinding::Functions

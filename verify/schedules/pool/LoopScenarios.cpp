@@ -35,13 +35,13 @@ void LoopWithoutInterval()
     RemoveLoop(0, 5ms);
 }
 
-/// The scheduler looks several times during a run.
+/// The scheduler polls several times during a run.
 void LoopWithLongRuns()
 {
     RemoveLoop(0, 25ms);
 }
 
-/// The scheduler looks at the very moment that a run ends.
+/// The scheduler polls at the moment when a run ends.
 void LoopEndsWhenLookedAt()
 {
     RemoveLoop(5, 10ms);
@@ -91,7 +91,7 @@ void LoopGoesOn()
     ST_Job& stLoop = clsWorld.MakeJob("A");
     clsWorld.SubmitLoop(clsPool, stLoop, 10);
     std::this_thread::sleep_for(105ms);
-    // A run takes no time, and the scheduler looks every 10 ms.
+    // A run takes no time, and the scheduler polls every 10 ms.
     CLS_World::RequireTimely(stLoop.m_iEnded >= 10, "A runs too seldom: " + std::to_string(stLoop.m_iEnded));
     clsWorld.EndPool(clsPool);
     CLS_World::RequireNobodyLeft();
@@ -110,7 +110,7 @@ void LoopWithChangedInterval()
     stLoop.m_iInterval = 15;
     const int iBefore = stLoop.m_iBegun;
     CLS_Task::GetTask(strTaskId).lock()->SetLoopInterval(bShorter ? 15 : 1000);
-    // A run may be due at this moment; the scheduler looks every 10 ms.
+    // A run may be due now; the scheduler polls every 10 ms.
     std::this_thread::sleep_for(bShorter ? 11ms : 1ms);
     Require(!bShorter || stLoop.m_iBegun == iBefore + 1, "the shorter interval is ignored");
     const int iNow = stLoop.m_iBegun;

@@ -16,16 +16,16 @@ namespace
 {
 constexpr std::array<const char*, 3> SERVICES{"dispatcher", "loop scheduler", "watchdog"};
 
-std::size_t s_uiService = SERVICES.size(); ///< the next one to be made
-int s_iPools = 0;
-int s_iWorkers = 0;
-int s_iHosts = 0;
-std::set<int> s_setDispatchers;
+std::size_t g_uiService = SERVICES.size(); ///< the next one to be made
+int g_iPools = 0;
+int g_iWorkers = 0;
+int g_iHosts = 0;
+std::set<int> g_setDispatchers;
 
 // What was learnt; the objects may be gone, and are looked at for their members' addresses alone.
-std::map<const CLS_QuenTaskPool*, std::string> s_mapPools;
-std::map<const CLS_TaskThread*, std::string> s_mapWorkers;
-std::map<const CLS_Task*, std::string> s_mapTasks;
+std::map<const CLS_QuenTaskPool*, std::string> g_mapPools;
+std::map<const CLS_TaskThread*, std::string> g_mapWorkers;
+std::map<const CLS_Task*, std::string> g_mapTasks;
 
 /// Whether the place is in the object.
 template <typename T_Object>
@@ -87,31 +87,31 @@ namespace Names
 {
 CLS_ServiceScope::CLS_ServiceScope()
 {
-    s_uiService = 0;
-    ++s_iPools;
+    g_uiService = 0;
+    ++g_iPools;
 }
 
 CLS_ServiceScope::~CLS_ServiceScope()
 {
-    s_uiService = SERVICES.size();
+    g_uiService = SERVICES.size();
 }
 
 std::string NameThread(int _iThread, int _iMaker)
 {
-    if (s_uiService < SERVICES.size())
+    if (g_uiService < SERVICES.size())
     {
-        if (s_uiService == 0)
+        if (g_uiService == 0)
         {
-            s_setDispatchers.insert(_iThread);
+            g_setDispatchers.insert(_iThread);
         }
-        const std::string strPool = s_iPools > 1 ? " " + std::to_string(s_iPools) : "";
-        return SERVICES[s_uiService++] + strPool;
+        const std::string strPool = g_iPools > 1 ? " " + std::to_string(g_iPools) : "";
+        return SERVICES[g_uiService++] + strPool;
     }
     if (IsDispatcher(_iMaker))
     {
-        return "worker " + std::to_string(s_iWorkers++);
+        return "worker " + std::to_string(g_iWorkers++);
     }
-    return "host " + std::to_string(s_iHosts++);
+    return "host " + std::to_string(g_iHosts++);
 }
 
 void Learn()
@@ -121,16 +121,16 @@ void Learn()
     {
         return;
     }
-    s_mapPools.try_emplace(pPool, "pool " + std::to_string(s_mapPools.size() + 1));
+    g_mapPools.try_emplace(pPool, "pool " + std::to_string(g_mapPools.size() + 1));
     for (const auto& [pWorker, strTaskId] : PoolView::GetWorkers(*pPool))
     {
-        s_mapWorkers.try_emplace(pWorker, "worker " + std::to_string(s_mapWorkers.size()));
+        g_mapWorkers.try_emplace(pWorker, "worker " + std::to_string(g_mapWorkers.size()));
     }
     for (const auto& [strTaskId, pTask] : CLS_Task::m_mapTaskData)
     {
-        if (s_mapTasks.count(pTask.get()) == 0)
+        if (g_mapTasks.count(pTask.get()) == 0)
         {
-            s_mapTasks.try_emplace(pTask.get(), "task " + pTask->Param("callinfo").ToString());
+            g_mapTasks.try_emplace(pTask.get(), "task " + pTask->Param("callinfo").ToString());
         }
     }
 }
@@ -142,7 +142,7 @@ std::string NameObject(const void* _pObject)
         return "the registry's lock";
     }
     for (const std::string& strName :
-         {Find(s_mapPools, _pObject), Find(s_mapWorkers, _pObject), Find(s_mapTasks, _pObject)})
+         {Find(g_mapPools, _pObject), Find(g_mapWorkers, _pObject), Find(g_mapTasks, _pObject)})
     {
         if (!strName.empty())
         {
@@ -154,18 +154,18 @@ std::string NameObject(const void* _pObject)
 
 bool IsDispatcher(int _iThread)
 {
-    return s_setDispatchers.count(_iThread) > 0;
+    return g_setDispatchers.count(_iThread) > 0;
 }
 
 void Forget()
 {
-    s_uiService = SERVICES.size();
-    s_iPools = 0;
-    s_iWorkers = 0;
-    s_iHosts = 0;
-    s_setDispatchers.clear();
-    s_mapPools.clear();
-    s_mapWorkers.clear();
-    s_mapTasks.clear();
+    g_uiService = SERVICES.size();
+    g_iPools = 0;
+    g_iWorkers = 0;
+    g_iHosts = 0;
+    g_setDispatchers.clear();
+    g_mapPools.clear();
+    g_mapWorkers.clear();
+    g_mapTasks.clear();
 }
 } // namespace Names

@@ -26,7 +26,7 @@ void RemoveOwner()
     CLS_World::RequireNobodyLeft();
 }
 
-/// The second task has no worker when the removal begins, and has one before the first has ended.
+/// The second task has no worker when the removal begins, and gets one before the first has ended.
 void RemoveOwnerOfMany()
 {
     CLS_World clsWorld;
@@ -134,7 +134,7 @@ void StopHandshake()
     CLS_World::RequireNobodyLeft();
 }
 
-/// A loop task that removes itself waits for itself in vain, and never runs again.
+/// A loop task that removes itself waits for itself until the time limit, and never runs again.
 void RemoveItself()
 {
     CLS_World clsWorld;

@@ -4,22 +4,22 @@
 
 namespace
 {
-ScheduleLog::Listener s_funListener = nullptr;
+ScheduleLog::Listener g_funListener = nullptr;
 } // namespace
 
 namespace ScheduleLog
 {
 void SetListener(Listener _funListener)
 {
-    s_funListener = _funListener;
+    g_funListener = _funListener;
 }
 } // namespace ScheduleLog
 
 extern "C" void PrintLog(int _iLevel, const char*, const char*, int, const char*,
                          const std::string& _strMessage)
 {
-    if (s_funListener != nullptr)
+    if (g_funListener != nullptr)
     {
-        s_funListener(_iLevel, _strMessage);
+        g_funListener(_iLevel, _strMessage);
     }
 }

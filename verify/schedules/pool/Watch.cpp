@@ -106,7 +106,7 @@ void CLS_Watch::LookAtBindings(CLS_Scheduler& _clsScheduler, CLS_QuenTaskPool& _
 {
     for (const auto& [pWorker, strTaskId] : PoolView::GetWorkers(_clsPool))
     {
-        // One that the end of the pool has left behind may be faster.
+        // A worker that the shutdown abandoned may be faster.
         if (m_bRun && Memory::IsFreed(pWorker))
         {
             _clsScheduler.Fail("a worker is freed before it is unregistered");

@@ -11,9 +11,9 @@
 
 class CLS_Scheduler;
 
-/// Looks at the pool at every step of a schedule, while nobody moves, and ends the schedule when what must
-/// always hold does not. What a lock guards is looked at when nobody holds the lock. What has changed since
-/// the last look was changed by the one thread that has moved.
+/// Checks the pool at every step of a schedule, while no thread runs, and ends the schedule when a rule is
+/// broken. Checks what a lock guards only while the lock is free. Any change since the last check was made
+/// by the one thread that took a step.
 class CLS_Watch
 {
 public:

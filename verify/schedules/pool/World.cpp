@@ -19,22 +19,22 @@
 
 namespace
 {
-/// How often a slow program looks at most, 10 ms apart.
+/// How often a slow program polls at most, every 10 ms.
 constexpr int SLOW_POLLS = 2000;
 
-/// What a removal may take beyond its looks: the worker lets go of a task a few steps after its run.
+/// How long a removal may take beyond its polls: a worker releases a task a few steps after its run.
 constexpr std::chrono::nanoseconds LAST_STEPS = 5ms;
 
 /// About as many steps as a task takes from its queueing to its run.
 constexpr int MOST_YIELDS = 40;
 
-std::vector<CLS_World::ST_LogLine>* s_pRecords = nullptr;
+std::vector<CLS_World::ST_LogLine>* g_pRecords = nullptr;
 
 void NoteRecord(int, const std::string& _strText)
 {
-    if (s_pRecords != nullptr)
+    if (g_pRecords != nullptr)
     {
-        s_pRecords->push_back({CLS_World::GetTime(), _strText});
+        g_pRecords->push_back({CLS_World::GetTime(), _strText});
     }
 }
 
@@ -46,7 +46,7 @@ void RequireTime(const std::string& _strWhat, std::chrono::nanoseconds _nsBegin,
                                                      " us, more than " + std::to_string(_nsMost / 1us));
 }
 
-/// How long Stop looks at most for the task to be idle; nothing when its runs are over.
+/// How long Stop polls at most until the task is idle; zero if its runs are over.
 std::chrono::nanoseconds GetLooks(const ST_Job& _stJob)
 {
     const auto nsNow = CLS_World::GetTime();
@@ -88,7 +88,7 @@ void RequireDestroyed(const ST_Job& _stJob, std::chrono::nanoseconds _nsBegin)
                              "the callable of " + _stJob.m_strName + " outlives its removal");
 }
 
-/// When the service threads had ended; the beginning of the pool's end where no record says so.
+/// When the service threads had ended; _nsBegin if no log record says so.
 std::chrono::nanoseconds GetServicesEnd(std::chrono::nanoseconds _nsBegin)
 {
     for (const CLS_World::ST_LogLine& stRecord : CLS_World::GetRecords())
@@ -174,18 +174,18 @@ void Run(ST_Job& _stJob)
 
 CLS_World::CLS_World()
 {
-    s_pRecords = new std::vector<ST_LogLine>;
+    g_pRecords = new std::vector<ST_LogLine>;
 }
 
 CLS_World::~CLS_World()
 {
-    delete s_pRecords;
-    s_pRecords = nullptr;
+    delete g_pRecords;
+    g_pRecords = nullptr;
 }
 
 const std::vector<CLS_World::ST_LogLine>& CLS_World::GetRecords()
 {
-    return *s_pRecords;
+    return *g_pRecords;
 }
 
 std::chrono::nanoseconds CLS_World::GetTime()
@@ -214,7 +214,7 @@ int CLS_World::Choose(int _iCount)
 
 std::chrono::nanoseconds CLS_World::ChooseLength()
 {
-    // The watchdog looks every 180 ms, and Stop 300 ms later each time.
+    // The watchdog polls every 180 ms, and Stop every 300 ms after that.
     static constexpr std::array<std::chrono::milliseconds, 7> LENGTHS{180ms, 0ms,   7ms,  179ms,
                                                                       181ms, 480ms, 780ms};
     return LENGTHS.at(static_cast<std::size_t>(Choose(LENGTHS.size())));
@@ -370,7 +370,7 @@ std::vector<const ST_Job*> CLS_World::FindRunning(std::chrono::nanoseconds _nsSi
     return vecRunning;
 }
 
-/// The end of the pool has made those tasks invalid that are registered still.
+/// The shutdown has made the tasks invalid that are still registered.
 void CLS_World::RequireStopped(const std::vector<const ST_Job*>& _vecRunning) const
 {
     for (const ST_Job* const pJob : _vecRunning)
@@ -434,9 +434,9 @@ void CLS_World::RequireNobodyLeft()
 
 void ForgetPool()
 {
-    s_pRecords = nullptr;
+    g_pRecords = nullptr;
     CLS_QuenTaskPool::m_pInstance = nullptr;
-    // The nodes were memory of the last schedule.
+    // The old nodes were memory of the last schedule.
     new (&CLS_Task::m_mapTaskData) std::map<std::string, std::shared_ptr<CLS_Task>>;
     ShutdownClaimView::ForgetAll();
     CLS_TaskThread::SetWaitingOvertime(300000);

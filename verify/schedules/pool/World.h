@@ -17,7 +17,7 @@ using std::chrono_literals::operator""ms;
 using std::chrono_literals::operator""s;
 
 /// What a scenario knows about one of its tasks. Its callable keeps it up to date and holds the rules: no run
-/// begins once the removal has returned, none beside another one of a task that must not overlap.
+/// begins after the removal has returned, and no two runs of a task overlap unless that is allowed.
 struct ST_Job
 {
     std::string m_strName;
@@ -74,23 +74,23 @@ public:
     static constexpr const char* RUN_MET = "a run is waited for";
     static constexpr const char* RUN_FORESTALLED = "a run is forestalled";
 
-    /// Settles, and asserts that each queueing had its run.
+    /// Settles, and asserts that each queued run has taken place.
     void RequireAllRan() const;
 
-    /// Forgets the registry and asserts that no thread but the caller is left.
+    /// Empties the registry and asserts that only the calling thread is left.
     static void RequireNobodyLeft();
 
     static std::chrono::nanoseconds GetTime();
 
-    /// Whether threads take no time but where they wait. Where they may be slow, no moment can be foretold,
-    /// and what is said about moments is not asserted.
+    /// Whether threads take time only where they wait. If they may be slow, times cannot be predicted and
+    /// are not asserted.
     static bool IsTimely();
     static void RequireTimely(bool _bSo, const std::string& _strOtherwise);
 
-    /// Lets the tasks run: for a moment, or, where threads may be slow, until they have.
+    /// Lets the tasks run: for a moment or, if threads may be slow, until they have run.
     void Settle() const;
 
-    /// A number below _iCount that is left to chance.
+    /// A random number below _iCount.
     static int Choose(int _iCount);
 
     /// One of the lengths, some of which end a run at the very moment that the end of the pool looks at it;
@@ -100,16 +100,16 @@ public:
     /// Lets the other threads take some steps at this moment.
     static void GiveWay();
 
-    /// How long the end of a pool takes when nothing runs: until the watchdog looks.
+    /// How long the shutdown of an idle pool takes: until the watchdog polls.
     static constexpr std::chrono::nanoseconds IDLE_END = 180ms;
 
-    /// From one look of Stop at a run to the next.
+    /// The time between two polls of Stop.
     static constexpr std::chrono::nanoseconds ONE_LOOK = 300ms;
 
-    /// How long Stop looks for a run that does not end.
+    /// How long Stop polls for a run that does not end.
     static constexpr std::chrono::nanoseconds ALL_LOOKS = 9s;
 
-    /// The records since the beginning, each after the time it was made at.
+    /// The log records since the beginning, each with its time.
     struct ST_LogLine
     {
         std::chrono::nanoseconds m_nsTime;
@@ -125,9 +125,8 @@ private:
     std::vector<std::unique_ptr<ST_Job>> m_vecJobs;
 };
 
-/// What every schedule of the pool starts from: no pool, an empty registry, whatever an earlier schedule
-/// left.
+/// Restores the state that every schedule starts from: no pool and an empty registry.
 void ForgetPool();
 
-/// For once, before the first schedule: what the library keeps for the process.
+/// Creates what the library keeps for the whole process. Call it once, before the first schedule.
 void PrepareProcess();
