@@ -130,13 +130,13 @@ def member_of_kind(type_name, code):
 
 def find_static(name):
     """The address of a static member, or of what it refers to."""
-    symbol = gdb.lookup_global_symbol(name) or gdb.lookup_static_symbol(name)
-    if symbol is None:
-        raise Unreadable(explain_missing_symbols())
-    value = symbol.value()
-    if value.type.strip_typedefs().code == gdb.TYPE_CODE_REF:
-        value = value.referenced_value()
-    return int(value.address)
+    try:
+        value = gdb.parse_and_eval(name)
+        if value.type.strip_typedefs().code == gdb.TYPE_CODE_REF:
+            value = value.referenced_value()
+        return int(value.address)
+    except gdb.error:
+        raise Unreadable(explain_missing_symbols()) from None
 
 
 def explain_missing_symbols():
