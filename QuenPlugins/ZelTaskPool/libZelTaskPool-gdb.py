@@ -1,16 +1,16 @@
-"""The gdb command "zel": what the task pool does, in a live process or in a core file.
+"""The gdb command "zel": shows what the task pool does, in a live process or in a core file.
 
-Reads memory and calls nothing, so it may be used at any moment. Needs the library's debug symbols. They say where the
-members of the pool's classes are; the standard library's containers are read as libstdc++ lays them out.
+It reads memory and calls nothing, so it is safe at any moment. The debug symbols of the library tell where the members
+of the pool's classes are. The containers of the standard library are read as libstdc++ lays them out.
 """
 import time
 
 import gdb
 
 WORD = 8
-TEXT_SIZE = 32  # std::string
-NODE_SIZE = 32  # what a node of a map has before its entry
-DEEPEST = 128  # more levels than a map can have
+TEXT_SIZE = 32  # of a std::string
+NODE_SIZE = 32  # of what precedes the entry in a node of a std::map
+DEEPEST = 128  # more levels than a std::map can have
 LONGEST_TEXT = 200
 SHOWN = 20  # entries of a list, unless the command says how many
 
@@ -19,11 +19,11 @@ STATES = {0: "waits for its time", 1: "is queued", 3: "runs"}  # n_TaskStatus
 
 
 class Unreadable(Exception):
-    """Something is not as it must be. The text is for the user."""
+    """Reports what cannot be read. The text is for the user."""
 
 
 def read(address, size):
-    """An unsigned number."""
+    """Returns an unsigned number."""
     return int.from_bytes(read_bytes(address, size), "little")
 
 
@@ -39,12 +39,12 @@ def read_word(address):
 
 
 def read_int(address):
-    """A std::int32_t."""
+    """Returns a std::int32_t."""
     return int.from_bytes(read_bytes(address, 4), "little", signed=True)
 
 
 def read_text(address):
-    """A std::string, with a mark where it was cut."""
+    """Returns a std::string, with dots if it was cut."""
     size = read_word(address + WORD)
     text = read_bytes(read_word(address), min(size, LONGEST_TEXT)).decode(errors="replace")
     text = "".join(char if char.isprintable() else "?" for char in text)
@@ -52,7 +52,7 @@ def read_text(address):
 
 
 def read_texts(address):
-    """The addresses of the elements of a std::vector<std::string>."""
+    """Returns the addresses of the elements of a std::vector<std::string>."""
     first, end = read_word(address), read_word(address + WORD)
     if end < first or (end - first) % TEXT_SIZE:
         raise Unreadable("a list is being changed")
@@ -64,7 +64,7 @@ def map_size(address):
 
 
 def walk_map(address):
-    """The addresses of the entries of a std::map, in order."""
+    """Yields the addresses of the entries of a std::map, in order."""
     left = map_size(address)
     node = read_word(address + 2 * WORD)
     above = []
@@ -81,7 +81,7 @@ def walk_map(address):
 
 
 def find_text(address, key):
-    """The address of the entry of a std::map with this std::string as its key; None if there is none."""
+    """Returns the address of the entry with this std::string as its key in a std::map; None if there is none."""
     node = read_word(address + 2 * WORD)
     for _ in range(DEEPEST):
         if not node:
@@ -95,7 +95,7 @@ def find_text(address, key):
 
 
 def find_member(type_name, wanted):
-    """The offset of the first member for which wanted(field) holds, those of base classes included."""
+    """Returns the offset of the first member for which wanted(field) holds, also in base classes."""
     def search(kind):
         for field in kind.fields():
             if not hasattr(field, "bitpos"):
@@ -129,14 +129,14 @@ def member_of_kind(type_name, code):
 
 
 def find_static(name):
-    """The address of a static member, or of what it refers to."""
-    symbol = gdb.lookup_global_symbol(name) or gdb.lookup_static_symbol(name)
-    if symbol is None:
-        raise Unreadable(explain_missing_symbols())
-    value = symbol.value()
-    if value.type.strip_typedefs().code == gdb.TYPE_CODE_REF:
-        value = value.referenced_value()
-    return int(value.address)
+    """Returns the address of a static member, or of what it refers to."""
+    try:
+        value = gdb.parse_and_eval(name)
+        if value.type.strip_typedefs().code == gdb.TYPE_CODE_REF:
+            value = value.referenced_value()
+        return int(value.address)
+    except gdb.error:
+        raise Unreadable(explain_missing_symbols()) from None
 
 
 def explain_missing_symbols():
@@ -153,8 +153,8 @@ def count(number, noun):
 
 
 class Clock:
-    """Tells how long ago something was. A core file does not know when it was written; its clock stands at the
-    latest moment that any worker or task has noted."""
+    """Tells how long ago something was. A core file does not tell when it was written, so its clock shows the latest
+    time at which a worker ended a task."""
 
     def __init__(self, moments):
         connection = getattr(gdb.selected_inferior(), "connection", None)
@@ -166,12 +166,11 @@ class Clock:
 
 
 class Task:
-    """A task record."""
+    """Holds what the command shows of a task record."""
 
     def __init__(self, address):
         self.status = read_int(address + member("CLS_Task", "m_iTaskStatus"))
         self.interval = read_int(address + member("CLS_Task", "m_iLoopInterval"))
-        self.last_run = read_word(address + member("CLS_Task", "m_tpLastRun"))
         self.call_info = self.read_call_info(address + member("CLS_Task", "m_mapParam"))
 
     @staticmethod
@@ -197,7 +196,7 @@ class Worker:
         return read_word(self.task_id + WORD) != 0
 
     def thread(self):
-        """Which of gdb's threads it is, as a text after the rest of the line."""
+        """Returns gdb's number of the thread, as the end of a line."""
         handle = read_word(self.address + member("CLS_TaskThread", "m_pThread"))
         handle = read_word(handle) if handle else 0
         for thread in gdb.selected_inferior().threads():
@@ -205,7 +204,7 @@ class Worker:
                 if int.from_bytes(thread.handle(), "little") == handle:
                     return " (thread %d)" % thread.num
             except gdb.error:
-                pass  # gdb cannot read this program's threads
+                pass  # gdb does not know the thread's handle
         return ""
 
 
@@ -216,15 +215,12 @@ class Pool:
         self.address = read_word(find_static("CLS_QuenTaskPool::m_pInstance"))
         if not self.address:
             raise Unreadable("there is no pool")
-        self.workers = [Worker(entry) for entry in walk_map(self.member("m_mapThreadTask"))]
-        self.workers.sort(key=lambda worker: worker.order)
-        self.clock = Clock([worker.last_active for worker in self.workers])
 
     def member(self, name):
         return self.address + member("CLS_QuenTaskPool", name)
 
     def find_task(self, task_id):
-        """The task with this id; None if it is not in the registry."""
+        """Returns the task with this id; None if it is not in the registry."""
         key = read_bytes(read_word(task_id), read_word(task_id + WORD))
         entry = find_text(self.registry, key)
         return Task(read_word(entry + TEXT_SIZE)) if entry else None
@@ -233,24 +229,27 @@ class Pool:
         task = self.find_task(task_id)
         return "\"%s\" (%s)" % (task.call_info if task else "a removed task", read_text(task_id))
 
-    def describe_worker(self, worker, idle):
+    def describe_worker(self, worker, idle, clock):
         if not worker.is_bound():
             if worker.address in idle:
-                return "idle for " + self.clock.since(worker.last_active)
+                return "idle for " + clock.since(worker.last_active)
             return "between two tasks"
         task = self.find_task(worker.task_id)
         doing = "runs" if task and task.status != 1 else "is about to run"
-        since = ", for at most " + self.clock.since(worker.last_active) if self.clock.live else ""
+        since = ", for at most " + clock.since(worker.last_active) if clock.live else ""
         return "%s %s%s" % (doing, self.describe_task(worker.task_id), since)
 
     def show_workers(self):
+        workers = [Worker(entry) for entry in walk_map(self.member("m_mapThreadTask"))]
+        workers.sort(key=lambda worker: worker.order)
+        clock = Clock([worker.last_active for worker in workers])
         ending = "" if read(self.member("m_bRun"), 1) else "; the pool is shutting down"
         most = read_int(self.member("m_iMaxThread")) + 1
-        print("workers: %d of %d at most%s" % (len(self.workers), most, ending))
+        print("workers: %d of %d at most%s" % (len(workers), most, ending))
         idle = self.member("m_vecIdleThreads")
         idle = set(read_word(slot) for slot in range(read_word(idle), read_word(idle + WORD), WORD))
-        for worker in self.workers:
-            print("  %d: %s%s" % (worker.order, self.describe_worker(worker, idle), worker.thread()))
+        for worker in workers:
+            print("  %d: %s%s" % (worker.order, self.describe_worker(worker, idle, clock), worker.thread()))
 
     def show_list(self, entries, describe):
         entries = list(entries)
@@ -293,8 +292,8 @@ class ZelCommand(gdb.Command):
 Usage: zel [MOST]
 
 Of each list but that of the workers, MOST entries are shown, 20 if not given. Works in a live process and in a core
-file, and needs the debug symbols of libZelTaskPool. A task has run since its worker's last one ended, at most. A core
-file does not know when it was written, so times there are at least those shown. "(thread N)" is the number for gdb's
+file, and needs the debug symbols of libZelTaskPool. A task has run at most since its worker's last task ended. A core
+file does not tell when it was written, so times there are lower limits. "(thread N)" is the number for gdb's
 command "thread"."""
 
     def __init__(self):
@@ -313,7 +312,7 @@ command "thread"."""
             try:
                 show()
             except Unreadable as reason:
-                print("  not to be read: %s" % reason)
+                print("  cannot be read: %s" % reason)
 
 
 ZelCommand()
