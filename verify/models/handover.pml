@@ -4,10 +4,10 @@
  * One attempt to get onto the idle list fails.
  *
  * Holds: a worker is on the idle list or bound to a task, never both; the idle worker with the lowest order id is
- * taken; no job that is handed over replaces another one; there are never more workers than the limit lets; nobody
- * touches a worker that is freed; no worker is lost; each queued task is run, once.
+ * taken; no job that is handed over replaces another one; there are never more workers than the limit allows;
+ * no process uses a freed worker; no worker is lost; each queued task runs once.
  *
- * Left out: see parts/workers.pml. Nothing ends the pool here (shutdown.pml), and nobody cancels a task (stop.pml).
+ * Left out: see parts/workers.pml. Nothing ends the pool here (shutdown.pml), and no task is cancelled (stop.pml).
  */
 
 #define TASKS    3
@@ -30,7 +30,7 @@ active proctype SecondHost()
     AddToQueue(2)
 }
 
-/* Registered, and nobody will ever use or retire it. */
+/* Registered, but it will never be used or retired. */
 #define Lost(w) (known[w] && !IsIdle(w) && bound[w] == NO_TASK)
 
 ltl handled

@@ -14,8 +14,8 @@
  *
  * Left out: see parts/task.pml and parts/crew.pml; the end of the pool (shutdown.pml). The count of changes that the
  * scheduler compares with the one it has seen is a flag here, for lists and intervals alike. The scheduler reads the
- * clock once a look. The time since a run counts only while the task is idle, for nobody looks at it else. The first
- * queueing of all tasks is one step.
+ * clock once a poll. The time since a run counts only while the task is idle, because nothing reads it at other times.
+ * The first queueing of all tasks is one step.
  */
 
 #define TASKS 3

@@ -1,12 +1,11 @@
 /*
- * The end of the pool. A host queues two tasks, perhaps removes one in vain, and ends the pool at any moment of their
- * road, while dispatcher, loop scheduler and watchdog are at work; a third task comes from the loop scheduler. Each
- * run takes as long as it likes, with RUN_MAY_HANG for ever: the end of the pool may wait for it or leave its worker
- * behind.
+ * The shutdown. A host queues two tasks, may remove one without waiting for its run, and shuts the pool down at any
+ * moment, while dispatcher, loop scheduler and watchdog work. A third task comes from the loop scheduler. Each run
+ * takes any time, with RUN_MAY_HANG for ever: the shutdown may wait for it or abandon its worker.
  *
- * Holds: nobody touches the pool after it is freed, nor a worker after that is freed; each worker is freed once, by
- * the end of the pool or, when it was left behind, by itself; no run begins after the end of the pool; UnInit
- * returns, all threads end, and each queued task is run, or dropped by the end of the pool.
+ * Holds: no process uses the pool or a worker after it is freed; each worker is freed once, by the shutdown or, if it
+ * was abandoned, by itself; no run begins after the shutdown; UnInit returns, all threads end, and each queued task
+ * runs or is dropped by the shutdown.
  *
  * Left out: see parts/workers.pml; failures of UnInit, its call from a task, and the pinning of the library. A
  * bounded wait may be given up at any moment.

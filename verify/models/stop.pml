@@ -7,7 +7,7 @@
  * Holds: after a stop or removal whose wait did not run out, no run of what it covers is in progress, and none begins
  * any more; a removal of the owner covers what its tasks submit while it waits, and while it waits for one task, none
  * of the others begins; a task runs once, or is dropped
- * because somebody cancelled it; no record is used after it is destroyed, nor destroyed during its run or under the
+ * because it was cancelled; no record is used after it is destroyed, nor destroyed during its run or under the
  * registry's lock; every queued task is run or dropped.
  *
  * Left out: see parts/task.pml and parts/crew.pml; the loop list, the bound of 30 rounds for an owner, the wait for
@@ -26,7 +26,7 @@ bool submitted[TASKS]; /* AddTmpTask has returned */
 
 bool nested;           /* chosen once: task 0 submits task 1, or a third host cancels a task */
 
-/* Nobody knows the record before it is queued, so that it is made, marked and queued in one step. */
+/* No other process knows the record before it is queued, so it is made, marked and queued in one step. */
 inline AddTmpTask(t) /* CLS_QuenTaskPool::AddTmpTask */
 {
     d_step {

@@ -2,12 +2,12 @@
 """The handshake of CLS_Task::Running and CLS_Task::Stop under the C++ memory model.
 
 A run stores the status and then reads the validity; Stop stores the validity and then reads the status. The callable
-uses what it captured; whoever called Stop destroys that when the task was not executing. No execution may let these two
+uses what it captured; the caller of Stop destroys that if the task was not executing. No execution may let these two
 race: then no callable starts after Stop has returned, and the caller sees all that the last run did.
 
 Stop looks again while it finds the task executing. A second look is tried, too; further ones are like it. The task may
 be queued again between two runs: that is one more exchange of the status, which continues the release sequence of the
-run's end, so that who reads it sees as much as who reads IDLE.
+run's end, so a thread that reads it sees as much as one that reads IDLE.
 """
 import pathlib
 import re

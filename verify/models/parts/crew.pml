@@ -1,7 +1,7 @@
 /*
- * Two workers who take tasks off the queue: the road from the queue to a worker in short, for models that ask about
- * tasks alone (handover.pml has it in full). The workers are processes 0 and 1, so that nothing active may come
- * before this.
+ * Two workers that take tasks off the queue: a short form of the way from the queue to a worker, for models about
+ * tasks alone (handover.pml has it in full). The workers must be processes 0 and 1, so include this before anything
+ * active.
  *
  * A model that includes this, after task.pml, may define FORGET_OWNER(t), what a worker does after a run.
  */

@@ -4,8 +4,8 @@
  * A record is its status, its validity, its place in the registry and the number of strong references to it. Each
  * load, store and exchange of an atomic word is one step, in the order of the code: these words are sequentially
  * consistent (handshake/ shows that they have to be). What happens under the registry's lock is one step, for
- * everybody who touches the registry holds that lock, and nobody waits under it. Every use of a record asserts that
- * it has not been destroyed.
+ * because every process takes that lock to use the registry, and none waits under it. Every use of a record asserts
+ * that it has not been destroyed.
  *
  * Left out: parameters, records, exceptions out of them, and the callable's copying. A bounded wait may run out
  * whenever the task is executing.
@@ -59,8 +59,8 @@ inline CreateTask(t, iStatus) /* CLS_Task::CreateTask */
     }
 }
 
-/* The look-up and the strong reference from the weak one are two steps in the code. Whoever fails in the second might
- * as well have come late for the first, and whoever succeeds might as well have done both before. */
+/* In the code, the look-up and the strong reference from the weak one are two steps. A process that fails in the
+ * second could as well have failed in the first; one that succeeds could have done both at once. */
 inline GetTask(t, found) /* CLS_Task::GetTask */
 {
     d_step {
@@ -69,7 +69,7 @@ inline GetTask(t, found) /* CLS_Task::GetTask */
     }
 }
 
-/* Whoever drops the last reference destroys the record. Its destructor would wait for a run. */
+/* The process that drops the last reference destroys the record. Its destructor would wait for a run. */
 inline Release(t)
 {
     d_step {

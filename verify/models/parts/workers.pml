@@ -1,26 +1,24 @@
 /*
  * Queue, dispatcher, workers and watchdog: what the models of the hand-over and of the shutdown share.
  *
- * Locks: what happens under one of the pool's locks is one step where nobody waits under it, for everybody who
- * touches the guarded members holds the lock. Two locks are modelled as such: m_mtxWaitingTasks, for the dispatcher
- * looks and goes to sleep under it, and each worker's m_mtxFunction, for it is held throughout a job.
+ * Locks: what happens under one of the pool's locks is one step if no process waits under it, because every use of
+ * the guarded members takes the lock. Two locks are modelled as such: the queue's, because the dispatcher polls and
+ * goes to sleep under it, and the one of each worker's job, because it is held throughout a job.
  *
- * Waits: a look that finds nothing and is repeated later changes nothing, so that only the one is modelled that finds
- * something. A timed wait ends when it is notified or, unless NEVER_EXPIRES is defined, at any moment, which stands
+ * Waits: a poll that finds nothing changes nothing, so only the poll that finds something is modelled. A timed wait ends when it is notified or, unless NEVER_EXPIRES is defined, at any moment, which stands
  * for its time and for spurious wake-ups. With NEVER_EXPIRES nothing but a notification ends it, so that a lost one
  * is seen.
  *
- * A worker's slot is used again when the worker has been freed, as memory is. No worker to be had - too many, or no
- * thread - makes the dispatcher try again. The limit lets two workers be registered at once; with MAX_THREAD=0 it lets
+ * A worker's slot is used again when the worker has been freed, as memory is. If there is no worker - too many, or no
+ * thread - the dispatcher tries again. The limit lets two workers be registered at once; with MAX_THREAD=0 it lets
  * one, so that both slots are taken only while one of the two is retired.
  *
  * Left out: records, ReportBusy, the second look of GetTaskThread, the owner maps, how long a worker has been idle
  * (the watchdog may find any worker idle for too long).
  *
- * A model that includes this defines, beside what task.pml wants, FAILURES, how many workers fail to get onto the
- * idle list, and may define RUN_STEP as atomic when nobody but workers looks at tasks, and POOL_ENDS. With
- * WATCHDOG_SLEEPS no worker is retired. With RUN_MAY_HANG a run may never end, and whoever waits for it for ever is
- * stuck.
+ * A model that includes this defines what task.pml needs and FAILURES: how many workers fail to get onto the idle
+ * list. It may define POOL_ENDS, and RUN_STEP as atomic if only workers look at tasks. With WATCHDOG_SLEEPS no worker
+ * is retired. With RUN_MAY_HANG a run may never end, and a process that waits for it without a bound is stuck.
  */
 
 #include "task.pml"
@@ -86,7 +84,7 @@ byte failures;
 #endif
 #define IsIdle(w)        ((idleCount > 0 && idle[0] == (w)) || (idleCount > 1 && idle[1] == (w)))
 
-/* A record that nobody knows yet is marked as waiting while it is made; else that is a step before this one. */
+/* A record that no other process knows yet is marked as waiting while it is made; otherwise, in a step before. */
 inline AddToQueue(t) /* CLS_QuenTaskPool::AddWaitingTasks */
 {
     atomic {
@@ -229,7 +227,7 @@ active proctype Dispatcher() /* CLS_QuenTaskPool::FunTaskingThread */
     dispatcherEnded = true
 }
 
-/* In coarser steps than Running, which stop.pml has: nobody but the end of the pool cancels a task here. */
+/* In coarser steps than Running, which stop.pml has: only the shutdown cancels a task here. */
 inline RunRegisteredTask(t) /* RunRegisteredTask */
 {
     atomic {
