@@ -76,7 +76,7 @@ bool IsAsleep()
 } // namespace
 
 #ifdef __APPLE__
-/// Stands in front of the system's function of the same name.
+/// Replaces the system's function of the same name.
 extern "C" int pthread_cond_timedwait(pthread_cond_t* _pCondition, pthread_mutex_t* _pMutex,
                                       const timespec* _pEnd)
 {

@@ -3,7 +3,7 @@
 
 namespace
 {
-/// The bound of a removal by owner, with the clock running as it does.
+/// The time limit of a removal by owner, with the real clock.
 class RemovalRealTimeTest : public CLS_ShutdownFixture
 {
 protected:

@@ -5,7 +5,7 @@ namespace
 {
 using ::testing::ElementsAre;
 
-/// The bounds of the pool's end, with the clock running as it does.
+/// The time limits of the shutdown, with the real clock.
 class ShutdownRealTimeTest : public CLS_ShutdownFixture
 {
 protected:
@@ -16,7 +16,7 @@ protected:
     /// Takes the task of a run out of the registry while it runs.
     static void RemoveDuringRun(const HeldRun& _pRun) { CLS_Task::DeleteTask(_pRun->m_strTaskId); }
 
-    /// Ends the pool and returns how long that took.
+    /// Shuts the pool down and returns how long that took.
     static std::chrono::nanoseconds EndPool()
     {
         const auto tpStart = std::chrono::steady_clock::now();

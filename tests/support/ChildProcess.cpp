@@ -77,7 +77,7 @@ void ResetProcess()
     pthread_sigmask(SIG_SETMASK, &stNone, nullptr);
 }
 
-/// Turns a new process into the program. When that fails, the number of the error goes into _iFailure.
+/// Replaces the new process by the program. On failure, writes the error number to _iFailure.
 [[noreturn]] void BecomeProgram(char* const* _ppArguments, char* const* _ppEnvironment, int _iOut, int _iErr,
                                 int _iFailure)
 {
@@ -91,7 +91,7 @@ void ResetProcess()
     _exit(iWritten == sizeof(iError) ? 127 : 126);
 }
 
-/// The number of the error that kept a new process from becoming its program; 0 when nothing did.
+/// The error number that stopped the new process from running its program; 0 if none.
 int ReadFailure(int _iFailure)
 {
     int iError = 0;
@@ -235,7 +235,7 @@ ST_ChildResult CLS_ChildProcess::Wait(std::chrono::milliseconds _msLimit)
         return m_stResult;
     }
     m_stResult.m_bTimedOut = !WaitUntil([this] { return HasEnded(); }, _msLimit);
-    // Numbers of processes go round: that of a child that has just ended is not given away again yet.
+    // Process numbers are reused late: that of a child that has just ended still belongs to no other process.
     kill(-m_iProcess, SIGKILL);
     while (m_stResult.m_bTimedOut && waitpid(m_iProcess, &m_iStatus, 0) == -1 && errno == EINTR)
     {

@@ -32,8 +32,8 @@ void PrintTo(const ST_ChildResult& _stResult, std::ostream* _pOut);
 class CLS_ChildProcess
 {
 public:
-    /// Starts the program. _mapEnvironment goes on top of this process's environment. Throws
-    /// std::runtime_error when the program cannot be started.
+    /// Starts the program with this process's environment plus _mapEnvironment. Throws std::runtime_error if
+    /// the program cannot be started.
     explicit CLS_ChildProcess(const std::string& _strProgram,
                               const std::vector<std::string>& _vecArguments = {},
                               const std::map<std::string, std::string>& _mapEnvironment = {});
@@ -65,7 +65,7 @@ private:
     void StartReader(ST_Reader& _stReader, int _iFile);
     void CloseReaders();
     std::string GetText(const ST_Reader& _stReader);
-    /// Whether the child is over; fetches its status then.
+    /// Whether the child has ended; fetches its status then.
     bool HasEnded();
 
     std::mutex m_mtxText; ///< guards the texts of the readers

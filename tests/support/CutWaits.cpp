@@ -32,7 +32,7 @@ void Note(clockid_t _iClock, const timespec& _stEnd)
     }
 }
 
-/// A wait that lasts a millisecond.
+/// A wait of one millisecond.
 int CutWait(pthread_mutex_t* _pMutex, clockid_t _iClock, const timespec& _stEnd)
 {
     Note(_iClock, _stEnd);
@@ -67,8 +67,8 @@ int CLS_CutWaits::GetNotifications() const
     return g_iNotifications;
 }
 
-// These stand in front of the system's functions of the same names in every program that is linked with this
-// file. The C++ libraries of the two systems wait in different ways.
+// These replace the system's functions of the same names in every program that is linked with this file. The
+// C++ libraries of the two systems wait in different ways.
 
 #ifdef __APPLE__
 extern "C" int pthread_cond_timedwait(pthread_cond_t* _pCondition, pthread_mutex_t* _pMutex,

@@ -6,7 +6,7 @@
 
 /// While one lives, every wait with a limit on one condition variable, on all threads, wakes after a
 /// millisecond, notified or not; how long it was meant to last is noted, and notifications are counted. On
-/// macOS the program's functions must stand in front of the system's for the C++ library, too. One at a time.
+/// macOS the program's functions must replace the system's for the C++ library, too. One at a time.
 class CLS_CutWaits
 {
 public:

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <new>
 
-// A sanitizer that keeps operator new to itself: there the linker leads the program's calls to the one below.
+// A sanitizer has its own operator new. The linker then redirects the program's calls to the one below.
 #ifdef ZEL_TEST_WRAPPED_NEW
 #define OPERATOR_NEW __wrap__Znwm
 extern "C"
@@ -19,7 +19,7 @@ extern "C"
 namespace
 {
 std::atomic<std::thread::id> g_idFailing{};
-std::atomic<int> g_iUntilFailure{0}; ///< allocations up to and with the one that fails; 0: none fails
+std::atomic<int> g_iUntilFailure{0}; ///< allocations up to and including the one that fails; 0: none fails
 std::atomic<bool> g_bFailed{false};
 std::atomic<long> g_iLive{0};
 thread_local int t_iExempt = 0;
@@ -115,7 +115,7 @@ void* operator new(std::size_t _uiSize, const std::nothrow_t& /*_stNoThrow*/) no
     }
 }
 
-/// Not inlined: the compiler would take the pair of "new" and "free" for a mistake.
+/// Not inlined: the compiler would warn about the pair of "new" and "free".
 [[gnu::noinline]] void operator delete(void* _pMemory) noexcept
 {
     g_iLive -= _pMemory == nullptr ? 0 : 1;

@@ -12,11 +12,11 @@ namespace FailingMemory
 /// Whether every allocation is reached, and GetLiveBlocks therefore means something.
 extern const bool REACHES_ALL;
 
-/// Lets the _iAllocation-th allocation of a thread from now on throw std::bad_alloc, 1 being the next; none
-/// when 0. One thread at a time; takes the place of the call before.
+/// Lets the _iAllocation-th allocation of a thread from now on throw std::bad_alloc: 1 is the next, 0 is
+/// none. One thread at a time; replaces the call before.
 void FailAt(int _iAllocation, std::thread::id _idThread = std::this_thread::get_id());
 
-/// No allocation fails any more. Whether one did since FailAt.
+/// Lets no more allocations fail. Returns whether one failed since FailAt.
 bool Stop();
 
 /// The blocks that are allocated and not freed, over all threads.

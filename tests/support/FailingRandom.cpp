@@ -15,7 +15,7 @@ namespace
 std::atomic<bool> g_bFailing{false};
 thread_local const std::function<void()>* t_pHook = nullptr;
 
-/// The source is about to be opened. False when it cannot be.
+/// Called before the source is opened. False if it cannot be opened.
 bool BeginOpening()
 {
     if (t_pHook != nullptr)
@@ -46,7 +46,7 @@ CLS_WatchedRandom::~CLS_WatchedRandom()
     t_pHook = nullptr;
 }
 
-/// Stands in front of the system's function of the same name in every program that is linked with this file.
+/// Replaces the system's function of the same name in every program that is linked with this file.
 extern "C" int open(const char* _szPath, int _iFlags, ...)
 {
     if (std::strcmp(_szPath, "/dev/urandom") == 0 && !BeginOpening())
@@ -67,7 +67,7 @@ extern "C" int open(const char* _szPath, int _iFlags, ...)
 }
 
 #ifdef _LIBCPP_VERSION
-/// This C++ library opens its source from inside, past the function above, if it opens one at all.
+/// This C++ library opens its source internally, without calling the function above, if it opens one at all.
 std::random_device::random_device(const std::string& _strToken)
 {
     if (!BeginOpening())

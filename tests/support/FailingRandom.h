@@ -2,8 +2,8 @@
 
 #include <functional>
 
-/// While one lives, the system's source of random numbers cannot be opened, on any thread, as when the
-/// process has no descriptor left. One at a time.
+/// While one lives, no thread can open the system's source of random numbers, as if the process had no
+/// descriptor left. One at a time.
 class CLS_FailingRandom
 {
 public:

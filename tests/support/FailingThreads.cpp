@@ -30,7 +30,7 @@ int CLS_FailingThreads::GetRequests() const
     return g_iRequests;
 }
 
-/// Stands in front of the system's function of the same name in every program that is linked with this file.
+/// Replaces the system's function of the same name in every program that is linked with this file.
 extern "C" int pthread_create(pthread_t* _pThread, const pthread_attr_t* _pAttributes,
                               void* (*_funStart)(void*), void* _pArgument) ZEL_TEST_NOEXCEPT
 {

@@ -14,7 +14,7 @@ constexpr std::chrono::milliseconds SHORTEST_SCALED{50};
 
 std::atomic<CLS_ScaledSleep::Scale> g_funScale{nullptr};
 
-/// Memory for so many sleeps is there from the beginning: a sleep is not the place to ask for some.
+/// Memory for so many sleeps is reserved, because a sleep must not allocate.
 constexpr std::size_t USUAL_SLEEPS = 10000;
 
 /// Never destroyed: service threads sleep until the process ends.
@@ -39,7 +39,7 @@ timespec ToTimespec(std::chrono::nanoseconds _nsLength)
     return {sWhole.count(), std::chrono::nanoseconds(_nsLength - sWhole).count()};
 }
 
-/// Whether the sleep is to be cut; if so, it is recorded, and the hook is handed out.
+/// Whether to cut the sleep. If so, records it and returns the hook.
 bool NoteSleep(std::chrono::nanoseconds _nsAsked, ST_Sleep& _stSleep,
                std::function<void(const ST_Sleep&)>& _funHook)
 {
@@ -112,7 +112,7 @@ CLS_ScaledSleep::~CLS_ScaledSleep()
     g_funScale = nullptr;
 }
 
-/// Stands in front of the system's function of the same name in every program that is linked with this file.
+/// Replaces the system's function of the same name in every program that is linked with this file.
 extern "C" int nanosleep(const timespec* _pLength, timespec* _pRest)
 {
     const std::chrono::nanoseconds nsAsked =
@@ -137,7 +137,7 @@ extern "C" int nanosleep(const timespec* _pLength, timespec* _pRest)
 }
 
 #ifdef _LIBCPP_VERSION
-/// This C++ library calls the system's function from inside, past the one above.
+/// This C++ library calls the system's function directly, not the one above.
 void std::this_thread::sleep_for(const std::chrono::nanoseconds& _nsLength)
 {
     timespec stRest = ToTimespec(_nsLength);

@@ -13,8 +13,8 @@ struct ST_Sleep
 };
 
 /// While one lives, every sleep of 50 ms and more, on any thread, takes a few microseconds and is recorded;
-/// shorter ones stay real, unless the test draws the line elsewhere. So waits of seconds are tested in no
-/// time, step by step. One at a time.
+/// shorter ones stay real, unless the test draws the line elsewhere. So tests of long waits run fast, step
+/// by step. One at a time.
 class CLS_FastSleep
 {
 public:

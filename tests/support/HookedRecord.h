@@ -1,17 +1,17 @@
 #pragma once
 
-// The sources of the product and of a test are compiled with this before everything else where the linker
-// cannot lead calls of a record's constructor and destructor to the test (zel_hook_records). They make
-// records of the class below.
+// Included before everything else in the sources of the product and of a test, where the linker cannot
+// redirect calls of a log record's constructor and destructor (zel_hook_records). These sources then create
+// log records of the class below.
 
 #include "QuenInclude/Logger.h"
 
-/// A test program has one pair of these.
+/// A test program defines both.
 namespace RecordHooks
 {
-/// A record is about to be made. An exception passes to the one that makes it.
+/// Called before a log record is constructed. An exception reaches the code that constructs it.
 void Begin();
-/// It has come to its end.
+/// Called after the log record is destroyed.
 void End() noexcept;
 } // namespace RecordHooks
 
@@ -26,7 +26,7 @@ protected:
     CLS_RecordHook& operator=(const CLS_RecordHook&) = delete;
 };
 
-/// The hook is a base that comes first, so that it begins before the record and ends behind it.
+/// The hook is the first base, so it is constructed before the log record and destroyed after it.
 class CLS_HookedRecord : private CLS_RecordHook, public LogMessageStream
 {
 public:

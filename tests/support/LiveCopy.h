@@ -3,7 +3,7 @@
 #include <atomic>
 #include <memory>
 
-/// To be captured: counts how many copies of it are alive, itself included. Thread-safe.
+/// Counts its living copies, including itself. For captures. Thread-safe.
 class CLS_LiveCopy
 {
 public:

@@ -24,7 +24,7 @@ protected:
     void SetUp() override { Reset(); }
     void TearDown() override { Reset(); }
 
-    /// The library as it is found by an opening that succeeds.
+    /// The library that a successful opening finds.
     static Functions GetLibrary() { return {{"PrintLog", reinterpret_cast<void*>(&PrintLog)}}; }
 
     void Say(const std::string& _strText)
@@ -110,7 +110,7 @@ protected:
         std::thread m_thOpening;
     };
 
-    /// What the next openings do and find; the last one is done again and again.
+    /// What the next openings do and find; the last entry serves all further ones.
     std::vector<std::function<Functions()>> m_vecOpenings{&CLS_LogOpeningFixture::GetLibrary};
     std::size_t m_uiOpenings = 0; ///< how often the library was opened
     CLS_LogBinding m_clsBinding{[this](const std::string&) {

@@ -78,7 +78,7 @@ extern "C"
         }
     }
 
-    // The rest of the entry points that the product looks up. It never calls them.
+    // The other entry points that the product looks up and never calls.
     void Init() {}
     void SetLoggerConfig() {}
     void SetLoggerConfigAll() {}

@@ -19,16 +19,16 @@ struct ST_Record
     std::string m_strMessage;
 };
 
-/// All records since the last Take or Clear, oldest first; forgets them.
+/// Returns all log records since the last Take or Clear, oldest first, and forgets them.
 std::vector<ST_Record> Take();
 
-/// A copy of the records without forgetting them.
+/// A copy of the log records, which are kept.
 std::vector<ST_Record> Peek();
 
 void Clear();
 
-/// Called with each record, on the thread that logs, after the record was kept and with no lock held. An
-/// empty function takes the hook away.
+/// Sets a function that is called with each log record, on the thread that logs, after the record was kept
+/// and with no lock held. An empty function removes it.
 void SetHook(const std::function<void(const ST_Record&)>& _funHook);
 
 void PrintTo(const ST_Record& _stRecord, std::ostream* _pOut);

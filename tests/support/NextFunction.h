@@ -3,15 +3,15 @@
 #include <dlfcn.h>
 #include <string>
 
-// As the system declares its functions.
+// The declaration of the system's function.
 #ifdef __GLIBC__
 #define ZEL_TEST_NOEXCEPT noexcept
 #else
 #define ZEL_TEST_NOEXCEPT
 #endif
 
-/// The function of the system that a program's own function of the same name stands in front of. A
-/// sanitizer's stand-in counts as the system's, where one is linked into the program.
+/// The system's function that a program replaces with its own of the same name. If a sanitizer's replacement
+/// is linked into the program, that one.
 template <typename T_Fun>
 T_Fun* GetNextFunction(const std::string& _strName)
 {

@@ -6,12 +6,12 @@
 #include <stdexcept>
 #include <string>
 
-/// The options of a program that takes numbers alone, "--name value" each. Ends the process with status 2 and
-/// a text for the user when it is given anything else.
+/// The options of a program that takes only numbers, each as "--name value". Anything else ends the process
+/// with status 2 and a message.
 class CLS_Options
 {
 public:
-    /// _mapDefaults has every option that there is.
+    /// _mapDefaults lists all options with their default values.
     CLS_Options(int _iCount, char** _ppTexts, const std::map<std::string, long long>& _mapDefaults)
         : m_mapValues(_mapDefaults)
     {

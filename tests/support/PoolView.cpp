@@ -342,7 +342,7 @@ bool AreLocksFree(CLS_QuenTaskPool& _clsPool)
     bool bFree = false;
     const auto funTry = [](auto& _mtxAny)
     {
-        // The pool's threads hold it for a moment now and then; the calling thread would go on holding it.
+        // The pool's threads hold it only for a moment; the calling thread would keep holding it.
         if (!WaitUntil([&] { return _mtxAny.try_lock(); }))
         {
             return false;

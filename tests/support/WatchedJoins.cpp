@@ -64,7 +64,7 @@ std::vector<pthread_t> CLS_WatchedJoins::GetThreads() const
     return GetState().m_vecThreads;
 }
 
-/// Stands in front of the system's function of the same name in every program that is linked with this file.
+/// Replaces the system's function of the same name in every program that is linked with this file.
 extern "C" int pthread_join(pthread_t _idThread, void** _ppResult)
 {
     std::function<void(pthread_t)> funHook;
@@ -82,7 +82,7 @@ extern "C" int pthread_join(pthread_t _idThread, void** _ppResult)
 }
 
 #ifdef _LIBCPP_VERSION
-/// This C++ library calls the system's function from inside, past the one above.
+/// This C++ library calls the system's function directly, not the one above.
 void std::thread::join()
 {
     const int iError = joinable() ? pthread_join(native_handle(), nullptr) : EINVAL;

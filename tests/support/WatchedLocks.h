@@ -5,7 +5,7 @@
 #include <vector>
 
 /// While one lives, it watches some locks, on all threads, for the order in which they are taken. On macOS
-/// the program's functions must stand in front of the system's for the C++ library, too. One at a time.
+/// the program's functions must replace the system's for the C++ library, too. One at a time.
 class CLS_WatchedLocks
 {
 public:

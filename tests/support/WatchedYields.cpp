@@ -28,7 +28,7 @@ void CLS_WatchedYields::Note()
     }
 }
 
-/// Stands in front of the system's function of the same name in every program that is linked with this file.
+/// Replaces the system's function of the same name in every program that is linked with this file.
 extern "C" int sched_yield() ZEL_TEST_NOEXCEPT
 {
     if (t_pWatch != nullptr)

@@ -39,7 +39,7 @@ std::string MakeId(const ST_IdSource& _stFigures)
 }
 } // namespace
 
-// These stand in front of the system's functions of the same names.
+// These replace the system's functions of the same names.
 
 extern "C" pthread_t pthread_self() ZEL_TEST_NOEXCEPT
 {

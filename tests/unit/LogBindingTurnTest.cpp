@@ -26,7 +26,7 @@ void NoteWait()
 }
 } // namespace
 
-// In front of the system's function of the same name. The C++ libraries of the two systems wait in different
+// Replaces the system's function of the same name. The C++ libraries of the two systems wait in different
 // ways.
 #ifdef __APPLE__
 extern "C" int pthread_cond_timedwait(pthread_cond_t* _pCondition, pthread_mutex_t* _pMutex,

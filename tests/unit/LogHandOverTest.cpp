@@ -11,7 +11,7 @@ namespace
 {
 using ::testing::ElementsAre;
 
-/// A thread that makes two records during the opening and a third one when it is told to.
+/// A thread that makes two log records during the opening, and a third one on request.
 class LogHandOverTest : public CLS_LogOpeningFixture
 {
 protected:
@@ -157,7 +157,7 @@ TEST_F(LogHandOverTest, RecordsGoRightToPrintLogWhenItIsOver)
     EXPECT_EQ(0U, LogBindingView::CountKept(m_clsBinding));
 }
 
-/// A thread that makes two records during the opening, and then one whenever it is told to.
+/// A thread that makes two log records during the opening, and one more on each request.
 class LogHandOverSpeakerTest : public CLS_LogOpeningFixture
 {
 protected:

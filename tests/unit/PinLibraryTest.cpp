@@ -10,7 +10,7 @@ bool g_bRefuses = false; ///< whether the loader finds no file
 int g_iPins = 0;         ///< requests that keep a library loaded for good
 } // namespace
 
-// In front of the system's functions of the same names.
+// These replace the system's functions of the same names.
 extern "C" int dladdr(const void* _pAddress, Dl_info* _pInfo) ZEL_TEST_NOEXCEPT
 {
     static auto* const s_pFind = GetNextFunction<decltype(dladdr)>("dladdr");

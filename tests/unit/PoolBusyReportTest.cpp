@@ -66,7 +66,7 @@ protected:
         return m_vecBound.back();
     }
 
-    /// Queues a task that runs until m_clsFree is open; returns its id.
+    /// Queues a task that runs until m_clsFree is opened; returns its id.
     std::string QueueTask()
     {
         const std::string strTaskId = MakeTask(

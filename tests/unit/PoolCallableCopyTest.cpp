@@ -1,4 +1,4 @@
-// Callables whose copying or destruction does more than it should.
+// Callables whose copy or destruction has side effects.
 
 #include "tests/support/FailingRandom.h"
 #include "tests/support/PoolView.h"

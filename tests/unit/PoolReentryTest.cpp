@@ -17,7 +17,7 @@ namespace
 using ::testing::Contains;
 using ::testing::IsEmpty;
 
-/// The pool is ended, or given work, in the middle of its own operations.
+/// The pool is shut down, or gets work, during its own operations.
 class PoolReentryTest : public CLS_PoolFixture
 {
 protected:

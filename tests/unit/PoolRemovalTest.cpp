@@ -20,7 +20,7 @@ constexpr milliseconds STOP_POLL{300};
 class PoolRemovalTest : public CLS_PoolFixture
 {
 protected:
-    /// Submits so many one-shot tasks that do nothing; returns their ids.
+    /// Submits _iTasks one-shot tasks that do nothing; returns their ids.
     static std::vector<std::string> AddTmpTasks(CLS_QuenTaskPool& _clsPool, void* _pOwner, int _iTasks)
     {
         const std::size_t uiBefore = PoolView::GetQueue(_clsPool).size();

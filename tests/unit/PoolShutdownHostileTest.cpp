@@ -11,7 +11,7 @@ namespace
 using ::testing::ElementsAre;
 using ::testing::UnorderedElementsAre;
 
-/// The pool ends, and a run goes on.
+/// The pool is shut down while a run goes on.
 class PoolShutdownHostileTest : public CLS_ShutdownFixture
 {
 protected:
@@ -378,7 +378,7 @@ void PrintTo(const ST_WayToEnd& _stEnd, std::ostream* _pOut)
     *_pOut << _stEnd.m_szName;
 }
 
-/// A task ends its own pool, in each of the ways that there are.
+/// A task shuts its own pool down, in each of the possible ways.
 class PoolShutdownSelfTest : public PoolShutdownHostileTest, public ::testing::WithParamInterface<ST_WayToEnd>
 {
 };

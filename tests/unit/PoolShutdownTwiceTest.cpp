@@ -8,7 +8,7 @@ namespace
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-/// Two threads end one pool, each in one of the two ways.
+/// Two threads shut one pool down, each in one of the two ways.
 struct ST_Ends
 {
     const char* m_szName;

@@ -293,7 +293,7 @@ TEST_F(PoolSubmissionTest, EmptyCallableIsAccepted)
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
-/// A callable that cannot be copied any more once it is armed.
+/// A callable whose copy throws once it is armed.
 template <typename T_Thrown>
 class CLS_Uncopyable
 {

@@ -38,7 +38,7 @@ TEST(RunGateTest, CloseBetweenRunsDoesNotWaitAndLetsNoneBegin)
     EXPECT_FALSE(clsGate.IsAbandoned());
 }
 
-/// A thread in the middle of a run that it ends when told.
+/// A thread in a run, which ends when the test says so.
 class CLS_GateRunner
 {
 public:
@@ -73,7 +73,7 @@ public:
     std::thread m_thRunner;
 };
 
-/// A worker that is within the pool when that ends, and then goes on with a host's own code.
+/// A worker that uses the pool during the shutdown and then runs the host's own code.
 TEST(RunGateTest, CloseLeavesAWorkerBehindThatLeavesThePoolForForeignCode)
 {
     CLS_RunGate clsGate;

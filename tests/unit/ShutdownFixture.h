@@ -105,7 +105,7 @@ protected:
         }
     }
 
-    /// Whether a worker's gate was closed by the pool's end.
+    /// Whether the shutdown closed the worker's gate.
     static bool IsGateClosed(CLS_TaskThread& _clsThread)
     {
         CLS_RunGate& clsGate = _clsThread.GetRunGate();

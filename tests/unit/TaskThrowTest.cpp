@@ -1,4 +1,5 @@
-// Whatever a callable throws: the run leaves its record, the worker goes on, and no exception object is left.
+// Whatever a callable throws, the run makes its log record, the worker goes on, and no exception object is
+// left.
 
 #include "tests/support/PoolView.h"
 #include "tests/support/RecordMatchers.h"
