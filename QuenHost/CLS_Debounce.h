@@ -14,14 +14,16 @@
 /// As a member it comes after its owner.
 ///
 /// Threads: Trigger: any, several at once, also in the task. The end: one.
+///
 /// Waits: the end waits for nothing. A run in progress goes on; the removal by its owner waits for it.
+///
 /// Owns: the callable. It is destroyed by the end, on its thread, or by the run in progress, on its worker.
 /// Neither copied nor moved.
 class CLS_Debounce
 {
 public:
-    /// Nothing runs until Trigger. The callable is called without an argument or with a stop token.
-    /// _clsOwner cancels it, too, and says who hears of failures.
+    /// Runs nothing until Trigger. The callable is called without an argument or with a stop token. A removal
+    /// of _clsOwner's tasks cancels it. Its failures go to _clsOwner.
     ///
     /// Fails: what copying the callable throws, and std::bad_alloc.
     template <typename T_Callable>

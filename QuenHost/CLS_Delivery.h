@@ -24,7 +24,9 @@ public:
     /// left: when it is empty, after a removal of the owner's tasks, and when it cannot be posted.
     ///
     /// Waits: for nothing but the host's post function.
+    ///
     /// Fails: what copying the callable throws, and std::bad_alloc; nothing was posted then.
+    ///
     /// Owns: the callable. It is destroyed on the host's thread when its call has ended; or, when it is never
     /// called, on the thread of the removal.
     template <typename T_Callable>

@@ -19,9 +19,11 @@ public:
     /// _funPost takes a callable, returns at once, and has the host's thread call it once, later.
     ///
     /// Threads: called on workers, several at once.
+    ///
     /// Waits: it must not wait for the host's thread, which may be in a removal that waits for the worker.
-    /// Fails: when it throws, or drops the callable, the owner's failure handler hears of it. A dropped
-    /// callable is reported where it is destroyed: hold no lock there that the handler takes.
+    ///
+    /// Fails: if it throws or drops the callable, the owner's failure handler is called. For a dropped
+    /// callable, that happens where it is destroyed: hold no lock there that the handler takes.
     explicit CLS_HostThread(F_HostPost _funPost) : m_pPost(std::make_shared<F_HostPost>(std::move(_funPost)))
     {
     }

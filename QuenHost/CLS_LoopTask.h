@@ -12,24 +12,31 @@
 
 /// A task that runs again and again until this object is destroyed. Its runs never overlap.
 ///
-/// It goes before its scope, and before what its callable uses: as a member it comes last.
+/// Destroy it before its scope and before what its callable uses: declare it as the last member. It can be
+/// moved; a moved-from object has no task.
 ///
-/// Threads: one at a time, which may be a run of its own task. IsAdded and the removals: any, several at
-/// once. Owns: the callable. It is destroyed exactly once: by the removal, on its thread; or by the run that
-/// outlasts the removal, on the worker. Moveable; a moved-from object has no task.
+/// Threads: one at a time, which may run the task itself. IsAdded and the removals: any, several at once.
+///
+/// Owns: the callable. It is destroyed exactly once: by the removal, on its thread; or by the run that
+/// outlasts the removal, on the worker.
 class CLS_LoopTask
 {
 public:
-    /// Runs _funTask, copied or moved, at once, and again _iInterval milliseconds after each run ended, plus
-    /// up to about 10. With 0 it is repeated without a pause; a negative interval counts as 0. The callable
-    /// takes the same arguments as that of CLS_TaskOwner::Submit. _strCallInfo says what it is.
-    /// _funOnFailure hears when a run throws, after which the task goes on; without one, failures go to the
-    /// scope. When the callable is empty or the pool does not take it, there is no task: see IsAdded.
+    /// Runs _funTask, copied or moved, at once and then again and again.
+    ///
+    /// - _iInterval: milliseconds from the end of a run to the next run, plus up to about 10. 0 repeats the
+    ///   task without a pause; a negative interval counts as 0.
+    /// - _funTask takes the same arguments as the callable of CLS_TaskOwner::Submit.
+    /// - _strCallInfo describes the task.
+    /// - _funOnFailure is called when a run throws; the task goes on. Without it, failures go to the scope.
+    ///
+    /// If the callable is empty or the pool refuses it, there is no task: see IsAdded.
     ///
     /// Waits: for no task.
-    /// Fails: what copying the callable throws, and std::bad_alloc; there is no task then. When memory runs
-    /// out in the pool after it took the task, IsAdded is true, the task may never run, and a snapshot shows
-    /// it as due.
+    ///
+    /// Fails: with what copying the callable throws, and std::bad_alloc. Then there is no task. If memory
+    /// runs out in the pool after it took the task, IsAdded is true, the task may never run, and a snapshot
+    /// shows it as due.
     template <typename T_Callable>
     CLS_LoopTask(const CLS_PoolScope& _clsPool, T_Callable&& _funTask, int _iInterval,
                  std::string _strCallInfo, F_FailureHandler _funOnFailure = {})
@@ -54,8 +61,7 @@ public:
     /// Takes over the task; _clsOther has none then.
     CLS_LoopTask(CLS_LoopTask&& _clsOther) noexcept = default;
 
-    /// Removes the task that this object had, with Remove's wait. An object that is moved to itself keeps its
-    /// task.
+    /// Removes the task that this object had, with the wait of Remove. A self-move keeps the task.
     CLS_LoopTask& operator=(CLS_LoopTask&& _clsOther) noexcept
     {
         CLS_LoopTask clsOther(std::move(_clsOther));
@@ -64,24 +70,29 @@ public:
         return *this;
     }
 
-    /// Whether there is a task to be removed.
+    /// Whether the task exists and has not been removed.
     ///
     /// Waits: for no task; a few steps for a lock.
     bool IsAdded() const { return m_pLoop && m_pHub->IsOpen(*m_pLoop); }
 
-    /// Asks a run in progress to stop, waits for it, and destroys the callable. No run starts meanwhile or
-    /// later. Returns whether the task has ended, true when there was none. In a run of the task itself, that
-    /// run is not waited for, and destroys the callable at its end; a later removal waits for both.
+    /// Asks a run in progress to stop, waits for it, and destroys the callable.
     ///
-    /// Waits: as long as the run in progress, but no longer than 9 seconds; then the run is reported as a
-    /// failure, and goes on.
+    /// From this call on, no run starts. Returns whether the task has ended, and true if there was none. A
+    /// run that removes its own task is not waited for: it destroys the callable when it ends, and a later
+    /// removal waits for that.
+    ///
+    /// Waits: until the run in progress ends, at most 9 seconds. After that, the run goes on and is reported
+    /// as a failure.
     bool Remove() { return !m_pLoop || m_pHub->RemoveLoop(*m_pLoop, CLS_PoolHub::REMOVAL_LIMIT); }
 
-    /// The same without waiting: a worker destroys the callable, or the run in progress does at its end.
-    /// Everything that the task uses must hang on _pKept, which is let go there, too.
+    /// Removes the task without waiting.
+    ///
+    /// A worker destroys the callable, or the run in progress does so when it ends. _pKept must keep alive
+    /// all that the task uses; it is released in the same place.
     ///
     /// Waits: for no task; a few steps for a lock.
-    /// Fails: std::bad_alloc passes; nothing was removed then.
+    ///
+    /// Fails: with std::bad_alloc. Then nothing was removed.
     void RemoveLater(std::shared_ptr<const void> _pKept = nullptr)
     {
         if (m_pLoop)
@@ -106,6 +117,6 @@ private:
     }
 
     std::shared_ptr<CLS_PoolHub> m_pHub; ///< null when there was no scope
-    /// Null when there was no task. Removals leave it alone, so that they may race, and wait for each other.
+    /// Null when there was no task. Removals do not change it, so they may race and wait for each other.
     std::shared_ptr<CLS_LoopCore> m_pLoop;
 };

@@ -11,20 +11,23 @@
 
 /// The pool library, opened at run time, with its pool started.
 ///
-/// Opening makes the pool's first call, which must not race another: do it on one thread, before others use
-/// the pool; from then on they may call at once. The library stays loaded until the process ends, unless a
-/// CLS_PoolScope, which this object is meant to be given to, unloads it. Destroying this object neither ends
-/// the pool nor closes the library.
+/// Give it to a CLS_PoolScope. The library stays loaded until the scope unloads it or the process ends.
+/// Destroying this object neither ends the pool nor closes the library. It can be moved; a moved-from object
+/// has no functions.
 ///
-/// Moveable; a moved-from object has no functions. Reading is safe from any thread.
+/// Threads: open it on one thread, before others use the pool: opening makes the pool's first call, which
+/// must not race another. Read it on any thread.
 class CLS_PoolLibrary
 {
 public:
-    /// Opens the library, looks the functions up and starts the pool. A path without a slash is looked for
-    /// where the system looks for libraries. On failure nothing stays open, the result is empty, and
-    /// _strError says, for the user, which file it was and either the loader's reason, the missing function,
-    /// or why the pool could not be started; on success it is emptied. Throws nothing but std::bad_alloc.
-    /// Takes as long as loading the file and starting three threads.
+    /// Opens the library, finds its functions and starts the pool.
+    ///
+    /// The system searches for a path without a slash in its library folders.
+    ///
+    /// Waits: until the file is loaded and three threads are started.
+    ///
+    /// Fails: the result is empty, nothing stays open, and _strError names the file and the reason, for the
+    /// user. On success, _strError is empty. Throws only std::bad_alloc.
     static std::optional<CLS_PoolLibrary> Open(const std::string& _strPath, std::string& _strError)
     {
         CLS_PoolLibrary clsLibrary;
@@ -37,7 +40,7 @@ public:
     }
 
 #ifdef __cpp_exceptions
-    /// The same, but throws std::runtime_error with that text.
+    /// Does the same, but throws std::runtime_error with that text.
     explicit CLS_PoolLibrary(const std::string& _strPath)
     {
         const std::string strError = Load(_strPath);
@@ -48,8 +51,11 @@ public:
     }
 #endif
 
-    /// The library that the program is linked with, with its pool started. Call it in a program that links
-    /// ZelTaskPool::ZelTaskPool, and nowhere else. What a pool that cannot be started throws, passes.
+    /// Takes the library that the program is linked with, and starts the pool.
+    ///
+    /// Only for programs that link ZelTaskPool::ZelTaskPool.
+    ///
+    /// Fails: with what the pool throws if it cannot start.
     static CLS_PoolLibrary OpenLinked()
     {
         CLS_PoolLibrary clsLibrary;
@@ -59,9 +65,9 @@ public:
         return clsLibrary;
     }
 
-    /// How many workers the pool has; empty when the library does not tell. Not when the pool has ended.
+    /// How many workers the pool has; empty if the library does not say. Not after the end of the pool.
     ///
-    /// Waits: for one of the pool's locks, which is held for a few steps.
+    /// Waits: a few steps for one of the pool's locks.
     std::optional<int> GetWorkers() const
     {
         if (m_pLibrary == nullptr)
@@ -116,8 +122,7 @@ public:
     }
 
 private:
-    /// It alone closes, for it knows that the pool has ended: closed earlier, the pool's threads would run on
-    /// in memory that is gone.
+    /// Only the scope closes the library, after the end of the pool. Before that, the pool's threads use it.
     friend class CLS_PoolScope;
 
     CLS_PoolLibrary() = default;

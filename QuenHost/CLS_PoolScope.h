@@ -10,21 +10,22 @@
 #include <optional>
 #include <utility>
 
-/// The part of a program in which the pool is used. Owners and loop tasks are made from it, and the pool ends
-/// where it ends. It alone can unload the library, which it does after that.
+/// The part of a program in which the pool is used. Its end is the end of the pool.
 ///
-/// Make it after what the tasks use and before the owners and loop tasks. One of those that is made before,
-/// or still lives at the end, is a mistake: with ZEL_HOST_CHECKS, which is on in debug builds, it ends the
-/// process with a line on standard error. Otherwise there is the line; an owner takes nothing then, and its
-/// waiting tasks are destroyed by the end of the scope.
+/// Create it after what the tasks use, and before owners and loop tasks. An owner or loop task that is
+/// created before it, or outlives it, is a mistake, and the kit writes a line to standard error. With
+/// ZEL_HOST_CHECKS, which is on in debug builds, the process then ends. Without it, an owner takes nothing,
+/// and the end of the scope destroys its waiting tasks.
 ///
 /// Threads: its own, which is none of the pool's. TakeSnapshot: any.
-/// Owns: the queue of the one-shot tasks, and the library.
+///
+/// Owns: the queue of one-shot tasks, and the library.
 class CLS_PoolScope
 {
 public:
-    /// Takes over an open library. From a moved-from one, there is no pool: nothing is taken, and nothing is
-    /// ended. std::bad_alloc passes.
+    /// Takes over an open library. With a moved-from one, there is no pool, and no task is taken.
+    ///
+    /// Fails: with std::bad_alloc.
     explicit CLS_PoolScope(CLS_PoolLibrary _clsLibrary, ST_ScopeOptions _stOptions = {})
         : m_clsLibrary(std::move(_clsLibrary)),
           m_bPool(m_clsLibrary.GetFunctions().m_funKillTaskAll != nullptr),
@@ -33,26 +34,27 @@ public:
     {
     }
 
-    /// The same as End. The library stays loaded.
+    /// Ends the pool, as End. The library stays loaded.
     ~CLS_PoolScope() { End(); }
 
     CLS_PoolScope(const CLS_PoolScope&) = delete;
     CLS_PoolScope& operator=(const CLS_PoolScope&) = delete;
     CLS_PoolScope& operator=(CLS_PoolScope&&) = delete;
 
-    /// Takes over the pool, which it ends in place of _clsOther. Owners and loop tasks go on as they were.
+    /// Takes over the pool, and ends it in place of _clsOther. Owners and loop tasks do not change.
     CLS_PoolScope(CLS_PoolScope&& _clsOther) noexcept
         : m_clsLibrary(std::move(_clsOther.m_clsLibrary)), m_bPool(std::exchange(_clsOther.m_bPool, false)),
           m_pHub(std::move(_clsOther.m_pHub))
     {
     }
 
-    /// The pool's functions, for what the kit does not offer; none is null, unless this scope was moved from
-    /// or has unloaded the library.
+    /// The pool's functions, for what the kit does not offer. They are null after a move from this scope and
+    /// after Unload, otherwise not.
     const ST_PoolFunctions& GetFunctions() const { return m_clsLibrary.GetFunctions(); }
 
-    /// What the scope's tasks are doing now. ST_PoolSnapshot::ToText makes lines for a bug report of it. Any
-    /// thread, also while every worker is stuck; not during the end of the scope.
+    /// Shows what the scope's tasks are doing now. ST_PoolSnapshot::ToText prints it for a bug report.
+    ///
+    /// Threads: any, even while every worker is stuck, but not during the end of the scope.
     ///
     /// Waits: for no task; a few steps for locks.
     ST_PoolSnapshot TakeSnapshot() const
@@ -62,22 +64,21 @@ public:
         return stSnapshot;
     }
 
-    /// Ends the pool, once. What still waits is destroyed on this thread.
+    /// Ends the pool, once. Waiting tasks are destroyed on this thread.
     ///
-    /// Waits: up to about 9 seconds a task for what is running; a run that takes longer goes on by itself.
+    /// Waits: for running tasks, up to about 9 seconds for each. A run that takes longer is left behind.
     void End() noexcept
     {
         if (std::exchange(m_bPool, false))
         {
             m_pHub->End();
-            // Unlike UnInit alone, it leaves no thread behind when a step fails. It can only throw when the
-            // host has ended the pool itself and no other can be built: then there is nothing to end.
+            // Unlike UnInit alone, it leaves no thread behind if a step fails. It throws only if the host has
+            // ended the pool itself and no other can be built. Then there is nothing to end.
             PoolCall::Guard(m_clsLibrary.GetFunctions().m_funKillTaskAll);
         }
     }
 
-    /// Ends the pool, then gives the library back to the loader, once. It stays loaded for as long as a run
-    /// outlasts the end.
+    /// Ends the pool and closes the library, once. The library stays loaded while a run outlasts the end.
     void Unload() noexcept
     {
         End();
@@ -88,7 +89,7 @@ private:
     friend class CLS_TaskOwner;
     friend class CLS_LoopTask;
 
-    /// The hub of a scope; null, and reported, when there is no such scope, or no pool behind it.
+    /// The hub of a scope. If there is no such scope, or no pool, reports that and returns null.
     static std::shared_ptr<CLS_PoolHub> FindHub(const CLS_PoolScope& _clsPool, const std::string& _strUser)
     {
         if (!CLS_LivingScope::Has(&_clsPool))
@@ -106,6 +107,6 @@ private:
 
     const CLS_LivingScope m_clsLiving{this};
     CLS_PoolLibrary m_clsLibrary;
-    bool m_bPool;                        ///< the pool is still to be ended
+    bool m_bPool;                        ///< the pool has not ended
     std::shared_ptr<CLS_PoolHub> m_pHub; ///< null for a scope without a pool from the beginning
 };

@@ -14,9 +14,9 @@
 
 /// A callable on its way to the one run that fills a future.
 ///
-/// The callable is destroyed on the thread that ran it, before the future is ready; or, when it never ran,
-/// where it was removed, and the future gets std::future_error with broken_promise then. Neither the result
-/// nor the exception is kept by anything but the future.
+/// The callable is destroyed on the thread that ran it, before the future is ready. If it never ran, it is
+/// destroyed where it was removed, and the future throws std::future_error with broken_promise. Only the
+/// future keeps the result or the exception.
 template <typename T_Callable>
 class CLS_ResultTask final : public CLS_QueuedTask
 {

@@ -40,6 +40,7 @@
 /// Take parameters by value: the coroutine may outlive what its caller refers to.
 ///
 /// Threads: one at a time.
+///
 /// Owns: the coroutine, until it is started; it is destroyed when it never is.
 class [[nodiscard]] CLS_Routine
 {

@@ -33,6 +33,7 @@ auto WhenAll(std::vector<CLS_Steps<T_Result>> _vecSteps, std::string _strCallInf
 /// handler.
 ///
 /// Threads: one at a time, until it is submitted.
+///
 /// Owns: the callables. Each is destroyed when its run has ended, before the next step starts; or, when it
 /// never runs, on the thread that cancels it, or that of the step that threw.
 template <typename T_Result>
@@ -82,6 +83,7 @@ public:
     /// empty, and as CLS_TaskOwner::Submit.
     ///
     /// Waits: for no task; a few steps for a lock.
+    ///
     /// Fails: std::bad_alloc passes; nothing was queued then.
     [[nodiscard]] bool Submit(const CLS_TaskOwner& _clsOwner) &&
     {

@@ -7,12 +7,12 @@
 #include <memory>
 #include <utility>
 
-/// Tells a task that it is no longer wanted. A task takes it as its argument, and looks at it in its loops or
-/// sleeps with it. Copies refer to the same request. A default-made token is never asked to stop.
+/// Tells a task to stop. A task takes it as its argument, and checks it in loops or sleeps with it.
 ///
-/// The stop is requested by the removal of the task, before the removal waits.
+/// A removal requests the stop before it waits. Copies refer to the same request. A default-constructed token
+/// is never asked to stop.
 ///
-/// Threads: any. A look takes no lock.
+/// Threads: any. A check takes no lock.
 class CLS_StopToken
 {
 public:
@@ -21,10 +21,10 @@ public:
     /// For the kit.
     explicit CLS_StopToken(std::shared_ptr<CLS_StopState> _pState) noexcept : m_pState(std::move(_pState)) {}
 
-    /// Whether the task is to end as soon as it can.
+    /// Whether the task should end as soon as it can.
     bool IsStopRequested() const { return m_pState && m_pState->IsRequested(); }
 
-    /// Sleeps. True when the time has passed; false as soon as a stop is requested, or was before the call.
+    /// Sleeps. Returns true after that time, and false as soon as a stop is requested.
     ///
     /// Waits: at most a year.
     bool SleepFor(std::chrono::nanoseconds _nsTime) const
@@ -38,16 +38,19 @@ private:
     std::shared_ptr<CLS_StopState> m_pState; ///< null: never asked to stop
 };
 
-/// Calls a function when a stop is requested, as long as this object lives: for a task that blocks in
-/// something that has a wake-up of its own.
+/// Calls a function when a stop is requested, while this object lives. It wakes a task from a wait of any
+/// kind.
 ///
-/// Threads: the function runs on the thread that requests the stop, or in the constructor when that was
-/// before. It must not throw.
-/// Waits: the destructor, for the function that is running on another thread.
+/// Threads: the function runs on the thread that requests the stop, or in the constructor if the stop was
+/// requested before. It must not throw.
+///
+/// Waits: the destructor waits for a call that is running on another thread.
 class CLS_StopCallback : private CLS_StopState::ST_Callback
 {
 public:
-    /// Registers the function. std::bad_alloc passes.
+    /// Registers the function.
+    ///
+    /// Fails: with std::bad_alloc.
     CLS_StopCallback(const CLS_StopToken& _clsToken, std::function<void()> _funCall)
         : ST_Callback(std::move(_funCall)), m_pState(_clsToken.m_pState)
     {

@@ -13,21 +13,24 @@
 
 /// Owns the one-shot tasks that are submitted through it, and removes them when it is destroyed.
 ///
-/// As a member it comes last, so that it goes first: its tasks are gone before the members that they use. It
-/// goes before its scope.
+/// Declare it as the last member: then its tasks end before the members that they use are destroyed. Destroy
+/// it before its scope. It can be neither copied nor moved.
 ///
-/// Tasks of one scope start in the order in which they were submitted, up to 300 at once.
+/// The tasks of one scope start in the order of submission, up to 300 at once.
 ///
-/// Threads: Submit and the removals: any, from within its tasks, too, and several at once. The end: one,
-/// which may be a run of its own task. Owns: the callables. Each is destroyed exactly once: when its run has
-/// ended, on the worker, before the run counts as ended; or, when it never ran, on the thread of the removal.
-/// Neither copied nor moved.
+/// Threads: Submit and the removals: any, several at once, even in its own tasks. The destructor: one, which
+/// may run one of its tasks.
+///
+/// Owns: the callables. Each is destroyed exactly once: after its run, on the worker, before the run counts
+/// as ended; or, if it never ran, on the thread of the removal.
 class CLS_TaskOwner
 {
 public:
-    /// _strName says whose tasks they are, in failures and snapshots. _funOnFailure hears of its tasks'
-    /// failures; without one, they go to the scope. It is destroyed with the owner, or later by the last run
-    /// that outlasts it.
+    /// Creates an owner without tasks.
+    ///
+    /// - _strName names the owner in failures and snapshots.
+    /// - _funOnFailure is called when one of its tasks fails. Without it, failures go to the scope. It is
+    ///   destroyed with the owner, or later by the last run that outlasts the owner.
     CLS_TaskOwner(const CLS_PoolScope& _clsPool, std::string _strName, F_FailureHandler _funOnFailure = {})
         : CLS_TaskOwner(_clsPool, std::move(_strName), ST_OwnerOptions{0, std::move(_funOnFailure)})
     {
@@ -45,7 +48,7 @@ public:
         }
     }
 
-    /// The same as RemoveTasks, and nothing is taken any more. In a run of its own task, that run goes on.
+    /// Removes the tasks, with the wait of RemoveTasks. A run of its own task that destroys it goes on.
     ~CLS_TaskOwner()
     {
         if (m_pHub)
@@ -57,13 +60,17 @@ public:
     CLS_TaskOwner(const CLS_TaskOwner&) = delete;
     CLS_TaskOwner& operator=(const CLS_TaskOwner&) = delete;
 
-    /// Queues _funTask, copied or moved, to run once in the background; it may run before the call returns.
-    /// It is called without an argument, with a CLS_StopToken, or, in C++20, with a std::stop_token.
-    /// _strCallInfo says what it is. False, and nothing of it is left: when the callable is empty, during a
-    /// removal of the owner's tasks, when the scope has ended, and when no worker can be had.
+    /// Queues _funTask, copied or moved, to run once in the background.
+    ///
+    /// It may run before this call returns. It is called without an argument, with a CLS_StopToken, or, in
+    /// C++20, with a std::stop_token. _strCallInfo describes it.
+    ///
+    /// Returns false, and destroys the callable: if it is empty, during a removal of the owner's tasks, after
+    /// the end of the scope, and if the pool has no worker for it.
     ///
     /// Waits: for no task; a few steps for a lock.
-    /// Fails: what copying the callable throws, and std::bad_alloc; nothing was queued then.
+    ///
+    /// Fails: with what copying the callable throws, and std::bad_alloc. Then nothing was queued.
     template <typename T_Callable>
     [[nodiscard]] bool Submit(T_Callable&& _funTask, const std::string& _strCallInfo)
     {
@@ -71,8 +78,10 @@ public:
         return pTask && GetLink().Submit(std::move(pTask), _strCallInfo);
     }
 
-    /// The same, but the task is queued after _msDelay, plus up to about 10 milliseconds. It is cancelled as
-    /// any task that waits, and takes no worker until then. Delays are cut to a hundred years.
+    /// Does the same after _msDelay, plus up to about 10 milliseconds.
+    ///
+    /// Until then, the task takes no worker, and is cancelled like any waiting task. Without a positive delay
+    /// it is queued at once. The longest delay is a hundred years.
     template <typename T_Callable>
     [[nodiscard]] bool SubmitAfter(std::chrono::milliseconds _msDelay, T_Callable&& _funTask,
                                    const std::string& _strCallInfo)
@@ -81,25 +90,28 @@ public:
         return pTask && GetLink().SubmitAfter(_msDelay, std::move(pTask), _strCallInfo);
     }
 
-    /// Cancels what has not started, asks what is running to stop, and waits for it. Nothing starts
-    /// meanwhile, and nothing is taken. Then the owner can go on submitting. What the cancelled callables
-    /// captured is destroyed on this thread. Returns whether everything ended.
+    /// Cancels waiting tasks and deliveries, asks running ones to stop, and waits for them.
     ///
-    /// In a run of one of the owner's tasks: that run is not waited for, nor are others that do the same.
+    /// During the call, nothing starts and nothing is taken. After it, the owner takes tasks again. The
+    /// cancelled callables are destroyed on this thread. Returns whether everything has ended.
     ///
-    /// Waits: as long as the longest run in progress, but no longer than _msLimit, and 9 seconds. After the
-    /// full 9 seconds, the runs that go on are reported as failures, and no removal waits for them again.
+    /// A run that removes its own owner's tasks is not waited for, nor are others that do so.
+    ///
+    /// Waits: until the last run in progress ends, at most _msLimit and 9 seconds. After the full 9 seconds,
+    /// the runs that go on are reported as failures, and no removal waits for them again.
     bool RemoveTasks(std::chrono::milliseconds _msLimit = CLS_PoolHub::REMOVAL_LIMIT)
     {
         return !m_pHub || m_pHub->RemoveTasks(*m_pGroup, _msLimit, false);
     }
 
-    /// The same without waiting, for a window that must vanish now: a worker destroys what has not started.
-    /// Runs go on, and neither a removal nor the end of the owner waits for them any more. So everything that
-    /// the tasks use must hang on _pKept, which is let go on a worker, or by the last of the runs.
+    /// Removes the tasks without waiting, for a window that must close now.
+    ///
+    /// A worker destroys what has not started. Runs go on, and neither a removal nor the destructor waits for
+    /// them. So _pKept must keep alive all that the tasks use; a worker or the last of the runs releases it.
     ///
     /// Waits: for no task; a few steps for a lock.
-    /// Fails: std::bad_alloc passes; nothing was removed then.
+    ///
+    /// Fails: with std::bad_alloc. Then nothing was removed.
     void RemoveTasksLater(std::shared_ptr<const void> _pKept = nullptr)
     {
         if (m_pHub)
@@ -108,7 +120,7 @@ public:
         }
     }
 
-    /// What has been counted since the owner was made. Any thread.
+    /// The counts since the owner was created. Any thread.
     ST_PoolCounters GetCounters() const
     {
         return m_pHub ? m_pHub->GetCounters(*m_pGroup) : ST_PoolCounters();

@@ -37,6 +37,7 @@ public:
 /// that.
 ///
 /// Threads: any. Code that may run longer than the owner of the trace shares it.
+///
 /// Fails: what goes wrong with an event is kept for Close.
 class CLS_TraceFile : public std::enable_shared_from_this<CLS_TraceFile>
 {

@@ -25,6 +25,8 @@ struct ST_TaskFailure
 /// Hears of failures.
 ///
 /// Threads: called on the thread of the failed run, or on the one that ends the owner; on several at once.
+///
 /// Waits: no lock of the kit is held. It may submit tasks.
+///
 /// Fails: what it throws is written to standard error.
 using F_FailureHandler = std::function<void(const ST_TaskFailure&)>;

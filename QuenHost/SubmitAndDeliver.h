@@ -18,9 +18,12 @@
 /// nothing of it is left, as CLS_TaskOwner::Submit.
 ///
 /// Threads: any.
+///
 /// Waits: for no task; a few steps for a lock. On the host's thread, the removal and the end of the owner do
 /// not wait for deliveries. On other threads, they wait for one in progress, as for any run.
+///
 /// Fails: what copying the callables throws, and std::bad_alloc; nothing was queued then.
+///
 /// Owns: the callables. _funWork is destroyed on the worker before the result is posted. _funDeliver and the
 /// result are destroyed on the host's thread when the call has ended; or, when there is none, on the thread
 /// of the removal.

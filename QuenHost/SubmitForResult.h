@@ -12,17 +12,20 @@
 /// \file
 /// One-shot tasks with a result.
 
-/// Queues _funTask, copied or moved, to run once for _clsOwner, and returns the future of its result. The
-/// callable takes the same arguments as that of CLS_TaskOwner::Submit.
+/// Queues _funTask, copied or moved, to run once for _clsOwner, and returns the future of its result.
 ///
-/// What the callable throws comes out of the future's get. So does std::future_error with broken_promise when
-/// the task was removed before it ran, or was not taken. What the callable captured is destroyed where it
-/// ran, before the future is ready, or where it was removed. The result is kept by the future alone: when the
-/// future is gone, so is the result.
+/// The callable takes the same arguments as that of CLS_TaskOwner::Submit. The future's get throws what the
+/// callable throws. It throws std::future_error with broken_promise if the task was removed before it ran, or
+/// was refused.
 ///
 /// Threads: any. The future may outlive owner, pool and library.
+///
 /// Waits: for no task. A task that waits for another one occupies one of at most 300 workers.
-/// Fails: what copying the callable throws, and std::bad_alloc; nothing was queued then.
+///
+/// Fails: with what copying the callable throws, and std::bad_alloc. Then nothing was queued.
+///
+/// Owns: the callable. It is destroyed where it ran, before the future is ready, or where it was removed.
+/// Only the future keeps the result.
 template <typename T_Callable>
 auto SubmitForResult(CLS_TaskOwner& _clsOwner, T_Callable&& _funTask, const std::string& _strCallInfo)
 {
@@ -33,7 +36,7 @@ auto SubmitForResult(CLS_TaskOwner& _clsOwner, T_Callable&& _funTask, const std:
     auto futResult = pTask->GetFuture();
     if (!bEmpty)
     {
-        // A task that is not taken is destroyed, which the future says.
+        // A refused task is destroyed, and the future reports that.
         static_cast<void>(_clsOwner.GetLink().Submit(std::move(pTask), _strCallInfo));
     }
     return futResult;

@@ -14,6 +14,7 @@ struct ST_Link
 /// time.
 ///
 /// Threads: not thread-safe; its user guards it.
+///
 /// Owns: nothing. An item leaves the chain before it is destroyed.
 template <typename T_Item, ST_Link<T_Item> T_Item::*T_LINK>
 class CLS_Chain

@@ -14,6 +14,7 @@
 /// often it came again at the end. Past a hundred different ones, only their number is kept.
 ///
 /// Threads: any.
+///
 /// Fails: without memory, a line may lack its text.
 class CLS_FailureReport
 {

@@ -42,6 +42,7 @@ using F_HostPost = std::function<void(std::function<void()>)>;
 /// comes.
 ///
 /// Threads: any, but for End.
+///
 /// Owns: the waiting tasks. It is shared by the scope, the owners, and the carriers.
 class CLS_PoolHub : public std::enable_shared_from_this<CLS_PoolHub>
 {

@@ -19,6 +19,7 @@ class CLS_Ticket;
 /// A callable on its way to its run, or that of a loop task between its runs.
 ///
 /// Threads: one at a time; the hub sees to that. The hub's mutex guards the links.
+///
 /// Owns: the callable, which is destroyed exactly once: by DestroyCallable or with this object.
 class CLS_QueuedTask
 {

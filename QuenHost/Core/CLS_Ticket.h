@@ -9,6 +9,7 @@ class CLS_QueuedTask;
 /// What the host's thread holds of a delivery that was posted to it.
 ///
 /// Threads: any.
+///
 /// Owns: nothing of the delivery, which a removal may take at any time.
 class CLS_Ticket
 {

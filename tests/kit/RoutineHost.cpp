@@ -12,15 +12,16 @@ int main()
 }
 #else
 
+#include "QuenHost/Core/ThreadInfo.h"
 #include "tests/support/Waiting.h"
 
 #include <atomic>
+#include <cstdint>
 #include <deque>
 #include <functional>
 #include <mutex>
 #include <stdexcept>
 #include <string>
-#include <thread>
 
 namespace
 {
@@ -57,41 +58,43 @@ private:
     std::deque<std::function<void()>> m_lstCalls;
 };
 
+// The numbers of the threads are those of the system: compilers keep pthread_self() across a co_await.
+
 /// A variable of a coroutine. Notes on which thread it is destroyed.
 struct ST_Variable
 {
-    explicit ST_Variable(std::atomic<std::thread::id>& _idEnd) : m_idEnd(_idEnd) {}
-    ~ST_Variable() { m_idEnd = std::this_thread::get_id(); }
+    explicit ST_Variable(std::atomic<std::uint64_t>& _uiEnd) : m_uiEnd(_uiEnd) {}
+    ~ST_Variable() { m_uiEnd = ThreadInfo::GetId(); }
     ST_Variable(const ST_Variable&) = delete;
     ST_Variable& operator=(const ST_Variable&) = delete;
-    std::atomic<std::thread::id>& m_idEnd;
+    std::atomic<std::uint64_t>& m_uiEnd;
 };
 
 struct ST_Threads
 {
-    std::atomic<std::thread::id> m_idFirst{};
-    std::atomic<std::thread::id> m_idWorker{};
-    std::atomic<std::thread::id> m_idHost{};
-    std::atomic<std::thread::id> m_idEnd{};
+    std::atomic<std::uint64_t> m_uiFirst{0};
+    std::atomic<std::uint64_t> m_uiWorker{0};
+    std::atomic<std::uint64_t> m_uiHost{0};
+    std::atomic<std::uint64_t> m_uiEnd{0};
 };
 
 CLS_Routine Travel(CLS_HostThread _clsHost, std::string _strInfo, ST_Threads* _pThreads)
 {
-    const ST_Variable stVariable(_pThreads->m_idEnd);
-    _pThreads->m_idFirst = std::this_thread::get_id();
+    const ST_Variable stVariable(_pThreads->m_uiEnd);
+    _pThreads->m_uiFirst = ThreadInfo::GetId();
     const CLS_StopToken clsToken = co_await MoveToWorker(_strInfo);
-    _pThreads->m_idWorker = std::this_thread::get_id();
+    _pThreads->m_uiWorker = ThreadInfo::GetId();
     if (!clsToken.IsStopRequested())
     {
         co_await MoveToHost(_clsHost, _strInfo);
-        _pThreads->m_idHost = std::this_thread::get_id();
+        _pThreads->m_uiHost = ThreadInfo::GetId();
     }
 }
 
 CLS_Routine Sleep(std::string _strInfo, CLS_Gate* _pStarted, std::atomic<bool>* _pStopped,
                   ST_Threads* _pThreads)
 {
-    const ST_Variable stVariable(_pThreads->m_idEnd);
+    const ST_Variable stVariable(_pThreads->m_uiEnd);
     const CLS_StopToken clsToken = co_await MoveToWorker(_strInfo);
     _pStarted->Open();
     *_pStopped = !clsToken.SleepFor(WAIT_LIMIT);
@@ -117,7 +120,7 @@ void Check(const char* _szWhat, bool _bSo)
 
 int main(int, char** _ppTexts)
 {
-    const std::thread::id idMain = std::this_thread::get_id();
+    const std::uint64_t uiMain = ThreadInfo::GetId();
     const std::string strInfo = "a text that does not fit into the string itself";
     CLS_Calls clsCalls;
     const CLS_HostThread clsHost([&](std::function<void()> _funCall) { clsCalls.Add(std::move(_funCall)); });
@@ -128,18 +131,17 @@ int main(int, char** _ppTexts)
     ST_Threads stWhole;
     Travel(clsHost, strInfo, &stWhole).Start(clsOwner);
     clsCalls.TakeNext()();
-    Check("starts on the caller's thread", stWhole.m_idFirst.load() == idMain);
-    Check("moves to a worker",
-          stWhole.m_idWorker.load() != std::thread::id() && stWhole.m_idWorker.load() != idMain);
-    Check("moves back and ends there", stWhole.m_idHost.load() == idMain && stWhole.m_idEnd.load() == idMain);
+    Check("starts on the caller's thread", stWhole.m_uiFirst.load() == uiMain);
+    Check("moves to a worker", stWhole.m_uiWorker.load() != 0U && stWhole.m_uiWorker.load() != uiMain);
+    Check("moves back and ends there", stWhole.m_uiHost.load() == uiMain && stWhole.m_uiEnd.load() == uiMain);
 
     ST_Threads stCancelled;
     Travel(clsHost, strInfo, &stCancelled).Start(clsOwner);
     const std::function<void()> funLate = clsCalls.TakeNext();
     clsOwner.RemoveTasks();
-    Check("is destroyed by a removal while it waits", stCancelled.m_idEnd.load() == idMain);
+    Check("is destroyed by a removal while it waits", stCancelled.m_uiEnd.load() == uiMain);
     funLate();
-    Check("does not go on after a removal", stCancelled.m_idHost.load() == std::thread::id());
+    Check("does not go on after a removal", stCancelled.m_uiHost.load() == 0U);
 
     CLS_Gate clsStarted;
     std::atomic<bool> bStopped{false};
@@ -148,7 +150,7 @@ int main(int, char** _ppTexts)
     Check("runs", clsStarted.Wait());
     clsOwner.RemoveTasks();
     Check("has a stop token", bStopped);
-    Check("is destroyed at its next wait", stRunning.m_idEnd.load() != std::thread::id());
+    Check("is destroyed at its next wait", stRunning.m_uiEnd.load() != 0U);
 
     Throw(false).Start(clsOwner);
     Check("what it throws is a failure", WaitUntil([&] { return iFailures == 1; }));

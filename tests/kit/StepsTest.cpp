@@ -157,7 +157,6 @@ TEST_F(StepsTest, WhenSomeOfAllThrowTheFirstInOrderIsHeardWhenAllAreOver)
 {
     CLS_Failures clsFailures;
     CLS_TaskOwner clsOwner(GetPool(), "owner", clsFailures.MakeHandler());
-    std::atomic<bool> bThirdOver{false};
     CLS_Gate clsMayThrow;
     std::vector<CLS_Steps<void>> vecSteps;
     vecSteps.push_back(FirstStep([] {}, "one"));

@@ -351,6 +351,27 @@ FAULTS = [
           ("    ++m_iInside;\n    SweepRecords(lock);\n", "    ++m_iInside;\n"),
           scenario="kit-keeps-few-records", strategy="random",
           seen="records are left"),
+    fault("a removal of the kit leaves what was posted", KIT + "PoolHubQueue.h",
+          ("    while (CLS_QueuedTask* const pTask = _clsGroup.m_chnPosted.GetFirst())\n"
+           "    {\n        _clsRemoved.Add(*TakePosted(*pTask->m_pTicket));\n    }\n", ""),
+          scenario="kit-deliver-against-removal", strategy="random",
+          seen=("what a delivery captured outlives its removal", "a delivery begins after its removal")),
+    fault("a removal of the kit does not wait for a delivery", KIT + "PoolHubDeliveries.h",
+          ("    BeginRun(stRun);\n    lock.unlock();\n", "    lock.unlock();\n"),
+          ("    EndRun(stRun);\n", ""),
+          scenario="kit-deliver-against-removal", strategy="random",
+          seen=("what a delivery captured outlives its removal", "a delivery begins after its removal",
+                "a delivery goes on after its removal")),
+    fault("the kit posts without a look at the owner", KIT + "PoolHubDeliveries.h",
+          ("if (!Accepts(*_pTask))", "if (m_bEnded)"),
+          scenario="kit-post-against-removal", strategy="random",
+          seen=("a delivery is taken after the removal", "a delivery begins after its removal",
+                "what a delivery captured outlives its removal")),
+    fault("a step of the kit goes on after a removal that did not wait", KIT + "PoolHubQueue.h",
+          ("const bool bCurrent = !_clsTask.m_pStop || _clsTask.m_pStop == clsGroup.m_pStop;",
+           "const bool bCurrent = true;"),
+          scenario="kit-continue-against-removal", strategy="random",
+          seen="a step begins after its removal"),
 ]
 
 

@@ -1,17 +1,27 @@
 // The pool as a host uses it through the host kit.
 
+#include "QuenHost/CLS_Delivery.h"
 #include "QuenHost/CLS_LoopTask.h"
+#include "QuenHost/CLS_Steps.h"
 #include "QuenHost/CLS_TaskOwner.h"
+#include "QuenHost/SubmitAndDeliver.h"
 #include "verify/schedules/pool/Marks.h"
 #include "verify/schedules/pool/Names.h"
 #include "verify/schedules/pool/Scenarios.h"
 #include "verify/schedules/pool/World.h"
 
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <mutex>
 #include <optional>
 
 namespace
 {
 constexpr const char* RECORD_SWEPT = "a record goes while the scope lives";
+constexpr const char* DELIVERED = "a result is delivered";
+constexpr const char* DELIVERY_FORESTALLED = "a delivery is forestalled";
+constexpr const char* STEP_REFUSED = "a step ends after its removal";
 
 /// A scope with a pool of its own, which ends with it and leaves nothing.
 class CLS_KitWorld
@@ -49,6 +59,90 @@ public:
 
 private:
     std::optional<CLS_PoolScope> m_clsPool;
+};
+
+/// A thread of the host's that runs what is posted to it.
+class CLS_KitHost
+{
+public:
+    CLS_HostThread GetThread()
+    {
+        return CLS_HostThread(
+            [this](std::function<void()> _funCall)
+            {
+                const std::lock_guard<std::mutex> lock(m_mtxCalls);
+                m_lstCalls.push_back(std::move(_funCall));
+                m_cvCalls.notify_one();
+            });
+    }
+
+    /// Runs what is left, and ends the thread.
+    void End()
+    {
+        {
+            const std::lock_guard<std::mutex> lock(m_mtxCalls);
+            m_bEnd = true;
+            m_cvCalls.notify_one();
+        }
+        m_thrHost.join();
+    }
+
+private:
+    void Run()
+    {
+        std::unique_lock<std::mutex> lock(m_mtxCalls);
+        while (!m_bEnd || !m_lstCalls.empty())
+        {
+            m_cvCalls.wait(lock, [this] { return m_bEnd || !m_lstCalls.empty(); });
+            if (!m_lstCalls.empty())
+            {
+                std::function<void()> funCall = std::move(m_lstCalls.front());
+                m_lstCalls.pop_front();
+                lock.unlock();
+                funCall();
+                funCall = nullptr;
+                lock.lock();
+            }
+        }
+    }
+
+    std::mutex m_mtxCalls; ///< guards what follows
+    std::condition_variable m_cvCalls;
+    std::deque<std::function<void()>> m_lstCalls;
+    bool m_bEnd = false;
+    std::thread m_thrHost{[this] { Run(); }};
+};
+
+/// What a scenario knows of the deliveries of one owner. Their callable asserts that none begins after a
+/// removal.
+struct ST_Deliveries
+{
+    std::atomic<int> m_iBegun{0};
+    std::atomic<int> m_iEnded{0};
+    std::atomic<bool> m_bGone{false}; ///< the owner's tasks were removed
+    std::shared_ptr<int> m_pCaptured = std::make_shared<int>();
+
+    std::function<void()> MakeCallable()
+    {
+        return [this, pCaptured = m_pCaptured]
+        {
+            Require(!m_bGone, "a delivery begins after its removal");
+            ++m_iBegun;
+            CLS_World::GiveWay();
+            ++m_iEnded;
+        };
+    }
+
+    /// The removal has returned, and said whether everything ended.
+    void RequireOver(bool _bAllEnded)
+    {
+        CLS_World::RequireTimely(_bAllEnded, "the removal gives up");
+        m_bGone = _bAllEnded;
+        CLS_World::RequireTimely(m_iBegun == m_iEnded, "a delivery goes on after its removal");
+        CLS_World::RequireTimely(m_pCaptured.use_count() == 1,
+                                 "what a delivery captured outlives its removal");
+        Marks::Reach(m_iBegun > 0 ? DELIVERED : DELIVERY_FORESTALLED);
+    }
 };
 
 /// Removes, which takes as long as the runs in progress and no more.
@@ -255,6 +349,91 @@ void KitEndsAtEveryMoment()
     }
     clsKit.End();
 }
+
+/// A result travels to the host's thread while its owner's tasks are removed.
+void KitDeliverAgainstRemoval()
+{
+    CLS_World clsWorld;
+    CLS_KitWorld clsKit;
+    CLS_KitHost clsHost;
+    ST_Deliveries stDeliveries;
+    {
+        CLS_TaskOwner clsOwner(clsKit.GetPool(), "owner");
+        Require(SubmitAndDeliver(
+                    clsOwner, clsHost.GetThread(), [] {}, stDeliveries.MakeCallable(), "A"),
+                "the kit takes no task");
+        std::this_thread::sleep_for(1ms * CLS_World::Choose(2));
+        CLS_World::GiveWay();
+        stDeliveries.RequireOver(clsOwner.RemoveTasks());
+    }
+    clsHost.End();
+    clsKit.End();
+}
+
+/// A thread that is no task's posts to the host while the owner's tasks are removed.
+void KitPostAgainstRemoval()
+{
+    CLS_World clsWorld;
+    CLS_KitWorld clsKit;
+    CLS_KitHost clsHost;
+    ST_Deliveries stDeliveries;
+    {
+        CLS_TaskOwner clsOwner(clsKit.GetPool(), "owner");
+        const CLS_Delivery clsDelivery(clsOwner, clsHost.GetThread());
+        std::atomic<bool> bAllEnded{false};
+        std::thread thrNews(
+            [&]
+            {
+                const bool bGone = bAllEnded;
+                auto funDeliver = stDeliveries.MakeCallable();
+                const bool bPosted = clsDelivery.Post(std::move(funDeliver), "news");
+                Require(!bGone || !bPosted, "a delivery is taken after the removal");
+            });
+        CLS_World::GiveWay();
+        bAllEnded = clsOwner.RemoveTasks();
+        CLS_World::RequireTimely(bAllEnded, "the removal gives up");
+        stDeliveries.m_bGone = bAllEnded.load();
+        thrNews.join();
+        stDeliveries.RequireOver(clsOwner.RemoveTasks());
+    }
+    clsHost.End();
+    clsKit.End();
+}
+
+/// The second of two steps against a removal that does not wait.
+void KitContinueAgainstRemoval()
+{
+    CLS_World clsWorld;
+    CLS_KitWorld clsKit;
+    {
+        std::atomic<bool> bGone{false};
+        std::atomic<bool> bFirstOutlasts{false};
+        const auto pCaptured = std::make_shared<int>();
+        {
+            CLS_TaskOwner clsOwner(clsKit.GetPool(), "owner");
+            const auto funFirst = [&]
+            {
+                std::this_thread::sleep_for(2ms);
+                bFirstOutlasts = bGone.load();
+            };
+            const auto funSecond = [&, pCaptured]
+            { Require(!bFirstOutlasts, "a step begins after its removal"); };
+            Require(FirstStep(funFirst, "A").Then(funSecond, "B").Submit(clsOwner), "the kit takes no steps");
+            std::this_thread::sleep_for(1ms * CLS_World::Choose(4));
+            CLS_World::GiveWay();
+            clsOwner.RemoveTasksLater();
+            bGone = true;
+            std::this_thread::sleep_for(20ms);
+            if (bFirstOutlasts)
+            {
+                Marks::Reach(STEP_REFUSED);
+            }
+        }
+        std::this_thread::sleep_for(20ms);
+        CLS_World::RequireTimely(pCaptured.use_count() == 1, "what a step captured outlives it");
+    }
+    clsKit.End();
+}
 } // namespace
 
 Scenarios GetKitScenarios()
@@ -264,6 +443,9 @@ Scenarios GetKitScenarios()
             {"kit-remove-owner-whose-task-submits", KitRemoveOwnerWhoseTaskSubmits, {}, false, 0ms, true},
             {"kit-remove-loop", KitRemoveLoop, vecBoth},
             {"kit-remove-loop-twice", KitRemoveLoopTwice, {CLS_World::RUN_MET, "a run removes its task"}},
+            {"kit-deliver-against-removal", KitDeliverAgainstRemoval, {DELIVERED, DELIVERY_FORESTALLED}},
+            {"kit-post-against-removal", KitPostAgainstRemoval, {DELIVERED, DELIVERY_FORESTALLED}},
+            {"kit-continue-against-removal", KitContinueAgainstRemoval, {STEP_REFUSED}},
             {"kit-keeps-few-records", KitKeepsFewRecords, {RECORD_SWEPT}, false, 50ms, true},
             {"kit-ends-at-every-moment", KitEndsAtEveryMoment, {}, false, 50ms, true}};
 }
