@@ -9,6 +9,13 @@ option(ZEL_COVERAGE "Count what is executed (clang only; see scripts/checks/cove
 
 set(ZEL_SANITIZE "" CACHE STRING
   "Sanitizers, in the form of -fsanitize=: \"thread\" or \"address,undefined\"")
+# The Qt of a system has no sanitizers, and cannot be linked for another system.
+set(ZEL_WINDOWS_DEFAULT ON)
+if(ZEL_SANITIZE OR ZEL_COVERAGE OR CMAKE_CROSSCOMPILING)
+  set(ZEL_WINDOWS_DEFAULT OFF)
+endif()
+option(ZEL_BUILD_WINDOW_EXAMPLES "Build the examples with windows if Qt 6 is found" ${ZEL_WINDOWS_DEFAULT})
+
 set(ZEL_LOG_LIBRARY_NAME "libZelLog.dylib" CACHE STRING
   "File name of the logging library that the pool opens at run time")
 set(ZEL_PACKAGE_MAINTAINER "No maintainer yet <nobody@nowhere.invalid>" CACHE STRING

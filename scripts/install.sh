@@ -11,7 +11,7 @@
 #   checks     sanitizers, memcheck and source checks        mutation   testing with mutants of the product
 #   coverage   measuring coverage                            package    making and testing packages
 #   docs       checking the documentation                    pictures   drawing the pictures of the documentation
-#                                                            schedules  searching for faults with the scheduler
+#   examples   the example with windows, and its tests       schedules  searching for faults with the scheduler
 set -euo pipefail
 
 # debian_packages WORD: prints the packages for that purpose; without a word, those that everything needs.
@@ -26,6 +26,7 @@ debian_packages()
         checks) echo clang-14 libclang-rt-14-dev llvm-14 clang-format-14 clang-tidy-14 git valgrind ;;
         coverage) echo clang-19 libclang-rt-19-dev llvm-19 python3 ;;
         docs) echo doxygen gcc git pkg-config python3 python3-markdown-it python3-mdit-py-plugins qtbase5-dev ;;
+        examples) echo qt6-base-dev xauth xvfb ;;
         macos)
             echo clang-19 lld-19 llvm-19 make perl python3
             command -v npm >/dev/null || echo npm
@@ -45,6 +46,7 @@ homebrew_formulas()
     case ${1:-} in
         "") echo cmake ninja googletest spdlog cli11 nlohmann-json openssl@3 coreutils ;;
         bench) echo google-benchmark pkg-config boost glib libuv poco python-matplotlib qt tbb ;;
+        examples) echo qt ;;
         package) echo gnu-tar pkg-config ;;
         pictures) echo python-matplotlib ;;
         abi | checks | coverage | docs | macos | models | mutation | schedules) ;;

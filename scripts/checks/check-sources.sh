@@ -3,7 +3,7 @@
 set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 cd "$root"
-need checks bench
+need checks bench examples
 
 mapfile -t sources < <(git ls-files '*.h' '*.cpp')
 
@@ -35,9 +35,12 @@ refuse "open work belongs in the issue tracker" '\b(TO''DO|FIX''ME)\b' .
 /usr/bin/python3 -B verify/schedules/faults.py
 
 echo "Static analysis"
-cmake --preset fuzz -DZEL_BUILD_BENCHMARKS=ON >/dev/null # so that every source has a compile command
+# So that every source has a compile command.
+cmake --preset fuzz -DZEL_BUILD_BENCHMARKS=ON -DZEL_BUILD_WINDOW_EXAMPLES=ON >/dev/null
+# Without WindowThread.cpp: the analyser takes what Qt's invokeMethod keeps for a leak.
 mapfile -t analysed < <(git ls-files 'QuenInclude/*.cpp' 'QuenPlugins/*.cpp' 'examples/*.cpp' 'tests/support/*.cpp' \
-    'verify/fuzz/*.cpp' 'tests/machrun/*.cpp' ':!tests/machrun/programs/*' 'bench/*.cpp')
+    'verify/fuzz/*.cpp' 'tests/machrun/*.cpp' ':!tests/machrun/programs/*' 'bench/*.cpp' \
+    ':!examples/thumbnails/WindowThread.cpp')
 clang-tidy-14 --version | head -2
 enabled=$(clang-tidy-14 --list-checks | grep -c '^    ')
 printf '%s\n' "${analysed[@]}" | xargs -P "$cores" -n 4 clang-tidy-14 -quiet -p build/fuzz

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Draws pictures of real runs: installs what is missing, plays each scene of examples/trace_scenes with a trace, and
-# draws docs/pictures/*.svg from the traces in build/pictures.
+# draws docs/pictures/*.svg from the traces in build/pictures. Then it takes the screenshot.
 #
 #   scripts/checks/pictures.sh [--draw]
 #
@@ -10,7 +10,7 @@ source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 cd "$root"
 traces=build/pictures
 
-need pictures
+need pictures examples
 if [ "${1:-}" != --draw ]; then
     build release ZelTaskPool trace_scenes
     library=$(find_library release)
@@ -20,3 +20,5 @@ if [ "${1:-}" != --draw ]; then
     done
 fi
 "$(find_python matplotlib)" scripts/drawing/scenes.py "$traces" docs/pictures
+build dev zel_screenshot
+QT_QPA_PLATFORM=offscreen build/dev/bin/tests/zel_screenshot "$(find_library dev)" docs/pictures/thumbnails.png

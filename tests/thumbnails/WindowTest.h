@@ -1,0 +1,71 @@
+#pragma once
+
+#include "QuenHost/CLS_PoolScope.h"
+#include "examples/thumbnails/PictureWindow.h"
+#include "examples/thumbnails/WindowThread.h"
+#include "tests/support/TempFolder.h"
+#include "tests/support/Waiting.h"
+
+#include <QCoreApplication>
+#include <QImage>
+#include <QListView>
+#include <QString>
+#include <QVariant>
+#include <chrono>
+#include <gtest/gtest.h>
+#include <map>
+#include <string>
+#include <vector>
+
+/// Tests with real windows, on folders whose pictures the test makes. Test and windows share a thread.
+class CLS_WindowTest : public ::testing::Test
+{
+protected:
+    /// Closes the windows that are left.
+    ~CLS_WindowTest() override;
+
+    /// A new folder.
+    QString AddFolder(const std::string& _strName) const;
+
+    /// Pictures of several formats and sizes in a new folder. "picture N" is the picture of the number N.
+    QString AddPictures(const std::string& _strName, int _iPictures) const;
+
+    CLS_PictureWindow* Open(const QString& _strFolder);
+
+    /// Closes the window and destroys it, as the event loop would. Returns how long that took.
+    static std::chrono::microseconds Close(CLS_PictureWindow* _pWindow);
+
+    /// Lets the windows work until the condition holds. False when it did not within the limit.
+    template <typename T_Condition>
+    [[nodiscard]] static bool RunUntil(T_Condition _funCondition)
+    {
+        return WaitUntil(
+            [&]
+            {
+                QCoreApplication::processEvents();
+                return _funCondition();
+            });
+    }
+
+    /// All that are open.
+    static std::vector<CLS_PictureWindow*> GetWindows();
+
+    static QListView& GetView(const CLS_PictureWindow& _wndSeen);
+    static int CountRows(const CLS_PictureWindow& _wndSeen);
+    static QVariant GetData(const CLS_PictureWindow& _wndSeen, int _iRow, int _iRole);
+    static std::string GetStatus(const CLS_PictureWindow& _wndSeen);
+
+    /// How many thumbnails the window has shown.
+    int CountShown(const CLS_PictureWindow& _wndSeen) const { return m_mapShown.at(&_wndSeen); }
+
+    /// Expects the window to have the picture of the row's name, or an image of the row's square to show it.
+    static void ExpectThumbnail(const CLS_PictureWindow& _wndSeen, int _iRow);
+    static void ExpectSquare(const CLS_PictureWindow& _wndSeen, int _iRow, const QImage& _imgSquare);
+
+    const CLS_PoolScope& Pool() const { return m_clsPool; }
+
+private:
+    const CLS_TempFolder m_clsFolder;
+    std::map<const CLS_PictureWindow*, int> m_mapShown;
+    const CLS_PoolScope m_clsPool{CLS_PoolLibrary(POOL_LIBRARY)};
+};
