@@ -6,7 +6,7 @@
 #include <thread>
 
 /// Longest time that a test waits for something that is bound to happen. Generous: loaded machines and
-/// sanitizers are slow, and nobody waits this long unless the test fails.
+/// sanitizers are slow, and a test waits this long only if it fails.
 constexpr std::chrono::seconds WAIT_LIMIT{60};
 
 /// Polls until _funCondition holds. False when it did not within the limit.

@@ -27,10 +27,10 @@ auto CountBeginnings()
 }
 
 /// The calls of one scenario.
-class CLS_Calls
+class CLS_RacingCalls
 {
 public:
-    explicit CLS_Calls(CLS_QuenTaskPool& _clsPool) : m_clsPool(_clsPool) {}
+    explicit CLS_RacingCalls(CLS_QuenTaskPool& _clsPool) : m_clsPool(_clsPool) {}
 
     /// On a thread outside of the pool: no pool is left when the call returns.
     void CallAsHost(End _funEnd)
@@ -93,7 +93,7 @@ void EndByTwoHosts()
 {
     CLS_World clsWorld;
     CLS_QuenTaskPool& clsPool = CLS_World::MakePool();
-    CLS_Calls clsCalls(clsPool);
+    CLS_RacingCalls clsCalls(clsPool);
     int iOwner = 0;
     ST_Job& stJob = clsWorld.MakeJob("A", CLS_World::ChooseLength());
     stJob.m_bAtOnce = false;
@@ -122,7 +122,7 @@ void EndByHostAndTask()
 {
     CLS_World clsWorld;
     CLS_QuenTaskPool& clsPool = CLS_World::MakePool();
-    CLS_Calls clsCalls(clsPool);
+    CLS_RacingCalls clsCalls(clsPool);
     int iOwner = 0;
     ST_Job& stJob = clsWorld.MakeJob("A", 40ms);
     stJob.m_funWork = [&] { clsCalls.CallAsTask(funTask); };
@@ -139,7 +139,7 @@ void EndByTwoTasks()
 {
     CLS_World clsWorld;
     CLS_QuenTaskPool& clsPool = CLS_World::MakePool();
-    CLS_Calls clsCalls(clsPool);
+    CLS_RacingCalls clsCalls(clsPool);
     int iOwner = 0;
     ST_Job& stFirst = clsWorld.MakeJob("A", 5ms);
     ST_Job& stSecond = clsWorld.MakeJob("B", 5ms);

@@ -69,8 +69,8 @@ std::string NameMember(const void* _pPlace, const T_Object& _clsObject)
 }
 
 /// The member of the learnt object that the place is in; "" when it is in none.
-template <typename Object>
-std::string Find(const std::map<const Object*, std::string>& _mapLearnt, const void* _pPlace)
+template <typename T_Object>
+std::string Find(const std::map<const T_Object*, std::string>& _mapLearnt, const void* _pPlace)
 {
     for (const auto& [pObject, strName] : _mapLearnt)
     {
