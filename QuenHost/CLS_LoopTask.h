@@ -15,7 +15,9 @@
 /// It goes before its scope, and before what its callable uses: as a member it comes last.
 ///
 /// Threads: one at a time, which may be a run of its own task. IsAdded and the removals: any, several at
-/// once. Owns: the callable. It is destroyed exactly once: by the removal, on its thread; or by the run that
+/// once.
+///
+/// Owns: the callable. It is destroyed exactly once: by the removal, on its thread; or by the run that
 /// outlasts the removal, on the worker. Moveable; a moved-from object has no task.
 class CLS_LoopTask
 {

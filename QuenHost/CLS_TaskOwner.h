@@ -19,9 +19,10 @@
 /// Tasks of one scope start in the order in which they were submitted, up to 300 at once.
 ///
 /// Threads: Submit and the removals: any, from within its tasks, too, and several at once. The end: one,
-/// which may be a run of its own task. Owns: the callables. Each is destroyed exactly once: when its run has
-/// ended, on the worker, before the run counts as ended; or, when it never ran, on the thread of the removal.
-/// Neither copied nor moved.
+/// which may be a run of its own task.
+///
+/// Owns: the callables. Each is destroyed exactly once: when its run has ended, on the worker, before the run
+/// counts as ended; or, when it never ran, on the thread of the removal. Neither copied nor moved.
 class CLS_TaskOwner
 {
 public:
