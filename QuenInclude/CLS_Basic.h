@@ -25,8 +25,10 @@ using CallBackResultFun = std::function<void(const std::string&, const std::map<
 /// callback, or a "PrintLog", that registers or removes a callback on the same object deadlocks.
 ///
 /// Threads: thread-safe; any thread may call. Parameters and callbacks each have their own reader/writer
-/// lock, and no operation holds both. Waits: only for the lock that the operation names. Fails:
-/// std::bad_alloc passes and leaves the object as it was.
+/// lock, and no operation holds both.
+///
+/// Waits: only for the lock that the operation names.
+/// Fails: std::bad_alloc passes and leaves the object as it was.
 class CLS_Basic
 {
 public:

@@ -79,7 +79,7 @@ public:
     /// - "1" or "0" for a flag;
     /// - a number in the stream's default form, whatever the locale;
     /// - the elements of a list joined by "|"; kept on purpose: no separator as long as the text so far is
-    /// empty;
+    ///   empty;
     /// - "" for a map and for nothing;
     /// - "0x..." for a pointer.
     std::string ToString() const;

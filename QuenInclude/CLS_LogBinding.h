@@ -33,13 +33,11 @@ struct ST_LogRecord
 /// Order:
 /// - The records of one thread keep their order.
 /// - A record that is made during the hand-over goes to "PrintLog" on its own thread. That thread first hands
-/// over
-///   its own earlier records itself.
+///   over its own earlier records itself.
 /// - If another thread is in "PrintLog" with one of those, the new record is kept as well.
 /// - So records of different threads may change places during the hand-over.
 /// - Once MOST_KEPT records have been kept in this way, or memory has run out, a new record may overtake the
-/// one in
-///   "PrintLog". None of them is lost.
+///   one in "PrintLog". None of them is lost.
 ///
 /// After a fork: if a process was forked during the opening, the thread that would go on with it is missing.
 /// The records of the process are kept up to the limit and then only counted. A process that was forked

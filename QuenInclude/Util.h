@@ -59,7 +59,9 @@ std::int64_t GetElapsedMilliseconds(std::chrono::steady_clock::time_point _tpSta
 /// reason to standard error for a failed open.
 ///
 /// Waits: one thread at a time gets in. The others wait up to CLS_LoadTurn::WAIT_LIMIT. No lock is held while
-/// the library's initialisers run. Fails: an empty map in these cases:
+/// the library's initialisers run.
+///
+/// Fails: an empty map in these cases:
 /// - the library cannot be opened;
 /// - the call comes from an initialiser of a library that is being opened;
 /// - the wait ran out.

@@ -28,7 +28,8 @@ public:
         /// Valid as long as this object is neither moved nor destroyed.
         const std::string& GetTaskId() const { return m_strTaskId; }
 
-        /// Whether the task is registered and due at _tpNow, as CLS_Task::IsUseRun says.
+        /// Whether the task, registered when it was last looked up, is due at _tpNow, as CLS_Task::IsUseRun
+        /// says.
         ///
         /// Waits: for the registry's lock, shared, when the task was not found before or is gone.
         bool IsDue(std::chrono::steady_clock::time_point _tpNow);

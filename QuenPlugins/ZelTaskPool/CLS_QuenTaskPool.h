@@ -30,8 +30,7 @@ class CLS_ShutdownClaim;
 /// The path of a task:
 /// - AddTmpTask or AddLoopTask registers the task and puts its id on the waiting queue.
 /// - The dispatcher takes the queue. It binds each id to the idle worker with the lowest order id, or to a
-/// new
-///   worker, and hands the worker its job, FunRunTask.
+///   new worker, and hands the worker its job, FunRunTask.
 /// - The job runs the task and puts the worker back on the idle list.
 /// - The loop scheduler requeues a loop task when its interval has passed since its last run ended.
 /// - The watchdog retires workers that have been idle for too long.
@@ -48,15 +47,16 @@ class CLS_ShutdownClaim;
 /// Pitfalls:
 /// - A task that stops or removes itself waits for its own run, about 9 seconds.
 /// - A task that shuts the pool down frees it beneath its own worker. The pool survives that, but it is not
-/// meant.
+///   meant.
 /// - A callable that may outlast the shutdown must not call the pool afterwards.
 class CLS_QuenTaskPool
 {
 public:
     /// Returns the pool. Builds it when there is none.
     ///
-    /// Threads: any, but the first call must not race another: building on first use is unsynchronised on
-    /// purpose. Fails: the exceptions of the constructor pass.
+    /// Threads: any, but the first call must not race another: building on first use is not synchronised, on
+    /// purpose.
+    /// Fails: the exceptions of the constructor pass.
     ZEL_TASKPOOL_EXPORT static CLS_QuenTaskPool* GetInstance();
 
     /// Starts dispatcher, loop scheduler and watchdog, but no worker. For GetInstance.
@@ -85,8 +85,7 @@ public:
     /// - the owner is null: nothing is queued;
     /// - copying the callable throws or shuts the pool down: nothing is queued;
     /// - memory or another resource runs out. If that happens after the queueing, the task still runs,
-    /// without an
-    ///   owner.
+    ///   without an owner.
     ///
     /// Owns: the pool keeps the task record and the captured objects until the process ends, unless the
     /// owner's tasks are removed before the task has run.
@@ -104,8 +103,7 @@ public:
     /// another resource runs out. _strTaskId then tells how far the call came:
     /// - unchanged: there is no such task;
     /// - changed: the task is registered. It runs once if it was queued, otherwise never. In either case
-    /// RemoveTask
-    ///   removes it.
+    ///   RemoveTask removes it.
     ZEL_TASKPOOL_EXPORT void AddLoopTask(const std::function<void()>& _funTask, int _iInterval,
                                          std::string& _strTaskId, const std::string& _strCallInfo);
 
@@ -136,9 +134,11 @@ public:
     /// - and up to 0.3 seconds in all for threads that still hold a reference to a task.
     ///
     /// Fails: when something throws, there is a log record. The tasks not yet handled stay registered, and
-    /// most of them are invalid. Owns: destroys the captured objects on the calling thread, with no lock
-    /// held; they may call the pool or shut it down. If a run outlasts the wait, or another thread goes on
-    /// using the task, they are destroyed there and later.
+    /// most of them are invalid.
+    ///
+    /// Owns: destroys the captured objects on the calling thread, with no lock held; they may call the pool
+    /// or shut it down. If a run outlasts the wait, or another thread goes on using the task, they are
+    /// destroyed there and later.
     ZEL_TASKPOOL_EXPORT void RemoveTmpTask(void* _pObj, const std::string& _strCallInfo);
 
     /// Stops and forgets one task, usually a loop task.
@@ -196,7 +196,9 @@ public:
     /// Makes and registers a worker. For GetTaskThread.
     ///
     /// Fails: with a log record. Null when no thread can be started or memory runs out; the worker when only
-    /// the registering failed. Owns: the pool owns the worker.
+    /// the registering failed.
+    ///
+    /// Owns: the pool owns the worker.
     ZEL_TASKPOOL_EXPORT CLS_TaskThread* CreateTaskThread();
 
     /// Picks the worker for the next task: an idle one, else a new one, else null.

@@ -20,7 +20,9 @@
 ///         |--foreign--|           |--foreign--|        |--foreign--|
 ///
 /// Threads: thread-safe. The worker's thread calls everything except Close, which is for the thread that
-/// shuts the pool down. Waits: each call takes m_mtxGate for a few instructions; only Close waits for more.
+/// shuts the pool down.
+///
+/// Waits: each call takes m_mtxGate for a few instructions; only Close waits for more.
 class CLS_RunGate
 {
 public:

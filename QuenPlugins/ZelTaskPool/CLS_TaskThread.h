@@ -72,9 +72,10 @@ public:
     /// Sets the order id. Not while the worker is on a pool's idle list, which is sorted by it.
     ZEL_TASKPOOL_EXPORT void SetOrderId(int _iOrderId);
 
-    /// Whether the worker has been idle for at least GetWaitingOvertime() whole milliseconds.
+    /// Whether the last pass ended at least GetWaitingOvertime() whole milliseconds ago.
     ///
-    /// Counts from the end of the last pass; before the first, from construction.
+    /// Before the first pass, counts from construction. True for a worker with a long job, too: only for one
+    /// on the idle list does it mean that the worker has been idle for too long.
     ZEL_TASKPOOL_EXPORT bool IsWaitingOvertime();
 
     /// Sets the time, in milliseconds, after which a worker counts as idle for too long. For all workers.

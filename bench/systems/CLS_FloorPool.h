@@ -17,8 +17,7 @@
 /// cannot shut down while tasks run.
 ///
 /// - Each submission costs one read of the random device, a copy of the callable, and an entry in the
-/// registry, in
-///   both owner maps and in the queue.
+///   registry, in both owner maps and in the queue.
 /// - Each run costs two hand-offs between sleeping threads: from submitter to dispatcher to worker.
 /// - Loop tasks cost a poll every 10 ms.
 /// - Workers are plain threads, started on demand. The lowest idle one runs the next task.
