@@ -26,7 +26,7 @@ int main()
 namespace
 {
 /// The host's queue.
-class CLS_Calls
+class CLS_CallQueue
 {
 public:
     void Add(std::function<void()> _funCall)
@@ -122,7 +122,7 @@ int main(int, char** _ppTexts)
 {
     const std::uint64_t uiMain = ThreadInfo::GetId();
     const std::string strInfo = "a text that does not fit into the string itself";
-    CLS_Calls clsCalls;
+    CLS_CallQueue clsCalls;
     const CLS_HostThread clsHost([&](std::function<void()> _funCall) { clsCalls.Add(std::move(_funCall)); });
     const CLS_PoolScope clsPool{CLS_PoolLibrary(_ppTexts[1])};
     std::atomic<int> iFailures{0};

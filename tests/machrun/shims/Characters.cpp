@@ -11,7 +11,7 @@
 namespace
 {
 /// Darwin's bits.
-enum n_Kind : std::uint32_t
+enum n_CharacterKind : std::uint32_t
 {
     KIND_ALPHA = 0x100,
     KIND_CONTROL = 0x200,
