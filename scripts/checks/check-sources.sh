@@ -31,6 +31,15 @@ refuse "use the locks of CLS_Mutex.h, which the compiler checks" \
 refuse "only the views of tests/support are compiled without access control" 'fno-access-control' \
     '*.cmake' '*CMakeLists.txt' ':!cmake/TestPrograms.cmake' ':!tests/refused/*'
 refuse "open work belongs in the issue tracker" '\b(TO''DO|FIX''ME)\b' .
+refuse "a part of a comment (Threads:, Waits:, Fails:, Owns:) begins a line" \
+    '^ *///.*[^ /].* (Threads|Waits|Fails|Owns):( |$)' 'QuenInclude/*.h' 'QuenPlugins/*.h' 'QuenHost/*.h'
+# The name comes last on the line that begins a definition, before "final" and the bases.
+shared=$(git grep -hE '^ *(class|struct|enum) [^;(]*(\([^)]*\)[^;(]*)?$' -- '*.h' '*.cpp' |
+    sed -nE 's/( final)?( : .*)?$//; s/^.*\b((CLS|ST|n)_[A-Za-z]+)$/\1/p' | sort | uniq -d | paste -sd ' ' -)
+if [ -n "$shared" ]; then
+    echo "refused: two classes share the name: $shared" >&2
+    failed=1
+fi
 [ "$failed" -eq 0 ]
 /usr/bin/python3 -B verify/schedules/faults.py
 

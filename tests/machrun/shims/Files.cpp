@@ -211,7 +211,7 @@ int SetRights(int _iFolder, const char* _szPath, mode_t _uiRights, int _iFlags)
 }
 
 /// What readdir gives on Darwin.
-struct [[gnu::packed]] ST_Entry
+struct [[gnu::packed]] ST_DirectoryEntry
 {
     std::uint64_t m_uiNumber;
     std::uint64_t m_uiNext;
@@ -220,11 +220,11 @@ struct [[gnu::packed]] ST_Entry
     std::uint8_t m_uiType; ///< the same numbers on both systems
     std::array<char, 1024> m_arrName;
 };
-static_assert(offsetof(ST_Entry, m_arrName) == 21);
+static_assert(offsetof(ST_DirectoryEntry, m_arrName) == 21);
 
-ST_Entry* ReadFolder(DIR* _pFolder)
+ST_DirectoryEntry* ReadFolder(DIR* _pFolder)
 {
-    thread_local ST_Entry t_stEntry;
+    thread_local ST_DirectoryEntry t_stEntry;
     const CLS_ErrnoScope clsErrno;
     const dirent* const pEntry = readdir(_pFolder); // NOLINT(concurrency-mt-unsafe): the caller's folder
     if (pEntry == nullptr)
