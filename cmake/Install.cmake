@@ -15,7 +15,8 @@ install(DIRECTORY QuenHost QuenInclude
   DESTINATION "${ZEL_INSTALL_INCLUDEDIR}" COMPONENT development FILES_MATCHING PATTERN "*.h")
 install(DIRECTORY QuenPlugins/ZelTaskPool
   DESTINATION "${ZEL_INSTALL_INCLUDEDIR}/QuenPlugins" COMPONENT development
-  FILES_MATCHING PATTERN "*.h" PATTERN "TaskPoolRecord.h" EXCLUDE PATTERN "ReserveEntry.h" EXCLUDE)
+  FILES_MATCHING PATTERN "*.h" PATTERN "CLS_ShutdownClaim.h" EXCLUDE
+  PATTERN "TaskPoolRecord.h" EXCLUDE PATTERN "ReserveEntry.h" EXCLUDE)
 
 # The pages and the files they link to, under the same paths as in the sources.
 set(ZEL_INSTALL_DOCUMENTATION "${CMAKE_INSTALL_DATADIR}/doc/${PROJECT_NAME}")

@@ -140,7 +140,7 @@ TEST_F(PoolMemoryTest, LoopPassThatFailsIsRecordedAndTheNextOneStartsWithoutASle
                 EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
                 FailingMemory::FailAt(iFailures++ < 3 ? 1 : 0);
             });
-        FailingMemory::FailAt(1); // the copy of the list
+        FailingMemory::FailAt(1); // the list of entries
         clsPool.FunLoopThread();
         LogRecorder::SetHook({});
         ASSERT_EQ(1U, clsFast.GetSleeps().size());
@@ -156,7 +156,7 @@ TEST_F(PoolMemoryTest, LoopTaskThatCouldNotBeQueuedIsQueuedByTheNextPass)
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     const std::string strTaskId = MakeTask([] {}, 0);
     PoolView::AddToLoopTasks(clsPool, strTaskId);
-    // The copy of the list takes two allocations; the third is the queue's.
+    // The list with its new entry takes two allocations; the third is the queue's.
     FailingMemory::FailAt(FailingMemory::REACHES_ALL ? 3 : 2);
     EXPECT_THROW(PoolView::RunLoopPass(clsPool), std::bad_alloc);
     FailingMemory::Stop();
@@ -198,7 +198,7 @@ TEST_F(PoolMemoryTest, LoopPassThatFailsIsMadeUpForByTheNextOne)
         PoolView::GetTask(strDue)->SetTaskStatus(TASK_STATUS_IDLE);
         PoolView::ClearQueue(clsPool);
     }
-    EXPECT_GE(iFailures, 3) << "at least the list's copy, and the new entries, should have failed";
+    EXPECT_GE(iFailures, 3) << "at least the list, its new entry and the queue should have failed";
 }
 
 TEST_F(PoolMemoryTest, QueueingWithoutMemoryLeavesARunningTaskAsItIs)
