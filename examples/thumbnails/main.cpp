@@ -11,14 +11,14 @@
 
 namespace
 {
-struct ST_Options
+struct ST_ThumbnailOptions
 {
     QStringList m_lstFolders;
     QString m_strLibrary;
 };
 
 /// Ends the program for --help, and for options that do not exist.
-ST_Options ReadOptions(const QApplication& _app)
+ST_ThumbnailOptions ReadOptions(const QApplication& _app)
 {
     const QCommandLineOption clsLibrary("library", "The pool library.", "file",
                                         QString::fromStdString(CLS_PoolLibrary::GetUsualName()));
@@ -29,7 +29,7 @@ ST_Options ReadOptions(const QApplication& _app)
     clsParser.addPositionalArgument("folder", "A folder with pictures. Without one: your own pictures.",
                                     "[folder...]");
     clsParser.process(_app);
-    ST_Options stOptions{clsParser.positionalArguments(), clsParser.value(clsLibrary)};
+    ST_ThumbnailOptions stOptions{clsParser.positionalArguments(), clsParser.value(clsLibrary)};
     if (stOptions.m_lstFolders.isEmpty())
     {
         stOptions.m_lstFolders = {QStandardPaths::writableLocation(QStandardPaths::PicturesLocation)};
@@ -44,7 +44,7 @@ int main(int argc, char** argv)
     QLoggingCategory::setFilterRules("qt.gui.imageio*=false"); // the window shows what is broken
     try
     {
-        const ST_Options stOptions = ReadOptions(app);
+        const ST_ThumbnailOptions stOptions = ReadOptions(app);
         const CLS_PoolScope clsPool{CLS_PoolLibrary(stOptions.m_strLibrary.toStdString())};
         const CLS_HostThread clsWindowThread = GetWindowThread();
         for (const QString& strFolder : stOptions.m_lstFolders)

@@ -33,8 +33,8 @@ refuse "only the views of tests/support are compiled without access control" 'fn
 refuse "open work belongs in the issue tracker" '\b(TO''DO|FIX''ME)\b' .
 refuse "a part of a comment (Threads:, Waits:, Fails:, Owns:) begins a line" \
     '^ *///.*[^ /].* (Threads|Waits|Fails|Owns):( |$)' 'QuenInclude/*.h' 'QuenPlugins/*.h' 'QuenHost/*.h'
-# The name comes last on the line that begins a definition, before "final" and the bases.
-shared=$(git grep -hE '^ *(class|struct|enum) [^;(]*(\([^)]*\)[^;(]*)?$' -- '*.h' '*.cpp' |
+# The name comes last on the line that begins a definition, before "final" and the bases. Each page has its own types.
+shared=$(git grep -hE '^ *(class|struct|enum) [^;(]*(\([^)]*\)[^;(]*)?$' -- '*.h' '*.cpp' ':!docs/snippets/*' |
     sed -nE 's/( final)?( : .*)?$//; s/^.*\b((CLS|ST|n)_[A-Za-z]+)$/\1/p' | sort | uniq -d | paste -sd ' ' -)
 if [ -n "$shared" ]; then
     echo "refused: two classes share the name: $shared" >&2
