@@ -14,6 +14,9 @@
 class CLS_Delivery
 {
 public:
+    /// From tasks of _clsOwner to the thread that _clsHost posts to. The owner may end first.
+    ///
+    /// Waits: for no task.
     CLS_Delivery(const CLS_TaskOwner& _clsOwner, CLS_HostThread _clsHost)
         : m_stLink(_clsOwner.GetLink().Tie()), m_clsHost(std::move(_clsHost))
     {
