@@ -28,7 +28,7 @@ using CallBackResultFun = std::function<void(const std::string&, const std::map<
 /// lock, and no operation holds both.
 ///
 /// Waits: only for the lock that the operation names.
-/// Fails: std::bad_alloc passes and leaves the object as it was.
+/// Fails: std::bad_alloc propagates and leaves the object as it was.
 class CLS_Basic
 {
 public:
@@ -42,8 +42,7 @@ public:
     /// Owns: the text stays valid for the life of the process.
     virtual const char* GetClassCode();
 
-    /// Name that the object's log records carry as their module: the class code, unless a class overrides
-    /// that.
+    /// The module name of the object's log records: the class code, unless a class overrides it.
     ///
     /// If an override of this or of GetClassCode returns null, the module is null and the texts leave the
     /// name out.
@@ -56,13 +55,13 @@ public:
     ///
     /// If two threads ask first at the same time, the last to store wins.
     ///
-    /// Fails: the exceptions of Util::GetUuid pass.
+    /// Fails: the exceptions of Util::GetUuid propagate.
     virtual std::string GetId();
 
     /// Registers a callback and returns its key. _pUser is passed on to the callback, and never touched.
     ///
     /// Waits: for the callback lock, exclusive.
-    /// Fails: the exceptions of Util::GetUuid pass.
+    /// Fails: the exceptions of Util::GetUuid propagate.
     virtual std::string SetCallBackResultFun(const CallBackResultFun& _funCallBack, void* _pUser);
 
     /// Forgets a callback. Ignores an unknown key.
@@ -103,11 +102,11 @@ public:
     /// Calls the callback with this key; if the key is empty, calls all callbacks in key order.
     ///
     /// An unknown key causes a log record and is called as an empty callback. Kept on purpose: this leaves an
-    /// empty entry behind, made under the shared lock. So callers that share the object between threads pass
-    /// known keys only.
+    /// empty entry behind, made under the shared lock. So callers that share the object between threads must
+    /// pass only known keys.
     ///
     /// Waits: for the callback lock, shared, which it holds as long as the callbacks run.
-    /// Fails: an exception of a callback becomes a log record.
+    /// Fails: an exception from a callback becomes a log record.
     virtual void RunCallBackFun(const std::string& _strFirst,
                                 const std::map<std::string, CLS_CVariant>& _mapParam,
                                 const std::string& _strSecond, const std::string& _strKey);

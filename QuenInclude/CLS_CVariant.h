@@ -31,7 +31,7 @@ enum n_CVariantType : std::int32_t
 /// Threads: not thread-safe. The owner guards a variant that threads share. Only SetType, assignment and
 /// destruction take the variant's own mutex, so calls of SetType on one variant are serialised.
 /// Waits: only for that mutex.
-/// Fails: std::bad_alloc passes from every operation that makes or copies a text, a list or a map.
+/// Fails: std::bad_alloc propagates from every operation that makes or copies a text, a list or a map.
 /// Owns: a variant owns its text, list or map, and copies are deep. A pointer is shared.
 class CLS_CVariant
 {
@@ -60,7 +60,7 @@ public:
 
     /// Becomes a deep copy. _clsOther may be an element of this variant's own list or map.
     ///
-    /// Fails: std::bad_alloc passes and leaves this variant as it was.
+    /// Fails: std::bad_alloc propagates and leaves this variant as it was.
     CLS_CVariant& operator=(const CLS_CVariant& _clsOther);
 
     /// Takes the value and leaves nothing behind. _clsOther may be an element of this variant's own list or

@@ -10,24 +10,23 @@
 ///
 /// Opening a library runs its initialisers. They may call the function that opens it again, on the same
 /// thread or on one that they wait for. A plain mutex would deadlock in both cases. Here the same thread is
-/// turned away at once. Another thread is turned away after a bounded wait, or at once if it does not want to
-/// wait. After one thread has waited for the whole bound, all others are turned away at once until the turn
-/// is given back.
+/// refused at once. Another thread is refused after a bounded wait, or at once if it asked not to wait. After
+/// one thread has waited for all of WAIT_LIMIT, all others are refused at once until the turn is given back.
 ///
-/// The clock of the wait: after each wake-up, the steady clock says what is left of WAIT_LIMIT. On Linux the
-/// wait itself ends by that clock, too. On macOS the C++ library makes a wall-clock time of it, which the
-/// system turns back into a duration at the call. So setting the clock changes no wait that has begun, and a
-/// wait that ends early or late is followed by another look at the steady clock.
+/// The wait is measured with the steady clock, which is read again after each wake-up. On Linux, the wait
+/// itself uses that clock, too. On macOS, the C++ library converts the deadline to wall-clock time, and the
+/// system converts it back to a duration at the call. So setting the system clock does not change a wait that
+/// has begun. A wait that ends early or late is followed by another look at the steady clock.
 ///
 /// Threads: thread-safe.
-/// Owns: never copied. An object that late threads may use is kept on the heap for good.
+/// Owns: never copied. An object that late threads may use is allocated on the heap and never freed.
 class ZEL_CAPABILITY("turn") CLS_LoadTurn
 {
 public:
     /// The longest that a thread waits for its turn.
     static constexpr std::chrono::milliseconds WAIT_LIMIT{1000};
 
-    /// The turn, as long as this object lives.
+    /// Holds the turn as long as it lives.
     class ZEL_SCOPED_CAPABILITY CLS_Scope
     {
     public:

@@ -33,19 +33,19 @@ struct ST_LogRecord
 /// Order:
 /// - The records of one thread keep their order.
 /// - A record that is made during the hand-over goes to "PrintLog" on its own thread. That thread first hands
-///   over its own earlier records itself.
+///   over its own earlier records.
 /// - If another thread is in "PrintLog" with one of those, the new record is kept as well.
 /// - So records of different threads may change places during the hand-over.
 /// - Once MOST_KEPT records have been kept in this way, or memory has run out, a new record may overtake the
-///   one in "PrintLog". None of them is lost.
+///   one in "PrintLog". Neither is lost.
 ///
-/// After a fork: if a process was forked during the opening, the thread that would go on with it is missing.
-/// The records of the process are kept up to the limit and then only counted. A process that was forked
-/// during the hand-over prints its own records, but not the kept ones of other threads. No thread waits in
-/// either case.
+/// After a fork during the opening, the child process lacks the thread that would finish it. Records of the
+/// child are kept up to the limit and then only counted. After a fork during the hand-over, the child prints
+/// its own records, but not the kept ones of other threads. No thread waits in either case.
 ///
 /// Threads: thread-safe; any thread may call.
-/// Owns: an object is kept on the heap for good, because late threads log while the process exits.
+/// Owns: an object is allocated on the heap and never freed, because late threads log while the process
+/// exits.
 class CLS_LogBinding
 {
 public:
@@ -63,9 +63,9 @@ public:
 
     /// Opens nothing yet.
     ///
-    /// Fails: std::bad_alloc passes.
+    /// Fails: std::bad_alloc propagates.
     explicit CLS_LogBinding(Opener _funOpen);
-    /// Drops what is kept. No other thread may use the object any more.
+    /// Drops the kept records. No other thread may still use the object.
     ~CLS_LogBinding();
     CLS_LogBinding(const CLS_LogBinding&) = delete;
     CLS_LogBinding& operator=(const CLS_LogBinding&) = delete;
@@ -75,8 +75,8 @@ public:
     /// A call that opens the library hands over the kept records.
     ///
     /// Waits: for another thread's opening, up to CLS_LoadTurn::WAIT_LIMIT; then returns null.
-    /// Fails: the opener's exceptions pass, and the next opening hands over the kept records. An exception
-    /// from "PrintLog" ends the process.
+    /// Fails: the opener's exceptions propagate, and the next opening hands over the kept records. An
+    /// exception from "PrintLog" ends the process.
     void* GetFunction(const std::string& _strFunction, const std::string& _strDirectory);
 
     /// Hands a log record to "PrintLog", or keeps it, or drops it.
@@ -96,7 +96,7 @@ private:
     static KeptRecords MakeKept(const ST_LogRecord& _stRecord);
     /// Hands one record to "PrintLog", if there is one.
     static void Print(PrintLogFun _funPrintLog, const ST_LogRecord& _stRecord);
-    /// Prints the one kept record and frees its message, which is not used any more.
+    /// Prints the one kept record and frees its message, which is no longer used.
     static void Print(PrintLogFun _funPrintLog, KeptRecords& _lstOne);
 
     /// The address that the last opening found for the name; nothing when it does not know the name.
@@ -120,7 +120,7 @@ private:
     void ReserveOwn() ZEL_REQUIRES(m_mtxBinding);
     /// Puts the printed record away and takes the next one of the calling thread. False without one.
     bool TakeOwn(KeptRecords& _lstOne) ZEL_EXCLUDES(m_mtxBinding);
-    /// Hands over until nothing is kept any more; does nothing when _funPrintLog is null.
+    /// Hands over records until none is kept; does nothing when _funPrintLog is null.
     void HandOver(PrintLogFun _funPrintLog) noexcept ZEL_EXCLUDES(m_mtxBinding);
     /// Puts the printed record away and takes the next one, or after the last the count of lost ones.
     std::optional<std::uint64_t> TakeOldest(KeptRecords& _lstOne) ZEL_EXCLUDES(m_mtxBinding);

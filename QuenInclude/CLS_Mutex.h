@@ -17,7 +17,7 @@ public:
     void lock() ZEL_ACQUIRE() { std::mutex::lock(); }
     /// Takes the lock if it is free.
     bool try_lock() ZEL_TRY_ACQUIRE(true) { return std::mutex::try_lock(); }
-    /// Gives the lock back, on the thread that locked.
+    /// Releases the lock, on the thread that took it.
     void unlock() ZEL_RELEASE() { std::mutex::unlock(); }
 };
 
@@ -29,13 +29,13 @@ public:
     void lock() ZEL_ACQUIRE() { std::shared_mutex::lock(); }
     /// Takes the lock if it is free.
     bool try_lock() ZEL_TRY_ACQUIRE(true) { return std::shared_mutex::try_lock(); }
-    /// Gives the lock back, on the thread that locked.
+    /// Releases the lock, on the thread that took it.
     void unlock() ZEL_RELEASE() { std::shared_mutex::unlock(); }
     /// Takes the lock, shared; waits while it is held exclusively.
     void lock_shared() ZEL_ACQUIRE_SHARED() { std::shared_mutex::lock_shared(); }
     /// Takes the lock, shared, unless it is held exclusively.
     bool try_lock_shared() ZEL_TRY_ACQUIRE_SHARED(true) { return std::shared_mutex::try_lock_shared(); }
-    /// Gives the shared lock back, on the thread that locked.
+    /// Releases the shared lock, on the thread that took it.
     void unlock_shared() ZEL_RELEASE_SHARED() { std::shared_mutex::unlock_shared(); }
 };
 
@@ -46,7 +46,7 @@ class ZEL_SCOPED_CAPABILITY CLS_LockGuard
 public:
     /// Waits for the lock.
     explicit CLS_LockGuard(T_Mutex& _mtxLock) ZEL_ACQUIRE(_mtxLock) : m_lock(_mtxLock) {}
-    /// Gives the lock back.
+    /// Releases the lock.
     ~CLS_LockGuard() ZEL_RELEASE() = default;
     CLS_LockGuard(const CLS_LockGuard&) = delete;
     CLS_LockGuard& operator=(const CLS_LockGuard&) = delete;
@@ -62,7 +62,7 @@ class ZEL_SCOPED_CAPABILITY CLS_SharedGuard
 public:
     /// Waits while the lock is held exclusively.
     explicit CLS_SharedGuard(T_Mutex& _smLock) ZEL_ACQUIRE_SHARED(_smLock) : m_lock(_smLock) {}
-    /// Gives the lock back.
+    /// Releases the lock.
     ~CLS_SharedGuard() ZEL_RELEASE_GENERIC() = default;
     CLS_SharedGuard(const CLS_SharedGuard&) = delete;
     CLS_SharedGuard& operator=(const CLS_SharedGuard&) = delete;
@@ -81,7 +81,7 @@ public:
         : m_lockHeld(_mtxLock), m_lockWait(_mtxLock, std::adopt_lock)
     {
     }
-    /// Gives the lock back.
+    /// Releases the lock.
     ~CLS_WaitGuard() ZEL_RELEASE() { static_cast<void>(m_lockWait.release()); }
     CLS_WaitGuard(const CLS_WaitGuard&) = delete;
     CLS_WaitGuard& operator=(const CLS_WaitGuard&) = delete;

@@ -20,10 +20,10 @@ enum n_LogLevel : int
 /// Address of one of the five entry points of the logging library, or null: "Init", "SetLoggerConfig",
 /// "SetLoggerConfigAll", "PrintLog", "UnInit".
 ///
-/// A bound name is answered from the table. Any other name binds the library in _strDirectory (by the dynamic
+/// A bound name is looked up in a table. Any other name binds the library in _strDirectory (by the dynamic
 /// loader's default search when empty), and the result replaces the table. After a failed open, every call
-/// binds again, but the file itself is not opened again. A name that is none of the five binds on every call,
-/// and so writes the five lines of Util::GetDllFunction to standard output each time.
+/// binds again, but the file itself is not opened again. Any name other than these five binds on every call.
+/// Each time, the five lines of Util::GetDllFunction go to standard output.
 ///
 /// Threads: any.
 /// Waits: for the binding's mutex, for one look-up. An opening waits as Util::GetDllFunction does. The call
@@ -32,7 +32,7 @@ void* GetModuleFun(const std::string& _strFunction, const std::string& _strDirec
 
 /// One log record: an output stream that hands its text to "PrintLog" when it is destroyed.
 ///
-/// Numbers are written the classic way, whatever the host's locale.
+/// Numbers are written as in the classic locale, whatever the host's locale.
 ///
 /// Threads: one thread per log record.
 /// Waits: as long as "PrintLog" runs, with no lock held. The log record that opens the logging library also

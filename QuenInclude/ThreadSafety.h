@@ -2,8 +2,8 @@
 
 /// \file
 /// Annotations for clang's check of the lock discipline (-Wthread-safety): which lock guards what, and which
-/// function needs or takes which lock. To other compilers they say nothing. An argument may name something
-/// that is declared later in the class.
+/// function needs or takes which lock. Other compilers ignore them. An argument may name something that is
+/// declared later in the class.
 ///
 /// The check sees what one function does with the locks that it names. It does not see through callables and
 /// containers: it lets code call insert under a shared lock.

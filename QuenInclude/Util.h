@@ -24,7 +24,7 @@ std::vector<std::string> SplitStdString(const std::string& _strText, const std::
 /// counter.
 ///
 /// The counter runs from 0 to 65534 and starts again; two threads may draw the same value. The id is unique
-/// in practice, but no standard UUID.
+/// in practice, but not a standard UUID.
 ///
 /// Fails: std::exception when the random device cannot be opened or read.
 std::string GetUuid();
@@ -55,11 +55,11 @@ std::int64_t GetElapsedMilliseconds(std::chrono::steady_clock::time_point _tpSta
 /// Returns the address of each name; null where the library lacks it. A path is opened once, as long as this
 /// code stays loaded, and never closed. A failed open is remembered and not tried again.
 ///
-/// Writes a line to standard output for each first open and for each name, and a line with the loader's
-/// reason to standard error for a failed open.
+/// Writes a line to standard output for each first open and for each name. For a failed open, writes a line
+/// with the loader's reason to standard error.
 ///
-/// Waits: one thread at a time gets in. The others wait up to CLS_LoadTurn::WAIT_LIMIT. No lock is held while
-/// the library's initialisers run.
+/// Waits: one thread at a time opens a library. The others wait up to CLS_LoadTurn::WAIT_LIMIT. No lock is
+/// held while the library's initialisers run.
 ///
 /// Fails: an empty map in these cases:
 /// - the library cannot be opened;

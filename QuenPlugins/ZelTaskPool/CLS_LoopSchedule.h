@@ -55,14 +55,14 @@ public:
     /// Brings the entries into line with the list and with intervals that have changed.
     ///
     /// Threads: the loop scheduler's, with the lock of the list held.
-    /// Fails: std::bad_alloc passes; the next call tries again.
+    /// Fails: std::bad_alloc propagates; the next call tries again.
     void Refresh(const std::vector<std::string>& _vecTaskIds);
 
     /// The entries, in list order. The next Refresh may replace them.
     std::vector<CLS_Entry>& GetEntries() { return m_vecEntries; }
 
 private:
-    /// Makes an entry for each id; takes over the entries that are known.
+    /// Makes an entry for each id, reusing the known entries.
     void Rebuild(const std::vector<std::string>& _vecTaskIds);
 
     std::uint64_t m_uiListChanges = 0; ///< changes of the list; guarded by the lock of the list

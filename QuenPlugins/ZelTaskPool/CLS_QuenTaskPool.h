@@ -24,30 +24,29 @@
 
 class CLS_ShutdownClaim;
 
-/// The pool: one object per process. It runs the host's callables on workers that it makes on demand, 301 at
-/// most.
+/// The pool: one object per process. It runs the host's callables on workers, which it makes on demand, up to
+/// 301.
 ///
 /// The path of a task:
 /// - AddTmpTask or AddLoopTask registers the task and puts its id on the waiting queue.
-/// - The dispatcher takes the queue. It binds each id to the idle worker with the lowest order id, or to a
-///   new worker, and hands the worker its job, FunRunTask.
+/// - The dispatcher takes the queue and binds each id to a worker: the idle one with the lowest order id, or
+///   a new one. It then hands the worker its job, FunRunTask.
 /// - The job runs the task and puts the worker back on the idle list.
 /// - The loop scheduler requeues a loop task when its interval has passed since its last run ended.
 /// - The watchdog retires workers that have been idle for too long.
 ///
 /// Threads: thread-safe, except at the start and the shutdown. The first use must not race another, and no
-/// host thread may be in the pool while UnInit runs.
+/// host thread may be inside another call while UnInit runs.
 ///
-/// Locks: no thread holds two of the pool's locks at once. None is held while a task runs, is waited for or
-/// destroyed, or while a log record is made.
+/// Locks: no thread holds two of the pool's locks at once. A thread that holds one does not run, destroy or
+/// wait for a task, and makes no log record.
 ///
 /// Fails: failures become log records and empty results. No exception leaves an operation unless its comment
 /// says so. Unknown ids and owners are ignored.
 ///
 /// Pitfalls:
 /// - A task that stops or removes itself waits for its own run, about 9 seconds.
-/// - A task that shuts the pool down frees it beneath its own worker. The pool survives that, but it is not
-///   meant.
+/// - A task that shuts the pool down frees it while its own worker still runs. Nothing breaks, but avoid it.
 /// - A callable that may outlast the shutdown must not call the pool afterwards.
 class CLS_QuenTaskPool
 {
@@ -56,13 +55,13 @@ public:
     ///
     /// Threads: any, but the first call must not race another: building on first use is not synchronised, on
     /// purpose.
-    /// Fails: the exceptions of the constructor pass.
+    /// Fails: the exceptions of the constructor propagate.
     ZEL_TASKPOOL_EXPORT static CLS_QuenTaskPool* GetInstance();
 
     /// Starts dispatcher, loop scheduler and watchdog, but no worker. For GetInstance.
     ///
-    /// Fails: std::system_error or std::bad_alloc passes when a thread cannot be started. The threads that
-    /// already run are ended first.
+    /// Fails: std::system_error or std::bad_alloc propagates when a thread cannot be started. The threads
+    /// that already run are ended first.
     ZEL_TASKPOOL_EXPORT CLS_QuenTaskPool();
 
     /// Forgets the instance and releases the members. For UnInit and KillTaskAll.
@@ -74,28 +73,28 @@ public:
     CLS_QuenTaskPool(const CLS_QuenTaskPool&) = delete;
     CLS_QuenTaskPool& operator=(const CLS_QuenTaskPool&) = delete;
 
-    /// Queues a copy of _funTask to run once on behalf of the owner _pObj. True when it is queued.
+    /// Queues a copy of _funTask to run once on behalf of the owner _pObj. True if it was queued.
     ///
-    /// The owner is never touched and must not be null. _strCallInfo names the submitter in log records. The
-    /// task may run before the call returns.
+    /// The owner must not be null, and is never accessed. _strCallInfo names the submitter in log records.
+    /// The task may run before the call returns.
     ///
     /// Threads: any, also from within tasks.
     /// Waits: for no task; takes one lock at a time.
     /// Fails: false, with a log record, in these cases:
     /// - the owner is null: nothing is queued;
     /// - copying the callable throws or shuts the pool down: nothing is queued;
-    /// - memory or another resource runs out. If that happens after the queueing, the task still runs,
-    ///   without an owner.
+    /// - memory or another resource runs out. If the task was queued before that, it still runs, but without
+    ///   an owner.
     ///
-    /// Owns: the pool keeps the task record and the captured objects until the process ends, unless the
-    /// owner's tasks are removed before the task has run.
+    /// Owns: the pool keeps the task record and the captured objects until the process ends. A removal of the
+    /// owner's tasks before the run destroys them earlier.
     ZEL_TASKPOOL_EXPORT bool AddTmpTask(const std::function<void()>& _funTask, void* _pObj,
                                         const std::string& _strCallInfo);
 
     /// Queues a copy of _funTask to run now, and again _iInterval milliseconds after each run has ended.
     ///
-    /// The next run starts up to about 10 ms late. An interval of 0 repeats at once; so does a negative one.
-    /// Overwrites _strTaskId with the id of the task, for RemoveTask.
+    /// The next run starts up to about 10 ms late. With an interval of 0, or a negative one, the task repeats
+    /// at once. Overwrites _strTaskId with the id of the task, for RemoveTask.
     ///
     /// Threads: any, also from within tasks.
     /// Waits: for no task; takes one lock at a time.
@@ -110,7 +109,7 @@ public:
     /// Makes a task invalid and waits for a run in progress. The task stays registered.
     ///
     /// Threads: any.
-    /// Waits: as CLS_Task::Stop, whose exceptions pass.
+    /// Waits: as CLS_Task::Stop, whose exceptions propagate.
     ZEL_TASKPOOL_EXPORT void StopTask(const std::string& _strTaskId);
 
     /// Drops one id from the owner maps. The task itself is left alone.
@@ -121,8 +120,8 @@ public:
 
     /// Cancels and forgets all unfinished tasks of the owner _pObj.
     ///
-    /// Makes them all invalid first, then waits for each that is running. Tasks that those submit for the
-    /// same owner meanwhile are cancelled, too. Ignores a null or unknown owner.
+    /// Makes them all invalid first, then waits for each that is running. Also cancels tasks that these
+    /// submit for the same owner in the meantime. Ignores a null or unknown owner.
     ///
     /// The owner may be destroyed afterwards, unless a run outlasted the wait. Such a run goes on, and its
     /// task is forgotten. Tasks that it submits for the owner from then on are not cancelled.
@@ -136,9 +135,9 @@ public:
     /// Fails: when something throws, there is a log record. The tasks not yet handled stay registered, and
     /// most of them are invalid.
     ///
-    /// Owns: destroys the captured objects on the calling thread, with no lock held; they may call the pool
-    /// or shut it down. If a run outlasts the wait, or another thread goes on using the task, they are
-    /// destroyed there and later.
+    /// Owns: destroys the captured objects on the calling thread, with no lock held. Their destructors may
+    /// call the pool or shut it down. If a run outlasts the wait, or another thread still uses the task, that
+    /// thread destroys them later.
     ZEL_TASKPOOL_EXPORT void RemoveTmpTask(void* _pObj, const std::string& _strCallInfo);
 
     /// Stops and forgets one task, usually a loop task.
@@ -154,7 +153,7 @@ public:
 
     /// Shuts the pool down as UnInit does, and destroys the instance even when UnInit fails.
     ///
-    /// This object is gone afterwards. A call during another shutdown does what UnInit does then.
+    /// This object is gone afterwards. During another shutdown, a call behaves as UnInit does.
     ///
     /// Threads: as UnInit. On a service thread, where UnInit fails, the instance survives.
     /// Waits: as UnInit; about 9 seconds more when that fails.
@@ -165,7 +164,7 @@ public:
     /// Queued tasks are dropped and loop tasks forgotten. The registry stays as it is.
     ///
     /// Threads: any, except in a task or in the "PrintLog" of a log record. While another thread shuts the
-    /// pool down, in whichever way, a call
+    /// pool down with either function, a call
     /// - waits until that is over and then finds no pool, or shuts it down itself if the other thread failed;
     /// - gives up when a single step of the other thread takes more than 20 seconds;
     /// - returns at once on a thread of the pool, and on the thread that shuts it down.
@@ -176,7 +175,7 @@ public:
     /// - runs of removed tasks, and jobs that a host gave to a worker with CLS_TaskThread::AddFunction: up to
     ///   9 seconds in all.
     ///
-    /// A worker whose run or job outlasts this is abandoned. It touches nothing of the pool, ends when the
+    /// A worker whose run or job outlasts this is abandoned. It no longer accesses the pool, ends when the
     /// run does, and keeps the library loaded.
     ///
     /// Fails: when a step fails, there is a log record. The object survives, accepts tasks but runs none, and
@@ -190,21 +189,21 @@ public:
     ///
     /// Threads: any.
     /// Waits: for the registry's lock, then m_mtxWaitingTasks.
-    /// Fails: std::bad_alloc passes before the task is touched.
+    /// Fails: std::bad_alloc propagates before the task is touched.
     ZEL_TASKPOOL_EXPORT void AddWaitingTasks(const std::string& _strTaskId) ZEL_EXCLUDES(m_mtxWaitingTasks);
 
     /// Makes and registers a worker. For GetTaskThread.
     ///
-    /// Fails: with a log record. Null when no thread can be started or memory runs out; the worker when only
-    /// the registering failed.
+    /// Fails: with a log record. Returns null if no thread can be started or memory runs out. If only the
+    /// registration failed, returns the worker.
     ///
     /// Owns: the pool owns the worker.
     ZEL_TASKPOOL_EXPORT CLS_TaskThread* CreateTaskThread();
 
-    /// Picks the worker for the next task: an idle one, else a new one, else null.
+    /// Picks the worker for the next task: an idle one, or else a new one. Null if neither is available.
     ///
     /// Takes the idle worker with the lowest order id. If there is none, yields once to a worker that may be
-    /// about to become idle. Makes a new worker as long as there are no more than m_iMaxThread.
+    /// about to become idle. Makes a new worker if there are at most m_iMaxThread workers.
     ///
     /// Threads: the dispatcher only: check, count and creation are separate steps.
     ZEL_TASKPOOL_EXPORT CLS_TaskThread* GetTaskThread();
@@ -219,9 +218,9 @@ public:
     /// list.
     ///
     /// Threads: the worker's.
-    /// Fails: a task whose parameters cannot be read is not run, with a log record; a loop task is due again.
-    /// std::bad_alloc passes when the idle list cannot grow. The worker then calls its job again, which finds
-    /// no task and tries the list again.
+    /// Fails: if the task's parameters cannot be read, makes a log record and does not run the task. A loop
+    /// task is due again. If the idle list cannot grow, std::bad_alloc propagates. The worker then calls its
+    /// job again, which finds no task and tries the list again.
     ZEL_TASKPOOL_EXPORT void FunRunTask(CLS_TaskThread* _pWorker);
 
     /// The body of the dispatcher's thread, which it names zel-dispatcher.
@@ -244,9 +243,9 @@ private:
 
     // Lifetime: the start and the shutdown.
 
-    /// Reads m_pInstance, a plain pointer for hosts, as a thread must that may race the shutdown.
+    /// Reads m_pInstance atomically, because the caller may race the shutdown.
     static CLS_QuenTaskPool* LoadInstance();
-    /// Writes m_pInstance for LoadInstance.
+    /// Writes m_pInstance atomically, for LoadInstance.
     static void StoreInstance(CLS_QuenTaskPool* _pPool);
     /// Starts dispatcher, loop scheduler and watchdog.
     void StartServiceThreads();
@@ -292,7 +291,7 @@ private:
     void RequestShutdown() ZEL_EXCLUDES(m_mtxWaitingTasks);
     /// Hands all queued tasks to workers, in order. The shutdown drops the rest.
     void DispatchPass();
-    /// Waits for an id or the shutdown; takes the queue: the result, then _lstOverflow from its end.
+    /// Waits for an id or the shutdown. Takes the queue: the result, followed by _lstOverflow in reverse.
     std::vector<std::string> TakeWaitingTasks(std::forward_list<std::string>& _lstOverflow)
         ZEL_EXCLUDES(m_mtxWaitingTasks);
     /// Hands a task to a worker; _iUndispatched ids wait for one. False when the shutdown comes first.
@@ -304,7 +303,7 @@ private:
 
     // Workers: their table, the idle list, their job, retirement and shutdown.
 
-    /// Sets the worker's order id and enters it into the table; uses up the entry.
+    /// Sets the worker's order id and adds the worker to the table, using up the entry.
     void RegisterWorker(CLS_TaskThread* _pWorker, BindingMap::node_type&& _clsBinding)
         ZEL_EXCLUDES(m_smThreadTaskLock);
     /// Drops the worker from the table. Returns the id of the task bound to it, "" for none.
@@ -335,7 +334,7 @@ private:
     void RetireWorker(CLS_TaskThread* _pWorker);
     /// Stops every bound task, one after the other. Returns the workers whose run outlasted that.
     std::vector<CLS_TaskThread*> StopBoundTasks(CLS_ShutdownClaim& _clsClaim);
-    /// Ends and frees all workers, and abandons those that do not leave their run in time.
+    /// Ends and frees all workers, but abandons those whose run does not end in time.
     void EndWorkers(const std::vector<CLS_TaskThread*>& _vecOverrun);
     /// Any of the workers; null when none is left.
     CLS_TaskThread* FindWorker() ZEL_EXCLUDES(m_smThreadTaskLock);
@@ -382,14 +381,14 @@ private:
     /// The table of workers, which the pool owns: each with the id of its task, or "".
     std::map<CLS_TaskThread*, std::string> m_mapThreadTask ZEL_GUARDED_BY(m_smThreadTaskLock);
 
-    /// Owner to the place in its list behind the id that was dropped last; one for each list. The next id to
-    /// be dropped is likely to be near. Ids of tasks that ran before they were listed gather at the front.
+    /// For each owner, the place in its list just behind the id that was dropped last. The next id to be
+    /// dropped is probably near it. Ids of tasks that ran before they were listed gather at the front.
     std::map<void*, std::list<std::string>::iterator> m_mapTmpTaskCursors ZEL_GUARDED_BY(m_mtxTmpTasks);
 
-    /// What the loop scheduler knows about m_vecLoopTasks. For its thread, except the count of the list's
-    /// changes.
+    /// What the loop scheduler knows about m_vecLoopTasks. Only its thread uses this, except the count of the
+    /// list's changes.
     CLS_LoopSchedule m_clsLoopSchedule;
 
-    /// Ids that wait behind those of m_vecWaitingTasks, which had no memory to grow. Newest first.
+    /// Ids that wait behind those of m_vecWaitingTasks, because it had no memory to grow. Newest first.
     std::forward_list<std::string> m_lstWaitingOverflow ZEL_GUARDED_BY(m_mtxWaitingTasks);
 };

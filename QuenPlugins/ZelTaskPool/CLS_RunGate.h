@@ -6,12 +6,12 @@
 #include <condition_variable>
 #include <thread>
 
-/// Decides between one worker and the shutdown of its pool whether the worker may still touch the pool.
+/// Decides whether one worker may still access its pool, which may be shutting down.
 ///
 /// A worker runs foreign code for an unknown time: a task, or a job that a host gave to the worker itself.
-/// The shutdown waits a bounded time and then abandons the worker. When the foreign code returns, the worker
-/// learns so here. It then touches nothing of the pool, which may be gone, nor of a new pool at the same
-/// address.
+/// The shutdown waits a bounded time and then abandons the worker. When the foreign code returns, the gate
+/// tells the worker that it was abandoned. The worker then accesses neither the pool, which may be gone, nor
+/// a new pool at the same address.
 ///
 /// A job is foreign code, except between EnterPool and LeavePool. Within those, the run of a task is foreign
 /// code:
@@ -22,11 +22,11 @@
 /// Threads: thread-safe. The worker's thread calls everything except Close, which is for the thread that
 /// shuts the pool down.
 ///
-/// Waits: each call takes m_mtxGate for a few instructions; only Close waits for more.
+/// Waits: each call takes m_mtxGate for a few instructions; only Close waits longer.
 class CLS_RunGate
 {
 public:
-    /// A job, as long as this object lives. For the worker's thread.
+    /// Marks a job for as long as this object lives. For the worker's thread.
     class CLS_JobScope
     {
     public:
@@ -45,7 +45,7 @@ public:
         const bool m_bBegun;
     };
 
-    /// The part of a job that uses the pool, as long as this object lives. For the worker's thread.
+    /// Marks the part of a job that uses the pool, for as long as this object lives. For the worker's thread.
     class CLS_PoolVisit
     {
     public:
@@ -72,14 +72,14 @@ public:
     /// The run is over. False when the pool has abandoned the worker meanwhile.
     bool LeaveRun() ZEL_EXCLUDES(m_mtxGate);
 
-    /// Lets no further job or run begin and waits for the one in progress. False when the worker is
-    /// abandoned.
+    /// Stops further jobs and runs from beginning, and waits for the one in progress. False if it abandons
+    /// the worker.
     ///
     /// True: the job is over, and the worker takes a few more steps at most. False: the worker is still in
-    /// foreign code. From then on it belongs to itself, and the caller must not touch it again.
+    /// foreign code. From then on the worker frees itself, and the caller must not touch it again.
     ///
     /// Threads: the one that shuts the pool down. The call does not wait for that thread itself.
-    /// Waits: until _tpLimit; a few steps longer if the worker is within the pool then.
+    /// Waits: until _tpLimit; a few steps longer if the worker is using the pool at that moment.
     bool Close(std::chrono::steady_clock::time_point _tpLimit) ZEL_EXCLUDES(m_mtxGate);
 
     /// Whether Close has abandoned the worker. For the worker's own thread.

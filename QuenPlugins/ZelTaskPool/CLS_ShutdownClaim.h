@@ -35,7 +35,7 @@ public:
     /// once.
     explicit CLS_ShutdownClaim(const CLS_QuenTaskPool* _pPool);
 
-    /// Gives the right back and wakes the threads that wait for it.
+    /// Releases the right and wakes the threads that wait for it.
     ~CLS_ShutdownClaim();
 
     CLS_ShutdownClaim(const CLS_ShutdownClaim&) = delete;
@@ -51,21 +51,21 @@ public:
 
     /// Notes that a pool is being built.
     ///
-    /// Fails: std::bad_alloc passes and leaves nothing behind.
+    /// Fails: std::bad_alloc propagates and leaves nothing behind.
     static void AddPool(const CLS_QuenTaskPool* _pPool);
 
-    /// Notes that the pool is about to be destroyed. It cannot be claimed any more.
+    /// Notes that the pool is about to be destroyed. It can no longer be claimed.
     static void RemovePool(const CLS_QuenTaskPool* _pPool);
 
     /// Makes the entry for one thread, so that AddThread cannot fail.
     ///
-    /// Fails: std::bad_alloc passes.
+    /// Fails: std::bad_alloc propagates.
     static ThreadEntry ReserveThread();
 
     /// Notes that the thread is the pool's own from now on. Uses up the entry.
     static void AddThread(const CLS_QuenTaskPool* _pPool, std::thread::id _idThread, ThreadEntry&& _clsEntry);
 
-    /// Notes that the thread is about to end: its id may become another thread's.
+    /// Notes that the thread is about to end. Its id may be reused afterwards.
     static void RemoveThread(const CLS_QuenTaskPool* _pPool, std::thread::id _idThread);
 
     /// Does the same for the calling thread, whose pool may be gone or still shutting down.

@@ -15,7 +15,7 @@
 /// \file
 /// The task record.
 
-/// Where a task is in its life. A task counts as executing from 2 on; nothing sets 2.
+/// The state of a task. Values from 2 on count as executing; nothing sets 2.
 enum n_TaskStatus : std::int32_t
 {
     TASK_STATUS_IDLE = 0,    ///< not queued, not executing
@@ -23,8 +23,8 @@ enum n_TaskStatus : std::int32_t
     TASK_STATUS_RUNNING = 3  ///< its callable is executing
 };
 
-/// The record of one unit of work: the host's callable, its status, its loop interval, the time of its last
-/// run, and whether it may still run.
+/// A task record: the host's callable, its status, its loop interval, the time of its last run, and its
+/// validity, which says whether it may still run.
 ///
 ///     IDLE --(queued)--> WAITING --(Running begins)--> RUNNING --(Running ends)--> IDLE
 ///
@@ -36,8 +36,8 @@ enum n_TaskStatus : std::int32_t
 /// comment names no thread, any thread may call; where it names no wait, the call waits for nothing and takes
 /// no lock.
 ///
-/// Owns: GetTask returns a weak reference. A user of the task holds a strong one meanwhile, so that a task
-/// that is removed while it runs lives until its run ends.
+/// Owns: GetTask returns a weak reference. Code that uses the task holds a strong one meanwhile. So a task
+/// that is removed during its run lives until the run ends.
 class CLS_Task : public CLS_Basic
 {
 public:
@@ -49,7 +49,7 @@ public:
     /// Copies _funTask, which may be empty. _iLoopInterval is in milliseconds, negative for a one-shot task.
     /// _strCallInfo names the submitter and becomes the parameter "callinfo".
     ///
-    /// Fails: the exceptions of the copies pass.
+    /// Fails: the exceptions of the copies propagate.
     ZEL_TASKPOOL_EXPORT CLS_Task(const std::function<void()>& _funTask, int _iLoopInterval,
                                  const std::string& _strCallInfo);
 
@@ -62,7 +62,7 @@ public:
     /// Makes a task and registers it under a fresh id. Replaces a registered task with the same id.
     ///
     /// Waits: for the task's parameter lock, then the registry's lock, exclusive.
-    /// Fails: exceptions pass (no memory, no random device). Nothing is registered then.
+    /// Fails: exceptions propagate (no memory, no random device). Nothing is registered then.
     /// Owns: the caller and the registry share the task.
     ZEL_TASKPOOL_EXPORT static std::shared_ptr<CLS_Task>
     CreateTask(const std::function<void()>& _funTask, int _iLoopInterval, const std::string& _strCallInfo);
@@ -87,32 +87,33 @@ public:
     ///
     /// Threads: the worker that the task is bound to.
     /// Waits: as long as the callable runs.
-    /// Fails: an exception of the callable becomes a log record. A failure to make that record becomes a
-    /// second one; only a failure to make the second one passes.
+    /// Fails: an exception from the callable becomes a log record. If making that log record fails, a second
+    /// one says so. Only a failure to make the second one propagates.
     ZEL_TASKPOOL_EXPORT bool Running();
 
-    /// Makes the task invalid for good and waits until it does not execute. False when the wait ran out.
+    /// Makes the task invalid for good and waits until it does not execute. False if it still executes after
+    /// the wait.
     ///
     /// Returns true at once for an idle or a queued task. Makes a log record after every 10 sleeps and when
     /// it gives up.
     ///
-    /// Pitfall: on the thread that runs the task, Stop waits for itself, for the whole bound.
+    /// Pitfall: on the thread that runs the task, Stop waits for itself until it gives up.
     ///
     /// Waits: polls every STOP_POLL, up to STOP_POLLS times: 9 seconds in all.
-    /// Fails: exceptions of ParamToString pass.
+    /// Fails: exceptions of ParamToString propagate.
     ZEL_TASKPOOL_EXPORT bool Stop();
 
-    /// Stops the task, but gives up at _tpLimit if that comes first, at once if it has passed.
+    /// Stops the task, but gives up at _tpLimit if that comes first, or at once if it has already passed.
     ///
     /// For a caller that waits for several tasks with one bound. For the pool only: not exported.
     bool StopUntil(std::chrono::steady_clock::time_point _tpLimit);
 
-    /// The task's place in its life.
+    /// The status.
     ZEL_TASKPOOL_EXPORT n_TaskStatus GetTaskStatus();
     /// Sets the status.
     ///
     /// Pitfall: nothing is checked. If a task executes but its status says otherwise, Stop does not wait for
-    /// it, and a second run may start at the same time.
+    /// it. A second run may also start at the same time.
     ZEL_TASKPOOL_EXPORT void SetTaskStatus(n_TaskStatus _iTaskStatus);
     /// Sets TASK_STATUS_WAITING and returns the previous status. Pitfall: as SetTaskStatus.
     ZEL_TASKPOOL_EXPORT n_TaskStatus SetTaskIsWaiting();
@@ -124,7 +125,7 @@ public:
     /// Threads: the worker's.
     void UndoWaiting();
 
-    /// Notes that RemoveTask has begun: the task must not be put on the list of loop tasks any more.
+    /// Notes that RemoveTask has begun: the task must no longer be put on the list of loop tasks.
     ///
     /// The list's lock orders this against IsRemoved. For the pool only: not exported.
     void SetRemoved();
@@ -133,9 +134,9 @@ public:
 
     /// Takes the callable out of the task, which runs nothing from then on.
     ///
-    /// Only after Stop has returned true, when no other thread has held a reference since: a task that was
-    /// queued while it ran may still run. No later run reads the callable, unless the task is made valid
-    /// again. For the pool only: not exported.
+    /// Call it only after Stop has returned true, and only if no other thread has held a reference since
+    /// then. The reason: a task that was queued while it ran may still run. No later run reads the callable,
+    /// unless the task is made valid again. For the pool only: not exported.
     std::function<void()> TakeCallable() noexcept;
 
     /// Whether the task repeats: its interval is not negative.
@@ -157,8 +158,8 @@ public:
 
     /// The moment before which IsUseRun stays false, unless the interval changes.
     ///
-    /// The distant past for a task that is queued, executing or not valid, because that may change at any
-    /// moment. For the pool only: not exported.
+    /// For a task that is queued, executing or not valid, a moment in the distant past, because that may
+    /// change at any moment. For the pool only: not exported.
     std::chrono::steady_clock::time_point GetEarliestRun();
 
     /// Counts the calls of SetLoopInterval for all tasks. For the pool only: not exported.
@@ -180,7 +181,7 @@ public:
 private:
     class CLS_Run;
 
-    /// Calls the callable and records what it throws. A failure to make the log record passes.
+    /// Calls the callable and records what it throws. A failure to make the log record propagates.
     void InvokeCallable();
     /// Makes a log record; _szReason is null when the exception has no text, and the two forms differ.
     void RecordFailure(const std::string& _strFailure, const char* _szReason, int _iLine = __builtin_LINE());

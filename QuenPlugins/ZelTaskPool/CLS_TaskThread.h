@@ -14,11 +14,11 @@
 
 /// One worker: a thread that sleeps until it is handed a job, runs the job and sleeps again.
 ///
-/// It knows nothing about tasks. The job is given the worker itself.
+/// It knows nothing about tasks. The job receives the worker as its argument.
 ///
 /// Threads: thread-safe, except for ending and deleting. The worker's thread, the dispatcher, the watchdog
-/// and the shutdown meet only in m_mtxFunction, the run gate and atomic words. Where a comment names no
-/// thread, any thread may call; where it names no wait, the call waits for nothing and takes no lock.
+/// and the shutdown share only m_mtxFunction, the run gate and atomic words. Where a comment names no thread,
+/// any thread may call; where it names no wait, the call waits for nothing and takes no lock.
 ///
 /// Owns: whoever creates a worker deletes it, but not on the worker's own thread. Only an abandoned worker
 /// (see CLS_RunGate) deletes itself.
@@ -27,7 +27,7 @@ class CLS_TaskThread
 public:
     /// Starts the thread. The worker is idle at once.
     ///
-    /// Fails: std::system_error passes when no thread can be started.
+    /// Fails: std::system_error propagates when no thread can be started.
     ZEL_TASKPOOL_EXPORT CLS_TaskThread();
 
     /// Ends the worker as Exit does.
@@ -44,7 +44,7 @@ public:
     /// one, before the first job, and again when the id has changed.
     ///
     /// Threads: the worker's.
-    /// Fails: a job that throws causes a log record. It stays and runs again on the next pass, until it
+    /// Fails: a job that throws causes a log record. The job stays and runs again on the next pass, until it
     /// returns, a new job replaces it, or the worker ends.
     ZEL_TASKPOOL_EXPORT void FunTask();
 
@@ -62,8 +62,8 @@ public:
     /// Makes the copy and destroys the old job under m_mtxFunction.
     ///
     /// Threads: any except the worker's own, which would wait for itself.
-    /// Waits: for m_mtxFunction, so while a job runs.
-    /// Fails: exceptions of the copy pass and change nothing.
+    /// Waits: for m_mtxFunction, and so for a running job.
+    /// Fails: exceptions of the copy propagate and change nothing.
     ZEL_TASKPOOL_EXPORT bool AddFunction(const std::function<void(CLS_TaskThread*)>& _funJob)
         ZEL_EXCLUDES(m_mtxFunction);
 
@@ -80,7 +80,7 @@ public:
 
     /// Sets the time, in milliseconds, after which a worker counts as idle for too long. For all workers.
     ///
-    /// 300000 by default. With zero or less, every worker counts so.
+    /// 300000 by default. With zero or less, every worker counts as idle for too long.
     ZEL_TASKPOOL_EXPORT static void SetWaitingOvertime(int _iMilliseconds);
     /// The time that SetWaitingOvertime sets, in milliseconds.
     ZEL_TASKPOOL_EXPORT static int GetWaitingOvertime();
@@ -93,7 +93,7 @@ public:
     /// The id of the worker's thread; no thread's id once it has ended. For the pool only: not exported.
     std::thread::id GetThreadId() const;
 
-    /// Where the worker and the shutdown of its pool meet. For the pool only: not exported.
+    /// The gate between the worker and the shutdown of its pool. For the pool only: not exported.
     CLS_RunGate& GetRunGate() { return m_clsRunGate; }
 
 private:
@@ -121,7 +121,7 @@ private:
     std::unique_ptr<std::thread> m_pThread;
     std::atomic<std::int32_t> m_iOrderId{-1};
     /// End of the most recent pass. Written by the worker's thread, read by the watchdog. Relaxed, because a
-    /// stale value shifts one judgement by one pass.
+    /// stale value only delays one decision by one pass.
     std::atomic<std::chrono::steady_clock::time_point> m_tpLastActive{std::chrono::steady_clock::now()};
     CLS_RunGate m_clsRunGate;
 };

@@ -15,7 +15,8 @@
 /// Host and library must use the same C++ standard library, because texts and callables cross the boundary.
 ///
 /// Each function builds the pool when there is none, then forwards to the member of CLS_QuenTaskPool with the
-/// same name (KillTask to RemoveTask). The member's comment says what it does, waits for and records.
+/// same name (KillTask to RemoveTask). The member's comment says what it does, what it waits for and what it
+/// logs.
 ///
 /// Threads: any, but the first call must not race another, because building the pool is not synchronised.
 /// Fails: when the pool cannot be built (no thread, no memory), the exception passes to the caller. Nothing
@@ -33,9 +34,9 @@ extern "C"
 
     /// Cancels all tasks that _pObj submitted.
     ///
-    /// Waits: with a poll every 300 ms, up to 9 seconds for each of its running tasks, and once up to 9
-    /// seconds for all tasks that those submit meanwhile. A run that outlasts this goes on, and only a log
-    /// record says so.
+    /// Waits: up to 9 seconds for each of its running tasks, then up to 9 seconds in all for tasks that these
+    /// submitted meanwhile. Polls every 300 ms. A run that outlasts this goes on, and only a log record says
+    /// so.
     ZEL_TASKPOOL_EXPORT void RemoveTmpTask(void* _pObj, const std::string& _strCallInfo);
 
     /// Queues _funTask at once, and again each time _iInterval milliseconds after its last run has ended.

@@ -2,8 +2,8 @@
 
 #include "QuenInclude/Logger.h"
 
-/// Log records of the task pool. Their file field names the class, even where a part of the class stands in
-/// another file, so that readers of the log find the class.
+/// Log records of the task pool. Their file field always names the class, even if the class has several
+/// source files. So readers of the log find the class.
 namespace TaskPoolRecord
 {
 inline constexpr const char* MODULE = "ZelTaskPool";                                 ///< module
