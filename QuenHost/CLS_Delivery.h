@@ -14,6 +14,9 @@
 class CLS_Delivery
 {
 public:
+    /// Opens the way from _clsOwner's tasks to that thread.
+    ///
+    /// Fails: with std::bad_alloc.
     CLS_Delivery(const CLS_TaskOwner& _clsOwner, CLS_HostThread _clsHost)
         : m_stLink(_clsOwner.GetLink().Tie()), m_clsHost(std::move(_clsHost))
     {
