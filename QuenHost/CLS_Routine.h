@@ -96,7 +96,7 @@ private:
 
         // The names that the language asks for.
         bool await_ready() const noexcept { return false; }
-        void await_suspend(Handle _hdlRoutine) noexcept;
+        void await_suspend(Handle _hdlRoutine) noexcept; // NOLINT(bugprone-exception-escape): it catches all
         CLS_StopToken await_resume() const;
 
     private:
@@ -162,6 +162,7 @@ inline void CLS_Routine::Start(const CLS_TaskOwner& _clsOwner) &&
 }
 
 /// Hands the coroutine, this object included, to the run that goes on with it. Refused, it is destroyed.
+// NOLINTNEXTLINE(bugprone-exception-escape): it catches all
 inline void CLS_Routine::CLS_Move::await_suspend(Handle _hdlRoutine) noexcept
 {
     m_hdlRoutine = _hdlRoutine;

@@ -131,7 +131,7 @@ private:
     CLS_Steps() = default;
 
     template <typename T_Start>
-    static CLS_Steps Make(T_Start&& _funStart)
+    static CLS_Steps Make(T_Start _funStart)
     {
         CLS_Steps clsSteps;
         clsSteps.m_pStart = std::make_unique<CLS_CallableStart<T_Start>>(std::move(_funStart));

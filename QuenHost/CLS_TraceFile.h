@@ -204,8 +204,8 @@ private:
         Flush(_stLane);
     }
 
-    /// The calling thread's lane.
-    ST_Lane& GetLane()
+    /// The calling thread's lane. Not inlined into a coroutine, which may change its thread.
+    [[gnu::noinline]] ST_Lane& GetLane()
     {
         thread_local std::list<ST_LaneOfThread> t_lstLanes; // seldom more than one
         t_lstLanes.remove_if([](const ST_LaneOfThread& _stLane) { return _stLane.m_pTrace.expired(); });

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "QuenHost/Core/CLS_Chain.h"
+#include "QuenHost/Core/ThreadInfo.h"
 
 #include <algorithm>
 #include <atomic>
@@ -45,7 +46,7 @@ public:
             m_chnCallbacks.Remove(*pCallback);
             pCallback->m_bRegistered = false;
             m_pCalled = pCallback;
-            m_idCaller = std::this_thread::get_id();
+            m_idCaller = ThreadInfo::GetSelf();
             lock.unlock();
             pCallback->m_funCall();
             lock.lock();
@@ -83,7 +84,7 @@ public:
             m_chnCallbacks.Remove(_stCallback);
             return;
         }
-        while (m_pCalled == &_stCallback && m_idCaller != std::this_thread::get_id())
+        while (m_pCalled == &_stCallback && m_idCaller != ThreadInfo::GetSelf())
         {
             m_cvStop.wait_for(lock, std::chrono::seconds(1));
         }

@@ -19,7 +19,7 @@ struct ST_Leftover;
 /// The thread of a run, as debuggers show it.
 struct ST_RunThread
 {
-    std::thread::id m_idThread = std::this_thread::get_id();
+    std::thread::id m_idThread = ThreadInfo::GetSelf();
     std::uint64_t m_uiThread = ThreadInfo::GetId();
     std::string m_strThread = ThreadInfo::GetName();
 };
@@ -43,7 +43,7 @@ struct ST_Run
 /// A removal that is destroying what it took from the queue. Lives on the stack of its thread.
 struct ST_Destroyer
 {
-    std::thread::id m_idThread = std::this_thread::get_id();
+    std::thread::id m_idThread = ThreadInfo::GetSelf();
     ST_Link<ST_Destroyer> m_stLink{};
 };
 

@@ -3,6 +3,7 @@
 // Runs, and waiting for them. Included by CLS_PoolHub.h.
 
 #include "QuenHost/Core/CLS_PoolHub.h"
+#include "QuenHost/Core/ThreadInfo.h"
 
 #include <algorithm>
 #include <vector>
@@ -76,8 +77,9 @@ inline bool CLS_PoolHub::IsOfInterest(const ST_Run& _stRun, bool _bByRun)
 /// Whether the calling thread is in what a removal of the group destroys, which may remove, too.
 inline bool CLS_PoolHub::IsDestroyer(const CLS_TaskGroup& _clsGroup)
 {
+    const std::thread::id idSelf = ThreadInfo::GetSelf();
     const ST_Destroyer* pDestroyer = _clsGroup.m_chnDestroyers.GetFirst();
-    while (pDestroyer != nullptr && pDestroyer->m_idThread != std::this_thread::get_id())
+    while (pDestroyer != nullptr && pDestroyer->m_idThread != idSelf)
     {
         pDestroyer = CLS_Chain<ST_Destroyer, &ST_Destroyer::m_stLink>::GetNext(*pDestroyer);
     }
@@ -146,11 +148,12 @@ inline void CLS_PoolHub::GiveUp(Lock& _lock, CLS_TaskGroup& _clsGroup, bool _bBy
 /// are.
 inline int CLS_PoolHub::MarkOwnRuns(CLS_TaskGroup& _clsGroup, int _iChange)
 {
+    const std::thread::id idSelf = ThreadInfo::GetSelf();
     int iRuns = 0;
     for (ST_Run* pRun = _clsGroup.m_chnRuns.GetFirst(); pRun != nullptr;
          pRun = CLS_Chain<ST_Run, &ST_Run::m_stGroupLink>::GetNext(*pRun))
     {
-        if (pRun->m_stThread.m_idThread == std::this_thread::get_id())
+        if (pRun->m_stThread.m_idThread == idSelf)
         {
             pRun->m_iRemoving += _iChange;
             ++iRuns;

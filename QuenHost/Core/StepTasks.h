@@ -145,8 +145,9 @@ template <typename T_Out, typename T_Callable, typename T_In>
 bool StartStep(const ST_OwnerLink& _stLink, const ST_StepPlace& _stPlace, T_Callable&& _funStep,
                T_In&& _clsIn, std::unique_ptr<CLS_StepSink<T_Out>>&& _pSink)
 {
-    auto pTask = std::make_unique<CLS_StepTask<T_Callable, T_In, T_Out>>(
-        _stLink.m_pHub, std::move(_funStep), std::move(_clsIn), std::move(_pSink));
+    using Task = CLS_StepTask<std::decay_t<T_Callable>, std::decay_t<T_In>, T_Out>;
+    auto pTask = std::make_unique<Task>(_stLink.m_pHub, std::forward<T_Callable>(_funStep),
+                                        std::forward<T_In>(_clsIn), std::move(_pSink));
     return _stPlace.m_optHost
                ? _stLink.Post(_stPlace.m_optHost->GetPost(), std::move(pTask), _stPlace.m_strCallInfo)
                : _stLink.Submit(std::move(pTask), _stPlace.m_strCallInfo);

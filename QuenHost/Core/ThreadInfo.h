@@ -4,17 +4,36 @@
 #include <cstdint>
 #include <pthread.h>
 #include <string>
+#include <thread>
 #ifndef __APPLE__
 #include <sys/syscall.h>
 #include <unistd.h>
 #endif
 
 /// What the system says about the calling thread.
+///
+/// A coroutine may go on on another thread after a co_await. A compiler that inlines one of these functions
+/// into it may keep the first answer, because it takes the thread for a constant of the function. So none of
+/// them is inlined, and the kit asks nowhere else.
 namespace ThreadInfo
 {
-/// The number that debuggers and profilers show.
-inline std::uint64_t GetId()
+/// Keeps the compiler from reusing an earlier result of the function that calls this.
+inline void ForbidReuse()
 {
+    __asm__ volatile("");
+}
+
+/// Tells threads apart.
+[[gnu::noinline]] inline std::thread::id GetSelf()
+{
+    ForbidReuse();
+    return std::this_thread::get_id();
+}
+
+/// The number that debuggers and profilers show.
+[[gnu::noinline]] inline std::uint64_t GetId()
+{
+    ForbidReuse();
 #ifdef __APPLE__
     std::uint64_t uiId = 0;
     pthread_threadid_np(nullptr, &uiId);
@@ -25,8 +44,9 @@ inline std::uint64_t GetId()
 }
 
 /// The name that the system shows; "" for none.
-inline std::string GetName()
+[[gnu::noinline]] inline std::string GetName()
 {
+    ForbidReuse();
     std::array<char, 64> arrName = {};
     pthread_getname_np(pthread_self(), arrName.data(), arrName.size());
     return arrName.data();

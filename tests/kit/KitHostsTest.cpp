@@ -48,19 +48,23 @@ TEST(KitHostsTest, CoroutinesMoveBetweenWorkersAndTheHostsThreadAndEndWithTheirO
 {
     const ST_ChildResult stResult = RunChild(ROUTINE_HOST, {POOL_LIBRARY});
     EXPECT_EQ(0, stResult.m_iExit) << ::testing::PrintToString(stResult);
-    EXPECT_THAT(
-        stResult.m_strOut,
-        ::testing::AnyOf("no coroutines\n", StartsWith("starts on the caller's thread: yes\n"
-                                                       "moves to a worker: yes\n"
-                                                       "moves back and ends there: yes\n"
-                                                       "is destroyed by a removal while it waits: yes\n"
-                                                       "does not go on after a removal: yes\n"
-                                                       "runs: yes\n"
-                                                       "has a stop token: yes\n"
-                                                       "is destroyed at its next wait: yes\n"
-                                                       "what it throws is a failure: yes\n"
-                                                       "what it throws at first reaches the caller: yes\n"
-                                                       "end\n")));
+    EXPECT_THAT(stResult.m_strOut,
+                ::testing::AnyOf("no coroutines\n",
+                                 StartsWith("starts on the caller's thread: yes\n"
+                                            "moves to a worker: yes\n"
+                                            "moves back and ends there: yes\n"
+                                            "is destroyed by a removal while it waits: yes\n"
+                                            "does not go on after a removal: yes\n"
+                                            "runs: yes\n"
+                                            "has a stop token: yes\n"
+                                            "is destroyed at its next wait: yes\n"
+                                            "knows its thread on a worker: yes\n"
+                                            "removes its own owner's tasks on a worker: yes\n"
+                                            "knows its thread on the host's: yes\n"
+                                            "removes its own owner's tasks on the host's thread: yes\n"
+                                            "what it throws is a failure: yes\n"
+                                            "what it throws at first reaches the caller: yes\n"
+                                            "end\n")));
 }
 
 #ifdef EXAMPLE_HOST

@@ -20,8 +20,10 @@ int main()
 #include <deque>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <string>
+#include <thread>
 
 namespace
 {
@@ -58,7 +60,7 @@ private:
     std::deque<std::function<void()>> m_lstCalls;
 };
 
-// The numbers of the threads are those of the system: compilers keep pthread_self() across a co_await.
+// Threads are told apart with ThreadInfo: compilers keep pthread_self() across a co_await.
 
 /// A variable of a coroutine. Notes on which thread it is destroyed.
 struct ST_Variable
@@ -100,6 +102,30 @@ CLS_Routine Sleep(std::string _strInfo, CLS_Gate* _pStarted, std::atomic<bool>* 
     *_pStopped = !clsToken.SleepFor(WAIT_LIMIT);
     co_await MoveToWorker(_strInfo);
     std::puts("it goes on after the removal");
+}
+
+struct ST_Removal
+{
+    std::thread::id m_idFirst;
+    std::thread::id m_idLast;
+    std::atomic<int> m_iResult{-1}; ///< of the removal; -1 until it has returned
+};
+
+/// Removes the tasks of its own owner, after it has asked on other threads which thread it is on.
+CLS_Routine RemoveOwn(std::optional<CLS_HostThread> _optHost, CLS_TaskOwner* _pOther, CLS_TaskOwner* _pOwner,
+                      ST_Removal* _pRemoval)
+{
+    _pRemoval->m_idFirst = ThreadInfo::GetSelf();
+    _pOther->RemoveTasks();
+    co_await MoveToWorker("remove");
+    _pRemoval->m_idLast = ThreadInfo::GetSelf();
+    if (_optHost)
+    {
+        _pOther->RemoveTasks();
+        co_await MoveToHost(*_optHost, "remove");
+        _pRemoval->m_idLast = ThreadInfo::GetSelf();
+    }
+    _pRemoval->m_iResult = _pOwner->RemoveTasks() ? 1 : 0;
 }
 
 CLS_Routine Throw(bool _bAtOnce)
@@ -151,6 +177,19 @@ int main(int, char** _ppTexts)
     clsOwner.RemoveTasks();
     Check("has a stop token", bStopped);
     Check("is destroyed at its next wait", stRunning.m_uiEnd.load() != 0U);
+
+    CLS_TaskOwner clsOther(clsPool, "other");
+    ST_Removal stOnWorker;
+    RemoveOwn(std::nullopt, &clsOther, &clsOwner, &stOnWorker).Start(clsOwner);
+    const bool bRemoved = WaitUntil([&] { return stOnWorker.m_iResult >= 0; });
+    Check("knows its thread on a worker", bRemoved && stOnWorker.m_idLast != stOnWorker.m_idFirst);
+    Check("removes its own owner's tasks on a worker", stOnWorker.m_iResult == 1);
+
+    ST_Removal stOnHost;
+    RemoveOwn(clsHost, &clsOther, &clsOwner, &stOnHost).Start(clsOwner);
+    clsCalls.TakeNext()();
+    Check("knows its thread on the host's", stOnHost.m_idLast == stOnHost.m_idFirst);
+    Check("removes its own owner's tasks on the host's thread", stOnHost.m_iResult == 1);
 
     Throw(false).Start(clsOwner);
     Check("what it throws is a failure", WaitUntil([&] { return iFailures == 1; }));
