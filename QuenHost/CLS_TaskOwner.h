@@ -111,8 +111,8 @@ public:
     ///
     /// Waits: for no task; a few steps for a lock.
     ///
-    /// Fails: with std::bad_alloc. Then nothing was removed.
-    void RemoveTasksLater(std::shared_ptr<const void> _pKept = nullptr)
+    /// Fails: never, even without memory. A destructor may call it.
+    void RemoveTasksLater(std::shared_ptr<const void> _pKept = nullptr) noexcept
     {
         if (m_pHub)
         {

@@ -5,11 +5,15 @@
 /// What a host may give an owner.
 struct ST_OwnerOptions
 {
-    /// How many of the owner's tasks run at once: std::thread::hardware_concurrency() for computing, 2 for a
-    /// disk, 1 for one after the other. The rest waits in the owner, in the order of submission, and takes no
-    /// worker. With 1, each task sees what the one before has written. 0: no limit but the scope's 300.
+    /// How many of the owner's tasks run at once. 0 is no limit but the scope's 300.
+    ///
+    /// - For computing: std::max(1U, std::thread::hardware_concurrency()), which is 0 where it is unknown.
+    /// - For a disk: 2.
+    /// - For one after the other: 1. Then each task sees what the one before it wrote.
+    ///
+    /// The other tasks wait in the owner, in the order of submission, and occupy no worker.
     unsigned m_uiMaxRunning = 0;
 
-    /// Hears of failures; empty: they go to the scope.
+    /// Is called when a task fails. Empty: failures go to the scope.
     F_FailureHandler m_funOnFailure{};
 };

@@ -80,7 +80,7 @@ public:
     bool RemoveTasks(CLS_TaskGroup& _clsGroup, std::chrono::milliseconds _msLimit, bool _bClose);
 
     /// CLS_TaskOwner::RemoveTasksLater.
-    void RemoveTasksLater(CLS_TaskGroup& _clsGroup, std::shared_ptr<const void> _pKept);
+    void RemoveTasksLater(CLS_TaskGroup& _clsGroup, std::shared_ptr<const void> _pKept) noexcept;
 
     /// The end of an owner.
     void CloseGroup(CLS_TaskGroup& _clsGroup);
@@ -111,7 +111,7 @@ public:
     bool RemoveLoop(CLS_LoopCore& _clsLoop, std::chrono::milliseconds _msLimit);
 
     /// CLS_LoopTask::RemoveLater.
-    void RemoveLoopLater(CLS_LoopCore& _clsLoop, std::shared_ptr<const void> _pKept);
+    void RemoveLoopLater(CLS_LoopCore& _clsLoop, std::shared_ptr<const void> _pKept) noexcept;
 
     // The scope.
 
@@ -199,6 +199,7 @@ private:
     void WriteOffLostTimer();
 
     // Owners.
+    Leftovers LockWithLeftover(Lock& _lock, CLS_TaskGroup& _clsGroup, std::shared_ptr<const void>& _pKept);
     void HandToWorker(Lock& _lock, Leftovers& _lstLeftover);
 
     // Timer.

@@ -47,11 +47,6 @@ private:
 /// What is left of an owner that did not wait: shared by its runs and by the worker that clears it away.
 struct ST_Leftover
 {
-    ST_Leftover(std::shared_ptr<const void> _pKept, std::shared_ptr<CLS_TraceFile> _pTrace)
-        : m_pKept(std::move(_pKept)), m_clsRemoved(std::in_place, std::move(_pTrace))
-    {
-    }
-
     std::shared_ptr<const void> m_pKept;             ///< what the runs use
     std::unique_ptr<CLS_QueuedTask> m_pLoopCallable; ///< destroyed by the worker
     std::optional<CLS_RemovedTasks> m_clsRemoved;    ///< destroyed by the worker

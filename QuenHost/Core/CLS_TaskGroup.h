@@ -1,6 +1,7 @@
 #pragma once
 
 #include "QuenHost/Core/CLS_QueuedTask.h"
+#include "QuenHost/Core/CLS_RemovedTasks.h"
 #include "QuenHost/Core/ThreadInfo.h"
 #include "QuenHost/ST_PoolSnapshot.h"
 #include "QuenHost/ST_TaskFailure.h"
@@ -8,13 +9,11 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <list>
 #include <memory>
 #include <string>
 #include <thread>
 #include <utility>
-
-class CLS_PoolHub;
-struct ST_Leftover;
 
 /// The thread of a run, as debuggers show it.
 struct ST_RunThread
@@ -70,6 +69,8 @@ public:
     F_FailureHandler m_funOnFailure;
 
     std::shared_ptr<CLS_StopState> m_pStop = std::make_shared<CLS_StopState>(); ///< null after a removal
+    /// For a removal that does not wait, without memory. Never empty while m_pStop is set.
+    std::list<std::shared_ptr<ST_Leftover>> m_lstReserve{std::make_shared<ST_Leftover>()};
     unsigned m_uiActive = 0; ///< tasks in m_chnWaiting, and their runs
     CLS_Chain<CLS_QueuedTask, &CLS_QueuedTask::m_stGroupLink> m_chnWaiting; ///< in the hub's queue
     CLS_Chain<CLS_QueuedTask, &CLS_QueuedTask::m_stGroupLink> m_chnHeld;    ///< for others to end

@@ -145,12 +145,16 @@ inline void CLS_PoolHub::DestroyLoop(Lock& _lock, CLS_LoopCore& _clsLoop)
     clsGroup.m_cvRuns.notify_all();
 }
 
-inline void CLS_PoolHub::RemoveLoopLater(CLS_LoopCore& _clsLoop, std::shared_ptr<const void> _pKept)
+inline void CLS_PoolHub::RemoveLoopLater(CLS_LoopCore& _clsLoop, std::shared_ptr<const void> _pKept) noexcept
 {
     CLS_TaskGroup& clsGroup = *_clsLoop.m_pGroup;
     const CLS_TraceSpan clsSpan(GetTrace(), "remove", clsGroup.m_strName);
-    Leftovers lstLeftover{std::make_shared<ST_Leftover>(std::move(_pKept), GetTrace())};
-    Lock lock(m_mtxHub);
+    Lock lock(m_mtxHub, std::defer_lock);
+    Leftovers lstLeftover = LockWithLeftover(lock, clsGroup, _pKept);
+    if (lstLeftover.empty())
+    {
+        return;
+    }
     const std::shared_ptr<CLS_StopState> pStop = CloseLoop(_clsLoop);
     HandOver(clsGroup, lstLeftover.front());
     _clsLoop.m_bLeft = !clsGroup.m_chnRuns.IsEmpty();

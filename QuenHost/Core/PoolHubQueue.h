@@ -14,18 +14,20 @@ inline bool CLS_PoolHub::Accepts(const CLS_QueuedTask& _clsTask) const
     return bCurrent && !m_bEnded && !clsGroup.m_bClosed && clsGroup.m_iRemovals == 0;
 }
 
-/// After a removal, the group's next tasks have a stop request of their own. May release the lock for a
-/// moment.
+/// After a removal, the group's next tasks have a stop request of their own, and a reserve for their removal.
+/// May release the lock for a moment.
 inline void CLS_PoolHub::EnsureStopState(Lock& _lock, CLS_TaskGroup& _clsGroup) const
 {
     if (!_clsGroup.m_pStop)
     {
         _lock.unlock();
         auto pStop = std::make_shared<CLS_StopState>();
+        Leftovers lstReserve{std::make_shared<ST_Leftover>()};
         _lock.lock();
         if (!_clsGroup.m_pStop)
         {
             _clsGroup.m_pStop = std::move(pStop);
+            _clsGroup.m_lstReserve.swap(lstReserve);
         }
     }
 }

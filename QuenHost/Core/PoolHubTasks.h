@@ -77,11 +77,36 @@ inline bool CLS_PoolHub::RemoveTasks(CLS_TaskGroup& _clsGroup, std::chrono::mill
     return bOver;
 }
 
-inline void CLS_PoolHub::RemoveTasksLater(CLS_TaskGroup& _clsGroup, std::shared_ptr<const void> _pKept)
+/// Takes the lock, and makes what a removal leaves to a worker. Without memory, takes the group's reserve.
+/// Empty when that is used up: then the group has taken no task since its last removal.
+inline CLS_PoolHub::Leftovers CLS_PoolHub::LockWithLeftover(Lock& _lock, CLS_TaskGroup& _clsGroup,
+                                                            std::shared_ptr<const void>& _pKept)
+{
+    Leftovers lstLeftover;
+    PoolCall::Catch([&] { lstLeftover.push_back(std::make_shared<ST_Leftover>()); });
+    _lock.lock();
+    if (lstLeftover.empty())
+    {
+        lstLeftover.swap(_clsGroup.m_lstReserve);
+    }
+    if (!lstLeftover.empty())
+    {
+        lstLeftover.front()->m_pKept.swap(_pKept);
+        lstLeftover.front()->m_clsRemoved.emplace(GetTrace());
+    }
+    return lstLeftover;
+}
+
+inline void CLS_PoolHub::RemoveTasksLater(CLS_TaskGroup& _clsGroup,
+                                          std::shared_ptr<const void> _pKept) noexcept
 {
     const CLS_TraceSpan clsSpan(GetTrace(), "remove", _clsGroup.m_strName);
-    Leftovers lstLeftover{std::make_shared<ST_Leftover>(std::move(_pKept), GetTrace())};
-    Lock lock(m_mtxHub);
+    Lock lock(m_mtxHub, std::defer_lock);
+    Leftovers lstLeftover = LockWithLeftover(lock, _clsGroup, _pKept);
+    if (lstLeftover.empty())
+    {
+        return;
+    }
     TakeWaiting(_clsGroup, *lstLeftover.front()->m_clsRemoved);
     HandOver(_clsGroup, lstLeftover.front());
     const std::shared_ptr<CLS_StopState> pStop = std::exchange(_clsGroup.m_pStop, nullptr);

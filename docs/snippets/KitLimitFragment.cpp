@@ -2,6 +2,7 @@
 #include "QuenHost/CLS_Debounce.h"
 #include "QuenHost/CLS_TaskOwner.h"
 
+#include <algorithm>
 #include <chrono>
 #include <thread>
 

@@ -258,6 +258,31 @@ TEST_F(DeliveryTest, WhatIsThrownIsAFailureOfTheOwner)
     EXPECT_EQ(1U, clsOwner.GetCounters().m_uiFailed);
 }
 
+TEST_F(DeliveryTest, AResultWhoseDeliveryThrowsIsAFailureOnTheHostsThread)
+{
+    CLS_Failures clsFailures;
+    CLS_Witness::ST_End stResult;
+    std::thread::id idHandler;
+    CLS_TaskOwner clsOwner(GetPool(), "window",
+                           [&, funNote = clsFailures.MakeHandler()](const ST_TaskFailure& _stFailure)
+                           {
+                               idHandler = std::this_thread::get_id();
+                               funNote(_stFailure);
+                           });
+    ASSERT_TRUE(SubmitAndDeliver(
+        clsOwner, m_clsLoop.GetThread(), [&] { return std::make_unique<CLS_Witness>(stResult); },
+        [](const std::unique_ptr<CLS_Witness>&) { throw std::runtime_error("not shown"); }, "thumbnail"));
+    ASSERT_TRUE(m_clsLoop.RunUntil([&] { return !clsFailures.GetAll().empty(); }));
+    const ST_TaskFailure stFailure = clsFailures.WaitForOne();
+    EXPECT_EQ(n_FailureKind::Threw, stFailure.m_enKind);
+    EXPECT_EQ("window", stFailure.m_strOwner);
+    EXPECT_EQ("thumbnail", stFailure.m_strCallInfo);
+    EXPECT_THROW(std::rethrow_exception(stFailure.m_pException), std::runtime_error);
+    EXPECT_EQ(std::this_thread::get_id(), idHandler);
+    EXPECT_EQ(1, stResult.m_iEnds);
+    EXPECT_EQ(1U, clsOwner.GetCounters().m_uiFailed);
+}
+
 TEST_F(DeliveryTest, WhatCannotBePostedIsAFailureAndDestroyed)
 {
     CLS_Failures clsFailures;

@@ -1,6 +1,7 @@
 #include "QuenHost/CLS_LoopTask.h"
 #include "tests/kit/PoolTest.h"
 #include "tests/kit/StandIn.h"
+#include "tests/support/FailingMemory.h"
 #include "tests/support/Waiting.h"
 
 #include <functional>
@@ -257,6 +258,34 @@ TEST_F(LoopTaskTest, RemovedLaterBetweenItsRunsItsCallableGoesOnAWorker)
     clsTask.RemoveLater();
     EXPECT_TRUE(WaitUntil([&] { return stEnd.m_iEnds == 1; }));
     EXPECT_NE(std::this_thread::get_id(), stEnd.m_idThread.load());
+}
+
+static_assert(noexcept(std::declval<CLS_LoopTask&>().RemoveLater()));
+
+TEST_F(LoopTaskTest, RemovedLaterItDoesTheSameWhicheverAllocationFails)
+{
+    bool bFailed = true;
+    for (int iAllocation = 1; bFailed; ++iAllocation)
+    {
+        CLS_Witness::ST_End stEnd;
+        CLS_Counter clsRuns;
+        CLS_LoopTask clsTask(
+            GetPool(), [&, clsWitness = CLS_Witness(stEnd)] { clsRuns.Add(); }, 3600000, "loop");
+        ASSERT_TRUE(clsRuns.Wait(1));
+        ASSERT_TRUE(WaitUntil([&] { return GetPool().TakeSnapshot().m_vecRuns.empty(); }));
+        FailingMemory::FailAt(iAllocation);
+        clsTask.RemoveLater();
+        bFailed = FailingMemory::Stop();
+        EXPECT_FALSE(clsTask.IsAdded());
+        EXPECT_TRUE(WaitUntil([&] { return stEnd.m_iEnds == 1; }));
+        EXPECT_NE(std::this_thread::get_id(), stEnd.m_idThread.load());
+        for (int i = 0; i < 2; ++i)
+        {
+            FailingMemory::FailAt(1);
+            clsTask.RemoveLater();
+            EXPECT_TRUE(FailingMemory::Stop());
+        }
+    }
 }
 
 TEST_F(LoopTaskTest, AnEmptyCallableIsNotAdded)

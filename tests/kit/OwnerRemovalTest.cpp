@@ -1,12 +1,14 @@
 #include "QuenHost/CLS_TaskOwner.h"
 #include "QuenHost/SubmitForResult.h"
 #include "tests/kit/PoolTest.h"
+#include "tests/support/FailingMemory.h"
 #include "tests/support/Waiting.h"
 
 #include <functional>
 #include <gmock/gmock.h>
 #include <memory>
 #include <optional>
+#include <type_traits>
 #include <vector>
 
 namespace
@@ -245,6 +247,58 @@ TEST_F(OwnerRemovalTest, RemovingLaterDoesNotWaitAndLetsGoOfTheKeptObjectWithThe
     EXPECT_TRUE(WaitUntil([&] { return stKept.m_iEnds == 1; }));
     EXPECT_TRUE(stStubborn.m_bEnded);
     EXPECT_NE(std::this_thread::get_id(), stKept.m_idThread.load());
+}
+
+static_assert(noexcept(std::declval<CLS_TaskOwner&>().RemoveTasksLater()));
+
+TEST_F(OwnerRemovalTest, RemovingLaterDoesTheSameWhicheverAllocationFails)
+{
+    bool bFailed = true;
+    for (int iAllocation = 1; bFailed; ++iAllocation)
+    {
+        ST_Stubborn stStubborn;
+        CLS_Witness::ST_End stQueued;
+        CLS_Witness::ST_End stKept;
+        CLS_TaskOwner clsOwner(GetPool(), "owner", ST_OwnerOptions{1});
+        stStubborn.StartIn(clsOwner);
+        ASSERT_TRUE(
+            clsOwner.Submit([clsWitness = CLS_Witness(stQueued)] { ADD_FAILURE() << "it runs"; }, "queued"));
+        auto pKept = std::make_shared<CLS_Witness>(stKept);
+        FailingMemory::FailAt(iAllocation);
+        clsOwner.RemoveTasksLater(std::move(pKept));
+        bFailed = FailingMemory::Stop();
+        EXPECT_EQ(1U, clsOwner.GetCounters().m_uiCancelled);
+        EXPECT_TRUE(WaitUntil([&] { return stQueued.m_iEnds == 1; }));
+        EXPECT_NE(std::this_thread::get_id(), stQueued.m_idThread.load());
+        EXPECT_EQ(0, stKept.m_iEnds);
+        stStubborn.m_clsMayEnd.Open();
+        EXPECT_TRUE(WaitUntil([&] { return stKept.m_iEnds == 1; }));
+        EXPECT_TRUE(stStubborn.m_bEnded);
+    }
+}
+
+TEST_F(OwnerRemovalTest, RemovingLaterAgainAndAgainNeedsNoMemory)
+{
+    const auto funRemoveWithoutMemory = [](CLS_TaskOwner& _clsOwner, std::shared_ptr<const void> _pKept)
+    {
+        FailingMemory::FailAt(1);
+        _clsOwner.RemoveTasksLater(std::move(_pKept));
+        EXPECT_TRUE(FailingMemory::Stop());
+    };
+    CLS_TaskOwner clsOwner(GetPool(), "owner");
+    for (int i = 0; i < 3; ++i)
+    {
+        ST_Stubborn stStubborn;
+        CLS_Witness::ST_End stKept;
+        CLS_Witness::ST_End stUnused;
+        stStubborn.StartIn(clsOwner);
+        funRemoveWithoutMemory(clsOwner, std::make_shared<CLS_Witness>(stKept));
+        funRemoveWithoutMemory(clsOwner, std::make_shared<CLS_Witness>(stUnused));
+        EXPECT_EQ(1, stUnused.m_iEnds) << "there was nothing left to remove";
+        EXPECT_EQ(0, stKept.m_iEnds);
+        stStubborn.m_clsMayEnd.Open();
+        EXPECT_TRUE(WaitUntil([&] { return stKept.m_iEnds == 1; }));
+    }
 }
 
 TEST_F(OwnerRemovalTest, RemovingLaterDestroysWhatWaitsOnAWorker)
