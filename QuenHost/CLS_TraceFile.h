@@ -20,30 +20,33 @@
 #include <utility>
 #include <vector>
 
-/// A trace cannot be written. The text is for the user.
+/// Says for the user why a trace cannot be written.
 class CLS_TraceError : public std::runtime_error
 {
 public:
     using std::runtime_error::runtime_error;
 };
 
-/// Trace events of this process, in a file that Perfetto and chrome://tracing open: an array in JSON, one
-/// event a line. Each thread that adds events is a lane with the thread's name and number as debuggers and
-/// profilers show them, and the trace says when the thread ended. A scope that is given a trace adds what
-/// becomes of its tasks; the host may add its own events.
+/// Writes trace events of this process to a file that Perfetto and chrome://tracing open.
 ///
-/// Each lane has a buffer of its own, so that threads seldom wait for each other. It goes to the file when it
-/// is full, when its thread ends, and with Close. The events of different lanes are not sorted; viewers do
-/// that.
+/// The file is an array in JSON, one event a line. Each thread that adds events has a lane, with its name and
+/// number as debuggers show them, and an event at its end. A scope with a trace adds the events of its tasks.
+/// The host may add its own.
 ///
-/// Threads: any. Code that may run longer than the owner of the trace shares it.
+/// Each lane has its own buffer, so threads rarely wait for each other. The buffer is written when it is
+/// full, when its thread ends, and by Close. Events of different lanes are not sorted; viewers sort them.
 ///
-/// Fails: what goes wrong with an event is kept for Close.
+/// Threads: any.
+///
+/// Fails: the first error of an event is kept for Close.
+///
+/// Owns: the file. Code that may outlast the trace's creator shares the trace.
 class CLS_TraceFile : public std::enable_shared_from_this<CLS_TraceFile>
 {
 public:
-    /// Creates the file, or empties it. _strProcess is what viewers call this process. Null, with the reason
-    /// in _strError, when that fails.
+    /// Creates the file, or empties it. Viewers show _strProcess as the name of this process.
+    ///
+    /// Fails: returns null, with the reason in _strError.
     static std::shared_ptr<CLS_TraceFile> Create(const std::filesystem::path& _path,
                                                  const std::string& _strProcess, std::string& _strError)
     {
@@ -68,16 +71,21 @@ public:
     CLS_TraceFile(const CLS_TraceFile&) = delete;
     CLS_TraceFile& operator=(const CLS_TraceFile&) = delete;
 
-    /// True when this path, however it is spelled, is the file.
+    /// Whether this path, however it is spelled, is the file.
     bool IsSelf(const std::filesystem::path& _path) const
     {
         std::error_code error;
         return _path.filename() == m_path.filename() && std::filesystem::equivalent(_path, m_path, error);
     }
 
-    /// Adds an event of the calling thread, at this moment. _chPhase is "B" for the begin of something, "E"
-    /// for its end, "i" for an instant. _strMembers are further members of the event in JSON, each after a
-    /// comma. Events after Close are dropped. The texts are copied.
+    /// Adds an event of the calling thread with the current time.
+    ///
+    /// - _chPhase is 'B' for a beginning, 'E' for an end, and 'i' for an instant.
+    /// - _strMembers are further members of the event in JSON, each after a comma.
+    ///
+    /// The texts are copied. Events after Close are dropped.
+    ///
+    /// Waits: for no task; a few steps for a lock, and for the file when the buffer is full.
     void Add(char _chPhase, const char* _szCategory, const std::string& _strName,
              const std::string& _strMembers = {}) noexcept
     {
@@ -90,8 +98,9 @@ public:
         }
     }
 
-    /// Ends the file. False, with the reason in _strError, when it, or any event before, could not be
-    /// written.
+    /// Writes the rest and closes the file.
+    ///
+    /// Fails: returns false, with the reason in _strError, if any event could not be written.
     bool Close(std::string& _strError)
     {
         FlushAll();
@@ -107,7 +116,7 @@ public:
     }
 
 #ifdef __cpp_exceptions
-    /// The same, but throws CLS_TraceError with the reason.
+    /// Does the same, but throws CLS_TraceError with the reason.
     static std::shared_ptr<CLS_TraceFile> Create(const std::filesystem::path& _path,
                                                  const std::string& _strProcess)
     {
@@ -116,7 +125,7 @@ public:
         return pTrace ? pTrace : throw CLS_TraceError(strError);
     }
 
-    /// The same, but throws CLS_TraceError with the reason.
+    /// Does the same, but throws CLS_TraceError with the reason.
     void Close()
     {
         std::string strError;
@@ -133,10 +142,10 @@ private:
     {
         std::uint64_t m_uiThread = 0; ///< the system's number
         std::mutex m_mtxEvents;
-        std::string m_strEvents; ///< what is not yet in the file; guarded by m_mtxEvents
+        std::string m_strEvents; ///< not yet in the file; guarded by m_mtxEvents
     };
 
-    /// What a thread knows of its lane. Says so in the trace when the thread ends.
+    /// A thread's reference to its lane. Adds an event when the thread ends.
     struct ST_LaneOfThread
     {
         ST_LaneOfThread(std::weak_ptr<CLS_TraceFile> _pTrace, std::shared_ptr<ST_Lane> _pLane)
@@ -167,11 +176,13 @@ private:
         Write("[\n" + MakeNameEvent("process_name", static_cast<std::uint64_t>(getpid()), _strProcess));
     }
 
+    /// The text of an error, a number of errno.
     static std::string Explain(const std::filesystem::path& _path, int _iError)
     {
         return "cannot write the trace " + _path.string() + ": " + std::generic_category().message(_iError);
     }
 
+    /// Adds an event to the lane's buffer, and writes the buffer if it is full.
     void AddEvent(ST_Lane& _stLane, std::chrono::nanoseconds _nsTime, char _chPhase, const char* _szCategory,
                   const std::string& _strName, const std::string& _strMembers)
     {
@@ -190,7 +201,7 @@ private:
         }
     }
 
-    /// The lane's thread ends.
+    /// Adds the event of the thread's end, and writes the lane's buffer.
     void EndLane(ST_Lane& _stLane) noexcept
     {
         const std::chrono::nanoseconds nsTime = std::chrono::steady_clock::now() - m_tpStart;
@@ -207,7 +218,7 @@ private:
     /// The calling thread's lane. Not inlined into a coroutine, which may change its thread.
     [[gnu::noinline]] ST_Lane& GetLane()
     {
-        thread_local std::list<ST_LaneOfThread> t_lstLanes; // seldom more than one
+        thread_local std::list<ST_LaneOfThread> t_lstLanes; // rarely more than one
         t_lstLanes.remove_if([](const ST_LaneOfThread& _stLane) { return _stLane.m_pTrace.expired(); });
         for (const ST_LaneOfThread& stLane : t_lstLanes)
         {
@@ -219,6 +230,7 @@ private:
         return *t_lstLanes.emplace_back(weak_from_this(), MakeLane()).m_pLane;
     }
 
+    /// Creates the calling thread's lane.
     std::shared_ptr<ST_Lane> MakeLane()
     {
         auto pLane = std::make_shared<ST_Lane>();
@@ -238,6 +250,7 @@ private:
         return strEvent + "}}";
     }
 
+    /// Writes the buffers of all lanes.
     void FlushAll()
     {
         std::vector<std::shared_ptr<ST_Lane>> vecLanes;
@@ -252,13 +265,14 @@ private:
         }
     }
 
-    /// Puts what the lane has gathered into the file. The caller has the lane's mutex.
+    /// Writes the lane's buffer to the file. The caller holds the lane's mutex.
     void Flush(ST_Lane& _stLane)
     {
         Write(_stLane.m_strEvents);
         _stLane.m_strEvents.clear();
     }
 
+    /// Writes a text to the file, if it is open, and keeps the first error.
     void Write(const std::string& _strText)
     {
         const std::lock_guard<std::mutex> lock(m_mtxFile);
@@ -269,6 +283,7 @@ private:
         }
     }
 
+    /// Keeps the first error.
     void KeepError(int _iError)
     {
         const std::lock_guard<std::mutex> lock(m_mtxFile);
@@ -284,14 +299,17 @@ private:
     int m_iError = 0; ///< why the first of the lost events was lost, a number of errno; 0 for none
 };
 
-/// Something that the calling thread does from here to the end of the scope. With a null trace it does
-/// nothing.
+/// Traces what the calling thread does while this object lives. With a null trace, it does nothing.
 ///
-/// Owns: copies of the texts, but for the category, which is a literal.
+/// Threads: one.
+///
+/// Owns: copies of the texts, except the category, which is a literal.
 class CLS_TraceSpan
 {
 public:
-    /// Begins. The arguments are those of CLS_TraceFile::Add. Without memory, the span has no name.
+    /// Begins. The arguments are those of CLS_TraceFile::Add.
+    ///
+    /// Fails: never. Without memory, the span has no name.
     CLS_TraceSpan(const std::shared_ptr<CLS_TraceFile>& _pTrace, const char* _szCategory,
                   const std::string& _strName, const std::string& _strMembers = {}) noexcept
         : m_pTrace(_pTrace), m_szCategory(_szCategory)

@@ -10,48 +10,51 @@
 #include <string>
 #include <vector>
 
-/// For hosts that live long and use the bare functions. The registry keeps the record of a one-shot task that
-/// has run, and what its callable captured, until the process ends; a host that calls DeleteFinished now and
-/// then keeps the memory bounded. Needs a program that links the library. See docs/host-kit.md.
+/// Frees the memory of finished tasks, for hosts that live long and use the bare functions.
 ///
-/// Thread-safe: any thread, from within tasks, too, along with everything that the pool does. Needs no pool
-/// and builds none. std::bad_alloc passes, and leaves the registry as it was.
+/// The registry keeps the task record of a finished one-shot task, with its captures, until the process ends.
+/// A host that calls DeleteFinished now and then keeps its memory bounded. The program must link the library.
+/// No pool is needed, and none is created. See docs/host-kit.md.
+///
+/// Threads: any, even in tasks.
+///
+/// Fails: with std::bad_alloc. Then the registry is unchanged.
 namespace TaskSweep
 {
-/// A record, as its holders refer to it.
+/// A reference to a task record.
 using TaskReference = std::shared_ptr<CLS_Task>;
 
 /// The interval that AddTmpTask gives to its tasks.
 constexpr int ONE_SHOT = -1;
 
-/// Whether the registry alone holds the record. _pTask is the registry's own reference, under its lock.
+/// Whether only the registry refers to the task record. _pTask is the registry's reference, under its lock.
 inline bool IsUnheld(const TaskReference& _pTask)
 {
     const bool bUnheld = _pTask.use_count() == 1;
-    // The count is read without any ordering. With the fence, a thread that sees that a holder has let go
-    // sees all that the holder did to the record before.
+    // The count is read without ordering. The fence lets this thread see what the last holder wrote.
     std::atomic_thread_fence(std::memory_order_acquire);
     return bUnheld;
 }
 
-/// Whether the task has run and will not run again. An idle task may also be one that was just created; but
-/// whoever creates one holds it until it is queued. So the holder is asked for first, and the status then: a
-/// task that was let go is no longer idle until it has run.
+/// Whether the task has run and will not run again.
+///
+/// A task that was just created is idle, too, but its creator holds it until it is queued. So the holders are
+/// checked before the status.
 inline bool IsFinished(const TaskReference& _pTask)
 {
     return IsUnheld(_pTask) && _pTask->GetLoopInterval() == ONE_SHOT &&
            _pTask->GetTaskStatus() == TASK_STATUS_IDLE;
 }
 
-/// Whether the task belongs to a pool that has ended. True for all but those that still run, when there is no
-/// pool: nothing is queued then, and loop tasks are forgotten.
+/// Whether the task belongs to a pool that has ended. Without a pool, that is every task that does not run.
 inline bool IsLeftBehind(const TaskReference& _pTask)
 {
     return IsUnheld(_pTask) && _pTask->GetTaskStatus() != TASK_STATUS_RUNNING;
 }
 
-/// The ids of the registered tasks for which _funWanted holds. Takes the registry's lock, shared: creations
-/// wait meanwhile.
+/// The ids of the registered tasks for which _funWanted holds.
+///
+/// Waits: for the registry's lock, shared. Creations of tasks wait during the call.
 template <typename Wanted>
 std::vector<std::string> CollectIds(Wanted _funWanted)
 {
@@ -67,8 +70,10 @@ std::vector<std::string> CollectIds(Wanted _funWanted)
     return vecTaskIds;
 }
 
-/// Takes tasks out of the registry. What their callables captured is destroyed here, on the calling thread,
-/// with no lock held: the reference outlives the deletion, which happens under the registry's lock.
+/// Takes tasks out of the registry.
+///
+/// Owns: the captures. They are destroyed on this thread with no lock held, because the reference outlives
+/// the deletion.
 inline void DeleteTasks(const std::vector<std::string>& _vecTaskIds)
 {
     for (const std::string& strTaskId : _vecTaskIds)
@@ -78,10 +83,12 @@ inline void DeleteTasks(const std::vector<std::string>& _vecTaskIds)
     }
 }
 
-/// Deletes the records of one-shot tasks that have run; returns how many. Leaves alone what was just created,
-/// is queued, runs or repeats, and every record that somebody holds: a host that wants to queue a finished
-/// task again holds a reference to it from its creation on, as CLS_Task::CreateTask returns it. Pitfall: a
-/// loop task with an interval of exactly -1 looks like a one-shot task; 0 repeats as fast and does not.
+/// Deletes the task records of finished one-shot tasks, and returns how many.
+///
+/// It keeps tasks that were just created, are queued, run or repeat, and every task that the host refers to.
+/// To queue a finished task again, keep the reference that CLS_Task::CreateTask returned.
+///
+/// A loop task with an interval of exactly -1 looks like a one-shot task. 0 repeats as fast and does not.
 inline std::size_t DeleteFinished()
 {
     const std::vector<std::string> vecTaskIds = CollectIds(IsFinished);
@@ -89,9 +96,11 @@ inline std::size_t DeleteFinished()
     return vecTaskIds.size();
 }
 
-/// Deletes what a pool has left behind: the tasks that were still queued when it ended and its loop tasks,
-/// besides the finished ones; returns how many. Only between UnInit and the next use of the pool. A run that
-/// outlasted the end of its pool is left alone, and so is what somebody holds.
+/// Deletes the tasks that a pool has left behind, and returns how many.
+///
+/// These are the finished tasks, those that were still queued when the pool ended, and its loop tasks. It
+/// keeps tasks that still run, and those that the host refers to. Call it only between UnInit and the next
+/// use of the pool.
 inline std::size_t DeleteLeftBehind()
 {
     const std::vector<std::string> vecTaskIds = CollectIds(IsLeftBehind);

@@ -11,10 +11,13 @@
 #include <string>
 #include <utility>
 
-/// What a CLS_Debounce and its tasks share. A look is a delayed task that runs the callable when it has been
-/// quiet long enough, and otherwise comes again.
+/// The part of a CLS_Debounce that its tasks share.
 ///
-/// Threads: any, but for the constructor.
+/// A look is a delayed task. It runs the callable if it was quiet long enough, and otherwise comes again.
+///
+/// Threads: any, except the constructor.
+///
+/// Owns: the callable.
 class CLS_DebounceCore : public std::enable_shared_from_this<CLS_DebounceCore>
 {
 public:
@@ -49,7 +52,7 @@ public:
         return Schedule(stTied, m_msQuiet);
     }
 
-    /// No run starts any more.
+    /// From now on, no run starts.
     void Close()
     {
         std::unique_ptr<CLS_QueuedTask> pTask;
@@ -67,7 +70,7 @@ private:
 
     static constexpr std::chrono::milliseconds LONGEST_QUIET = std::chrono::hours(24 * 365 * 100);
 
-    /// From one look to the next while a run of before a removal goes on.
+    /// The time between looks while a run that a removal left behind goes on.
     static constexpr std::chrono::milliseconds RETRY{10};
 
     class CLS_Look final : public CLS_QueuedTask
@@ -98,7 +101,7 @@ private:
         bool m_bRun = false;
     };
 
-    /// Submits a look. Without one, nothing is pending.
+    /// Submits a look. False if it is refused; then nothing is pending.
     bool Schedule(const ST_OwnerLink& _stTied, std::chrono::nanoseconds _nsDelay)
     {
         bool bTaken = false;
@@ -116,7 +119,7 @@ private:
         return bTaken;
     }
 
-    /// The look is cancelled.
+    /// Notes that the look is cancelled.
     void Forget(const std::shared_ptr<CLS_StopState>& _pStop)
     {
         const std::lock_guard<std::mutex> lock(m_mtxCore);
@@ -126,14 +129,14 @@ private:
         }
     }
 
-    /// Runs the callable when it is due. False when it threw.
+    /// Runs the callable if it is due. False if it threw.
     bool Look(const CLS_StopToken& _clsToken, const ST_OwnerLink& _stTied)
     {
         {
             std::unique_lock<std::mutex> lock(m_mtxCore);
             if (m_pPending != _stTied.m_pStop)
             {
-                return true; // closed, or of before a removal
+                return true; // closed, or removed
             }
             const std::chrono::nanoseconds nsRest = m_tpDue - Clock::now();
             if (m_bRunning || nsRest.count() > 0)
@@ -154,6 +157,7 @@ private:
         return !pException;
     }
 
+    /// After a run: submits the next look, or destroys the callable if the debounce is closed.
     void EndRun(const ST_OwnerLink& _stTied)
     {
         std::unique_ptr<CLS_QueuedTask> pTask;

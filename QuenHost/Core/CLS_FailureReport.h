@@ -10,8 +10,10 @@
 #include <mutex>
 #include <string>
 
-/// Writes failures that no handler takes to standard error: each distinct call information once, and how
-/// often it came again at the end. Past a hundred different ones, only their number is kept.
+/// Writes failures without a handler to standard error.
+///
+/// It writes each call information once, and its number of repetitions at the end. After a hundred different
+/// ones, it only counts.
 ///
 /// Threads: any.
 ///
@@ -39,13 +41,13 @@ public:
         }
     }
 
-    /// Writes that something failed, for when there is no memory to say what.
+    /// Writes that a task failed, without memory to say which.
     static void ReportWithoutText() noexcept
     {
         std::fputs("host kit: a task failed, and there is no memory to say which\n", stderr);
     }
 
-    /// Writes how often failures came again since the last call.
+    /// Writes how often failures were repeated since the last call.
     void ReportRepeats() noexcept
     {
         PoolCall::Catch([this] { WriteRepeats(); });
@@ -72,6 +74,7 @@ public:
 private:
     static constexpr std::size_t MOST_LISTED = 100;
 
+    /// Whether the failure is to be written; otherwise counts it.
     bool IsFirst(const std::string& _strCallInfo)
     {
         const std::lock_guard<std::mutex> lock(m_mtxRepeats);
@@ -90,6 +93,7 @@ private:
         return true;
     }
 
+    /// Writes and resets the counts.
     void WriteRepeats()
     {
         const std::lock_guard<std::mutex> lock(m_mtxRepeats);
@@ -109,9 +113,10 @@ private:
         m_uiUnlisted = 0;
     }
 
+    /// Writes a line.
     static void Write(const std::string& _strLine) { std::fputs((_strLine + "\n").c_str(), stderr); }
 
     std::mutex m_mtxRepeats;                           ///< guards what follows
-    std::map<std::string, std::uint64_t> m_mapRepeats; ///< after the first, by call information
+    std::map<std::string, std::uint64_t> m_mapRepeats; ///< without the first, by call information
     std::uint64_t m_uiUnlisted = 0;
 };

@@ -4,13 +4,15 @@
 
 #include <mutex>
 
-/// The scopes of this process that are there now: an owner that is made too early refers to one that is not.
+/// Lists the scopes of this process that live now.
+///
+/// An owner that is created too early refers to a scope that is not among them.
 ///
 /// Threads: any.
 class CLS_LivingScope
 {
 public:
-    /// Notes that the scope is there, until this object, a member of the scope, goes. Allocates nothing.
+    /// Adds the scope, of which this object is a member. Allocates nothing.
     explicit CLS_LivingScope(const void* _pScope) noexcept : m_pScope(_pScope)
     {
         ST_Scopes& stScopes = GetAll();
@@ -28,7 +30,7 @@ public:
     CLS_LivingScope(const CLS_LivingScope&) = delete;
     CLS_LivingScope& operator=(const CLS_LivingScope&) = delete;
 
-    /// Whether there is a scope at that address.
+    /// Whether a scope lives at that address.
     static bool Has(const void* _pScope)
     {
         ST_Scopes& stScopes = GetAll();
@@ -44,7 +46,7 @@ public:
 private:
     struct ST_Scopes;
 
-    /// They are never destroyed: a scope may be a static object.
+    /// The list. It is never destroyed, because a scope may be a static object.
     static ST_Scopes& GetAll();
 
     const void* const m_pScope;

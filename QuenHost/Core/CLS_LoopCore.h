@@ -9,7 +9,7 @@
 #include <memory>
 #include <string>
 
-/// A task that the kit has added to the pool, a loop task to the pool, which is why it can be removed.
+/// A task that the kit has added to the pool. To the pool it is a loop task, so it can be removed.
 struct ST_PoolRecord
 {
     std::string m_strTaskId;     ///< "" for none; written while it is added, constant from then on
@@ -24,9 +24,13 @@ struct ST_PoolRecord
     bool m_bFinished = false; ///< it is, or was, in the list of those to be removed
 };
 
-/// What the kit knows of a loop task. It outlives the CLS_LoopTask for as long as a run goes on.
+/// The hub's part of a CLS_LoopTask.
+///
+/// It outlives the CLS_LoopTask while a run goes on.
 ///
 /// Threads: the hub's mutex guards all but what is constant.
+///
+/// Owns: the callable.
 class CLS_LoopCore
 {
 public:
@@ -44,7 +48,7 @@ public:
     std::shared_ptr<ST_PoolRecord> m_pRecord = std::make_shared<ST_PoolRecord>();
     std::unique_ptr<CLS_QueuedTask> m_pTask;       ///< null once removed
     std::chrono::steady_clock::time_point m_tpDue; ///< the next run, unless one is going on
-    bool m_bClosed = false;                        ///< no run starts any more
+    bool m_bClosed = false;                        ///< no run starts
     bool m_bLeft = false;                          ///< the run in progress destroys the callable
     ST_Link<CLS_LoopCore> m_stHubLink;             ///< among the loop tasks of the hub
 };

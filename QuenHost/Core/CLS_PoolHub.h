@@ -29,21 +29,21 @@ class CLS_Ticket;
 /// How a host runs a callable on a thread of its own. See CLS_HostThread.
 using F_HostPost = std::function<void(std::function<void()>)>;
 
-/// The core of a scope: the queue of the one-shot tasks of all its owners, and the workers that take from it.
+/// The core of a scope: the queue of its owners' one-shot tasks, and the workers that take from it.
 ///
-/// The pool keeps the record of a one-shot task for ever, and its removal looks at a run every 300 ms. So the
-/// kit adds no one-shot task to the pool. It adds carriers: loop tasks with the greatest interval, each of
-/// which runs once, takes tasks from the hub's queue until there is none, and is removed after its run. How
-/// many there are depends on what runs at once and not on how much is submitted, so memory stays flat. Waits
-/// are on the hub's own conditions, so they end when the run does.
+/// The pool keeps the task record of a one-shot task, and its removal polls a run every 300 ms. So the kit
+/// adds no one-shot task to the pool. It adds carriers:
+/// - A carrier is a loop task with the longest interval. It runs once, takes tasks from the hub's queue until
+///   it is empty, and is removed after its run.
+/// - A few carriers at a time are on their way. Each that takes a task brings the next.
+/// - Their number depends on how many tasks run at once, so memory stays flat.
 ///
-/// One mutex guards everything. It is held for a few steps, and never while the host's code or the pool is
-/// called. A few carriers at a time are on their way: whoever takes a task sees to it that the next one
-/// comes.
+/// Threads: any, except End, which runs on the scope's thread. One mutex guards everything. It is held for a
+/// few steps, and never while the host's code or the pool is called.
 ///
-/// Threads: any, but for End.
+/// Waits: on the hub's own conditions, so a wait ends as soon as the run does.
 ///
-/// Owns: the waiting tasks. It is shared by the scope, the owners, and the carriers.
+/// Owns: the waiting tasks. The scope, the owners and the carriers share it.
 class CLS_PoolHub : public std::enable_shared_from_this<CLS_PoolHub>
 {
 public:
@@ -67,8 +67,8 @@ public:
 
     void OpenGroup(CLS_TaskGroup& _clsGroup);
 
-    /// Takes over a task of a group. False, and nothing of it is left, when nothing is taken now or no worker
-    /// can be had.
+    /// Takes over a task of a group. False, with the task destroyed, if nothing is taken now or there is no
+    /// worker.
     bool Submit(std::unique_ptr<CLS_QueuedTask> _pTask);
 
     /// CLS_TaskOwner::SubmitAfter.
@@ -87,21 +87,22 @@ public:
 
     ST_PoolCounters GetCounters(const CLS_TaskGroup& _clsGroup) const;
 
-    /// Tells the nearest handler, or else standard error, what went wrong.
+    /// Reports a failure to the nearest handler, or else to standard error.
     void Report(const CLS_TaskGroup& _clsGroup, n_FailureKind _enKind, const std::string& _strCallInfo,
                 const std::exception_ptr& _pException) noexcept;
 
     // Deliveries to the host's thread.
 
-    /// Has the host's thread run a task, unless the owner's tasks are removed before. False when it is not
-    /// taken, or could not be posted, which is a failure of the task. Post calls foreign code.
+    /// Has the host's thread run a task, unless the owner's tasks are removed before. Calls the host's code.
+    ///
+    /// False if it is not taken, or could not be posted, which is a failure of the task.
     bool Post(std::unique_ptr<CLS_QueuedTask> _pTask, const F_HostPost& _funPost);
     void RunDelivery(CLS_Ticket& _clsTicket);
     void DropDelivery(CLS_Ticket& _clsTicket, const std::exception_ptr& _pException) noexcept;
 
     // Loop tasks.
 
-    /// False when it could not be added.
+    /// Adds a loop task to the pool. False if the pool refuses it.
     bool AddLoop(const std::shared_ptr<CLS_LoopCore>& _pLoop);
 
     /// CLS_LoopTask::IsAdded.
@@ -115,8 +116,9 @@ public:
 
     // The scope.
 
-    /// Takes nothing any more, destroys what waits, and returns when no thread of the hub is in a call of the
-    /// pool. Runs that go on are left to the pool's end.
+    /// Takes nothing from now on, and destroys what waits. Runs that go on are left to the pool's end.
+    ///
+    /// Waits: until no thread of the hub is in a call of the pool, at most 20 seconds.
     void End();
 
     /// Without m_iPoolWorkers.
@@ -131,21 +133,21 @@ private:
     using Leftovers = std::list<std::shared_ptr<ST_Leftover>>;
     using Delayed = CLS_QueuedTask::Delayed;
 
-    /// So many carriers are on their way at once. Each that arrives brings the next, as long as tasks wait;
-    /// so short tasks are done by few workers, and tasks that block get as many as they want within moments.
+    /// How many carriers are on their way at once. Each that arrives brings the next while tasks wait. So few
+    /// workers do short tasks, and tasks that block soon have as many as they need.
     static constexpr std::size_t MOST_COMING = 4;
 
-    /// So many carriers stay when there is nothing to do, and for that time.
+    /// How many carriers stay when there is nothing to do, and how long.
     static constexpr int MOST_PARKED = 8;
     static constexpr std::chrono::seconds PARKED_TIME{5};
 
     /// The heartbeat's interval, which is also how long a task waits before it looks for lost carriers.
     static constexpr std::chrono::milliseconds BEAT{1000};
 
-    /// A heartbeat that has been silent for that time is replaced: it may have been lost.
+    /// A heartbeat that was silent for this long may have been lost, and is replaced.
     static constexpr std::chrono::milliseconds LONGEST_SILENCE{3000};
 
-    /// From the end of a carrier's run until its record is removed, so that the removal need not wait.
+    /// The time from the end of a carrier's run to the removal of its record, which then need not wait.
     static constexpr std::chrono::milliseconds RECORD_REST{20};
 
     // Records.

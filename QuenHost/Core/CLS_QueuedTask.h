@@ -18,9 +18,9 @@ class CLS_Ticket;
 
 /// A callable on its way to its run, or that of a loop task between its runs.
 ///
-/// Threads: one at a time; the hub sees to that. The hub's mutex guards the links.
+/// Threads: one at a time, which the hub ensures. The hub's mutex guards the links.
 ///
-/// Owns: the callable, which is destroyed exactly once: by DestroyCallable or with this object.
+/// Owns: the callable. It is destroyed once: by DestroyCallable or with this object.
 class CLS_QueuedTask
 {
 public:
@@ -32,7 +32,9 @@ public:
     CLS_QueuedTask(const CLS_QueuedTask&) = delete;
     CLS_QueuedTask& operator=(const CLS_QueuedTask&) = delete;
 
-    /// Calls the callable. What it throws passes, unless the task keeps it for somebody; false then.
+    /// Calls the callable.
+    ///
+    /// Fails: passes on what the callable throws, or keeps it, as for a future, and returns false.
     virtual bool Run(const CLS_StopToken& _clsToken) = 0;
 
     /// Destroys the callable, with what it captured.

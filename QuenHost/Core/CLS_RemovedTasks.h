@@ -9,10 +9,11 @@
 #include <string>
 #include <utility>
 
-/// Tasks that were removed before they ran. Its end destroys them, in the order of their submission, on its
-/// thread.
+/// Tasks that were removed before they ran.
 ///
 /// Threads: one at a time.
+///
+/// Owns: the tasks. The destructor destroys them on its thread, in the order of submission.
 class CLS_RemovedTasks
 {
 public:
@@ -44,7 +45,7 @@ private:
     CLS_Chain<CLS_QueuedTask, &CLS_QueuedTask::m_stGroupLink> m_chnTasks;
 };
 
-/// What is left of an owner that did not wait: shared by its runs and by the worker that clears it away.
+/// What a removal that did not wait leaves to its runs and to a worker, which share it.
 struct ST_Leftover
 {
     std::shared_ptr<const void> m_pKept;             ///< what the runs use

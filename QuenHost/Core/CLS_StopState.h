@@ -12,13 +12,13 @@
 #include <thread>
 #include <utility>
 
-/// What all tokens of one request to stop share.
+/// The request to stop that tokens share.
 ///
 /// Threads: any.
 class CLS_StopState
 {
 public:
-    /// A function to be called when the stop is requested.
+    /// A function that is called when the stop is requested.
     struct ST_Callback
     {
         explicit ST_Callback(std::function<void()> _funCall) : m_funCall(std::move(_funCall)) {}
@@ -30,8 +30,9 @@ public:
 
     bool IsRequested() const { return m_bRequested.load(std::memory_order_acquire); }
 
-    /// Wakes the sleepers and calls the callbacks on this thread, each once, with no lock held. Only the
-    /// first call does so.
+    /// Requests the stop. Only the first call does anything.
+    ///
+    /// It wakes the sleepers, and calls each callback once on this thread, with no lock held.
     void Request()
     {
         std::unique_lock<std::mutex> lock(m_mtxStop);
@@ -55,7 +56,9 @@ public:
         }
     }
 
-    /// Sleeps for that time, a year at most. False as soon as the stop is requested.
+    /// Sleeps. Returns true after that time, and false as soon as the stop is requested.
+    ///
+    /// Waits: at most a year.
     bool SleepFor(std::chrono::nanoseconds _nsTime)
     {
         constexpr std::chrono::nanoseconds LONGEST = std::chrono::hours(24 * 365);
@@ -63,7 +66,7 @@ public:
         return !m_cvStop.wait_for(lock, std::min(_nsTime, LONGEST), [this] { return IsRequested(); });
     }
 
-    /// False, and not registered, when the stop is requested already.
+    /// Registers a callback. False, and not registered, if the stop was requested before.
     bool Register(ST_Callback& _stCallback)
     {
         const std::lock_guard<std::mutex> lock(m_mtxStop);
@@ -75,7 +78,9 @@ public:
         return _stCallback.m_bRegistered;
     }
 
-    /// From now on the callback is not called. Waits for a call on another thread.
+    /// From now on the callback is not called.
+    ///
+    /// Waits: for a call that is running on another thread.
     void Unregister(ST_Callback& _stCallback)
     {
         std::unique_lock<std::mutex> lock(m_mtxStop);
@@ -94,7 +99,7 @@ private:
     std::atomic<bool> m_bRequested{false}; ///< set under m_mtxStop
     std::mutex m_mtxStop;                  ///< guards what follows
     std::condition_variable m_cvStop;      ///< notified by the request, and after each call
-    ST_Callback* m_pCalled = nullptr;      ///< is being called, by the next
+    ST_Callback* m_pCalled = nullptr;      ///< is being called by m_idCaller
     std::thread::id m_idCaller;
     CLS_Chain<ST_Callback, &ST_Callback::m_stLink> m_chnCallbacks; ///< to be called
 };

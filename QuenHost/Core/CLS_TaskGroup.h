@@ -15,7 +15,7 @@
 #include <thread>
 #include <utility>
 
-/// The thread of a run, as debuggers show it.
+/// The thread of a run, with the name and number that debuggers show.
 struct ST_RunThread
 {
     std::thread::id m_idThread = ThreadInfo::GetSelf();
@@ -23,7 +23,9 @@ struct ST_RunThread
     std::string m_strThread = ThreadInfo::GetName();
 };
 
-/// A run that is going on. Lives on the stack of its thread; the hub's mutex guards what changes.
+/// A run in progress.
+///
+/// Threads: the hub's mutex guards what changes. It lives on the stack of its thread.
 struct ST_Run
 {
     const CLS_QueuedTask& m_clsTask;
@@ -39,15 +41,16 @@ struct ST_Run
     ST_Link<ST_Run> m_stGroupLink{};
 };
 
-/// A removal that is destroying what it took from the queue. Lives on the stack of its thread.
+/// A removal that is destroying cancelled tasks. It lives on the stack of its thread.
 struct ST_Destroyer
 {
     std::thread::id m_idThread = ThreadInfo::GetSelf();
     ST_Link<ST_Destroyer> m_stLink{};
 };
 
-/// What the kit knows of one owner, or of one loop task: its waiting tasks and its runs. It outlives the
-/// owner for as long as a run goes on.
+/// The waiting tasks and the runs of one owner, or of one loop task.
+///
+/// It outlives the owner while a run goes on.
 ///
 /// Threads: the hub's mutex guards all but what is constant.
 class CLS_TaskGroup
@@ -79,9 +82,9 @@ public:
     CLS_Chain<ST_Run, &ST_Run::m_stGroupLink> m_chnRuns;
     CLS_Chain<ST_Destroyer, &ST_Destroyer::m_stLink> m_chnDestroyers;
     std::condition_variable m_cvRuns; ///< notified when a run or a destroyer ends, or need not be waited for
-    int m_iRemovals = 0;              ///< removals at work: nothing is taken meanwhile
-    int m_iReports = 0;               ///< removals that report runs, without the lock
-    bool m_bClosed = false;           ///< the owner has ended: nothing is taken any more
+    int m_iRemovals = 0;              ///< removals in progress: nothing is taken during them
+    int m_iReports = 0;               ///< removals that are reporting runs without the lock
+    bool m_bClosed = false;           ///< the owner has ended: nothing is taken
     ST_PoolCounters m_stCounters;
     ST_Link<CLS_TaskGroup> m_stHubLink; ///< among the groups whose owners live
 };

@@ -6,7 +6,7 @@
 class CLS_PoolHub;
 class CLS_QueuedTask;
 
-/// What the host's thread holds of a delivery that was posted to it.
+/// The host thread's reference to a delivery that was posted to it.
 ///
 /// Threads: any.
 ///
@@ -16,7 +16,7 @@ class CLS_Ticket
 public:
     explicit CLS_Ticket(std::shared_ptr<CLS_PoolHub> _pHub) : m_pHub(std::move(_pHub)) {}
 
-    /// The host has dropped what was posted: a delivery that is left is reported as a failure.
+    /// Reports a delivery that the host has dropped as a failure.
     ~CLS_Ticket();
 
     CLS_Ticket(const CLS_Ticket&) = delete;

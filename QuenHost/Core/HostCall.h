@@ -12,11 +12,13 @@
 #include <stop_token>
 #endif
 
-/// How the kit calls what a host submits: with the arguments that it has for it, if any, and then with a
-/// CLS_StopToken when the callable takes one, else with a std::stop_token where the language has it.
+/// Calls what a host submits.
+///
+/// The arguments are those that the kit has for it, if any, and then a CLS_StopToken, a std::stop_token where
+/// the language has it, or nothing, whichever the callable takes.
 namespace HostCall
 {
-/// The argument of callables that have none but the token.
+/// The argument of callables that take no argument but the token.
 struct ST_Nothing
 {
 };
@@ -29,7 +31,7 @@ template <typename T_Callable, typename... T_Arguments>
 constexpr bool TAKES_STANDARD_TOKEN = !TAKES_TOKEN<T_Callable, T_Arguments...> &&
                                       std::is_invocable_v<T_Callable&, T_Arguments..., std::stop_token>;
 
-/// Calls it with a token of the standard's that follows the kit's.
+/// Calls the callable with a standard token that follows the kit's.
 template <typename T_Callable, typename... T_Arguments>
 decltype(auto) CallWithStandardToken(T_Callable& _funTask, const CLS_StopToken& _clsToken,
                                      T_Arguments&&... _clsArguments)
@@ -40,6 +42,7 @@ decltype(auto) CallWithStandardToken(T_Callable& _funTask, const CLS_StopToken& 
 }
 #endif
 
+/// Calls the callable with the arguments and the token that it takes.
 template <typename T_Callable, typename... T_Arguments>
 decltype(auto) Call(T_Callable& _funTask, const CLS_StopToken& _clsToken, T_Arguments&&... _clsArguments)
 {
@@ -62,6 +65,7 @@ decltype(auto) Call(T_Callable& _funTask, const CLS_StopToken& _clsToken, T_Argu
     }
 }
 
+/// The same without a result before it.
 template <typename T_Callable>
 decltype(auto) Call(T_Callable& _funTask, const CLS_StopToken& _clsToken, ST_Nothing&& /*_stNothing*/)
 {
@@ -80,7 +84,7 @@ inline constexpr bool
     MAY_BE_EMPTY<T_Callable, std::void_t<decltype(std::declval<const T_Callable&>() == nullptr)>> =
         std::is_constructible_v<T_Callable, std::nullptr_t>;
 
-/// Whether it is a function object, or a function pointer, with nothing to call.
+/// Whether it is an empty function object or a null function pointer.
 template <typename T_Callable>
 bool IsEmpty(const T_Callable& _funTask)
 {

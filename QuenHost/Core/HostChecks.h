@@ -4,8 +4,8 @@
 #include <cstdlib>
 #include <string>
 
-/// Whether a mistake of the host ends the process, so that it is seen at once. Without it, the mistake is
-/// written to standard error and does what the headers say.
+/// Whether a mistake of the host ends the process. Otherwise a line is written to standard error, and the
+/// headers say what happens.
 #ifndef ZEL_HOST_CHECKS
 #ifdef NDEBUG
 #define ZEL_HOST_CHECKS 0
@@ -16,7 +16,7 @@
 
 namespace HostChecks
 {
-/// Reports a mistake of the host's.
+/// Reports a mistake of the host, and ends the process if ZEL_HOST_CHECKS is on.
 inline void Report(const std::string& _strMistake) noexcept
 {
     std::fprintf(stderr, "host kit: %s\n", _strMistake.c_str());

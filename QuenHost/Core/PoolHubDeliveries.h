@@ -40,7 +40,7 @@ inline bool CLS_PoolHub::Post(std::unique_ptr<CLS_QueuedTask> _pTask, const F_Ho
     return !pException;
 }
 
-/// On the host's thread.
+/// Delivers, on the host's thread.
 inline void CLS_PoolHub::RunDelivery(CLS_Ticket& _clsTicket)
 {
     const auto funDeliver = [this](CLS_QueuedTask& _clsTask, ST_Run& _stRun)
@@ -48,7 +48,7 @@ inline void CLS_PoolHub::RunDelivery(CLS_Ticket& _clsTicket)
     EndDelivery(_clsTicket, funDeliver);
 }
 
-/// The host's thread will not run it.
+/// Reports a delivery that the host's thread will not run.
 inline void CLS_PoolHub::DropDelivery(CLS_Ticket& _clsTicket, const std::exception_ptr& _pException) noexcept
 {
     const auto funReport = [&](const CLS_QueuedTask& _clsTask, ST_Run& _stRun)
@@ -59,8 +59,7 @@ inline void CLS_PoolHub::DropDelivery(CLS_Ticket& _clsTicket, const std::excepti
     EndDelivery(_clsTicket, funReport);
 }
 
-/// Takes the delivery, unless that was done before, and calls _funEnd as a run of its owner: removals wait
-/// for it.
+/// Takes the delivery, if it is there, and calls _funEnd as a run of its owner, for which removals wait.
 template <typename T_End>
 void CLS_PoolHub::EndDelivery(CLS_Ticket& _clsTicket, T_End _funEnd)
 {

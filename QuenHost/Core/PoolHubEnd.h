@@ -34,8 +34,7 @@ inline void CLS_PoolHub::End()
     ReportOutlivers();
 }
 
-/// The records of all tasks of the pool's that do not run the host's code. A carrier that is on its way finds
-/// its record removed, or nothing to do.
+/// Takes the records of all carriers that do not run the host's code, of the heartbeat, and of the timer.
 inline CLS_PoolHub::Records CLS_PoolHub::TakeRecords()
 {
     if (m_pHeartbeat)
@@ -54,12 +53,11 @@ inline CLS_PoolHub::Records CLS_PoolHub::TakeRecords()
             FinishRecord(pRecord);
         }
     }
-    // A carrier that is on its way leaves them alone: they are finished.
+    // A carrier that is on its way finds its record removed, or nothing to do, and finishes nothing twice.
     return std::exchange(m_lstFinished, Records());
 }
 
-/// From now on nothing is taken, and no waiting task starts. Returns the stop requests of the owners and loop
-/// tasks that are left.
+/// Takes nothing and starts nothing from now on. Returns the stop requests of what is left.
 inline std::vector<std::shared_ptr<CLS_StopState>> CLS_PoolHub::RefuseAll()
 {
     std::vector<std::shared_ptr<CLS_StopState>> vecStops;
@@ -91,7 +89,7 @@ inline void CLS_PoolHub::TakeAll(CLS_RemovedTasks& _clsRemoved)
     }
 }
 
-/// Owners and loop tasks that are left are a mistake of the host's.
+/// Reports owners and loop tasks that are left, a mistake of the host.
 inline void CLS_PoolHub::ReportOutlivers()
 {
     std::string strNames;

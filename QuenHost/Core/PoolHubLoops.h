@@ -31,7 +31,7 @@ inline bool CLS_PoolHub::AddLoop(const std::shared_ptr<CLS_LoopCore>& _pLoop)
     return bAdded;
 }
 
-/// For the trace; "" without one, and without memory.
+/// The interval for the trace; "" without a trace or memory.
 inline std::string CLS_PoolHub::DescribeInterval(const CLS_LoopCore& _clsLoop) const noexcept
 {
     std::string strMembers;
@@ -44,7 +44,7 @@ inline std::string CLS_PoolHub::DescribeInterval(const CLS_LoopCore& _clsLoop) c
     return strMembers;
 }
 
-/// One run, on a worker of the pool.
+/// Runs the loop task once, on a worker of the pool.
 inline void CLS_PoolHub::RunLoop(CLS_LoopCore& _clsLoop)
 {
     const ST_RunThread stThread;
@@ -61,7 +61,7 @@ inline void CLS_PoolHub::RunLoop(CLS_LoopCore& _clsLoop)
     lock.lock();
     if (_clsLoop.m_bLeft)
     {
-        // While the run counts, so that a removal on another thread waits for this, too.
+        // The run still counts, so a removal on another thread waits for this, too.
         lock.unlock();
         clsTask.DestroyCallable();
         lock.lock();
@@ -79,7 +79,7 @@ inline bool CLS_PoolHub::IsOpen(const CLS_LoopCore& _clsLoop) const
     return !_clsLoop.m_bClosed;
 }
 
-/// No run starts any more. Returns the request to stop, once.
+/// Starts no run from now on. Returns the request to stop, once.
 inline std::shared_ptr<CLS_StopState> CLS_PoolHub::CloseLoop(CLS_LoopCore& _clsLoop)
 {
     if (std::exchange(_clsLoop.m_bClosed, true))
@@ -90,7 +90,7 @@ inline std::shared_ptr<CLS_StopState> CLS_PoolHub::CloseLoop(CLS_LoopCore& _clsL
     return _clsLoop.m_pGroup->m_pStop;
 }
 
-/// When no run is left: the callable, and the record goes. Null when that was done before.
+/// Without a run: finishes the record and returns the callable. Null if that was done before.
 inline std::unique_ptr<CLS_QueuedTask> CLS_PoolHub::FinishLoop(CLS_LoopCore& _clsLoop)
 {
     if (_clsLoop.m_pTask)
@@ -123,8 +123,7 @@ inline bool CLS_PoolHub::RemoveLoop(CLS_LoopCore& _clsLoop, std::chrono::millise
     return bOver;
 }
 
-/// Destroys the callable and the handler, unless that was done before. Other removals wait for it. Gives the
-/// lock back for a moment.
+/// Destroys the callable and the handler, once. Other removals wait. Releases the lock for a moment.
 inline void CLS_PoolHub::DestroyLoop(Lock& _lock, CLS_LoopCore& _clsLoop)
 {
     CLS_TaskGroup& clsGroup = *_clsLoop.m_pGroup;

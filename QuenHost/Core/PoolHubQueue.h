@@ -6,7 +6,7 @@
 #include "QuenHost/Core/CLS_PoolHub.h"
 #include "QuenHost/Core/CLS_Ticket.h"
 
-/// Whether this task is taken now.
+/// Whether the task is taken now.
 inline bool CLS_PoolHub::Accepts(const CLS_QueuedTask& _clsTask) const
 {
     const CLS_TaskGroup& clsGroup = *_clsTask.m_pGroup;
@@ -14,8 +14,7 @@ inline bool CLS_PoolHub::Accepts(const CLS_QueuedTask& _clsTask) const
     return bCurrent && !m_bEnded && !clsGroup.m_bClosed && clsGroup.m_iRemovals == 0;
 }
 
-/// After a removal, the group's next tasks have a stop request of their own, and a reserve for their removal.
-/// May release the lock for a moment.
+/// After a removal, makes the next stop request and reserve. May release the lock for a moment.
 inline void CLS_PoolHub::EnsureStopState(Lock& _lock, CLS_TaskGroup& _clsGroup) const
 {
     if (!_clsGroup.m_pStop)
@@ -41,7 +40,7 @@ inline void CLS_PoolHub::CountSubmitted(CLS_QueuedTask& _clsTask)
     ++clsGroup.m_stCounters.m_uiSubmitted;
 }
 
-/// From now on the task starts as soon as its owner lets it and a worker is free.
+/// Lets the task start as soon as its owner's limit and a worker allow.
 inline void CLS_PoolHub::Enqueue(CLS_QueuedTask& _clsTask)
 {
     CLS_TaskGroup& clsGroup = *_clsTask.m_pGroup;
@@ -72,7 +71,7 @@ inline void CLS_PoolHub::Dequeue(CLS_QueuedTask& _clsTask)
     _clsTask.m_pGroup->m_chnWaiting.Remove(_clsTask);
 }
 
-/// An active task has ended, or will not run: the next one that was held starts.
+/// Notes that an active task has ended or will not run, and starts the next that was held.
 inline void CLS_PoolHub::Deactivate(CLS_TaskGroup& _clsGroup)
 {
     --_clsGroup.m_uiActive;
@@ -82,7 +81,7 @@ inline void CLS_PoolHub::Deactivate(CLS_TaskGroup& _clsGroup)
     }
 }
 
-/// Takes back a task for which there is no worker; null when it has been taken meanwhile.
+/// Takes back a task for which there is no worker. Null if it was taken in between.
 inline std::unique_ptr<CLS_QueuedTask> CLS_PoolHub::Withdraw(std::uint64_t _uiNumber)
 {
     CLS_QueuedTask* pTask = m_chnQueue.GetLast();
@@ -100,14 +99,14 @@ inline std::unique_ptr<CLS_QueuedTask> CLS_PoolHub::Withdraw(std::uint64_t _uiNu
     return std::unique_ptr<CLS_QueuedTask>(pTask);
 }
 
-/// Makes the task wait for its time. Takes the only element of _mapDelayed over. Allocates nothing.
+/// Makes the task wait for its time, with the only element of _mapDelayed. Allocates nothing.
 inline void CLS_PoolHub::Delay(CLS_QueuedTask& _clsTask, Delayed& _mapDelayed)
 {
     _clsTask.m_itDelayed = m_mapDelayed.insert(_mapDelayed.extract(_mapDelayed.begin()));
     _clsTask.m_pGroup->m_chnDelayed.Append(_clsTask);
 }
 
-/// The task no longer waits for its time.
+/// Ends the task's wait for its time.
 inline void CLS_PoolHub::Undelay(CLS_QueuedTask& _clsTask)
 {
     _clsTask.m_pGroup->m_chnDelayed.Remove(_clsTask);
@@ -126,7 +125,7 @@ inline void CLS_PoolHub::EnqueueDue()
     }
 }
 
-/// Takes a delivery back from the host's thread, which will find nothing; null when it was taken before.
+/// Takes a delivery back from the host's thread. Null if it was taken before.
 inline CLS_QueuedTask* CLS_PoolHub::TakePosted(CLS_Ticket& _clsTicket)
 {
     CLS_QueuedTask* const pTask = std::exchange(_clsTicket.m_pTask, nullptr);
@@ -169,7 +168,7 @@ inline void CLS_PoolHub::TakeWaiting(CLS_TaskGroup& _clsGroup, CLS_RemovedTasks&
     }
 }
 
-/// What a viewer joins the events of a task by; "" without a trace, and without memory.
+/// The number by which a viewer joins the events of a task; "" without a trace or memory.
 inline std::string CLS_PoolHub::DescribeFlow(std::uint64_t _uiNumber, const char* _szDirection) const noexcept
 {
     std::string strMembers;

@@ -4,7 +4,7 @@
 
 #include "QuenHost/Core/CLS_PoolHub.h"
 
-/// Adds a task to the pool. False when the pool does not take it.
+/// Adds a task to the pool. False if the pool refuses it.
 inline bool CLS_PoolHub::AddRecord(ST_PoolRecord& _stRecord, const std::function<void()>& _funTask,
                                    int _iInterval, const std::string& _strCallInfo) const
 {
@@ -12,7 +12,7 @@ inline bool CLS_PoolHub::AddRecord(ST_PoolRecord& _stRecord, const std::function
     return !_stRecord.m_strTaskId.empty();
 }
 
-/// The calling thread no longer calls the pool.
+/// Notes that the calling thread no longer calls the pool.
 inline void CLS_PoolHub::LeaveInside()
 {
     --m_iInside;
@@ -22,7 +22,7 @@ inline void CLS_PoolHub::LeaveInside()
     }
 }
 
-/// Notes the record of a carrier. Allocates nothing.
+/// Lists the record of a carrier. Allocates nothing.
 inline void CLS_PoolHub::EnterRecord(const std::shared_ptr<ST_PoolRecord>& _pRecord)
 {
     *_pRecord->m_itPlace = _pRecord;
@@ -30,7 +30,7 @@ inline void CLS_PoolHub::EnterRecord(const std::shared_ptr<ST_PoolRecord>& _pRec
     m_lstLive.splice(m_lstLive.end(), _pRecord->m_lstPlace);
 }
 
-/// The record's task runs no more, or is about to end its run. Allocates nothing.
+/// Lists the record for removal: its task is about to end. Allocates nothing.
 inline void CLS_PoolHub::FinishRecord(const std::shared_ptr<ST_PoolRecord>& _pRecord)
 {
     if (!_pRecord->m_bEntered)

@@ -8,13 +8,14 @@
 #include <algorithm>
 #include <vector>
 
+/// Lists a run that begins.
 inline void CLS_PoolHub::BeginRun(ST_Run& _stRun)
 {
     m_chnRuns.Append(_stRun);
     _stRun.m_clsTask.m_pGroup->m_chnRuns.Append(_stRun);
 }
 
-/// The task keeps its group until its run is over.
+/// Ends a run, whose task keeps its group until then.
 inline void CLS_PoolHub::EndRun(ST_Run& _stRun)
 {
     CLS_TaskGroup& clsGroup = *_stRun.m_clsTask.m_pGroup;
@@ -41,7 +42,6 @@ inline void CLS_PoolHub::Execute(CLS_QueuedTask& _clsTask, ST_Run& _stRun, const
     }
 }
 
-/// Tells the nearest handler, or else standard error.
 inline void CLS_PoolHub::Report(const CLS_TaskGroup& _clsGroup, n_FailureKind _enKind,
                                 const std::string& _strCallInfo,
                                 const std::exception_ptr& _pException) noexcept
@@ -67,14 +67,13 @@ inline void CLS_PoolHub::Report(const CLS_TaskGroup& _clsGroup, n_FailureKind _e
     }
 }
 
-/// Whether the run has to end before a removal is complete. Runs that remove their own group's tasks do not
-/// wait for each other.
+/// Whether a removal waits for the run. Runs that remove their own group's tasks do not wait for each other.
 inline bool CLS_PoolHub::IsOfInterest(const ST_Run& _stRun, bool _bByRun)
 {
     return !_stRun.m_bHandedOver && !(_bByRun && _stRun.m_iRemoving > 0);
 }
 
-/// Whether the calling thread is in what a removal of the group destroys, which may remove, too.
+/// Whether the calling thread is destroying what a removal of the group cancelled.
 inline bool CLS_PoolHub::IsDestroyer(const CLS_TaskGroup& _clsGroup)
 {
     const std::thread::id idSelf = ThreadInfo::GetSelf();
@@ -86,9 +85,10 @@ inline bool CLS_PoolHub::IsDestroyer(const CLS_TaskGroup& _clsGroup)
     return pDestroyer != nullptr;
 }
 
-/// Waits until the runs of the group are over, but for the caller's own, and until other removals have
-/// destroyed what they took. False when something of that is left. After the full time, no removal waits for
-/// them again. May give the lock back for a moment.
+// It waits until the group's runs are over, except the caller's own, and until other removals have destroyed
+// what they took. After the full time, no removal waits for these runs again.
+
+/// Waits for the group's runs. False if one is left. Releases the lock for a moment.
 inline bool CLS_PoolHub::WaitForRuns(Lock& _lock, CLS_TaskGroup& _clsGroup,
                                      std::chrono::milliseconds _msLimit)
 {
@@ -116,7 +116,7 @@ inline bool CLS_PoolHub::WaitForRuns(Lock& _lock, CLS_TaskGroup& _clsGroup,
     return bAllOver;
 }
 
-/// Reports the runs that a removal has waited for as long as it may.
+/// Reports the runs that outlasted a removal. Releases the lock for a moment.
 inline void CLS_PoolHub::GiveUp(Lock& _lock, CLS_TaskGroup& _clsGroup, bool _bByRun)
 {
     std::vector<std::string> vecCallInfos;
@@ -144,8 +144,7 @@ inline void CLS_PoolHub::GiveUp(Lock& _lock, CLS_TaskGroup& _clsGroup, bool _bBy
     --_clsGroup.m_iReports;
 }
 
-/// Notes that the runs of the group on this thread, if any, begin or end a removal. Returns how many there
-/// are.
+/// Notes that the group's runs on this thread begin or end a removal, and returns their number.
 inline int CLS_PoolHub::MarkOwnRuns(CLS_TaskGroup& _clsGroup, int _iChange)
 {
     const std::thread::id idSelf = ThreadInfo::GetSelf();
@@ -166,7 +165,7 @@ inline int CLS_PoolHub::MarkOwnRuns(CLS_TaskGroup& _clsGroup, int _iChange)
     return iRuns;
 }
 
-/// From now on, no removal waits for the group's runs, which keep what is left.
+/// Lets no removal wait for the group's runs from now on. The runs keep what is left.
 inline void CLS_PoolHub::HandOver(CLS_TaskGroup& _clsGroup, const std::shared_ptr<ST_Leftover>& _pLeftover)
 {
     for (ST_Run* pRun = _clsGroup.m_chnRuns.GetFirst(); pRun != nullptr;

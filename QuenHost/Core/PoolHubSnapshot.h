@@ -6,6 +6,7 @@
 
 #include <algorithm>
 
+/// Describes a run for a snapshot.
 inline ST_RunInfo CLS_PoolHub::DescribeRun(const ST_Run& _stRun, Clock::time_point _tpNow)
 {
     ST_RunInfo stInfo;
@@ -18,6 +19,7 @@ inline ST_RunInfo CLS_PoolHub::DescribeRun(const ST_Run& _stRun, Clock::time_poi
     return stInfo;
 }
 
+/// Describes a loop task for a snapshot.
 inline ST_LoopInfo CLS_PoolHub::DescribeLoop(const CLS_LoopCore& _clsLoop, Clock::time_point _tpNow)
 {
     ST_LoopInfo stInfo;

@@ -10,7 +10,7 @@ inline void CLS_PoolHub::OpenGroup(CLS_TaskGroup& _clsGroup)
     m_chnGroups.Append(_clsGroup);
 }
 
-/// The stop request that a removal from now on raises.
+/// The stop request that the next removal raises.
 inline std::shared_ptr<CLS_StopState> CLS_PoolHub::GetStop(CLS_TaskGroup& _clsGroup) const
 {
     Lock lock(m_mtxHub);
@@ -77,8 +77,10 @@ inline bool CLS_PoolHub::RemoveTasks(CLS_TaskGroup& _clsGroup, std::chrono::mill
     return bOver;
 }
 
-/// Takes the lock, and makes what a removal leaves to a worker. Without memory, takes the group's reserve.
-/// Empty when that is used up: then the group has taken no task since its last removal.
+// Without memory, it takes the group's reserve. When that is used up, the result is empty. Then the group has
+// taken no task since the removal that used it, so nothing is left to remove.
+
+/// Takes the lock, and makes what a removal leaves to a worker.
 inline CLS_PoolHub::Leftovers CLS_PoolHub::LockWithLeftover(Lock& _lock, CLS_TaskGroup& _clsGroup,
                                                             std::shared_ptr<const void>& _pKept)
 {

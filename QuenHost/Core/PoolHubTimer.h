@@ -38,8 +38,9 @@ inline bool CLS_PoolHub::SubmitAfter(std::unique_ptr<CLS_QueuedTask> _pTask,
     return true;
 }
 
-/// Sees to it that the timer comes when the first task is due. Without memory for it, the heartbeat queues
-/// what is due. May release the lock for a moment.
+// Without memory for a timer, the heartbeat queues what is due.
+
+/// Sets the timer to the first task that is due. May release the lock for a moment.
 inline void CLS_PoolHub::EnsureTimer(Lock& _lock)
 {
     if (m_bEnded || m_mapDelayed.empty())
@@ -58,7 +59,7 @@ inline void CLS_PoolHub::EnsureTimer(Lock& _lock)
     StartTimer(_lock, tpDue);
 }
 
-/// Adds a timer to the pool.
+/// Adds a timer to the pool. Releases the lock for a moment.
 inline void CLS_PoolHub::StartTimer(Lock& _lock, Clock::time_point _tpDue)
 {
     constexpr std::chrono::milliseconds LONGEST_INTERVAL{INT_MAX};
@@ -95,7 +96,7 @@ inline void CLS_PoolHub::StartTimer(Lock& _lock, Clock::time_point _tpDue)
     }
 }
 
-/// A run of a timer, on a worker of the pool.
+/// Runs a timer on a worker of the pool.
 inline void CLS_PoolHub::Tick(const std::shared_ptr<ST_PoolRecord>& _pTimer)
 {
     const bool bFirst = !std::exchange(_pTimer->m_bArrived, true);

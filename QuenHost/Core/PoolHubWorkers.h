@@ -7,8 +7,7 @@
 #include <algorithm>
 #include <vector>
 
-/// Sees to it that a carrier comes for what waits. False when there is no carrier and none can be had. May
-/// give the lock back for a moment.
+/// Brings a carrier for what waits. False if there is none. May release the lock for a moment.
 inline bool CLS_PoolHub::BringCarrier(Lock& _lock)
 {
     const std::size_t uiWaiting = m_chnQueue.GetSize() + m_lstLeftover.size();
@@ -26,7 +25,7 @@ inline bool CLS_PoolHub::BringCarrier(Lock& _lock)
     return m_iCarriers >= MOST_CARRIERS || StartCarrier(_lock) || m_iCarriers > 0;
 }
 
-/// Adds a carrier to the pool. False when the pool does not take it.
+/// Adds a carrier to the pool. False if the pool refuses it. Releases the lock for a moment.
 inline bool CLS_PoolHub::StartCarrier(Lock& _lock)
 {
     ++m_iCarriers;
@@ -63,9 +62,10 @@ inline bool CLS_PoolHub::StartCarrier(Lock& _lock)
     return bAdded;
 }
 
-/// The heartbeat looks after what nothing else would: carriers that the pool took and did not run because
-/// memory ran out, and the records of the last carriers. Without one, nothing is taken. It may be lost in the
-/// same way, which its silence tells.
+// The heartbeat writes off carriers that the pool lost when memory ran out, and removes the records of the
+// last carriers. Without it, nothing is taken. The pool may lose it in the same way, which its silence tells.
+
+/// Adds the heartbeat to the pool, if there is none. False without one. May release the lock for a moment.
 inline bool CLS_PoolHub::EnsureHeartbeat(Lock& _lock)
 {
     if (m_pHeartbeat && !m_bEnded && Clock::now() - m_tpLastBeat > LONGEST_SILENCE)
@@ -103,7 +103,7 @@ inline bool CLS_PoolHub::EnsureHeartbeat(Lock& _lock)
     return m_pHeartbeat != nullptr;
 }
 
-/// A carrier's run, on a worker of the pool.
+/// Runs a carrier on a worker of the pool.
 inline void CLS_PoolHub::Carry(const std::shared_ptr<ST_PoolRecord>& _pRecord)
 {
     if (std::exchange(_pRecord->m_bArrived, true))
@@ -135,6 +135,7 @@ inline void CLS_PoolHub::Carry(const std::shared_ptr<ST_PoolRecord>& _pRecord)
     LeaveInside();
 }
 
+/// Counts a carrier that has begun its run.
 inline void CLS_PoolHub::Arrive(const ST_PoolRecord& _stRecord)
 {
     ++m_iInside;
@@ -148,7 +149,7 @@ inline void CLS_PoolHub::Arrive(const ST_PoolRecord& _stRecord)
     }
 }
 
-/// Waits for something to do. False when the carrier is to leave.
+/// Waits for something to do. False if the carrier must leave.
 inline bool CLS_PoolHub::Park(Lock& _lock)
 {
     if (m_iParked >= MOST_PARKED)
@@ -164,6 +165,7 @@ inline bool CLS_PoolHub::Park(Lock& _lock)
     return bWanted;
 }
 
+/// Runs the first task of the queue. Releases the lock during the run.
 inline void CLS_PoolHub::RunFirst(Lock& _lock, ST_PoolRecord& _stRecord, const ST_RunThread& _stThread)
 {
     std::unique_ptr<CLS_QueuedTask> pTask(m_chnQueue.GetFirst());
@@ -195,6 +197,7 @@ inline void CLS_PoolHub::RunFirst(Lock& _lock, ST_PoolRecord& _stRecord, const S
     _lock.lock();
 }
 
+/// Destroys the first of what removals left to the workers. Releases the lock for a moment.
 inline void CLS_PoolHub::DestroyLeftover(Lock& _lock)
 {
     Leftovers lstFirst;
@@ -209,7 +212,7 @@ inline void CLS_PoolHub::DestroyLeftover(Lock& _lock)
     ++m_iInside;
 }
 
-/// The heartbeat's run, on a worker of the pool.
+/// Runs the heartbeat on a worker of the pool.
 inline void CLS_PoolHub::Beat()
 {
     Lock lock(m_mtxHub);
@@ -226,8 +229,9 @@ inline void CLS_PoolHub::Beat()
     LeaveInside();
 }
 
-/// The pool starts its tasks in order, and has just started the heartbeat. A carrier that is older than that
-/// was lost when memory ran out.
+// The pool starts its tasks in order, and has just started the heartbeat. So an older carrier was lost.
+
+/// Writes off carriers that the pool lost when memory ran out.
 inline void CLS_PoolHub::WriteOffLostCarriers()
 {
     if (m_iStarting > 0 && Clock::now() - m_tpLastStart > BEAT)
@@ -238,7 +242,7 @@ inline void CLS_PoolHub::WriteOffLostCarriers()
     }
 }
 
-/// A timer that is late by a beat was lost when memory ran out, or there was none for it.
+/// Writes off a timer that is late by a beat, because memory ran out. Queues what is due.
 inline void CLS_PoolHub::WriteOffLostTimer()
 {
     EnqueueDue();

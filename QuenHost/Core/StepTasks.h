@@ -16,23 +16,25 @@
 #include <vector>
 
 /// \file
-/// What runs the steps of CLS_Steps. Each step is a task that owns the sink of its result, which owns the
-/// steps after it. So whatever ends a task that has not run, cancels all that was to come.
+/// Runs the steps of CLS_Steps.
+///
+/// Each step is a task that owns the sink of its result, and the sink owns the steps after it. So a cancelled
+/// task cancels all steps after it.
 
 /// How the result of a callable goes to the next: void as ST_Nothing.
 template <typename T_Result>
 using StepValue = std::conditional_t<std::is_void_v<T_Result>, HostCall::ST_Nothing, std::decay_t<T_Result>>;
 
-/// What a step that threw leaves to those after it.
+/// What a step that threw passes on to those after it.
 struct ST_StepFailure
 {
     std::string m_strCallInfo;
     std::exception_ptr m_pException;
 };
 
-/// Where the result of a step goes. One of the two is called once, or none when the steps are cancelled.
+/// Where the result of a step goes. One of the two is called once, or none if the steps are cancelled.
 ///
-/// Threads: that of the step's run. _stLink is the way to its owner.
+/// Threads: that of the step's run. _stLink refers to its owner.
 template <typename T_Value>
 class CLS_StepSink
 {
@@ -42,10 +44,10 @@ public:
     CLS_StepSink(const CLS_StepSink&) = delete;
     CLS_StepSink& operator=(const CLS_StepSink&) = delete;
 
-    /// The result.
+    /// Takes the result.
     virtual void Take(const ST_OwnerLink& _stLink, T_Value&& _clsValue) = 0;
 
-    /// There is none.
+    /// Takes the failure, in place of a result.
     virtual void Fail(const ST_OwnerLink& _stLink, const ST_StepFailure& _stFailure) = 0;
 };
 
@@ -115,6 +117,7 @@ private:
         T_In m_clsIn;
     };
 
+    /// Calls the callable.
     T_Out Call(const CLS_StopToken& _clsToken)
     {
         if constexpr (std::is_same_v<T_Out, HostCall::ST_Nothing>)
@@ -140,7 +143,7 @@ struct ST_StepPlace
     std::optional<CLS_HostThread> m_optHost{}; ///< empty for a worker
 };
 
-/// Submits or posts a step. False when it is refused; the step and all after it are gone then.
+/// Submits or posts a step. False if it is refused; then the step and all after it are destroyed.
 template <typename T_Out, typename T_Callable, typename T_In>
 bool StartStep(const ST_OwnerLink& _stLink, const ST_StepPlace& _stPlace, T_Callable&& _funStep,
                T_In&& _clsIn, std::unique_ptr<CLS_StepSink<T_Out>>&& _pSink)
@@ -179,7 +182,7 @@ private:
     std::unique_ptr<CLS_StepSink<T_Out>> m_pNext;
 };
 
-/// Tells a callable of the host's of a failure; lets results pass.
+/// Calls the host's callable for a failure, and passes results on.
 template <typename T_Callable, typename T_Value>
 class CLS_FailureSink final : public CLS_StepSink<T_Value>
 {
@@ -204,6 +207,7 @@ public:
     }
 
 private:
+    /// The end of the steps, after the host's callable.
     static std::unique_ptr<CLS_StepSink<HostCall::ST_Nothing>> MakeEnd()
     {
         return std::make_unique<CLS_EndSink<HostCall::ST_Nothing>>();
@@ -216,7 +220,7 @@ private:
 
 /// Gathers the results of several steps. The last one passes them on, or the first failure among them.
 ///
-/// Threads: each place is filled by one; the last to arrive reads all.
+/// Threads: any. Each place is filled by one thread, and the last one reads all.
 template <typename T_Value>
 class CLS_StepJoin
 {
@@ -246,7 +250,7 @@ public:
         Arrive(_stLink);
     }
 
-    /// Passes on what has been gathered, or what stands in the way.
+    /// Passes on the results, or the failure of doing so.
     void Finish(const ST_OwnerLink& _stLink)
     {
         if (const std::exception_ptr pException = PoolCall::Catch([&] { PassOn(_stLink); }))
@@ -262,6 +266,7 @@ private:
         std::optional<ST_StepFailure> m_optFailure;
     };
 
+    /// Passes on the results, or the first failure.
     void PassOn(const ST_OwnerLink& _stLink)
     {
         Values clsValues;
@@ -280,6 +285,7 @@ private:
         m_pNext->Take(_stLink, std::move(clsValues));
     }
 
+    /// Counts a step that has ended.
     void Arrive(const ST_OwnerLink& _stLink)
     {
         if (m_uiMissing.fetch_sub(1, std::memory_order_acq_rel) == 1)
@@ -319,7 +325,7 @@ private:
     const std::size_t m_uiPlace;
 };
 
-/// A callable that is called with the way to its owner.
+/// A callable that is called with a reference to its owner.
 template <typename T_Callable>
 class CLS_LinkTask final : public CLS_QueuedTask
 {

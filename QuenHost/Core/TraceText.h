@@ -7,9 +7,10 @@
 #include <cstdint>
 #include <string>
 
-/// The texts of a trace file.
+/// Makes the texts of a trace file.
 namespace TraceText
 {
+/// Appends a number in decimal.
 inline void AppendNumber(std::string& _strOut, std::uint64_t _uiNumber)
 {
     std::array<char, 20> arrDigits; // as many as 64 bits have
@@ -25,7 +26,7 @@ inline void AppendTime(std::string& _strOut, std::chrono::nanoseconds _nsTime)
     _strOut.append(".").append(strDecimals, 1, 3);
 }
 
-/// The length of the UTF-8 sequence at that place, which is not ASCII; 0 when there is none.
+/// The length of the UTF-8 sequence at that place, which is not ASCII; 0 for none.
 inline std::size_t GetSequenceLength(const std::string& _strText, std::size_t _uiAt)
 {
     const auto funByte = [&](std::size_t _uiIndex)
@@ -49,7 +50,7 @@ inline std::size_t GetSequenceLength(const std::string& _strText, std::size_t _u
     return uiLength;
 }
 
-/// Appends a character of ASCII as it stands between the quotes of JSON.
+/// Appends an ASCII character, escaped for JSON.
 inline void AppendAscii(std::string& _strOut, char _chText)
 {
     static constexpr char DIGITS[] = "0123456789abcdef";
@@ -68,7 +69,7 @@ inline void AppendAscii(std::string& _strOut, char _chText)
     }
 }
 
-/// Appends the text in quotes. What is no UTF-8, as names of files may hold, is replaced.
+/// Appends the text in quotes. Bytes that are not UTF-8, as in names of files, are replaced.
 inline void AppendQuoted(std::string& _strOut, const std::string& _strText)
 {
     _strOut.append("\"");

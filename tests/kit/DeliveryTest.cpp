@@ -313,7 +313,8 @@ TEST_F(DeliveryTest, WhatTheHostDropsIsAFailureAndDestroyedThere)
 
 TEST_F(DeliveryTest, WhatTheHostDropsAfterARemovalIsNoFailure)
 {
-    CLS_TaskOwner clsOwner(GetPool(), "owner", [](const ST_TaskFailure&) { ADD_FAILURE() << "it is heard"; });
+    CLS_TaskOwner clsOwner(GetPool(), "owner",
+                           [](const ST_TaskFailure&) { ADD_FAILURE() << "a failure is reported"; });
     PostOne(clsOwner);
     clsOwner.RemoveTasks();
     m_clsLoop.TakeAll().clear();

@@ -15,7 +15,7 @@ namespace
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-/// Keeps what it hears.
+/// Keeps the failures that are reported.
 class CLS_Listener
 {
 public:

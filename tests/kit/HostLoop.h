@@ -22,7 +22,7 @@ public:
         return CLS_HostThread([this](std::function<void()> _funCall) { Add(std::move(_funCall)); });
     }
 
-    /// Runs what comes until _funCondition holds. False when it did not within the limit.
+    /// Runs what is posted until _funCondition holds. False if it does not within the limit.
     template <typename T_Condition>
     [[nodiscard]] bool RunUntil(T_Condition _funCondition)
     {
@@ -50,7 +50,7 @@ public:
         return std::exchange(m_lstCalls, {});
     }
 
-    /// Whether as many calls wait within the limit.
+    /// Waits until so many calls are queued. False if they are not within the limit.
     [[nodiscard]] bool WaitForCalls(std::size_t _uiCalls)
     {
         std::unique_lock<std::mutex> lock(m_mtxCalls);
@@ -70,7 +70,7 @@ private:
     std::deque<std::function<void()>> m_lstCalls;
 };
 
-/// Keeps the failures that an owner hears of. Thread-safe.
+/// Keeps the failures that are reported. Thread-safe.
 class CLS_Failures
 {
 public:

@@ -15,7 +15,7 @@ class CLS_Task;
 
 namespace
 {
-/// What a reference that the library exports refers to, by one of its names; null when it has none.
+/// The object of a reference that the library exports by one of these names; null for none.
 template <typename T_Object>
 T_Object* FindReference(const std::vector<const char*>& _vecNames)
 {
@@ -30,7 +30,7 @@ T_Object* FindReference(const std::vector<const char*>& _vecNames)
     return nullptr;
 }
 
-/// The records that the library keeps.
+/// The number of task records in the library.
 std::size_t CountRecords()
 {
     using Records = std::map<std::string, std::shared_ptr<CLS_Task>>;

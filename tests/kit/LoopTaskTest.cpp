@@ -18,7 +18,7 @@ static_assert(!std::is_copy_constructible_v<CLS_LoopTask> && !std::is_copy_assig
 static_assert(std::is_nothrow_move_constructible_v<CLS_LoopTask> &&
               std::is_nothrow_move_assignable_v<CLS_LoopTask>);
 
-/// A callable that counts its runs, and can be watched: a removed task lets go of it.
+/// A callable that counts its runs, and tells whether a task still has it.
 struct ST_Watched
 {
     std::shared_ptr<CLS_Counter> m_pRuns = std::make_shared<CLS_Counter>();

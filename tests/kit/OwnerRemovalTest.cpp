@@ -17,7 +17,7 @@ using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 using OwnerRemovalTest = CLS_PoolTest;
 
-/// A task that runs until it is let go, whether it is asked to stop or not.
+/// A task that ignores a request to stop, and runs until the gate opens.
 struct ST_Stubborn
 {
     CLS_Gate m_clsStarted;
@@ -239,7 +239,7 @@ TEST_F(OwnerRemovalTest, RemovingLaterDoesNotWaitAndLetsGoOfTheKeptObjectWithThe
         CLS_TaskOwner clsOwner(GetPool(), "owner");
         stStubborn.StartIn(clsOwner);
         clsOwner.RemoveTasksLater(std::move(pKept));
-        // Nor does the end of the owner wait.
+        // The owner's destructor does not wait either.
     }
     EXPECT_FALSE(stStubborn.m_bEnded);
     EXPECT_EQ(0, stKept.m_iEnds);

@@ -103,7 +103,7 @@ TEST(PoolLibraryTest, OpeningMakesThePoolsFirstCall)
 {
     const CLS_StandIn clsStandIn(STAND_IN);
     const CLS_PoolLibrary clsLibrary(STAND_IN);
-    EXPECT_EQ(std::vector<std::string>{"RemoveTmpTask of nobody, first use"}, CLS_StandIn::GetCalls());
+    EXPECT_EQ(std::vector<std::string>{"RemoveTmpTask without an owner, first use"}, CLS_StandIn::GetCalls());
 }
 
 TEST(PoolLibraryTest, AMissingFileIsNamedWithTheLoadersReason)
@@ -131,7 +131,7 @@ TEST(PoolLibraryTest, AMissingFunctionIsNamedAndTheLibraryClosed)
 TEST(PoolLibraryTest, APoolThatCannotBeStartedIsAnErrorAndTheLibraryClosed)
 {
     const std::string strPath = STAND_IN_UNSTARTABLE;
-    ExpectRefused(strPath, "the pool library " + strPath + " cannot start its pool: no thread to be had");
+    ExpectRefused(strPath, "the pool library " + strPath + " cannot start its pool: no thread available");
     EXPECT_FALSE(CLS_StandIn::IsLoaded(strPath));
 }
 

@@ -15,7 +15,7 @@ static_assert(!std::is_copy_constructible_v<CLS_PoolScope> && !std::is_copy_assi
 static_assert(std::is_nothrow_move_constructible_v<CLS_PoolScope> &&
               !std::is_move_assignable_v<CLS_PoolScope>);
 
-/// A stand-in that nobody but the scope keeps loaded.
+/// A stand-in that only the scope keeps loaded.
 CLS_PoolScope OpenNoted(const std::string& _strPath)
 {
     const CLS_StandIn clsStandIn(_strPath);

@@ -13,8 +13,8 @@ class CLS_PoolTest : public ::testing::Test
 protected:
     const CLS_PoolScope& GetPool() const { return m_clsPool; }
 
-    /// Returns when every worker that runs one-shot tasks is in a task of _clsOwner, which ends with the
-    /// gate's opening. Both outlive the tasks.
+    /// Occupies every worker for one-shot tasks with a task of _clsOwner until the gate opens. Both outlive
+    /// the tasks.
     static void KeepEveryWorkerBusy(CLS_TaskOwner& _clsOwner, CLS_Gate& _clsMayEnd)
     {
         const auto pStarted = std::make_shared<CLS_Counter>();

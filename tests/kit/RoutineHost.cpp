@@ -111,7 +111,7 @@ struct ST_Removal
     std::atomic<int> m_iResult{-1}; ///< of the removal; -1 until it has returned
 };
 
-/// Removes the tasks of its own owner, after it has asked on other threads which thread it is on.
+/// Removes the tasks of its own owner, after it has asked for its thread on another thread.
 CLS_Routine RemoveOwn(std::optional<CLS_HostThread> _optHost, CLS_TaskOwner* _pOther, CLS_TaskOwner* _pOwner,
                       ST_Removal* _pRemoval)
 {

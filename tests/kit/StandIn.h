@@ -29,7 +29,7 @@ public:
     /// when the task is not taken.
     using AddLoopTask = std::function<void(const std::function<void()>&, int, std::string&)>;
 
-    /// What the pool does from now on. With an empty one, which it starts with, it takes nothing.
+    /// Sets how the pool adds loop tasks. With an empty function, as at the beginning, it refuses them.
     void SetAddLoopTask(const AddLoopTask& _funAdd) const
     {
         const auto funSet =
@@ -50,7 +50,7 @@ public:
     CLS_StandIn(const CLS_StandIn&) = delete;
     CLS_StandIn& operator=(const CLS_StandIn&) = delete;
 
-    /// The calls of the stand-ins, oldest first. They live for ever: a library is unloaded late.
+    /// The calls of the stand-ins, oldest first. They are never destroyed: a library is unloaded late.
     static std::vector<std::string>& GetCalls()
     {
         static std::vector<std::string>& s_vecCalls = *new std::vector<std::string>;

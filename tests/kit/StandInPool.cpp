@@ -1,5 +1,5 @@
-// A library with the pool's names and nothing behind them, for tests of those that open it. It tells whoever
-// asks what is called, and when it is unloaded.
+// A library with the pool's names and nothing behind them, for tests of what opens it. It notes its calls,
+// and when it is unloaded.
 
 #include "QuenPlugins/ZelTaskPool/TaskPoolExports.h"
 
@@ -34,13 +34,13 @@ const CLS_UnloadNote g_clsUnloadNote;
 
 extern "C"
 {
-    /// Where to note calls from now on; null for nowhere.
+    /// Sets where calls are noted; null for nowhere.
     void NoteCalls(std::vector<std::string>* _pCalls)
     {
         g_pCalls = _pCalls;
     }
 
-    /// What the pool does with the tasks that it is given; by default, it takes none.
+    /// Sets how loop tasks are added. An empty function refuses them.
     void SetAddLoopTask(const std::function<void(const std::function<void()>&, int, std::string&)>& _funAdd)
     {
         g_funAddLoop = _funAdd;
@@ -56,9 +56,9 @@ extern "C"
     void RemoveTmpTask(void* _pObj, const std::string& _strCallInfo)
     {
 #ifdef ZEL_TEST_UNSTARTABLE
-        throw std::runtime_error("no thread to be had");
+        throw std::runtime_error("no thread available");
 #endif
-        Note(std::string("RemoveTmpTask ") + (_pObj == nullptr ? "of nobody, " : "") + _strCallInfo);
+        Note(std::string("RemoveTmpTask ") + (_pObj == nullptr ? "without an owner, " : "") + _strCallInfo);
     }
 
     void AddLoopTask(const std::function<void()>& _funTask, int _iInterval, std::string& _strTaskId,
@@ -85,7 +85,7 @@ extern "C"
     {
         Note("KillTaskAll");
 #ifdef ZEL_TEST_UNENDABLE
-        throw std::runtime_error("no thread to be had");
+        throw std::runtime_error("no thread available");
 #endif
     }
 

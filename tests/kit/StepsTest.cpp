@@ -112,7 +112,8 @@ TEST_F(StepsTest, WhenAllOfStepsWithoutResultsHasNone)
 
 TEST_F(StepsTest, AFailureGoesPastTheNextStepsToTheirFailureCallable)
 {
-    CLS_TaskOwner clsOwner(GetPool(), "owner", [](const ST_TaskFailure&) { ADD_FAILURE() << "heard twice"; });
+    CLS_TaskOwner clsOwner(GetPool(), "owner",
+                           [](const ST_TaskFailure&) { ADD_FAILURE() << "the failure is reported twice"; });
     CLS_Failures clsFailures;
     ASSERT_TRUE(FirstStep([]() -> int { throw std::out_of_range("far"); }, "throws")
                     .Then([](int) { ADD_FAILURE() << "it runs"; }, "never")

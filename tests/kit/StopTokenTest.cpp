@@ -22,7 +22,7 @@ TEST(StopTokenAloneTest, ADefaultTokenIsNeverAskedToStop)
     EXPECT_FALSE(bCalled);
 }
 
-TEST(StopTokenAloneTest, SleepsTheWholeTimeWhenNobodyAsks)
+TEST(StopTokenAloneTest, SleepsTheWholeTimeWithoutARequest)
 {
     const CLS_StopToken clsToken(std::make_shared<CLS_StopState>());
     const auto tpBegin = std::chrono::steady_clock::now();

@@ -186,7 +186,8 @@ TEST_F(SubmitForResultTest, AnEmptyCallableBreaksItsPromise)
 
 TEST_F(SubmitForResultTest, AThrowingTaskCountsAsFailedAndIsHeardThroughItsFutureAlone)
 {
-    CLS_TaskOwner clsOwner(GetPool(), "owner", [](const ST_TaskFailure&) { ADD_FAILURE() << "heard twice"; });
+    CLS_TaskOwner clsOwner(GetPool(), "owner",
+                           [](const ST_TaskFailure&) { ADD_FAILURE() << "the failure is reported twice"; });
     std::future<void> futResult = SubmitForResult(
         clsOwner, [] { throw CLS_HostError("mine"); }, "throwing");
     EXPECT_THROW(futResult.get(), CLS_HostError);

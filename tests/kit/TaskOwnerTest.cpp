@@ -108,7 +108,7 @@ TEST_F(TaskOwnerTest, TakesFunctionsAndNoEmptyOnes)
     EXPECT_FALSE(clsOwner.Submit(std::function<void(const CLS_StopToken&)>(), "empty object"));
 }
 
-/// Cannot be copied, for that throws.
+/// A callable that throws when it is copied.
 struct ST_ThrowingCopy
 {
     ST_ThrowingCopy() = default;
@@ -167,7 +167,7 @@ TEST_F(TaskOwnerTest, WhatACapturedObjectDoesAtItsEndMayUseTheOwner)
                                     [&](void*)
                                     {
                                         bEnded = true;
-                                        // The removal is at work: nothing is taken, and nothing hangs.
+                                        // During the removal, nothing is taken and nothing hangs.
                                         EXPECT_FALSE(clsOwner.Submit([] {}, "late"));
                                         EXPECT_TRUE(clsOwner.RemoveTasks());
                                     });
@@ -199,7 +199,7 @@ TEST_F(TaskOwnerTest, AnOwnerMayLiveInATaskOfAnother)
     EXPECT_TRUE(clsOuter.RemoveTasks());
 }
 
-/// A scope with a stand-in for the pool that is told what to do.
+/// A scope with a stand-in for the pool, whose answers the test sets.
 class CLS_StandInScope
 {
 public:
@@ -278,7 +278,7 @@ TEST(TaskOwnerRefusedTest, APoolThatThrowsHasTakenNothing)
 
 TEST(TaskOwnerRefusedTest, AHeartbeatThatNeverBeatsIsReplaced)
 {
-    // As when memory runs out after the pool has said yes.
+    // As if memory ran out after the pool had taken the task.
     int iHeartbeats = 0;
     CLS_StandInScope clsPool(
         [&](const std::function<void()>&, int _iInterval, std::string& _strTaskId)
@@ -331,7 +331,7 @@ TEST(TaskOwnerRefusedTest, ATaskHasATokenAlthoughARemovalMeetsTheFirstSubmission
 
 TEST(TaskOwnerRefusedTest, TheHeartbeatReplacesAWorkerThatNeverComes)
 {
-    // As when memory runs out after the pool has said yes.
+    // As if memory ran out after the pool had taken the task.
     std::vector<std::function<void()>> vecTasks;
     CLS_StandInScope clsPool(
         [&](const std::function<void()>& _funTask, int, std::string& _strTaskId)
@@ -352,7 +352,7 @@ TEST(TaskOwnerRefusedTest, TheHeartbeatReplacesAWorkerThatNeverComes)
         }));
     std::thread thWorker(vecTasks.back());
     EXPECT_TRUE(WaitUntil([&] { return iRuns == 1; }));
-    // The first one comes after all: it is as good as any other.
+    // The first one arrives late, and works like any other.
     std::thread thLate(vecTasks.at(1));
     ASSERT_TRUE(clsOwner->Submit([&] { ++iRuns; }, "next"));
     EXPECT_TRUE(WaitUntil([&] { return iRuns == 2; }));
