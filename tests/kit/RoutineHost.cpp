@@ -104,7 +104,7 @@ CLS_Routine Sleep(std::string _strInfo, CLS_Gate* _pStarted, std::atomic<bool>* 
     std::puts("it goes on after the removal");
 }
 
-struct ST_Removal
+struct ST_SelfRemoval
 {
     std::thread::id m_idFirst;
     std::thread::id m_idLast;
@@ -113,7 +113,7 @@ struct ST_Removal
 
 /// Removes the tasks of its own owner, after it has asked for its thread on another thread.
 CLS_Routine RemoveOwn(std::optional<CLS_HostThread> _optHost, CLS_TaskOwner* _pOther, CLS_TaskOwner* _pOwner,
-                      ST_Removal* _pRemoval)
+                      ST_SelfRemoval* _pRemoval)
 {
     _pRemoval->m_idFirst = ThreadInfo::GetSelf();
     _pOther->RemoveTasks();
@@ -179,13 +179,13 @@ int main(int, char** _ppTexts)
     Check("is destroyed at its next wait", stRunning.m_uiEnd.load() != 0U);
 
     CLS_TaskOwner clsOther(clsPool, "other");
-    ST_Removal stOnWorker;
+    ST_SelfRemoval stOnWorker;
     RemoveOwn(std::nullopt, &clsOther, &clsOwner, &stOnWorker).Start(clsOwner);
     const bool bRemoved = WaitUntil([&] { return stOnWorker.m_iResult >= 0; });
     Check("knows its thread on a worker", bRemoved && stOnWorker.m_idLast != stOnWorker.m_idFirst);
     Check("removes its own owner's tasks on a worker", stOnWorker.m_iResult == 1);
 
-    ST_Removal stOnHost;
+    ST_SelfRemoval stOnHost;
     RemoveOwn(clsHost, &clsOther, &clsOwner, &stOnHost).Start(clsOwner);
     clsCalls.TakeNext()();
     Check("knows its thread on the host's", stOnHost.m_idLast == stOnHost.m_idFirst);
