@@ -5,6 +5,7 @@
 #include "QuenHost/Core/StepTasks.h"
 
 #include <cstddef>
+#include <exception>
 #include <memory>
 #include <string>
 #include <type_traits>
@@ -30,7 +31,7 @@ auto WhenAll(std::vector<CLS_Steps<T_Result>> _vecSteps, std::string _strCallInf
 /// started.
 ///
 /// What a step throws goes past the steps after it to the nearest OnFailure, or else to the owner's failure
-/// handler.
+/// handler. So does std::bad_alloc when there is no memory to start the next step.
 ///
 /// Threads: one at a time, until it is submitted.
 ///
@@ -209,8 +210,14 @@ template <typename T_Result>
             {
                 for (std::size_t uiStep = 0; uiStep < vecSteps.size(); ++uiStep)
                 {
-                    vecSteps[uiStep].m_pStart->Start(_stTied,
-                                                     std::make_unique<CLS_JoinSink<Value>>(pJoin, uiStep));
+                    const auto funStart = [&] {
+                        vecSteps[uiStep].m_pStart->Start(
+                            _stTied, std::make_unique<CLS_JoinSink<Value>>(pJoin, uiStep));
+                    };
+                    if (const std::exception_ptr pException = PoolCall::Catch(funStart))
+                    {
+                        pJoin->SetNotStarted(_stTied, uiStep, pException);
+                    }
                 }
                 if (vecSteps.empty())
                 {

@@ -69,7 +69,9 @@ public:
 
     /// Takes over a task of a group. False, with the task destroyed, if nothing is taken now or there is no
     /// worker.
-    bool Submit(std::unique_ptr<CLS_QueuedTask> _pTask);
+    ///
+    /// Fails: std::bad_alloc passes; the caller still has the task then.
+    bool Submit(std::unique_ptr<CLS_QueuedTask>&& _pTask);
 
     /// CLS_TaskOwner::SubmitAfter.
     bool SubmitAfter(std::unique_ptr<CLS_QueuedTask> _pTask, std::chrono::milliseconds _msDelay);
@@ -96,7 +98,9 @@ public:
     /// Has the host's thread run a task, unless the owner's tasks are removed before. Calls the host's code.
     ///
     /// False if it is not taken, or could not be posted, which is a failure of the task.
-    bool Post(std::unique_ptr<CLS_QueuedTask> _pTask, const F_HostPost& _funPost);
+    ///
+    /// Fails: as Submit.
+    bool Post(std::unique_ptr<CLS_QueuedTask>&& _pTask, const F_HostPost& _funPost);
     void RunDelivery(CLS_Ticket& _clsTicket);
     void DropDelivery(CLS_Ticket& _clsTicket, const std::exception_ptr& _pException) noexcept;
 

@@ -15,7 +15,7 @@ inline void CLS_Ticket::Deliver()
     m_pHub->RunDelivery(*this);
 }
 
-inline bool CLS_PoolHub::Post(std::unique_ptr<CLS_QueuedTask> _pTask, const F_HostPost& _funPost)
+inline bool CLS_PoolHub::Post(std::unique_ptr<CLS_QueuedTask>&& _pTask, const F_HostPost& _funPost)
 {
     const auto pTicket = std::make_shared<CLS_Ticket>(shared_from_this());
     std::function<void()> funDeliver = [pTicket] { pTicket->Deliver(); };

@@ -18,7 +18,7 @@ inline std::shared_ptr<CLS_StopState> CLS_PoolHub::GetStop(CLS_TaskGroup& _clsGr
     return _clsGroup.m_pStop;
 }
 
-inline bool CLS_PoolHub::Submit(std::unique_ptr<CLS_QueuedTask> _pTask)
+inline bool CLS_PoolHub::Submit(std::unique_ptr<CLS_QueuedTask>&& _pTask)
 {
     CLS_TaskGroup& clsGroup = *_pTask->m_pGroup; // the owner keeps it
     const std::uint64_t uiNumber = _pTask->m_uiNumber = ++m_uiNumbers;

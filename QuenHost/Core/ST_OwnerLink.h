@@ -22,8 +22,8 @@ struct ST_OwnerLink
     /// The same, tied.
     ST_OwnerLink Tie() const { return {m_pHub, m_pGroup, m_pHub ? m_pHub->GetStop(*m_pGroup) : nullptr}; }
 
-    /// Submits a task. False if it is refused.
-    bool Submit(std::unique_ptr<CLS_QueuedTask> _pTask, const std::string& _strCallInfo) const
+    /// Submits a task. False if it is refused. Fails as the hub's operation, and so does Post.
+    bool Submit(std::unique_ptr<CLS_QueuedTask>&& _pTask, const std::string& _strCallInfo) const
     {
         Prepare(*_pTask, _strCallInfo);
         return m_pHub && m_pHub->Submit(std::move(_pTask));
@@ -38,7 +38,7 @@ struct ST_OwnerLink
     }
 
     /// Posts a task to the host's thread. Only for a tied link. False if it is refused or cannot be posted.
-    bool Post(const F_HostPost& _funPost, std::unique_ptr<CLS_QueuedTask> _pTask,
+    bool Post(const F_HostPost& _funPost, std::unique_ptr<CLS_QueuedTask>&& _pTask,
               const std::string& _strCallInfo) const
     {
         Prepare(*_pTask, _strCallInfo);

@@ -28,11 +28,20 @@ using StepValue = std::conditional_t<std::is_void_v<T_Result>, HostCall::ST_Noth
 /// What a step that threw passes on to those after it.
 struct ST_StepFailure
 {
-    std::string m_strCallInfo;
+    std::string m_strCallInfo; ///< empty when there was no memory for it
     std::exception_ptr m_pException;
+
+    static ST_StepFailure Make(const std::string& _strCallInfo,
+                               const std::exception_ptr& _pException) noexcept
+    {
+        ST_StepFailure stFailure{{}, _pException};
+        PoolCall::Catch([&] { stFailure.m_strCallInfo = _strCallInfo; });
+        return stFailure;
+    }
 };
 
-/// Where the result of a step goes. One of the two is called once, or none if the steps are cancelled.
+/// Where the result of a step goes. One of the two is called once, or none if the steps are cancelled. When
+/// Take throws, nothing was passed on, and Fail is called after it.
 ///
 /// Threads: that of the step's run. _stLink refers to its owner.
 template <typename T_Value>
@@ -48,7 +57,7 @@ public:
     virtual void Take(const ST_OwnerLink& _stLink, T_Value&& _clsValue) = 0;
 
     /// Takes the failure, in place of a result.
-    virtual void Fail(const ST_OwnerLink& _stLink, const ST_StepFailure& _stFailure) = 0;
+    virtual void Fail(const ST_OwnerLink& _stLink, const ST_StepFailure& _stFailure) noexcept = 0;
 };
 
 /// The end of the steps: a result is dropped, a failure is reported.
@@ -58,7 +67,7 @@ class CLS_EndSink final : public CLS_StepSink<T_Value>
 public:
     void Take(const ST_OwnerLink& /*_stLink*/, T_Value&& /*_clsValue*/) override {}
 
-    void Fail(const ST_OwnerLink& _stLink, const ST_StepFailure& _stFailure) override
+    void Fail(const ST_OwnerLink& _stLink, const ST_StepFailure& _stFailure) noexcept override
     {
         _stLink.m_pHub->Report(*_stLink.m_pGroup, n_FailureKind::Threw, _stFailure.m_strCallInfo,
                                _stFailure.m_pException);
@@ -94,7 +103,7 @@ public:
         m_optCall.reset();
         if (pException)
         {
-            m_pSink->Fail(stLink, {m_strCallInfo, pException});
+            m_pSink->Fail(stLink, ST_StepFailure::Make(m_strCallInfo, pException));
         }
         return !pException;
     }
@@ -104,6 +113,9 @@ public:
         m_optCall.reset();
         m_pSink.reset();
     }
+
+    /// Gives the sink back, of a task that could not be started.
+    std::unique_ptr<CLS_StepSink<T_Out>> TakeSink() noexcept { return std::move(m_pSink); }
 
 private:
     struct ST_Call
@@ -144,6 +156,8 @@ struct ST_StepPlace
 };
 
 /// Submits or posts a step. False if it is refused; then the step and all after it are destroyed.
+///
+/// Fails: passes on what moving the arguments throws, and std::bad_alloc. The caller still has the sink then.
 template <typename T_Out, typename T_Callable, typename T_In>
 bool StartStep(const ST_OwnerLink& _stLink, const ST_StepPlace& _stPlace, T_Callable&& _funStep,
                T_In&& _clsIn, std::unique_ptr<CLS_StepSink<T_Out>>&& _pSink)
@@ -151,9 +165,21 @@ bool StartStep(const ST_OwnerLink& _stLink, const ST_StepPlace& _stPlace, T_Call
     using Task = CLS_StepTask<std::decay_t<T_Callable>, std::decay_t<T_In>, T_Out>;
     auto pTask = std::make_unique<Task>(_stLink.m_pHub, std::forward<T_Callable>(_funStep),
                                         std::forward<T_In>(_clsIn), std::move(_pSink));
-    return _stPlace.m_optHost
-               ? _stLink.Post(_stPlace.m_optHost->GetPost(), std::move(pTask), _stPlace.m_strCallInfo)
-               : _stLink.Submit(std::move(pTask), _stPlace.m_strCallInfo);
+    Task& clsTask = *pTask;
+    std::unique_ptr<CLS_QueuedTask> pQueued = std::move(pTask);
+    bool bTaken = false;
+    const auto funStart = [&]
+    {
+        bTaken = _stPlace.m_optHost
+                     ? _stLink.Post(_stPlace.m_optHost->GetPost(), std::move(pQueued), _stPlace.m_strCallInfo)
+                     : _stLink.Submit(std::move(pQueued), _stPlace.m_strCallInfo);
+    };
+    if (const std::exception_ptr pException = PoolCall::Catch(funStart))
+    {
+        _pSink = clsTask.TakeSink();
+        std::rethrow_exception(pException);
+    }
+    return bTaken;
 }
 
 /// Starts the next step.
@@ -171,7 +197,7 @@ public:
         StartStep<T_Out>(_stLink, m_stPlace, std::move(m_funStep), std::move(_clsIn), std::move(m_pNext));
     }
 
-    void Fail(const ST_OwnerLink& _stLink, const ST_StepFailure& _stFailure) override
+    void Fail(const ST_OwnerLink& _stLink, const ST_StepFailure& _stFailure) noexcept override
     {
         m_pNext->Fail(_stLink, _stFailure);
     }
@@ -198,7 +224,17 @@ public:
         m_pNext->Take(_stLink, std::move(_clsValue));
     }
 
-    void Fail(const ST_OwnerLink& _stLink, const ST_StepFailure& _stFailure) override
+    void Fail(const ST_OwnerLink& _stLink, const ST_StepFailure& _stFailure) noexcept override
+    {
+        if (PoolCall::Catch([&] { StartHandler(_stLink, _stFailure); }))
+        {
+            m_pNext->Fail(_stLink, _stFailure); // without memory, it goes on to the next
+        }
+    }
+
+private:
+    /// Has the host's callable called.
+    void StartHandler(const ST_OwnerLink& _stLink, const ST_StepFailure& _stFailure)
     {
         ST_TaskFailure stFailure{n_FailureKind::Threw, _stLink.m_pGroup->m_strName, _stFailure.m_strCallInfo,
                                  _stFailure.m_pException};
@@ -206,7 +242,6 @@ public:
                                         MakeEnd());
     }
 
-private:
     /// The end of the steps, after the host's callable.
     static std::unique_ptr<CLS_StepSink<HostCall::ST_Nothing>> MakeEnd()
     {
@@ -244,18 +279,27 @@ public:
         Arrive(_stLink);
     }
 
-    void SetFailure(const ST_OwnerLink& _stLink, std::size_t _uiPlace, const ST_StepFailure& _stFailure)
+    void SetFailure(const ST_OwnerLink& _stLink, std::size_t _uiPlace,
+                    const ST_StepFailure& _stFailure) noexcept
     {
-        m_vecPlaces[_uiPlace].m_optFailure.emplace(_stFailure);
+        m_vecPlaces[_uiPlace].m_optFailure.emplace(
+            ST_StepFailure::Make(_stFailure.m_strCallInfo, _stFailure.m_pException));
         Arrive(_stLink);
     }
 
+    /// The failure of a step that could not be started.
+    void SetNotStarted(const ST_OwnerLink& _stLink, std::size_t _uiPlace,
+                       const std::exception_ptr& _pException) noexcept
+    {
+        SetFailure(_stLink, _uiPlace, ST_StepFailure::Make(m_strCallInfo, _pException));
+    }
+
     /// Passes on the results, or the failure of doing so.
-    void Finish(const ST_OwnerLink& _stLink)
+    void Finish(const ST_OwnerLink& _stLink) noexcept
     {
         if (const std::exception_ptr pException = PoolCall::Catch([&] { PassOn(_stLink); }))
         {
-            m_pNext->Fail(_stLink, {m_strCallInfo, pException});
+            m_pNext->Fail(_stLink, ST_StepFailure::Make(m_strCallInfo, pException));
         }
     }
 
@@ -286,7 +330,7 @@ private:
     }
 
     /// Counts a step that has ended.
-    void Arrive(const ST_OwnerLink& _stLink)
+    void Arrive(const ST_OwnerLink& _stLink) noexcept
     {
         if (m_uiMissing.fetch_sub(1, std::memory_order_acq_rel) == 1)
         {
@@ -315,7 +359,7 @@ public:
         m_pJoin->SetValue(_stLink, m_uiPlace, std::move(_clsValue));
     }
 
-    void Fail(const ST_OwnerLink& _stLink, const ST_StepFailure& _stFailure) override
+    void Fail(const ST_OwnerLink& _stLink, const ST_StepFailure& _stFailure) noexcept override
     {
         m_pJoin->SetFailure(_stLink, m_uiPlace, _stFailure);
     }

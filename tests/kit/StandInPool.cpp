@@ -3,15 +3,18 @@
 
 #include "QuenPlugins/ZelTaskPool/TaskPoolExports.h"
 
+#include <mutex>
 #include <stdexcept>
 #include <vector>
 
 namespace
 {
+std::mutex g_mtxCalls; ///< guards what g_pCalls points to
 std::vector<std::string>* g_pCalls = nullptr;
 
 void Note(const std::string& _strCall)
 {
+    const std::lock_guard<std::mutex> lock(g_mtxCalls);
     if (g_pCalls != nullptr)
     {
         g_pCalls->push_back(_strCall);

@@ -1,6 +1,8 @@
 #include "QuenHost/CLS_Steps.h"
+#include "tests/kit/FewWorkers.h"
 #include "tests/kit/HostLoop.h"
 #include "tests/kit/PoolTest.h"
+#include "tests/support/FailingMemory.h"
 
 #include <functional>
 #include <memory>
@@ -259,5 +261,112 @@ TEST_F(StepsTest, AnOwnerThatTakesNothingDestroysTheSteps)
     ASSERT_TRUE(clsStarted.Wait());
     EXPECT_TRUE(clsOwner.RemoveTasks());
     EXPECT_EQ(1, stEnd.m_iEnds);
+}
+
+/// Steps whose first one lets an allocation of its worker fail after it. There is one worker, which also does
+/// what is posted to the host, so all comes in order.
+class StepsMemoryTest : public ::testing::Test
+{
+protected:
+    /// What is heard of the steps.
+    struct ST_Heard
+    {
+        int m_iResults = 0;
+        int m_iOnFailures = 0;
+        int m_iReports = 0;
+        bool m_bFailed = false; ///< memory did
+
+        int GetCount() const { return m_iResults + m_iOnFailures + m_iReports; }
+    };
+
+    static constexpr char LONG_INFO[] = "a call information that is too long to be stored without memory";
+
+    /// The first step, with the result 7.
+    static CLS_Steps<int> MakeFirst(int _iAllocation)
+    {
+        const auto funFirst = [_iAllocation]
+        {
+            FailingMemory::FailAt(_iAllocation);
+            return 7;
+        };
+        return FirstStep(funFirst, LONG_INFO);
+    }
+
+    /// The callable of a step that counts.
+    auto MakeCount(int ST_Heard::*_pCount)
+    {
+        return [this, _pCount](auto&&...)
+        {
+            m_stHeard.m_bFailed |= FailingMemory::Stop();
+            ++(m_stHeard.*_pCount);
+        };
+    }
+
+    CLS_HostThread GetHost() const
+    {
+        return CLS_HostThread([](const std::function<void()>& _funCall) { _funCall(); });
+    }
+
+    /// Submits what _funMake makes for each allocation that may fail, until none did, and tests the outcome.
+    template <typename T_Make>
+    void FailEachAllocation(T_Make _funMake)
+    {
+        CLS_FewWorkers clsPool(1);
+        CLS_TaskOwner clsOwner(clsPool.GetPool(), "owner", MakeCount(&ST_Heard::m_iReports));
+        int iAllocation = 0;
+        do
+        {
+            m_stHeard = {};
+            ASSERT_TRUE(_funMake(++iAllocation)
+                            .OnFailure(GetHost(), MakeCount(&ST_Heard::m_iOnFailures), LONG_INFO)
+                            .Submit(clsOwner));
+            WaitForWorker(clsOwner);
+            EXPECT_EQ(1, m_stHeard.GetCount()) << "allocation " << iAllocation;
+            EXPECT_EQ(0, m_stHeard.m_iReports) << "allocation " << iAllocation;
+        } while (m_stHeard.m_bFailed);
+        EXPECT_EQ(1, m_stHeard.m_iResults);
+        EXPECT_GT(iAllocation, 3) << "starting a step allocates more often";
+    }
+
+private:
+    /// Waits until the only worker has done what is there, which may submit more.
+    static void WaitForWorker(CLS_TaskOwner& _clsOwner)
+    {
+        for (int i = 0; i < 10; ++i)
+        {
+            CLS_Gate clsDone;
+            ASSERT_TRUE(_clsOwner.Submit([&] { clsDone.Open(); }, "done"));
+            ASSERT_TRUE(clsDone.Wait());
+        }
+    }
+
+    ST_Heard m_stHeard; ///< written by the worker, and read when it has nothing to do
+};
+
+TEST_F(StepsMemoryTest, AStepThatCannotBeStartedIsAFailureOfTheSteps)
+{
+    FailEachAllocation([this](int _iAllocation)
+                       { return MakeFirst(_iAllocation).Then(MakeCount(&ST_Heard::m_iResults), LONG_INFO); });
+}
+
+TEST_F(StepsMemoryTest, ADeliveryThatCannotBeStartedIsAFailureOfTheSteps)
+{
+    FailEachAllocation(
+        [this](int _iAllocation)
+        { return MakeFirst(_iAllocation).Deliver(GetHost(), MakeCount(&ST_Heard::m_iResults), LONG_INFO); });
+}
+
+TEST_F(StepsMemoryTest, AllAreOverWhenTheNextStepOfOneCannotBeStarted)
+{
+    FailEachAllocation(
+        [this](int _iAllocation)
+        {
+            std::vector<CLS_Steps<int>> vecSteps;
+            vecSteps.push_back(FirstStep([] { return 1; }, LONG_INFO));
+            vecSteps.push_back(
+                MakeFirst(_iAllocation).Then([](int _iNumber) { return _iNumber; }, LONG_INFO));
+            vecSteps.push_back(FirstStep([] { return 3; }, LONG_INFO));
+            return WhenAll(std::move(vecSteps), LONG_INFO).Then(MakeCount(&ST_Heard::m_iResults), LONG_INFO);
+        });
 }
 } // namespace
