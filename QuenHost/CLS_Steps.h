@@ -187,7 +187,8 @@ template <typename T_Callable>
 
 /// Does all of these, each as soon as its owner and a worker let it, and passes their results on when the
 /// last one has ended: as a std::vector in the order of _vecSteps, or as nothing when they have none. When
-/// some throw, the failure of the first of these, in that order, is passed on.
+/// some throw, the failure of the first of these, in that order, is passed on. So is a failure for which one
+/// of them has an OnFailure of its own, which is called first.
 template <typename T_Result>
 [[nodiscard]] auto WhenAll(std::vector<CLS_Steps<T_Result>> _vecSteps, std::string _strCallInfo)
 {

@@ -58,6 +58,9 @@ public:
 
     /// Takes the failure, in place of a result.
     virtual void Fail(const ST_OwnerLink& _stLink, const ST_StepFailure& _stFailure) noexcept = 0;
+
+    /// Takes note, in place of a result, of a failure that an OnFailure before has taken.
+    virtual void Skip(const ST_OwnerLink& _stLink, const ST_StepFailure& _stFailure) noexcept = 0;
 };
 
 /// The end of the steps: a result is dropped, a failure is reported.
@@ -72,6 +75,8 @@ public:
         _stLink.m_pHub->Report(*_stLink.m_pGroup, n_FailureKind::Threw, _stFailure.m_strCallInfo,
                                _stFailure.m_pException);
     }
+
+    void Skip(const ST_OwnerLink& /*_stLink*/, const ST_StepFailure& /*_stFailure*/) noexcept override {}
 };
 
 /// One step on its way to its run, on a worker or on the host's thread.
@@ -202,6 +207,11 @@ public:
         m_pNext->Fail(_stLink, _stFailure);
     }
 
+    void Skip(const ST_OwnerLink& _stLink, const ST_StepFailure& _stFailure) noexcept override
+    {
+        m_pNext->Skip(_stLink, _stFailure);
+    }
+
 private:
     const ST_StepPlace m_stPlace;
     T_Callable m_funStep;
@@ -230,6 +240,15 @@ public:
         {
             m_pNext->Fail(_stLink, _stFailure); // without memory, it goes on to the next
         }
+        else
+        {
+            m_pNext->Skip(_stLink, _stFailure);
+        }
+    }
+
+    void Skip(const ST_OwnerLink& _stLink, const ST_StepFailure& _stFailure) noexcept override
+    {
+        m_pNext->Skip(_stLink, _stFailure);
     }
 
 private:
@@ -360,6 +379,11 @@ public:
     }
 
     void Fail(const ST_OwnerLink& _stLink, const ST_StepFailure& _stFailure) noexcept override
+    {
+        m_pJoin->SetFailure(_stLink, m_uiPlace, _stFailure);
+    }
+
+    void Skip(const ST_OwnerLink& _stLink, const ST_StepFailure& _stFailure) noexcept override
     {
         m_pJoin->SetFailure(_stLink, m_uiPlace, _stFailure);
     }

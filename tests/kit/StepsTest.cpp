@@ -183,6 +183,29 @@ TEST_F(StepsTest, WhenSomeOfAllThrowTheFirstInOrderIsHeardWhenAllAreOver)
     EXPECT_EQ("two", clsFailures.WaitForOne().m_strCallInfo);
 }
 
+TEST_F(StepsTest, AllAreOverWhenOneHasItsOwnFailureCallable)
+{
+    CLS_TaskOwner clsOwner(GetPool(), "owner",
+                           [](const ST_TaskFailure&) { ADD_FAILURE() << "the failure is reported, too"; });
+    std::vector<std::string> vecHeard;
+    const auto funHear = [&](const std::string& _strWhere)
+    {
+        return [&vecHeard, _strWhere](const ST_TaskFailure& _stFailure)
+        { vecHeard.push_back(_strWhere + ": " + _stFailure.m_strCallInfo); };
+    };
+    std::vector<CLS_Steps<int>> vecSteps = MakeNumbers(2);
+    vecSteps.push_back(FirstStep([]() -> int { throw std::runtime_error("mine"); }, "throws")
+                           .OnFailure(m_clsLoop.GetThread(), funHear("inner"), "inner")
+                           .Then([](int _iNumber) { return _iNumber; }, "never")
+                           .OnFailure(m_clsLoop.GetThread(), funHear("second"), "second"));
+    ASSERT_TRUE(WhenAll(std::move(vecSteps), "all")
+                    .Then([](const std::vector<int>&) { ADD_FAILURE() << "it runs"; }, "never")
+                    .OnFailure(m_clsLoop.GetThread(), funHear("outer"), "outer")
+                    .Submit(clsOwner));
+    EXPECT_TRUE(m_clsLoop.RunUntil([&] { return vecHeard.size() >= 2; }));
+    EXPECT_EQ((std::vector<std::string>{"inner: throws", "outer: throws"}), vecHeard);
+}
+
 TEST_F(StepsTest, ARemovalCancelsTheStepsThatHaveNotStartedAndDestroysThem)
 {
     CLS_Gate clsStarted;
