@@ -191,6 +191,10 @@ inline void CLS_PoolHub::RunFirst(Lock& _lock, ST_PoolRecord& _stRecord, const S
     ++clsGroup.m_stCounters.m_uiRun;
     _stRecord.m_bBusy = false;
     ++m_iInside;
+    if (stRun.m_pLeftover)
+    {
+        BringCarrier(_lock); // the host may take long to destroy it
+    }
     _lock.unlock();
     stRun.m_pLeftover.reset();
     pTask.reset();

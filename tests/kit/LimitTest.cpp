@@ -1,6 +1,7 @@
 // How many tasks of an owner run at once.
 
 #include "QuenHost/CLS_TaskOwner.h"
+#include "tests/kit/FewWorkers.h"
 #include "tests/kit/PoolTest.h"
 
 #include <algorithm>
@@ -156,5 +157,47 @@ TEST_F(LimitTest, OtherOwnersAreNotHeldUp)
     ASSERT_TRUE(clsOther.Submit([&] { clsRan.Open(); }, "fast"));
     EXPECT_TRUE(clsRan.Wait());
     clsMayEnd.Open();
+}
+
+TEST(LimitWorkersTest, TheNextStartsWhileTheHostReleasesWhatARemovalKept)
+{
+    CLS_Gate clsOldStarted;
+    CLS_Gate clsOldMayEnd;
+    CLS_Gate clsOtherStarted;
+    CLS_Gate clsOtherMayEnd;
+    CLS_Gate clsNewRan;
+    CLS_Gate clsReleased;
+    CLS_FewWorkers clsPool(1); // its end waits for the run that the removal leaves
+    CLS_TaskOwner clsOther(clsPool.GetPool(), "other");
+    CLS_TaskOwner clsOwner(clsPool.GetPool(), "owner", ST_OwnerOptions{1});
+    ASSERT_TRUE(clsOwner.Submit(
+        [&]
+        {
+            clsOldStarted.Open();
+            EXPECT_TRUE(clsOldMayEnd.Wait());
+        },
+        "old"));
+    ASSERT_TRUE(clsOldStarted.Wait());
+    const auto funRelease = [&](void*)
+    {
+        EXPECT_TRUE(clsNewRan.Wait());
+        clsReleased.Open();
+    };
+    clsOwner.RemoveTasksLater(std::shared_ptr<void>(nullptr, funRelease));
+    // This worker destroys what the removal left, and then has no time for the new task.
+    clsPool.AllowOne();
+    ASSERT_TRUE(clsOther.Submit(
+        [&]
+        {
+            clsOtherStarted.Open();
+            EXPECT_TRUE(clsOtherMayEnd.Wait());
+        },
+        "other"));
+    ASSERT_TRUE(clsOtherStarted.Wait());
+    ASSERT_TRUE(clsOwner.Submit([&] { clsNewRan.Open(); }, "new"));
+    clsPool.AllowOne();
+    clsOldMayEnd.Open();
+    EXPECT_TRUE(clsReleased.Wait(2 * WAIT_LIMIT));
+    clsOtherMayEnd.Open();
 }
 } // namespace
