@@ -23,7 +23,8 @@ class CLS_Debounce
 {
 public:
     /// Runs nothing until Trigger. The callable is called without an argument or with a stop token. A removal
-    /// of _clsOwner's tasks cancels it. Its failures go to _clsOwner.
+    /// of _clsOwner's tasks cancels it. Its failures go to _clsOwner. A negative quiet time counts as 0, and
+    /// the longest is a hundred years.
     ///
     /// Fails: what copying the callable throws, and std::bad_alloc.
     template <typename T_Callable>

@@ -23,7 +23,8 @@ class CLS_DebounceCore : public std::enable_shared_from_this<CLS_DebounceCore>
 public:
     CLS_DebounceCore(ST_OwnerLink _stLink, std::chrono::milliseconds _msQuiet, std::string _strCallInfo,
                      std::unique_ptr<CLS_QueuedTask> _pTask)
-        : m_stLink(std::move(_stLink)), m_msQuiet(std::min(_msQuiet, LONGEST_QUIET)),
+        : m_stLink(std::move(_stLink)),
+          m_msQuiet(std::clamp(_msQuiet, std::chrono::milliseconds(0), LONGEST_QUIET)),
           m_strCallInfo(std::move(_strCallInfo)), m_pTask(std::move(_pTask))
     {
     }

@@ -305,4 +305,19 @@ TEST_F(DebounceTest, WithoutACallableNothingIsTriggered)
     CLS_TaskOwner clsOwner(GetPool(), "owner");
     EXPECT_FALSE(CLS_Debounce(clsOwner, milliseconds(1), std::function<void()>(), "empty").Trigger());
 }
+
+TEST_F(DebounceTest, ANegativeQuietTimeIsNone)
+{
+    CLS_TaskOwner clsOwner(GetPool(), "owner");
+    // In nanoseconds, neither fits into 64 bits, and the second looks like 146 years.
+    for (const milliseconds msQuiet : {milliseconds::min(), milliseconds(-13835058055282)})
+    {
+        CLS_Gate clsRan;
+        CLS_Debounce clsDebounce(
+            clsOwner, msQuiet, [&] { clsRan.Open(); }, "debounce");
+        ASSERT_TRUE(clsDebounce.Trigger());
+        EXPECT_TRUE(clsRan.Wait());
+        EXPECT_TRUE(clsOwner.RemoveTasks());
+    }
+}
 } // namespace
