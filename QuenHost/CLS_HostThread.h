@@ -8,9 +8,12 @@
 /// A thread of the host's on which it wants results, such as that of its windows.
 ///
 /// Made once from the host's way to run something there, for example:
-/// - Qt: QMetaObject::invokeMethod(pObject, std::move(funCall), Qt::QueuedConnection)
+/// - Qt: QMetaObject::invokeMethod(qApp, std::move(funCall), Qt::QueuedConnection)
 /// - GCD: dispatch_async_f with a callable on the heap
 /// - a queue of the host's own, which its thread empties.
+///
+/// What it uses must outlive the scope. So do not post to a window: a task may post just after the window is
+/// destroyed.
 ///
 /// Threads: any. Copies are the same thread.
 class CLS_HostThread
