@@ -31,13 +31,16 @@ public:
     /// - _strName names the owner in failures and snapshots.
     /// - _funOnFailure is called when one of its tasks fails. Without it, failures go to the scope. It is
     ///   destroyed with the owner, or later by the last run that outlasts the owner.
-    CLS_TaskOwner(const CLS_PoolScope& _clsPool, std::string _strName, F_FailureHandler _funOnFailure = {})
-        : CLS_TaskOwner(_clsPool, std::move(_strName), ST_OwnerOptions{0, std::move(_funOnFailure)})
+    template <typename T_OnFailure,
+              std::enable_if_t<std::is_convertible_v<T_OnFailure, F_FailureHandler>, int> = 0>
+    CLS_TaskOwner(const CLS_PoolScope& _clsPool, std::string _strName, T_OnFailure&& _funOnFailure)
+        : CLS_TaskOwner(_clsPool, std::move(_strName),
+                        ST_OwnerOptions{0, std::forward<T_OnFailure>(_funOnFailure)})
     {
     }
 
-    /// The same with options.
-    CLS_TaskOwner(const CLS_PoolScope& _clsPool, std::string _strName, ST_OwnerOptions _stOptions)
+    /// The same with options, or with neither.
+    CLS_TaskOwner(const CLS_PoolScope& _clsPool, std::string _strName, ST_OwnerOptions _stOptions = {})
         : m_pHub(CLS_PoolScope::FindHub(_clsPool, _strName)),
           m_pGroup(std::make_shared<CLS_TaskGroup>(std::move(_strName), std::move(_stOptions.m_funOnFailure),
                                                    _stOptions.m_uiMaxRunning))

@@ -362,4 +362,12 @@ TEST(TaskOwnerRefusedTest, TheHeartbeatReplacesAWorkerThatNeverComes)
     thLate.join();
     vecTasks.clear();
 }
+
+TEST_F(TaskOwnerTest, EmptyBracesAreEmptyOptions)
+{
+    CLS_Gate clsRan;
+    CLS_TaskOwner clsOwner(GetPool(), "owner", {});
+    EXPECT_TRUE(clsOwner.Submit([&] { clsRan.Open(); }, "task"));
+    EXPECT_TRUE(clsRan.Wait());
+}
 } // namespace
