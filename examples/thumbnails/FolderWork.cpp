@@ -1,11 +1,16 @@
 #include "examples/thumbnails/FolderWork.h"
 
 #include "QuenHost/CLS_Delivery.h"
+#include "QuenHost/CLS_Steps.h"
+#include "QuenHost/PoolCall.h"
 #include "QuenHost/SubmitAndDeliver.h"
 #include "examples/thumbnails/Thumbnail.h"
 
 #include <QDir>
 #include <QThread>
+#include <algorithm>
+#include <exception>
+#include <string>
 #include <utility>
 
 namespace
@@ -20,7 +25,7 @@ CLS_FolderWork::CLS_FolderWork(const CLS_PoolScope& _clsPool, CLS_HostThread _cl
       m_clsModel(_clsModel), m_stEvents(std::move(_stEvents)),
       m_pProgress(std::make_shared<CLS_FolderProgress>()),
       m_clsTasks(_clsPool, m_strFolder.toStdString(),
-                 ST_OwnerOptions{static_cast<unsigned>(QThread::idealThreadCount()), {}}),
+                 ST_OwnerOptions{static_cast<unsigned>(std::max(1, QThread::idealThreadCount())), {}}),
       m_clsProgressTask(StartProgress(_clsPool))
 {
 }
@@ -59,13 +64,28 @@ void CLS_FolderWork::RequestThumbnail(int _iRow, const QString& _strName)
     const auto funMake = [strPath = QDir(m_strFolder).filePath(_strName), iPixels = m_clsModel.GetPixels(),
                           pProgress = m_pProgress](const CLS_StopToken& _clsToken)
     {
-        ST_Thumbnail stThumbnail = MakeThumbnail(strPath, iPixels, _clsToken);
-        pProgress->AddMade(stThumbnail.m_imgPicture.isNull());
+        ST_Thumbnail stThumbnail;
+        const auto funTry = [&] { stThumbnail = MakeThumbnail(strPath, iPixels, _clsToken); };
+        const std::exception_ptr pException = PoolCall::Catch(funTry);
+        pProgress->AddMade(stThumbnail.m_imgPicture.isNull()); // whatever happens, so that progress completes
+        if (pException)
+        {
+            std::rethrow_exception(pException);
+        }
         return stThumbnail;
     };
     const auto funShow = [this, _iRow](const ST_Thumbnail& _stThumbnail)
     { m_clsModel.SetThumbnail(_iRow, _stThumbnail); };
-    if (!SubmitAndDeliver(m_clsTasks, m_clsWindowThread, funMake, funShow, _strName.toStdString()))
+    const auto funShowError = [this, _iRow](const ST_TaskFailure& _stFailure)
+    {
+        const std::string strError = PoolCall::Describe(_stFailure.m_pException);
+        m_clsModel.SetThumbnail(_iRow, {{}, QString::fromStdString(strError)});
+    };
+    const std::string strName = _strName.toStdString();
+    if (!FirstStep(funMake, strName)
+             .Deliver(m_clsWindowThread, funShow, strName)
+             .OnFailure(m_clsWindowThread, funShowError, strName)
+             .Submit(m_clsTasks))
     {
         m_clsModel.SetThumbnail(_iRow, {{}, NOT_TAKEN});
         m_pProgress->AddMade(true);
