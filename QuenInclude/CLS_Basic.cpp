@@ -118,7 +118,7 @@ std::string CLS_Basic::GetId()
         clsId = Util::GetUuid();
         SetId(clsId);
     }
-    return clsId.ToString();
+    return clsId.TakeText();
 }
 
 std::string CLS_Basic::SetCallBackResultFun(const CallBackResultFun& _funCallBack, void* _pUser)
@@ -140,8 +140,13 @@ void CLS_Basic::RmoveCallBackResultFun(const std::string& _strKey)
 
 void CLS_Basic::SetParam(const std::string& _strName, const CLS_CVariant& _clsValue)
 {
+    StoreParam(_strName, CLS_CVariant(_clsValue));
+}
+
+void CLS_Basic::StoreParam(const std::string& _strName, CLS_CVariant&& _clsValue)
+{
     const CLS_LockGuard lock(m_smParamLock);
-    m_mapParam.insert_or_assign(_strName, _clsValue);
+    m_mapParam.insert_or_assign(_strName, std::move(_clsValue));
 }
 
 void CLS_Basic::SetParam(const std::map<std::string, CLS_CVariant>& _mapParam)

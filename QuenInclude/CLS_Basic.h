@@ -111,6 +111,10 @@ public:
                                 const std::map<std::string, CLS_CVariant>& _mapParam,
                                 const std::string& _strSecond, const std::string& _strKey);
 
+protected:
+    /// Does what SetParam does, without a copy of the value.
+    void StoreParam(const std::string& _strName, CLS_CVariant&& _clsValue) ZEL_EXCLUDES(m_smParamLock);
+
 private:
     using CallBackEntry = std::pair<CallBackResultFun, void*>;
 

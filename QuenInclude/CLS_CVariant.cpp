@@ -210,6 +210,15 @@ std::string CLS_CVariant::ToString() const
     }
 }
 
+std::string CLS_CVariant::TakeText()
+{
+    if (m_iType == CVariantType_String && m_uValue.m_pString != nullptr)
+    {
+        return std::exchange(*m_uValue.m_pString, {});
+    }
+    return ToString();
+}
+
 void CLS_CVariant::AppendTo(std::string& _strText) const
 {
     if (m_iType == CVariantType_String && m_uValue.m_pString != nullptr)

@@ -84,6 +84,9 @@ public:
     /// - "0x..." for a pointer.
     std::string ToString() const;
 
+    /// The text of ToString. If the variant owns it, moves it out and leaves the empty text.
+    std::string TakeText();
+
     /// Appends the text of ToString to _strText.
     void AppendTo(std::string& _strText) const;
 

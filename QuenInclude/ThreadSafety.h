@@ -26,6 +26,8 @@
 
 /// The caller holds the lock.
 #define ZEL_REQUIRES(lock) ZEL_THREAD_SAFETY(requires_capability(lock))
+/// The caller holds the lock, at least shared.
+#define ZEL_REQUIRES_SHARED(lock) ZEL_THREAD_SAFETY(requires_shared_capability(lock))
 
 /// The function takes the locks itself; the caller holds none of them.
 #define ZEL_EXCLUDES(...) ZEL_THREAD_SAFETY(locks_excluded(__VA_ARGS__))

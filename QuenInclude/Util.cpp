@@ -16,6 +16,9 @@
 
 namespace
 {
+/// MapToString reserves this many characters for each entry, to allocate once.
+constexpr std::size_t TYPICAL_ENTRY = 64;
+
 /// The libraries opened so far. Never destroyed, because late threads log while the process exits.
 struct ST_Loader
 {
@@ -94,6 +97,7 @@ std::string GetUuid()
 std::string MapToString(const std::map<std::string, CLS_CVariant>& _mapParam)
 {
     std::string strText;
+    strText.reserve(_mapParam.size() * TYPICAL_ENTRY);
     for (const auto& [strKey, clsValue] : _mapParam)
     {
         strText.append("[").append(strKey).append("] : [");

@@ -26,8 +26,8 @@ std::shared_ptr<CLS_Task> CLS_LoopSchedule::CLS_Entry::FindTask()
     std::shared_ptr<CLS_Task> pTask = m_pTask.lock();
     if (!pTask)
     {
-        m_pTask = CLS_Task::GetTask(m_strTaskId);
-        pTask = m_pTask.lock();
+        pTask = CLS_Task::FindTask({}, m_strTaskId);
+        m_pTask = pTask;
     }
     return pTask;
 }

@@ -241,6 +241,23 @@ private:
     using BindingMap = std::map<CLS_TaskThread*, std::string>;
     using Bindings = std::vector<std::pair<CLS_TaskThread*, std::string>>;
 
+    /// A task on its way to a worker: its id, and a reference that saves looking it up. The reference may be
+    /// out of date, see CLS_Task::FindTask.
+    struct ST_QueuedTask
+    {
+        std::string m_strTaskId;
+        std::weak_ptr<CLS_Task> m_pTask;
+    };
+
+    /// A part of the waiting queue: ids, for each the reference as in ST_QueuedTask, and what comes behind
+    /// them.
+    struct ST_Batch
+    {
+        std::vector<std::string> m_vecTaskIds;
+        std::vector<std::weak_ptr<CLS_Task>> m_vecTasks;
+        std::forward_list<ST_QueuedTask> m_lstOverflow;
+    };
+
     // Lifetime: the start and the shutdown.
 
     /// Reads m_pInstance atomically, because the caller may race the shutdown.
@@ -264,9 +281,10 @@ private:
 
     // Tasks: submission and removal.
 
-    /// Makes and registers a task. Throws when copying the callable throws or shuts the pool down.
+    /// Makes and registers a task and returns its id in _strTaskId. Throws when copying the callable throws
+    /// or shuts the pool down.
     std::shared_ptr<CLS_Task> MakeTask(const std::function<void()>& _funTask, int _iInterval,
-                                       const std::string& _strCallInfo);
+                                       const std::string& _strCallInfo, std::string& _strTaskId);
     /// Removes the tasks that the owner's tasks submitted while they were being removed.
     void RemoveLateTasks(void* _pObj, int& _iPollsLeft);
 
@@ -285,17 +303,23 @@ private:
 
     // Dispatch: from the waiting queue to a worker.
 
-    /// Appends the one id in the list to the waiting queue. Without memory, queues the list itself.
-    void AppendWaitingTask(std::forward_list<std::string>& _lstTaskId) ZEL_REQUIRES(m_mtxWaitingTasks);
+    /// Marks the task as waiting and appends it to the waiting queue, as AddWaitingTasks does.
+    void QueueTask(const std::shared_ptr<CLS_Task>& _pTask, const std::string& _strTaskId)
+        ZEL_EXCLUDES(m_mtxWaitingTasks);
+    /// Appends the one task in the list to the waiting queue. Without memory, queues the list itself.
+    void AppendWaitingTask(std::forward_list<ST_QueuedTask>& _lstTask) ZEL_REQUIRES(m_mtxWaitingTasks);
+    /// Makes room for one more task in the vectors of the waiting queue. False without memory.
+    bool ReserveWaitingTask() ZEL_REQUIRES(m_mtxWaitingTasks);
     /// Clears the run flag and wakes the dispatcher.
     void RequestShutdown() ZEL_EXCLUDES(m_mtxWaitingTasks);
     /// Hands all queued tasks to workers, in order. The shutdown drops the rest.
     void DispatchPass();
-    /// Waits for an id or the shutdown. Takes the queue: the result, followed by _lstOverflow in reverse.
-    std::vector<std::string> TakeWaitingTasks(std::forward_list<std::string>& _lstOverflow)
-        ZEL_EXCLUDES(m_mtxWaitingTasks);
+    /// Yields a few times, until there is a task in the waiting queue.
+    void GiveWay();
+    /// Waits for a task or the shutdown. Takes the queue into _stBatch, and reuses the memory that is in it.
+    void TakeWaitingTasks(ST_Batch& _stBatch) ZEL_EXCLUDES(m_mtxWaitingTasks);
     /// Hands a task to a worker; _iUndispatched ids wait for one. False when the shutdown comes first.
-    bool DispatchTask(std::string& _strTaskId, std::size_t _iUndispatched);
+    bool DispatchTask(std::string& _strTaskId, std::weak_ptr<CLS_Task>& _pTask, std::size_t _iUndispatched);
     /// Waits for a worker; _iUndispatched ids wait for one. Null when the shutdown comes first.
     CLS_TaskThread* WaitForWorker(std::size_t _iUndispatched);
     /// Reports what keeps every worker busy while _iUndispatched ids of the batch wait for one.
@@ -310,13 +334,16 @@ private:
     std::string UnregisterWorker(CLS_TaskThread* _pWorker) ZEL_EXCLUDES(m_smThreadTaskLock);
     /// Whether the calling thread is a registered worker's.
     bool IsWorkerThread() ZEL_EXCLUDES(m_smThreadTaskLock);
-    /// Binds the task to the worker, whose job reads the id. Moves the id away.
-    void BindTask(CLS_TaskThread* _pWorker, std::string& _strTaskId) ZEL_EXCLUDES(m_smThreadTaskLock);
-    /// The id bound to the worker, if it is registered. Without memory for a copy, moves the id away.
-    std::optional<std::string> ReadBoundTask(CLS_TaskThread* _pWorker) ZEL_EXCLUDES(m_smThreadTaskLock);
-    /// Moves the id bound to the worker away, if it is registered. Needs no memory.
-    std::optional<std::string> TakeBoundTask(CLS_TaskThread* _pWorker) ZEL_EXCLUDES(m_smThreadTaskLock);
-    /// Clears the id bound to the worker.
+    /// Binds the task to the worker, whose job reads it. Moves the id and the reference away.
+    void BindTask(CLS_TaskThread* _pWorker, std::string& _strTaskId, std::weak_ptr<CLS_Task>& _pTask)
+        ZEL_EXCLUDES(m_smThreadTaskLock);
+    /// The task bound to the worker, if it is registered. Without memory for a copy, moves the id away.
+    std::optional<ST_QueuedTask> ReadBoundTask(CLS_TaskThread* _pWorker) ZEL_EXCLUDES(m_smThreadTaskLock);
+    /// Moves the task bound to the worker away, if it is registered. Needs no memory.
+    std::optional<ST_QueuedTask> TakeBoundTask(CLS_TaskThread* _pWorker) ZEL_EXCLUDES(m_smThreadTaskLock);
+    /// The part of a job that does not touch the pool. False when the pool has ended, or is about to.
+    static bool RunBoundTask(CLS_TaskThread* _pWorker, const std::optional<ST_QueuedTask>& _optTask);
+    /// Clears the id bound to the worker, and the reference.
     void UnbindTask(CLS_TaskThread* _pWorker) ZEL_EXCLUDES(m_smThreadTaskLock);
     /// Every worker with the id of its task, "" for an idle one.
     Bindings CopyBindings() ZEL_EXCLUDES(m_smThreadTaskLock);
@@ -344,7 +371,7 @@ private:
     // Owners: which owner submitted which one-shot task.
 
     /// Notes the owner of a task in all maps, or in none when memory runs out.
-    void AddOwnedTask(const std::string& _strTaskId, void* _pObj) ZEL_EXCLUDES(m_mtxTmpTasks);
+    void AddOwnedTask(std::string _strTaskId, void* _pObj) ZEL_EXCLUDES(m_mtxTmpTasks);
     /// Drops the owner from all maps and returns the ids of its tasks.
     std::list<std::string> TakeOwnedTasks(void* _pObj) ZEL_EXCLUDES(m_mtxTmpTasks);
 
@@ -389,6 +416,13 @@ private:
     /// list's changes.
     CLS_LoopSchedule m_clsLoopSchedule;
 
-    /// Ids that wait behind those of m_vecWaitingTasks, because it had no memory to grow. Newest first.
-    std::forward_list<std::string> m_lstWaitingOverflow ZEL_GUARDED_BY(m_mtxWaitingTasks);
+    /// For each id in m_vecWaitingTasks, the reference to its task.
+    std::vector<std::weak_ptr<CLS_Task>> m_vecWaitingRecords ZEL_GUARDED_BY(m_mtxWaitingTasks);
+    /// Tasks that wait behind those of m_vecWaitingTasks, because it had no memory to grow. Newest first.
+    std::forward_list<ST_QueuedTask> m_lstWaitingOverflow ZEL_GUARDED_BY(m_mtxWaitingTasks);
+    /// Whether any task waits. Written with m_mtxWaitingTasks held; the dispatcher also reads it without, as
+    /// a hint. Relaxed.
+    std::atomic<bool> m_bWaitingTasks{false};
+    /// What the dispatcher hands out. Only its thread uses this.
+    ST_Batch m_stBatch;
 };

@@ -4,6 +4,7 @@
 #include "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool.h"
 #include "QuenPlugins/ZelTaskPool/TaskPoolRecord.h"
 
+#include <algorithm>
 #include <iterator>
 
 using TaskPoolRecord::FILE_POOL;
@@ -16,6 +17,11 @@ constexpr std::chrono::seconds QUEUE_WAIT{1};
 /// reports.
 constexpr std::chrono::milliseconds RETRY_WAIT{100};
 constexpr int RETRIES_PER_REPORT = 90;
+/// How often the dispatcher yields after a batch, before it goes to sleep. More tasks may be about to come,
+/// and being woken costs both sides several times as much.
+constexpr int GIVE_WAYS = 4;
+/// The dispatcher reuses the memory of the queue up to this number of tasks.
+constexpr std::size_t KEPT_CAPACITY = 1024;
 
 /// Reports one task that keeps a worker busy.
 void ReportTask(const std::string& _strTaskId)
@@ -38,35 +44,54 @@ void ReportTask(const std::string& _strTaskId)
 
 void CLS_QuenTaskPool::AddWaitingTasks(const std::string& _strTaskId)
 {
-    const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(_strTaskId).lock();
-    if (!pTask)
+    if (const std::shared_ptr<CLS_Task> pTask = CLS_Task::FindTask({}, _strTaskId))
     {
-        return;
+        QueueTask(pTask, _strTaskId);
     }
+}
+
+void CLS_QuenTaskPool::QueueTask(const std::shared_ptr<CLS_Task>& _pTask, const std::string& _strTaskId)
+{
     // Memory first: nothing may fail after the mark. It cannot be taken back, because other threads may queue
     // and run the task meanwhile.
-    std::forward_list<std::string> lstTaskId(1, _strTaskId);
-    pTask->SetTaskIsWaiting();
+    std::forward_list<ST_QueuedTask> lstTask{{_strTaskId, _pTask}};
+    _pTask->SetTaskIsWaiting();
     const CLS_LockGuard lock(m_mtxWaitingTasks);
-    AppendWaitingTask(lstTaskId);
+    AppendWaitingTask(lstTask);
+    m_bWaitingTasks.store(true, std::memory_order_relaxed);
     m_cvWaitingTasks.notify_one();
 }
 
-void CLS_QuenTaskPool::AppendWaitingTask(std::forward_list<std::string>& _lstTaskId)
+void CLS_QuenTaskPool::AppendWaitingTask(std::forward_list<ST_QueuedTask>& _lstTask)
 {
-    if (m_lstWaitingOverflow.empty())
+    if (m_lstWaitingOverflow.empty() && ReserveWaitingTask())
     {
-        try
-        {
-            m_vecWaitingTasks.push_back(std::move(_lstTaskId.front()));
-            return;
-        }
-        catch (...)
-        {
-            // No memory: the id is still in its list, which becomes part of the queue.
-        }
+        m_vecWaitingTasks.push_back(std::move(_lstTask.front().m_strTaskId));
+        m_vecWaitingRecords.push_back(std::move(_lstTask.front().m_pTask));
     }
-    m_lstWaitingOverflow.splice_after(m_lstWaitingOverflow.before_begin(), _lstTaskId);
+    else
+    {
+        m_lstWaitingOverflow.splice_after(m_lstWaitingOverflow.before_begin(), _lstTask);
+    }
+}
+
+bool CLS_QuenTaskPool::ReserveWaitingTask()
+{
+    const std::size_t uiSize = m_vecWaitingTasks.size();
+    if (uiSize < std::min(m_vecWaitingTasks.capacity(), m_vecWaitingRecords.capacity()))
+    {
+        return true;
+    }
+    try
+    {
+        m_vecWaitingTasks.reserve(2 * uiSize + 1);
+        m_vecWaitingRecords.reserve(2 * uiSize + 1);
+        return true;
+    }
+    catch (...)
+    {
+        return false;
+    }
 }
 
 void CLS_QuenTaskPool::RequestShutdown()
@@ -97,48 +122,67 @@ void CLS_QuenTaskPool::FunTaskingThread()
 
 void CLS_QuenTaskPool::DispatchPass()
 {
-    std::forward_list<std::string> lstOverflow;
-    std::vector<std::string> vecBatch = TakeWaitingTasks(lstOverflow);
-    lstOverflow.reverse();
+    TakeWaitingTasks(m_stBatch);
+    auto& [vecTaskIds, vecTasks, lstOverflow] = m_stBatch;
     std::size_t iUndispatched =
-        vecBatch.size() + static_cast<std::size_t>(std::distance(lstOverflow.begin(), lstOverflow.end()));
-    for (std::string& strTaskId : vecBatch)
+        vecTaskIds.size() + static_cast<std::size_t>(std::distance(lstOverflow.begin(), lstOverflow.end()));
+    for (std::size_t i = 0; i < vecTaskIds.size(); ++i)
     {
-        if (!DispatchTask(strTaskId, iUndispatched--))
+        if (!DispatchTask(vecTaskIds[i], vecTasks[i], iUndispatched--))
         {
             return;
         }
     }
-    for (std::string& strTaskId : lstOverflow)
+    for (ST_QueuedTask& stTask : lstOverflow)
     {
-        if (!DispatchTask(strTaskId, iUndispatched--))
+        if (!DispatchTask(stTask.m_strTaskId, stTask.m_pTask, iUndispatched--))
         {
             return;
         }
     }
+    GiveWay();
 }
 
-std::vector<std::string> CLS_QuenTaskPool::TakeWaitingTasks(std::forward_list<std::string>& _lstOverflow)
+void CLS_QuenTaskPool::GiveWay()
 {
-    std::vector<std::string> vecBatch;
-    CLS_WaitGuard lock(m_mtxWaitingTasks);
-    while (m_vecWaitingTasks.empty() && m_lstWaitingOverflow.empty() && m_bRun)
+    for (int i = 0; i < GIVE_WAYS && !m_bWaitingTasks.load(std::memory_order_relaxed); ++i)
     {
-        m_cvWaitingTasks.wait_for(lock.GetLock(), QUEUE_WAIT);
+        std::this_thread::yield();
     }
-    vecBatch.swap(m_vecWaitingTasks);
-    _lstOverflow.swap(m_lstWaitingOverflow);
-    return vecBatch;
 }
 
-bool CLS_QuenTaskPool::DispatchTask(std::string& _strTaskId, std::size_t _iUndispatched)
+void CLS_QuenTaskPool::TakeWaitingTasks(ST_Batch& _stBatch)
+{
+    if (_stBatch.m_vecTaskIds.capacity() > KEPT_CAPACITY)
+    {
+        _stBatch = {};
+    }
+    _stBatch.m_vecTaskIds.clear();
+    _stBatch.m_vecTasks.clear();
+    _stBatch.m_lstOverflow.clear();
+    {
+        CLS_WaitGuard lock(m_mtxWaitingTasks);
+        while (m_vecWaitingTasks.empty() && m_lstWaitingOverflow.empty() && m_bRun)
+        {
+            m_cvWaitingTasks.wait_for(lock.GetLock(), QUEUE_WAIT);
+        }
+        _stBatch.m_vecTaskIds.swap(m_vecWaitingTasks);
+        _stBatch.m_vecTasks.swap(m_vecWaitingRecords);
+        _stBatch.m_lstOverflow.swap(m_lstWaitingOverflow);
+        m_bWaitingTasks.store(false, std::memory_order_relaxed);
+    }
+    _stBatch.m_lstOverflow.reverse();
+}
+
+bool CLS_QuenTaskPool::DispatchTask(std::string& _strTaskId, std::weak_ptr<CLS_Task>& _pTask,
+                                    std::size_t _iUndispatched)
 {
     CLS_TaskThread* const pWorker = m_bRun ? WaitForWorker(_iUndispatched) : nullptr;
     if (pWorker == nullptr)
     {
         return false;
     }
-    BindTask(pWorker, _strTaskId);
+    BindTask(pWorker, _strTaskId, _pTask);
     pWorker->AddFunction([this](CLS_TaskThread* _pWorker) { FunRunTask(_pWorker); });
     return true;
 }

@@ -44,7 +44,10 @@ void CLS_QuenTaskPool::LoopPass()
         }
         if (clsEntry.IsDue(tpNow))
         {
-            AddWaitingTasks(clsEntry.GetTaskId());
+            if (const auto pTask = CLS_Task::FindTask(clsEntry.GetTask(), clsEntry.GetTaskId()))
+            {
+                QueueTask(pTask, clsEntry.GetTaskId());
+            }
             tpNow = std::chrono::steady_clock::now();
         }
     }

@@ -27,10 +27,11 @@ std::list<std::string>::iterator FindNear(std::list<std::string>& _lstTaskIds,
 }
 } // namespace
 
-void CLS_QuenTaskPool::AddOwnedTask(const std::string& _strTaskId, void* _pObj)
+void CLS_QuenTaskPool::AddOwnedTask(std::string _strTaskId, void* _pObj)
 {
-    std::list<std::string> lstTaskId{_strTaskId};
     auto clsOwner = ReserveEntry<decltype(m_mapTmpTaskOwner)>(_strTaskId, _pObj);
+    std::list<std::string> lstTaskId;
+    lstTaskId.push_back(std::move(_strTaskId));
     const CLS_LockGuard lock(m_mtxTmpTasks);
     auto itTasks = m_mapTmpTasks.find(_pObj);
     if (itTasks == m_mapTmpTasks.end())
@@ -48,29 +49,33 @@ void CLS_QuenTaskPool::AddOwnedTask(const std::string& _strTaskId, void* _pObj)
 
 void CLS_QuenTaskPool::RemoveTmpTask(const std::string& _strTaskId)
 {
+    // What is dropped is freed after the lock is released.
+    decltype(m_mapTmpTaskOwner)::node_type clsOwner;
+    std::list<std::string> lstDropped;
     const CLS_LockGuard lock(m_mtxTmpTasks);
-    const auto itOwner = m_mapTmpTaskOwner.find(_strTaskId);
-    if (itOwner == m_mapTmpTaskOwner.end())
+    clsOwner = m_mapTmpTaskOwner.extract(_strTaskId);
+    if (clsOwner.empty())
     {
         return;
     }
-    const auto itTasks = m_mapTmpTasks.find(itOwner->second);
-    if (itTasks != m_mapTmpTasks.end())
+    const auto itTasks = m_mapTmpTasks.find(clsOwner.mapped());
+    if (itTasks == m_mapTmpTasks.end())
     {
-        std::list<std::string>& lstTaskIds = itTasks->second;
-        auto& itCursor = m_mapTmpTaskCursors.try_emplace(itTasks->first, lstTaskIds.begin()).first->second;
-        const auto itTaskId = FindNear(lstTaskIds, itCursor, _strTaskId);
-        if (itTaskId != lstTaskIds.end())
-        {
-            itCursor = lstTaskIds.erase(itTaskId);
-        }
-        if (lstTaskIds.empty())
-        {
-            m_mapTmpTaskCursors.erase(itTasks->first);
-            m_mapTmpTasks.erase(itTasks);
-        }
+        return;
     }
-    m_mapTmpTaskOwner.erase(itOwner);
+    std::list<std::string>& lstTaskIds = itTasks->second;
+    auto& itCursor = m_mapTmpTaskCursors.try_emplace(itTasks->first, lstTaskIds.begin()).first->second;
+    const auto itTaskId = FindNear(lstTaskIds, itCursor, _strTaskId);
+    if (itTaskId != lstTaskIds.end())
+    {
+        itCursor = std::next(itTaskId);
+        lstDropped.splice(lstDropped.begin(), lstTaskIds, itTaskId);
+    }
+    if (lstTaskIds.empty())
+    {
+        m_mapTmpTaskCursors.erase(itTasks->first);
+        m_mapTmpTasks.erase(itTasks);
+    }
 }
 
 std::list<std::string> CLS_QuenTaskPool::TakeOwnedTasks(void* _pObj)

@@ -89,16 +89,17 @@ void RemoveTasks(const std::list<std::string>& _lstTaskIds, std::chrono::steady_
 } // namespace
 
 std::shared_ptr<CLS_Task> CLS_QuenTaskPool::MakeTask(const std::function<void()>& _funTask, int _iInterval,
-                                                     const std::string& _strCallInfo)
+                                                     const std::string& _strCallInfo, std::string& _strTaskId)
 {
     // Copying the callable calls the host, which may shut the pool down. Nothing may be queued on a pool that
     // is gone, and no member may be touched before this is known. A pool that a racing first call built
     // beside the instance takes tasks, too.
     const bool bInstance = LoadInstance() == this;
-    std::shared_ptr<CLS_Task> pTask = CLS_Task::CreateTask(_funTask, _iInterval, _strCallInfo);
+    std::shared_ptr<CLS_Task> pTask =
+        CLS_Task::CreatePoolTask(_funTask, _iInterval, _strCallInfo, _strTaskId);
     if (bInstance && LoadInstance() != this)
     {
-        CLS_Task::DeleteTask(pTask->GetId());
+        CLS_Task::DeleteTask(_strTaskId);
         throw std::runtime_error("the pool has ended");
     }
     return pTask;
@@ -115,11 +116,10 @@ bool CLS_QuenTaskPool::AddTmpTask(const std::function<void()>& _funTask, void* _
     }
     try
     {
-        const std::shared_ptr<CLS_Task> pTask = MakeTask(_funTask, ONE_SHOT, _strCallInfo);
-        const std::string strTaskId = pTask->GetId();
-        AddWaitingTasks(strTaskId);
+        std::string strTaskId;
+        QueueTask(MakeTask(_funTask, ONE_SHOT, _strCallInfo, strTaskId), strTaskId);
         // The task may have run by now. Its owner is noted in any case.
-        AddOwnedTask(strTaskId, _pObj);
+        AddOwnedTask(std::move(strTaskId), _pObj);
         return true;
     }
     catch (...)
@@ -135,11 +135,11 @@ void CLS_QuenTaskPool::AddLoopTask(const std::function<void()>& _funTask, int _i
 {
     try
     {
-        const std::shared_ptr<CLS_Task> pTask = MakeTask(_funTask, _iInterval, _strCallInfo);
-        const std::string strTaskId = pTask->GetId();
+        std::string strTaskId;
+        const std::shared_ptr<CLS_Task> pTask = MakeTask(_funTask, _iInterval, _strCallInfo, strTaskId);
         _strTaskId = strTaskId;
         // From here on the task may run, and change the caller's text.
-        AddWaitingTasks(strTaskId);
+        QueueTask(pTask, strTaskId);
         ListLoopTask(strTaskId);
         if (pTask->IsRemoved())
         {

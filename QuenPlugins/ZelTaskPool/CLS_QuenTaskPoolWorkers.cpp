@@ -55,14 +55,16 @@ std::string DescribeTask(CLS_Task& _clsTask)
     }
 }
 
-/// Runs the registered task with this id. Touches nothing of the pool, which may end meanwhile.
-void RunRegisteredTask(CLS_TaskThread* _pWorker, const std::string& _strTaskId)
+/// Runs the registered task with this id; _pKept may save the look-up. Touches nothing of the pool, which may
+/// end meanwhile.
+void RunRegisteredTask(CLS_TaskThread* _pWorker, const std::weak_ptr<CLS_Task>& _pKept,
+                       const std::string& _strTaskId)
 {
     std::string strDescription;
     try
     {
         // Released outside the pool, because a removed task takes the host's captured objects with it.
-        const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(_strTaskId).lock();
+        const std::shared_ptr<CLS_Task> pTask = CLS_Task::FindTask(_pKept, _strTaskId);
         if (!pTask)
         {
             TaskPoolRecord::Make(FILE_POOL, "FunRunTask", Logger::LOG_LEVEL_PROGRESS)
@@ -78,30 +80,6 @@ void RunRegisteredTask(CLS_TaskThread* _pWorker, const std::string& _strTaskId)
     }
 }
 
-/// The part of a job that does not touch the pool. False when the pool has ended, or is about to.
-bool RunBoundTask(CLS_TaskThread* _pWorker, const std::optional<std::string>& _optTaskId)
-{
-    if (!_pWorker->GetRunGate().EnterRun())
-    {
-        return false;
-    }
-    try
-    {
-        if (_optTaskId)
-        {
-            RunRegisteredTask(_pWorker, *_optTaskId);
-        }
-        else
-        {
-            RecordRunError(_pWorker, "");
-        }
-    }
-    catch (...)
-    {
-        // There is no memory even for the log record. The run is over in any case.
-    }
-    return _pWorker->GetRunGate().LeaveRun();
-}
 } // namespace
 
 CLS_TaskThread* CLS_QuenTaskPool::GetTaskThread()
@@ -168,7 +146,8 @@ bool CLS_QuenTaskPool::IsWorkerThread()
                        [](const auto& _pairBinding) { return _pairBinding.first->IsOwnThread(); });
 }
 
-void CLS_QuenTaskPool::BindTask(CLS_TaskThread* _pWorker, std::string& _strTaskId)
+void CLS_QuenTaskPool::BindTask(CLS_TaskThread* _pWorker, std::string& _strTaskId,
+                                std::weak_ptr<CLS_Task>& _pTask)
 {
     {
         const CLS_LockGuard lock(m_smThreadTaskLock);
@@ -176,6 +155,7 @@ void CLS_QuenTaskPool::BindTask(CLS_TaskThread* _pWorker, std::string& _strTaskI
         if (itWorker != m_mapThreadTask.end())
         {
             itWorker->second = std::move(_strTaskId);
+            _pWorker->GetBoundTask().swap(_pTask);
             return;
         }
     }
@@ -183,12 +163,12 @@ void CLS_QuenTaskPool::BindTask(CLS_TaskThread* _pWorker, std::string& _strTaskI
         << "thread is not in m_mapThreadTask - " << _pWorker->GetOrderId();
 }
 
-std::optional<std::string> CLS_QuenTaskPool::ReadBoundTask(CLS_TaskThread* _pWorker)
+std::optional<CLS_QuenTaskPool::ST_QueuedTask> CLS_QuenTaskPool::ReadBoundTask(CLS_TaskThread* _pWorker)
 {
     try
     {
         const CLS_SharedGuard lock(m_smThreadTaskLock);
-        return m_mapThreadTask.at(_pWorker);
+        return ST_QueuedTask{m_mapThreadTask.at(_pWorker), _pWorker->GetBoundTask()};
     }
     catch (...)
     {
@@ -198,21 +178,27 @@ std::optional<std::string> CLS_QuenTaskPool::ReadBoundTask(CLS_TaskThread* _pWor
     }
 }
 
-std::optional<std::string> CLS_QuenTaskPool::TakeBoundTask(CLS_TaskThread* _pWorker)
+std::optional<CLS_QuenTaskPool::ST_QueuedTask> CLS_QuenTaskPool::TakeBoundTask(CLS_TaskThread* _pWorker)
 {
     const CLS_LockGuard lock(m_smThreadTaskLock);
     const auto itWorker = m_mapThreadTask.find(_pWorker);
-    return itWorker == m_mapThreadTask.end() ? std::nullopt
-                                             : std::optional(std::exchange(itWorker->second, {}));
+    if (itWorker == m_mapThreadTask.end())
+    {
+        return std::nullopt;
+    }
+    return ST_QueuedTask{std::exchange(itWorker->second, {}), std::exchange(_pWorker->GetBoundTask(), {})};
 }
 
 void CLS_QuenTaskPool::UnbindTask(CLS_TaskThread* _pWorker)
 {
+    // Released after the lock: a task that was removed frees its memory here.
+    std::weak_ptr<CLS_Task> pTask;
     const CLS_LockGuard lock(m_smThreadTaskLock);
     const auto itWorker = m_mapThreadTask.find(_pWorker);
     if (itWorker != m_mapThreadTask.end())
     {
         itWorker->second.clear();
+        pTask.swap(_pWorker->GetBoundTask());
     }
 }
 
@@ -222,6 +208,29 @@ CLS_QuenTaskPool::Bindings CLS_QuenTaskPool::CopyBindings()
     return Bindings(m_mapThreadTask.begin(), m_mapThreadTask.end());
 }
 
+bool CLS_QuenTaskPool::RunBoundTask(CLS_TaskThread* _pWorker, const std::optional<ST_QueuedTask>& _optTask)
+{
+    if (!_pWorker->GetRunGate().EnterRun())
+    {
+        return false;
+    }
+    try
+    {
+        if (_optTask)
+        {
+            RunRegisteredTask(_pWorker, _optTask->m_pTask, _optTask->m_strTaskId);
+        }
+        else
+        {
+            RecordRunError(_pWorker, "");
+        }
+    }
+    catch (...)
+    {
+        // There is no memory even for the log record. The run is over in any case.
+    }
+    return _pWorker->GetRunGate().LeaveRun();
+}
 void CLS_QuenTaskPool::FunRunTask(CLS_TaskThread* _pWorker)
 {
     const CLS_RunGate::CLS_PoolVisit clsVisit(_pWorker->GetRunGate());
@@ -229,8 +238,8 @@ void CLS_QuenTaskPool::FunRunTask(CLS_TaskThread* _pWorker)
     {
         return;
     }
-    const std::optional<std::string> optTaskId = ReadBoundTask(_pWorker);
-    if (!RunBoundTask(_pWorker, optTaskId))
+    const std::optional<ST_QueuedTask> optTask = ReadBoundTask(_pWorker);
+    if (!RunBoundTask(_pWorker, optTask))
     {
         // The pool may be gone.
         return;
@@ -240,9 +249,9 @@ void CLS_QuenTaskPool::FunRunTask(CLS_TaskThread* _pWorker)
     {
         return;
     }
-    if (optTaskId)
+    if (optTask)
     {
-        RemoveTmpTask(*optTaskId);
+        RemoveTmpTask(optTask->m_strTaskId);
     }
     AddIdleWorker(_pWorker);
 }

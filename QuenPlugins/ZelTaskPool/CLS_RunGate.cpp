@@ -6,81 +6,62 @@ namespace
 constexpr std::chrono::milliseconds STEPS_POLL{100};
 } // namespace
 
-bool CLS_RunGate::BeginJob()
+bool CLS_RunGate::Begin(unsigned _uiBit)
 {
-    const CLS_LockGuard lock(m_mtxGate);
-    m_bInJob = !m_bClosed;
-    m_idRunner = std::this_thread::get_id();
-    return m_bInJob;
+    m_idRunner.store(std::this_thread::get_id(), std::memory_order_relaxed);
+    unsigned uiState = m_uiState;
+    while ((uiState & CLOSED) == 0)
+    {
+        if (m_uiState.compare_exchange_weak(uiState, uiState | _uiBit))
+        {
+            return true;
+        }
+    }
+    Change(0, _uiBit);
+    return false;
 }
 
-void CLS_RunGate::EndJob()
+bool CLS_RunGate::Change(unsigned _uiAdded, unsigned _uiRemoved)
 {
-    const CLS_LockGuard lock(m_mtxGate);
-    m_bInJob = false;
-    m_cvGate.notify_one();
-}
-
-bool CLS_RunGate::EnterPool()
-{
-    const CLS_LockGuard lock(m_mtxGate);
-    m_bInPool = true;
-    m_cvGate.notify_one();
-    return !m_bAbandoned;
-}
-
-void CLS_RunGate::LeavePool()
-{
-    const CLS_LockGuard lock(m_mtxGate);
-    m_bInPool = false;
-    m_cvGate.notify_one();
-}
-
-bool CLS_RunGate::EnterRun()
-{
-    const CLS_LockGuard lock(m_mtxGate);
-    m_bRunning = !m_bClosed;
-    m_idRunner = std::this_thread::get_id();
-    return m_bRunning;
-}
-
-bool CLS_RunGate::LeaveRun()
-{
-    const CLS_LockGuard lock(m_mtxGate);
-    m_bRunning = false;
-    m_cvGate.notify_one();
-    return !m_bAbandoned;
-}
-
-bool CLS_RunGate::IsOver() const
-{
-    return !m_bInJob && !m_bRunning;
-}
-
-bool CLS_RunGate::IsForeign() const
-{
-    return m_bRunning || (m_bInJob && !m_bInPool);
+    // Only Close changes the state beside the worker.
+    unsigned uiState = m_uiState;
+    while (!m_uiState.compare_exchange_weak(uiState, (uiState | _uiAdded) & ~_uiRemoved))
+    {
+    }
+    if ((uiState & CLOSED) != 0)
+    {
+        // Once the mutex is held, Close has seen the change, or it waits and gets the notification.
+        const CLS_LockGuard lock(m_mtxGate);
+        m_cvGate.notify_one();
+    }
+    return (uiState & ABANDONED) == 0;
 }
 
 bool CLS_RunGate::Close(std::chrono::steady_clock::time_point _tpLimit)
 {
     CLS_WaitGuard lock(m_mtxGate);
-    m_bClosed = true;
-    if (m_idRunner != std::this_thread::get_id())
+    m_uiState |= CLOSED;
+    if (m_idRunner.load(std::memory_order_relaxed) != std::this_thread::get_id())
     {
-        m_cvGate.wait_until(lock.GetLock(), _tpLimit, [this]() ZEL_REQUIRES(m_mtxGate) { return IsOver(); });
+        m_cvGate.wait_until(lock.GetLock(), _tpLimit, [this] { return IsOver(m_uiState); });
         // A worker is not abandoned in the middle of its few steps within the pool either.
-        while (!IsForeign() && !IsOver())
+        while (!IsForeign(m_uiState) && !IsOver(m_uiState))
         {
             m_cvGate.wait_for(lock.GetLock(), STEPS_POLL);
         }
     }
-    m_bAbandoned = IsForeign();
-    return !m_bAbandoned;
+    return !Abandon();
 }
 
-bool CLS_RunGate::IsAbandoned()
+bool CLS_RunGate::Abandon()
 {
-    const CLS_LockGuard lock(m_mtxGate);
-    return m_bAbandoned;
+    unsigned uiState = m_uiState;
+    while (IsForeign(uiState))
+    {
+        if (m_uiState.compare_exchange_weak(uiState, uiState | ABANDONED))
+        {
+            return true;
+        }
+    }
+    return false;
 }

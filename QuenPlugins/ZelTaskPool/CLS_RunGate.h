@@ -2,6 +2,7 @@
 
 #include "QuenInclude/CLS_Mutex.h"
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <thread>
@@ -22,7 +23,7 @@
 /// Threads: thread-safe. The worker's thread calls everything except Close, which is for the thread that
 /// shuts the pool down.
 ///
-/// Waits: each call takes m_mtxGate for a few instructions; only Close waits longer.
+/// Waits: only Close waits. The other calls take no lock until Close has begun.
 class CLS_RunGate
 {
 public:
@@ -67,10 +68,10 @@ public:
     };
 
     /// The worker is about to run a task. False at the shutdown: the task must not be run.
-    bool EnterRun() ZEL_EXCLUDES(m_mtxGate);
+    bool EnterRun() { return Begin(RUNNING); }
 
     /// The run is over. False when the pool has abandoned the worker meanwhile.
-    bool LeaveRun() ZEL_EXCLUDES(m_mtxGate);
+    bool LeaveRun() { return Change(0, RUNNING); }
 
     /// Stops further jobs and runs from beginning, and waits for the one in progress. False if it abandons
     /// the worker.
@@ -83,30 +84,45 @@ public:
     bool Close(std::chrono::steady_clock::time_point _tpLimit) ZEL_EXCLUDES(m_mtxGate);
 
     /// Whether Close has abandoned the worker. For the worker's own thread.
-    bool IsAbandoned() ZEL_EXCLUDES(m_mtxGate);
+    bool IsAbandoned() const { return (m_uiState & ABANDONED) != 0; }
 
 private:
-    /// A job begins. False at the shutdown.
-    bool BeginJob() ZEL_EXCLUDES(m_mtxGate);
-    /// The job is over.
-    void EndJob() ZEL_EXCLUDES(m_mtxGate);
-    /// The job is about to touch the pool. False when the worker is abandoned.
-    bool EnterPool() ZEL_EXCLUDES(m_mtxGate);
-    /// The job no longer touches the pool.
-    void LeavePool() ZEL_EXCLUDES(m_mtxGate);
-    /// Whether neither a job nor a run is in progress.
-    bool IsOver() const ZEL_REQUIRES(m_mtxGate);
-    /// Whether the code in progress is foreign.
-    bool IsForeign() const ZEL_REQUIRES(m_mtxGate);
+    // What m_uiState is made of.
+    static constexpr unsigned IN_JOB = 1;     ///< the worker runs a job
+    static constexpr unsigned IN_POOL = 2;    ///< the job uses the pool
+    static constexpr unsigned RUNNING = 4;    ///< a task is being run
+    static constexpr unsigned CLOSED = 8;     ///< no job and no run may begin
+    static constexpr unsigned ABANDONED = 16; ///< the shutdown came in the middle of foreign code
 
-    CLS_Mutex m_mtxGate;
-    std::condition_variable
-        m_cvGate; ///< signalled when a job or a run ends, and at both ends of the pool's part
-    bool m_bRunning ZEL_GUARDED_BY(m_mtxGate) = false;   ///< a task is being run
-    bool m_bClosed ZEL_GUARDED_BY(m_mtxGate) = false;    ///< no job and no run may begin
-    bool m_bAbandoned ZEL_GUARDED_BY(m_mtxGate) = false; ///< the shutdown came in the middle of foreign code
-    bool m_bInJob ZEL_GUARDED_BY(m_mtxGate) = false;     ///< the worker runs a job
-    bool m_bInPool ZEL_GUARDED_BY(m_mtxGate) = false;    ///< the job uses the pool
-    /// The thread that runs the foreign code; meaningful while there is some.
-    std::thread::id m_idRunner ZEL_GUARDED_BY(m_mtxGate);
+    /// A job begins. False at the shutdown.
+    bool BeginJob() { return Begin(IN_JOB); }
+    /// The job is over.
+    void EndJob() { Change(0, IN_JOB); }
+    /// The job is about to touch the pool. False when the worker is abandoned.
+    bool EnterPool() { return Change(IN_POOL, 0); }
+    /// The job no longer touches the pool.
+    void LeavePool() { Change(0, IN_POOL); }
+
+    /// Adds a bit to the state, unless the gate is closed: then takes the bit away and returns false.
+    bool Begin(unsigned _uiBit) ZEL_EXCLUDES(m_mtxGate);
+    /// Adds one bit and takes another away. Wakes Close, if it waits. False when the worker is abandoned.
+    bool Change(unsigned _uiAdded, unsigned _uiRemoved) ZEL_EXCLUDES(m_mtxGate);
+    /// Marks the worker as abandoned if it is in foreign code. False if it is not.
+    bool Abandon();
+    /// Whether neither a job nor a run is in progress.
+    static bool IsOver(unsigned _uiState) { return (_uiState & (IN_JOB | RUNNING)) == 0; }
+    /// Whether the code in progress is foreign.
+    static bool IsForeign(unsigned _uiState)
+    {
+        return (_uiState & RUNNING) != 0 || (_uiState & (IN_JOB | IN_POOL)) == IN_JOB;
+    }
+
+    CLS_Mutex m_mtxGate;              ///< held while Close looks at the state; guards no member
+    std::condition_variable m_cvGate; ///< signalled at each change of the state once the gate is closed
+    /// The worker's progress, and what Close has decided. Sequentially consistent: either the worker sees the
+    /// gate closed, or Close sees the worker's step.
+    std::atomic<unsigned> m_uiState{0};
+    /// The thread that runs the foreign code; meaningful while there is some. Relaxed: the step that follows
+    /// publishes it.
+    std::atomic<std::thread::id> m_idRunner{};
 };

@@ -11,20 +11,6 @@ using TaskPoolRecord::FILE_TASK;
 
 namespace
 {
-/// The registry and its lock, with the annotated types. Hosts see them through the static members, which have
-/// the standard types.
-struct ST_Registry
-{
-    CLS_SharedMutex m_smLock;
-    std::map<std::string, std::shared_ptr<CLS_Task>> m_mapTasks ZEL_GUARDED_BY(m_smLock);
-};
-
-ST_Registry& GetRegistry()
-{
-    static ST_Registry& s_stRegistry = *new ST_Registry;
-    return s_stRegistry;
-}
-
 /// Counts the calls of SetLoopInterval for all tasks.
 std::atomic<std::uint64_t> g_uiIntervalChanges{0};
 
@@ -33,17 +19,40 @@ constexpr int STOP_POLLS_PER_RECORD = 10;
 
 /// The status from which a task counts as executing.
 constexpr std::int32_t STATUS_EXECUTING = 2;
-
-#pragma GCC diagnostic push
-// The destructor is not virtual on purpose. The deleted object is of exactly this class.
-#pragma GCC diagnostic ignored "-Wdelete-non-virtual-dtor"
-/// An empty class, so that the control block of a task record does not grow.
-struct ST_DeleteRecord
-{
-    void operator()(const CLS_Task* _pTask) const { delete _pTask; }
-};
-#pragma GCC diagnostic pop
 } // namespace
+
+/// The registry. Hosts see the map and the lock through the static members, which have the standard types.
+struct CLS_Task::ST_Registry
+{
+    /// The current era. Begins a new one if a host has changed the map, which then differs in size from what
+    /// the library made of it.
+    std::uint32_t GetEra() ZEL_REQUIRES_SHARED(m_smLock)
+    {
+        if (m_uiSize.load(std::memory_order_relaxed) != m_mapTasks.size())
+        {
+            m_uiEra.fetch_add(1, std::memory_order_relaxed);
+            NoteSize();
+        }
+        return m_uiEra.load(std::memory_order_relaxed);
+    }
+
+    /// Notes the size of the map after a change.
+    void NoteSize() ZEL_REQUIRES_SHARED(m_smLock)
+    {
+        m_uiSize.store(m_mapTasks.size(), std::memory_order_relaxed);
+    }
+
+    CLS_SharedMutex m_smLock;
+    std::map<std::string, std::shared_ptr<CLS_Task>> m_mapTasks ZEL_GUARDED_BY(m_smLock);
+    std::atomic<std::size_t> m_uiSize{0};  ///< the size as the library knows it; relaxed, with the lock held
+    std::atomic<std::uint32_t> m_uiEra{1}; ///< see CLS_Task::m_uiEra
+};
+
+CLS_Task::ST_Registry& CLS_Task::GetRegistry()
+{
+    static ST_Registry& s_stRegistry = *new ST_Registry;
+    return s_stRegistry;
+}
 
 std::map<std::string, std::shared_ptr<CLS_Task>>& CLS_Task::m_mapTaskData = GetRegistry().m_mapTasks;
 std::shared_mutex& CLS_Task::m_smTaskDataLock = GetRegistry().m_smLock;
@@ -71,7 +80,7 @@ private:
 CLS_Task::CLS_Task(const std::function<void()>& _funTask, int _iLoopInterval, const std::string& _strCallInfo)
     : m_funTask(_funTask), m_iLoopInterval(_iLoopInterval)
 {
-    SetParam("callinfo", _strCallInfo);
+    StoreParam("callinfo", CLS_CVariant(_strCallInfo));
 }
 
 CLS_Task::~CLS_Task()
@@ -82,13 +91,31 @@ CLS_Task::~CLS_Task()
 std::shared_ptr<CLS_Task> CLS_Task::CreateTask(const std::function<void()>& _funTask, int _iLoopInterval,
                                                const std::string& _strCallInfo)
 {
-    std::shared_ptr<CLS_Task> pTask(new CLS_Task(_funTask, _iLoopInterval, _strCallInfo), ST_DeleteRecord());
+    std::string strTaskId;
+    std::shared_ptr<CLS_Task> pTask = CreatePoolTask(_funTask, _iLoopInterval, _strCallInfo, strTaskId);
+    pTask->m_uiEra.store(0, std::memory_order_relaxed);
+    return pTask;
+}
+
+std::shared_ptr<CLS_Task> CLS_Task::CreatePoolTask(const std::function<void()>& _funTask, int _iLoopInterval,
+                                                   const std::string& _strCallInfo, std::string& _strTaskId)
+{
+    auto pTask = std::make_shared<CLS_Task>(_funTask, _iLoopInterval, _strCallInfo);
     // Drawing the id and making the entry take time, so they come before the lock.
-    auto clsEntry = ReserveEntry<std::map<std::string, std::shared_ptr<CLS_Task>>>(pTask->GetId(), pTask);
+    _strTaskId = pTask->GetId();
+    auto clsEntry = ReserveEntry<std::map<std::string, std::shared_ptr<CLS_Task>>>(_strTaskId, pTask);
+    // Released after the lock.
+    std::shared_ptr<CLS_Task> pReplaced = pTask;
     ST_Registry& stRegistry = GetRegistry();
     const CLS_LockGuard lock(stRegistry.m_smLock);
+    pTask->m_uiEra.store(stRegistry.GetEra(), std::memory_order_relaxed);
     const auto stInserted = stRegistry.m_mapTasks.insert(std::move(clsEntry));
-    stInserted.position->second = pTask;
+    if (!stInserted.inserted)
+    {
+        ForgetEra(stInserted.position->second);
+        pReplaced.swap(stInserted.position->second);
+    }
+    stRegistry.NoteSize();
     return pTask;
 }
 
@@ -97,14 +124,50 @@ std::weak_ptr<CLS_Task> CLS_Task::GetTask(const std::string& _strTaskId)
     ST_Registry& stRegistry = GetRegistry();
     const CLS_SharedGuard lock(stRegistry.m_smLock);
     const auto itTask = stRegistry.m_mapTasks.find(_strTaskId);
-    return itTask == stRegistry.m_mapTasks.end() ? std::weak_ptr<CLS_Task>() : itTask->second;
+    if (itTask == stRegistry.m_mapTasks.end())
+    {
+        return {};
+    }
+    ForgetEra(itTask->second);
+    return itTask->second;
+}
+
+std::shared_ptr<CLS_Task> CLS_Task::FindTask(const std::weak_ptr<CLS_Task>& _pKept,
+                                             const std::string& _strTaskId)
+{
+    // Released after the lock: if the task has left the registry, this may be the last reference.
+    std::shared_ptr<CLS_Task> pKept = _pKept.lock();
+    ST_Registry& stRegistry = GetRegistry();
+    const CLS_SharedGuard lock(stRegistry.m_smLock);
+    if (pKept && pKept->m_uiEra.load(std::memory_order_relaxed) == stRegistry.GetEra())
+    {
+        return pKept;
+    }
+    const auto itTask = stRegistry.m_mapTasks.find(_strTaskId);
+    return itTask == stRegistry.m_mapTasks.end() ? nullptr : itTask->second;
 }
 
 void CLS_Task::DeleteTask(const std::string& _strTaskId)
 {
     ST_Registry& stRegistry = GetRegistry();
     const CLS_LockGuard lock(stRegistry.m_smLock);
-    stRegistry.m_mapTasks.erase(_strTaskId);
+    stRegistry.GetEra();
+    const auto itTask = stRegistry.m_mapTasks.find(_strTaskId);
+    if (itTask != stRegistry.m_mapTasks.end())
+    {
+        ForgetEra(itTask->second);
+        stRegistry.m_mapTasks.erase(itTask);
+        stRegistry.NoteSize();
+    }
+}
+
+void CLS_Task::ForgetEra(const std::shared_ptr<CLS_Task>& _pTask)
+{
+    // A host may have put a null pointer into the map.
+    if (_pTask)
+    {
+        _pTask->m_uiEra.store(0, std::memory_order_relaxed);
+    }
 }
 
 bool CLS_Task::Running()

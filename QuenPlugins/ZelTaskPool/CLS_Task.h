@@ -67,10 +67,32 @@ public:
     ZEL_TASKPOOL_EXPORT static std::shared_ptr<CLS_Task>
     CreateTask(const std::function<void()>& _funTask, int _iLoopInterval, const std::string& _strCallInfo);
 
+    /// Does what CreateTask does, for a task that only the pool knows. Also returns the id in _strTaskId.
+    ///
+    /// FindTask may trust a reference to this task. For the pool only: not exported.
+    static std::shared_ptr<CLS_Task> CreatePoolTask(const std::function<void()>& _funTask, int _iLoopInterval,
+                                                    const std::string& _strCallInfo, std::string& _strTaskId);
+
     /// The registered task with this id; an empty reference when there is none.
     ///
     /// Waits: for the registry's lock, shared.
     ZEL_TASKPOOL_EXPORT static std::weak_ptr<CLS_Task> GetTask(const std::string& _strTaskId);
+
+    /// The registered task with this id; null when there is none. Does not search the registry if _pKept, a
+    /// reference from an earlier look-up, is sure to be what the search would find.
+    ///
+    /// That is so as long as the registry alone owns the task, because a task that leaves the registry is
+    /// destroyed then. So the search is needed
+    /// - when the reference is empty, or its task is gone;
+    /// - when other code may own the task: CreateTask or GetTask has handed it out, or DeleteTask or
+    ///   CreateTask has taken it out of the registry;
+    /// - when a host has changed m_mapTaskData itself: it holds other tasks than the library has put there.
+    ///
+    /// For the pool only: not exported.
+    ///
+    /// Waits: for the registry's lock, shared.
+    static std::shared_ptr<CLS_Task> FindTask(const std::weak_ptr<CLS_Task>& _pKept,
+                                              const std::string& _strTaskId);
 
     /// Takes the task out of the registry. Ignores an unknown id.
     ///
@@ -180,6 +202,12 @@ public:
 
 private:
     class CLS_Run;
+    struct ST_Registry;
+
+    /// The registry and its lock, with the annotated types.
+    static ST_Registry& GetRegistry();
+    /// Makes FindTask search for this task from now on. Ignores null.
+    static void ForgetEra(const std::shared_ptr<CLS_Task>& _pTask);
 
     /// Calls the callable and records what it throws. A failure to make the log record propagates.
     void InvokeCallable();
@@ -198,4 +226,7 @@ private:
     std::atomic<std::chrono::steady_clock::time_point> m_tpLastRun{std::chrono::steady_clock::now()};
     std::atomic<bool> m_bValid{true};
     std::atomic<bool> m_bRemoved{false}; ///< see SetRemoved; relaxed
+    /// The era of the registry in which only the registry owned the task, see FindTask; 0 for never. Relaxed,
+    /// because every access holds the registry's lock, at least shared.
+    std::atomic<std::uint32_t> m_uiEra{0};
 };

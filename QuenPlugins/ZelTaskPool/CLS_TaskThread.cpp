@@ -18,6 +18,10 @@ namespace
 /// A worker checks its run flag at least this often.
 constexpr std::chrono::seconds WAIT_LIMIT{3};
 
+/// How often a worker yields after a job, before it goes to sleep. The next job may be about to come, and
+/// being woken costs both sides several times as much.
+constexpr int GIVE_WAYS = 4;
+
 /// The order id of a worker that the pool has not registered.
 constexpr std::int32_t NO_ORDER_ID = -1;
 } // namespace
@@ -66,7 +70,14 @@ void CLS_TaskThread::FunTask()
             // However the job ended, it belongs to a pool that is gone.
             return;
         }
-        // The next job may be about to come. Yielding saves going to sleep and being woken.
+        GiveWay();
+    }
+}
+
+void CLS_TaskThread::GiveWay()
+{
+    for (int i = 0; i < GIVE_WAYS && !m_bHandedOver.load(std::memory_order_relaxed); ++i)
+    {
         std::this_thread::yield();
     }
 }
@@ -82,6 +93,7 @@ bool CLS_TaskThread::RunNextJob(std::int32_t& _iShownId)
     {
         return false;
     }
+    m_bHandedOver.store(false, std::memory_order_relaxed);
     ShowOrderId(_iShownId);
     const CLS_RunGate::CLS_JobScope clsScope(m_clsRunGate);
     if (!clsScope.IsBegun())
@@ -168,6 +180,7 @@ bool CLS_TaskThread::AddFunction(const std::function<void(CLS_TaskThread*)>& _fu
 {
     const CLS_LockGuard lock(m_mtxFunction);
     m_funFunction = _funJob;
+    m_bHandedOver.store(true, std::memory_order_relaxed);
     m_cvFunction.notify_one();
     return true;
 }

@@ -12,6 +12,8 @@
 #include <memory>
 #include <thread>
 
+class CLS_Task;
+
 /// One worker: a thread that sleeps until it is handed a job, runs the job and sleeps again.
 ///
 /// It knows nothing about tasks. The job receives the worker as its argument.
@@ -93,12 +95,18 @@ public:
     /// The id of the worker's thread; no thread's id once it has ended. For the pool only: not exported.
     std::thread::id GetThreadId() const;
 
+    /// The reference to the task that the dispatcher bound to the worker, beside its id in the pool's table
+    /// of workers, whose lock guards both. For the pool only: not exported.
+    std::weak_ptr<CLS_Task>& GetBoundTask() { return m_pBoundTask; }
+
     /// The gate between the worker and the shutdown of its pool. For the pool only: not exported.
     CLS_RunGate& GetRunGate() { return m_clsRunGate; }
 
 private:
     /// Runs jobs until the end. An abandoned worker then deletes itself.
     void WorkUntilEnd();
+    /// Yields a few times, until a job is handed over.
+    void GiveWay();
     /// Waits for a job and runs it. False when the worker ends; a job that has not begun is then dropped.
     bool RunNextJob(std::int32_t& _iShownId) ZEL_EXCLUDES(m_mtxFunction);
     /// Names the thread by its order id if that differs from _iShownId, the id that the name shows.
@@ -124,4 +132,8 @@ private:
     /// stale value only delays one decision by one pass.
     std::atomic<std::chrono::steady_clock::time_point> m_tpLastActive{std::chrono::steady_clock::now()};
     CLS_RunGate m_clsRunGate;
+    std::weak_ptr<CLS_Task> m_pBoundTask; ///< see GetBoundTask
+    /// Whether a job has been handed over since the worker last looked. The worker reads it without a lock
+    /// before it goes to sleep, as a hint. Relaxed.
+    std::atomic<bool> m_bHandedOver{false};
 };
