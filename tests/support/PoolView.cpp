@@ -47,9 +47,30 @@ std::vector<std::string>& GetWaitingIds(CLS_QuenTaskPool& _clsPool)
     return _clsPool.m_vecWaitingTasks;
 }
 
-std::forward_list<std::string>& GetOverflowIds(CLS_QuenTaskPool& _clsPool)
+std::vector<std::weak_ptr<CLS_Task>>& GetWaitingRecords(CLS_QuenTaskPool& _clsPool)
 {
-    return _clsPool.m_lstWaitingOverflow;
+    return _clsPool.m_vecWaitingRecords;
+}
+
+std::forward_list<std::string> GetOverflowIds(CLS_QuenTaskPool& _clsPool)
+{
+    std::forward_list<std::string> lstTaskIds;
+    auto itLast = lstTaskIds.before_begin();
+    for (const auto& stTask : _clsPool.m_lstWaitingOverflow)
+    {
+        itLast = lstTaskIds.insert_after(itLast, stTask.m_strTaskId);
+    }
+    return lstTaskIds;
+}
+
+void PushOverflowId(CLS_QuenTaskPool& _clsPool, const std::string& _strTaskId)
+{
+    _clsPool.m_lstWaitingOverflow.push_front({_strTaskId, {}});
+}
+
+std::vector<std::string>& GetBatchIds(CLS_QuenTaskPool& _clsPool)
+{
+    return _clsPool.m_stBatch.m_vecTaskIds;
 }
 
 CLS_SharedMutex& GetLoopListLock(CLS_QuenTaskPool& _clsPool)
@@ -143,9 +164,16 @@ void RunWatchdogPass(CLS_QuenTaskPool& _clsPool)
     _clsPool.OvertimePass();
 }
 
-std::vector<std::string> TakeQueue(CLS_QuenTaskPool& _clsPool, std::forward_list<std::string>& _lstOverflow)
+std::vector<std::string> TakeQueue(CLS_QuenTaskPool& _clsPool)
 {
-    return _clsPool.TakeWaitingTasks(_lstOverflow);
+    auto& stBatch = _clsPool.m_stBatch;
+    _clsPool.TakeWaitingTasks(stBatch);
+    std::vector<std::string> vecTaskIds = stBatch.m_vecTaskIds;
+    for (const auto& stTask : stBatch.m_lstOverflow)
+    {
+        vecTaskIds.push_back(stTask.m_strTaskId);
+    }
+    return vecTaskIds;
 }
 
 void ReportBusy(CLS_QuenTaskPool& _clsPool, std::size_t _uiUndispatched)
@@ -165,7 +193,14 @@ void AddIdleWorker(CLS_QuenTaskPool& _clsPool, CLS_TaskThread* _pWorker)
 
 void BindTask(CLS_QuenTaskPool& _clsPool, CLS_TaskThread* _pWorker, std::string& _strTaskId)
 {
-    _clsPool.BindTask(_pWorker, _strTaskId);
+    std::weak_ptr<CLS_Task> pNoTask;
+    _clsPool.BindTask(_pWorker, _strTaskId, pNoTask);
+}
+
+void BindTask(CLS_QuenTaskPool& _clsPool, CLS_TaskThread* _pWorker, std::string& _strTaskId,
+              std::weak_ptr<CLS_Task>& _pTask)
+{
+    _clsPool.BindTask(_pWorker, _strTaskId, _pTask);
 }
 
 void UnbindTask(CLS_QuenTaskPool& _clsPool, CLS_TaskThread* _pWorker)
@@ -175,7 +210,8 @@ void UnbindTask(CLS_QuenTaskPool& _clsPool, CLS_TaskThread* _pWorker)
 
 std::optional<std::string> ReadBoundTask(CLS_QuenTaskPool& _clsPool, CLS_TaskThread* _pWorker)
 {
-    return _clsPool.ReadBoundTask(_pWorker);
+    auto optTask = _clsPool.ReadBoundTask(_pWorker);
+    return optTask ? std::optional(std::move(optTask->m_strTaskId)) : std::nullopt;
 }
 
 void UnregisterWorker(CLS_QuenTaskPool& _clsPool, CLS_TaskThread* _pWorker)
@@ -238,11 +274,27 @@ std::vector<std::string> GetQueue(CLS_QuenTaskPool& _clsPool)
     return vecQueue;
 }
 
+void SetQueue(CLS_QuenTaskPool& _clsPool, const std::vector<std::string>& _vecTaskIds)
+{
+    const std::lock_guard<CLS_Mutex> lock(GetQueueLock(_clsPool));
+    GetWaitingIds(_clsPool) = _vecTaskIds;
+    GetWaitingRecords(_clsPool).assign(_vecTaskIds.size(), {});
+    GetQueueSignal(_clsPool).notify_one();
+}
+
+void ReserveQueue(CLS_QuenTaskPool& _clsPool, std::size_t _uiTasks)
+{
+    const std::lock_guard<CLS_Mutex> lock(GetQueueLock(_clsPool));
+    GetWaitingIds(_clsPool).reserve(_uiTasks);
+    GetWaitingRecords(_clsPool).reserve(_uiTasks);
+}
+
 void ClearQueue(CLS_QuenTaskPool& _clsPool)
 {
     const std::lock_guard<CLS_Mutex> lock(GetQueueLock(_clsPool));
     GetWaitingIds(_clsPool).clear();
-    GetOverflowIds(_clsPool).clear();
+    GetWaitingRecords(_clsPool).clear();
+    _clsPool.m_lstWaitingOverflow.clear();
 }
 
 std::vector<std::string> GetLoopTasks(CLS_QuenTaskPool& _clsPool)

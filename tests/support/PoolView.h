@@ -33,8 +33,14 @@ std::unique_ptr<std::thread>& GetWatchdog(CLS_QuenTaskPool& _clsPool);
 std::condition_variable& GetQueueSignal(CLS_QuenTaskPool& _clsPool);
 CLS_Mutex& GetQueueLock(CLS_QuenTaskPool& _clsPool);
 std::vector<std::string>& GetWaitingIds(CLS_QuenTaskPool& _clsPool);
-/// The ids behind those of GetWaitingIds, newest first.
-std::forward_list<std::string>& GetOverflowIds(CLS_QuenTaskPool& _clsPool);
+/// For each of GetWaitingIds, the reference to its task.
+std::vector<std::weak_ptr<CLS_Task>>& GetWaitingRecords(CLS_QuenTaskPool& _clsPool);
+/// A copy of the ids behind those of GetWaitingIds, newest first.
+std::forward_list<std::string> GetOverflowIds(CLS_QuenTaskPool& _clsPool);
+/// Queues an id behind those of GetWaitingIds, without a reference to its task.
+void PushOverflowId(CLS_QuenTaskPool& _clsPool, const std::string& _strTaskId);
+/// What the dispatcher hands out. For the dispatcher's thread only.
+std::vector<std::string>& GetBatchIds(CLS_QuenTaskPool& _clsPool);
 CLS_SharedMutex& GetLoopListLock(CLS_QuenTaskPool& _clsPool);
 std::vector<std::string>& GetLoopIds(CLS_QuenTaskPool& _clsPool);
 CLS_LoopSchedule& GetLoopSchedule(CLS_QuenTaskPool& _clsPool);
@@ -60,13 +66,16 @@ void RunDispatchPass(CLS_QuenTaskPool& _clsPool);
 void RunLoopPass(CLS_QuenTaskPool& _clsPool);
 /// One pass of the watchdog.
 void RunWatchdogPass(CLS_QuenTaskPool& _clsPool);
-/// The queue as the dispatcher takes it.
-std::vector<std::string> TakeQueue(CLS_QuenTaskPool& _clsPool, std::forward_list<std::string>& _lstOverflow);
+/// The queue as the dispatcher takes it into its batch, in order.
+std::vector<std::string> TakeQueue(CLS_QuenTaskPool& _clsPool);
 /// Reports that no worker was free for the oldest of so many ids.
 void ReportBusy(CLS_QuenTaskPool& _clsPool, std::size_t _uiUndispatched);
 CLS_TaskThread* TakeIdleWorker(CLS_QuenTaskPool& _clsPool);
 void AddIdleWorker(CLS_QuenTaskPool& _clsPool, CLS_TaskThread* _pWorker);
+/// Binds the task to the worker, without a reference that saves the look-up. Moves the id away.
 void BindTask(CLS_QuenTaskPool& _clsPool, CLS_TaskThread* _pWorker, std::string& _strTaskId);
+void BindTask(CLS_QuenTaskPool& _clsPool, CLS_TaskThread* _pWorker, std::string& _strTaskId,
+              std::weak_ptr<CLS_Task>& _pTask);
 void UnbindTask(CLS_QuenTaskPool& _clsPool, CLS_TaskThread* _pWorker);
 /// The id of the bound task; nothing for a worker that the pool does not know.
 std::optional<std::string> ReadBoundTask(CLS_QuenTaskPool& _clsPool, CLS_TaskThread* _pWorker);
@@ -89,6 +98,10 @@ CLS_QuenTaskPool* LoadInstance();
 
 /// The waiting queue, oldest first.
 std::vector<std::string> GetQueue(CLS_QuenTaskPool& _clsPool);
+/// Makes the ids the waiting queue, without references to their tasks, and wakes the dispatcher once.
+void SetQueue(CLS_QuenTaskPool& _clsPool, const std::vector<std::string>& _vecTaskIds);
+/// Makes room for so many tasks in the waiting queue, so that it does not have to grow.
+void ReserveQueue(CLS_QuenTaskPool& _clsPool, std::size_t _uiTasks);
 void ClearQueue(CLS_QuenTaskPool& _clsPool);
 std::vector<std::string> GetLoopTasks(CLS_QuenTaskPool& _clsPool);
 /// Replaces the list of loop tasks, whatever the ids belong to.

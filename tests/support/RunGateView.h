@@ -4,6 +4,7 @@
 #include "tests/support/ClassLayout.h"
 
 #include <condition_variable>
+#include <string>
 
 /// The private side of CLS_RunGate, for tests that look inside. Only RunGateView.cpp writes the private
 /// names.
@@ -11,8 +12,12 @@ namespace RunGateView
 {
 CLS_Mutex& GetLock(CLS_RunGate& _clsGate);
 std::condition_variable& GetSignal(CLS_RunGate& _clsGate);
-bool& GetRunningFlag(CLS_RunGate& _clsGate);
-bool& GetClosedFlag(CLS_RunGate& _clsGate);
+/// Whether a task is being run.
+bool IsRunning(const CLS_RunGate& _clsGate);
+/// Whether Close has begun.
+bool IsClosed(const CLS_RunGate& _clsGate);
+/// What the state is made of, such as "job pool run closed abandoned".
+std::string DescribeState(const CLS_RunGate& _clsGate);
 
 /// The members in the order of their declarations.
 ClassLayout::Members ListMembers(const CLS_RunGate& _clsGate);

@@ -104,9 +104,8 @@ TEST_F(PoolDispatchTest, WholeQueueIsTakenAtOnce)
     {
         clsPool.AddWaitingTasks(strTaskId);
     }
-    std::forward_list<std::string> lstOverflow;
-    EXPECT_EQ(vecTaskIds, PoolView::TakeQueue(clsPool, lstOverflow));
-    EXPECT_TRUE(lstOverflow.empty());
+    EXPECT_EQ(vecTaskIds, PoolView::TakeQueue(clsPool));
+    EXPECT_TRUE(PoolView::GetOverflowIds(clsPool).empty());
     EXPECT_THAT(PoolView::GetWaitingIds(clsPool), IsEmpty());
 }
 
@@ -141,11 +140,7 @@ TEST_F(PoolDispatchTest, OneWakeUpTakesThreeIds)
                 EXPECT_TRUE(clsFree.Wait());
             }));
     }
-    {
-        const std::lock_guard<std::mutex> lock(PoolView::GetQueueLock(clsPool));
-        PoolView::GetWaitingIds(clsPool) = vecTaskIds;
-        PoolView::GetQueueSignal(clsPool).notify_one();
-    }
+    PoolView::SetQueue(clsPool, vecTaskIds);
     EXPECT_TRUE(WaitUntil([&] { return clsRuns.Get().size() == 3; }));
     // Bound in queue order: the workers were made one after the other.
     std::vector<std::string> vecBound(3);

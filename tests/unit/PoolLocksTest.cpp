@@ -41,8 +41,7 @@ TEST_F(PoolLocksTest, TheQueueIsTakenWithItsMutexHeldOnceAndGivenBackOnce)
     clsPool.AddWaitingTasks(MakeTask([] {}));
     CLS_WatchedLocks clsWatch;
     clsWatch.Watch(PoolView::GetQueueLock(clsPool));
-    std::forward_list<std::string> lstOverflow;
-    EXPECT_EQ(1U, PoolView::TakeQueue(clsPool, lstOverflow).size());
+    EXPECT_EQ(1U, PoolView::TakeQueue(clsPool).size());
     EXPECT_THAT(clsWatch.GetTaken(), ElementsAre(1));
     EXPECT_EQ(0, clsWatch.GetUntaken());
 }

@@ -38,8 +38,7 @@ TEST_F(PoolMemoryTest, SubmissionThatFailsIsRecordedAndNotHalfNoted)
     void* const pOwner = &m_arrOwners[0];
     ASSERT_TRUE(clsPool.AddTmpTask([] {}, pOwner, "who calls"));
     const std::string strBefore = PoolView::GetQueue(clsPool).at(0);
-    PoolView::GetWaitingIds(clsPool).reserve(
-        100); // where the queue itself has to grow, a submission succeeds
+    PoolView::ReserveQueue(clsPool, 100); // where the queue itself has to grow, a submission succeeds
     int iFailures = 0;
     int iQueued = 0;
     for (void* const pSubmitter : {pOwner, static_cast<void*>(&m_arrOwners[1])})
@@ -74,8 +73,7 @@ TEST_F(PoolMemoryTest, SubmissionThatFailsIsRecordedAndNotHalfNoted)
 TEST_F(PoolMemoryTest, SubmissionOfALoopTaskThatFailsIsRecordedAndNotListed)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
-    PoolView::GetWaitingIds(clsPool).reserve(
-        100); // where the queue itself has to grow, a submission succeeds
+    PoolView::ReserveQueue(clsPool, 100); // where the queue itself has to grow, a submission succeeds
     int iBeforeId = 0;
     int iAfterId = 0;
     for (int iAllocation = 0;; ++iAllocation)
@@ -350,7 +348,7 @@ TEST_F(PoolMemoryTest, WhatWaitsBehindAQueueThatCannotGrowIsDroppedWhenThePoolEn
     const std::string strTaskId = MakeTask([] { ADD_FAILURE(); });
     {
         const std::lock_guard<std::mutex> lock(PoolView::GetQueueLock(clsPool));
-        PoolView::GetOverflowIds(clsPool).push_front(strTaskId);
+        PoolView::PushOverflowId(clsPool, strTaskId);
     }
     PoolView::GetRunFlag(clsPool) = false;
     PoolView::RunDispatchPass(clsPool);

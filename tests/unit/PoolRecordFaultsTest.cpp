@@ -29,7 +29,7 @@ TEST_F(PoolRecordFaultsTest, RunWhoseFailureCannotBeRecordedIsOverAllTheSame)
         EXPECT_EQ(1, clsFailing.GetFailures());
     }
     EXPECT_EQ(TASK_STATUS_IDLE, pTask->GetTaskStatus());
-    EXPECT_FALSE(RunGateView::GetRunningFlag(pThread->GetRunGate()));
+    EXPECT_FALSE(RunGateView::IsRunning(pThread->GetRunGate()));
     EXPECT_THAT(PoolView::GetWorkers(clsPool), ElementsAre(Pair(pThread, "")));
     EXPECT_THAT(PoolView::GetIdleWorkers(clsPool), ElementsAre(pThread));
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());

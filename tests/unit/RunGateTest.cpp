@@ -142,12 +142,7 @@ TEST(RunGateTest, CloseReturnsWhenTheRunEnds)
         [&]
         {
             // The gate is closed before the wait begins; the worker's run is still on.
-            EXPECT_TRUE(WaitUntil(
-                [&]
-                {
-                    const std::lock_guard<std::mutex> lock(RunGateView::GetLock(clsGate));
-                    return RunGateView::GetClosedFlag(clsGate);
-                }));
+            EXPECT_TRUE(WaitUntil([&] { return RunGateView::IsClosed(clsGate); }));
             EXPECT_TRUE(clsRunner.End());
         });
     EXPECT_TRUE(clsGate.Close(steady_clock::now() + hours(1)));

@@ -108,9 +108,7 @@ protected:
     /// Whether the shutdown closed the worker's gate.
     static bool IsGateClosed(CLS_TaskThread& _clsThread)
     {
-        CLS_RunGate& clsGate = _clsThread.GetRunGate();
-        const std::lock_guard<std::mutex> lock(RunGateView::GetLock(clsGate));
-        return RunGateView::GetClosedFlag(clsGate);
+        return RunGateView::IsClosed(_clsThread.GetRunGate());
     }
 
     /// The records of UnInit.

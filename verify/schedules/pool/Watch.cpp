@@ -47,7 +47,8 @@ void CLS_Watch::Look(CLS_Scheduler& _clsScheduler)
     if (_clsScheduler.IsLockFree(&PoolView::GetQueueLock(*pPool)))
     {
         m_setQueued.insert(PoolView::GetWaitingIds(*pPool).begin(), PoolView::GetWaitingIds(*pPool).end());
-        m_setQueued.insert(PoolView::GetOverflowIds(*pPool).begin(), PoolView::GetOverflowIds(*pPool).end());
+        const std::forward_list<std::string> lstOverflow = PoolView::GetOverflowIds(*pPool);
+        m_setQueued.insert(lstOverflow.begin(), lstOverflow.end());
     }
     if (_clsScheduler.IsLockFree(&PoolView::GetOwnerLock(*pPool)))
     {
