@@ -41,16 +41,21 @@ bool CLS_RunGate::Close(std::chrono::steady_clock::time_point _tpLimit)
 {
     CLS_WaitGuard lock(m_mtxGate);
     m_uiState |= CLOSED;
-    if (m_idRunner.load(std::memory_order_relaxed) != std::this_thread::get_id())
+    if (m_idRunner.load(std::memory_order_relaxed) == std::this_thread::get_id())
     {
-        m_cvGate.wait_until(lock.GetLock(), _tpLimit, [this] { return IsOver(m_uiState); });
-        // A worker is not abandoned in the middle of its few steps within the pool either.
-        while (!IsForeign(m_uiState) && !IsOver(m_uiState))
-        {
-            m_cvGate.wait_for(lock.GetLock(), STEPS_POLL);
-        }
+        return !Abandon();
     }
-    return !Abandon();
+    m_cvGate.wait_until(lock.GetLock(), _tpLimit, [this] { return IsOver(m_uiState); });
+    while (!IsOver(m_uiState))
+    {
+        if (Abandon())
+        {
+            return false;
+        }
+        // A worker is not abandoned in the middle of its few steps within the pool either.
+        m_cvGate.wait_for(lock.GetLock(), STEPS_POLL);
+    }
+    return true;
 }
 
 bool CLS_RunGate::Abandon()
