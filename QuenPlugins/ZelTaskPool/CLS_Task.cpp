@@ -28,7 +28,7 @@ struct CLS_Task::ST_Registry
     /// the library made of it.
     std::uint32_t GetEra() ZEL_REQUIRES_SHARED(m_smLock)
     {
-        if (m_uiSize.load(std::memory_order_relaxed) != m_mapTasks.size())
+        if (m_uiSize.load(std::memory_order_acquire) != m_mapTasks.size())
         {
             m_uiEra.fetch_add(1, std::memory_order_relaxed);
             NoteSize();
@@ -39,13 +39,15 @@ struct CLS_Task::ST_Registry
     /// Notes the size of the map after a change.
     void NoteSize() ZEL_REQUIRES_SHARED(m_smLock)
     {
-        m_uiSize.store(m_mapTasks.size(), std::memory_order_relaxed);
+        m_uiSize.store(m_mapTasks.size(), std::memory_order_release);
     }
 
     CLS_SharedMutex m_smLock;
     std::map<std::string, std::shared_ptr<CLS_Task>> m_mapTasks ZEL_GUARDED_BY(m_smLock);
-    std::atomic<std::size_t> m_uiSize{0};  ///< the size as the library knows it; relaxed, with the lock held
-    std::atomic<std::uint32_t> m_uiEra{1}; ///< see CLS_Task::m_uiEra
+    /// The size as the library knows it. Readers that share the lock write it, too. Release and acquire: a
+    /// thread that sees the new size sees the era that began with it.
+    std::atomic<std::size_t> m_uiSize{0};
+    std::atomic<std::uint32_t> m_uiEra{1}; ///< see CLS_Task::m_uiEra; relaxed
 };
 
 CLS_Task::ST_Registry& CLS_Task::GetRegistry()
@@ -104,16 +106,17 @@ std::shared_ptr<CLS_Task> CLS_Task::CreatePoolTask(const std::function<void()>& 
     // Drawing the id and making the entry take time, so they come before the lock.
     _strTaskId = pTask->GetId();
     auto clsEntry = ReserveEntry<std::map<std::string, std::shared_ptr<CLS_Task>>>(_strTaskId, pTask);
-    // Released after the lock.
+    // What is replaced is released after the lock, and so is the entry that it leaves over.
     std::shared_ptr<CLS_Task> pReplaced = pTask;
     ST_Registry& stRegistry = GetRegistry();
     const CLS_LockGuard lock(stRegistry.m_smLock);
     pTask->m_uiEra.store(stRegistry.GetEra(), std::memory_order_relaxed);
-    const auto stInserted = stRegistry.m_mapTasks.insert(std::move(clsEntry));
+    auto stInserted = stRegistry.m_mapTasks.insert(std::move(clsEntry));
     if (!stInserted.inserted)
     {
         ForgetEra(stInserted.position->second);
         pReplaced.swap(stInserted.position->second);
+        clsEntry = std::move(stInserted.node);
     }
     stRegistry.NoteSize();
     return pTask;

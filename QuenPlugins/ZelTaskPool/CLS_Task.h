@@ -197,6 +197,10 @@ public:
 
     /// The registry, by task id. Never destroyed, because late threads may look tasks up while the process
     /// exits.
+    ///
+    /// Pitfall: the pool notices a host's own changes by the number of tasks. It may miss a change that keeps
+    /// the number, such as a task in the place of another. The old task may then still run once if it is
+    /// queued and other code owns it. A host that wants another task under an id calls DeleteTask first.
     ZEL_TASKPOOL_EXPORT static std::map<std::string, std::shared_ptr<CLS_Task>>& m_mapTaskData;
     ZEL_TASKPOOL_EXPORT static std::shared_mutex& m_smTaskDataLock; ///< guards m_mapTaskData
 
@@ -227,6 +231,6 @@ private:
     std::atomic<bool> m_bValid{true};
     std::atomic<bool> m_bRemoved{false}; ///< see SetRemoved; relaxed
     /// The era of the registry in which only the registry owned the task, see FindTask; 0 for never. Relaxed,
-    /// because every access holds the registry's lock, at least shared.
+    /// because every access holds the registry's lock, at least shared, or comes before CreateTask returns.
     std::atomic<std::uint32_t> m_uiEra{0};
 };
