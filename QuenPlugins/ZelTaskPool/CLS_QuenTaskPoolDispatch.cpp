@@ -54,7 +54,8 @@ void CLS_QuenTaskPool::QueueTask(const std::shared_ptr<CLS_Task>& _pTask, const 
 {
     // Memory first: nothing may fail after the mark. It cannot be taken back, because other threads may queue
     // and run the task meanwhile.
-    std::forward_list<ST_QueuedTask> lstTask{{_strTaskId, _pTask}};
+    std::forward_list<ST_QueuedTask> lstTask;
+    lstTask.push_front({_strTaskId, _pTask});
     _pTask->SetTaskIsWaiting();
     const CLS_LockGuard lock(m_mtxWaitingTasks);
     AppendWaitingTask(lstTask);

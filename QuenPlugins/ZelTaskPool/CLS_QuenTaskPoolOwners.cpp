@@ -51,6 +51,8 @@ void CLS_QuenTaskPool::RemoveTmpTask(const std::string& _strTaskId)
 {
     // What is dropped is freed after the lock is released.
     decltype(m_mapTmpTaskOwner)::node_type clsOwner;
+    decltype(m_mapTmpTasks)::node_type clsTasks;
+    decltype(m_mapTmpTaskCursors)::node_type clsCursor;
     std::list<std::string> lstDropped;
     const CLS_LockGuard lock(m_mtxTmpTasks);
     clsOwner = m_mapTmpTaskOwner.extract(_strTaskId);
@@ -73,8 +75,8 @@ void CLS_QuenTaskPool::RemoveTmpTask(const std::string& _strTaskId)
     }
     if (lstTaskIds.empty())
     {
-        m_mapTmpTaskCursors.erase(itTasks->first);
-        m_mapTmpTasks.erase(itTasks);
+        clsCursor = m_mapTmpTaskCursors.extract(itTasks->first);
+        clsTasks = m_mapTmpTasks.extract(itTasks);
     }
 }
 

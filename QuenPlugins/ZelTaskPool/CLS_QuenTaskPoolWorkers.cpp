@@ -154,7 +154,8 @@ void CLS_QuenTaskPool::BindTask(CLS_TaskThread* _pWorker, std::string& _strTaskI
         const auto itWorker = m_mapThreadTask.find(_pWorker);
         if (itWorker != m_mapThreadTask.end())
         {
-            itWorker->second = std::move(_strTaskId);
+            // Swapped, so that nothing is freed under the lock.
+            itWorker->second.swap(_strTaskId);
             _pWorker->GetBoundTask().swap(_pTask);
             return;
         }
@@ -231,6 +232,7 @@ bool CLS_QuenTaskPool::RunBoundTask(CLS_TaskThread* _pWorker, const std::optiona
     }
     return _pWorker->GetRunGate().LeaveRun();
 }
+
 void CLS_QuenTaskPool::FunRunTask(CLS_TaskThread* _pWorker)
 {
     const CLS_RunGate::CLS_PoolVisit clsVisit(_pWorker->GetRunGate());
