@@ -2,7 +2,9 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <memory>
 #include <new>
+#include <utility>
 
 // A sanitizer has its own operator new. The linker then redirects the program's calls to the one below.
 #ifdef ZEL_TEST_WRAPPED_NEW
@@ -22,7 +24,9 @@ std::atomic<std::thread::id> g_idFailing{};
 std::atomic<int> g_iUntilFailure{0}; ///< allocations up to and including the one that fails; 0: none fails
 std::atomic<bool> g_bFailed{false};
 std::atomic<long> g_iLive{0};
+std::atomic<long> g_iAllocations{0};
 thread_local int t_iExempt = 0;
+thread_local std::function<void()>* t_pFreeHook = nullptr;
 
 bool IsToFail()
 {
@@ -38,6 +42,18 @@ bool IsToFail()
     g_bFailed = true;
     return true;
 }
+
+#ifndef ZEL_TEST_WRAPPED_NEW
+void CallFreeHook()
+{
+    if (t_pFreeHook != nullptr && t_iExempt == 0)
+    {
+        ++t_iExempt;
+        (*t_pFreeHook)();
+        --t_iExempt;
+    }
+}
+#endif
 } // namespace
 
 namespace FailingMemory
@@ -65,6 +81,17 @@ bool Stop()
 long GetLiveBlocks()
 {
     return g_iLive;
+}
+
+long GetAllocations()
+{
+    return g_iAllocations;
+}
+
+void WatchFrees(const std::function<void()>& _funHook)
+{
+    std::unique_ptr<std::function<void()>> pOld(
+        std::exchange(t_pFreeHook, _funHook ? new std::function<void()>(_funHook) : nullptr));
 }
 
 void EnterExempt()
@@ -98,6 +125,7 @@ void* OPERATOR_NEW(std::size_t _uiSize)
         throw std::bad_alloc();
     }
     ++g_iLive;
+    g_iAllocations += t_iExempt > 0 ? 0 : 1;
     return pMemory;
 #endif
 }
@@ -118,6 +146,10 @@ void* operator new(std::size_t _uiSize, const std::nothrow_t& /*_stNoThrow*/) no
 /// Not inlined: the compiler would warn about the pair of "new" and "free".
 [[gnu::noinline]] void operator delete(void* _pMemory) noexcept
 {
+    if (_pMemory != nullptr)
+    {
+        CallFreeHook();
+    }
     g_iLive -= _pMemory == nullptr ? 0 : 1;
     std::free(_pMemory);
 }

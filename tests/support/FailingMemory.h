@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <thread>
 
 /// Lets single allocations of one thread fail. For programs that are linked with FailingMemory.cpp, which
@@ -21,6 +22,13 @@ bool Stop();
 
 /// The blocks that are allocated and not freed, over all threads.
 long GetLiveBlocks();
+
+/// The allocations so far, over all threads.
+long GetAllocations();
+
+/// From now on, calls _funHook before each block that the calling thread frees; an empty one ends that. What
+/// the hook itself does is exempt.
+void WatchFrees(const std::function<void()>& _funHook);
 
 /// Between the two, allocations of the calling thread neither fail nor count. They may be nested.
 void EnterExempt();

@@ -2,6 +2,9 @@
 
 #include <functional>
 
+/// How often the dispatcher and a worker yield at most before they go to sleep after work.
+constexpr int GIVE_WAYS = 4;
+
 /// While one lives, the calling thread's yields are counted, and a function is called with each: the place to
 /// make something happen meanwhile. One at a time on a thread.
 class CLS_WatchedYields

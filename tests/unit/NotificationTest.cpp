@@ -2,9 +2,11 @@
 
 #include "tests/support/CutWaits.h"
 #include "tests/support/PoolView.h"
+#include "tests/support/RunGateView.h"
 #include "tests/support/WorkerView.h"
 #include "tests/unit/PoolFixture.h"
 
+#include <chrono>
 #include <gtest/gtest.h>
 #include <mutex>
 #include <thread>
@@ -44,6 +46,37 @@ TEST_F(NotificationTest, EachQueuedTaskIsNotifiedOnceWithTheQueuesMutexHeld)
     clsPool.AddWaitingTasks(strTaskId);
     EXPECT_EQ(2, clsWaits.GetNotifications());
     EXPECT_FALSE(IsHeld(PoolView::GetQueueLock(clsPool)));
+}
+
+TEST_F(NotificationTest, StepsOfAWorkerAreNotifiedOnceItsGateIsClosed)
+{
+    CLS_RunGate clsGate;
+    const CLS_CutWaits clsWaits(RunGateView::GetSignal(clsGate),
+                                [&] { EXPECT_TRUE(IsHeld(RunGateView::GetLock(clsGate))); });
+    for (const bool bClosed : {false, true})
+    {
+        int iExpected = 0;
+        const auto funExpect = [&](const char* _szStep)
+        {
+            iExpected += bClosed ? 1 : 0;
+            EXPECT_EQ(iExpected, clsWaits.GetNotifications()) << _szStep;
+        };
+        EXPECT_TRUE(!bClosed || clsGate.Close(std::chrono::steady_clock::now()));
+        {
+            const CLS_RunGate::CLS_JobScope clsJob(clsGate);
+            funExpect("job begun");
+            {
+                const CLS_RunGate::CLS_PoolVisit clsPool(clsGate);
+                funExpect("pool entered");
+                EXPECT_EQ(!bClosed, clsGate.EnterRun());
+                funExpect("run entered");
+                clsGate.LeaveRun();
+                funExpect("run left");
+            }
+            funExpect("pool left");
+        }
+        funExpect("job over");
+    }
 }
 
 TEST_F(NotificationTest, EachJobIsNotifiedOnceWithItsMutexHeld)

@@ -109,6 +109,42 @@ TEST_F(PoolDispatchTest, WholeQueueIsTakenAtOnce)
     EXPECT_THAT(PoolView::GetWaitingIds(clsPool), IsEmpty());
 }
 
+TEST_F(PoolDispatchTest, MemoryOfTheQueueIsUsedAgainUnlessItIsLarge)
+{
+    constexpr std::size_t KEPT_TASKS = 1024;
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    for (const std::size_t uiTasks : {KEPT_TASKS, KEPT_TASKS + 1})
+    {
+        PoolView::SetQueue(clsPool, std::vector<std::string>(uiTasks, "unknown"));
+        EXPECT_EQ(uiTasks, PoolView::TakeQueue(clsPool).size());
+        PoolView::SetQueue(clsPool, {"unknown"});
+        EXPECT_EQ(1U, PoolView::TakeQueue(clsPool).size());
+        // The queue now has what had been the first batch's.
+        const std::size_t uiExpected = uiTasks > KEPT_TASKS ? 0 : uiTasks;
+        EXPECT_EQ(uiExpected, PoolView::GetWaitingIds(clsPool).capacity());
+        EXPECT_EQ(uiExpected, PoolView::GetWaitingRecords(clsPool).capacity());
+        EXPECT_THAT(PoolView::GetWaitingIds(clsPool), IsEmpty());
+        EXPECT_THAT(PoolView::GetWaitingRecords(clsPool), IsEmpty());
+        PoolView::SetQueue(clsPool, {"unknown"});
+        PoolView::TakeQueue(clsPool);
+    }
+}
+
+TEST_F(PoolDispatchTest, EachQueuedIdHasAReferenceBesideIt)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    for (int i = 0; i < 20; ++i)
+    {
+        clsPool.AddWaitingTasks(MakeTask({}));
+    }
+    ASSERT_EQ(20U, PoolView::GetWaitingRecords(clsPool).size());
+    for (std::size_t i = 0; i < 20; ++i)
+    {
+        const std::string& strTaskId = PoolView::GetWaitingIds(clsPool).at(i);
+        EXPECT_EQ(PoolView::GetTask(strTaskId), PoolView::GetWaitingRecords(clsPool)[i].lock());
+    }
+}
+
 TEST_F(PoolDispatchTest, OnePassHandsOutEverythingInOrder)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();

@@ -277,6 +277,34 @@ TEST_F(PoolMemoryTest, QueueThatCannotGrowTakesTasksInOrder)
     EXPECT_THAT(vecRuns, ElementsAre(0, 1, 2, 3));
 }
 
+TEST_F(PoolMemoryTest, QueueGrowsByAnIdAndItsReferenceOrByNeither)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    const std::string strTaskId = MakeTask([] {});
+    // Behind the two for the entry itself, or one where the text's is out of reach, come the ids' memory and
+    // the references'.
+    const int iFirst = FailingMemory::REACHES_ALL ? 3 : 2;
+    for (const int iAllocation : {iFirst, iFirst + 1})
+    {
+        for (std::size_t uiBefore : {0U, 1U, 3U, 7U})
+        {
+            PoolView::SetQueue(clsPool, std::vector<std::string>(uiBefore, strTaskId));
+            PoolView::GetWaitingIds(clsPool).shrink_to_fit();
+            PoolView::GetWaitingRecords(clsPool).shrink_to_fit();
+            FailingMemory::FailAt(iAllocation);
+            clsPool.AddWaitingTasks(strTaskId);
+            EXPECT_TRUE(FailingMemory::Stop());
+            clsPool.AddWaitingTasks(strTaskId); // there is memory again, but another task is before it
+            EXPECT_EQ(uiBefore, PoolView::GetWaitingIds(clsPool).size());
+            EXPECT_EQ(uiBefore, PoolView::GetWaitingRecords(clsPool).size());
+            EXPECT_EQ(uiBefore + 2, PoolView::TakeQueue(clsPool).size());
+            clsPool.AddWaitingTasks(strTaskId);
+            EXPECT_EQ(1U, PoolView::GetWaitingIds(clsPool).size());
+            EXPECT_EQ(1U, PoolView::GetWaitingRecords(clsPool).size());
+        }
+    }
+}
+
 TEST_F(PoolMemoryTest, WorkerThatCannotCopyTheIdRunsItsTaskAllTheSame)
 {
     if (!FailingMemory::REACHES_ALL)

@@ -179,20 +179,28 @@ TEST_F(PoolShutdownLastStepsTest, AWorkerThatEndsDuringShutdownDoesNotReturnToTh
 TEST_F(PoolShutdownLastStepsTest, WaitsForAWorkerThatHasNotBegunItsJob)
 {
     CLS_QuenTaskPool& clsPool = MakePool();
-    RunShortTask(clsPool);
-    CLS_TaskThread* const pThread = CopyWorkers(clsPool).begin()->first;
+    CLS_TaskThread* const pThread = clsPool.CreateTaskThread();
     CLS_Counter clsRuns;
-    const std::string strTaskId = MakeTask([&] { clsRuns.Add(); });
+    CLS_Gate clsBegun;
+    CLS_Gate clsMayEnter;
+    std::string strTaskId = MakeTask([&] { clsRuns.Add(); });
     const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(strTaskId).lock();
+    pTask->SetTaskIsWaiting();
+    PoolView::BindTask(clsPool, pThread, strTaskId);
     {
-        // The worker can take its job, but not enter the run.
-        std::unique_lock<std::mutex> lock(RunGateView::GetLock(pThread->GetRunGate()));
-        clsPool.AddWaitingTasks(strTaskId);
-        ASSERT_TRUE(WaitUntil([&] { return FindWorker(clsPool, strTaskId) == pThread; }));
+        pThread->AddFunction(
+            [&](CLS_TaskThread* _pWorker)
+            {
+                clsBegun.Open();
+                EXPECT_TRUE(clsMayEnter.Wait());
+                clsPool.FunRunTask(_pWorker);
+            });
+        ASSERT_TRUE(clsBegun.Wait());
         CLS_Side clsEnd([&] { clsPool.UnInit(); });
-        EXPECT_TRUE(WaitUntil([&] { return !pTask->GetValid(); }));
+        EXPECT_TRUE(WaitUntil([&] { return IsGateClosed(*pThread); }));
+        EXPECT_FALSE(pTask->GetValid());
         EXPECT_TRUE(clsEnd.StaysAway());
-        lock.unlock();
+        clsMayEnter.Open();
         EXPECT_TRUE(clsEnd.Wait());
     }
     EXPECT_EQ(0, clsRuns.Get());

@@ -5,6 +5,8 @@
 #include <atomic>
 #include <chrono>
 #include <gtest/gtest.h>
+#include <mutex>
+#include <string>
 #include <thread>
 
 namespace
@@ -36,6 +38,99 @@ TEST(RunGateTest, CloseBetweenRunsDoesNotWaitAndLetsNoneBegin)
     EXPECT_TRUE(clsGate.LeaveRun());
     EXPECT_FALSE(clsGate.EnterRun());
     EXPECT_FALSE(clsGate.IsAbandoned());
+}
+
+TEST(RunGateTest, EachStepOfAJobChangesTheState)
+{
+    CLS_RunGate clsGate;
+    EXPECT_EQ("", RunGateView::DescribeState(clsGate));
+    {
+        const CLS_RunGate::CLS_JobScope clsJob(clsGate);
+        EXPECT_TRUE(clsJob.IsBegun());
+        EXPECT_EQ("job", RunGateView::DescribeState(clsGate));
+        {
+            const CLS_RunGate::CLS_PoolVisit clsPool(clsGate);
+            EXPECT_TRUE(clsPool.IsInside());
+            EXPECT_EQ("job pool", RunGateView::DescribeState(clsGate));
+            EXPECT_TRUE(clsGate.EnterRun());
+            EXPECT_EQ("job pool run", RunGateView::DescribeState(clsGate));
+            EXPECT_TRUE(clsGate.LeaveRun());
+            EXPECT_EQ("job pool", RunGateView::DescribeState(clsGate));
+        }
+        EXPECT_EQ("job", RunGateView::DescribeState(clsGate));
+    }
+    EXPECT_EQ("", RunGateView::DescribeState(clsGate));
+}
+
+TEST(RunGateTest, NothingBeginsBehindAClosedGate)
+{
+    CLS_RunGate clsGate;
+    EXPECT_TRUE(clsGate.Close(steady_clock::now() + hours(1)));
+    EXPECT_EQ("closed", RunGateView::DescribeState(clsGate));
+    {
+        const CLS_RunGate::CLS_JobScope clsJob(clsGate);
+        EXPECT_FALSE(clsJob.IsBegun());
+        EXPECT_EQ("closed", RunGateView::DescribeState(clsGate));
+        {
+            const CLS_RunGate::CLS_PoolVisit clsPool(clsGate);
+            EXPECT_TRUE(clsPool.IsInside()) << "the worker was not abandoned";
+            EXPECT_EQ("pool closed", RunGateView::DescribeState(clsGate));
+            EXPECT_FALSE(clsGate.EnterRun());
+            EXPECT_EQ("pool closed", RunGateView::DescribeState(clsGate));
+        }
+    }
+    EXPECT_EQ("closed", RunGateView::DescribeState(clsGate));
+}
+
+TEST(RunGateTest, WorkerThatIsAbandonedInAHostsJobMustNotEnterThePool)
+{
+    CLS_RunGate clsGate;
+    {
+        const CLS_RunGate::CLS_JobScope clsJob(clsGate);
+        bool bOver = true;
+        std::thread([&] { bOver = clsGate.Close(steady_clock::now()); }).join();
+        EXPECT_FALSE(bOver);
+        EXPECT_EQ("job closed abandoned", RunGateView::DescribeState(clsGate));
+        const CLS_RunGate::CLS_PoolVisit clsPool(clsGate);
+        EXPECT_FALSE(clsPool.IsInside());
+    }
+    EXPECT_EQ("closed abandoned", RunGateView::DescribeState(clsGate));
+}
+
+TEST(RunGateTest, WorkerThatIsAbandonedInARunIsToldWhenItEnds)
+{
+    CLS_RunGate clsGate;
+    const CLS_RunGate::CLS_JobScope clsJob(clsGate);
+    const CLS_RunGate::CLS_PoolVisit clsPool(clsGate);
+    EXPECT_TRUE(clsGate.EnterRun());
+    bool bOver = true;
+    std::thread([&] { bOver = clsGate.Close(steady_clock::now()); }).join();
+    EXPECT_FALSE(bOver);
+    EXPECT_EQ("job pool run closed abandoned", RunGateView::DescribeState(clsGate));
+    EXPECT_FALSE(clsGate.LeaveRun());
+    EXPECT_EQ("job pool closed abandoned", RunGateView::DescribeState(clsGate));
+}
+
+TEST(RunGateTest, NoStepTakesALockBeforeClose)
+{
+    CLS_RunGate clsGate;
+    CLS_Gate clsDone;
+    const std::lock_guard<std::mutex> lock(RunGateView::GetLock(clsGate));
+    std::thread thWorker(
+        [&]
+        {
+            for (int i = 0; i < 2; ++i)
+            {
+                const CLS_RunGate::CLS_JobScope clsJob(clsGate);
+                const CLS_RunGate::CLS_PoolVisit clsPool(clsGate);
+                EXPECT_TRUE(clsGate.EnterRun());
+                EXPECT_TRUE(clsGate.LeaveRun());
+                EXPECT_FALSE(clsGate.IsAbandoned());
+            }
+            clsDone.Open();
+        });
+    EXPECT_TRUE(clsDone.Wait());
+    thWorker.join();
 }
 
 /// A thread in a run, which ends when the test says so.
@@ -160,6 +255,63 @@ TEST(RunGateTest, CloseFromWithinTheRunDoesNotWait)
     EXPECT_TRUE(clsGate.IsAbandoned());
     EXPECT_FALSE(clsGate.LeaveRun());
     EXPECT_TRUE(clsGate.IsAbandoned());
+}
+
+TEST(RunGateTest, CloseFindsTheJobOverOrAbandonsTheWorkerAtAnyStep)
+{
+    constexpr int ROUNDS = 3000;
+    int iAbandoned = 0;
+    int iBroken = 0;
+    for (int i = 0; i < ROUNDS; ++i)
+    {
+        CLS_RunGate clsGate;
+        std::atomic<bool> bClosed{false};
+        std::atomic<bool> bStarted{false};
+        int iLate = 0; // steps within the pool after Close had returned
+        std::thread thWorker(
+            [&]
+            {
+                for (;;)
+                {
+                    const CLS_RunGate::CLS_JobScope clsJob(clsGate);
+                    if (!clsJob.IsBegun())
+                    {
+                        return;
+                    }
+                    const CLS_RunGate::CLS_PoolVisit clsPool(clsGate);
+                    if (!clsPool.IsInside())
+                    {
+                        return;
+                    }
+                    iLate += bClosed ? 1 : 0;
+                    bStarted = true;
+                    if (!clsGate.EnterRun())
+                    {
+                        iLate += bClosed ? 1 : 0;
+                        return;
+                    }
+                    if (!clsGate.LeaveRun())
+                    {
+                        return;
+                    }
+                    iLate += bClosed ? 1 : 0;
+                }
+            });
+        while (!bStarted)
+        {
+            std::this_thread::yield();
+        }
+        const bool bOver = clsGate.Close(steady_clock::now());
+        const std::string strState = RunGateView::DescribeState(clsGate);
+        bClosed = true;
+        thWorker.join();
+        iAbandoned += bOver ? 0 : 1;
+        iBroken += iLate + (bOver && strState != "closed" ? 1 : 0);
+        EXPECT_EQ(!bOver, clsGate.IsAbandoned());
+    }
+    EXPECT_EQ(0, iBroken);
+    EXPECT_GT(iAbandoned, 0);
+    EXPECT_LT(iAbandoned, ROUNDS);
 }
 
 TEST(RunGateTest, WorkerAndEndOfThePoolAgree)

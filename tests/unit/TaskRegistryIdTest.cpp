@@ -1,13 +1,17 @@
 // Tasks that are given ids of the test's choice. The linker leads the product's calls of Util::GetUuid here.
 
 #include "QuenPlugins/ZelTaskPool/CLS_Task.h"
+#include "tests/support/FailingMemory.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/TaskFixture.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
+#include <mutex>
+#include <shared_mutex>
 #include <string>
+#include <thread>
 
 std::string MakeChosenId() __asm__("__wrap__ZN4Util7GetUuidB5cxx11Ev");
 
@@ -44,5 +48,55 @@ TEST_F(TaskRegistryIdTest, TaskThatLosesItsEntryIsDestroyedWhenNobodyElseHasIt)
     EXPECT_FALSE(bEnded);
     CLS_Task::CreateTask([] {}, -1, "second");
     EXPECT_TRUE(bEnded);
+}
+
+TEST_F(TaskRegistryIdTest, ReferenceToATaskThatLostItsEntryIsSearchedFor)
+{
+    std::string strTaskId;
+    const std::shared_ptr<CLS_Task> pFirst = CLS_Task::CreatePoolTask([] {}, -1, "first", strTaskId);
+    EXPECT_EQ("chosen", strTaskId);
+    EXPECT_EQ(pFirst, CLS_Task::FindTask(pFirst, strTaskId));
+    const std::shared_ptr<CLS_Task> pSecond = CLS_Task::CreateTask([] {}, -1, "second");
+    EXPECT_EQ(pSecond, CLS_Task::FindTask(pFirst, strTaskId));
+}
+
+TEST_F(TaskRegistryIdTest, NewTaskTakesTheEntryOfANullPointer)
+{
+    {
+        const std::unique_lock<std::shared_mutex> lock(CLS_Task::m_smTaskDataLock);
+        CLS_Task::m_mapTaskData["chosen"] = nullptr;
+    }
+    const std::shared_ptr<CLS_Task> pTask = CLS_Task::CreateTask([] {}, -1, "first");
+    EXPECT_EQ(pTask, CLS_Task::GetTask("chosen").lock());
+}
+
+TEST_F(TaskRegistryIdTest, TaskThatLosesItsEntryIsFreedOutsideTheRegistrysLock)
+{
+    if (!FailingMemory::REACHES_ALL)
+    {
+        GTEST_SKIP() << "this sanitizer keeps operator new";
+    }
+    CLS_Task::CreateTask([pHook = std::make_shared<int>(0)] {}, -1, "first");
+    int iFrees = 0;
+    FailingMemory::WatchFrees(
+        [&]
+        {
+            ++iFrees;
+            bool bFree = false;
+            std::thread(
+                [&]
+                {
+                    bFree = CLS_Task::m_smTaskDataLock.try_lock();
+                    if (bFree)
+                    {
+                        CLS_Task::m_smTaskDataLock.unlock();
+                    }
+                })
+                .join();
+            EXPECT_TRUE(bFree);
+        });
+    CLS_Task::CreateTask([] {}, -1, "second");
+    FailingMemory::WatchFrees({});
+    EXPECT_GT(iFrees, 3) << "the record, its callable's capture and its parameters";
 }
 } // namespace

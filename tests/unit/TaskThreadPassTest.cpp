@@ -268,7 +268,7 @@ TEST_F(TaskThreadPassTest, AbandonedWorkerEndsAlsoWhenItsJobFailed)
     EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsThreadRecord(3, "FunTask", "thread handler error - -1")));
 }
 
-TEST_F(TaskThreadPassTest, GivesWayOnceAfterEachJobAndHoldsNothingMeanwhile)
+TEST_F(TaskThreadPassTest, GivesWayAFewTimesAfterEachJobAndHoldsNothingMeanwhile)
 {
     int iCalls = 0;
     const CLS_WatchedYields clsYields(
@@ -276,12 +276,12 @@ TEST_F(TaskThreadPassTest, GivesWayOnceAfterEachJobAndHoldsNothingMeanwhile)
         {
             EXPECT_TRUE(IsMutexFree());
             EXPECT_NE(m_tpMarker, WorkerView::GetLastActive(m_clsWorker).load());
-            WorkerView::GetLastActive(m_clsWorker) = m_tpMarker;
         });
     EXPECT_TRUE(m_clsWorker.AddFunction(
         [&](CLS_TaskThread* _pWorker)
         {
-            EXPECT_EQ(iCalls, clsYields.GetYields());
+            EXPECT_EQ(iCalls * GIVE_WAYS, clsYields.GetYields());
+            WorkerView::GetLastActive(m_clsWorker) = m_tpMarker;
             if (++iCalls < 3)
             {
                 throw 1;
@@ -290,8 +290,31 @@ TEST_F(TaskThreadPassTest, GivesWayOnceAfterEachJobAndHoldsNothingMeanwhile)
         }));
     m_clsWorker.FunTask();
     EXPECT_EQ(3, iCalls);
-    EXPECT_EQ(3, clsYields.GetYields());
+    EXPECT_EQ(3 * GIVE_WAYS, clsYields.GetYields());
     EXPECT_EQ(2U, LogRecorder::Take().size());
+}
+
+TEST_F(TaskThreadPassTest, GivesWayNoLongerOnceAJobIsHandedOver)
+{
+    int iCalls = 0;
+    const auto funEnd = [&](CLS_TaskThread* _pWorker)
+    {
+        ++iCalls;
+        WorkerView::GetRunFlag(*_pWorker) = false;
+    };
+    const CLS_WatchedYields clsYields(
+        [&]
+        {
+            if (clsYields.GetYields() == 2)
+            {
+                EXPECT_TRUE(m_clsWorker.AddFunction(funEnd));
+            }
+            EXPECT_TRUE(iCalls > 0 || clsYields.GetYields() <= 2);
+        });
+    EXPECT_TRUE(m_clsWorker.AddFunction([](CLS_TaskThread*) {}));
+    m_clsWorker.FunTask();
+    EXPECT_EQ(1, iCalls);
+    EXPECT_EQ(2 + GIVE_WAYS, clsYields.GetYields());
 }
 
 TEST_F(TaskThreadPassTest, DoesNotGiveWayWhileItIsIdle)
@@ -310,7 +333,7 @@ TEST_F(TaskThreadPassTest, DoesNotGiveWayWhileItIsIdle)
         });
     m_clsWorker.FunTask();
     thHost.join();
-    EXPECT_EQ(1, clsYields.GetYields());
+    EXPECT_EQ(GIVE_WAYS, clsYields.GetYields()); // after the job
 }
 
 TEST_F(TaskThreadPassTest, DoesNotGiveWayWhenItEndsWithoutAJob)

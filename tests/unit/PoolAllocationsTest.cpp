@@ -1,0 +1,111 @@
+// What the road of a task allocates, and that nothing is freed under a lock that several threads want.
+
+#include "tests/support/FailingMemory.h"
+#include "tests/support/PoolView.h"
+#include "tests/unit/PoolFixture.h"
+
+#include <algorithm>
+#include <functional>
+#include <gtest/gtest.h>
+#include <memory>
+#include <string>
+
+namespace
+{
+/// The most that one task may allocate, from its submission until its worker is idle again.
+constexpr long MOST_ALLOCATIONS = 18;
+
+class PoolAllocationsTest : public CLS_PoolFixture
+{
+protected:
+    void SetUp() override
+    {
+        if (!FailingMemory::REACHES_ALL)
+        {
+            GTEST_SKIP() << "this sanitizer keeps operator new";
+        }
+        CLS_PoolFixture::SetUp();
+    }
+
+    void TearDown() override
+    {
+        FailingMemory::WatchFrees({});
+        CLS_PoolFixture::TearDown();
+    }
+
+    /// From now on, checks at each block that the calling thread frees that it holds no lock of the pool.
+    void CheckFrees(CLS_QuenTaskPool& _clsPool)
+    {
+        m_iFrees = 0;
+        FailingMemory::WatchFrees(
+            [&]
+            {
+                ++m_iFrees;
+                EXPECT_TRUE(PoolView::AreLocksFree(_clsPool));
+            });
+    }
+
+    int m_iFrees = 0;
+    int m_iOwner = 0; ///< its address serves as an owner
+};
+
+TEST_F(PoolAllocationsTest, SmallTaskTakesFewAllocations)
+{
+    CLS_QuenTaskPool& clsPool = MakePool();
+    PoolView::AddOwnedTask(clsPool, "another task of the owner, still queued", &m_iOwner);
+    const std::function<void()> funTask = [] {};
+    const std::string strCallInfo(40, 'c');
+    long iMost = 0;
+    for (int i = 0; i < 40; ++i)
+    {
+        const long iBefore = FailingMemory::GetAllocations();
+        EXPECT_TRUE(clsPool.AddTmpTask(funTask, &m_iOwner, strCallInfo));
+        FailingMemory::EnterExempt();
+        ASSERT_TRUE(WaitForIdle(clsPool, 1));
+        FailingMemory::LeaveExempt();
+        // The first tasks make the worker, and the memory that is used again.
+        iMost = i < 20 ? 0 : std::max(iMost, FailingMemory::GetAllocations() - iBefore);
+    }
+    EXPECT_LE(iMost, MOST_ALLOCATIONS);
+    EXPECT_GT(iMost, 5) << "the count reaches the pool's threads";
+}
+
+TEST_F(PoolAllocationsTest, EndOfATaskFreesNothingUnderTheOwnersLock)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    const std::string strFirst = "an id that is too long for its object";
+    const std::string strSecond = "another id that is too long for its object";
+    PoolView::AddOwnedTask(clsPool, strFirst, &m_iOwner);
+    PoolView::AddOwnedTask(clsPool, strSecond, &m_iOwner);
+    CheckFrees(clsPool);
+    clsPool.RemoveTmpTask(strFirst);
+    EXPECT_EQ(4, m_iFrees); // two entries with their texts
+    clsPool.RemoveTmpTask(strSecond);
+    EXPECT_EQ(10, m_iFrees); // also the owner's list and its cursor
+    FailingMemory::WatchFrees({});
+    EXPECT_TRUE(PoolView::GetOwned(clsPool).empty());
+    EXPECT_TRUE(PoolView::GetOwners(clsPool).empty());
+    EXPECT_TRUE(PoolView::GetCursorOwners(clsPool).empty());
+}
+
+TEST_F(PoolAllocationsTest, WorkerIsBoundAndUnboundWithoutFreeingUnderTheLock)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    CLS_TaskThread* const pThread = clsPool.CreateTaskThread();
+    for (int i = 0; i < 2; ++i)
+    {
+        std::string strTaskId;
+        std::weak_ptr<CLS_Task> pTask = CLS_Task::CreatePoolTask([] {}, -1, "call", strTaskId);
+        const std::string strDeleted = strTaskId;
+        CheckFrees(clsPool);
+        PoolView::BindTask(clsPool, pThread, strTaskId, pTask);
+        EXPECT_EQ(0, m_iFrees);
+        FailingMemory::WatchFrees({});
+        CLS_Task::DeleteTask(strDeleted);
+        CheckFrees(clsPool);
+        PoolView::UnbindTask(clsPool, pThread);
+        EXPECT_EQ(1, m_iFrees) << "the record's memory, whose last reference was the worker's";
+        FailingMemory::WatchFrees({});
+    }
+}
+} // namespace

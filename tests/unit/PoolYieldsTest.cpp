@@ -1,0 +1,75 @@
+// When the dispatcher yields, and how often.
+
+#include "tests/support/PoolView.h"
+#include "tests/support/WatchedYields.h"
+#include "tests/unit/PoolFixture.h"
+
+#include <atomic>
+#include <gtest/gtest.h>
+#include <mutex>
+#include <string>
+#include <thread>
+
+namespace
+{
+using PoolYieldsTest = CLS_PoolFixture;
+
+TEST_F(PoolYieldsTest, DispatcherYieldsAFewTimesAfterABatchAndHoldsNothingMeanwhile)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    PoolView::AddIdleWorker(clsPool, clsPool.CreateTaskThread());
+    for (int i = 1; i <= 2; ++i)
+    {
+        clsPool.AddWaitingTasks(MakeTask([] {}));
+        const CLS_WatchedYields clsYields(
+            [&]
+            {
+                EXPECT_TRUE(PoolView::GetQueue(clsPool).empty());
+                EXPECT_TRUE(PoolView::AreLocksFree(clsPool));
+            });
+        PoolView::RunDispatchPass(clsPool);
+        EXPECT_EQ(GIVE_WAYS, clsYields.GetYields()) << "pass " << i;
+        ASSERT_TRUE(WaitForIdle(clsPool, 1));
+    }
+}
+
+TEST_F(PoolYieldsTest, DispatcherYieldsNoLongerOnceATaskIsQueued)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    PoolView::AddIdleWorker(clsPool, clsPool.CreateTaskThread());
+    const std::string strNext = MakeTask([] {});
+    clsPool.AddWaitingTasks(MakeTask([] {}));
+    const CLS_WatchedYields clsYields(
+        [&]
+        {
+            if (clsYields.GetYields() == 2)
+            {
+                clsPool.AddWaitingTasks(strNext);
+            }
+        });
+    PoolView::RunDispatchPass(clsPool);
+    EXPECT_EQ(2, clsYields.GetYields());
+}
+
+TEST_F(PoolYieldsTest, IdleDispatcherDoesNotYield)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    int iIdleYields = 0;
+    const CLS_WatchedYields clsYields([&] { iIdleYields += PoolView::GetRunFlag(clsPool) ? 1 : 0; });
+    std::thread thHost(
+        [&]
+        {
+            for (int i = 0; i < 20; ++i)
+            {
+                const std::lock_guard<std::mutex> lock(PoolView::GetQueueLock(clsPool));
+                PoolView::GetQueueSignal(clsPool).notify_one();
+            }
+            const std::lock_guard<std::mutex> lock(PoolView::GetQueueLock(clsPool));
+            PoolView::GetRunFlag(clsPool) = false;
+            PoolView::GetQueueSignal(clsPool).notify_one();
+        });
+    clsPool.FunTaskingThread();
+    thHost.join();
+    EXPECT_EQ(0, iIdleYields);
+}
+} // namespace
