@@ -420,9 +420,12 @@ private:
     std::vector<std::weak_ptr<CLS_Task>> m_vecWaitingRecords ZEL_GUARDED_BY(m_mtxWaitingTasks);
     /// Tasks that wait behind those of m_vecWaitingTasks, because it had no memory to grow. Newest first.
     std::forward_list<ST_QueuedTask> m_lstWaitingOverflow ZEL_GUARDED_BY(m_mtxWaitingTasks);
-    /// Whether any task waits. Written with m_mtxWaitingTasks held; the dispatcher also reads it without, as
-    /// a hint. Relaxed.
+    /// Whether any task waits in the queue. Written with m_mtxWaitingTasks held. Dispatcher and workers read
+    /// it without, as a hint. Relaxed.
     std::atomic<bool> m_bWaitingTasks{false};
+    /// Whether tasks wait behind the one that the dispatcher hands over now. Written by the dispatcher, read
+    /// by workers, as a hint. Relaxed.
+    std::atomic<bool> m_bBatchWaits{false};
     /// What the dispatcher hands out. Only its thread uses this.
     ST_Batch m_stBatch;
 };

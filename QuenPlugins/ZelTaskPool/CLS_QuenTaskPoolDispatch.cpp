@@ -178,6 +178,7 @@ void CLS_QuenTaskPool::TakeWaitingTasks(ST_Batch& _stBatch)
 bool CLS_QuenTaskPool::DispatchTask(std::string& _strTaskId, std::weak_ptr<CLS_Task>& _pTask,
                                     std::size_t _iUndispatched)
 {
+    m_bBatchWaits.store(_iUndispatched > 1, std::memory_order_relaxed);
     CLS_TaskThread* const pWorker = m_bRun ? WaitForWorker(_iUndispatched) : nullptr;
     if (pWorker == nullptr)
     {

@@ -255,6 +255,8 @@ void CLS_QuenTaskPool::FunRunTask(CLS_TaskThread* _pWorker)
     {
         RemoveTmpTask(optTask->m_strTaskId);
     }
+    _pWorker->SetBacklog(m_bBatchWaits.load(std::memory_order_relaxed) ||
+                         m_bWaitingTasks.load(std::memory_order_relaxed));
     AddIdleWorker(_pWorker);
 }
 

@@ -24,6 +24,8 @@ constexpr std::int32_t STATUS_EXECUTING = 2;
 /// The registry. Hosts see the map and the lock through the static members, which have the standard types.
 struct CLS_Task::ST_Registry
 {
+    class CLS_Change;
+
     /// The current era. Begins a new one if a host has changed the map, which then differs in size from what
     /// the library made of it.
     std::uint32_t GetEra() ZEL_REQUIRES_SHARED(m_smLock)
@@ -48,6 +50,30 @@ struct CLS_Task::ST_Registry
     /// thread that sees the new size sees the era that began with it.
     std::atomic<std::size_t> m_uiSize{0};
     std::atomic<std::uint32_t> m_uiEra{1}; ///< see CLS_Task::m_uiEra; relaxed
+    /// See CLS_Change. Release and acquire: a thread that sees it set sees the era of the change.
+    std::atomic<bool> m_bChanging{false};
+};
+
+/// The library's own change of the registry, for as long as this object lives, with the lock held.
+///
+/// It takes long, because the map is large and its memory cold. Meanwhile no host can change the map, and the
+/// era is known. So FindTask needs no lock to trust a reference, and does not wait.
+class CLS_Task::ST_Registry::CLS_Change
+{
+public:
+    explicit CLS_Change(ST_Registry& _stRegistry) ZEL_REQUIRES(_stRegistry.m_smLock)
+        : m_uiEra(_stRegistry.GetEra()), m_stRegistry(_stRegistry)
+    {
+        m_stRegistry.m_bChanging.store(true, std::memory_order_release);
+    }
+    ~CLS_Change() { m_stRegistry.m_bChanging.store(false, std::memory_order_relaxed); }
+    CLS_Change(const CLS_Change&) = delete;
+    CLS_Change& operator=(const CLS_Change&) = delete;
+
+    const std::uint32_t m_uiEra; ///< the era of the change
+
+private:
+    ST_Registry& m_stRegistry;
 };
 
 CLS_Task::ST_Registry& CLS_Task::GetRegistry()
@@ -110,7 +136,8 @@ std::shared_ptr<CLS_Task> CLS_Task::CreatePoolTask(const std::function<void()>& 
     std::shared_ptr<CLS_Task> pReplaced = pTask;
     ST_Registry& stRegistry = GetRegistry();
     const CLS_LockGuard lock(stRegistry.m_smLock);
-    pTask->m_uiEra.store(stRegistry.GetEra(), std::memory_order_relaxed);
+    const ST_Registry::CLS_Change clsChange(stRegistry);
+    pTask->m_uiEra.store(clsChange.m_uiEra, std::memory_order_relaxed);
     auto stInserted = stRegistry.m_mapTasks.insert(std::move(clsEntry));
     if (!stInserted.inserted)
     {
@@ -141,8 +168,13 @@ std::shared_ptr<CLS_Task> CLS_Task::FindTask(const std::weak_ptr<CLS_Task>& _pKe
     // Released after the lock: if the task has left the registry, this may be the last reference.
     std::shared_ptr<CLS_Task> pKept = _pKept.lock();
     ST_Registry& stRegistry = GetRegistry();
+    if (pKept && stRegistry.m_bChanging.load(std::memory_order_acquire) &&
+        pKept->IsOfEra(stRegistry.m_uiEra.load(std::memory_order_relaxed)))
+    {
+        return pKept;
+    }
     const CLS_SharedGuard lock(stRegistry.m_smLock);
-    if (pKept && pKept->m_uiEra.load(std::memory_order_relaxed) == stRegistry.GetEra())
+    if (pKept && pKept->IsOfEra(stRegistry.GetEra()))
     {
         return pKept;
     }
@@ -150,11 +182,16 @@ std::shared_ptr<CLS_Task> CLS_Task::FindTask(const std::weak_ptr<CLS_Task>& _pKe
     return itTask == stRegistry.m_mapTasks.end() ? nullptr : itTask->second;
 }
 
+bool CLS_Task::IsOfEra(std::uint32_t _uiEra) const
+{
+    return m_uiEra.load(std::memory_order_relaxed) == _uiEra;
+}
+
 void CLS_Task::DeleteTask(const std::string& _strTaskId)
 {
     ST_Registry& stRegistry = GetRegistry();
     const CLS_LockGuard lock(stRegistry.m_smLock);
-    stRegistry.GetEra();
+    const ST_Registry::CLS_Change clsChange(stRegistry);
     const auto itTask = stRegistry.m_mapTasks.find(_strTaskId);
     if (itTask != stRegistry.m_mapTasks.end())
     {

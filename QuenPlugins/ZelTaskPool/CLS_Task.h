@@ -90,7 +90,7 @@ public:
     ///
     /// For the pool only: not exported.
     ///
-    /// Waits: for the registry's lock, shared.
+    /// Waits: for the registry's lock, shared. For a change by the library itself, only to search.
     static std::shared_ptr<CLS_Task> FindTask(const std::weak_ptr<CLS_Task>& _pKept,
                                               const std::string& _strTaskId);
 
@@ -210,6 +210,8 @@ private:
 
     /// The registry and its lock, with the annotated types.
     static ST_Registry& GetRegistry();
+    /// Whether only the registry has owned the task since it was registered, which was in this era.
+    bool IsOfEra(std::uint32_t _uiEra) const;
     /// Makes FindTask search for this task from now on. Ignores null.
     static void ForgetEra(const std::shared_ptr<CLS_Task>& _pTask);
 
@@ -230,7 +232,7 @@ private:
     std::atomic<std::chrono::steady_clock::time_point> m_tpLastRun{std::chrono::steady_clock::now()};
     std::atomic<bool> m_bValid{true};
     std::atomic<bool> m_bRemoved{false}; ///< see SetRemoved; relaxed
-    /// The era of the registry in which only the registry owned the task, see FindTask; 0 for never. Relaxed,
-    /// because every access holds the registry's lock, at least shared, or comes before CreateTask returns.
+    /// The era of the registry in which the task was registered, if only the registry has owned it since; 0
+    /// if not. See FindTask. Relaxed: the registry's lock orders it, or CLS_Change does.
     std::atomic<std::uint32_t> m_uiEra{0};
 };

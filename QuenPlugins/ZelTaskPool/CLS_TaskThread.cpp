@@ -76,6 +76,11 @@ void CLS_TaskThread::FunTask()
 
 void CLS_TaskThread::GiveWay()
 {
+    if (m_bBacklog)
+    {
+        // Even if a job is there: the dispatcher hands over more of them at a time.
+        std::this_thread::yield();
+    }
     for (int i = 0; i < GIVE_WAYS && !m_bHandedOver.load(std::memory_order_relaxed); ++i)
     {
         std::this_thread::yield();

@@ -99,6 +99,9 @@ public:
     /// of workers, whose lock guards both. For the pool only: not exported.
     std::weak_ptr<CLS_Task>& GetBoundTask() { return m_pBoundTask; }
 
+    /// Says whether more tasks wait for a worker. Called by the job. For the pool only: not exported.
+    void SetBacklog(bool _bBacklog) { m_bBacklog = _bBacklog; }
+
     /// The gate between the worker and the shutdown of its pool. For the pool only: not exported.
     CLS_RunGate& GetRunGate() { return m_clsRunGate; }
 
@@ -136,4 +139,5 @@ private:
     /// Whether a job has been handed over since the worker last looked. The worker reads it without a lock
     /// before it goes to sleep, as a hint. Relaxed.
     std::atomic<bool> m_bHandedOver{false};
+    bool m_bBacklog = false; ///< see SetBacklog; only the worker's thread uses it
 };
