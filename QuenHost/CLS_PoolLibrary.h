@@ -15,7 +15,7 @@
 /// Destroying this object neither ends the pool nor closes the library. It can be moved; a moved-from object
 /// has no functions.
 ///
-/// Threads: open it on one thread, before others use the pool: opening makes the pool's first call, which
+/// Threads: open it on one thread, before others use the pool. Opening makes the pool's first call, which
 /// must not race another. Read it on any thread.
 class CLS_PoolLibrary
 {
@@ -65,7 +65,9 @@ public:
         return clsLibrary;
     }
 
-    /// How many workers the pool has; empty if the library does not say. Not after the end of the pool.
+    /// The number of the pool's workers; empty if the library does not export it.
+    ///
+    /// Do not call it after the end of the pool.
     ///
     /// Waits: a few steps for one of the pool's locks.
     std::optional<int> GetWorkers() const
@@ -74,7 +76,7 @@ public:
         {
             return std::nullopt;
         }
-        // Static data and a member function, by the names that every compiler of these platforms gives them.
+        // A static member and a member function. All compilers of these platforms give them these names.
         void** const pInstance =
             static_cast<void**>(dlsym(m_pLibrary, "_ZN16CLS_QuenTaskPool11m_pInstanceE"));
         const auto funCount =
@@ -127,7 +129,7 @@ private:
 
     CLS_PoolLibrary() = default;
 
-    /// "" or what went wrong.
+    /// Opens the library and starts the pool. Returns "", or what went wrong.
     std::string Load(const std::string& _strPath)
     {
         m_pLibrary = dlopen(_strPath.c_str(), RTLD_NOW | RTLD_LOCAL);

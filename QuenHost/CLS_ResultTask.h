@@ -14,9 +14,11 @@
 
 /// A callable on its way to the one run that fills a future.
 ///
-/// The callable is destroyed on the thread that ran it, before the future is ready. If it never ran, it is
-/// destroyed where it was removed, and the future throws std::future_error with broken_promise. Only the
-/// future keeps the result or the exception.
+/// The callable is destroyed on the thread that ran it, before the future is ready. Only the future keeps the
+/// result or the exception.
+///
+/// A callable that never ran is destroyed on the thread of the removal. Its future then throws
+/// std::future_error with broken_promise.
 template <typename T_Callable>
 class CLS_ResultTask final : public CLS_QueuedTask
 {
@@ -33,7 +35,7 @@ public:
     {
     }
 
-    /// The future of the result. Once.
+    /// The future of the result. Call it once.
     std::future<Result> GetFuture() { return m_clsPromise.get_future(); }
 
     /// Runs the callable and fills the future. False when it threw.
@@ -61,7 +63,7 @@ public:
         }
     }
 
-    /// Destroys the callable, unless its run has.
+    /// Destroys the callable, unless its run has done so.
     void DestroyCallable() noexcept override { m_funTask.reset(); }
 
 private:
@@ -73,5 +75,5 @@ private:
     }
 
     std::promise<Result> m_clsPromise;
-    std::optional<T_Callable> m_funTask; ///< goes before the promise
+    std::optional<T_Callable> m_funTask; ///< destroyed before the promise
 };

@@ -71,7 +71,7 @@ private:
 
     static constexpr std::chrono::milliseconds LONGEST_QUIET = std::chrono::hours(24 * 365 * 100);
 
-    /// The time between looks while a run that a removal left behind goes on.
+    /// The time between looks during a run that a removal left behind.
     static constexpr std::chrono::milliseconds RETRY{10};
 
     class CLS_Look final : public CLS_QueuedTask
@@ -188,9 +188,9 @@ private:
 
     std::mutex m_mtxCore;                      ///< guards what follows
     std::unique_ptr<CLS_QueuedTask> m_pTask;   ///< the callable; null once closed, and for an empty one
-    Clock::time_point m_tpDue;                 ///< the next run, if it stays quiet
+    Clock::time_point m_tpDue;                 ///< the next run, without another trigger
     bool m_bTriggered = false;                 ///< since the last run began
-    bool m_bRunning = false;                   ///< m_pTask runs; it is read without the lock then
+    bool m_bRunning = false;                   ///< m_pTask runs, and is then used without the lock
     bool m_bClosed = false;                    ///< m_pTask is destroyed as soon as it does not run
-    std::shared_ptr<CLS_StopState> m_pPending; ///< the stop request of the look that is on its way; or null
+    std::shared_ptr<CLS_StopState> m_pPending; ///< the stop request of the look that waits or runs; or null
 };

@@ -10,7 +10,7 @@ inline void CLS_PoolHub::OpenGroup(CLS_TaskGroup& _clsGroup)
     m_chnGroups.Append(_clsGroup);
 }
 
-/// The stop request that the next removal raises.
+/// The stop request of the next removal.
 inline std::shared_ptr<CLS_StopState> CLS_PoolHub::GetStop(CLS_TaskGroup& _clsGroup) const
 {
     Lock lock(m_mtxHub);
@@ -77,8 +77,8 @@ inline bool CLS_PoolHub::RemoveTasks(CLS_TaskGroup& _clsGroup, std::chrono::mill
     return bOver;
 }
 
-// Without memory, it takes the group's reserve. When that is used up, the result is empty. Then the group has
-// taken no task since the removal that used it, so nothing is left to remove.
+// Without memory, it takes the group's reserve. If another removal has used the reserve, the result is empty.
+// Then the group has taken no task since that removal, so there is nothing to remove.
 
 /// Takes the lock, and makes what a removal leaves to a worker.
 inline CLS_PoolHub::Leftovers CLS_PoolHub::LockWithLeftover(Lock& _lock, CLS_TaskGroup& _clsGroup,
@@ -120,7 +120,7 @@ inline void CLS_PoolHub::RemoveTasksLater(CLS_TaskGroup& _clsGroup,
     }
 }
 
-/// Gives what is to be destroyed to a carrier. After the hub's end the caller keeps it.
+/// Gives the leftover to a carrier, which destroys it. After the end of the hub, the caller keeps it.
 inline void CLS_PoolHub::HandToWorker(Lock& _lock, Leftovers& _lstLeftover)
 {
     if (!m_bEnded)

@@ -2,8 +2,8 @@
 
 // Tasks that start later. Included by CLS_PoolHub.h.
 //
-// A loop task of the pool runs at once and again after its interval. So the timer is a loop task whose
-// interval ends when the first task is due; its second run queues what is due and makes the next timer.
+// A loop task of the pool runs at once, and again after its interval. The timer is a loop task whose interval
+// ends when the first task is due. Its second run queues the tasks that are due, and adds the next timer.
 
 #include "QuenHost/Core/CLS_PoolHub.h"
 
@@ -38,9 +38,9 @@ inline bool CLS_PoolHub::SubmitAfter(std::unique_ptr<CLS_QueuedTask> _pTask,
     return true;
 }
 
-// Without memory for a timer, the heartbeat queues what is due.
+// Without memory for a timer, the heartbeat queues the tasks that are due.
 
-/// Sets the timer to the first task that is due. May release the lock for a moment.
+/// Sets the timer to the first task that is due. May release the lock briefly.
 inline void CLS_PoolHub::EnsureTimer(Lock& _lock)
 {
     if (m_bEnded || m_mapDelayed.empty())
@@ -59,7 +59,7 @@ inline void CLS_PoolHub::EnsureTimer(Lock& _lock)
     StartTimer(_lock, tpDue);
 }
 
-/// Adds a timer to the pool. Releases the lock for a moment.
+/// Adds a timer to the pool. Releases the lock briefly.
 inline void CLS_PoolHub::StartTimer(Lock& _lock, Clock::time_point _tpDue)
 {
     constexpr std::chrono::milliseconds LONGEST_INTERVAL{INT_MAX};
