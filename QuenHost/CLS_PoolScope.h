@@ -18,7 +18,7 @@
 /// - With ZEL_HOST_CHECKS, which is on in debug builds, the process ends.
 /// - Without it, the owner takes no task, and the end of the scope destroys its waiting tasks.
 ///
-/// Threads: one at a time, and not a thread of the pool. TakeSnapshot: any.
+/// Threads: the one that created it, but not in a task. TakeSnapshot: any.
 ///
 /// Owns: the queue of one-shot tasks, and the library.
 class CLS_PoolScope
