@@ -1,9 +1,9 @@
 """The faults to find: each is put into a copy of one source of the product.
 
-An edit is (text, replacement); the text occurs in the source exactly once. scripts/checks/schedules.sh looks for the
-fault with the scenario and the strategy. "seen" is how the expected failure begins, or several such beginnings.
+An edit is (text, replacement). The text occurs in the source exactly once. scripts/checks/schedules.sh searches for the
+fault with the scenario and the strategy. "seen" is the beginning of the expected failure, or several such beginnings.
 
-  faults.py    checks that each text occurs once, which takes a second and builds nothing
+  faults.py    checks that each text occurs once; takes a second and builds nothing
 """
 import pathlib
 import sys
