@@ -13,6 +13,7 @@
 #include <list>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -100,8 +101,8 @@ public:
 
     /// Writes the rest and closes the file.
     ///
-    /// Fails: returns false, with the reason in _strError, if any event could not be written.
-    bool Close(std::string& _strError)
+    /// Fails: returns the reason, if any event could not be written.
+    [[nodiscard]] std::optional<std::string> TryClose()
     {
         FlushAll();
         Write("\n]\n");
@@ -111,8 +112,7 @@ public:
         {
             m_iError = errno;
         }
-        _strError = m_iError != 0 ? Explain(m_path, m_iError) : std::string();
-        return m_iError == 0;
+        return m_iError != 0 ? std::optional<std::string>(Explain(m_path, m_iError)) : std::nullopt;
     }
 
 #ifdef __cpp_exceptions
@@ -128,10 +128,9 @@ public:
     /// Does the same, but throws CLS_TraceError with the reason.
     void Close()
     {
-        std::string strError;
-        if (!Close(strError))
+        if (const std::optional<std::string> strError = TryClose())
         {
-            throw CLS_TraceError(strError);
+            throw CLS_TraceError(*strError);
         }
     }
 #endif
