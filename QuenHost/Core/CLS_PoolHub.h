@@ -175,7 +175,8 @@ private:
     void Dequeue(CLS_QueuedTask& _clsTask);
     void Deactivate(CLS_TaskGroup& _clsGroup);
     std::unique_ptr<CLS_QueuedTask> Withdraw(std::uint64_t _uiNumber);
-    void Delay(CLS_QueuedTask& _clsTask, Delayed& _mapDelayed);
+    static Delayed::node_type ReserveDelay(CLS_QueuedTask& _clsTask, Clock::time_point _tpDue);
+    void Delay(CLS_QueuedTask& _clsTask, Delayed::node_type&& _clsEntry);
     void Undelay(CLS_QueuedTask& _clsTask);
     void EnqueueDue();
     static CLS_QueuedTask* TakePosted(CLS_Ticket& _clsTicket);
@@ -208,6 +209,7 @@ private:
     void WriteOffLostTimer();
 
     // Owners.
+    bool Admit(Lock& _lock, CLS_QueuedTask& _clsTask);
     Leftovers LockWithLeftover(Lock& _lock, CLS_TaskGroup& _clsGroup, std::shared_ptr<const void>& _pKept);
     void HandToWorker(Lock& _lock, Leftovers& _lstLeftover);
 

@@ -1,7 +1,7 @@
 #pragma once
 
-// Where tasks wait: in the hub's queue, for other tasks of their owner, for the time at which they are due,
-// or for the host's thread. Included by CLS_PoolHub.h.
+// Where tasks wait: in the hub's queue, for other tasks of their owner, until they are due, or for the host's
+// thread. Included by CLS_PoolHub.h.
 
 #include "QuenHost/Core/CLS_PoolHub.h"
 #include "QuenHost/Core/CLS_Ticket.h"
@@ -99,10 +99,18 @@ inline std::unique_ptr<CLS_QueuedTask> CLS_PoolHub::Withdraw(std::uint64_t _uiNu
     return std::unique_ptr<CLS_QueuedTask>(pTask);
 }
 
-/// Makes the task wait for its time, with the only element of _mapDelayed. Allocates nothing.
-inline void CLS_PoolHub::Delay(CLS_QueuedTask& _clsTask, Delayed& _mapDelayed)
+/// Makes the task's entry among the delayed tasks ahead of time.
+inline CLS_PoolHub::Delayed::node_type CLS_PoolHub::ReserveDelay(CLS_QueuedTask& _clsTask,
+                                                                 Clock::time_point _tpDue)
 {
-    _clsTask.m_itDelayed = m_mapDelayed.insert(_mapDelayed.extract(_mapDelayed.begin()));
+    Delayed mapOne;
+    return mapOne.extract(mapOne.emplace(_tpDue, &_clsTask));
+}
+
+/// Adds the task to the delayed tasks, using up the entry. Allocates nothing.
+inline void CLS_PoolHub::Delay(CLS_QueuedTask& _clsTask, Delayed::node_type&& _clsEntry)
+{
+    _clsTask.m_itDelayed = m_mapDelayed.insert(std::move(_clsEntry));
     _clsTask.m_pGroup->m_chnDelayed.Append(_clsTask);
 }
 

@@ -18,22 +18,30 @@ inline std::shared_ptr<CLS_StopState> CLS_PoolHub::GetStop(CLS_TaskGroup& _clsGr
     return _clsGroup.m_pStop;
 }
 
+/// Counts a task if it is taken now. May release the lock briefly before it decides.
+inline bool CLS_PoolHub::Admit(Lock& _lock, CLS_QueuedTask& _clsTask)
+{
+    const bool bWatched = EnsureHeartbeat(_lock);
+    EnsureStopState(_lock, *_clsTask.m_pGroup); // last, because it may release the lock
+    const bool bAdmitted = bWatched && Accepts(_clsTask);
+    if (bAdmitted)
+    {
+        CountSubmitted(_clsTask);
+    }
+    return bAdmitted;
+}
+
 inline bool CLS_PoolHub::Submit(std::unique_ptr<CLS_QueuedTask>&& _pTask)
 {
-    CLS_TaskGroup& clsGroup = *_pTask->m_pGroup; // the owner keeps it
     const std::uint64_t uiNumber = _pTask->m_uiNumber = ++m_uiNumbers;
     const CLS_TraceSpan clsSpan(GetTrace(), "submit", _pTask->m_strCallInfo, DescribeFlow(uiNumber, "out"));
-    CLS_RemovedTasks clsRefused(GetTrace());
+    CLS_RemovedTasks clsRefused(GetTrace()); // destroyed after the lock is released
     Lock lock(m_mtxHub);
-    const bool bWatched = EnsureHeartbeat(lock);
-    EnsureStopState(lock, clsGroup); // last: from here on, no removal comes between
-    if (!bWatched || !Accepts(*_pTask))
+    if (!Admit(lock, *_pTask))
     {
         clsRefused.Add(*_pTask.release());
-        lock.unlock();
         return false;
     }
-    CountSubmitted(*_pTask);
     Enqueue(*_pTask.release());
     if (!BringCarrier(lock))
     {

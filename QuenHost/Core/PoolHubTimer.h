@@ -17,23 +17,17 @@ inline bool CLS_PoolHub::SubmitAfter(std::unique_ptr<CLS_QueuedTask> _pTask,
     {
         return Submit(std::move(_pTask));
     }
-    CLS_TaskGroup& clsGroup = *_pTask->m_pGroup; // the owner keeps it
     const std::uint64_t uiNumber = _pTask->m_uiNumber = ++m_uiNumbers;
     const CLS_TraceSpan clsSpan(GetTrace(), "submit", _pTask->m_strCallInfo, DescribeFlow(uiNumber, "out"));
-    Delayed mapDelayed;
-    mapDelayed.emplace(Clock::now() + std::min(_msDelay, LONGEST_DELAY), _pTask.get());
-    CLS_RemovedTasks clsRefused(GetTrace());
+    Delayed::node_type clsEntry = ReserveDelay(*_pTask, Clock::now() + std::min(_msDelay, LONGEST_DELAY));
+    CLS_RemovedTasks clsRefused(GetTrace()); // destroyed after the lock is released
     Lock lock(m_mtxHub);
-    const bool bWatched = EnsureHeartbeat(lock);
-    EnsureStopState(lock, clsGroup); // last: from here on, no removal comes between
-    if (!bWatched || !Accepts(*_pTask))
+    if (!Admit(lock, *_pTask))
     {
         clsRefused.Add(*_pTask.release());
-        lock.unlock();
         return false;
     }
-    CountSubmitted(*_pTask);
-    Delay(*_pTask.release(), mapDelayed);
+    Delay(*_pTask.release(), std::move(clsEntry));
     EnsureTimer(lock);
     return true;
 }
