@@ -2,8 +2,8 @@
 
 #include <functional>
 
-/// While one lives, the calling thread's yields are counted, and a function is called with each: the place to
-/// make something happen meanwhile. One at a time on a thread.
+/// During its life, it counts the calling thread's yields, and calls a function at each. Only one may exist
+/// at a time on a thread.
 class CLS_WatchedYields
 {
 public:
@@ -14,7 +14,7 @@ public:
 
     int GetYields() const { return m_iYields; }
 
-    /// The thread gives way.
+    /// The thread yields.
     void Note();
 
 private:

@@ -1,5 +1,5 @@
-// Makes any sequence of the pool's operations, on a pool whose long sleeps take a fraction of their time,
-// and checks after each one, and at the end, what must hold whatever came before.
+// Runs any sequence of the pool's operations. Long sleeps of the pool take a fraction of their time. Checks
+// the rules after each operation and at the end.
 
 #include "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool.h"
 #include "tests/support/FastSleep.h"

@@ -47,9 +47,9 @@ struct ST_ScheduleOptions
 /// Time is virtual, and passes when all threads wait. So a loop that reads the clock must sleep. If it only
 /// yields, time stands still and the schedule ends as a livelock.
 ///
-/// The threads are fibers of one thread of the system. They call this class through functions that replace
-/// the system's (LockCalls.cpp and others), and through hooks that the compiler calls at every access to
-/// memory (AtomicHooks.cpp).
+/// The threads are fibers of one thread of the system. They call this class in two ways:
+/// - through functions that replace the system's (LockCalls.cpp and others);
+/// - through hooks for every access to memory (AtomicHooks.cpp).
 class CLS_Scheduler
 {
 public:

@@ -238,8 +238,8 @@ void KitRemoveOwnerWhoseTaskSubmits()
     clsKit.End();
 }
 
-/// Two removals of a loop task meet: one by another thread or by the task's own run, and one by this thread,
-/// which finds nothing left of the task.
+/// Two removals of a loop task meet. One is by another thread or by the task's own run. After the other one,
+/// by this thread, nothing is left of the task.
 void KitRemoveLoopTwice()
 {
     CLS_World clsWorld;
