@@ -21,13 +21,14 @@ inline std::shared_ptr<CLS_StopState> CLS_PoolHub::GetStop(CLS_TaskGroup& _clsGr
 inline bool CLS_PoolHub::Submit(std::unique_ptr<CLS_QueuedTask>&& _pTask)
 {
     CLS_TaskGroup& clsGroup = *_pTask->m_pGroup; // the owner keeps it
+    const bool bTied = _pTask->m_pStop != nullptr;
     const std::uint64_t uiNumber = _pTask->m_uiNumber = ++m_uiNumbers;
     const CLS_TraceSpan clsSpan(GetTrace(), "submit", _pTask->m_strCallInfo, DescribeFlow(uiNumber, "out"));
     CLS_RemovedTasks clsRefused(GetTrace());
     Lock lock(m_mtxHub);
     const bool bWatched = EnsureHeartbeat(lock);
     EnsureStopState(lock, clsGroup); // last: from here on, no removal comes between
-    if (!bWatched || !Accepts(*_pTask))
+    if (!(bWatched || bTied) || !Accepts(*_pTask))
     {
         clsRefused.Add(*_pTask.release());
         lock.unlock();
@@ -35,7 +36,7 @@ inline bool CLS_PoolHub::Submit(std::unique_ptr<CLS_QueuedTask>&& _pTask)
     }
     CountSubmitted(*_pTask);
     Enqueue(*_pTask.release());
-    if (!BringCarrier(lock))
+    if (!BringCarrier(lock) && !bTied)
     {
         _pTask = Withdraw(uiNumber);
     }

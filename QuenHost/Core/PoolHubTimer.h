@@ -18,6 +18,7 @@ inline bool CLS_PoolHub::SubmitAfter(std::unique_ptr<CLS_QueuedTask> _pTask,
         return Submit(std::move(_pTask));
     }
     CLS_TaskGroup& clsGroup = *_pTask->m_pGroup; // the owner keeps it
+    const bool bTied = _pTask->m_pStop != nullptr;
     const std::uint64_t uiNumber = _pTask->m_uiNumber = ++m_uiNumbers;
     const CLS_TraceSpan clsSpan(GetTrace(), "submit", _pTask->m_strCallInfo, DescribeFlow(uiNumber, "out"));
     Delayed mapDelayed;
@@ -26,7 +27,7 @@ inline bool CLS_PoolHub::SubmitAfter(std::unique_ptr<CLS_QueuedTask> _pTask,
     Lock lock(m_mtxHub);
     const bool bWatched = EnsureHeartbeat(lock);
     EnsureStopState(lock, clsGroup); // last: from here on, no removal comes between
-    if (!bWatched || !Accepts(*_pTask))
+    if (!(bWatched || bTied) || !Accepts(*_pTask))
     {
         clsRefused.Add(*_pTask.release());
         lock.unlock();

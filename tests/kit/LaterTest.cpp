@@ -320,4 +320,18 @@ TEST_F(DebounceTest, ANegativeQuietTimeIsNone)
         EXPECT_TRUE(clsOwner.RemoveTasks());
     }
 }
+
+TEST(DebounceMemoryTest, ATriggerWithoutAWorkerWaitsForOne)
+{
+    CLS_TimerStandIn clsPool;
+    CLS_Debounce clsDebounce(
+        *clsPool.m_optOwner, milliseconds(0), [] {}, "debounce");
+    clsPool.m_uiRefused = 2; // the first is the heartbeat
+    ASSERT_TRUE(clsDebounce.Trigger());
+    EXPECT_EQ(1U, clsPool.m_clsPool.TakeSnapshot().m_uiQueued);
+    ASSERT_EQ(2U, clsPool.m_vecIntervals.size());
+    clsPool.m_vecTasks.front()();
+    ASSERT_EQ(3U, clsPool.m_vecIntervals.size()) << "the heartbeat brings the worker";
+    EXPECT_EQ(INT_MAX, clsPool.m_vecIntervals.back());
+}
 } // namespace
