@@ -42,7 +42,8 @@ public:
     CLS_Debounce& operator=(const CLS_Debounce&) = delete;
 
     /// The task runs after the quiet time, plus up to about 10 milliseconds, unless this is called again
-    /// before. False when the owner takes nothing, when the callable is empty, and without memory.
+    /// before. False when the owner takes nothing, when the callable is empty, and without memory. If memory
+    /// runs out later, the lost run is a failure of the owner.
     ///
     /// Waits: for no task; a few steps for locks.
     bool Trigger() { return m_pCore->Trigger(); }

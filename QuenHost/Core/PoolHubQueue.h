@@ -31,13 +31,13 @@ inline void CLS_PoolHub::EnsureStopState(Lock& _lock, CLS_TaskGroup& _clsGroup) 
     }
 }
 
-/// Counts a task that is taken.
+/// Counts a task that is taken, unless it goes on for another.
 inline void CLS_PoolHub::CountSubmitted(CLS_QueuedTask& _clsTask)
 {
     CLS_TaskGroup& clsGroup = *_clsTask.m_pGroup;
     _clsTask.m_pStop = clsGroup.m_pStop;
-    ++m_stCounters.m_uiSubmitted;
-    ++clsGroup.m_stCounters.m_uiSubmitted;
+    m_stCounters.m_uiSubmitted += _clsTask.m_bContinues ? 0U : 1U;
+    clsGroup.m_stCounters.m_uiSubmitted += _clsTask.m_bContinues ? 0U : 1U;
 }
 
 /// Lets the task start as soon as its owner's limit and a worker allow.
