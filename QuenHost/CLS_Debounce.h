@@ -47,7 +47,7 @@ public:
     /// Starts the quiet time anew. The task runs after it, plus up to about 10 milliseconds.
     ///
     /// Returns false if the owner takes nothing, the callable is empty, or there is no memory. Then no run
-    /// follows.
+    /// follows. If memory runs out later, the lost run is a failure of the owner.
     ///
     /// Waits: for no task; a few steps for locks.
     bool Trigger() { return m_pCore->Trigger(); }

@@ -31,13 +31,13 @@ inline void CLS_PoolHub::EnsureStopState(Lock& _lock, CLS_TaskGroup& _clsGroup) 
     }
 }
 
-/// Counts a task that is taken.
+/// Counts a task that is taken, unless it goes on for another.
 inline void CLS_PoolHub::CountSubmitted(CLS_QueuedTask& _clsTask)
 {
     CLS_TaskGroup& clsGroup = *_clsTask.m_pGroup;
     _clsTask.m_pStop = clsGroup.m_pStop;
-    ++m_stCounters.m_uiSubmitted;
-    ++clsGroup.m_stCounters.m_uiSubmitted;
+    m_stCounters.m_uiSubmitted += _clsTask.m_bContinues ? 0U : 1U;
+    clsGroup.m_stCounters.m_uiSubmitted += _clsTask.m_bContinues ? 0U : 1U;
 }
 
 /// Queues the task, or holds it until the limit of its owner lets it start.

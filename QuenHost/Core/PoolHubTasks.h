@@ -21,9 +21,10 @@ inline std::shared_ptr<CLS_StopState> CLS_PoolHub::GetStop(CLS_TaskGroup& _clsGr
 /// Counts a task if it is taken now. May release the lock briefly before it decides.
 inline bool CLS_PoolHub::Admit(Lock& _lock, CLS_QueuedTask& _clsTask)
 {
+    const bool bTied = _clsTask.m_pStop != nullptr;
     const bool bWatched = EnsureHeartbeat(_lock);
     EnsureStopState(_lock, *_clsTask.m_pGroup); // last, because it may release the lock
-    const bool bAdmitted = bWatched && Accepts(_clsTask);
+    const bool bAdmitted = (bWatched || bTied) && Accepts(_clsTask);
     if (bAdmitted)
     {
         CountSubmitted(_clsTask);
@@ -33,6 +34,7 @@ inline bool CLS_PoolHub::Admit(Lock& _lock, CLS_QueuedTask& _clsTask)
 
 inline bool CLS_PoolHub::Submit(std::unique_ptr<CLS_QueuedTask>&& _pTask)
 {
+    const bool bTied = _pTask->m_pStop != nullptr;
     const std::uint64_t uiNumber = _pTask->m_uiNumber = ++m_uiNumbers;
     const CLS_TraceSpan clsSpan(GetTrace(), "submit", _pTask->m_strCallInfo, DescribeFlow(uiNumber, "out"));
     CLS_RemovedTasks clsRefused(GetTrace()); // destroyed after the lock is released
@@ -43,7 +45,7 @@ inline bool CLS_PoolHub::Submit(std::unique_ptr<CLS_QueuedTask>&& _pTask)
         return false;
     }
     Enqueue(*_pTask.release());
-    if (!BringCarrier(lock))
+    if (!BringCarrier(lock) && !bTied)
     {
         _pTask = Withdraw(uiNumber);
     }

@@ -188,8 +188,8 @@ inline void CLS_PoolHub::RunFirst(Lock& _lock, ST_PoolRecord& _stRecord, const S
     _lock.lock();
     EndRun(stRun);
     Deactivate(clsGroup);
-    ++m_stCounters.m_uiRun;
-    ++clsGroup.m_stCounters.m_uiRun;
+    m_stCounters.m_uiRun += pTask->m_bContinued ? 0U : 1U;
+    clsGroup.m_stCounters.m_uiRun += pTask->m_bContinued ? 0U : 1U;
     _stRecord.m_bBusy = false;
     ++m_iInside;
     if (stRun.m_pLeftover)
