@@ -13,8 +13,8 @@
 
 /// The part of a CLS_Debounce that its tasks share.
 ///
-/// A look is a delayed task. It runs the callable if it was quiet long enough; otherwise, the next look goes
-/// on for it. So all looks up to a run count as one task.
+/// A look is a delayed task. It runs the callable if the quiet time is over. Otherwise, it submits the next
+/// look. All looks up to a run count as one task.
 ///
 /// Threads: any, except the constructor.
 ///
@@ -90,7 +90,7 @@ private:
         bool m_bRun = false;
     };
 
-    /// Triggers. Fails: std::bad_alloc passes.
+    /// Triggers. std::bad_alloc propagates.
     bool TriggerOrThrow()
     {
         const ST_OwnerLink stTied = m_stLink.Tie();
@@ -111,7 +111,7 @@ private:
         return Schedule(stTied, m_msQuiet, false);
     }
 
-    /// Submits a look. False if it is refused; then nothing is pending. Fails: std::bad_alloc; likewise.
+    /// Submits a look. False if it is refused. std::bad_alloc propagates. In both cases, nothing is pending.
     bool Schedule(const ST_OwnerLink& _stTied, std::chrono::nanoseconds _nsDelay, bool _bContinues)
     {
         bool bTaken = false;
@@ -144,7 +144,7 @@ private:
         }
     }
 
-    /// Runs the callable if it is due. False if it threw. Fails: as Schedule; then a run is lost.
+    /// Runs the callable if it is due. False if it threw. If Schedule throws, a run is lost.
     bool Look(const CLS_StopToken& _clsToken, const ST_OwnerLink& _stTied, bool& _bContinued)
     {
         {
@@ -172,8 +172,8 @@ private:
         return !pException;
     }
 
-    /// After a run: submits the next look, or destroys the callable if the debounce is closed. Fails: as
-    /// Schedule.
+    /// After a run: submits the next look, or destroys the callable if the debounce is closed. Throws as
+    /// Schedule does.
     void EndRun(const ST_OwnerLink& _stTied)
     {
         std::unique_ptr<CLS_QueuedTask> pTask;

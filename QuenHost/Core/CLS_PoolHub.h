@@ -68,7 +68,7 @@ public:
     void OpenGroup(CLS_TaskGroup& _clsGroup);
 
     /// Takes over a task of a group. False, with the task destroyed, if nothing is taken now, or if there is
-    /// no worker. A task with a stop request goes on with earlier work, so it then waits for a worker.
+    /// no worker. But a task with a stop request continues earlier work, and waits for a worker.
     ///
     /// Fails: with std::bad_alloc. Then the caller still has the task.
     bool Submit(std::unique_ptr<CLS_QueuedTask>&& _pTask);

@@ -45,8 +45,8 @@ public:
     /// Otherwise the hub sets it.
     std::shared_ptr<CLS_StopState> m_pStop;
     std::string m_strCallInfo;
-    bool m_bContinues = false;    ///< it goes on for a task that was counted when it was submitted
-    bool m_bContinued = false;    ///< another goes on for it and counts as its run; written by its run
+    bool m_bContinues = false;    ///< it continues a task, and is not counted when it is submitted
+    bool m_bContinued = false;    ///< another task continues it, and is counted as its run; set by its run
     std::uint64_t m_uiNumber = 0; ///< tells the tasks of a hub apart
     std::chrono::steady_clock::time_point m_tpQueued;
     ST_Link<CLS_QueuedTask> m_stQueueLink; ///< in the hub's queue

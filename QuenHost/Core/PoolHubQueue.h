@@ -31,7 +31,7 @@ inline void CLS_PoolHub::EnsureStopState(Lock& _lock, CLS_TaskGroup& _clsGroup) 
     }
 }
 
-/// Counts a task that is taken, unless it goes on for another.
+/// Counts a task that is taken, unless it continues another one.
 inline void CLS_PoolHub::CountSubmitted(CLS_QueuedTask& _clsTask)
 {
     CLS_TaskGroup& clsGroup = *_clsTask.m_pGroup;
