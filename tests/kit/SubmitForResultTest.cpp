@@ -13,7 +13,7 @@ namespace
 {
 using SubmitForResultTest = CLS_PoolTest;
 
-/// An exception of the host's own.
+/// An exception type of the host.
 class CLS_HostError : public std::runtime_error
 {
 public:

@@ -18,7 +18,7 @@ constexpr int MOST_STEPS = 60;
 constexpr int SLEEP_DIVISOR = 50;
 constexpr std::chrono::milliseconds SHORTEST_CUT{10};
 
-/// Sleeps for a part of what was asked for.
+/// Sleeps for a fraction of the requested time.
 void SleepBriefly(const ST_Sleep& _stSleep)
 {
     std::this_thread::sleep_for(std::chrono::microseconds(_stSleep.m_msAsked) / SLEEP_DIVISOR);

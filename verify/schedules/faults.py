@@ -36,15 +36,15 @@ def fault(name, source, *edits, scenario, strategy, seen):
 
 FAULTS = [
     # Notifications.
-    fault("a queued id notifies nobody", DISPATCH,
+    fault("a queued id causes no notification", DISPATCH,
           ("    AppendWaitingTask(lstTaskId);\n    m_cvWaitingTasks.notify_one();\n", "    AppendWaitingTask(lstTaskId);\n"),
           scenario="submit-and-run", strategy="random",
           seen="A was queued 1 times and ran 0"),
-    fault("a hand-over notifies nobody", WORKER,
+    fault("a hand-over causes no notification", WORKER,
           ("    m_funFunction = _funJob;\n    m_cvFunction.notify_one();\n", "    m_funFunction = _funJob;\n"),
           scenario="submit-and-run", strategy="random",
           seen=("A was queued 1 times and ran 0", "B was queued 1 times and ran 0")),
-    fault("the end of the pool notifies nobody", DISPATCH,
+    fault("the end of the pool causes no notification", DISPATCH,
           ("    }\n    m_cvWaitingTasks.notify_one();\n", "    }\n"),
           scenario="submit-and-run", strategy="random",
           seen="the service threads end late"),

@@ -66,7 +66,7 @@ private:
     std::optional<CLS_PoolScope> m_clsPool;
 };
 
-/// A thread of the host's that runs what is posted to it.
+/// A thread of the host that runs the callables posted to it.
 class CLS_KitHost
 {
 public:

@@ -30,7 +30,7 @@ struct ST_Job
     int m_iEnded = 0;                       ///< runs
     std::chrono::nanoseconds m_nsBegun{0};  ///< the last run
     std::chrono::nanoseconds m_nsEnded{0};  ///< the last run
-    bool m_bRemoved = false;                ///< no run may begin any more
+    bool m_bRemoved = false;                ///< no run may begin
     bool m_bMayOverlap = false;
     bool m_bAtOnce = true;                                 ///< a run begins at the moment of its queueing
     bool m_bInTime = true;                                 ///< of a loop task: each run begins within 10 ms
