@@ -174,8 +174,8 @@ def sum_states(texts):
 
 
 def find_unproved_mistakes(texts):
-    """Variants without a twin, which shows that the mistake causes the error. The twin is the same search without the
-    mistake. It must be in the list, and find nothing."""
+    """Variants without a twin. A twin is the same search without the mistake. It shows that the mistake causes the
+    error. It must be in the list, find nothing, and not count as refuted."""
     found = {check.name(): text for check, text in zip(CHECKS, texts)}
     unproved = []
     for check in filter(lambda check: check.refuted, CHECKS):
