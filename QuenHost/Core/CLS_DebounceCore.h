@@ -90,7 +90,7 @@ private:
         bool m_bRun = false;
     };
 
-    /// Triggers. Fails: std::bad_alloc passes.
+    /// Triggers, or throws std::bad_alloc.
     bool TriggerOrThrow()
     {
         const ST_OwnerLink stTied = m_stLink.Tie();
@@ -111,7 +111,7 @@ private:
         return Schedule(stTied, m_msQuiet, false);
     }
 
-    /// Submits a look. False if it is refused; then nothing is pending. Fails: std::bad_alloc; likewise.
+    /// Submits a look. After false, for a refusal, and after std::bad_alloc, nothing is pending.
     bool Schedule(const ST_OwnerLink& _stTied, std::chrono::nanoseconds _nsDelay, bool _bContinues)
     {
         bool bTaken = false;
@@ -144,7 +144,7 @@ private:
         }
     }
 
-    /// Runs the callable if it is due. False if it threw. Fails: as Schedule; then a run is lost.
+    /// Runs the callable if it is due. False if it threw. Throws as Schedule; then a run is lost.
     bool Look(const CLS_StopToken& _clsToken, const ST_OwnerLink& _stTied, bool& _bContinued)
     {
         {
@@ -172,8 +172,7 @@ private:
         return !pException;
     }
 
-    /// After a run: submits the next look, or destroys the callable if the debounce is closed. Fails: as
-    /// Schedule.
+    /// After a run: submits the next look, or destroys a closed callable. Throws as Schedule.
     void EndRun(const ST_OwnerLink& _stTied)
     {
         std::unique_ptr<CLS_QueuedTask> pTask;
