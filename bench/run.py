@@ -23,7 +23,7 @@ import publish
 import tables
 
 OPERATIONS = "operations"
-WORKLOADS = ("W1", "W2", "W3", "W4", "W4b", "W5", "W6", "W7", "W8", "W9", "W10", "W11")
+WORKLOADS = ("W1", "W2", "W3", "W4", "W4b", "W5", "W6", "W7", "W8", "W9", "W10", "W11", "W12")
 # These also run peers with as many threads as the pool may make.
 MANY_THREADS_WORKLOADS = ("W1",)
 MANY_THREADS = 301
