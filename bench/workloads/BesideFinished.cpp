@@ -34,7 +34,7 @@ Results Measure(CLS_System& _clsSystem, const ST_Beside& _stBeside)
     const auto dTasks = static_cast<double>(_stBeside.m_uiTasks);
     ST_Result stResult{
         Describe(_stBeside),
-        static_cast<double>(_stBeside.m_uiFinished),
+        static_cast<double>(_stBeside.m_uiFinished + _stBeside.m_uiTasks),
         {{"process_us", Clocks::ToMicroseconds(nsCpu) / dTasks},
          {"switches", static_cast<double>(Counters::GetSwitches() - uiSwitchesBefore) / dTasks}}};
     if (const auto uiAllocations = Counters::GetAllocations())
