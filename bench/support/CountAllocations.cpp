@@ -1,4 +1,4 @@
-// A library to preload: counts the allocations of a process. profile.py uses it, on Linux.
+// A library to preload: counts the allocations of a process. profile_tasks.py uses it, on Linux.
 
 #include <atomic>
 #include <cstddef>
