@@ -8,25 +8,28 @@
 #include <string>
 #include <utility>
 
-/// Runs a task once when it has been quiet for a while: a search while the user types, or a save while
-/// changes come. Its runs never overlap.
+/// Runs a task once after a quiet time without triggers.
 ///
-/// As a member it comes after its owner.
+/// Use it to search while the user types, or to save while changes arrive. Its runs never overlap. As a
+/// member, declare it after its owner. It can be neither copied nor moved.
 ///
-/// Threads: Trigger: any, several at once, also in the task. The end: one.
+/// Threads: Trigger: any, several at once, even in the task. The destructor: one.
 ///
-/// Waits: the end waits for nothing. A run in progress goes on; the removal by its owner waits for it.
+/// Waits: the destructor waits for nothing. A run in progress goes on, and the owner's removal waits for it.
 ///
-/// Owns: the callable. It is destroyed by the end, on its thread, or by the run in progress, on its worker.
-/// Neither copied nor moved.
+/// Owns: the callable. The destructor destroys it on its thread, or the run in progress does so on its
+/// worker.
 class CLS_Debounce
 {
 public:
-    /// Runs nothing until Trigger. The callable is called without an argument or with a stop token. A removal
-    /// of _clsOwner's tasks cancels it. Its failures go to _clsOwner. A negative quiet time counts as 0, and
-    /// the longest is a hundred years.
+    /// Runs nothing until Trigger.
     ///
-    /// Fails: what copying the callable throws, and std::bad_alloc.
+    /// - _clsOwner receives the failures. A removal of its tasks cancels the run that waits.
+    /// - _msQuiet: a negative quiet time counts as 0. The longest is a hundred years.
+    /// - _funTask is called without an argument or with a stop token.
+    /// - _strCallInfo describes the task.
+    ///
+    /// Fails: with what copying the callable throws, and std::bad_alloc.
     template <typename T_Callable>
     CLS_Debounce(const CLS_TaskOwner& _clsOwner, std::chrono::milliseconds _msQuiet, T_Callable&& _funTask,
                  const std::string& _strCallInfo)
@@ -35,14 +38,16 @@ public:
     {
     }
 
-    /// From here on, no run starts.
+    /// From now on, no run starts.
     ~CLS_Debounce() { m_pCore->Close(); }
 
     CLS_Debounce(const CLS_Debounce&) = delete;
     CLS_Debounce& operator=(const CLS_Debounce&) = delete;
 
-    /// The task runs after the quiet time, plus up to about 10 milliseconds, unless this is called again
-    /// before. False when the owner takes nothing, when the callable is empty, and without memory.
+    /// Starts the quiet time anew. The task runs after it, plus up to about 10 milliseconds.
+    ///
+    /// Returns false if the owner takes nothing, the callable is empty, or there is no memory. Then no run
+    /// follows. If memory runs out later, the lost run is a failure of the owner.
     ///
     /// Waits: for no task; a few steps for locks.
     bool Trigger() { return m_pCore->Trigger(); }

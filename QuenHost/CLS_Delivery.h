@@ -7,14 +7,16 @@
 #include <string>
 #include <utility>
 
-/// A way from tasks to a thread of the host's, for progress and other news. It ends with the next removal of
-/// the owner's tasks: nothing is delivered from then on, even when it had been posted before.
+/// Delivers progress and other news from tasks to a thread of the host.
 ///
-/// Threads: any. It may outlive the owner. Copies are the same way.
+/// The next removal of the owner's tasks ends it. From then on, nothing is delivered, even if it was already
+/// posted. It may outlive the owner. A copy is equal to its original.
+///
+/// Threads: any.
 class CLS_Delivery
 {
 public:
-    /// From tasks of _clsOwner to the thread that _clsHost posts to. The owner may end first.
+    /// Delivers for the tasks of _clsOwner to the thread to which _clsHost posts.
     ///
     /// Waits: for no task.
     CLS_Delivery(const CLS_TaskOwner& _clsOwner, CLS_HostThread _clsHost)
@@ -22,16 +24,22 @@ public:
     {
     }
 
-    /// Has the host's thread call _funDeliver once. What it throws is a failure of the owner. Callables that
-    /// one thread posts are called in that order, if the host's thread keeps it. False, and nothing of it is
-    /// left: when it is empty, after a removal of the owner's tasks, and when it cannot be posted.
+    /// Has the host's thread call _funDeliver once.
+    ///
+    /// If the call throws, that is a failure of the owner. Callables that one thread posts are called in that
+    /// order, if the host's thread keeps it.
+    ///
+    /// Returns false, and destroys the callable, in these cases:
+    /// - the callable is empty;
+    /// - the owner's tasks have been removed;
+    /// - the host's post function throws.
     ///
     /// Waits: for nothing but the host's post function.
     ///
-    /// Fails: what copying the callable throws, and std::bad_alloc; nothing was posted then.
+    /// Fails: with what copying the callable throws, and std::bad_alloc. Then nothing was posted.
     ///
-    /// Owns: the callable. It is destroyed on the host's thread when its call has ended; or, when it is never
-    /// called, on the thread of the removal.
+    /// Owns: the callable. It is destroyed on the host's thread when its call has ended. If it is never
+    /// called, it is destroyed on the thread of the removal.
     template <typename T_Callable>
     bool Post(T_Callable&& _funDeliver, const std::string& _strCallInfo) const
     {

@@ -5,17 +5,17 @@
 #include <memory>
 #include <utility>
 
-/// A thread of the host's on which it wants results, such as that of its windows.
+/// A thread of the host that receives results, such as the thread of its windows.
 ///
-/// Made once from the host's way to run something there, for example:
-/// - Qt: QMetaObject::invokeMethod(qApp, std::move(funCall), Qt::QueuedConnection)
-/// - GCD: dispatch_async_f with a callable on the heap
-/// - a queue of the host's own, which its thread empties.
+/// Create it once, from the function by which the host runs something there, for example:
+/// - Qt: QMetaObject::invokeMethod(qApp, std::move(funCall), Qt::QueuedConnection);
+/// - GCD: dispatch_async_f with a callable on the heap;
+/// - any other: append to a queue that the thread empties.
 ///
-/// What it uses must outlive the scope. So do not post to a window: a task may post just after the window is
-/// destroyed.
+/// What the function uses must outlive the scope. So do not post to a window: a task may post just after the
+/// window is destroyed.
 ///
-/// Threads: any. Copies are the same thread.
+/// Threads: any. A copy stands for the same thread.
 class CLS_HostThread
 {
 public:
@@ -23,7 +23,8 @@ public:
     ///
     /// Threads: called on workers, several at once.
     ///
-    /// Waits: it must not wait for the host's thread, which may be in a removal that waits for the worker.
+    /// Waits: it must not wait for the host's thread. That thread may be in a removal, which waits for the
+    /// worker.
     ///
     /// Fails: if it throws or drops the callable, the owner's failure handler is called. For a dropped
     /// callable, that happens where it is destroyed: hold no lock there that the handler takes.

@@ -15,10 +15,10 @@
 /// Destroy it before its scope and before what its callable uses: declare it as the last member. It can be
 /// moved; a moved-from object has no task.
 ///
-/// Threads: one at a time, which may run the task itself. IsAdded and the removals: any, several at once.
+/// Threads: one at a time, even in the task itself. IsAdded and the removals: any, several at once.
 ///
-/// Owns: the callable. It is destroyed exactly once: by the removal, on its thread; or by the run that
-/// outlasts the removal, on the worker.
+/// Owns: the callable. It is destroyed once: by the removal on its thread, or by a run that outlasts the
+/// removal on the worker.
 class CLS_LoopTask
 {
 public:
@@ -34,9 +34,10 @@ public:
     ///
     /// Waits: for no task.
     ///
-    /// Fails: with what copying the callable throws, and std::bad_alloc. Then there is no task. If memory
-    /// runs out in the pool after it took the task, IsAdded is true, the task may never run, and a snapshot
-    /// shows it as due.
+    /// Fails: with what copying the callable throws, and std::bad_alloc. Then there is no task.
+    ///
+    /// Memory may also run out in the pool after it took the task. Then IsAdded is true, but the task may
+    /// never run. A snapshot shows it as due.
     template <typename T_Callable>
     CLS_LoopTask(const CLS_PoolScope& _clsPool, T_Callable&& _funTask, int _iInterval,
                  std::string _strCallInfo, F_FailureHandler _funOnFailure = {})
@@ -77,9 +78,10 @@ public:
 
     /// Asks a run in progress to stop, waits for it, and destroys the callable.
     ///
-    /// From this call on, no run starts. Returns whether the task has ended, and true if there was none. A
-    /// run that removes its own task is not waited for: it destroys the callable when it ends, and a later
-    /// removal waits for that.
+    /// From this call on, no run starts. Returns whether the task has ended, and true if there was none.
+    ///
+    /// A task may remove itself. The call then does not wait for that run. The run destroys the callable when
+    /// it ends, and a later removal waits for that.
     ///
     /// Waits: until the run in progress ends, at most 9 seconds. After that, the run goes on and is reported
     /// as a failure.
@@ -88,7 +90,7 @@ public:
     /// Removes the task without waiting.
     ///
     /// A worker destroys the callable, or the run in progress does so when it ends. _pKept must keep alive
-    /// all that the task uses; it is released in the same place.
+    /// all that the task uses. It is released on the same thread.
     ///
     /// Waits: for no task; a few steps for a lock.
     ///
@@ -117,6 +119,6 @@ private:
     }
 
     std::shared_ptr<CLS_PoolHub> m_pHub; ///< null when there was no scope
-    /// Null when there was no task. Removals do not change it, so they may race and wait for each other.
+    /// Null if there was no task. Removals do not change it, so several may run at once.
     std::shared_ptr<CLS_LoopCore> m_pLoop;
 };

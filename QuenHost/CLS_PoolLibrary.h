@@ -7,6 +7,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
 #include <utility>
 
 /// The pool library, opened at run time, with its pool started.
@@ -15,7 +16,7 @@
 /// Destroying this object neither ends the pool nor closes the library. It can be moved; a moved-from object
 /// has no functions.
 ///
-/// Threads: open it on one thread, before others use the pool: opening makes the pool's first call, which
+/// Threads: open it on one thread, before others use the pool. Opening makes the pool's first call, which
 /// must not race another. Read it on any thread.
 class CLS_PoolLibrary
 {
@@ -31,22 +32,18 @@ public:
     static std::optional<CLS_PoolLibrary> Open(const std::string& _strPath, std::string& _strError)
     {
         CLS_PoolLibrary clsLibrary;
-        _strError = clsLibrary.Load(_strPath);
-        if (!_strError.empty())
-        {
-            return std::nullopt;
-        }
-        return clsLibrary;
+        const std::optional<std::string> strError = clsLibrary.Load(_strPath);
+        _strError = strError.value_or("");
+        return strError ? std::nullopt : std::optional<CLS_PoolLibrary>(std::move(clsLibrary));
     }
 
 #ifdef __cpp_exceptions
     /// Does the same, but throws std::runtime_error with that text.
     explicit CLS_PoolLibrary(const std::string& _strPath)
     {
-        const std::string strError = Load(_strPath);
-        if (!strError.empty())
+        if (const std::optional<std::string> strError = Load(_strPath))
         {
-            throw std::runtime_error(strError);
+            throw std::runtime_error(*strError);
         }
     }
 #endif
@@ -65,7 +62,9 @@ public:
         return clsLibrary;
     }
 
-    /// How many workers the pool has; empty if the library does not say. Not after the end of the pool.
+    /// The number of the pool's workers; empty if the library does not export it.
+    ///
+    /// Do not call it after the end of the pool.
     ///
     /// Waits: a few steps for one of the pool's locks.
     std::optional<int> GetWorkers() const
@@ -74,7 +73,7 @@ public:
         {
             return std::nullopt;
         }
-        // Static data and a member function, by the names that every compiler of these platforms gives them.
+        // A static member and a member function. All compilers of these platforms give them these names.
         void** const pInstance =
             static_cast<void**>(dlsym(m_pLibrary, "_ZN16CLS_QuenTaskPool11m_pInstanceE"));
         const auto funCount =
@@ -127,56 +126,60 @@ private:
 
     CLS_PoolLibrary() = default;
 
-    /// "" or what went wrong.
-    std::string Load(const std::string& _strPath)
+    /// Opens the library and starts the pool. Returns the error for the user, if there is one.
+    std::optional<std::string> Load(const std::string& _strPath)
     {
         m_pLibrary = dlopen(_strPath.c_str(), RTLD_NOW | RTLD_LOCAL);
         if (m_pLibrary == nullptr)
         {
             return "cannot open the pool library " + _strPath + ": " + TakeLoaderError();
         }
-        std::string strError;
-        if (LookUpFunctions(strError) && StartPool(strError))
+        std::optional<std::string> strError = LookUpFunctions();
+        if (!strError)
         {
-            return {};
+            strError = StartPool();
+        }
+        if (!strError)
+        {
+            return std::nullopt;
         }
         Close();
-        return "the pool library " + _strPath + " " + strError;
+        return "the pool library " + _strPath + " " + *strError;
     }
 
-    /// Stops at the first that is missing.
-    bool LookUpFunctions(std::string& _strError)
+    /// Looks up the functions. Returns an error about the first that is missing, if there is one.
+    std::optional<std::string> LookUpFunctions()
     {
-        return LookUp("AddTmpTask", m_stFunctions.m_funAddTmpTask, _strError) &&
-               LookUp("RemoveTmpTask", m_stFunctions.m_funRemoveTmpTask, _strError) &&
-               LookUp("AddLoopTask", m_stFunctions.m_funAddLoopTask, _strError) &&
-               LookUp("RemoveTask", m_stFunctions.m_funRemoveTask, _strError) &&
-               LookUp("KillTask", m_stFunctions.m_funKillTask, _strError) &&
-               LookUp("KillTaskAll", m_stFunctions.m_funKillTaskAll, _strError) &&
-               LookUp("UnInit", m_stFunctions.m_funUnInit, _strError);
-    }
-
-    template <typename T_Function>
-    bool LookUp(const char* _szName, T_Function& _funResult, std::string& _strError)
-    {
-        _funResult = reinterpret_cast<T_Function>(dlsym(m_pLibrary, _szName));
-        if (_funResult == nullptr)
+        std::optional<std::string> strError;
+        const auto funLookUp = [&](const char* _szName, auto& _funResult)
         {
-            _strError = std::string("lacks the function ") + _szName + ": " + TakeLoaderError();
-        }
-        return _funResult != nullptr;
+            using Function = std::decay_t<decltype(_funResult)>;
+            _funResult = strError ? nullptr : reinterpret_cast<Function>(dlsym(m_pLibrary, _szName));
+            if (!strError && _funResult == nullptr)
+            {
+                strError = std::string("lacks the function ") + _szName + ": " + TakeLoaderError();
+            }
+        };
+        funLookUp("AddTmpTask", m_stFunctions.m_funAddTmpTask);
+        funLookUp("RemoveTmpTask", m_stFunctions.m_funRemoveTmpTask);
+        funLookUp("AddLoopTask", m_stFunctions.m_funAddLoopTask);
+        funLookUp("RemoveTask", m_stFunctions.m_funRemoveTask);
+        funLookUp("KillTask", m_stFunctions.m_funKillTask);
+        funLookUp("KillTaskAll", m_stFunctions.m_funKillTaskAll);
+        funLookUp("UnInit", m_stFunctions.m_funUnInit);
+        return strError;
     }
 
-    /// Any call builds the pool; this one does nothing else.
-    bool StartPool(std::string& _strError) const
+    /// Starts the pool. Any call builds it; this one does nothing else. Returns the error, if there is one.
+    std::optional<std::string> StartPool() const
     {
-        const std::optional<std::string> strReason =
+        std::optional<std::string> strError =
             PoolCall::Guard([this] { m_stFunctions.m_funRemoveTmpTask(nullptr, "first use"); });
-        if (strReason)
+        if (strError)
         {
-            _strError = "cannot start its pool: " + *strReason;
+            strError->insert(0, "cannot start its pool: ");
         }
-        return !strReason;
+        return strError;
     }
 
     void Close()

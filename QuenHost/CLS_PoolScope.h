@@ -12,12 +12,13 @@
 
 /// The part of a program in which the pool is used. Its end is the end of the pool.
 ///
-/// Create it after what the tasks use, and before owners and loop tasks. An owner or loop task that is
-/// created before it, or outlives it, is a mistake, and the kit writes a line to standard error. With
-/// ZEL_HOST_CHECKS, which is on in debug builds, the process then ends. Without it, an owner takes nothing,
-/// and the end of the scope destroys its waiting tasks.
+/// Create it after what the tasks use, and before owners and loop tasks. It is a mistake to create an owner
+/// or a loop task before its scope, or to destroy it after the scope. The kit then writes a line to standard
+/// error.
+/// - With ZEL_HOST_CHECKS, which is on in debug builds, the process ends.
+/// - Without it, the owner takes no task, and the end of the scope destroys its waiting tasks.
 ///
-/// Threads: its own, which is none of the pool's. TakeSnapshot: any.
+/// Threads: the one that created it, but not in a task. TakeSnapshot: any.
 ///
 /// Owns: the queue of one-shot tasks, and the library.
 class CLS_PoolScope
@@ -48,8 +49,9 @@ public:
     {
     }
 
-    /// The pool's functions, for what the kit does not offer. They are null after a move from this scope and
-    /// after Unload, otherwise not.
+    /// The pool's functions, for what the kit does not offer.
+    ///
+    /// They are null after a move from this scope and after Unload.
     const ST_PoolFunctions& GetFunctions() const { return m_clsLibrary.GetFunctions(); }
 
     /// Shows what the scope's tasks are doing now. ST_PoolSnapshot::ToText prints it for a bug report.
@@ -72,8 +74,8 @@ public:
         if (std::exchange(m_bPool, false))
         {
             m_pHub->End();
-            // Unlike UnInit alone, it leaves no thread behind if a step fails. It throws only if the host has
-            // ended the pool itself and no other can be built. Then there is nothing to end.
+            // Unlike UnInit, it leaves no thread behind if a step fails. It throws only if the host has ended
+            // the pool itself and no new one can be built. Then there is nothing to end.
             PoolCall::Guard(m_clsLibrary.GetFunctions().m_funKillTaskAll);
         }
     }
@@ -108,5 +110,5 @@ private:
     const CLS_LivingScope m_clsLiving{this};
     CLS_PoolLibrary m_clsLibrary;
     bool m_bPool;                        ///< the pool has not ended
-    std::shared_ptr<CLS_PoolHub> m_pHub; ///< null for a scope without a pool from the beginning
+    std::shared_ptr<CLS_PoolHub> m_pHub; ///< null if there was never a pool
 };

@@ -14,9 +14,11 @@
 
 /// A callable on its way to the one run that fills a future.
 ///
-/// The callable is destroyed on the thread that ran it, before the future is ready. If it never ran, it is
-/// destroyed where it was removed, and the future throws std::future_error with broken_promise. Only the
-/// future keeps the result or the exception.
+/// The callable is destroyed on the thread that ran it, before the future is ready. Only the future keeps the
+/// result or the exception. Without a future, the run destroys them.
+///
+/// A callable that never ran is destroyed on the thread of the removal. Its future then throws
+/// std::future_error with broken_promise.
 template <typename T_Callable>
 class CLS_ResultTask final : public CLS_QueuedTask
 {
@@ -33,8 +35,8 @@ public:
     {
     }
 
-    /// The future of the result. Once.
-    std::future<Result> GetFuture() { return m_clsPromise.get_future(); }
+    /// The future of the result. Call it once.
+    std::future<Result> GetFuture() { return m_optPromise->get_future(); }
 
     /// Runs the callable and fills the future. False when it threw.
     bool Run(const CLS_StopToken& _clsToken) override
@@ -45,7 +47,7 @@ public:
             {
                 HostCall::Call(*m_funTask, _clsToken);
                 m_funTask.reset();
-                m_clsPromise.set_value();
+                m_optPromise->set_value();
             }
             else
             {
@@ -56,22 +58,26 @@ public:
         catch (...)
         {
             m_funTask.reset();
-            m_clsPromise.set_exception(std::current_exception());
+            m_optPromise->set_exception(std::current_exception());
             return false;
         }
     }
 
-    /// Destroys the callable, unless its run has.
-    void DestroyCallable() noexcept override { m_funTask.reset(); }
+    /// Destroys the callable, unless its run has done so, and a result without a future.
+    void DestroyCallable() noexcept override
+    {
+        m_funTask.reset();
+        m_optPromise.reset();
+    }
 
 private:
     template <typename T_Result>
     void SetResult(T_Result&& _clsResult)
     {
         m_funTask.reset();
-        m_clsPromise.set_value(std::forward<T_Result>(_clsResult));
+        m_optPromise->set_value(std::forward<T_Result>(_clsResult));
     }
 
-    std::promise<Result> m_clsPromise;
-    std::optional<T_Callable> m_funTask; ///< goes before the promise
+    std::optional<std::promise<Result>> m_optPromise{std::in_place};
+    std::optional<T_Callable> m_funTask; ///< destroyed before the promise
 };

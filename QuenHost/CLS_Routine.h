@@ -1,8 +1,8 @@
 #pragma once
 
 /// \file
-/// Coroutines that move between workers and the host's thread. Empty where the language or its library has
-/// none.
+/// Coroutines that move between workers and the host's thread. Without coroutines in the language or its
+/// library, this file is empty.
 
 #if __cplusplus >= 202002L
 #include <version>
@@ -33,23 +33,25 @@
 ///
 ///     ShowPicture(clsWindow, strPath).Start(clsOwner);
 ///
-/// A removal of the owner's tasks destroys the coroutine, with its variables, on the thread of the removal
-/// when it waits for its turn; or, when it is running, at its next co_await, on the thread of the run. What
-/// it throws after the first co_await is a failure of the owner.
+/// A removal of the owner's tasks destroys the coroutine with its variables:
+/// - while it waits for its turn: on the thread of the removal;
+/// - while it runs: at its next co_await, on the thread of the run.
 ///
-/// Take parameters by value: the coroutine may outlive what its caller refers to.
+/// An exception after the first co_await is a failure of the owner.
+///
+/// Take parameters by value. The coroutine may outlive the objects to which a reference refers.
 ///
 /// Threads: one at a time.
 ///
-/// Owns: the coroutine, until it is started; it is destroyed when it never is.
+/// Owns: the coroutine until Start. If it is never started, the destructor destroys it.
 class [[nodiscard]] CLS_Routine
 {
 public:
-    class promise_type; // the name that the language asks for
+    class promise_type; // the name that the language requires
 
-    /// Runs the coroutine on this thread up to its first co_await. Once.
+    /// Runs the coroutine on this thread up to its first co_await. Call it once.
     ///
-    /// Fails: what the coroutine throws until then.
+    /// Fails: with what the coroutine throws until then.
     void Start(const CLS_TaskOwner& _clsOwner) &&;
 
 private:
@@ -76,7 +78,7 @@ private:
         CLS_Suspended& operator=(const CLS_Suspended&) = delete;
         CLS_Suspended& operator=(CLS_Suspended&&) = delete;
 
-        /// Runs the coroutine up to its next co_await, and passes on what it throws. Once.
+        /// Runs the coroutine up to its next co_await, once. Its exceptions propagate.
         void Resume(const CLS_StopToken& _clsToken);
 
         promise_type& GetPromise() const { return m_hdlRoutine.promise(); }
@@ -94,7 +96,7 @@ private:
         {
         }
 
-        // The names that the language asks for.
+        // The names that the language requires.
         bool await_ready() const noexcept { return false; }
         void await_suspend(Handle _hdlRoutine) noexcept; // NOLINT(bugprone-exception-escape): it catches all
         CLS_StopToken await_resume() const;
@@ -113,15 +115,15 @@ private:
     CLS_Suspended m_clsSuspended;
 };
 
-/// co_await MoveToWorker("call information") goes on as a one-shot task of the owner. Its value is the
-/// CLS_StopToken of that task.
+/// co_await MoveToWorker("call information") continues the coroutine as a one-shot task of the owner. The
+/// value is the CLS_StopToken of that task.
 inline CLS_Routine::CLS_Move MoveToWorker(std::string _strCallInfo)
 {
     return {std::nullopt, std::move(_strCallInfo)};
 }
 
-/// co_await MoveToHost(clsHost, "call information") goes on on the host's thread. Its value is a
-/// CLS_StopToken.
+/// co_await MoveToHost(clsHost, "call information") continues the coroutine on the host's thread. The value
+/// is a CLS_StopToken.
 inline CLS_Routine::CLS_Move MoveToHost(CLS_HostThread _clsHost, std::string _strCallInfo)
 {
     return {std::move(_clsHost), std::move(_strCallInfo)};
@@ -161,7 +163,8 @@ inline void CLS_Routine::Start(const CLS_TaskOwner& _clsOwner) &&
     m_clsSuspended.Resume(CLS_StopToken());
 }
 
-/// Hands the coroutine, this object included, to the run that goes on with it. Refused, it is destroyed.
+/// Hands the coroutine, which includes this object, to the run that continues it. If the run is refused, the
+/// coroutine is destroyed.
 // NOLINTNEXTLINE(bugprone-exception-escape): it catches all
 inline void CLS_Routine::CLS_Move::await_suspend(Handle _hdlRoutine) noexcept
 {

@@ -21,27 +21,29 @@ auto FirstStep(T_Callable&& _funStep, std::string _strCallInfo);
 template <typename T_Result>
 auto WhenAll(std::vector<CLS_Steps<T_Result>> _vecSteps, std::string _strCallInfo);
 
-/// Work that is done one step after the other, each when the one before has its result. It is put together
-/// first, and then submitted for an owner:
+/// Work in steps: each step starts when the one before it has a result.
+///
+/// First put the steps together, then submit them for an owner:
 ///
 ///     FirstStep(Load, "load").Then(Scale, "scale").Deliver(clsWindow, Show, "show").Submit(clsOwner)
 ///
-/// A step takes the result of the one before, if there is one, and then a stop token or nothing. Nothing
-/// waits on a worker for another step. The next removal of the owner's tasks cancels all steps that have not
-/// started.
+/// A step takes the result of the one before it, if there is one, and then a stop token or nothing. A step
+/// that waits for another one occupies no worker. The next removal of the owner's tasks cancels all steps
+/// that have not started.
 ///
-/// What a step throws goes past the steps after it to the nearest OnFailure, or else to the owner's failure
-/// handler. So does std::bad_alloc when there is no memory to start the next step.
+/// If a step throws, the steps after it are skipped. The exception goes to the nearest OnFailure after the
+/// step, or else to the owner's failure handler. The same happens with std::bad_alloc if there is no memory
+/// to start the next step.
 ///
 /// Threads: one at a time, until it is submitted.
 ///
-/// Owns: the callables. Each is destroyed when its run has ended, before the next step starts; or, when it
-/// never runs, on the thread that cancels it, or that of the step that threw.
+/// Owns: the callables. Each is destroyed when its run has ended, before the next step starts. One that never
+/// runs is destroyed on the thread that cancels it, or on the thread of the step that threw.
 template <typename T_Result>
 class CLS_Steps
 {
 public:
-    using Value = StepValue<T_Result>; ///< what the last step passes on
+    using Value = StepValue<T_Result>; ///< the result of the last step
 
     /// Adds a step that runs on a worker.
     template <typename T_Callable>
@@ -58,8 +60,9 @@ public:
                                     {std::move(_strCallInfo), std::move(_clsHost)});
     }
 
-    /// When one of the steps before this throws: calls _funOnFailure on the host's thread, with the
-    /// ST_TaskFailure, in place of the steps after this.
+    /// Handles a failure of the steps before this: calls _funOnFailure on the host's thread.
+    ///
+    /// Its argument is the ST_TaskFailure. The steps after this are then skipped.
     template <typename T_Callable>
     [[nodiscard]] CLS_Steps OnFailure(CLS_HostThread _clsHost, T_Callable&& _funOnFailure,
                                       std::string _strCallInfo) &&
@@ -80,12 +83,14 @@ public:
             });
     }
 
-    /// Queues the first step for the owner. False, and nothing of the steps is left: when a callable is
-    /// empty, and as CLS_TaskOwner::Submit.
+    /// Queues the first step for the owner.
+    ///
+    /// Returns false, and destroys the callables, if one of them is empty or for the reasons of
+    /// CLS_TaskOwner::Submit.
     ///
     /// Waits: for no task; a few steps for a lock.
     ///
-    /// Fails: std::bad_alloc passes; nothing was queued then.
+    /// Fails: with std::bad_alloc. Then nothing was queued.
     [[nodiscard]] bool Submit(const CLS_TaskOwner& _clsOwner) &&
     {
         const std::unique_ptr<CLS_Start> pStart = std::move(m_pStart);
@@ -110,7 +115,7 @@ private:
         CLS_Start(const CLS_Start&) = delete;
         CLS_Start& operator=(const CLS_Start&) = delete;
 
-        /// Once. False when the first step is refused.
+        /// Starts the first step, once. False if it is refused.
         virtual bool Start(const ST_OwnerLink& _stLink, std::unique_ptr<CLS_StepSink<Value>> _pEnd) = 0;
     };
 
@@ -161,10 +166,10 @@ private:
             });
     }
 
-    std::unique_ptr<CLS_Start> m_pStart; ///< null when there is an empty callable, or after Submit
+    std::unique_ptr<CLS_Start> m_pStart; ///< null if a callable is empty, and after Submit
 };
 
-/// The first of some steps. It runs on a worker, and takes a stop token or nothing.
+/// Makes the first step. It runs on a worker, and takes a stop token or nothing.
 template <typename T_Callable>
 [[nodiscard]] auto FirstStep(T_Callable&& _funStep, std::string _strCallInfo)
 {
@@ -185,10 +190,12 @@ template <typename T_Callable>
         });
 }
 
-/// Does all of these, each as soon as its owner and a worker let it, and passes their results on when the
-/// last one has ended: as a std::vector in the order of _vecSteps, or as nothing when they have none. When
-/// some throw, the failure of the first of these, in that order, is passed on. So is a failure for which one
-/// of them has an OnFailure of its own, which is called first.
+/// Starts all elements of _vecSteps, and passes on their results when the last one has ended.
+///
+/// - Each starts as soon as the owner's limit and a worker allow.
+/// - The next step takes a std::vector of the results in the order of _vecSteps, or nothing if they are void.
+/// - If some throw, it passes on the first failure in that order. This includes a failure that an element has
+///   passed to an OnFailure of its own.
 template <typename T_Result>
 [[nodiscard]] auto WhenAll(std::vector<CLS_Steps<T_Result>> _vecSteps, std::string _strCallInfo)
 {

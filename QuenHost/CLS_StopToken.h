@@ -10,7 +10,7 @@
 /// Tells a task to stop. A task takes it as its argument, and checks it in loops or sleeps with it.
 ///
 /// A removal requests the stop before it waits. Copies refer to the same request. A default-constructed token
-/// is never asked to stop.
+/// never receives one.
 ///
 /// Threads: any. A check takes no lock.
 class CLS_StopToken
@@ -24,7 +24,7 @@ public:
     /// Whether the task should end as soon as it can.
     bool IsStopRequested() const { return m_pState && m_pState->IsRequested(); }
 
-    /// Sleeps. Returns true after that time, and false as soon as a stop is requested.
+    /// Sleeps. Returns true after _nsTime, and false as soon as a stop is requested.
     ///
     /// Waits: at most a year.
     bool SleepFor(std::chrono::nanoseconds _nsTime) const
@@ -35,11 +35,11 @@ public:
 private:
     friend class CLS_StopCallback;
 
-    std::shared_ptr<CLS_StopState> m_pState; ///< null: never asked to stop
+    std::shared_ptr<CLS_StopState> m_pState; ///< null: no stop is ever requested
 };
 
-/// Calls a function when a stop is requested, while this object lives. It wakes a task from a wait of any
-/// kind.
+/// Calls a function if a stop is requested while this object lives. With it, a task can be woken from any
+/// wait.
 ///
 /// Threads: the function runs on the thread that requests the stop, or in the constructor if the stop was
 /// requested before. It must not throw.
@@ -72,5 +72,5 @@ public:
     CLS_StopCallback& operator=(const CLS_StopCallback&) = delete;
 
 private:
-    const std::shared_ptr<CLS_StopState> m_pState; ///< null: never asked to stop
+    const std::shared_ptr<CLS_StopState> m_pState; ///< null: no stop is ever requested
 };

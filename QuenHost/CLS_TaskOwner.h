@@ -13,24 +13,24 @@
 
 /// Owns the one-shot tasks that are submitted through it, and removes them when it is destroyed.
 ///
-/// Declare it as the last member: then its tasks end before the members that they use are destroyed. Destroy
+/// Declare it as the last member. Then its tasks end before the members that they use are destroyed. Destroy
 /// it before its scope. It can be neither copied nor moved.
 ///
 /// The tasks of one scope start in the order of submission, up to 300 at once.
 ///
-/// Threads: Submit and the removals: any, several at once, even in its own tasks. The destructor: one, which
-/// may run one of its tasks.
+/// Threads: Submit and the removals: any, several at once, even in its own tasks. The destructor: one. It may
+/// be called in one of the owner's tasks.
 ///
-/// Owns: the callables. Each is destroyed exactly once: after its run, on the worker, before the run counts
-/// as ended; or, if it never ran, on the thread of the removal.
+/// Owns: the callables. Each is destroyed once: on the worker after its run, before the run counts as ended.
+/// One that never ran is destroyed on the thread of the removal.
 class CLS_TaskOwner
 {
 public:
     /// Creates an owner without tasks.
     ///
     /// - _strName names the owner in failures and snapshots.
-    /// - _funOnFailure is called when one of its tasks fails. Without it, failures go to the scope. It is
-    ///   destroyed with the owner, or later by the last run that outlasts the owner.
+    /// - _funOnFailure is called when one of its tasks fails. It is destroyed with the owner, or later by the
+    ///   last run that outlasts the owner. Without it, failures go to the scope.
     template <typename T_OnFailure,
               std::enable_if_t<std::is_convertible_v<T_OnFailure, F_FailureHandler>, int> = 0>
     CLS_TaskOwner(const CLS_PoolScope& _clsPool, std::string _strName, T_OnFailure&& _funOnFailure)
@@ -51,7 +51,7 @@ public:
         }
     }
 
-    /// Removes the tasks, with the wait of RemoveTasks. A run of its own task that destroys it goes on.
+    /// Removes the tasks, and waits as RemoveTasks does. In one of its own tasks, it does not wait for that.
     ~CLS_TaskOwner()
     {
         if (m_pHub)
@@ -68,8 +68,11 @@ public:
     /// It may run before this call returns. It is called without an argument, with a CLS_StopToken, or, in
     /// C++20, with a std::stop_token. _strCallInfo describes it.
     ///
-    /// Returns false, and destroys the callable: if it is empty, during a removal of the owner's tasks, after
-    /// the end of the scope, and if the pool has no worker for it.
+    /// Returns false, and destroys the callable, in these cases:
+    /// - the callable is empty;
+    /// - a removal of the owner's tasks is in progress;
+    /// - the scope has ended;
+    /// - the pool has no worker for the task.
     ///
     /// Waits: for no task; a few steps for a lock.
     ///
@@ -83,8 +86,8 @@ public:
 
     /// Does the same after _msDelay, plus up to about 10 milliseconds.
     ///
-    /// Until then, the task takes no worker, and is cancelled like any waiting task. Without a positive delay
-    /// it is queued at once. The longest delay is a hundred years.
+    /// Until then, the task occupies no worker, and is cancelled like any waiting task. With a delay of 0 or
+    /// less, it is queued at once. The longest delay is a hundred years.
     template <typename T_Callable>
     [[nodiscard]] bool SubmitAfter(std::chrono::milliseconds _msDelay, T_Callable&& _funTask,
                                    const std::string& _strCallInfo)
@@ -98,10 +101,11 @@ public:
     /// During the call, nothing starts and nothing is taken. After it, the owner takes tasks again. The
     /// cancelled callables are destroyed on this thread. Returns whether everything has ended.
     ///
-    /// A run that removes its own owner's tasks is not waited for, nor are others that do so.
+    /// A task may remove its own owner's tasks. The call then waits neither for that run nor for others that
+    /// do the same.
     ///
-    /// Waits: until the last run in progress ends, at most _msLimit and 9 seconds. After the full 9 seconds,
-    /// the runs that go on are reported as failures, and no removal waits for them again.
+    /// Waits: until the last run in progress ends, for at most _msLimit, and never more than 9 seconds. After
+    /// the full 9 seconds, the runs that go on are reported as failures. No removal waits for them again.
     bool RemoveTasks(std::chrono::milliseconds _msLimit = CLS_PoolHub::REMOVAL_LIMIT)
     {
         return !m_pHub || m_pHub->RemoveTasks(*m_pGroup, _msLimit, false);
@@ -109,8 +113,9 @@ public:
 
     /// Removes the tasks without waiting, for a window that must close now.
     ///
-    /// A worker destroys what has not started. Runs go on, and neither a removal nor the destructor waits for
-    /// them. So _pKept must keep alive all that the tasks use; a worker or the last of the runs releases it.
+    /// A worker destroys the callables that have not started. Runs go on, and neither a removal nor the
+    /// destructor waits for them. So _pKept must keep alive all that the tasks use. A worker or the last of
+    /// the runs releases it.
     ///
     /// Waits: for no task; a few steps for a lock.
     ///

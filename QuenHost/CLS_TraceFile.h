@@ -13,6 +13,7 @@
 #include <list>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -20,7 +21,7 @@
 #include <utility>
 #include <vector>
 
-/// Says for the user why a trace cannot be written.
+/// Explains to the user why a trace cannot be written.
 class CLS_TraceError : public std::runtime_error
 {
 public:
@@ -29,9 +30,9 @@ public:
 
 /// Writes trace events of this process to a file that Perfetto and chrome://tracing open.
 ///
-/// The file is an array in JSON, one event a line. Each thread that adds events has a lane, with its name and
-/// number as debuggers show them, and an event at its end. A scope with a trace adds the events of its tasks.
-/// The host may add its own.
+/// The file is a JSON array with one event per line. A scope with a trace adds the events of its tasks. The
+/// host may add its own. Each thread that adds events has a lane, with its name and number as debuggers show
+/// them. The end of a thread is marked by an event.
 ///
 /// Each lane has its own buffer, so threads rarely wait for each other. The buffer is written when it is
 /// full, when its thread ends, and by Close. Events of different lanes are not sorted; viewers sort them.
@@ -40,7 +41,7 @@ public:
 ///
 /// Fails: the first error of an event is kept for Close.
 ///
-/// Owns: the file. Code that may outlast the trace's creator shares the trace.
+/// Owns: the file. Code that may outlive the creator of the trace shares the trace.
 class CLS_TraceFile : public std::enable_shared_from_this<CLS_TraceFile>
 {
 public:
@@ -71,7 +72,7 @@ public:
     CLS_TraceFile(const CLS_TraceFile&) = delete;
     CLS_TraceFile& operator=(const CLS_TraceFile&) = delete;
 
-    /// Whether this path, however it is spelled, is the file.
+    /// Whether _path names the file, however it is spelled.
     bool IsSelf(const std::filesystem::path& _path) const
     {
         std::error_code error;
@@ -81,7 +82,7 @@ public:
     /// Adds an event of the calling thread with the current time.
     ///
     /// - _chPhase is 'B' for a beginning, 'E' for an end, and 'i' for an instant.
-    /// - _strMembers are further members of the event in JSON, each after a comma.
+    /// - _strMembers are further members of the event as JSON, each preceded by a comma.
     ///
     /// The texts are copied. Events after Close are dropped.
     ///
@@ -100,8 +101,8 @@ public:
 
     /// Writes the rest and closes the file.
     ///
-    /// Fails: returns false, with the reason in _strError, if any event could not be written.
-    bool Close(std::string& _strError)
+    /// Fails: returns the reason, if any event could not be written.
+    [[nodiscard]] std::optional<std::string> TryClose()
     {
         FlushAll();
         Write("\n]\n");
@@ -111,8 +112,7 @@ public:
         {
             m_iError = errno;
         }
-        _strError = m_iError != 0 ? Explain(m_path, m_iError) : std::string();
-        return m_iError == 0;
+        return m_iError != 0 ? std::optional<std::string>(Explain(m_path, m_iError)) : std::nullopt;
     }
 
 #ifdef __cpp_exceptions
@@ -128,10 +128,9 @@ public:
     /// Does the same, but throws CLS_TraceError with the reason.
     void Close()
     {
-        std::string strError;
-        if (!Close(strError))
+        if (const std::optional<std::string> strError = TryClose())
         {
-            throw CLS_TraceError(strError);
+            throw CLS_TraceError(*strError);
         }
     }
 #endif
@@ -176,7 +175,7 @@ private:
         Write("[\n" + MakeNameEvent("process_name", static_cast<std::uint64_t>(getpid()), _strProcess));
     }
 
-    /// The text of an error, a number of errno.
+    /// The text for a value of errno.
     static std::string Explain(const std::filesystem::path& _path, int _iError)
     {
         return "cannot write the trace " + _path.string() + ": " + std::generic_category().message(_iError);
@@ -201,7 +200,7 @@ private:
         }
     }
 
-    /// Adds the event of the thread's end, and writes the lane's buffer.
+    /// Adds the event for the end of the thread, and writes the lane's buffer.
     void EndLane(ST_Lane& _stLane) noexcept
     {
         const std::chrono::nanoseconds nsTime = std::chrono::steady_clock::now() - m_tpStart;
@@ -215,7 +214,7 @@ private:
         Flush(_stLane);
     }
 
-    /// The calling thread's lane. Not inlined into a coroutine, which may change its thread.
+    /// The calling thread's lane. Never inlined: a coroutine may change its thread.
     [[gnu::noinline]] ST_Lane& GetLane()
     {
         thread_local std::list<ST_LaneOfThread> t_lstLanes; // rarely more than one
@@ -292,22 +291,22 @@ private:
 
     const std::filesystem::path m_path;
     const std::chrono::steady_clock::time_point m_tpStart = std::chrono::steady_clock::now();
-    const std::string m_strProcess; ///< what each event says of the process
+    const std::string m_strProcess; ///< the members of each event that name the process
     std::mutex m_mtxFile;           ///< guards what follows
-    std::FILE* m_pFile;             ///< null once closed
+    std::FILE* m_pFile;             ///< null after Close
     std::vector<std::shared_ptr<ST_Lane>> m_vecLanes;
-    int m_iError = 0; ///< why the first of the lost events was lost, a number of errno; 0 for none
+    int m_iError = 0; ///< the errno of the first lost event; 0 if none was lost
 };
 
 /// Traces what the calling thread does while this object lives. With a null trace, it does nothing.
 ///
 /// Threads: one.
 ///
-/// Owns: copies of the texts, except the category, which is a literal.
+/// Owns: copies of the texts. The category is not copied, and must be a literal.
 class CLS_TraceSpan
 {
 public:
-    /// Begins. The arguments are those of CLS_TraceFile::Add.
+    /// Begins the span. The arguments are those of CLS_TraceFile::Add.
     ///
     /// Fails: never. Without memory, the span has no name.
     CLS_TraceSpan(const std::shared_ptr<CLS_TraceFile>& _pTrace, const char* _szCategory,

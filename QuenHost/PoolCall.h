@@ -5,12 +5,14 @@
 #include <string>
 
 /// \file
-/// The one place that differs in a program without exceptions: there, what the library or a task throws ends
-/// the program. All sources of a program must agree on whether they have exceptions.
+/// The only code of the kit that differs in a program without exceptions.
+///
+/// In such a program, an exception from the library or from a task ends the program. Compile all sources of a
+/// program alike: with exceptions, or without.
 
 namespace PoolCall
 {
-/// Calls _funCall and returns what it throws; null when it throws nothing.
+/// Calls _funCall and returns its exception; null if it throws nothing.
 template <typename T_Call>
 std::exception_ptr Catch(T_Call&& _funCall) noexcept
 {
@@ -29,8 +31,8 @@ std::exception_ptr Catch(T_Call&& _funCall) noexcept
     return nullptr;
 }
 
-/// What an exception says, for the user. One that has no text, or is not derived from std::exception, is
-/// unknown.
+/// The text of an exception, for the user. Without a text, or outside of std::exception, that is "unknown
+/// exception".
 inline std::string Describe(const std::exception_ptr& _pError)
 {
 #ifdef __cpp_exceptions
@@ -54,7 +56,7 @@ inline std::string Describe(const std::exception_ptr& _pError)
     return "unknown exception";
 }
 
-/// Calls _funCall and turns what it throws into a text for the user; empty when it throws nothing.
+/// Calls _funCall and returns the text of its exception for the user; empty if it throws nothing.
 template <typename T_Call>
 std::optional<std::string> Guard(T_Call&& _funCall)
 {

@@ -2,18 +2,19 @@
 
 #include "QuenHost/ST_TaskFailure.h"
 
-/// What a host may give an owner.
+/// The options of an owner.
 struct ST_OwnerOptions
 {
-    /// How many of the owner's tasks run at once. 0 is no limit but the scope's 300.
+    /// How many of the owner's tasks run at once. With 0, only the scope's limit of 300 applies.
     ///
-    /// - For computing: std::max(1U, std::thread::hardware_concurrency()), which is 0 where it is unknown.
+    /// - For computing: the number of cores, std::max(1U, std::thread::hardware_concurrency()). The function
+    ///   returns 0 if it does not know.
     /// - For a disk: 2.
-    /// - For one after the other: 1. Then each task sees what the one before it wrote.
+    /// - For one task after the other: 1. Then each task sees what the one before it wrote.
     ///
     /// The other tasks wait in the owner, in the order of submission, and occupy no worker.
     unsigned m_uiMaxRunning = 0;
 
-    /// Is called when a task fails. Empty: failures go to the scope.
+    /// Called when a task fails. If it is empty, failures go to the scope.
     F_FailureHandler m_funOnFailure{};
 };

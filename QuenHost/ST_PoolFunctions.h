@@ -2,11 +2,14 @@
 
 #include "QuenPlugins/ZelTaskPool/TaskPoolExports.h"
 
-/// The seven functions of an open pool library. TaskPoolExports.h says what each does, waits for and throws;
-/// it is included for the types alone.
+/// The seven functions of an open pool library.
 ///
-/// A value to be copied at will: it owns nothing, and is good for as long as the library is loaded. Any
-/// thread may call through it, but for the end of the pool, which must not race anything.
+/// TaskPoolExports.h is their manual. It is included only for the types. The pointers are valid while the
+/// library is loaded.
+///
+/// Threads: any. A call that ends the pool must not race any other call.
+///
+/// Owns: nothing. Copy it freely.
 struct ST_PoolFunctions
 {
     decltype(&::AddTmpTask) m_funAddTmpTask = nullptr;       ///< runs a callable once, for an owner

@@ -9,18 +9,18 @@
 #include <string>
 #include <vector>
 
-/// What has been counted since the beginning of a scope, or of an owner. One-shot tasks include result tasks.
+/// Counts since the start of a scope, or of an owner. One-shot tasks include result tasks.
 struct ST_PoolCounters
 {
     std::uint64_t m_uiSubmitted = 0;             ///< one-shot tasks that were taken
     std::uint64_t m_uiRun = 0;                   ///< one-shot tasks whose run has ended
     std::uint64_t m_uiCancelled = 0;             ///< one-shot tasks that were removed before they ran
     std::uint64_t m_uiLoopRuns = 0;              ///< runs of loop tasks that have ended
-    std::uint64_t m_uiFailed = 0;                ///< runs that threw, those of result tasks included
+    std::uint64_t m_uiFailed = 0;                ///< runs that threw, including those of result tasks
     std::chrono::nanoseconds m_nsLongestWait{0}; ///< of a one-shot task, from its submission to its start
 };
 
-/// A run that is going on.
+/// A run in progress.
 struct ST_RunInfo
 {
     std::string m_strOwner;    ///< the owner's name; that of a loop task is its call information
@@ -36,21 +36,21 @@ struct ST_LoopInfo
 {
     std::string m_strCallInfo;                 ///< as it was given
     std::chrono::milliseconds m_msInterval{0}; ///< from the end of a run to the next
-    bool m_bRunning = false;                   ///< a run is going on
+    bool m_bRunning = false;                   ///< a run is in progress
     std::chrono::nanoseconds m_nsUntilNext{0}; ///< until it is due; 0 when it is due or runs
 };
 
-/// What a scope's part of the pool is doing, at one moment. See CLS_PoolScope::TakeSnapshot.
+/// What the pool is doing for a scope at one moment. See CLS_PoolScope::TakeSnapshot.
 struct ST_PoolSnapshot
 {
     int m_iBusyWorkers = 0;            ///< workers of the pool that run tasks of the scope
     int m_iIdleWorkers = 0;            ///< workers that wait for one-shot tasks of the scope
-    int m_iStartingWorkers = 0;        ///< workers that were asked for and have not come yet
-    std::optional<int> m_iPoolWorkers; ///< all workers of the pool; empty when the library does not tell
+    int m_iStartingWorkers = 0;        ///< workers that were requested and have not started yet
+    std::optional<int> m_iPoolWorkers; ///< all workers of the pool; empty if the library does not export it
     std::size_t m_uiQueued = 0;        ///< one-shot tasks that wait
-    std::chrono::nanoseconds m_nsOldestQueued{0}; ///< the age of the first of them; 0 for none
+    std::chrono::nanoseconds m_nsOldestQueued{0}; ///< the age of the oldest of them; 0 for none
     std::vector<ST_RunInfo> m_vecRuns;            ///< the longest first
-    std::vector<ST_LoopInfo> m_vecLoops;          ///< in the order in which they were made
+    std::vector<ST_LoopInfo> m_vecLoops;          ///< in the order of creation
     ST_PoolCounters m_stCounters;                 ///< of all tasks of the scope
 
     /// The snapshot as lines for a bug report.

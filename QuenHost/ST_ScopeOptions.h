@@ -5,15 +5,19 @@
 
 #include <memory>
 
-/// What a host may give a scope.
+/// The options of a scope.
 struct ST_ScopeOptions
 {
-    /// Hears of the failures that no owner's handler takes. Empty: they go to standard error, once for each
-    /// call information, and are counted from then on.
+    /// Called for failures of owners and loop tasks without a handler of their own.
+    ///
+    /// If it is empty, failures go to standard error. The first one for each call information is written
+    /// there. Repetitions are only counted.
     F_FailureHandler m_funOnFailure{};
 
-    /// Receives what becomes of each task of the scope; null for no trace. Categories: "submit", "run",
-    /// "cancel", "loop" and "remove". An event has the task's call information as its name. The events of a
-    /// one-shot task share a number, "task" among their arguments, by which viewers join them.
+    /// Receives the events of all tasks of the scope; null for no trace.
+    ///
+    /// - The categories are "submit", "run", "deliver", "cancel", "loop" and "remove".
+    /// - The name of an event is the call information of the task.
+    /// - The events of a one-shot task have the same argument "task", a number. Viewers join them by it.
     std::shared_ptr<CLS_TraceFile> m_pTrace{};
 };

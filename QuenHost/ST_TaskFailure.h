@@ -7,13 +7,14 @@
 /// What went wrong with a task or a delivery.
 enum class n_FailureKind
 {
-    Threw,     ///< the callable threw m_pException
-    Outlasted, ///< the run goes on although its owner, or loop task, has ended: it took longer than 9 seconds
+    Threw,        ///< the callable threw m_pException
+    Outlasted,    ///< the run goes on more than 9 seconds after the removal of its task
     NotDelivered, ///< the host's post function threw m_pException, or dropped the delivery
 };
 
-/// A failure of a one-shot task or of a run of a loop task. What the callable of a result task throws is no
-/// failure here: it comes out of the future.
+/// A failure of a one-shot task, of a delivery, or of a run of a loop task.
+///
+/// An exception of a result task is no such failure. It comes out of the future.
 struct ST_TaskFailure
 {
     n_FailureKind m_enKind = n_FailureKind::Threw; ///< what went wrong
@@ -22,11 +23,10 @@ struct ST_TaskFailure
     std::exception_ptr m_pException; ///< null unless something threw
 };
 
-/// Hears of failures.
+/// Handles failures. It may submit tasks.
 ///
-/// Threads: called on the thread of the failed run, or on the one that ends the owner; on several at once.
-///
-/// Waits: no lock of the kit is held. It may submit tasks.
+/// Threads: called on the thread of the failed run, or on the thread that removes its task; on several at
+/// once. No lock of the kit is held.
 ///
 /// Fails: what it throws is written to standard error.
 using F_FailureHandler = std::function<void(const ST_TaskFailure&)>;

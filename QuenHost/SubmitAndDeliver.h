@@ -8,25 +8,29 @@
 #include <utility>
 
 /// \file
-/// One-shot tasks whose result goes to a thread of the host's.
+/// One-shot tasks whose result goes to a thread of the host.
 
-/// Queues _funWork to run once for _clsOwner on a worker, and then has the host's thread call _funDeliver
-/// with the result; without an argument when there is none. Nothing is delivered after the next removal of
-/// the owner's tasks, even when it had been posted before. _funWork takes a stop token or nothing.
+/// Queues _funWork to run once on a worker, and then has the host's thread call _funDeliver with the result.
 ///
-/// What either throws is a failure of the owner; _funDeliver is not called when _funWork throws. False, and
-/// nothing of it is left, as CLS_TaskOwner::Submit.
+/// - _funWork takes a stop token or nothing.
+/// - _funDeliver takes the result, or nothing if there is none. It is not called if _funWork throws.
+/// - After the next removal of the owner's tasks, nothing is delivered, even if it was already posted.
+/// - If either callable throws, that is a failure of the owner.
+///
+/// Returns false, and destroys the callables, if one of them is empty or for the reasons of
+/// CLS_TaskOwner::Submit.
 ///
 /// Threads: any.
 ///
-/// Waits: for no task; a few steps for a lock. On the host's thread, the removal and the end of the owner do
-/// not wait for deliveries. On other threads, they wait for one in progress, as for any run.
+/// Waits: for no task; a few steps for a lock. On the host's thread, a removal of the owner's tasks does not
+/// wait for deliveries. On other threads, it waits for one in progress, as for any run.
 ///
-/// Fails: what copying the callables throws, and std::bad_alloc; nothing was queued then.
+/// Fails: with what copying the callables throws, and std::bad_alloc. Then nothing was queued.
 ///
-/// Owns: the callables. _funWork is destroyed on the worker before the result is posted. _funDeliver and the
-/// result are destroyed on the host's thread when the call has ended; or, when there is none, on the thread
-/// of the removal.
+/// Owns: the callables.
+/// - _funWork is destroyed on the worker before the result is posted.
+/// - _funDeliver and the result are destroyed on the host's thread when the call has ended. If there is no
+///   call, they are destroyed on the thread of the removal.
 template <typename T_Work, typename T_Deliver>
 [[nodiscard]] bool SubmitAndDeliver(const CLS_TaskOwner& _clsOwner, const CLS_HostThread& _clsHost,
                                     T_Work&& _funWork, T_Deliver&& _funDeliver,

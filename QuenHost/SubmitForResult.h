@@ -15,8 +15,8 @@
 /// Queues _funTask, copied or moved, to run once for _clsOwner, and returns the future of its result.
 ///
 /// The callable takes the same arguments as that of CLS_TaskOwner::Submit. The future's get throws what the
-/// callable throws. It throws std::future_error with broken_promise if the task was removed before it ran, or
-/// was refused.
+/// callable throws. If the task was removed before it ran, or was refused, get throws std::future_error with
+/// broken_promise.
 ///
 /// Threads: any. The future may outlive owner, pool and library.
 ///
@@ -24,8 +24,8 @@
 ///
 /// Fails: with what copying the callable throws, and std::bad_alloc. Then nothing was queued.
 ///
-/// Owns: the callable. It is destroyed where it ran, before the future is ready, or where it was removed.
-/// Only the future keeps the result.
+/// Owns: the callable. It is destroyed on the thread that ran it, before the future is ready, or on the
+/// thread of the removal. Only the future keeps the result.
 template <typename T_Callable>
 auto SubmitForResult(CLS_TaskOwner& _clsOwner, T_Callable&& _funTask, const std::string& _strCallInfo)
 {

@@ -13,8 +13,8 @@
 /// Frees the memory of finished tasks, for hosts that live long and use the bare functions.
 ///
 /// The registry keeps the task record of a finished one-shot task, with its captures, until the process ends.
-/// A host that calls DeleteFinished now and then keeps its memory bounded. The program must link the library.
-/// No pool is needed, and none is created. See docs/host-kit.md.
+/// A host that calls DeleteFinished from time to time keeps its memory bounded. The program must link the
+/// library. These functions need no pool and create none. See docs/host-kit.md.
 ///
 /// Threads: any, even in tasks.
 ///
@@ -38,15 +38,16 @@ inline bool IsUnheld(const TaskReference& _pTask)
 
 /// Whether the task has run and will not run again.
 ///
-/// A task that was just created is idle, too, but its creator holds it until it is queued. So the holders are
-/// checked before the status.
+/// A new task is also idle, but its creator holds it until it is queued. So the holders are checked before
+/// the status.
 inline bool IsFinished(const TaskReference& _pTask)
 {
     return IsUnheld(_pTask) && _pTask->GetLoopInterval() == ONE_SHOT &&
            _pTask->GetTaskStatus() == TASK_STATUS_IDLE;
 }
 
-/// Whether the task belongs to a pool that has ended. Without a pool, that is every task that does not run.
+/// Whether the task belongs to a pool that has ended. Call it without a pool. Then it is true for every task
+/// that does not run.
 inline bool IsLeftBehind(const TaskReference& _pTask)
 {
     return IsUnheld(_pTask) && _pTask->GetTaskStatus() != TASK_STATUS_RUNNING;
@@ -85,10 +86,12 @@ inline void DeleteTasks(const std::vector<std::string>& _vecTaskIds)
 
 /// Deletes the task records of finished one-shot tasks, and returns how many.
 ///
-/// It keeps tasks that were just created, are queued, run or repeat, and every task that the host refers to.
-/// To queue a finished task again, keep the reference that CLS_Task::CreateTask returned.
-///
-/// A loop task with an interval of exactly -1 looks like a one-shot task. 0 repeats as fast and does not.
+/// It keeps these tasks:
+/// - new, queued and running tasks;
+/// - loop tasks, except those with an interval of exactly -1, which look like one-shot tasks. An interval of
+///   0 repeats just as fast;
+/// - every task that the host refers to. To queue a finished task again, keep the reference that
+///   CLS_Task::CreateTask returned.
 inline std::size_t DeleteFinished()
 {
     const std::vector<std::string> vecTaskIds = CollectIds(IsFinished);
@@ -98,8 +101,8 @@ inline std::size_t DeleteFinished()
 
 /// Deletes the tasks that a pool has left behind, and returns how many.
 ///
-/// These are the finished tasks, those that were still queued when the pool ended, and its loop tasks. It
-/// keeps tasks that still run, and those that the host refers to. Call it only between UnInit and the next
+/// These are the finished tasks, the tasks that were still queued when the pool ended, and the loop tasks. It
+/// keeps tasks that still run, and tasks that the host refers to. Call it only between UnInit and the next
 /// use of the pool.
 inline std::size_t DeleteLeftBehind()
 {

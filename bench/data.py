@@ -20,6 +20,7 @@ TITLES = {
     "W9": "1,000 tasks a second that block for 5 ms and compute for 50 µs: from submission to start",
     "W10": "Submissions accepted from several threads",
     "W11": "A submission and its run when many tasks have finished",
+    "W12": "CPU time of an empty task beside many finished ones",
 }
 
 # What tables call a value, and whether more is better. A name that ends in _us or _ms is a time.
@@ -40,6 +41,8 @@ VALUES = {
     "p99_ms": ("99th percentile of that delay", False),
     "runs_percent": ("runs, % of those due without delay", True),
     "cpu_ms": ("CPU", False),
+    "wakeups_per_s": ("wake-ups per second", False),
+    "switches": ("context switches per task", False),
     "bytes_per_task": ("heap per task, bytes", False),
     "heap_mb": ("heap, MB", False),
     "resident_mb": ("resident memory, MB", False),

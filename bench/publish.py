@@ -1,14 +1,16 @@
 #!/usr/bin/env python3
-"""Writes the table and the pictures that show a measurement, from its results alone.
+"""Writes the tables and the pictures that show measurements, from their results alone.
 
-    publish.py            writes bench/RESULTS.md and docs/pictures from bench/results.json
-    publish.py --check    fails when one of them does not show bench/results.json; needs no matplotlib
+    publish.py            writes bench/RESULTS.md and docs/pictures from bench/results.json, and the tables of
+                          docs/performance.md from bench/comparison.json and bench/costs.json
+    publish.py --check    fails when one of them does not show its results; needs no matplotlib
 """
 import hashlib
 import os
 import sys
 
 import data
+import page
 import tables
 
 BENCH = os.path.dirname(os.path.abspath(__file__))
@@ -44,7 +46,7 @@ def publish(folder=BENCH, pictures=PICTURES):
 
 
 def find_outdated():
-    """The published files that do not show bench/results.json."""
+    """The published files that do not show their results."""
     path = os.path.join(BENCH, "results.json")
     outdated = []
     if read_text(os.path.join(BENCH, "RESULTS.md")) != tables.write(data.read(path)):
@@ -52,6 +54,8 @@ def find_outdated():
     for name in PICTURE_NAMES.values():
         if name_source(path) not in read_text(os.path.join(PICTURES, name)):
             outdated.append("docs/pictures/" + name)
+    if not page.is_current():
+        outdated.append("docs/performance.md")
     return outdated
 
 
@@ -60,10 +64,11 @@ def main():
         sys.exit(__doc__.strip())
     if not sys.argv[1:]:
         publish()
+        page.publish()
         return 0
     outdated = find_outdated()
     for path in outdated:
-        print(f"{path} does not show bench/results.json: run bench/publish.py", file=sys.stderr)
+        print(f"{path} does not show the results: run bench/publish.py", file=sys.stderr)
     return 1 if outdated else 0
 
 

@@ -23,7 +23,7 @@ import publish
 import tables
 
 OPERATIONS = "operations"
-WORKLOADS = ("W1", "W2", "W3", "W4", "W4b", "W5", "W6", "W7", "W8", "W9", "W10", "W11")
+WORKLOADS = ("W1", "W2", "W3", "W4", "W4b", "W5", "W6", "W7", "W8", "W9", "W10", "W11", "W12")
 # These also run peers with as many threads as the pool may make.
 MANY_THREADS_WORKLOADS = ("W1",)
 MANY_THREADS = 301
@@ -34,11 +34,13 @@ LONGEST_RUN = {True: 600, False: 1800}
 
 
 class System:
-    """A benchmark program with its arguments. _only_ names the workloads that it runs; None means all."""
+    """A benchmark program with its arguments. _only_ names the workloads that it runs; None means all. _name_ replaces
+    the program's own name in results."""
 
-    def __init__(self, program, arguments, only=None):
+    def __init__(self, program, arguments, only=None, name=None):
         self.command = [program] + arguments
         self.only = only
+        self.name = name
         described = self.run(["--describe"], 60)
         if not described:
             sys.exit(f"{program} printed no description")
@@ -51,7 +53,10 @@ class System:
         """The lines that the program printed; none when it failed."""
         output = run_program(self.command + arguments, limit)
         # The loader of the pool's logging library prints lines, too.
-        return [json.loads(line) for line in output.splitlines() if line.startswith("{")]
+        lines = [json.loads(line) for line in output.splitlines() if line.startswith("{")]
+        for line in lines:
+            line["system"] = self.name or line["system"]
+        return lines
 
 
 def run_program(command, limit):
@@ -93,19 +98,25 @@ def find_systems(folder, wanted, library):
     return systems
 
 
-def measure(systems, workloads, passes, quick):
-    """All measurements, and whether every program succeeded."""
+def count_one_round(_workload, _number):
+    return 1
+
+
+def measure(systems, workloads, passes, quick, count_rounds=count_one_round):
+    """All measurements, and whether every program succeeded. _count_rounds_ tells how often a workload runs in a
+    pass."""
     measurements = []
     complete = True
     for number in range(passes):
         for turn, workload in enumerate(workloads):
-            print(f"pass {number + 1} of {passes}, {workload}", file=sys.stderr)
             able = [system for system in systems if system.only is None or workload in system.only]
-            first = (number + turn) % len(able) if able else 0
-            for system in able[first:] + able[:first]:
-                lines = system.run([workload] + (["--quick"] if quick else []), LONGEST_RUN[quick])
-                complete = complete and bool(lines)
-                measurements += lines
+            for part in range(count_rounds(workload, number) if able else 0):
+                print(f"pass {number + 1} of {passes}, {workload}", file=sys.stderr)
+                first = (number + turn + part) % len(able)
+                for system in able[first:] + able[:first]:
+                    lines = system.run([workload] + (["--quick"] if quick else []), LONGEST_RUN[quick])
+                    complete = complete and bool(lines)
+                    measurements += lines
     return measurements, complete
 
 
@@ -167,6 +178,18 @@ def describe_machine(folder):
         "memory": f"{memory / 2**30:.3g} GiB",
         "system": f"{platform.system()} {release}",
         "compiler": read_command(read_cache(folder, "CMAKE_CXX_COMPILER"), "--version").partition("\n")[0],
+    }
+
+
+def describe_run(options, load):
+    """What all kinds of results begin with."""
+    return {
+        "date": time.strftime("%Y-%m-%d", time.gmtime()),
+        "library": read_cache(options.bin, "CMAKE_PROJECT_VERSION"),
+        "machine": describe_machine(options.bin),
+        "load": round(load, 2),
+        "passes": options.passes,
+        "quick": options.quick,
     }
 
 
@@ -248,12 +271,7 @@ def main():
         complete = complete and bool(operations)
 
     results = {
-        "date": time.strftime("%Y-%m-%d", time.gmtime()),
-        "library": read_cache(options.bin, "CMAKE_PROJECT_VERSION"),
-        "machine": describe_machine(options.bin),
-        "load": round(load, 2),
-        "passes": options.passes,
-        "quick": options.quick,
+        **describe_run(options, load),
         "systems": {
             system.name: {"describe": system.description, "threads": system.threads}
             for system in systems

@@ -28,8 +28,8 @@ function(zel_discover_tests PROGRAM LABEL TIMEOUT)
 endfunction()
 
 # zel_discover_device_tests(PROGRAM LABEL TIMEOUT FILTER)
-# Registers tests of a program a second time, with a C++ library that opens the random device as a file, as older macOS
-# does. GNU's library always does.
+# Registers tests of a program a second time, with a C++ library that opens the random device as a file. That of older
+# macOS does, and GNU's library always does.
 function(zel_discover_device_tests PROGRAM LABEL TIMEOUT FILTER)
   if(NOT CMAKE_CROSSCOMPILING_EMULATOR)
     return()

@@ -11,7 +11,8 @@
 #   checks     sanitizers, memcheck and source checks        mutation   testing with mutants of the product
 #   coverage   measuring coverage                            package    making and testing packages
 #   docs       checking the documentation                    pictures   drawing the pictures of the documentation
-#   examples   the example with windows, and its tests       schedules  searching for faults with the scheduler
+#   examples   the example with windows, and its tests       profile    sampling where CPU time goes, on Linux
+#                                                            schedules  searching for faults with the scheduler
 set -euo pipefail
 
 # debian_packages WORD: prints the packages for that purpose; without a word, those that everything needs.
@@ -35,6 +36,7 @@ debian_packages()
         mutation) echo clang-19 libclang-rt-19-dev lld-19 llvm-19 python3-clang-19 ;;
         package) echo binutils dpkg-dev file git lintian mmdebstrap pkg-config python3 uidmap ;;
         pictures) echo python3 python3-matplotlib ;;
+        profile) echo binutils linux-perf python3 ;;
         schedules) echo python3 ;;
         *) refuse "$1" ;;
     esac
@@ -49,7 +51,7 @@ homebrew_formulas()
         examples) echo qt ;;
         package) echo gnu-tar pkg-config ;;
         pictures) echo python-matplotlib ;;
-        abi | checks | coverage | docs | macos | models | mutation | schedules) ;;
+        abi | checks | coverage | docs | macos | models | mutation | profile | schedules) ;;
         *) refuse "$1" ;;
     esac
 }

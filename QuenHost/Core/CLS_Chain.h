@@ -10,8 +10,7 @@ struct ST_Link
     T_Item* m_pNext = nullptr;
 };
 
-/// A list of items that carry their links themselves. Adding and removing allocate nothing and take constant
-/// time.
+/// A list whose items contain their links. Adding and removing allocate nothing and take constant time.
 ///
 /// Threads: not thread-safe; its user guards it.
 ///
@@ -30,7 +29,7 @@ public:
     /// The last item; null for none.
     T_Item* GetLast() const { return m_pLast; }
 
-    /// The item behind this one; null for none.
+    /// The item after this one; null for none.
     static T_Item* GetNext(const T_Item& _clsItem) { return (_clsItem.*T_LINK).m_pNext; }
 
     /// The item before this one; null for none.

@@ -13,7 +13,8 @@
 
 /// The part of a CLS_Debounce that its tasks share.
 ///
-/// A look is a delayed task. It runs the callable if it was quiet long enough, and otherwise comes again.
+/// A look is a delayed task. It runs the callable if the quiet time is over. Otherwise, it submits the next
+/// look. All looks up to a run count as one task.
 ///
 /// Threads: any, except the constructor.
 ///
@@ -35,22 +36,9 @@ public:
     /// CLS_Debounce::Trigger.
     bool Trigger()
     {
-        const ST_OwnerLink stTied = m_stLink.Tie();
-        {
-            const std::lock_guard<std::mutex> lock(m_mtxCore);
-            if (!m_pTask || !stTied.m_pStop)
-            {
-                return false;
-            }
-            m_tpDue = Clock::now() + m_msQuiet;
-            m_bTriggered = true;
-            if (m_pPending == stTied.m_pStop)
-            {
-                return true;
-            }
-            m_pPending = stTied.m_pStop;
-        }
-        return Schedule(stTied, m_msQuiet);
+        bool bTaken = false;
+        PoolCall::Catch([&] { bTaken = TriggerOrThrow(); });
+        return bTaken;
     }
 
     /// From now on, no run starts.
@@ -71,7 +59,7 @@ private:
 
     static constexpr std::chrono::milliseconds LONGEST_QUIET = std::chrono::hours(24 * 365 * 100);
 
-    /// The time between looks while a run that a removal left behind goes on.
+    /// The time between looks during a run that a removal left behind.
     static constexpr std::chrono::milliseconds RETRY{10};
 
     class CLS_Look final : public CLS_QueuedTask
@@ -92,7 +80,7 @@ private:
         bool Run(const CLS_StopToken& _clsToken) override
         {
             m_bRun = true;
-            return m_pCore->Look(_clsToken, {m_pCore->m_stLink.m_pHub, m_pGroup, m_pStop});
+            return m_pCore->Look(_clsToken, {m_pCore->m_stLink.m_pHub, m_pGroup, m_pStop}, m_bContinued);
         }
 
         void DestroyCallable() noexcept override {}
@@ -102,20 +90,46 @@ private:
         bool m_bRun = false;
     };
 
-    /// Submits a look. False if it is refused; then nothing is pending.
-    bool Schedule(const ST_OwnerLink& _stTied, std::chrono::nanoseconds _nsDelay)
+    /// Triggers. std::bad_alloc propagates.
+    bool TriggerOrThrow()
+    {
+        const ST_OwnerLink stTied = m_stLink.Tie();
+        {
+            const std::lock_guard<std::mutex> lock(m_mtxCore);
+            if (!m_pTask || !stTied.m_pStop)
+            {
+                return false;
+            }
+            m_tpDue = Clock::now() + m_msQuiet;
+            m_bTriggered = true;
+            if (m_pPending == stTied.m_pStop)
+            {
+                return true;
+            }
+            m_pPending = stTied.m_pStop;
+        }
+        return Schedule(stTied, m_msQuiet, false);
+    }
+
+    /// Submits a look. False if it is refused. std::bad_alloc propagates. In both cases, nothing is pending.
+    bool Schedule(const ST_OwnerLink& _stTied, std::chrono::nanoseconds _nsDelay, bool _bContinues)
     {
         bool bTaken = false;
         const auto funSchedule = [&]
         {
+            auto pLook = std::make_unique<CLS_Look>(shared_from_this());
+            pLook->m_bContinues = _bContinues;
             const auto msDelay = std::chrono::ceil<std::chrono::milliseconds>(_nsDelay);
-            bTaken =
-                _stTied.SubmitAfter(msDelay, std::make_unique<CLS_Look>(shared_from_this()), m_strCallInfo);
+            bTaken = _stTied.SubmitAfter(msDelay, std::move(pLook), m_strCallInfo);
         };
-        PoolCall::Catch(funSchedule);
+        const std::exception_ptr pException = PoolCall::Catch(funSchedule);
         if (!bTaken)
         {
             Forget(_stTied.m_pStop);
+        }
+        if (pException)
+        {
+            std::rethrow_exception(pException);
         }
         return bTaken;
     }
@@ -130,8 +144,8 @@ private:
         }
     }
 
-    /// Runs the callable if it is due. False if it threw.
-    bool Look(const CLS_StopToken& _clsToken, const ST_OwnerLink& _stTied)
+    /// Runs the callable if it is due. False if it threw. If Schedule throws, a run is lost.
+    bool Look(const CLS_StopToken& _clsToken, const ST_OwnerLink& _stTied, bool& _bContinued)
     {
         {
             std::unique_lock<std::mutex> lock(m_mtxCore);
@@ -143,7 +157,7 @@ private:
             if (m_bRunning || nsRest.count() > 0)
             {
                 lock.unlock();
-                Schedule(_stTied, std::max<std::chrono::nanoseconds>(nsRest, RETRY));
+                _bContinued = Schedule(_stTied, std::max<std::chrono::nanoseconds>(nsRest, RETRY), true);
                 return true;
             }
             m_bRunning = true;
@@ -158,7 +172,8 @@ private:
         return !pException;
     }
 
-    /// After a run: submits the next look, or destroys the callable if the debounce is closed.
+    /// After a run: submits the next look, or destroys the callable if the debounce is closed. Throws as
+    /// Schedule does.
     void EndRun(const ST_OwnerLink& _stTied)
     {
         std::unique_ptr<CLS_QueuedTask> pTask;
@@ -178,7 +193,7 @@ private:
         lock.unlock();
         if (bAgain)
         {
-            Schedule(_stTied, nsRest);
+            Schedule(_stTied, nsRest, false);
         }
     }
 
@@ -188,9 +203,9 @@ private:
 
     std::mutex m_mtxCore;                      ///< guards what follows
     std::unique_ptr<CLS_QueuedTask> m_pTask;   ///< the callable; null once closed, and for an empty one
-    Clock::time_point m_tpDue;                 ///< the next run, if it stays quiet
+    Clock::time_point m_tpDue;                 ///< the next run, without another trigger
     bool m_bTriggered = false;                 ///< since the last run began
-    bool m_bRunning = false;                   ///< m_pTask runs; it is read without the lock then
+    bool m_bRunning = false;                   ///< m_pTask runs, and is then used without the lock
     bool m_bClosed = false;                    ///< m_pTask is destroyed as soon as it does not run
-    std::shared_ptr<CLS_StopState> m_pPending; ///< the stop request of the look that is on its way; or null
+    std::shared_ptr<CLS_StopState> m_pPending; ///< the stop request of the look that waits or runs; or null
 };

@@ -12,8 +12,8 @@
 
 /// Writes failures without a handler to standard error.
 ///
-/// It writes each call information once, and its number of repetitions at the end. After a hundred different
-/// ones, it only counts.
+/// It writes the first failure of each call information at once, and the number of repetitions at the end.
+/// After a hundred different ones, it only counts.
 ///
 /// Threads: any.
 ///
@@ -41,7 +41,7 @@ public:
         }
     }
 
-    /// Writes that a task failed, without memory to say which.
+    /// Writes that a task failed, if there is no memory to say which.
     static void ReportWithoutText() noexcept
     {
         std::fputs("host kit: a task failed, and there is no memory to say which\n", stderr);
@@ -74,7 +74,7 @@ public:
 private:
     static constexpr std::size_t MOST_LISTED = 100;
 
-    /// Whether the failure is to be written; otherwise counts it.
+    /// Whether to write the failure. If not, counts it.
     bool IsFirst(const std::string& _strCallInfo)
     {
         const std::lock_guard<std::mutex> lock(m_mtxRepeats);
@@ -117,6 +117,6 @@ private:
     static void Write(const std::string& _strLine) { std::fputs((_strLine + "\n").c_str(), stderr); }
 
     std::mutex m_mtxRepeats;                           ///< guards what follows
-    std::map<std::string, std::uint64_t> m_mapRepeats; ///< without the first, by call information
-    std::uint64_t m_uiUnlisted = 0;
+    std::map<std::string, std::uint64_t> m_mapRepeats; ///< repetitions, by call information
+    std::uint64_t m_uiUnlisted = 0;                    ///< failures with any other call information
 };

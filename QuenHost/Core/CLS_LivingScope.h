@@ -4,9 +4,9 @@
 
 #include <mutex>
 
-/// Lists the scopes of this process that live now.
+/// Lists the scopes of this process that exist now.
 ///
-/// An owner that is created too early refers to a scope that is not among them.
+/// An owner that is created too early refers to a scope that is not listed.
 ///
 /// Threads: any.
 class CLS_LivingScope
@@ -30,7 +30,7 @@ public:
     CLS_LivingScope(const CLS_LivingScope&) = delete;
     CLS_LivingScope& operator=(const CLS_LivingScope&) = delete;
 
-    /// Whether a scope lives at that address.
+    /// Whether there is a scope at that address.
     static bool Has(const void* _pScope)
     {
         ST_Scopes& stScopes = GetAll();

@@ -34,14 +34,14 @@ using F_HostPost = std::function<void(std::function<void()>)>;
 /// The pool keeps the task record of a one-shot task, and its removal polls a run every 300 ms. So the kit
 /// adds no one-shot task to the pool. It adds carriers:
 /// - A carrier is a loop task with the longest interval. It runs once, takes tasks from the hub's queue until
-///   it is empty, and is removed after its run.
-/// - A few carriers at a time are on their way. Each that takes a task brings the next.
-/// - Their number depends on how many tasks run at once, so memory stays flat.
+///   the queue is empty, and is removed after its run.
+/// - At most MOST_COMING carriers are starting at a time. Each one that takes a task brings the next.
+/// - The number of carriers depends on how many tasks run at once. So memory stays flat.
 ///
 /// Threads: any, except End, which runs on the scope's thread. One mutex guards everything. It is held for a
-/// few steps, and never while the host's code or the pool is called.
+/// few steps, and never during a call of the host's code or of the pool.
 ///
-/// Waits: on the hub's own conditions, so a wait ends as soon as the run does.
+/// Waits: on the hub's own conditions. So a wait ends as soon as the run does.
 ///
 /// Owns: the waiting tasks. The scope, the owners and the carriers share it.
 class CLS_PoolHub : public std::enable_shared_from_this<CLS_PoolHub>
@@ -49,7 +49,7 @@ class CLS_PoolHub : public std::enable_shared_from_this<CLS_PoolHub>
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// How many one-shot tasks run at once. The pool has 301 workers; one is left to loop tasks.
+    /// How many one-shot tasks run at once. The pool has 301 workers; one is left for loop tasks.
     static constexpr int MOST_CARRIERS = 300;
 
     /// How long a removal waits for runs.
@@ -67,10 +67,10 @@ public:
 
     void OpenGroup(CLS_TaskGroup& _clsGroup);
 
-    /// Takes over a task of a group. False, with the task destroyed, if nothing is taken now or there is no
-    /// worker.
+    /// Takes over a task of a group. False, with the task destroyed, if nothing is taken now, or if there is
+    /// no worker. But a task with a stop request continues earlier work, and waits for a worker.
     ///
-    /// Fails: std::bad_alloc passes; the caller still has the task then.
+    /// Fails: with std::bad_alloc. Then the caller still has the task.
     bool Submit(std::unique_ptr<CLS_QueuedTask>&& _pTask);
 
     /// CLS_TaskOwner::SubmitAfter.
@@ -78,13 +78,13 @@ public:
 
     std::shared_ptr<CLS_StopState> GetStop(CLS_TaskGroup& _clsGroup) const;
 
-    /// CLS_TaskOwner::RemoveTasks. _bClose: nothing is taken afterwards either.
+    /// CLS_TaskOwner::RemoveTasks. With _bClose, the group takes no task afterwards.
     bool RemoveTasks(CLS_TaskGroup& _clsGroup, std::chrono::milliseconds _msLimit, bool _bClose);
 
     /// CLS_TaskOwner::RemoveTasksLater.
     void RemoveTasksLater(CLS_TaskGroup& _clsGroup, std::shared_ptr<const void> _pKept) noexcept;
 
-    /// The end of an owner.
+    /// Ends an owner.
     void CloseGroup(CLS_TaskGroup& _clsGroup);
 
     ST_PoolCounters GetCounters(const CLS_TaskGroup& _clsGroup) const;
@@ -97,7 +97,8 @@ public:
 
     /// Has the host's thread run a task, unless the owner's tasks are removed before. Calls the host's code.
     ///
-    /// False if it is not taken, or could not be posted, which is a failure of the task.
+    /// Returns false if the task is not taken. Also false if it cannot be posted: that is a failure of the
+    /// task.
     ///
     /// Fails: as Submit.
     bool Post(std::unique_ptr<CLS_QueuedTask>&& _pTask, const F_HostPost& _funPost);
@@ -120,12 +121,13 @@ public:
 
     // The scope.
 
-    /// Takes nothing from now on, and destroys what waits. Runs that go on are left to the pool's end.
+    /// Ends the hub: takes no task from now on, and destroys the waiting tasks. The end of the pool waits for
+    /// the runs.
     ///
     /// Waits: until no thread of the hub is in a call of the pool, at most 20 seconds.
     void End();
 
-    /// Without m_iPoolWorkers.
+    /// Takes a snapshot without m_iPoolWorkers.
     ST_PoolSnapshot TakeSnapshot() const;
 
     const std::shared_ptr<CLS_TraceFile>& GetTrace() const { return m_stOptions.m_pTrace; }
@@ -137,21 +139,22 @@ private:
     using Leftovers = std::list<std::shared_ptr<ST_Leftover>>;
     using Delayed = CLS_QueuedTask::Delayed;
 
-    /// How many carriers are on their way at once. Each that arrives brings the next while tasks wait. So few
-    /// workers do short tasks, and tasks that block soon have as many as they need.
+    /// How many carriers are starting at once. While tasks wait, each one that arrives brings the next. So a
+    /// few workers do short tasks, and tasks that block soon have as many as they need.
     static constexpr std::size_t MOST_COMING = 4;
 
-    /// How many carriers stay when there is nothing to do, and how long.
+    /// How many carriers stay when there is nothing to do, and for how long.
     static constexpr int MOST_PARKED = 8;
     static constexpr std::chrono::seconds PARKED_TIME{5};
 
-    /// The heartbeat's interval, which is also how long a task waits before it looks for lost carriers.
+    /// The heartbeat's interval. A carrier or a timer that is late by more than this has been lost.
     static constexpr std::chrono::milliseconds BEAT{1000};
 
     /// A heartbeat that was silent for this long may have been lost, and is replaced.
     static constexpr std::chrono::milliseconds LONGEST_SILENCE{3000};
 
-    /// The time from the end of a carrier's run to the removal of its record, which then need not wait.
+    /// The time from the end of a carrier's run to the removal of its record. After it, the removal need not
+    /// wait.
     static constexpr std::chrono::milliseconds RECORD_REST{20};
 
     // Records.
@@ -172,7 +175,8 @@ private:
     void Dequeue(CLS_QueuedTask& _clsTask);
     void Deactivate(CLS_TaskGroup& _clsGroup);
     std::unique_ptr<CLS_QueuedTask> Withdraw(std::uint64_t _uiNumber);
-    void Delay(CLS_QueuedTask& _clsTask, Delayed& _mapDelayed);
+    static Delayed::node_type ReserveDelay(CLS_QueuedTask& _clsTask, Clock::time_point _tpDue);
+    void Delay(CLS_QueuedTask& _clsTask, Delayed::node_type&& _clsEntry);
     void Undelay(CLS_QueuedTask& _clsTask);
     void EnqueueDue();
     static CLS_QueuedTask* TakePosted(CLS_Ticket& _clsTicket);
@@ -205,6 +209,7 @@ private:
     void WriteOffLostTimer();
 
     // Owners.
+    bool Admit(Lock& _lock, CLS_QueuedTask& _clsTask);
     Leftovers LockWithLeftover(Lock& _lock, CLS_TaskGroup& _clsGroup, std::shared_ptr<const void>& _pKept);
     void HandToWorker(Lock& _lock, Leftovers& _lstLeftover);
 
@@ -238,9 +243,9 @@ private:
     const ST_PoolFunctions m_stFunctions;
     const ST_ScopeOptions m_stOptions;
     CLS_FailureReport m_clsReport;
-    std::atomic<std::uint64_t> m_uiNumbers{0}; ///< of tasks; tells them apart, and orders nothing
+    std::atomic<std::uint64_t> m_uiNumbers{0}; ///< the number of the last task; it orders nothing
 
-    mutable std::mutex m_mtxHub; ///< guards what follows, and what hangs on it
+    mutable std::mutex m_mtxHub; ///< guards what follows, and the objects that it refers to
     bool m_bEnded = false;
     Queue m_chnQueue;        ///< owned
     Delayed m_mapDelayed;    ///< owned
@@ -250,16 +255,16 @@ private:
     CLS_Chain<ST_Run, &ST_Run::m_stHubLink> m_chnRuns;
     ST_PoolCounters m_stCounters;
 
-    int m_iCarriers = 0;         ///< asked for and not gone
-    int m_iStarting = 0;         ///< of these, not arrived
-    int m_iParked = 0;           ///< of these, waiting for a task
-    int m_iClaimed = 0;          ///< of the parked ones, notified and not awake
-    std::uint64_t m_uiEpoch = 0; ///< carriers of earlier ones are written off
+    int m_iCarriers = 0;         ///< carriers that were requested and have not left
+    int m_iStarting = 0;         ///< those of them that have not arrived
+    int m_iParked = 0;           ///< those of them that wait for a task
+    int m_iClaimed = 0;          ///< parked carriers that were notified and are not awake yet
+    std::uint64_t m_uiEpoch = 0; ///< starting carriers of earlier epochs are written off
     Clock::time_point m_tpLastStart;
     std::condition_variable m_cvParked;
     std::shared_ptr<ST_PoolRecord> m_pHeartbeat; ///< null until it is needed
-    Clock::time_point m_tpLastBeat;              ///< or when it was added
-    std::shared_ptr<ST_PoolRecord> m_pTimer;     ///< null when no task waits for its time
+    Clock::time_point m_tpLastBeat;              ///< the last beat, or when the heartbeat was added
+    std::shared_ptr<ST_PoolRecord> m_pTimer;     ///< null when no task is delayed
     Clock::time_point m_tpTimer;                 ///< when its second run is due
     Records m_lstLive;     ///< records of carriers, from before they are added until they leave
     Records m_lstFinished; ///< records to be removed, the oldest first

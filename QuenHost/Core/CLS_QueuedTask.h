@@ -16,7 +16,7 @@
 class CLS_TaskGroup;
 class CLS_Ticket;
 
-/// A callable on its way to its run, or that of a loop task between its runs.
+/// A callable that waits for its run, or the callable of a loop task.
 ///
 /// Threads: one at a time, which the hub ensures. The hub's mutex guards the links.
 ///
@@ -34,23 +34,25 @@ public:
 
     /// Calls the callable.
     ///
-    /// Fails: passes on what the callable throws, or keeps it, as for a future, and returns false.
+    /// Fails: exceptions of the callable propagate. A task that keeps them, as for a future, returns false.
     virtual bool Run(const CLS_StopToken& _clsToken) = 0;
 
     /// Destroys the callable, with what it captured.
     virtual void DestroyCallable() noexcept = 0;
 
     std::shared_ptr<CLS_TaskGroup> m_pGroup; ///< whose task it is
-    /// Asks it to stop. Set before it is submitted, it ties the task to what was submitted before the next
-    /// removal; otherwise the hub sets it.
+    /// Asks the task to stop. If it is set at the submission, the task is refused after the next removal.
+    /// Otherwise the hub sets it.
     std::shared_ptr<CLS_StopState> m_pStop;
     std::string m_strCallInfo;
+    bool m_bContinues = false;    ///< it continues a task, and is not counted when it is submitted
+    bool m_bContinued = false;    ///< another task continues it, and is counted as its run; set by its run
     std::uint64_t m_uiNumber = 0; ///< tells the tasks of a hub apart
     std::chrono::steady_clock::time_point m_tpQueued;
     ST_Link<CLS_QueuedTask> m_stQueueLink; ///< in the hub's queue
     ST_Link<CLS_QueuedTask> m_stGroupLink; ///< in one of the chains of its group
-    Delayed::iterator m_itDelayed;         ///< its place in the hub's map, while it waits for its time
-    CLS_Ticket* m_pTicket = nullptr;       ///< what the host's thread holds of a delivery
+    Delayed::iterator m_itDelayed;         ///< its entry in the hub's map, while it is delayed
+    CLS_Ticket* m_pTicket = nullptr;       ///< of a delivery: the host thread's reference to it
 };
 
 /// The task of a callable without a result.

@@ -45,7 +45,7 @@ private:
     CLS_Chain<CLS_QueuedTask, &CLS_QueuedTask::m_stGroupLink> m_chnTasks;
 };
 
-/// What a removal that did not wait leaves to its runs and to a worker, which share it.
+/// What a removal without a wait leaves to the runs and to a worker. They share it.
 struct ST_Leftover
 {
     std::shared_ptr<const void> m_pKept;             ///< what the runs use

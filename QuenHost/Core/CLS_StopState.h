@@ -24,15 +24,15 @@ public:
         explicit ST_Callback(std::function<void()> _funCall) : m_funCall(std::move(_funCall)) {}
 
         std::function<void()> m_funCall;
-        ST_Link<ST_Callback> m_stLink; ///< guarded by m_mtxStop, as the next
-        bool m_bRegistered = false;
+        ST_Link<ST_Callback> m_stLink; ///< guarded by m_mtxStop
+        bool m_bRegistered = false;    ///< guarded by m_mtxStop
     };
 
     bool IsRequested() const { return m_bRequested.load(std::memory_order_acquire); }
 
-    /// Requests the stop. Only the first call does anything.
+    /// Requests the stop. Only the first call has an effect.
     ///
-    /// It wakes the sleepers, and calls each callback once on this thread, with no lock held.
+    /// It wakes sleeping threads, and calls each callback once on this thread, with no lock held.
     void Request()
     {
         std::unique_lock<std::mutex> lock(m_mtxStop);
@@ -56,7 +56,7 @@ public:
         }
     }
 
-    /// Sleeps. Returns true after that time, and false as soon as the stop is requested.
+    /// Sleeps. Returns true after _nsTime, and false as soon as the stop is requested.
     ///
     /// Waits: at most a year.
     bool SleepFor(std::chrono::nanoseconds _nsTime)
@@ -66,7 +66,7 @@ public:
         return !m_cvStop.wait_for(lock, std::min(_nsTime, LONGEST), [this] { return IsRequested(); });
     }
 
-    /// Registers a callback. False, and not registered, if the stop was requested before.
+    /// Registers a callback. Returns false, and does nothing, if the stop was requested before.
     bool Register(ST_Callback& _stCallback)
     {
         const std::lock_guard<std::mutex> lock(m_mtxStop);
@@ -78,7 +78,7 @@ public:
         return _stCallback.m_bRegistered;
     }
 
-    /// From now on the callback is not called.
+    /// Unregisters a callback. From now on, it is not called.
     ///
     /// Waits: for a call that is running on another thread.
     void Unregister(ST_Callback& _stCallback)
@@ -99,7 +99,7 @@ private:
     std::atomic<bool> m_bRequested{false}; ///< set under m_mtxStop
     std::mutex m_mtxStop;                  ///< guards what follows
     std::condition_variable m_cvStop;      ///< notified by the request, and after each call
-    ST_Callback* m_pCalled = nullptr;      ///< is being called by m_idCaller
+    ST_Callback* m_pCalled = nullptr;      ///< the callback that m_idCaller is calling
     std::thread::id m_idCaller;
     CLS_Chain<ST_Callback, &ST_Callback::m_stLink> m_chnCallbacks; ///< to be called
 };

@@ -31,12 +31,12 @@ struct ST_Run
     const CLS_QueuedTask& m_clsTask;
     const ST_RunThread& m_stThread;
     std::chrono::steady_clock::time_point m_tpStart;
-    int m_iRemoving = 0;        ///< removals of its own group that it is in
-    bool m_bHandedOver = false; ///< no removal waits for it any more
-    bool m_bGivenUp = false;    ///< a removal has waited for it as long as it may; none waits again
+    int m_iRemoving = 0;        ///< removals of its own group that it has called
+    bool m_bHandedOver = false; ///< a removal did not wait for it; from then on, none waits
+    bool m_bGivenUp = false;    ///< a removal waited for the full time; from then on, none waits
     bool m_bFailed = false;     ///< written and read by its thread
-    bool m_bDelivery = false;   ///< on a thread of the host's; constant
-    std::shared_ptr<ST_Leftover> m_pLeftover{}; ///< lives until its end
+    bool m_bDelivery = false;   ///< it is on a thread of the host; constant
+    std::shared_ptr<ST_Leftover> m_pLeftover{}; ///< what it must keep alive
     ST_Link<ST_Run> m_stHubLink{};
     ST_Link<ST_Run> m_stGroupLink{};
 };
@@ -50,7 +50,7 @@ struct ST_Destroyer
 
 /// The waiting tasks and the runs of one owner, or of one loop task.
 ///
-/// It outlives the owner while a run goes on.
+/// A run in progress keeps it alive, even after the owner.
 ///
 /// Threads: the hub's mutex guards all but what is constant.
 class CLS_TaskGroup
@@ -68,23 +68,23 @@ public:
 
     const std::string m_strName;
     const unsigned m_uiMaxRunning; ///< 0 for no limit
-    /// Not guarded: it changes only when the owner has ended, no run is left, and m_iReports is 0.
+    /// Not guarded: it changes only after the owner has ended, with no run left and m_iReports at 0.
     F_FailureHandler m_funOnFailure;
 
     std::shared_ptr<CLS_StopState> m_pStop = std::make_shared<CLS_StopState>(); ///< null after a removal
-    /// For a removal that does not wait, without memory. Never empty while m_pStop is set.
+    /// For a removal without a wait when there is no memory. Never empty while m_pStop is set.
     std::list<std::shared_ptr<ST_Leftover>> m_lstReserve{std::make_shared<ST_Leftover>()};
     unsigned m_uiActive = 0; ///< tasks in m_chnWaiting, and their runs
     CLS_Chain<CLS_QueuedTask, &CLS_QueuedTask::m_stGroupLink> m_chnWaiting; ///< in the hub's queue
-    CLS_Chain<CLS_QueuedTask, &CLS_QueuedTask::m_stGroupLink> m_chnHeld;    ///< for others to end
-    CLS_Chain<CLS_QueuedTask, &CLS_QueuedTask::m_stGroupLink> m_chnDelayed; ///< for their time
-    CLS_Chain<CLS_QueuedTask, &CLS_QueuedTask::m_stGroupLink> m_chnPosted;  ///< for the host's thread
+    CLS_Chain<CLS_QueuedTask, &CLS_QueuedTask::m_stGroupLink> m_chnHeld;    ///< held by the group's limit
+    CLS_Chain<CLS_QueuedTask, &CLS_QueuedTask::m_stGroupLink> m_chnDelayed; ///< until they are due
+    CLS_Chain<CLS_QueuedTask, &CLS_QueuedTask::m_stGroupLink> m_chnPosted;  ///< to the host's thread
     CLS_Chain<ST_Run, &ST_Run::m_stGroupLink> m_chnRuns;
     CLS_Chain<ST_Destroyer, &ST_Destroyer::m_stLink> m_chnDestroyers;
-    std::condition_variable m_cvRuns; ///< notified when a run or a destroyer ends, or need not be waited for
-    int m_iRemovals = 0;              ///< removals in progress: nothing is taken during them
+    std::condition_variable m_cvRuns; ///< notified when a removal may have one run or destroyer less to await
+    int m_iRemovals = 0;              ///< removals in progress: no task is taken
     int m_iReports = 0;               ///< removals that are reporting runs without the lock
-    bool m_bClosed = false;           ///< the owner has ended: nothing is taken
+    bool m_bClosed = false;           ///< the owner has ended: no task is taken
     ST_PoolCounters m_stCounters;
-    ST_Link<CLS_TaskGroup> m_stHubLink; ///< among the groups whose owners live
+    ST_Link<CLS_TaskGroup> m_stHubLink; ///< among the groups with an owner
 };

@@ -10,7 +10,7 @@ class CLS_QueuedTask;
 ///
 /// Threads: any.
 ///
-/// Owns: nothing of the delivery, which a removal may take at any time.
+/// Owns: nothing. A removal may take the delivery at any time.
 class CLS_Ticket
 {
 public:
@@ -22,10 +22,10 @@ public:
     CLS_Ticket(const CLS_Ticket&) = delete;
     CLS_Ticket& operator=(const CLS_Ticket&) = delete;
 
-    /// Delivers, once, unless the owner's tasks were removed.
+    /// Delivers once, unless the owner's tasks have been removed.
     void Deliver();
 
-    CLS_QueuedTask* m_pTask = nullptr; ///< null once delivered or cancelled; guarded by the hub's mutex
+    CLS_QueuedTask* m_pTask = nullptr; ///< null after delivery or removal; guarded by the hub's mutex
 
 private:
     const std::shared_ptr<CLS_PoolHub> m_pHub;

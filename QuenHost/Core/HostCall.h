@@ -12,13 +12,15 @@
 #include <stop_token>
 #endif
 
-/// Calls what a host submits.
+/// Calls the callables that a host submits.
 ///
-/// The arguments are those that the kit has for it, if any, and then a CLS_StopToken, a std::stop_token where
-/// the language has it, or nothing, whichever the callable takes.
+/// A callable takes the kit's arguments, such as the result of a step, and then one of these:
+/// - a CLS_StopToken;
+/// - a std::stop_token, if the standard library has it;
+/// - nothing.
 namespace HostCall
 {
-/// The argument of callables that take no argument but the token.
+/// Stands for the result of a step that returns nothing.
 struct ST_Nothing
 {
 };
@@ -65,7 +67,7 @@ decltype(auto) Call(T_Callable& _funTask, const CLS_StopToken& _clsToken, T_Argu
     }
 }
 
-/// The same without a result before it.
+/// The same for a callable after a step that returns nothing.
 template <typename T_Callable>
 decltype(auto) Call(T_Callable& _funTask, const CLS_StopToken& _clsToken, ST_Nothing&& /*_stNothing*/)
 {
@@ -84,7 +86,7 @@ inline constexpr bool
     MAY_BE_EMPTY<T_Callable, std::void_t<decltype(std::declval<const T_Callable&>() == nullptr)>> =
         std::is_constructible_v<T_Callable, std::nullptr_t>;
 
-/// Whether it is an empty function object or a null function pointer.
+/// Whether the callable is an empty function object or a null function pointer.
 template <typename T_Callable>
 bool IsEmpty(const T_Callable& _funTask)
 {

@@ -4,8 +4,7 @@
 #include <cstdlib>
 #include <string>
 
-/// Whether a mistake of the host ends the process. Otherwise a line is written to standard error, and the
-/// headers say what happens.
+/// Whether a mistake of the host ends the process. In either case, a line is written to standard error.
 #ifndef ZEL_HOST_CHECKS
 #ifdef NDEBUG
 #define ZEL_HOST_CHECKS 0

@@ -59,7 +59,7 @@ inline void CLS_PoolHub::DropDelivery(CLS_Ticket& _clsTicket, const std::excepti
     EndDelivery(_clsTicket, funReport);
 }
 
-/// Takes the delivery, if it is there, and calls _funEnd as a run of its owner, for which removals wait.
+/// Takes the delivery, unless it was taken, and calls _funEnd as a run of its owner. Removals wait for that.
 template <typename T_End>
 void CLS_PoolHub::EndDelivery(CLS_Ticket& _clsTicket, T_End _funEnd)
 {

@@ -53,11 +53,11 @@ inline CLS_PoolHub::Records CLS_PoolHub::TakeRecords()
             FinishRecord(pRecord);
         }
     }
-    // A carrier that is on its way finds its record removed, or nothing to do, and finishes nothing twice.
+    // A carrier that arrives later finds nothing to do, and no record is finished twice.
     return std::exchange(m_lstFinished, Records());
 }
 
-/// Takes nothing and starts nothing from now on. Returns the stop requests of what is left.
+/// Takes nothing and starts nothing from now on. Returns the stop requests of all groups and loop tasks.
 inline std::vector<std::shared_ptr<CLS_StopState>> CLS_PoolHub::RefuseAll()
 {
     std::vector<std::shared_ptr<CLS_StopState>> vecStops;
@@ -89,7 +89,7 @@ inline void CLS_PoolHub::TakeAll(CLS_RemovedTasks& _clsRemoved)
     }
 }
 
-/// Reports owners and loop tasks that are left, a mistake of the host.
+/// Reports the owners and loop tasks that are left. They are a mistake of the host.
 inline void CLS_PoolHub::ReportOutlivers()
 {
     std::string strNames;

@@ -61,7 +61,7 @@ inline void CLS_PoolHub::RunLoop(CLS_LoopCore& _clsLoop)
     lock.lock();
     if (_clsLoop.m_bLeft)
     {
-        // The run still counts, so a removal on another thread waits for this, too.
+        // The run has not ended yet, so a removal on another thread also waits for this.
         lock.unlock();
         clsTask.DestroyCallable();
         lock.lock();
@@ -79,7 +79,7 @@ inline bool CLS_PoolHub::IsOpen(const CLS_LoopCore& _clsLoop) const
     return !_clsLoop.m_bClosed;
 }
 
-/// Starts no run from now on. Returns the request to stop, once.
+/// Starts no run from now on. The first call returns the stop request, later ones null.
 inline std::shared_ptr<CLS_StopState> CLS_PoolHub::CloseLoop(CLS_LoopCore& _clsLoop)
 {
     if (std::exchange(_clsLoop.m_bClosed, true))
@@ -90,7 +90,7 @@ inline std::shared_ptr<CLS_StopState> CLS_PoolHub::CloseLoop(CLS_LoopCore& _clsL
     return _clsLoop.m_pGroup->m_pStop;
 }
 
-/// Without a run: finishes the record and returns the callable. Null if that was done before.
+/// Finishes the record and returns the callable. Null if that was done before. Not during a run.
 inline std::unique_ptr<CLS_QueuedTask> CLS_PoolHub::FinishLoop(CLS_LoopCore& _clsLoop)
 {
     if (_clsLoop.m_pTask)
@@ -123,7 +123,7 @@ inline bool CLS_PoolHub::RemoveLoop(CLS_LoopCore& _clsLoop, std::chrono::millise
     return bOver;
 }
 
-/// Destroys the callable and the handler, once. Other removals wait. Releases the lock for a moment.
+/// Destroys the callable and the handler, once. Other removals wait. Releases the lock meanwhile.
 inline void CLS_PoolHub::DestroyLoop(Lock& _lock, CLS_LoopCore& _clsLoop)
 {
     CLS_TaskGroup& clsGroup = *_clsLoop.m_pGroup;

@@ -1,7 +1,7 @@
 #pragma once
 
-// Where tasks wait: in the hub's queue, for others of their owner, for their time, or for the host's thread.
-// Included by CLS_PoolHub.h.
+// Where tasks wait: in the hub's queue, for other tasks of their owner, until they are due, or for the host's
+// thread. Included by CLS_PoolHub.h.
 
 #include "QuenHost/Core/CLS_PoolHub.h"
 #include "QuenHost/Core/CLS_Ticket.h"
@@ -14,7 +14,7 @@ inline bool CLS_PoolHub::Accepts(const CLS_QueuedTask& _clsTask) const
     return bCurrent && !m_bEnded && !clsGroup.m_bClosed && clsGroup.m_iRemovals == 0;
 }
 
-/// After a removal, makes the next stop request and reserve. May release the lock for a moment.
+/// Makes a stop request and a reserve for the next removal, if there are none. May release the lock briefly.
 inline void CLS_PoolHub::EnsureStopState(Lock& _lock, CLS_TaskGroup& _clsGroup) const
 {
     if (!_clsGroup.m_pStop)
@@ -31,16 +31,16 @@ inline void CLS_PoolHub::EnsureStopState(Lock& _lock, CLS_TaskGroup& _clsGroup) 
     }
 }
 
-/// Counts a task that is taken.
+/// Counts a task that is taken, unless it continues another one.
 inline void CLS_PoolHub::CountSubmitted(CLS_QueuedTask& _clsTask)
 {
     CLS_TaskGroup& clsGroup = *_clsTask.m_pGroup;
     _clsTask.m_pStop = clsGroup.m_pStop;
-    ++m_stCounters.m_uiSubmitted;
-    ++clsGroup.m_stCounters.m_uiSubmitted;
+    m_stCounters.m_uiSubmitted += _clsTask.m_bContinues ? 0U : 1U;
+    clsGroup.m_stCounters.m_uiSubmitted += _clsTask.m_bContinues ? 0U : 1U;
 }
 
-/// Lets the task start as soon as its owner's limit and a worker allow.
+/// Queues the task, or holds it until the limit of its owner lets it start.
 inline void CLS_PoolHub::Enqueue(CLS_QueuedTask& _clsTask)
 {
     CLS_TaskGroup& clsGroup = *_clsTask.m_pGroup;
@@ -71,7 +71,7 @@ inline void CLS_PoolHub::Dequeue(CLS_QueuedTask& _clsTask)
     _clsTask.m_pGroup->m_chnWaiting.Remove(_clsTask);
 }
 
-/// Notes that an active task has ended or will not run, and starts the next that was held.
+/// Notes that an active task has ended or will not run. Queues the next task that was held.
 inline void CLS_PoolHub::Deactivate(CLS_TaskGroup& _clsGroup)
 {
     --_clsGroup.m_uiActive;
@@ -81,7 +81,7 @@ inline void CLS_PoolHub::Deactivate(CLS_TaskGroup& _clsGroup)
     }
 }
 
-/// Takes back a task for which there is no worker. Null if it was taken in between.
+/// Takes back a task for which there is no worker. Null if another thread has taken it since.
 inline std::unique_ptr<CLS_QueuedTask> CLS_PoolHub::Withdraw(std::uint64_t _uiNumber)
 {
     CLS_QueuedTask* pTask = m_chnQueue.GetLast();
@@ -99,21 +99,29 @@ inline std::unique_ptr<CLS_QueuedTask> CLS_PoolHub::Withdraw(std::uint64_t _uiNu
     return std::unique_ptr<CLS_QueuedTask>(pTask);
 }
 
-/// Makes the task wait for its time, with the only element of _mapDelayed. Allocates nothing.
-inline void CLS_PoolHub::Delay(CLS_QueuedTask& _clsTask, Delayed& _mapDelayed)
+/// Makes the task's entry among the delayed tasks ahead of time.
+inline CLS_PoolHub::Delayed::node_type CLS_PoolHub::ReserveDelay(CLS_QueuedTask& _clsTask,
+                                                                 Clock::time_point _tpDue)
 {
-    _clsTask.m_itDelayed = m_mapDelayed.insert(_mapDelayed.extract(_mapDelayed.begin()));
+    Delayed mapOne;
+    return mapOne.extract(mapOne.emplace(_tpDue, &_clsTask));
+}
+
+/// Adds the task to the delayed tasks, using up the entry. Allocates nothing.
+inline void CLS_PoolHub::Delay(CLS_QueuedTask& _clsTask, Delayed::node_type&& _clsEntry)
+{
+    _clsTask.m_itDelayed = m_mapDelayed.insert(std::move(_clsEntry));
     _clsTask.m_pGroup->m_chnDelayed.Append(_clsTask);
 }
 
-/// Ends the task's wait for its time.
+/// Takes the task out of the delayed tasks.
 inline void CLS_PoolHub::Undelay(CLS_QueuedTask& _clsTask)
 {
     _clsTask.m_pGroup->m_chnDelayed.Remove(_clsTask);
     m_mapDelayed.erase(_clsTask.m_itDelayed);
 }
 
-/// Queues the tasks whose time has come.
+/// Queues the delayed tasks that are due.
 inline void CLS_PoolHub::EnqueueDue()
 {
     const Clock::time_point tpNow = Clock::now();
@@ -125,7 +133,7 @@ inline void CLS_PoolHub::EnqueueDue()
     }
 }
 
-/// Takes a delivery back from the host's thread. Null if it was taken before.
+/// Takes a delivery that was posted to the host's thread. Null if it was taken before.
 inline CLS_QueuedTask* CLS_PoolHub::TakePosted(CLS_Ticket& _clsTicket)
 {
     CLS_QueuedTask* const pTask = std::exchange(_clsTicket.m_pTask, nullptr);
@@ -136,7 +144,7 @@ inline CLS_QueuedTask* CLS_PoolHub::TakePosted(CLS_Ticket& _clsTicket)
     return pTask;
 }
 
-/// Cancels what waits, deliveries included.
+/// Cancels the group's waiting tasks and deliveries.
 inline void CLS_PoolHub::TakeWaiting(CLS_TaskGroup& _clsGroup, CLS_RemovedTasks& _clsRemoved)
 {
     while (CLS_QueuedTask* const pTask = _clsGroup.m_chnPosted.GetFirst())
@@ -168,7 +176,7 @@ inline void CLS_PoolHub::TakeWaiting(CLS_TaskGroup& _clsGroup, CLS_RemovedTasks&
     }
 }
 
-/// The number by which a viewer joins the events of a task; "" without a trace or memory.
+/// The number by which viewers join the events of a task; "" without a trace or memory.
 inline std::string CLS_PoolHub::DescribeFlow(std::uint64_t _uiNumber, const char* _szDirection) const noexcept
 {
     std::string strMembers;

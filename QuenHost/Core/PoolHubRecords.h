@@ -30,7 +30,7 @@ inline void CLS_PoolHub::EnterRecord(const std::shared_ptr<ST_PoolRecord>& _pRec
     m_lstLive.splice(m_lstLive.end(), _pRecord->m_lstPlace);
 }
 
-/// Lists the record for removal: its task is about to end. Allocates nothing.
+/// Lists the record of a task that is about to end for removal. Allocates nothing.
 inline void CLS_PoolHub::FinishRecord(const std::shared_ptr<ST_PoolRecord>& _pRecord)
 {
     if (!_pRecord->m_bEntered)
@@ -45,12 +45,12 @@ inline void CLS_PoolHub::FinishRecord(const std::shared_ptr<ST_PoolRecord>& _pRe
     m_lstFinished.splice(m_lstFinished.end(), m_lstLive, _pRecord->m_itPlace);
 }
 
-/// Removes the records that have rested. May release the lock for a moment.
+/// Removes the records that finished at least RECORD_REST ago. May release the lock briefly.
 inline void CLS_PoolHub::SweepRecords(Lock& _lock)
 {
     if (m_bEnded)
     {
-        return; // the end does it
+        return; // the end of the hub removes them
     }
     Records lstRested;
     const Clock::time_point tpLatest = Clock::now() - RECORD_REST;

@@ -15,7 +15,7 @@ inline void CLS_PoolHub::BeginRun(ST_Run& _stRun)
     _stRun.m_clsTask.m_pGroup->m_chnRuns.Append(_stRun);
 }
 
-/// Ends a run, whose task keeps its group until then.
+/// Ends a run. Its task keeps the group alive until then.
 inline void CLS_PoolHub::EndRun(ST_Run& _stRun)
 {
     CLS_TaskGroup& clsGroup = *_stRun.m_clsTask.m_pGroup;
@@ -67,13 +67,13 @@ inline void CLS_PoolHub::Report(const CLS_TaskGroup& _clsGroup, n_FailureKind _e
     }
 }
 
-/// Whether a removal waits for the run. Runs that remove their own group's tasks do not wait for each other.
+/// Whether a removal waits for the run. Removals in runs of the same group do not wait for each other's runs.
 inline bool CLS_PoolHub::IsOfInterest(const ST_Run& _stRun, bool _bByRun)
 {
     return !_stRun.m_bHandedOver && !(_bByRun && _stRun.m_iRemoving > 0);
 }
 
-/// Whether the calling thread is destroying what a removal of the group cancelled.
+/// Whether the calling thread is destroying the tasks that a removal of the group cancelled.
 inline bool CLS_PoolHub::IsDestroyer(const CLS_TaskGroup& _clsGroup)
 {
     const std::thread::id idSelf = ThreadInfo::GetSelf();
@@ -85,10 +85,10 @@ inline bool CLS_PoolHub::IsDestroyer(const CLS_TaskGroup& _clsGroup)
     return pDestroyer != nullptr;
 }
 
-// It waits until the group's runs are over, except the caller's own, and until other removals have destroyed
-// what they took. After the full time, no removal waits for these runs again.
+// It waits for two things: the end of the group's runs, except the caller's own, and the destruction of the
+// tasks that other removals took. After the full time, no removal waits for the remaining runs again.
 
-/// Waits for the group's runs. False if one is left. Releases the lock for a moment.
+/// Waits for the group's runs. False if one is left. Releases the lock meanwhile.
 inline bool CLS_PoolHub::WaitForRuns(Lock& _lock, CLS_TaskGroup& _clsGroup,
                                      std::chrono::milliseconds _msLimit)
 {
@@ -116,7 +116,7 @@ inline bool CLS_PoolHub::WaitForRuns(Lock& _lock, CLS_TaskGroup& _clsGroup,
     return bAllOver;
 }
 
-/// Reports the runs that outlasted a removal. Releases the lock for a moment.
+/// Reports the runs that outlasted a removal. Releases the lock briefly.
 inline void CLS_PoolHub::GiveUp(Lock& _lock, CLS_TaskGroup& _clsGroup, bool _bByRun)
 {
     std::vector<std::string> vecCallInfos;
@@ -144,7 +144,7 @@ inline void CLS_PoolHub::GiveUp(Lock& _lock, CLS_TaskGroup& _clsGroup, bool _bBy
     --_clsGroup.m_iReports;
 }
 
-/// Notes that the group's runs on this thread begin or end a removal, and returns their number.
+/// Notes that the group's runs on this thread begin or end a removal. Returns the number of these runs.
 inline int CLS_PoolHub::MarkOwnRuns(CLS_TaskGroup& _clsGroup, int _iChange)
 {
     const std::thread::id idSelf = ThreadInfo::GetSelf();
@@ -165,7 +165,7 @@ inline int CLS_PoolHub::MarkOwnRuns(CLS_TaskGroup& _clsGroup, int _iChange)
     return iRuns;
 }
 
-/// Lets no removal wait for the group's runs from now on. The runs keep what is left.
+/// From now on, no removal waits for the group's present runs. They keep the leftover alive.
 inline void CLS_PoolHub::HandOver(CLS_TaskGroup& _clsGroup, const std::shared_ptr<ST_Leftover>& _pLeftover)
 {
     for (ST_Run* pRun = _clsGroup.m_chnRuns.GetFirst(); pRun != nullptr;

@@ -31,7 +31,7 @@ inline ST_LoopInfo CLS_PoolHub::DescribeLoop(const CLS_LoopCore& _clsLoop, Clock
     return stInfo;
 }
 
-/// Counts the tasks that wait for a worker or for others of their owner.
+/// Counts the tasks that wait for a worker, or for other tasks of their owner.
 inline void CLS_PoolHub::CountWaiting(ST_PoolSnapshot& _stSnapshot, Clock::time_point _tpNow) const
 {
     for (const CLS_TaskGroup* pGroup = m_chnGroups.GetFirst(); pGroup != nullptr;

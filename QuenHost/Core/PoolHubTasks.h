@@ -10,7 +10,7 @@ inline void CLS_PoolHub::OpenGroup(CLS_TaskGroup& _clsGroup)
     m_chnGroups.Append(_clsGroup);
 }
 
-/// The stop request that the next removal raises.
+/// The stop request of the next removal.
 inline std::shared_ptr<CLS_StopState> CLS_PoolHub::GetStop(CLS_TaskGroup& _clsGroup) const
 {
     Lock lock(m_mtxHub);
@@ -18,24 +18,34 @@ inline std::shared_ptr<CLS_StopState> CLS_PoolHub::GetStop(CLS_TaskGroup& _clsGr
     return _clsGroup.m_pStop;
 }
 
+/// Counts a task if it is taken now. May release the lock briefly before it decides.
+inline bool CLS_PoolHub::Admit(Lock& _lock, CLS_QueuedTask& _clsTask)
+{
+    const bool bTied = _clsTask.m_pStop != nullptr;
+    const bool bWatched = EnsureHeartbeat(_lock);
+    EnsureStopState(_lock, *_clsTask.m_pGroup); // last, because it may release the lock
+    const bool bAdmitted = (bWatched || bTied) && Accepts(_clsTask);
+    if (bAdmitted)
+    {
+        CountSubmitted(_clsTask);
+    }
+    return bAdmitted;
+}
+
 inline bool CLS_PoolHub::Submit(std::unique_ptr<CLS_QueuedTask>&& _pTask)
 {
-    CLS_TaskGroup& clsGroup = *_pTask->m_pGroup; // the owner keeps it
+    const bool bTied = _pTask->m_pStop != nullptr;
     const std::uint64_t uiNumber = _pTask->m_uiNumber = ++m_uiNumbers;
     const CLS_TraceSpan clsSpan(GetTrace(), "submit", _pTask->m_strCallInfo, DescribeFlow(uiNumber, "out"));
-    CLS_RemovedTasks clsRefused(GetTrace());
+    CLS_RemovedTasks clsRefused(GetTrace()); // destroyed after the lock is released
     Lock lock(m_mtxHub);
-    const bool bWatched = EnsureHeartbeat(lock);
-    EnsureStopState(lock, clsGroup); // last: from here on, no removal comes between
-    if (!bWatched || !Accepts(*_pTask))
+    if (!Admit(lock, *_pTask))
     {
         clsRefused.Add(*_pTask.release());
-        lock.unlock();
         return false;
     }
-    CountSubmitted(*_pTask);
     Enqueue(*_pTask.release());
-    if (!BringCarrier(lock))
+    if (!BringCarrier(lock) && !bTied)
     {
         _pTask = Withdraw(uiNumber);
     }
@@ -77,8 +87,8 @@ inline bool CLS_PoolHub::RemoveTasks(CLS_TaskGroup& _clsGroup, std::chrono::mill
     return bOver;
 }
 
-// Without memory, it takes the group's reserve. When that is used up, the result is empty. Then the group has
-// taken no task since the removal that used it, so nothing is left to remove.
+// Without memory, it takes the group's reserve. If another removal has used the reserve, the result is empty.
+// Then the group has taken no task since that removal, so there is nothing to remove.
 
 /// Takes the lock, and makes what a removal leaves to a worker.
 inline CLS_PoolHub::Leftovers CLS_PoolHub::LockWithLeftover(Lock& _lock, CLS_TaskGroup& _clsGroup,
@@ -120,7 +130,7 @@ inline void CLS_PoolHub::RemoveTasksLater(CLS_TaskGroup& _clsGroup,
     }
 }
 
-/// Gives what is to be destroyed to a carrier. After the hub's end the caller keeps it.
+/// Gives the leftover to a carrier, which destroys it. After the end of the hub, the caller keeps it.
 inline void CLS_PoolHub::HandToWorker(Lock& _lock, Leftovers& _lstLeftover)
 {
     if (!m_bEnded)

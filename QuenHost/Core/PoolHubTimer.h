@@ -2,8 +2,8 @@
 
 // Tasks that start later. Included by CLS_PoolHub.h.
 //
-// A loop task of the pool runs at once and again after its interval. So the timer is a loop task whose
-// interval ends when the first task is due; its second run queues what is due and makes the next timer.
+// A loop task of the pool runs at once, and again after its interval. The timer is a loop task whose interval
+// ends when the first task is due. Its second run queues the tasks that are due, and adds the next timer.
 
 #include "QuenHost/Core/CLS_PoolHub.h"
 
@@ -17,30 +17,24 @@ inline bool CLS_PoolHub::SubmitAfter(std::unique_ptr<CLS_QueuedTask> _pTask,
     {
         return Submit(std::move(_pTask));
     }
-    CLS_TaskGroup& clsGroup = *_pTask->m_pGroup; // the owner keeps it
     const std::uint64_t uiNumber = _pTask->m_uiNumber = ++m_uiNumbers;
     const CLS_TraceSpan clsSpan(GetTrace(), "submit", _pTask->m_strCallInfo, DescribeFlow(uiNumber, "out"));
-    Delayed mapDelayed;
-    mapDelayed.emplace(Clock::now() + std::min(_msDelay, LONGEST_DELAY), _pTask.get());
-    CLS_RemovedTasks clsRefused(GetTrace());
+    Delayed::node_type clsEntry = ReserveDelay(*_pTask, Clock::now() + std::min(_msDelay, LONGEST_DELAY));
+    CLS_RemovedTasks clsRefused(GetTrace()); // destroyed after the lock is released
     Lock lock(m_mtxHub);
-    const bool bWatched = EnsureHeartbeat(lock);
-    EnsureStopState(lock, clsGroup); // last: from here on, no removal comes between
-    if (!bWatched || !Accepts(*_pTask))
+    if (!Admit(lock, *_pTask))
     {
         clsRefused.Add(*_pTask.release());
-        lock.unlock();
         return false;
     }
-    CountSubmitted(*_pTask);
-    Delay(*_pTask.release(), mapDelayed);
+    Delay(*_pTask.release(), std::move(clsEntry));
     EnsureTimer(lock);
     return true;
 }
 
-// Without memory for a timer, the heartbeat queues what is due.
+// Without memory for a timer, the heartbeat queues the tasks that are due.
 
-/// Sets the timer to the first task that is due. May release the lock for a moment.
+/// Sets the timer to the first task that is due. May release the lock briefly.
 inline void CLS_PoolHub::EnsureTimer(Lock& _lock)
 {
     if (m_bEnded || m_mapDelayed.empty())
@@ -59,7 +53,7 @@ inline void CLS_PoolHub::EnsureTimer(Lock& _lock)
     StartTimer(_lock, tpDue);
 }
 
-/// Adds a timer to the pool. Releases the lock for a moment.
+/// Adds a timer to the pool. Releases the lock briefly.
 inline void CLS_PoolHub::StartTimer(Lock& _lock, Clock::time_point _tpDue)
 {
     constexpr std::chrono::milliseconds LONGEST_INTERVAL{INT_MAX};

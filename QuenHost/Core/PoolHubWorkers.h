@@ -7,14 +7,14 @@
 #include <algorithm>
 #include <vector>
 
-/// Brings a carrier for what waits. False if there is none. May release the lock for a moment.
+/// Brings a carrier for what waits. False if there is none. May release the lock briefly.
 inline bool CLS_PoolHub::BringCarrier(Lock& _lock)
 {
     const std::size_t uiWaiting = m_chnQueue.GetSize() + m_lstLeftover.size();
     const auto uiComing = static_cast<std::size_t>(m_iStarting) + static_cast<std::size_t>(m_iClaimed);
     if (uiComing >= std::min(uiWaiting, MOST_COMING))
     {
-        return true; // each that is on its way brings the next
+        return true; // each of them brings the next
     }
     if (m_iParked > m_iClaimed)
     {
@@ -25,7 +25,7 @@ inline bool CLS_PoolHub::BringCarrier(Lock& _lock)
     return m_iCarriers >= MOST_CARRIERS || StartCarrier(_lock) || m_iCarriers > 0;
 }
 
-/// Adds a carrier to the pool. False if the pool refuses it. Releases the lock for a moment.
+/// Adds a carrier to the pool. False if the pool refuses it. Releases the lock briefly.
 inline bool CLS_PoolHub::StartCarrier(Lock& _lock)
 {
     ++m_iCarriers;
@@ -63,9 +63,10 @@ inline bool CLS_PoolHub::StartCarrier(Lock& _lock)
 }
 
 // The heartbeat writes off carriers that the pool lost when memory ran out, and removes the records of the
-// last carriers. Without it, nothing is taken. The pool may lose it in the same way, which its silence tells.
+// last carriers. Without it, no task is taken. The pool may lose the heartbeat in the same way: then it is
+// silent.
 
-/// Adds the heartbeat to the pool, if there is none. False without one. May release the lock for a moment.
+/// Adds the heartbeat to the pool, if there is none. False without one. May release the lock briefly.
 inline bool CLS_PoolHub::EnsureHeartbeat(Lock& _lock)
 {
     if (m_pHeartbeat && !m_bEnded && Clock::now() - m_tpLastBeat > LONGEST_SILENCE)
@@ -145,7 +146,7 @@ inline void CLS_PoolHub::Arrive(const ST_PoolRecord& _stRecord)
     }
     else
     {
-        ++m_iCarriers; // it was written off too early
+        ++m_iCarriers; // it had been written off too early
     }
 }
 
@@ -187,13 +188,13 @@ inline void CLS_PoolHub::RunFirst(Lock& _lock, ST_PoolRecord& _stRecord, const S
     _lock.lock();
     EndRun(stRun);
     Deactivate(clsGroup);
-    ++m_stCounters.m_uiRun;
-    ++clsGroup.m_stCounters.m_uiRun;
+    m_stCounters.m_uiRun += pTask->m_bContinued ? 0U : 1U;
+    clsGroup.m_stCounters.m_uiRun += pTask->m_bContinued ? 0U : 1U;
     _stRecord.m_bBusy = false;
     ++m_iInside;
     if (stRun.m_pLeftover)
     {
-        BringCarrier(_lock); // the host may take long to destroy it
+        BringCarrier(_lock); // destroying it may take long
     }
     _lock.unlock();
     stRun.m_pLeftover.reset();
@@ -201,7 +202,7 @@ inline void CLS_PoolHub::RunFirst(Lock& _lock, ST_PoolRecord& _stRecord, const S
     _lock.lock();
 }
 
-/// Destroys the first of what removals left to the workers. Releases the lock for a moment.
+/// Destroys the first leftover of the removals. Releases the lock meanwhile.
 inline void CLS_PoolHub::DestroyLeftover(Lock& _lock)
 {
     Leftovers lstFirst;
@@ -233,7 +234,8 @@ inline void CLS_PoolHub::Beat()
     LeaveInside();
 }
 
-// The pool starts its tasks in order, and has just started the heartbeat. So an older carrier was lost.
+// The pool starts its tasks in order, and has just started the heartbeat. So a carrier that was added earlier
+// and has not started was lost.
 
 /// Writes off carriers that the pool lost when memory ran out.
 inline void CLS_PoolHub::WriteOffLostCarriers()
@@ -246,7 +248,7 @@ inline void CLS_PoolHub::WriteOffLostCarriers()
     }
 }
 
-/// Writes off a timer that is late by a beat, because memory ran out. Queues what is due.
+/// Queues the tasks that are due. Writes off a timer that the pool lost when memory ran out.
 inline void CLS_PoolHub::WriteOffLostTimer()
 {
     EnqueueDue();

@@ -15,14 +15,14 @@ struct ST_OwnerLink
     std::shared_ptr<CLS_PoolHub> m_pHub; ///< null when there was no scope
     std::shared_ptr<CLS_TaskGroup> m_pGroup;
 
-    /// Ties what is submitted to the owner's present tasks: it is refused after the next removal. Null: it is
-    /// taken after removals, too.
+    /// If it is set, tasks of this link are refused after the owner's next removal. Such a link is tied. If
+    /// it is null, they are taken after a removal as well.
     std::shared_ptr<CLS_StopState> m_pStop{};
 
     /// The same, tied.
     ST_OwnerLink Tie() const { return {m_pHub, m_pGroup, m_pHub ? m_pHub->GetStop(*m_pGroup) : nullptr}; }
 
-    /// Submits a task. False if it is refused. Fails as the hub's operation, and so does Post.
+    /// Submits a task. False if it is refused. This and the next two fail as the hub's operations do.
     bool Submit(std::unique_ptr<CLS_QueuedTask>&& _pTask, const std::string& _strCallInfo) const
     {
         Prepare(*_pTask, _strCallInfo);
@@ -37,7 +37,7 @@ struct ST_OwnerLink
         return m_pHub && m_pHub->SubmitAfter(std::move(_pTask), _msDelay);
     }
 
-    /// Posts a task to the host's thread. Only for a tied link. False if it is refused or cannot be posted.
+    /// Posts a task to the host's thread. False if it is refused or cannot be posted. Only for a tied link.
     bool Post(const F_HostPost& _funPost, std::unique_ptr<CLS_QueuedTask>&& _pTask,
               const std::string& _strCallInfo) const
     {
@@ -46,7 +46,7 @@ struct ST_OwnerLink
     }
 
 private:
-    /// Sets what the hub needs to know of the task.
+    /// Sets the members of the task that the hub needs.
     void Prepare(CLS_QueuedTask& _clsTask, const std::string& _strCallInfo) const
     {
         _clsTask.m_pGroup = m_pGroup;

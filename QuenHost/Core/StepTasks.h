@@ -18,17 +18,17 @@
 /// \file
 /// Runs the steps of CLS_Steps.
 ///
-/// Each step is a task that owns the sink of its result, and the sink owns the steps after it. So a cancelled
+/// Each step is a task that owns the sink of its result. The sink owns the steps after it. So a cancelled
 /// task cancels all steps after it.
 
-/// How the result of a callable goes to the next: void as ST_Nothing.
+/// The type in which a result is passed on. It stands for void as ST_Nothing.
 template <typename T_Result>
 using StepValue = std::conditional_t<std::is_void_v<T_Result>, HostCall::ST_Nothing, std::decay_t<T_Result>>;
 
-/// What a step that threw passes on to those after it.
+/// The failure that a step passes on to the steps after it.
 struct ST_StepFailure
 {
-    std::string m_strCallInfo; ///< empty when there was no memory for it
+    std::string m_strCallInfo; ///< empty if there was no memory for it
     std::exception_ptr m_pException;
 
     static ST_StepFailure Make(const std::string& _strCallInfo,
@@ -40,10 +40,12 @@ struct ST_StepFailure
     }
 };
 
-/// Where the result of a step goes. One of the two is called once, or none if the steps are cancelled. When
-/// Take throws, nothing was passed on, and Fail is called after it.
+/// Receives the result of a step.
 ///
-/// Threads: that of the step's run. _stLink refers to its owner.
+/// One of its operations is called once, or none if the steps are cancelled. If Take throws, it has passed
+/// nothing on, and Fail is called after it. _stLink refers to the owner of the steps.
+///
+/// Threads: the thread of the step's run.
 template <typename T_Value>
 class CLS_StepSink
 {
@@ -59,11 +61,11 @@ public:
     /// Takes the failure, in place of a result.
     virtual void Fail(const ST_OwnerLink& _stLink, const ST_StepFailure& _stFailure) noexcept = 0;
 
-    /// Takes note, in place of a result, of a failure that an OnFailure before has taken.
+    /// Takes note of a failure that an earlier OnFailure has handled, in place of a result.
     virtual void Skip(const ST_OwnerLink& _stLink, const ST_StepFailure& _stFailure) noexcept = 0;
 };
 
-/// The end of the steps: a result is dropped, a failure is reported.
+/// The end of the steps. Drops a result, and reports a failure.
 template <typename T_Value>
 class CLS_EndSink final : public CLS_StepSink<T_Value>
 {
@@ -79,7 +81,7 @@ public:
     void Skip(const ST_OwnerLink& /*_stLink*/, const ST_StepFailure& /*_stFailure*/) noexcept override {}
 };
 
-/// One step on its way to its run, on a worker or on the host's thread.
+/// A step that waits for its run on a worker or on the host's thread.
 template <typename T_Callable, typename T_In, typename T_Out>
 class CLS_StepTask final : public CLS_QueuedTask
 {
@@ -119,7 +121,7 @@ public:
         m_pSink.reset();
     }
 
-    /// Gives the sink back, of a task that could not be started.
+    /// Gives the sink back if the task could not be started.
     std::unique_ptr<CLS_StepSink<T_Out>> TakeSink() noexcept { return std::move(m_pSink); }
 
 private:
@@ -153,16 +155,16 @@ private:
     std::unique_ptr<CLS_StepSink<T_Out>> m_pSink;
 };
 
-/// Where a step runs, and what it is.
+/// Where a step runs, and its call information.
 struct ST_StepPlace
 {
     std::string m_strCallInfo;
     std::optional<CLS_HostThread> m_optHost{}; ///< empty for a worker
 };
 
-/// Submits or posts a step. False if it is refused; then the step and all after it are destroyed.
+/// Submits or posts a step. False if it is refused. Then the step and all steps after it are destroyed.
 ///
-/// Fails: passes on what moving the arguments throws, and std::bad_alloc. The caller still has the sink then.
+/// Fails: with what moving the arguments throws, and std::bad_alloc. Then the caller still has the sink.
 template <typename T_Out, typename T_Callable, typename T_In>
 bool StartStep(const ST_OwnerLink& _stLink, const ST_StepPlace& _stPlace, T_Callable&& _funStep,
                T_In&& _clsIn, std::unique_ptr<CLS_StepSink<T_Out>>&& _pSink)
@@ -238,7 +240,7 @@ public:
     {
         if (PoolCall::Catch([&] { StartHandler(_stLink, _stFailure); }))
         {
-            m_pNext->Fail(_stLink, _stFailure); // without memory, it goes on to the next
+            m_pNext->Fail(_stLink, _stFailure); // without memory, the next OnFailure takes it
         }
         else
         {
@@ -252,7 +254,7 @@ public:
     }
 
 private:
-    /// Has the host's callable called.
+    /// Starts the host's callable with the failure.
     void StartHandler(const ST_OwnerLink& _stLink, const ST_StepFailure& _stFailure)
     {
         ST_TaskFailure stFailure{n_FailureKind::Threw, _stLink.m_pGroup->m_strName, _stFailure.m_strCallInfo,
@@ -261,7 +263,7 @@ private:
                                         MakeEnd());
     }
 
-    /// The end of the steps, after the host's callable.
+    /// The end of the steps after the host's callable.
     static std::unique_ptr<CLS_StepSink<HostCall::ST_Nothing>> MakeEnd()
     {
         return std::make_unique<CLS_EndSink<HostCall::ST_Nothing>>();
@@ -272,9 +274,9 @@ private:
     std::unique_ptr<CLS_StepSink<T_Value>> m_pNext;
 };
 
-/// Gathers the results of several steps. The last one passes them on, or the first failure among them.
+/// Collects the results of several steps. The last step passes on the results, or the first failure.
 ///
-/// Threads: any. Each place is filled by one thread, and the last one reads all.
+/// Threads: any. One thread fills each place, and the last thread reads all of them.
 template <typename T_Value>
 class CLS_StepJoin
 {
@@ -306,14 +308,14 @@ public:
         Arrive(_stLink);
     }
 
-    /// The failure of a step that could not be started.
+    /// Sets the failure of a step that could not be started.
     void SetNotStarted(const ST_OwnerLink& _stLink, std::size_t _uiPlace,
                        const std::exception_ptr& _pException) noexcept
     {
         SetFailure(_stLink, _uiPlace, ST_StepFailure::Make(m_strCallInfo, _pException));
     }
 
-    /// Passes on the results, or the failure of doing so.
+    /// Passes on the results, or the failure if that throws.
     void Finish(const ST_OwnerLink& _stLink) noexcept
     {
         if (const std::exception_ptr pException = PoolCall::Catch([&] { PassOn(_stLink); }))
@@ -363,7 +365,7 @@ private:
     const std::unique_ptr<CLS_StepSink<Values>> m_pNext;
 };
 
-/// One of the steps that are joined.
+/// The sink of one of the joined steps.
 template <typename T_Value>
 class CLS_JoinSink final : public CLS_StepSink<T_Value>
 {
@@ -393,7 +395,7 @@ private:
     const std::size_t m_uiPlace;
 };
 
-/// A callable that is called with a reference to its owner.
+/// The task of a callable that takes a reference to its owner.
 template <typename T_Callable>
 class CLS_LinkTask final : public CLS_QueuedTask
 {

@@ -12,9 +12,9 @@
 
 /// What the system says about the calling thread.
 ///
-/// A coroutine may go on on another thread after a co_await. A compiler that inlines one of these functions
-/// into it may keep the first answer, because it takes the thread for a constant of the function. So none of
-/// them is inlined, and the kit asks nowhere else.
+/// A coroutine may continue on another thread after a co_await. If a compiler inlines one of these functions
+/// into a coroutine, it may reuse the first result: it assumes that a function stays on one thread. So these
+/// functions are never inlined, and the kit calls the system only here.
 namespace ThreadInfo
 {
 /// Keeps the compiler from reusing an earlier result of the function that calls this.

@@ -26,7 +26,7 @@ inline void AppendTime(std::string& _strOut, std::chrono::nanoseconds _nsTime)
     _strOut.append(".").append(strDecimals, 1, 3);
 }
 
-/// The length of the UTF-8 sequence at that place, which is not ASCII; 0 for none.
+/// The length of the UTF-8 sequence at _uiAt, which is not ASCII; 0 if it is not valid.
 inline std::size_t GetSequenceLength(const std::string& _strText, std::size_t _uiAt)
 {
     const auto funByte = [&](std::size_t _uiIndex)
@@ -69,7 +69,7 @@ inline void AppendAscii(std::string& _strOut, char _chText)
     }
 }
 
-/// Appends the text in quotes. Bytes that are not UTF-8, as in names of files, are replaced.
+/// Appends the text in quotes. Replaces bytes that are not UTF-8, which occur in file names.
 inline void AppendQuoted(std::string& _strOut, const std::string& _strText)
 {
     _strOut.append("\"");

@@ -23,8 +23,8 @@ enum n_TaskStatus : std::int32_t
     TASK_STATUS_RUNNING = 3  ///< its callable is executing
 };
 
-/// A task record: the host's callable, its status, its loop interval, the time of its last run, and its
-/// validity, which says whether it may still run.
+/// A task record: the host's callable, its status, its loop interval, and the time of its last run. Its
+/// validity says whether it may still run.
 ///
 ///     IDLE --(queued)--> WAITING --(Running begins)--> RUNNING --(Running ends)--> IDLE
 ///
@@ -222,7 +222,7 @@ private:
 
     /// Status and validity are sequentially consistent. A run stores the status, then reads the validity;
     /// Stop stores the validity, then reads the status. If any of the four were weaker, both could read the
-    /// old value, and a task would start after Stop had returned. verify/models/handshake checks all
+    /// old value. Then a task could start after Stop has returned. verify/models/handshake checks all
     /// executions.
     std::atomic<n_TaskStatus> m_iTaskStatus{TASK_STATUS_IDLE};
     std::function<void()> m_funTask; ///< the work; see TakeCallable

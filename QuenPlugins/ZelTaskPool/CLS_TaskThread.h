@@ -76,8 +76,8 @@ public:
 
     /// Whether the last pass ended at least GetWaitingOvertime() whole milliseconds ago.
     ///
-    /// Before the first pass, counts from construction. True for a worker with a long job, too: only for one
-    /// on the idle list does it mean that the worker has been idle for too long.
+    /// Before the first pass, counts from construction. Also true for a worker with a long job. So it means
+    /// "idle for too long" only for a worker on the idle list.
     ZEL_TASKPOOL_EXPORT bool IsWaitingOvertime();
 
     /// Sets the time, in milliseconds, after which a worker counts as idle for too long. For all workers.

@@ -19,8 +19,8 @@
 /// logs.
 ///
 /// Threads: any, but the first call must not race another, because building the pool is not synchronised.
-/// Fails: when the pool cannot be built (no thread, no memory), the exception passes to the caller. Nothing
-/// is left behind, and a later call tries again.
+/// Fails: when the pool cannot be built (no thread, no memory), the exception propagates. Nothing is left
+/// behind, and a later call tries again.
 extern "C"
 {
     /// Runs _funTask once in the background on behalf of the owner _pObj, after the tasks that are already

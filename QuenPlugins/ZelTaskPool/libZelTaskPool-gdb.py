@@ -12,6 +12,8 @@ TEXT_SIZE = 32  # of a std::string
 NODE_SIZE = 32  # of what precedes the entry in a node of a std::map
 DEEPEST = 128  # more levels than a std::map can have
 LONGEST_TEXT = 200
+LARGEST_READ = 1 << 20  # larger than what any of the pool's objects has in one piece
+LONGEST_LIST = 1 << 24  # entries; more means that it is being changed
 SHOWN = 20  # entries of a list, unless the command says how many
 
 STRING_TYPE = 3  # CVariantType_String
@@ -28,9 +30,11 @@ def read(address, size):
 
 
 def read_bytes(address, size):
+    if size > LARGEST_READ:
+        raise Unreadable("a text is being changed")
     try:
         return bytes(gdb.selected_inferior().read_memory(address, size))
-    except gdb.MemoryError as error:
+    except (gdb.error, OverflowError) as error:
         raise Unreadable(str(error)) from None
 
 
@@ -54,7 +58,7 @@ def read_text(address):
 def read_texts(address):
     """Returns the addresses of the elements of a std::vector<std::string>."""
     first, end = read_word(address), read_word(address + WORD)
-    if end < first or (end - first) % TEXT_SIZE:
+    if not 0 <= end - first <= LONGEST_LIST * TEXT_SIZE or (end - first) % TEXT_SIZE:
         raise Unreadable("a list is being changed")
     return range(first, end, TEXT_SIZE)
 
@@ -247,12 +251,11 @@ class Pool:
         most = read_int(self.member("m_iMaxThread")) + 1
         print("workers: %d of %d at most%s" % (len(workers), most, ending))
         idle = self.member("m_vecIdleThreads")
-        idle = set(read_word(slot) for slot in range(read_word(idle), read_word(idle + WORD), WORD))
+        idle = set(read_word(slot) for slot in range(read_word(idle), read_word(idle + WORD), WORD)[:most])
         for worker in workers:
             print("  %d: %s%s" % (worker.order, self.describe_worker(worker, idle, clock), worker.thread()))
 
     def show_list(self, entries, describe):
-        entries = list(entries)
         for entry in entries[:self.shown]:
             print("  " + describe(entry))
         if len(entries) > self.shown:
@@ -304,8 +307,17 @@ command "thread"."""
             shown = int(argument) if argument else SHOWN
         except ValueError:
             raise gdb.GdbError("zel: MOST must be a number, not \"%s\"" % argument) from None
+        language = gdb.parameter("language")
+        gdb.execute("set language c++", to_string=True)  # the host's may know none of the names
         try:
-            pool = Pool(max(shown, 0))
+            self.show(max(shown, 0))
+        finally:
+            gdb.execute("set language " + language, to_string=True)
+
+    @staticmethod
+    def show(shown):
+        try:
+            pool = Pool(shown)
         except Unreadable as reason:
             raise gdb.GdbError("zel: %s" % reason) from None
         for show in (pool.show_workers, pool.show_queue, pool.show_loops, pool.show_owners, pool.show_registry):

@@ -15,6 +15,15 @@ std::string MakeId()
     const int iLength = std::snprintf(szId.data(), szId.size(), "%08x-%032x", clsRandom(), s_uiCount++);
     return {szId.data(), static_cast<std::size_t>(iLength)};
 }
+
+/// Gives way until the flag is set, but only a few times.
+void GiveWay(const std::atomic<bool>& _bFlag, int _iMost)
+{
+    for (int i = 0; i < _iMost && !_bFlag; ++i)
+    {
+        std::this_thread::yield();
+    }
+}
 } // namespace
 
 CLS_FloorPool::CLS_FloorPool() : m_clsDispatcher([this] { Dispatch(); }), m_clsTimer([this] { QueueDue(); })
@@ -44,9 +53,9 @@ CLS_FloorPool::~CLS_FloorPool()
 
 void CLS_FloorPool::AddTask(const std::function<void()>& _funTask, void* _pOwner)
 {
-    const std::string strTask = Register(_funTask, ONE_SHOT);
-    AddOwner(strTask, _pOwner);
-    Queue(strTask);
+    Task pTask = Register(_funTask, ONE_SHOT);
+    AddOwner(pTask, _pOwner);
+    Queue(std::move(pTask));
 }
 
 void CLS_FloorPool::RemoveTasks(void* _pOwner)
@@ -55,23 +64,18 @@ void CLS_FloorPool::RemoveTasks(void* _pOwner)
 }
 
 /// Takes all tasks out of the registry, then waits for those that run.
-void CLS_FloorPool::ForgetTasks(const std::list<std::string>& _lstTasks)
+void CLS_FloorPool::ForgetTasks(const std::list<Task>& _lstTasks)
 {
-    std::vector<std::shared_ptr<ST_FloorTask>> vecRecords;
-    for (const std::string& strTask : _lstTasks)
+    for (const Task& pTask : _lstTasks)
     {
+        pTask->m_bRemoved = true;
         const std::lock_guard<std::mutex> lock(m_mtxRegistry);
-        const auto itRecord = m_mapRegistry.find(strTask);
-        if (itRecord != m_mapRegistry.end())
-        {
-            vecRecords.push_back(std::move(itRecord->second));
-            m_mapRegistry.erase(itRecord);
-        }
+        m_mapRegistry.erase(pTask->m_itRegistry);
     }
-    for (const std::shared_ptr<ST_FloorTask>& pRecord : vecRecords)
+    for (const Task& pTask : _lstTasks)
     {
         std::unique_lock<std::mutex> lock(m_mtxOwners);
-        m_cvRunEnd.wait(lock, [&pRecord] { return !pRecord->m_bRunning; });
+        m_cvRunEnd.wait(lock, [&pTask] { return !pTask->m_bRunning; });
     }
 }
 
@@ -87,173 +91,175 @@ void CLS_FloorPool::RemoveLoops()
     m_lstLoops.clear();
 }
 
-std::string CLS_FloorPool::Register(const std::function<void()>& _funTask,
-                                    std::chrono::milliseconds _msInterval)
+CLS_FloorPool::Task CLS_FloorPool::Register(const std::function<void()>& _funTask,
+                                            std::chrono::milliseconds _msInterval)
 {
-    auto pRecord = std::make_shared<ST_FloorTask>();
-    pRecord->m_funTask = _funTask;
-    pRecord->m_msInterval = _msInterval;
+    auto pTask = std::make_shared<ST_FloorTask>();
+    pTask->m_funTask = _funTask;
+    pTask->m_msInterval = _msInterval;
     std::string strTask = MakeId();
     const std::lock_guard<std::mutex> lock(m_mtxRegistry);
-    m_mapRegistry.emplace(strTask, std::move(pRecord));
-    return strTask;
+    pTask->m_itRegistry = m_mapRegistry.emplace(std::move(strTask), pTask).first;
+    return pTask;
 }
 
-/// Returns null if the task was removed.
-std::shared_ptr<CLS_FloorPool::ST_FloorTask> CLS_FloorPool::BeginRun(const std::string& _strTask)
-{
-    const std::lock_guard<std::mutex> lock(m_mtxRegistry);
-    const auto itRecord = m_mapRegistry.find(_strTask);
-    if (itRecord == m_mapRegistry.end())
-    {
-        return nullptr;
-    }
-    itRecord->second->m_bRunning = true;
-    return itRecord->second;
-}
-
-void CLS_FloorPool::AddOwner(const std::string& _strTask, void* _pOwner)
+void CLS_FloorPool::AddOwner(const Task& _pTask, void* _pOwner)
 {
     const std::lock_guard<std::mutex> lock(m_mtxOwners);
-    m_mapOwned[_pOwner].push_back(_strTask);
-    m_mapOwner.emplace(_strTask, _pOwner);
+    std::list<Task>& lstTasks = m_mapOwned[_pOwner];
+    _pTask->m_itOwned = lstTasks.insert(lstTasks.end(), _pTask);
+    _pTask->m_itOwner = m_mapOwner.emplace(_pTask->m_itRegistry->first, _pOwner).first;
+    _pTask->m_bOwned = true;
 }
 
-void CLS_FloorPool::DropOwner(const std::string& _strTask)
+void CLS_FloorPool::DropOwner(ST_FloorTask& _stTask)
 {
-    const auto itOwner = m_mapOwner.find(_strTask);
-    if (itOwner == m_mapOwner.end())
+    if (!_stTask.m_bOwned)
     {
         return;
     }
-    const auto itOwned = m_mapOwned.find(itOwner->second);
-    std::list<std::string>& lstTasks = itOwned->second;
-    for (auto itTask = lstTasks.begin(); itTask != lstTasks.end(); ++itTask)
-    {
-        if (*itTask == _strTask)
-        {
-            lstTasks.erase(itTask);
-            break;
-        }
-    }
-    if (lstTasks.empty())
+    const auto itOwned = m_mapOwned.find(_stTask.m_itOwner->second);
+    itOwned->second.erase(_stTask.m_itOwned);
+    if (itOwned->second.empty())
     {
         m_mapOwned.erase(itOwned);
     }
-    m_mapOwner.erase(itOwner);
+    m_mapOwner.erase(_stTask.m_itOwner);
+    _stTask.m_bOwned = false;
 }
 
-std::list<std::string> CLS_FloorPool::TakeOwned(void* _pOwner)
+std::list<CLS_FloorPool::Task> CLS_FloorPool::TakeOwned(void* _pOwner)
 {
     const std::lock_guard<std::mutex> lock(m_mtxOwners);
-    std::list<std::string> lstTasks;
+    std::list<Task> lstTasks;
     lstTasks.swap(m_mapOwned[_pOwner]);
     m_mapOwned.erase(_pOwner);
-    for (const std::string& strTask : lstTasks)
+    for (const Task& pTask : lstTasks)
     {
-        m_mapOwner.erase(strTask);
+        m_mapOwner.erase(pTask->m_itOwner);
+        pTask->m_bOwned = false;
     }
     return lstTasks;
 }
 
-void CLS_FloorPool::Queue(const std::string& _strTask)
+void CLS_FloorPool::Queue(Task _pTask)
 {
     const std::lock_guard<std::mutex> lock(m_mtxQueue);
-    m_vecQueue.push_back(_strTask);
+    m_vecQueue.push_back(std::move(_pTask));
+    m_bQueued = true;
     m_cvQueue.notify_one();
 }
 
 void CLS_FloorPool::Dispatch()
 {
-    std::vector<std::string> vecBatch;
-    for (;;)
+    std::vector<Task> vecBatch;
+    while (TakeBatch(vecBatch))
     {
+        for (Task& pTask : vecBatch)
         {
-            std::unique_lock<std::mutex> lock(m_mtxQueue);
-            m_cvQueue.wait(lock, [this] { return !m_vecQueue.empty() || m_bEndDispatch; });
-            if (m_vecQueue.empty())
-            {
-                return;
-            }
-            vecBatch.swap(m_vecQueue);
-        }
-        for (std::string& strTask : vecBatch)
-        {
-            HandOver(WaitForWorker(), strTask);
+            HandOver(WaitForWorker(), pTask);
         }
         vecBatch.clear();
     }
 }
 
-CLS_FloorPool::ST_Worker& CLS_FloorPool::WaitForWorker()
+/// Returns false at the end.
+bool CLS_FloorPool::TakeBatch(std::vector<Task>& _vecBatch)
 {
-    std::unique_lock<std::mutex> lock(m_mtxIdle);
-    if (m_queIdle.empty() && m_vecWorkers.size() < MOST_WORKERS)
+    GiveWay(m_bQueued, GIVE_WAYS);
+    std::unique_lock<std::mutex> lock(m_mtxQueue);
+    m_cvQueue.wait(lock, [this] { return !m_vecQueue.empty() || m_bEndDispatch; });
+    _vecBatch.swap(m_vecQueue);
+    m_bQueued = false;
+    return !_vecBatch.empty();
+}
+
+CLS_FloorPool::ST_Worker* CLS_FloorPool::TakeIdleWorker()
+{
+    const std::lock_guard<std::mutex> lock(m_mtxIdle);
+    if (m_queIdle.empty())
     {
-        lock.unlock();
-        m_vecWorkers.push_back(std::make_unique<ST_Worker>());
-        ST_Worker& stWorker = *m_vecWorkers.back();
-        stWorker.m_uiOrder = m_vecWorkers.size() - 1;
-        stWorker.m_clsThread = std::thread([this, &stWorker] { Work(stWorker); });
-        return stWorker;
+        return nullptr;
     }
-    m_cvIdle.wait(lock, [this] { return !m_queIdle.empty(); });
     ST_Worker& stWorker = *m_vecWorkers[m_queIdle.top()];
     m_queIdle.pop();
+    m_bIdle = !m_queIdle.empty();
+    return &stWorker;
+}
+
+CLS_FloorPool::ST_Worker& CLS_FloorPool::AddWorker()
+{
+    m_vecWorkers.push_back(std::make_unique<ST_Worker>());
+    ST_Worker& stWorker = *m_vecWorkers.back();
+    stWorker.m_uiOrder = m_vecWorkers.size() - 1;
+    stWorker.m_clsThread = std::thread([this, &stWorker] { Work(stWorker); });
     return stWorker;
 }
 
-void CLS_FloorPool::HandOver(ST_Worker& _stWorker, std::string& _strTask)
+CLS_FloorPool::ST_Worker& CLS_FloorPool::WaitForWorker()
+{
+    for (;;)
+    {
+        GiveWay(m_bIdle, GIVE_WAYS);
+        if (ST_Worker* const pWorker = TakeIdleWorker())
+        {
+            return *pWorker;
+        }
+        if (m_vecWorkers.size() < MOST_WORKERS)
+        {
+            return AddWorker();
+        }
+        std::unique_lock<std::mutex> lock(m_mtxIdle);
+        m_cvIdle.wait(lock, [this] { return !m_queIdle.empty(); });
+    }
+}
+
+void CLS_FloorPool::HandOver(ST_Worker& _stWorker, Task& _pTask)
 {
     const std::lock_guard<std::mutex> lock(_stWorker.m_mtxTask);
-    _stWorker.m_strTask.swap(_strTask);
+    _stWorker.m_pTask.swap(_pTask);
+    _stWorker.m_bTask = true;
     _stWorker.m_cvTask.notify_one();
 }
 
 void CLS_FloorPool::Work(ST_Worker& _stWorker)
 {
-    for (;;)
+    while (const Task pTask = TakeTask(_stWorker))
     {
-        std::string strTask;
-        {
-            std::unique_lock<std::mutex> lock(_stWorker.m_mtxTask);
-            _stWorker.m_cvTask.wait(lock, [&_stWorker]
-                                    { return !_stWorker.m_strTask.empty() || _stWorker.m_bEnd; });
-            if (_stWorker.m_strTask.empty())
-            {
-                return;
-            }
-            strTask.swap(_stWorker.m_strTask);
-        }
-        RunTask(strTask);
+        RunTask(pTask);
         const std::lock_guard<std::mutex> lock(m_mtxIdle);
         m_queIdle.push(_stWorker.m_uiOrder);
+        m_bIdle = true;
         m_cvIdle.notify_one();
     }
 }
 
-void CLS_FloorPool::RunTask(const std::string& _strTask)
+/// Returns null at the end.
+CLS_FloorPool::Task CLS_FloorPool::TakeTask(ST_Worker& _stWorker)
 {
-    const std::shared_ptr<ST_FloorTask> pRecord = BeginRun(_strTask);
-    if (!pRecord)
-    {
-        return;
-    }
-    pRecord->m_funTask();
-    if (pRecord->m_msInterval != ONE_SHOT)
-    {
-        AddDue(_strTask, pRecord->m_msInterval);
-    }
-    const std::lock_guard<std::mutex> lock(m_mtxOwners);
-    DropOwner(_strTask);
-    pRecord->m_bRunning = false;
-    m_cvRunEnd.notify_all();
+    GiveWay(_stWorker.m_bTask, GIVE_WAYS);
+    std::unique_lock<std::mutex> lock(_stWorker.m_mtxTask);
+    _stWorker.m_cvTask.wait(lock, [&_stWorker] { return _stWorker.m_pTask || _stWorker.m_bEnd; });
+    _stWorker.m_bTask = false;
+    return std::move(_stWorker.m_pTask);
 }
 
-void CLS_FloorPool::AddDue(const std::string& _strTask, std::chrono::milliseconds _msInterval)
+void CLS_FloorPool::RunTask(const Task& _pTask)
 {
-    const std::lock_guard<std::mutex> lock(m_mtxDue);
-    m_queDue.push({std::chrono::steady_clock::now() + _msInterval, _strTask});
+    _pTask->m_bRunning = true;
+    if (!_pTask->m_bRemoved)
+    {
+        _pTask->m_funTask();
+        if (_pTask->m_msInterval != ONE_SHOT)
+        {
+            const std::lock_guard<std::mutex> lock(m_mtxDue);
+            m_queDue.push({std::chrono::steady_clock::now() + _pTask->m_msInterval, _pTask});
+        }
+    }
+    const std::lock_guard<std::mutex> lock(m_mtxOwners);
+    DropOwner(*_pTask);
+    _pTask->m_bRunning = false;
+    m_cvRunEnd.notify_all();
 }
 
 void CLS_FloorPool::QueueDue()
@@ -264,7 +270,7 @@ void CLS_FloorPool::QueueDue()
             const std::lock_guard<std::mutex> lock(m_mtxDue);
             while (!m_queDue.empty() && m_queDue.top().m_tpDue <= std::chrono::steady_clock::now())
             {
-                Queue(m_queDue.top().m_strTask);
+                Queue(m_queDue.top().m_pTask);
                 m_queDue.pop();
             }
         }

@@ -1,8 +1,10 @@
-// W7: what a pool without work costs.
+// W7: what a pool without work costs, and how often it wakes up.
 
 #include "bench/support/Clocks.h"
+#include "bench/support/Counters.h"
 #include "bench/workloads/Workloads.h"
 
+#include <algorithm>
 #include <thread>
 
 namespace
@@ -29,7 +31,11 @@ void MakeWorkers(CLS_System& _clsSystem, unsigned _uiWorkers)
 
 std::string Describe(unsigned _uiWorkers)
 {
-    return _uiWorkers == 0 ? "fresh" : std::to_string(_uiWorkers) + " workers";
+    if (_uiWorkers == 0)
+    {
+        return "fresh";
+    }
+    return std::to_string(_uiWorkers) + (_uiWorkers == 1 ? " worker" : " workers");
 }
 
 Results Measure(CLS_System& _clsSystem, unsigned _uiWorkers, std::chrono::milliseconds _msWindow)
@@ -49,17 +55,22 @@ Results Measure(CLS_System& _clsSystem, unsigned _uiWorkers, std::chrono::millis
     // Let workers that still start or finish come to rest.
     std::this_thread::sleep_for(_msWindow / 20);
     const std::chrono::nanoseconds nsBefore = Clocks::GetProcessCpu();
+    const std::uint64_t uiWaitsBefore = Counters::GetWaits();
     std::this_thread::sleep_for(_msWindow);
+    // Each thread that wakes up waits again, so the waits are the wake-ups. One is this thread's own.
+    const std::uint64_t uiWakeUps = std::max<std::uint64_t>(Counters::GetWaits() - uiWaitsBefore, 1) - 1;
     const std::chrono::nanoseconds nsCpu = Clocks::GetProcessCpu() - nsBefore;
-    return {
-        {Describe(_uiWorkers), static_cast<double>(_uiWorkers), {{"cpu_ms", Clocks::ToMilliseconds(nsCpu)}}}};
+    return {{Describe(_uiWorkers),
+             static_cast<double>(_uiWorkers),
+             {{"cpu_ms", Clocks::ToMilliseconds(nsCpu)},
+              {"wakeups_per_s", static_cast<double>(uiWakeUps) / Clocks::ToSeconds(_msWindow)}}}};
 }
 } // namespace
 
 void Workloads::AddIdlePool(Cases& _vecCases, bool _bQuick)
 {
     const std::chrono::milliseconds msWindow(_bQuick ? 100 : 10000);
-    for (const unsigned uiWorkers : {0U, MANY_WORKERS})
+    for (const unsigned uiWorkers : {0U, 1U, MANY_WORKERS})
     {
         _vecCases.push_back({"W7", [uiWorkers, msWindow](CLS_System& _clsSystem)
                              { return Measure(_clsSystem, uiWorkers, msWindow); }});

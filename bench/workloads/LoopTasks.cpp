@@ -39,7 +39,7 @@ public:
         }
     }
 
-    /// Returns the delays. No thread may call Note any more.
+    /// Returns the delays. No thread may call Note afterwards.
     std::vector<double> Take()
     {
         m_vecDelays.resize(std::min(m_uiCount.load(), m_vecDelays.size()));

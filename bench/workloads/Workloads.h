@@ -44,6 +44,8 @@ void AddMemory(Cases& _vecCases, bool _bQuick);          ///< W8
 void AddMixedLoad(Cases& _vecCases, bool _bQuick);       ///< W9
 void AddSubmitters(Cases& _vecCases, bool _bQuick);      ///< W10
 void AddFinishedRecords(Cases& _vecCases, bool _bQuick); ///< W11
+void AddBesideFinished(Cases& _vecCases, bool _bQuick);  ///< W12
+void AddProfiles(Cases& _vecCases, bool _bQuick);        ///< what profile_tasks.py runs
 
 /// Runs empty tasks and waits for them, a few at a time, so that no queue grows.
 void RunEmptyTasks(CLS_System& _clsSystem, std::size_t _uiTasks);

@@ -37,6 +37,8 @@ Cases MakeCases(bool _bQuick)
     Workloads::AddMixedLoad(vecCases, _bQuick);
     Workloads::AddSubmitters(vecCases, _bQuick);
     Workloads::AddFinishedRecords(vecCases, _bQuick);
+    Workloads::AddBesideFinished(vecCases, _bQuick);
+    Workloads::AddProfiles(vecCases, _bQuick);
     return vecCases;
 }
 

@@ -35,6 +35,13 @@ extern "C" void CancelOrEnd(int _iSignal)
         EndAtOnce(_iSignal);
     }
 }
+
+/// Whether the program was started to ignore the signal, as nohup does with SIGHUP.
+bool IsIgnored(int _iSignal)
+{
+    struct sigaction action = {};
+    return sigaction(_iSignal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
 } // namespace
 
 void CatchCancelSignals()
@@ -44,8 +51,13 @@ void CatchCancelSignals()
     // Restart: a cancel must not fail a read or write on another thread.
     action.sa_flags = SA_RESTART;
     sigemptyset(&action.sa_mask);
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
+    for (const int iSignal : {SIGHUP, SIGINT, SIGTERM})
+    {
+        if (!IsIgnored(iSignal))
+        {
+            sigaction(iSignal, &action, nullptr);
+        }
+    }
 }
 
 int GetCancelSignal()

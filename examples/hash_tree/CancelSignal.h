@@ -2,7 +2,9 @@
 
 #include <string>
 
-/// Makes the first SIGINT (Ctrl-C) or SIGTERM request a cancel.
+/// Makes the first SIGINT (Ctrl-C), SIGTERM or SIGHUP request a cancel.
+///
+/// A signal that the program was started to ignore stays ignored.
 ///
 /// The next one removes the file of SetFileToDrop and ends the process, as the signal does by default.
 ///

@@ -55,7 +55,7 @@ public:
         }
         if (!S_ISREG(status.st_mode))
         {
-            throw std::runtime_error("no regular file any more");
+            throw std::runtime_error("no longer a regular file");
         }
         return static_cast<std::size_t>(status.st_size);
     }

@@ -4,8 +4,8 @@
 
 /// Makes writes to closed standard streams and to pipes without a reader fail.
 ///
-/// Without it, the next file that is opened would take the place of a closed stream and receive what is
-/// printed, and a pipe without a reader would end the process.
+/// Without it, the next opened file would take the place of a closed stream and receive the output. A pipe
+/// without a reader would end the process.
 ///
 /// Threads: called once, before the first file is opened and the first thread starts.
 void GuardStandardStreams();

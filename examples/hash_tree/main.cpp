@@ -37,14 +37,15 @@ struct ST_HashOptions
 };
 
 constexpr char FOOTER[] =
-    R"(Ctrl-C (or SIGTERM) cancels: the sums that are done are written. A second one ends the program at once,
-without sums.
+    R"(Ctrl-C (or SIGTERM, or SIGHUP) cancels: the sums that are done are written. A second one ends the program
+at once, without sums.
 SIGUSR1 (on macOS also SIGINFO, Ctrl-T) prints what the pool is doing; and so do 10 s without progress.
 
 Exit codes:
   0    every file was hashed
   1    some files or directories could not be read, or the sums, the trace or the output could not be written
   2    wrong usage, or the pool library could not be used
+  129  cancelled by SIGHUP: its terminal was closed
   130  cancelled by Ctrl-C
   143  cancelled by SIGTERM
 

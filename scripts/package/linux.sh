@@ -84,6 +84,18 @@ for package in "$packages"/libzeltaskpool*.deb; do
 done
 use "$work/extracted/usr" "$work/consumer-extracted"
 
+echo "The examples, as a project of their own"
+checked "$work/examples.log" cmake -S "$work/extracted/usr/share/doc/ZelTaskPool/examples" -B "$work/examples" -G Ninja \
+    -DCMAKE_CXX_FLAGS="${warnings[*]}"
+checked "$work/examples.log" cmake --build "$work/examples" -j "$jobs"
+for example in host_kit hash_tree thumbnails; do
+    [ -x "$work/examples/bin/$example" ] || fail "$example is not built: see $work/examples.log"
+done
+"$work/examples/bin/hash_tree" "$consumer" --output "$work/sums" >"$work/hash_tree.log" 2>&1 ||
+    fail "hash_tree has failed: see $work/hash_tree.log"
+sha256sum --check --quiet "$work/sums" || fail "hash_tree wrote wrong sums"
+echo "  they are built, hash_tree finds the library"
+
 # show_pool COMMAND...: fails unless the command prints what the gdb command prints of a pool.
 show_pool()
 {

@@ -142,8 +142,8 @@ TEST(BlackBoxTest, ChildrenAreStartedWhileThePoolIsBusy)
 class BlackBoxUnloadTest : public ::testing::Test
 {
 protected:
-    /// The task registry's memory stays by design, for late threads; once the library is unloaded, nothing
-    /// points to it any more, and a leak check would report it. Everything else is still checked.
+    /// The task registry's memory stays by design, for late threads. After the library is unloaded, no
+    /// pointer to it is left, and a leak check would report it. Everything else is still checked.
     static std::map<std::string, std::string> GetEnvironment()
     {
         std::map<std::string, std::string> mapEnvironment = GetRecording();

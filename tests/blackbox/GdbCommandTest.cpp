@@ -135,6 +135,27 @@ TEST_F(GdbCommandTest, ShowsAQueueBehindBusyWorkers)
                       "tasks\nregistry: 332 tasks\n"));
 }
 
+TEST_F(GdbCommandTest, ShowsThePoolOfAHostInAnotherLanguage)
+{
+    CLS_ChildProcess clsHost(DEBUGGED_HOST, {POOL_LIBRARY, "few"});
+    const std::string strAnswer =
+        Ask({"-p", WaitForProcess(clsHost), "-ex", "set language rust"},
+            "python gdb.execute('zel'); print('language: ' + gdb.parameter('language'))");
+    EXPECT_THAT(strAnswer, HasSubstr("\n  0: runs \"blocks?for long\" ("));
+    EXPECT_THAT(strAnswer, HasSubstr("\nqueue: 0 tasks\n"));
+    EXPECT_THAT(strAnswer, HasSubstr("\nlanguage: rust\n"));
+}
+
+TEST_F(GdbCommandTest, SaysWhatCannotBeReadInTheMiddleOfAChangeAndShowsTheRest)
+{
+    CLS_ChildProcess clsHost(DEBUGGED_HOST, {POOL_LIBRARY, "few"});
+    const std::string strChange = "python queue = Pool(1).member('m_vecWaitingTasks'); "
+                                  "gdb.selected_inferior().write_memory(queue, bytes([32] + [0] * 7)); "
+                                  "gdb.execute('zel')";
+    const std::string strAnswer = Ask({"-p", WaitForProcess(clsHost)}, strChange);
+    EXPECT_THAT(strAnswer, HasSubstr("\n  cannot be read: a list is being changed\nloop tasks: 1\n"));
+}
+
 TEST_F(GdbCommandTest, SaysThatThereIsNoPool)
 {
     CLS_ChildProcess clsHost(DEBUGGED_HOST, {POOL_LIBRARY, "none"});

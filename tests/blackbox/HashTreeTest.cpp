@@ -17,8 +17,22 @@ using ::testing::AnyOf;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::Not;
+using ::testing::UnorderedElementsAre;
 
-using HashTreeTest = CLS_HashTreeFixture;
+class HashTreeTest : public CLS_HashTreeFixture
+{
+protected:
+    /// The names of what is next to the sums.
+    std::vector<std::string> ListFolder() const
+    {
+        std::vector<std::string> vecNames;
+        for (const fs::directory_entry& entry : fs::directory_iterator(m_clsFolder.GetPath()))
+        {
+            vecNames.push_back(entry.path().filename());
+        }
+        return vecNames;
+    }
+};
 
 TEST_F(HashTreeTest, WritesTheSumsSortedByPath)
 {
@@ -135,6 +149,36 @@ TEST_F(HashTreeTest, CancelsWithinMomentsAndSaysWhatIsLeft)
               ReadSums());
 }
 
+TEST_F(HashTreeTest, AClosedTerminalCancelsAndLeavesNoTemporaryFile)
+{
+    AddFile("a/quick", "abc");
+    AddHugeFile("huge");
+    CLS_ChildProcess clsChild(HASH_TREE, {m_strTree, "--output", m_strSums, "--progress-interval", "10"});
+    ASSERT_TRUE(WaitUntil([&] { return clsChild.GetErr().find("1/2 files") != std::string::npos; }));
+    clsChild.SendSignal(SIGHUP);
+    const ST_ChildResult stResult = clsChild.Wait();
+    EXPECT_EQ(128 + SIGHUP, stResult.m_iExit) << ::testing::PrintToString(stResult);
+    EXPECT_EQ("ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad  " + m_strTree + "/a/quick\n",
+              ReadSums());
+    EXPECT_THAT(ListFolder(), UnorderedElementsAre("tree", fs::path(m_strSums).filename().string()));
+}
+
+TEST_F(HashTreeTest, SignalsThatItWasStartedToIgnoreStayIgnored)
+{
+    AddHugeFile("huge");
+    const std::string strStart = "trap '' HUP INT; exec \"$@\"";
+    CLS_ChildProcess clsChild("/bin/sh", {"-c", strStart, "sh", HASH_TREE, m_strTree, "--output", m_strSums,
+                                          "--progress-interval", "10"});
+    ASSERT_TRUE(WaitUntil([&] { return clsChild.GetErr().find("0/1 files") != std::string::npos; }));
+    // All three wait for a program that is stopped.
+    for (const int iSignal : {SIGSTOP, SIGHUP, SIGINT, SIGTERM, SIGCONT})
+    {
+        clsChild.SendSignal(iSignal);
+    }
+    const ST_ChildResult stResult = clsChild.Wait();
+    EXPECT_EQ(128 + SIGTERM, stResult.m_iExit) << ::testing::PrintToString(stResult);
+}
+
 TEST_F(HashTreeTest, ASecondSignalLeavesNoTemporaryFile)
 {
     AddHugeFile("huge");
@@ -147,12 +191,7 @@ TEST_F(HashTreeTest, ASecondSignalLeavesNoTemporaryFile)
     }
     const ST_ChildResult stResult = clsChild.Wait();
     EXPECT_THAT(stResult.m_iSignal, AnyOf(SIGINT, SIGTERM)) << ::testing::PrintToString(stResult);
-    std::vector<std::string> vecLeft;
-    for (const fs::directory_entry& entry : fs::directory_iterator(m_clsFolder.GetPath()))
-    {
-        vecLeft.push_back(entry.path().filename());
-    }
-    EXPECT_THAT(vecLeft, ElementsAre("tree"));
+    EXPECT_THAT(ListFolder(), ElementsAre("tree"));
 }
 
 TEST_F(HashTreeTest, NamesALibraryThatCannotBeOpened)

@@ -113,7 +113,7 @@ const std::string END_RECORDS = "2 UnInit ----- TaskPool UnInit begin -----\n"
                                 "2 UnInit ----- TaskPool m_mapAllThreads start -----\n"
                                 "2 UnInit ----- TaskPool UnInit end -----\n";
 
-/// A host cannot open a file any more.
+/// A host that can no longer open a file.
 class NoFilesTest : public ::testing::Test
 {
 protected:

@@ -6,8 +6,10 @@
 #include <atomic>
 #include <stdexcept>
 
-/// Keeps a pool busy for hosts that exit without a shutdown. Nothing is ever destroyed, because tasks use it
-/// until the process ends. A wait that reaches its limit ends the process with status 4.
+/// Keeps a pool busy for hosts that exit without a shutdown.
+///
+/// Nothing is destroyed, because tasks use it until the process ends. A wait that reaches its limit ends the
+/// process with status 4.
 namespace BusyPool
 {
 /// The owner of every task, and the runs of the tasks that never end.
@@ -17,7 +19,7 @@ inline CLS_Counter& GetRuns()
     return s_clsRuns;
 }
 
-/// Lets so many tasks run to their end. Their records stay.
+/// Runs this number of tasks, and waits for their end. Their task records stay.
 inline void RunToTheEnd(const CLS_HostLibrary& _clsPool, int _iTasks)
 {
     static std::atomic<int>& s_iFinished = *new std::atomic<int>(0);
@@ -32,8 +34,8 @@ inline void RunToTheEnd(const CLS_HostLibrary& _clsPool, int _iTasks)
     }
 }
 
-/// Starts tasks that are in the middle of something when the process ends: one sleeps, one computes, and
-/// four repeat, two of them at once.
+/// Starts tasks that are still busy when the process ends: one sleeps, one computes, and four repeat. Two of
+/// those repeat at once.
 inline void KeepBusy(const CLS_HostLibrary& _clsPool)
 {
     _clsPool.m_pAddTmpTask(
@@ -56,7 +58,7 @@ inline void KeepBusy(const CLS_HostLibrary& _clsPool)
     for (const int iInterval : {0, 0, 1, 10})
     {
         std::string strTaskId;
-        // Each run makes a record.
+        // Each run makes a log record.
         _clsPool.m_pAddLoopTask(
             []
             {

@@ -19,7 +19,7 @@ void Tell(const std::string& _strWhat, bool _bHolds)
     std::cout << _strWhat << ": " << (_bHolds ? "yes" : "no") << std::endl;
 }
 
-/// Whether the library's map has the task, under the text that the library gave out.
+/// Whether the library's map has the task under the id that the library returned.
 bool IsRegistered(const std::string& _strTaskId)
 {
     const std::shared_lock<std::shared_mutex> lock(CLS_Task::m_smTaskDataLock);

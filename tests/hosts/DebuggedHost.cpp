@@ -1,10 +1,10 @@
 // Waits for a debugger until a signal ends it:  zel_debugged_host LIBRARY none|few|full
 //
-// none  without a pool
-// few   one loop task that has run, and three tasks of an owner: two run, one has run
-// full  a running task on each worker, and one that waits; at SIGUSR1, 30 more that wait
+// - none: there is no pool.
+// - few: a loop task has run. An owner has three tasks: two run, and one has run.
+// - full: each worker runs a task, and one task waits. At SIGUSR1, 30 more tasks wait.
 //
-// Prints "ready" and the number of the process, and "more" after SIGUSR1.
+// Prints "ready" and the process id, and "more" after SIGUSR1.
 
 #include "tests/hosts/PoolLibrary.h"
 #include "tests/support/Waiting.h"
@@ -19,7 +19,7 @@ namespace
 {
 constexpr int MOST_WORKERS = 301;
 
-/// What the tasks use. Never destroyed: they run until the process ends.
+/// The objects that the tasks use. They are never destroyed, because the tasks run until the process ends.
 struct ST_State
 {
     CLS_Counter m_clsStarted;
@@ -51,7 +51,7 @@ bool StartFew(const CLS_HostLibrary& _clsPool, ST_State& _stState)
     _clsPool.m_pAddLoopTask([&] { _stState.m_clsLoops.Add(); }, 3600000, strTaskId, "every hour");
     AddBlockers(_clsPool, _stState, 2, &_stState.m_chFirst, "blocks\nfor long");
     const bool bStarted = _stState.m_clsStarted.Wait(2);
-    // It ends when its owner is known, so that its end is noted there.
+    // The task ends only after its owner is noted, so that the end removes it there.
     _clsPool.m_pAddTmpTask([&] { static_cast<void>(_stState.m_clsShortAdded.Wait()); }, &_stState.m_chFirst,
                            "short");
     _stState.m_clsShortAdded.Open();
@@ -87,7 +87,7 @@ int main(int _iCount, char** _ppTexts)
     sigemptyset(&stMore);
     sigaddset(&stMore, SIGUSR1);
     pthread_sigmask(SIG_BLOCK, &stMore, nullptr);
-    prctl(PR_SET_PTRACER, PR_SET_PTRACER_ANY); // where only parents may look
+    prctl(PR_SET_PTRACER, PR_SET_PTRACER_ANY); // some systems allow only parents to debug a process
     const CLS_HostLibrary clsPool(_ppTexts[1]);
     ST_State& stState = *new ST_State;
     if (!Start(clsPool, stState, _ppTexts[2]))

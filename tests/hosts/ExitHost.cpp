@@ -1,7 +1,11 @@
-// Ends with status 7 and without ending the pool, while it is busy:  zel_exit_host LIBRARY FINISHED WAY
-// FINISHED tasks run to their end before. WAY is "return" (from main), "exit" (std::exit by the main thread)
-// or "task" (std::exit by a task). Prints "ending" right before, and uses the pool once more when everything
-// static of the library was destroyed.
+// Exits with status 7 while the pool is busy, without a shutdown:  zel_exit_host LIBRARY FINISHED WAY
+//
+// First, FINISHED tasks run to their end. WAY is one of these:
+// - return: main returns;
+// - exit: the main thread calls std::exit;
+// - task: a task calls std::exit.
+//
+// Prints "ending" just before that. Uses the pool again after the library's static objects were destroyed.
 
 #include "tests/hosts/BusyPool.h"
 
@@ -9,11 +13,11 @@ namespace
 {
 constexpr int STATUS = 7;
 
-/// The library stays open for good.
+/// The library, which is never closed.
 CLS_HostLibrary* g_pPool = nullptr;
 int g_iOwner = 0;
 
-/// Destroyed after everything that the library made, for it is older than the library's being opened.
+/// Destroyed after all objects of the library, because it was created before the library was opened.
 class CLS_Last
 {
 public:

@@ -1,8 +1,10 @@
-// Measures how long processes take to end that do not end their busy pool:
+// Measures how long a process takes to exit with a busy pool:
+//
 //   zel_exit_times_host LIBRARY FINISHED TIMES
-// FINISHED tasks run to their end, once. The pool ends, and with it every thread, but the tasks' records
-// stay. So each of TIMES children starts with them: it builds a pool of its own, keeps it busy and returns
-// from main with status 7. Its time begins there.
+//
+// First, FINISHED tasks run to their end and the pool is shut down. Their task records stay. Then TIMES
+// children inherit these records. Each builds its own pool, keeps it busy and returns from main with status
+// 7. Its time starts there.
 
 #include "tests/hosts/BusyPool.h"
 
@@ -17,7 +19,7 @@ using std::chrono::steady_clock;
 
 constexpr int STATUS = 7;
 
-/// What a child does, to the status of its main.
+/// The work of a child. Returns the status of its main.
 int ReturnBusy(const CLS_HostLibrary& _clsPool, int _iPipe)
 {
     BusyPool::KeepBusy(_clsPool);
@@ -25,7 +27,7 @@ int ReturnBusy(const CLS_HostLibrary& _clsPool, int _iPipe)
     return write(_iPipe, &nReturned, sizeof nReturned) == sizeof nReturned ? STATUS : 5;
 }
 
-/// The time from the return of a child's main, whose clock comes through the pipe, to its end.
+/// The time from the return of a child's main to its end. The child sends the former through the pipe.
 steady_clock::duration WaitForEnd(pid_t _iChild, int _iPipe)
 {
     int iStatus = 0;

@@ -1,5 +1,6 @@
-// Starts children while the pool is busy, in its main thread and in tasks:  zel_fork_host LIBRARY
-// Each child replaces itself by this program with the argument "child", which ends with status 9.
+// Starts children on the main thread and in tasks while the pool is busy:  zel_fork_host LIBRARY
+//
+// Each child executes this program with the argument "child". It then exits with status 9.
 
 #include "tests/hosts/PoolLibrary.h"
 #include "tests/support/Waiting.h"
@@ -27,7 +28,7 @@ int StartChild(char* _szSelf)
     return WEXITSTATUS(iStatus);
 }
 
-/// How many of so many children that tasks start at once end as they should.
+/// Starts _iChildren children at once in tasks. Returns how many exit as expected.
 int StartChildrenInTasks(const CLS_HostLibrary& _clsPool, char* _szSelf, int _iChildren)
 {
     CLS_Counter clsEnded;

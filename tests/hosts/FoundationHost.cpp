@@ -1,17 +1,17 @@
-// A program for the tests that need a process of their own. It carries out its arguments one after the other:
-//   fun NAME FOLDER   looks an entry point of the logging library up
-//   dll PATH NAME     opens a library and looks a name up
-//   reason PATH       prints why the dynamic loader cannot open a library
-//   record TEXT       makes a record
-//   records COUNT     makes numbered records
-//   at-once COUNT     makes one record on each of so many threads, all at the same time
-//   uuids COUNT       makes so many ids and prints the last field of the first and of the last two
-//   uuid-no-files     asks for ids in each way when no file can be opened, and counts the exceptions
-//   leave-at-load STATUS  lets the next library that has an initialiser end the process like "leave"
-//   threads-at-load COUNT  lets each thread of such an initialiser start so many threads, one after the
-//   other,
-//                     that make a numbered record each
-//   leave STATUS      ends the process at once, without flushing anything
+// A program for tests that need a process of their own. It executes its arguments in order:
+//
+// - fun NAME FOLDER: looks up an entry point of the logging library.
+// - dll PATH NAME: opens a library and looks up a name.
+// - reason PATH: prints why the dynamic loader cannot open a library.
+// - record TEXT: makes a log record.
+// - records COUNT: makes numbered log records.
+// - at-once COUNT: makes one log record on each of COUNT threads at the same time.
+// - uuids COUNT: makes COUNT ids, and prints the last field of the first one and of the last two.
+// - uuid-no-files: requests ids in each way while no file can be opened, and counts the exceptions.
+// - leave-at-load STATUS: lets the next library with an initialiser end the process like "leave".
+// - threads-at-load COUNT: lets each thread of such an initialiser start COUNT threads in sequence. Each of
+//   them makes a numbered log record.
+// - leave STATUS: ends the process at once, without flushing anything.
 
 #include "QuenInclude/CLS_Basic.h"
 #include "tests/support/Waiting.h"
@@ -26,10 +26,10 @@ namespace
 {
 constexpr const char* FILE_NAME = "tests/hosts/FoundationHost";
 
-/// The status with which the process ends while a library is opened; -1 for not at all.
+/// The status with which an initialiser ends the process; -1 if it does not.
 int g_iLeaveAtLoad = -1;
 
-/// How many threads make a record while a library is opened.
+/// How many threads make a log record while a library is opened.
 int g_iThreadsAtLoad = 0;
 
 void MakeRecord(const std::string& _strText)
@@ -112,7 +112,7 @@ int CountException(const std::function<void()>& _funCall)
 void MakeIdsWithoutFiles()
 {
     CLS_Basic clsObject;
-    // Instrumented builds check an object's type at its first call, which needs files of their own.
+    // Instrumented builds check the type of an object at its first call, and open files for that.
     clsObject.GetClassCode();
     rlimit stLimit{};
     getrlimit(RLIMIT_NOFILE, &stLimit);

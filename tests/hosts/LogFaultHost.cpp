@@ -1,6 +1,8 @@
-// Lets the pool make records on its workers and on the host's threads, while other tasks run, and tells what
-// came of it:  zel_log_fault_host LIBRARY
-// What becomes of the records depends on the logging library that it finds.
+// Lets the pool make log records on workers and on the host's threads while other tasks run:
+//
+//   zel_log_fault_host LIBRARY
+//
+// Prints the outcome. What happens to the log records depends on the logging library that it finds.
 
 #include "tests/hosts/PoolLibrary.h"
 #include "tests/support/Waiting.h"

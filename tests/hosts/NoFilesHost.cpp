@@ -1,6 +1,9 @@
 // Uses the pool while the process cannot open a file:  zel_no_files_host LIBRARY WHEN
-// WHEN is "busy" (descriptors run out while the pool has work) or "first" (before the pool is built).
-// Prints what happens, and the records.
+//
+// - busy: descriptors run out while the pool has work.
+// - first: they run out before the pool is built.
+//
+// Prints what happens, and the log records.
 
 #include "tests/hosts/PoolLibrary.h"
 #include "tests/support/LogRecorder.h"
@@ -13,7 +16,7 @@ namespace
 {
 constexpr int TASKS = 50;
 
-/// While one lives, the process can open no descriptor.
+/// During its life, the process can open no descriptor.
 class CLS_NoFiles
 {
 public:
@@ -37,8 +40,8 @@ void Tell(const std::string& _strWhat, bool _bHolds)
     std::cout << _strWhat << ": " << (_bHolds ? "yes" : "no") << std::endl;
 }
 
-/// The records since the last time; all but one kind, for whether a task that is removed was queued at that
-/// moment is a matter of chance.
+/// Prints the log records since the last call, except one kind. Chance decides whether a task is queued when
+/// it is removed.
 void PrintRecords()
 {
     for (const LogRecorder::ST_Record& stRecord : LogRecorder::Take())
@@ -52,7 +55,7 @@ void PrintRecords()
     }
 }
 
-/// Submits a task of each kind and expects that each is refused.
+/// Submits a task of each kind, and expects each to be refused.
 void SubmitInVain(CLS_HostLibrary& _clsPool)
 {
     std::string strTaskId = "before";
@@ -62,7 +65,7 @@ void SubmitInVain(CLS_HostLibrary& _clsPool)
     Tell("id untouched", strTaskId == "before");
 }
 
-/// Submits a task of each kind, and tells whether they run.
+/// Submits a task of each kind, and returns whether they run.
 void Submit(CLS_HostLibrary& _clsPool)
 {
     CLS_Counter clsRuns;
@@ -75,7 +78,7 @@ void Submit(CLS_HostLibrary& _clsPool)
 
 void RunOutWhileBusy(CLS_HostLibrary& _clsPool)
 {
-    // The first record finds the logging library.
+    // The first log record opens the logging library.
     _clsPool.m_pAddTmpTask([] {}, nullptr, "nobody");
     PrintRecords();
     CLS_Gate clsGo;

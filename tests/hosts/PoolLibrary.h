@@ -7,10 +7,10 @@
 #include <iostream>
 #include <string>
 
-/// The pool's library, opened by its path, and its functions, looked up by their names. The header is
-/// included for the types alone: nothing of the library is linked.
+/// The pool library, opened by its path, and its functions, looked up by their names.
 ///
-/// Ends the process with status 3 when the library or a function is not there.
+/// The product's header is included only for the types. The library is not linked. If the library or a
+/// function is missing, the process ends with status 3.
 class CLS_HostLibrary
 {
 public:
@@ -30,7 +30,7 @@ public:
         LookUp(m_pUnInit, "UnInit");
     }
 
-    /// Gives the library back. The functions must not be called any more.
+    /// Closes the library. The functions must not be called afterwards.
     void Close() { dlclose(m_pLibrary); }
 
     decltype(&AddTmpTask) m_pAddTmpTask = nullptr;

@@ -1,5 +1,6 @@
 // Uses the pool before main begins and after it has ended:  zel_static_host
-// The library's path is in the variable ZEL_TEST_LIBRARY, for there are no arguments yet.
+//
+// The environment variable ZEL_TEST_LIBRARY is the path of the library, because there are no arguments yet.
 
 #include "tests/hosts/PoolLibrary.h"
 #include "tests/support/Waiting.h"

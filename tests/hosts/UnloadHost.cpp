@@ -1,10 +1,13 @@
-// Loads and unloads the pool's library:
+// Loads and unloads the pool library:
+//
 //   zel_unload_host LIBRARY cycles COUNT MAPPINGS
-//                                          loads, uses, ends and unloads it COUNT times; fails when a thread
-//                                          or a descriptor is left, or more than MAPPINGS pieces of memory
-//   zel_unload_host LIBRARY late           unloads it while a run outlasts the pool's end, and lets it end
-//   zel_unload_host LIBRARY hung           the same, but the run never ends, and the process ends with status
-//   7
+//   zel_unload_host LIBRARY late
+//   zel_unload_host LIBRARY hung
+//
+// - cycles: loads, uses, shuts down and unloads it COUNT times. Fails if a thread, a descriptor or more than
+//   MAPPINGS memory mappings are left.
+// - late: unloads it while a run outlasts the pool's end. The run ends afterwards.
+// - hung: the same, but the run never ends. The process exits with status 7.
 
 #include "tests/hosts/PoolLibrary.h"
 #include "tests/support/FastSleep.h"
@@ -20,7 +23,7 @@
 
 namespace
 {
-/// Whether the library's file is in the memory of the process.
+/// Whether the library's file is mapped in the process.
 bool IsMapped(const std::string& _strPath)
 {
     const std::string strName = _strPath.substr(_strPath.rfind('/') + 1);
@@ -75,8 +78,8 @@ void RunCycle(const std::string& _strPath)
     clsPool.Close();
 }
 
-/// The first cycles leave stacks and arenas with the system's libraries, which the others use again. How many
-/// depends on how many threads ran at once, so the mappings alone may grow by a few.
+/// The first cycles leave stacks and arenas with the system's libraries, and later cycles reuse them. Their
+/// number depends on how many threads ran at once. So only the mappings may grow by a few.
 int RunCycles(const std::string& _strPath, int _iCycles, int _iMostMappings)
 {
     const int iThreads = CountThreads();
@@ -103,8 +106,8 @@ int RunCycles(const std::string& _strPath, int _iCycles, int _iMostMappings)
     return iGrowth <= _iMostMappings ? 0 : 1;
 }
 
-/// Unloads the library while a run outlasts the pool's end. The run ends afterwards, or, when it hangs, with
-/// the process.
+/// Unloads the library while a run outlasts the pool's end. The run ends afterwards. If it hangs, it ends
+/// with the process.
 int UnloadDuringRun(const std::string& _strPath, bool _bHangs)
 {
     const auto pStarted = std::make_shared<CLS_Gate>();

@@ -1,5 +1,6 @@
 // Uses the pool as a host does, from its start to its end:  zel_use_host LIBRARY
-// Prints what happens, and at the end the records that reached the logging library.
+//
+// Prints what happens, and the log records that reach the logging library.
 
 #include "tests/hosts/PoolLibrary.h"
 #include "tests/support/LogRecorder.h"
@@ -9,7 +10,7 @@
 
 namespace
 {
-/// An exception of the host's own.
+/// An exception type of the host.
 class CLS_UseError : public std::runtime_error
 {
 public:
@@ -31,8 +32,8 @@ std::string ReplaceAll(std::string _strText, const std::string& _strFrom, const 
     return _strText;
 }
 
-/// The records since the last time, with the id of a task blotted out; all but one kind, for whether a task
-/// that is removed was queued at that moment is a matter of chance.
+/// Prints the log records since the last call, with the id of a task replaced. Omits one kind: chance decides
+/// whether a task is queued when it is removed.
 void PrintRecords(const std::string& _strTaskId)
 {
     for (const LogRecorder::ST_Record& stRecord : LogRecorder::Take())
@@ -98,7 +99,7 @@ void UseExceptions(CLS_HostLibrary& _clsPool)
     Tell("task went on", clsCaught.Wait());
     PrintRecords("");
 
-    // The library contains what a callable lets out, and the worker goes on.
+    // The library catches the exceptions of a callable, and the worker continues.
     for (const bool bStandard : {true, false})
     {
         std::string strTaskId;

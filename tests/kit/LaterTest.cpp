@@ -2,11 +2,14 @@
 
 #include "QuenHost/CLS_Debounce.h"
 #include "QuenHost/CLS_TaskOwner.h"
+#include "tests/kit/FewWorkers.h"
 #include "tests/kit/HostLoop.h"
 #include "tests/kit/PoolTest.h"
 #include "tests/kit/StandIn.h"
+#include "tests/support/FailingMemory.h"
 
 #include <climits>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -319,5 +322,95 @@ TEST_F(DebounceTest, ANegativeQuietTimeIsNone)
         EXPECT_TRUE(clsRan.Wait());
         EXPECT_TRUE(clsOwner.RemoveTasks());
     }
+}
+
+TEST_F(DebounceTest, CountsOnceForEachRunHoweverOftenItIsTriggered)
+{
+    CLS_TaskOwner clsOwner(GetPool(), "owner");
+    CLS_Counter clsRuns;
+    CLS_Debounce clsDebounce(
+        clsOwner, milliseconds(30), [&] { clsRuns.Add(); }, "debounce");
+    const steady_clock::time_point tpEnd = steady_clock::now() + milliseconds(100);
+    ASSERT_TRUE(WaitUntil(
+        [&]
+        {
+            EXPECT_TRUE(clsDebounce.Trigger());
+            return steady_clock::now() > tpEnd;
+        }));
+    ST_PoolCounters stCounters;
+    ASSERT_TRUE(WaitUntil(
+        [&]
+        {
+            stCounters = clsOwner.GetCounters();
+            return stCounters.m_uiRun == stCounters.m_uiSubmitted;
+        }));
+    // More than one where the triggers were held up.
+    EXPECT_EQ(static_cast<std::uint64_t>(clsRuns.Get()), stCounters.m_uiRun);
+    EXPECT_EQ(0U, stCounters.m_uiCancelled);
+}
+
+TEST(DebounceCountTest, ARemovalBetweenTwoChecksCountsAsOneCancelledTask)
+{
+    CLS_TimerStandIn clsPool;
+    CLS_TaskOwner& clsOwner = *clsPool.m_optOwner;
+    CLS_Debounce clsDebounce(
+        clsOwner, std::chrono::hours(1), [] {}, "debounce");
+    ASSERT_TRUE(clsDebounce.Trigger());
+    ASSERT_TRUE(clsDebounce.Trigger());
+    EXPECT_TRUE(clsOwner.RemoveTasks());
+    EXPECT_EQ(1U, clsOwner.GetCounters().m_uiSubmitted);
+    EXPECT_EQ(1U, clsOwner.GetCounters().m_uiCancelled);
+}
+
+TEST(DebounceMemoryTest, ATriggerWithoutMemoryIsRefusedAndLosesNothing)
+{
+    CLS_TimerStandIn clsPool;
+    CLS_TaskOwner& clsOwner = *clsPool.m_optOwner;
+    CLS_Debounce clsDebounce(
+        clsOwner, std::chrono::hours(1), [] {}, "a call information that is too long to be stored in place");
+    for (int iAllocation = 1, iFailed = 1; iFailed == 1; ++iAllocation)
+    {
+        clsOwner.RemoveTasks(); // so the next trigger also makes a stop request
+        const std::uint64_t uiBefore = clsOwner.GetCounters().m_uiSubmitted;
+        FailingMemory::FailAt(iAllocation);
+        const bool bTaken = clsDebounce.Trigger();
+        iFailed = FailingMemory::Stop() ? 1 : 0;
+        EXPECT_EQ(uiBefore + (bTaken ? 1 : 0), clsOwner.GetCounters().m_uiSubmitted);
+        EXPECT_TRUE(bTaken || iFailed == 1) << "allocation " << iAllocation;
+        EXPECT_TRUE(clsDebounce.Trigger()) << "allocation " << iAllocation;
+        ASSERT_LT(iAllocation, 100);
+    }
+}
+
+TEST(DebounceMemoryTest, ARunThatIsLostWithoutMemoryIsAFailure)
+{
+    CLS_Failures clsFailures;
+    CLS_FewWorkers clsPool(1);
+    CLS_TaskOwner clsOwner(clsPool.GetPool(), "owner", clsFailures.MakeHandler());
+    std::optional<CLS_Debounce> optDebounce;
+    const auto funTask = [&]
+    {
+        EXPECT_TRUE(optDebounce->Trigger()); // leads to another run, for which there is no memory
+        FailingMemory::FailAt(1);
+    };
+    optDebounce.emplace(clsOwner, milliseconds(0), funTask, "debounce");
+    ASSERT_TRUE(optDebounce->Trigger());
+    EXPECT_EQ("debounce", clsFailures.WaitForOne().m_strCallInfo);
+    EXPECT_TRUE(FailingMemory::Stop());
+    EXPECT_TRUE(clsOwner.RemoveTasks());
+}
+
+TEST(DebounceMemoryTest, ATriggerWithoutAWorkerWaitsForOne)
+{
+    CLS_TimerStandIn clsPool;
+    CLS_Debounce clsDebounce(
+        *clsPool.m_optOwner, milliseconds(0), [] {}, "debounce");
+    clsPool.m_uiRefused = 2; // the first is the heartbeat
+    ASSERT_TRUE(clsDebounce.Trigger());
+    EXPECT_EQ(1U, clsPool.m_clsPool.TakeSnapshot().m_uiQueued);
+    ASSERT_EQ(2U, clsPool.m_vecIntervals.size());
+    clsPool.m_vecTasks.front()();
+    ASSERT_EQ(3U, clsPool.m_vecIntervals.size()) << "the heartbeat brings the worker";
+    EXPECT_EQ(INT_MAX, clsPool.m_vecIntervals.back());
 }
 } // namespace

@@ -8,6 +8,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace
@@ -390,6 +391,48 @@ TEST_F(StepsMemoryTest, AllAreOverWhenTheNextStepOfOneCannotBeStarted)
                 MakeFirst(_iAllocation).Then([](int _iNumber) { return _iNumber; }, LONG_INFO));
             vecSteps.push_back(FirstStep([] { return 3; }, LONG_INFO));
             return WhenAll(std::move(vecSteps), LONG_INFO).Then(MakeCount(&ST_Heard::m_iResults), LONG_INFO);
+        });
+}
+
+TEST_F(StepsMemoryTest, NestedJoinsAreOverWhenAnythingBelowCannotBeStarted)
+{
+    int iInner = 0; // only the worker counts
+    const auto funInner = [&iInner](const ST_TaskFailure&) { ++iInner; };
+    FailEachAllocation(
+        [&](int _iAllocation)
+        {
+            EXPECT_LE(std::exchange(iInner, 0), 2);
+            std::vector<CLS_Steps<int>> vecLow;
+            vecLow.push_back(FirstStep([] { return 1; }, LONG_INFO));
+            vecLow.push_back(MakeFirst(_iAllocation)
+                                 .Deliver(
+                                     GetHost(), [](int _iNumber) { return _iNumber; }, LONG_INFO)
+                                 .OnFailure(GetHost(), funInner, LONG_INFO));
+            std::vector<CLS_Steps<std::size_t>> vecHigh;
+            vecHigh.push_back(
+                WhenAll(std::move(vecLow), LONG_INFO)
+                    .Then([](const std::vector<int>& _vecNumbers) { return _vecNumbers.size(); }, LONG_INFO)
+                    .OnFailure(GetHost(), funInner, LONG_INFO));
+            vecHigh.push_back(
+                WhenAll(std::vector<CLS_Steps<int>>(), LONG_INFO)
+                    .Then([](const std::vector<int>& _vecNumbers) { return _vecNumbers.size(); }, LONG_INFO));
+            return WhenAll(std::move(vecHigh), LONG_INFO)
+                .OnFailure(GetHost(), MakeCount(&ST_Heard::m_iOnFailures), LONG_INFO)
+                .Then(MakeCount(&ST_Heard::m_iResults), LONG_INFO);
+        });
+}
+
+TEST_F(StepsMemoryTest, AJoinIsOverWhenNoneOfItsStepsCanBeStarted)
+{
+    FailEachAllocation(
+        [this](int _iAllocation)
+        {
+            // Starting the joined steps allocates first in their own task.
+            std::vector<CLS_Steps<int>> vecSteps;
+            vecSteps.push_back(MakeFirst(_iAllocation));
+            std::vector<CLS_Steps<std::vector<int>>> vecJoins;
+            vecJoins.push_back(WhenAll(std::move(vecSteps), LONG_INFO));
+            return WhenAll(std::move(vecJoins), LONG_INFO).Then(MakeCount(&ST_Heard::m_iResults), LONG_INFO);
         });
 }
 } // namespace

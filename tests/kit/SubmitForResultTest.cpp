@@ -13,7 +13,7 @@ namespace
 {
 using SubmitForResultTest = CLS_PoolTest;
 
-/// An exception of the host's own.
+/// An exception type of the host.
 class CLS_HostError : public std::runtime_error
 {
 public:
@@ -41,6 +41,26 @@ TEST_F(SubmitForResultTest, TheFutureHasTheValue)
     std::future<std::string> futText = SubmitForResult(
         clsOwner, [] { return std::string("text"); }, "text");
     EXPECT_EQ("text", futText.get());
+}
+
+TEST_F(SubmitForResultTest, ARemovalWaitsUntilAResultWithoutAFutureIsDestroyed)
+{
+    CLS_Witness::ST_End stEnd;
+    CLS_TaskOwner clsOwner(GetPool(), "owner");
+    CLS_Gate clsDestroying;
+    const auto funRelease = [&](const int* _pResult)
+    {
+        clsDestroying.Open();
+        const CLS_Witness clsWitness(stEnd);
+        std::this_thread::sleep_for(std::chrono::milliseconds(20)); // so a removal that does not wait is seen
+        delete _pResult;
+    };
+    static_cast<void>(SubmitForResult(
+        clsOwner, [&] { return std::unique_ptr<const int, decltype(funRelease)>(new int(1), funRelease); },
+        "result"));
+    ASSERT_TRUE(clsDestroying.Wait());
+    EXPECT_TRUE(clsOwner.RemoveTasks());
+    EXPECT_EQ(1, stEnd.m_iEnds);
 }
 
 TEST_F(SubmitForResultTest, ValuesMayBeNothingReferencesAndMoveOnly)

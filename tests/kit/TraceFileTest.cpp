@@ -6,6 +6,7 @@
 
 #include <fstream>
 #include <gmock/gmock.h>
+#include <optional>
 #include <sstream>
 
 namespace
@@ -130,6 +131,22 @@ TEST_F(TraceFileTest, AScopeWithATraceRecordsOwnersLoopTasksAndResultTasks)
     EXPECT_THAT(strText, HasSubstr(R"("cat":"remove","name":"owner")"));
     EXPECT_THAT(strText, HasSubstr(R"("args":{"name":"zel-worker-)"));
 }
+
+TEST_F(TraceFileTest, TryCloseReturnsNothingWhenAllIsWritten)
+{
+    const auto pTrace = CLS_TraceFile::Create(m_strPath, "test");
+    EXPECT_EQ(std::nullopt, pTrace->TryClose());
+    EXPECT_THAT(Read(), HasSubstr("\n]\n"));
+}
+
+#ifndef __APPLE__
+TEST_F(TraceFileTest, TryCloseReturnsTheErrorOfTheFirstLostEvent)
+{
+    const auto pTrace = CLS_TraceFile::Create("/dev/full", "test");
+    pTrace->Add('i', "category", "lost");
+    EXPECT_EQ("cannot write the trace /dev/full: No space left on device", pTrace->TryClose());
+}
+#endif
 
 TEST_F(TraceFileTest, WhatNeverRanIsCancelled)
 {

@@ -99,7 +99,7 @@ private:
     {
         if (_iOrdinal < 1 || static_cast<std::size_t>(_iOrdinal) > m_clsImage.m_vecLibraries.size())
         {
-            throw std::runtime_error("a name is of library " + std::to_string(_iOrdinal) +
+            throw std::runtime_error("a name refers to library " + std::to_string(_iOrdinal) +
                                      ", which does not exist");
         }
         return m_clsImage.m_vecLibraries[static_cast<std::size_t>(_iOrdinal) - 1];
@@ -135,7 +135,7 @@ void CarryOutBinds(CLS_Image& _clsImage)
     Fixups::ForEachBind(_clsImage.GetFile(), Fixups::KIND_LAZY, funBind);
 }
 
-/// Leads to the shared definition, where there is one, what the fixups before led to the image's own.
+/// Binds to the shared definition, if there is one. The earlier fixups have bound to the image's own.
 void CarryOutWeakBinds(CLS_Image& _clsImage)
 {
     Fixups::ForEachBind(_clsImage.GetFile(), Fixups::KIND_WEAK,

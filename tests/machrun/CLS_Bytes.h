@@ -6,9 +6,14 @@
 #include <stdexcept>
 #include <string_view>
 
-/// Reads bytes of a file from front to back and refuses to read past their end. The bytes belong to someone
-/// else. Each operation that finds less than it needs throws std::runtime_error; the one that catches it
-/// knows the file. For one thread at a time.
+/// Reads bytes of a file from front to back, and never past their end.
+///
+/// Threads: one at a time.
+///
+/// Fails: an operation that needs more bytes throws std::runtime_error. The code that catches it adds the
+/// file's path.
+///
+/// Owns: nothing. The caller keeps the bytes.
 class CLS_Bytes
 {
 public:
@@ -19,7 +24,7 @@ public:
     const std::uint8_t* GetData() const { return m_pData; }
     bool IsAtEnd() const { return m_uiNext == m_uiSize; }
 
-    /// Goes to a place, counted from the first byte. The end is one, too.
+    /// Moves to an offset from the first byte. The end is a valid offset.
     void GoTo(std::uint64_t _uiOffset)
     {
         if (_uiOffset > m_uiSize)
@@ -29,7 +34,7 @@ public:
         m_uiNext = static_cast<std::size_t>(_uiOffset);
     }
 
-    /// Goes on behind the next bytes.
+    /// Skips the next bytes.
     void Skip(std::uint64_t _uiSize)
     {
         if (_uiSize > m_uiSize - m_uiNext)
@@ -39,7 +44,7 @@ public:
         m_uiNext += static_cast<std::size_t>(_uiSize);
     }
 
-    /// Bytes in the midst of these, whatever was read before.
+    /// A part of these bytes. The present offset plays no role.
     CLS_Bytes GetPart(std::uint64_t _uiOffset, std::uint64_t _uiSize) const
     {
         if (_uiOffset > m_uiSize || _uiSize > m_uiSize - _uiOffset)
@@ -55,7 +60,7 @@ public:
     {
         if (sizeof(T_Value) > m_uiSize - m_uiNext)
         {
-            throw std::runtime_error("it ends in the midst of a value");
+            throw std::runtime_error("it ends in the middle of a value");
         }
         T_Value stValue;
         std::memcpy(&stValue, m_pData + m_uiNext, sizeof(T_Value));
@@ -63,14 +68,14 @@ public:
         return stValue;
     }
 
-    /// The next number in LEB128, which has seven bits a byte.
+    /// The next number in LEB128, which stores seven bits in a byte.
     std::uint64_t ReadNumber()
     {
         int iBits = 0;
         return ReadBits(iBits);
     }
 
-    /// The same with a sign, which the last byte's upper bit gives.
+    /// The same for a signed number. The upper bit of the last byte is the sign.
     std::int64_t ReadSignedNumber()
     {
         int iBits = 0;
@@ -79,14 +84,14 @@ public:
         return static_cast<std::int64_t>(bNegative ? uiValue | ~std::uint64_t{0} << iBits : uiValue);
     }
 
-    /// The next text. It ends with a zero, which is read, too.
+    /// The next text. Also reads the zero that terminates it.
     std::string_view ReadText()
     {
         const char* const szText = reinterpret_cast<const char*>(m_pData + m_uiNext);
         const std::size_t uiLength = strnlen(szText, m_uiSize - m_uiNext);
         if (uiLength == m_uiSize - m_uiNext)
         {
-            throw std::runtime_error("a text has no end");
+            throw std::runtime_error("a text is not terminated");
         }
         m_uiNext += uiLength + 1;
         return {szText, uiLength};

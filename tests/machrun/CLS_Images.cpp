@@ -98,7 +98,7 @@ void* CLS_Images::FindExport(CLS_Image* _pImage, const std::string& _strName, Se
     }
     if (stExport->m_uiLibrary > _pImage->m_vecLibraries.size())
     {
-        throw std::runtime_error("the export " + _strName + " is of library " +
+        throw std::runtime_error("the export " + _strName + " refers to library " +
                                  std::to_string(stExport->m_uiLibrary) + ", which does not exist");
     }
     return FindIn(_pImage->m_vecLibraries[stExport->m_uiLibrary - 1], stExport->m_strNameThere, _setSeen);

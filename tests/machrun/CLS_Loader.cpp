@@ -22,7 +22,7 @@ constexpr std::intptr_t ALL_IMAGES = -2;
 
 constexpr std::size_t LONGEST_REASON = 4096;
 
-/// Plain memory: a thread's objects may end before the last call.
+/// Plain memory, because a thread's objects may be destroyed before the last call.
 thread_local std::array<char, LONGEST_REASON> t_arrReason{};
 thread_local std::array<char, LONGEST_REASON> t_arrTaken{};
 
@@ -33,7 +33,7 @@ void LeaveReason(const std::string& _strReason)
 
 using Initialiser = void (*)(int, char**, char**, char**, void*);
 
-/// Whether an image was linked with this one.
+/// Whether an image is linked with this one.
 bool IsNeeded(const CLS_Image* _pImage)
 {
     const std::vector<CLS_Image*> vecImages = CLS_Images::Get().GetAll();
@@ -45,7 +45,7 @@ bool IsNeeded(const CLS_Image* _pImage)
                        });
 }
 
-/// A name of an image or of what it was linked with.
+/// A name of an image or of the libraries that it is linked with.
 void* FindInTree(CLS_Image* _pImage, const std::string& _strName, std::set<CLS_Image*>& _setSeen)
 {
     void* pFound = CLS_Images::Get().FindIn(_pImage, _strName);
@@ -63,7 +63,7 @@ void* FindInTree(CLS_Image* _pImage, const std::string& _strName, std::set<CLS_I
     return nullptr;
 }
 
-/// A name of the images that come behind the caller's.
+/// A name of the images after the caller's.
 void* FindBehind(const CLS_Image* _pCaller, const std::string& _strName)
 {
     const std::vector<CLS_Image*> vecImages = CLS_Images::Get().GetAll();
@@ -115,7 +115,7 @@ CLS_Image* CLS_Loader::LoadProgram(const std::string& _strPath, const std::strin
     CLS_Image* const pProgram = Load(_strPath, {});
     if (pProgram->GetEntry() == nullptr)
     {
-        throw std::runtime_error("'" + _strPath + "' is no program");
+        throw std::runtime_error("'" + _strPath + "' is not a program");
     }
     m_pUnwinder = Load(_strUnwinder, {});
     CLS_Images::Get().SetSystemPart(m_pUnwinder);
@@ -131,7 +131,7 @@ void CLS_Loader::InitialiseProgram(const ST_Arguments& _stArguments)
     Initialise(CLS_Images::Get().GetProgram());
 }
 
-/// Loads the image, unless it is there, and first of all what it needs. Binds nothing.
+/// Loads the image after everything that it needs, unless it is loaded. Binds nothing.
 CLS_Image* CLS_Loader::Load(const std::string& _strPath, const std::vector<std::string>& _vecRunPaths)
 {
     if (CLS_Image* const pLoaded = CLS_Images::Get().FindByPath(_strPath))
@@ -176,7 +176,7 @@ void CLS_Loader::BindAll()
     }
 }
 
-/// Calls the initialisers of what the image needs and its own, each once.
+/// Calls each initialiser once: first those of the images that this one needs, then its own.
 void CLS_Loader::Initialise(CLS_Image* _pImage)
 {
     if (_pImage == nullptr || _pImage->m_bInitialised)
@@ -227,7 +227,7 @@ void* CLS_Loader::Open(const char* _szPath, int _iMode, const void* _pCaller)
         CLS_Images::Get().CutTo(uiBefore);
         if ((_iMode & OPEN_LOADED_ONLY) != 0)
         {
-            return nullptr; // a question, and the answer is no failure on macOS either
+            return nullptr; // only a query, which is not a failure on macOS
         }
         std::array<char, 16> arrMode{};
         std::snprintf(arrMode.data(), arrMode.size(), "0x%04X", static_cast<unsigned>(_iMode));
@@ -274,8 +274,8 @@ int CLS_Loader::Close(void* _pHandle)
     return 0;
 }
 
-/// Takes an image away that is not held any more, and then what it alone needed. Images with thread-local
-/// variables stay, as on macOS.
+/// Unloads an image that is no longer in use, and then the images that only it needed. Images with
+/// thread-local variables stay loaded, as on macOS.
 void CLS_Loader::Unload(CLS_Image* _pImage)
 {
     const bool bKept = _pImage->m_bKept || _pImage->GetFile().GetThreadLocals().m_uiSize != 0;

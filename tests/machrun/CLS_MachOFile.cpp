@@ -15,7 +15,7 @@ namespace
 {
 constexpr std::uint64_t PAGE_SIZE = 4096;
 
-/// More would be no library of ours, but a file that is broken.
+/// An image that is larger comes from a broken file.
 constexpr std::uint64_t MOST_MEMORY = std::uint64_t{1} << 32;
 
 std::vector<std::uint8_t> ReadFile(const std::string& _strPath)
@@ -36,7 +36,7 @@ std::vector<std::uint8_t> ReadFile(const std::string& _strPath)
     return vecFile;
 }
 
-/// A text that fills its place or ends with a zero before.
+/// A text that fills the array, or that a zero terminates earlier.
 std::string ToText(const std::array<char, 16>& _arrName)
 {
     return {_arrName.data(), strnlen(_arrName.data(), _arrName.size())};
@@ -126,7 +126,7 @@ void CLS_MachOFile::ReadCommands()
     const auto stHeader = clsHeader.Read<MachO::ST_Header>();
     if (stHeader.m_uiMagic != MachO::MAGIC_64)
     {
-        throw std::runtime_error("it is no 64-bit Mach-O file");
+        throw std::runtime_error("it is not a 64-bit Mach-O file");
     }
     if (stHeader.m_uiCpu != MachO::CPU_X86_64)
     {
@@ -135,7 +135,7 @@ void CLS_MachOFile::ReadCommands()
     m_bProgram = stHeader.m_uiFileType == MachO::FILE_PROGRAM;
     if (m_bProgram && (stHeader.m_uiFlags & MachO::FLAG_ANY_ADDRESS) == 0)
     {
-        throw std::runtime_error("the program must stand at an address of its own");
+        throw std::runtime_error("the program requires a fixed address");
     }
     if (!m_bProgram && stHeader.m_uiFileType != MachO::FILE_LIBRARY &&
         stHeader.m_uiFileType != MachO::FILE_BUNDLE)
@@ -182,7 +182,7 @@ void CLS_MachOFile::ReadCommand(CLS_Bytes _clsCommand, std::uint32_t _uiCommand)
         if ((_uiCommand & MachO::COMMAND_REQUIRED) != 0)
         {
             throw std::runtime_error("load command " + ToHexadecimal(_uiCommand) +
-                                     " is required and unknown to this loader");
+                                     " is required, but unknown to this loader");
         }
     }
 }
@@ -281,7 +281,7 @@ void CLS_MachOFile::ReadSymbols(CLS_Bytes _clsCommand)
     m_clsSymbolTexts = GetOptionalPart(stSymbols.m_uiTextsOffset, stSymbols.m_uiTextsSize);
     if (stSymbols.m_uiTextsSize != 0 && m_clsSymbolTexts.GetData()[stSymbols.m_uiTextsSize - 1] != 0)
     {
-        throw std::runtime_error("the names of its symbols have no end");
+        throw std::runtime_error("the names of its symbols are not terminated");
     }
 }
 

@@ -14,7 +14,7 @@ struct ST_Segment
     std::uint64_t m_uiFileSize;
     std::uint32_t m_uiProtection; ///< after the fixups
 
-    /// False for the segment that catches null pointers: nothing stands there.
+    /// False for the segment that catches null pointers, which has no memory.
     bool IsInMemory() const { return m_uiProtection != 0 && m_uiMemorySize != 0; }
 };
 
@@ -28,25 +28,29 @@ struct ST_Section
 
 struct ST_LibraryNeed
 {
-    std::string m_strName; ///< as it was linked, for example @rpath/libX.dylib
-    bool m_bReexported;    ///< whether its names count as this file's
+    std::string m_strName; ///< as in the file, for example @rpath/libX.dylib
+    bool m_bReexported;    ///< whether its names count as names of this file
 };
 
-/// The first values of a file's thread-local variables.
+/// The initial values of a file's thread-local variables.
 struct ST_ThreadLocalTemplate
 {
     std::uint64_t m_uiAddress = 0;
-    std::uint64_t m_uiSize = 0; ///< zero when there are none
+    std::uint64_t m_uiSize = 0; ///< zero if there are none
     std::uint64_t m_uiAlignment = 16;
 };
 
-/// What the load commands of a Mach-O file for x86-64 say: a program, a library or a bundle, alone in its
-/// file or a slice of a universal one.
+/// The contents of the load commands of a Mach-O file for x86-64.
 ///
-/// The constructors throw std::runtime_error, with the path and the reason, for a file that cannot be read,
-/// is no such file, contradicts itself, or needs what the loader does not know. Afterwards every part lies
-/// within the file and every segment within the image. Addresses are those that the file was linked for. The
-/// object does not change any more; any thread may read it.
+/// It is a program, a library or a bundle, and may be a slice of a universal file. Every part lies within the
+/// file, and every segment within the image. Addresses are those in the file.
+///
+/// Threads: any. The object does not change after its construction.
+///
+/// Fails: the constructors throw std::runtime_error with the path and the reason, in these cases:
+/// - the file cannot be read;
+/// - it is not such a file, or contradicts itself;
+/// - it needs a feature that the loader does not have.
 class CLS_MachOFile
 {
 public:
@@ -56,23 +60,23 @@ public:
     CLS_MachOFile& operator=(const CLS_MachOFile&) = delete;
     ~CLS_MachOFile() = default;
 
-    /// Whether the file begins as such a file does. False when it cannot be read.
+    /// Whether the file begins with the number of such a file. False if it cannot be read.
     static bool IsMachO(const std::string& _strPath);
 
     const std::string& GetPath() const { return m_strPath; }
     const std::vector<ST_Segment>& GetSegments() const { return m_vecSegments; }
-    /// Those in memory.
+    /// The sections of segments that are in memory.
     const std::vector<ST_Section>& GetSections() const { return m_vecSections; }
     const std::vector<ST_LibraryNeed>& GetLibraries() const { return m_vecLibraries; }
     const std::vector<std::string>& GetRunPaths() const { return m_vecRunPaths; }
     const ST_ThreadLocalTemplate& GetThreadLocals() const { return m_stThreadLocals; }
     /// The x86-64 slice.
     const CLS_Bytes& GetBytes() const { return m_clsSlice; }
-    /// Where the first byte of the file stands in memory.
+    /// The address of the first byte of the file.
     std::uint64_t GetAddress() const { return m_uiAddress; }
     std::uint64_t GetMemorySize() const { return m_uiMemorySize; }
     bool IsProgram() const { return m_bProgram; }
-    /// Where the program begins, counted from the first byte; zero when it has no beginning.
+    /// The offset of the program's entry point from the first byte; zero if there is none.
     std::uint64_t GetEntry() const { return m_uiEntry; }
 
     const CLS_Bytes& GetRebases() const { return m_clsRebases; }
@@ -81,8 +85,9 @@ public:
     const CLS_Bytes& GetLazyBinds() const { return m_clsLazyBinds; }
     const CLS_Bytes& GetExports() const { return m_clsExports; }
 
-    /// The name of the symbol that begins at this address or last before it, and the symbol's address. The
-    /// name lies in the file, with a zero behind it; it is empty when there is none.
+    /// The name of the last symbol that begins at or before this address; empty if there is none.
+    ///
+    /// _uiSymbol becomes the symbol's address. The name is a part of the file, and a zero terminates it.
     std::string_view FindSymbol(std::uint64_t _uiAddress, std::uint64_t& _uiSymbol) const;
 
 private:

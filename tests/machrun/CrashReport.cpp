@@ -15,14 +15,14 @@ namespace
 {
 constexpr int MOST_CALLS = 64;
 
-/// How every function on both systems begins to use the stack.
+/// What every function on both systems pushes first.
 struct ST_Frame
 {
     const ST_Frame* m_pCaller;
     const void* m_pReturn;
 };
 
-/// Reads a frame, which may not be there.
+/// Reads a frame. Its memory may not exist.
 bool Peek(const ST_Frame* _pFrame, ST_Frame& _stFrame)
 {
     const iovec stTo{&_stFrame, sizeof(_stFrame)};
@@ -30,7 +30,7 @@ bool Peek(const ST_Frame* _pFrame, ST_Frame& _stFrame)
     return process_vm_readv(getpid(), &stTo, 1, &stFrom, 1, 0) == sizeof(_stFrame);
 }
 
-/// Prints the file and the function that have this place in their code.
+/// Prints the file and the function that contain this place.
 void PrintPlace(const void* _pPlace)
 {
     const void* pSymbol = nullptr;
@@ -73,7 +73,7 @@ void PrintCallers(const ST_Frame* _pFrame)
     }
 }
 
-/// What a register holds.
+/// The value of a register.
 const void* ToPointer(greg_t _iRegister)
 {
     const void* pAddress = nullptr;
@@ -88,7 +88,7 @@ void Report(int _iSignal, siginfo_t* _pInfo, void* _pContext)
     std::fprintf(stderr, "machrun: signal %d at address %p\n", _iSignal, _pInfo->si_addr);
     PrintPlace(ToPointer(arrRegisters[REG_RIP]));
     PrintCallers(static_cast<const ST_Frame*>(ToPointer(arrRegisters[REG_RBP])));
-    raise(_iSignal); // again, for the system
+    raise(_iSignal); // again: now the system handles it
 }
 } // namespace
 

@@ -2,8 +2,7 @@
 
 namespace CrashReport
 {
-/// From now on, a fault of the program is reported on the standard error, with the functions that were being
-/// called, before it ends the process as it would have done. A program that handles the signal itself does
-/// so.
+/// From now on, a fault of the program is reported to standard error with the chain of function calls. Then
+/// it ends the process as usual. If the program handles the signal itself, nothing is reported.
 void Install();
 } // namespace CrashReport

@@ -17,7 +17,7 @@ struct ST_Handler
     const void* m_pImage;
 };
 
-/// Kept for good: threads run until the process has ended.
+/// Never destroyed: threads run until the process has ended.
 struct ST_Handlers
 {
     std::mutex m_mtxHandlers;
@@ -31,9 +31,9 @@ ST_Handlers& GetHandlers()
 }
 
 using ThreadHandlers = std::vector<std::pair<ExitHandlers::Handler, void*>>;
-thread_local ThreadHandlers* t_pHandlers = nullptr; ///< no object: those of this program end too early
+thread_local ThreadHandlers* t_pHandlers = nullptr; ///< a pointer: an object would be destroyed too early
 
-/// Takes the last handler of that kind off the list.
+/// Takes the last handler for which _funIsMeant holds from the list.
 std::optional<ST_Handler> TakeLast(const std::function<bool(const ST_Handler&)>& _funIsMeant)
 {
     ST_Handlers& stAll = GetHandlers();

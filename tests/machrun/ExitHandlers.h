@@ -2,22 +2,23 @@
 
 #include "tests/machrun/CLS_Image.h"
 
-/// What images want to be called at the end of the process, of a thread, or of themselves. Any thread may
-/// call these functions; none holds a lock while a handler runs.
+/// The handlers of images for the end of the process, of a thread, or of the image.
+///
+/// Threads: any. No lock is held while a handler runs.
 namespace ExitHandlers
 {
 using Handler = void (*)(void*);
 
-/// To be called with the argument at the end of the process, or when the image with the place _pImage is
-/// taken away.
+/// Adds a handler that is called with the argument at the end of the process, or when the image that contains
+/// _pImage is unloaded.
 void Add(Handler _funHandler, void* _pArgument, const void* _pImage);
-/// To be called with the object at the end of the calling thread.
+/// Adds a handler that is called with the object at the end of the calling thread.
 void AddForThread(Handler _funHandler, void* _pObject);
 
-/// Calls the handlers, those added last first, and forgets them.
+/// Calls the handlers in reverse order, and forgets them.
 void RunForThread();
 void RunOf(const CLS_Image& _clsImage);
 
-/// Calls the calling thread's handlers and those of the process, writes out what is buffered, and ends it.
+/// Calls the handlers of the calling thread and of the process, flushes the streams, and ends the process.
 [[noreturn]] void EndProcess(int _iStatus);
 } // namespace ExitHandlers

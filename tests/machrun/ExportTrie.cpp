@@ -28,7 +28,7 @@ ST_Export ReadExport(CLS_Bytes _clsNode, std::string_view _strName)
     return stExport;
 }
 
-/// Goes from the edges of a node along the one that the name begins with, and takes its letters off the name.
+/// Follows the edge of a node whose letters the name begins with, and removes these letters from the name.
 bool FollowEdge(CLS_Bytes& _clsTrie, std::string_view& _strName)
 {
     for (int i = _clsTrie.Read<std::uint8_t>(); i > 0; --i)

@@ -8,7 +8,7 @@ constexpr std::uint64_t POINTER_SIZE = sizeof(void*);
 constexpr std::uint8_t OPCODE = 0xf0;
 constexpr std::uint8_t OPERAND = 0x0f;
 
-/// The place that the opcodes move over the image.
+/// The place in the image that the opcodes move.
 class CLS_Place
 {
 public:
@@ -42,7 +42,7 @@ private:
     std::uint64_t m_uiAddress = 0;
 };
 
-/// Without it, a broken file would keep the loader busy for ever.
+/// Without this check, the loader would never finish with a broken file.
 void CheckRepeat(std::uint64_t _uiCount, std::uint64_t _uiGap)
 {
     if (_uiCount > 1 && POINTER_SIZE + _uiGap == 0)

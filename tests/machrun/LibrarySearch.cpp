@@ -18,7 +18,7 @@ LibrarySearch::ST_Places& GetPlaces()
     return s_stPlaces;
 }
 
-/// The folders of an environment variable, which separates them with colons.
+/// The folders in an environment variable, separated by colons.
 std::vector<std::string> GetFolders(const char* _szVariable)
 {
     std::vector<std::string> vecFolders;
@@ -36,7 +36,7 @@ std::vector<std::string> GetFolders(const char* _szVariable)
     return vecFolders;
 }
 
-/// Everything that may be the library, in order.
+/// All paths to try, in order.
 std::vector<std::string> GetCandidates(const std::string& _strName, const std::string& _strAsking,
                                        const std::vector<std::string>& _vecRunPaths)
 {
@@ -66,7 +66,7 @@ std::vector<std::string> GetCandidates(const std::string& _strName, const std::s
     return vecCandidates;
 }
 
-/// The file that a path means; empty when there is none.
+/// The file of a path; empty if there is none.
 std::string Resolve(const std::string& _strPath)
 {
     const std::string strBelowRoot = GetPlaces().m_strRoot + _strPath;

@@ -7,7 +7,7 @@
 namespace MachO
 {
 constexpr std::uint32_t MAGIC_64 = 0xfeedfacf;
-constexpr std::uint32_t MAGIC_UNIVERSAL = 0xcafebabe; ///< in big-endian order, as all of a universal header
+constexpr std::uint32_t MAGIC_UNIVERSAL = 0xcafebabe; ///< big-endian, as the whole header of such a file
 constexpr std::uint32_t CPU_X86_64 = 0x01000007;
 constexpr std::uint32_t CPU_ARM64 = 0x0100000c;
 
@@ -47,7 +47,7 @@ struct ST_Header
     std::uint32_t m_uiReserved;
 };
 
-/// A loader that does not know a command with this bit must refuse the file.
+/// A loader must refuse a file that contains an unknown command with this bit.
 constexpr std::uint32_t COMMAND_REQUIRED = 0x80000000;
 
 enum n_Command : std::uint32_t
@@ -83,7 +83,7 @@ struct ST_SegmentCommand
     std::uint32_t m_uiFlags;
 };
 
-constexpr std::uint32_t SEGMENT_READ_ONLY_LATER = 0x10; ///< not written after the fixups
+constexpr std::uint32_t SEGMENT_READ_ONLY_LATER = 0x10; ///< read-only after the fixups
 
 constexpr std::uint32_t PROTECTION_READ = 1;
 constexpr std::uint32_t PROTECTION_WRITE = 2;
@@ -112,12 +112,12 @@ enum n_SectionType : std::uint32_t
     SECTION_INITIALISER_OFFSETS = 0x16,
 };
 
-/// Of a library that is loaded with the file, and of the file's own install name.
+/// The command for a library that is loaded with the file, and for the file's own install name.
 struct ST_LibraryCommand
 {
     std::uint32_t m_uiCommand;
     std::uint32_t m_uiSize;
-    std::uint32_t m_uiName; ///< where the name begins, counted from the command
+    std::uint32_t m_uiName; ///< the name's offset from the beginning of the command
     std::uint32_t m_uiTimestamp;
     std::uint32_t m_uiVersion;
     std::uint32_t m_uiCompatibility;
@@ -127,7 +127,7 @@ struct ST_RunPathCommand
 {
     std::uint32_t m_uiCommand;
     std::uint32_t m_uiSize;
-    std::uint32_t m_uiPath; ///< where the path begins, counted from the command
+    std::uint32_t m_uiPath; ///< the path's offset from the beginning of the command
 };
 
 struct ST_FixupsCommand
@@ -150,7 +150,7 @@ struct ST_MainCommand
 {
     std::uint32_t m_uiCommand;
     std::uint32_t m_uiSize;
-    std::uint64_t m_uiEntry; ///< counted from the header
+    std::uint64_t m_uiEntry; ///< offset from the header
     std::uint64_t m_uiStackSize;
 };
 
@@ -166,7 +166,7 @@ struct ST_SymbolsCommand
 
 struct ST_Symbol
 {
-    std::uint32_t m_uiName; ///< where the name begins among the texts
+    std::uint32_t m_uiName; ///< the name's offset in the table of texts
     std::uint8_t m_uiType;
     std::uint8_t m_uiSection;
     std::uint16_t m_uiDescription;
@@ -177,7 +177,7 @@ constexpr std::uint8_t SYMBOL_FOR_DEBUGGERS = 0xe0;
 constexpr std::uint8_t SYMBOL_TYPE = 0x0e;
 constexpr std::uint8_t SYMBOL_IN_SECTION = 0x0e;
 
-/// Where a bound name is looked for, besides the libraries, which count from 1.
+/// Where a bound name is searched for, in addition to the libraries, which count from 1.
 enum n_Ordinal : int
 {
     ORDINAL_SELF = 0,
@@ -189,13 +189,13 @@ enum n_Ordinal : int
 enum n_ExportFlag : std::uint64_t
 {
     EXPORT_KIND = 3,
-    EXPORT_ABSOLUTE = 2, ///< a kind: a number, and no place in the image
+    EXPORT_ABSOLUTE = 2, ///< a kind: a number instead of a place in the image
     EXPORT_WEAK = 4,
     EXPORT_FROM_LIBRARY = 8,
     EXPORT_WITH_RESOLVER = 0x10,
 };
 
-/// The upper half of an opcode; the lower half is its small operand.
+/// The upper half of an opcode. The lower half is a small operand.
 enum n_RebaseOpcode : std::uint8_t
 {
     REBASE_END = 0x00,
@@ -227,9 +227,9 @@ enum n_BindOpcode : std::uint8_t
 };
 
 constexpr std::uint8_t BIND_MAY_BE_MISSING = 1; ///< flag of a name
-constexpr std::uint8_t FIXUP_POINTER = 1;       ///< the one type of fixup on x86-64
+constexpr std::uint8_t FIXUP_POINTER = 1;       ///< the only type of fixup on x86-64
 
-/// What code calls to get at a thread-local variable. The loader fills in all but the offset.
+/// The descriptor of a thread-local variable, whose function code calls. The loader sets all but the offset.
 struct ST_ThreadLocalDescriptor
 {
     void* (*m_funGet)(ST_ThreadLocalDescriptor*);

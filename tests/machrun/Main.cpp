@@ -3,12 +3,13 @@
 //   machrun --root FOLDER PROGRAM [ARGUMENT...]
 //
 // FOLDER has the C++ runtime below usr/lib, as cmake/macos/make-runtime.sh builds it. The program's own
-// libraries are found as on macOS: DYLD_LIBRARY_PATH counts, too. MACHRUN_INTERPOSE lists names that come
-// from the program in every image (tests/machrun/Binding.h).
+// libraries are searched for as on macOS, also in DYLD_LIBRARY_PATH. MACHRUN_INTERPOSE lists names that all
+// images take from the program (tests/machrun/Binding.h).
 //
-// The program's files are mapped and bound here; the system's library is made of functions of this program,
-// which translate between the two systems (tests/machrun/shims). Exits as the program does; with 64 when it
-// is called wrongly, with 127 when the program cannot be loaded.
+// This program maps and binds the files. Its own functions replace the system's library, and translate
+// between the two systems (tests/machrun/shims).
+//
+// The exit status is that of the program; 64 for wrong arguments; 127 if the program cannot be loaded.
 
 #include "tests/machrun/CLS_Loader.h"
 #include "tests/machrun/CrashReport.h"
@@ -27,7 +28,7 @@ namespace
 constexpr int WRONG_CALL = 64;
 constexpr int NOT_LOADED = 127;
 
-/// "machrun", "--root", FOLDER; the program and its arguments follow.
+/// "machrun", "--root" and FOLDER. The program and its arguments follow.
 constexpr int OWN_ARGUMENTS = 3;
 
 using MainFunction = int (*)(int, char**, char**, char**);

@@ -14,7 +14,7 @@ namespace
 {
 constexpr std::size_t PAGE_SIZE = 4096;
 
-/// Loads the name into the register of a first argument and jumps.
+/// Loads the name into the register of the first argument, and jumps.
 struct [[gnu::packed]] ST_Code
 {
     std::array<std::uint8_t, 2> m_arrLoadName{0x48, 0xbf}; // mov rdi, name
@@ -35,7 +35,7 @@ void* MakeCode(const char* _szName)
     void* const pPage = mmap(nullptr, PAGE_SIZE, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (pPage == MAP_FAILED)
     {
-        throw std::runtime_error("there is no memory for a function in place of " + std::string(_szName));
+        throw std::runtime_error("there is no memory for a function that replaces " + std::string(_szName));
     }
     ST_Code stCode{};
     stCode.m_szName = _szName;

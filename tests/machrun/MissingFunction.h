@@ -4,8 +4,14 @@
 
 namespace MissingFunction
 {
-/// A function in place of one of the system's that this program lacks. When it is called, it names the
-/// missing one on the standard error and aborts. Each name has one, which lives for ever. Throws
-/// std::runtime_error when there is no memory for code. Any thread may call.
+/// The replacement for a function of the system that this program lacks. There is one for each name.
+///
+/// When it is called, it writes the name to standard error and aborts.
+///
+/// Threads: any.
+///
+/// Fails: std::runtime_error if there is no memory for code.
+///
+/// Owns: the function is never freed.
 void* Make(const std::string& _strName);
 } // namespace MissingFunction

@@ -11,11 +11,11 @@
 
 namespace
 {
-/// What one thread has, for each image.
+/// The variables of one thread, for each image.
 struct ST_Blocks
 {
     std::map<const CLS_Image*, void*> m_mapBlocks;
-    int m_iRounds = 0; ///< of the destructors at the end of the thread
+    int m_iRounds = 0; ///< rounds of destructors at the end of the thread
 };
 
 thread_local ST_Blocks* t_pBlocks = nullptr;
@@ -65,7 +65,7 @@ void* CopyTemplate(const CLS_Image& _clsImage)
 }
 } // namespace
 
-/// Where the variable of the calling thread stands.
+/// The address of the calling thread's variable.
 extern "C" __attribute__((used)) void* GetThreadLocal(const MachO::ST_ThreadLocalDescriptor* _pDescriptor)
 {
     if (t_pBlocks == nullptr)
@@ -82,8 +82,8 @@ extern "C" __attribute__((used)) void* GetThreadLocal(const MachO::ST_ThreadLoca
     return static_cast<std::uint8_t*>(pBlock) + _pDescriptor->m_uiOffset;
 }
 
-// Calls the function above and keeps every register but that of the result, as the callers of a descriptor's
-// function expect it.
+// Calls the function above, and preserves all registers except that of the result. The callers of a
+// descriptor's function expect this.
 extern "C" void* KeepRegistersAndGetThreadLocal(MachO::ST_ThreadLocalDescriptor* _pDescriptor);
 
 asm(R"(

@@ -4,9 +4,10 @@
 #include <condition_variable>
 #include <functional>
 
-/// While one lives, every wait with a limit on one condition variable, on all threads, wakes after a
-/// millisecond, notified or not; how long it was meant to last is noted, and notifications are counted. On
-/// macOS the program's functions must replace the system's for the C++ library, too. One at a time.
+/// During its life, every timed wait on one condition variable ends after a millisecond, on all threads.
+///
+/// It records how long each wait was to last, and counts notifications. On macOS, the program's functions
+/// must replace the system's for the C++ library as well. Only one may exist at a time.
 class CLS_CutWaits
 {
 public:
@@ -16,8 +17,8 @@ public:
     CLS_CutWaits(const CLS_CutWaits&) = delete;
     CLS_CutWaits& operator=(const CLS_CutWaits&) = delete;
 
-    /// The longest wait so far. A thread that is held up between looking at the clock and waiting seems to
-    /// wait for less than it is meant to, and never for more.
+    /// The longest wait so far. If a thread is delayed after it has read the clock, its wait seems shorter,
+    /// but never longer.
     std::chrono::nanoseconds GetLongest() const;
 
     /// Notifications of one waiting thread.

@@ -6,15 +6,15 @@
 /// Lets single allocations of one thread fail. For programs that are linked with FailingMemory.cpp, which
 /// replaces their operator new.
 ///
-/// Where a sanitizer keeps the operator to itself, only the allocations that the program's own code makes are
-/// reached, not those of the standard library's, such as the memory of long texts.
+/// With some sanitizers, it reaches only the allocations of the program's own code. It does not reach those
+/// of the standard library, such as the memory of long texts.
 namespace FailingMemory
 {
-/// Whether every allocation is reached, and GetLiveBlocks therefore means something.
+/// Whether every allocation is reached. Only then is GetLiveBlocks meaningful.
 extern const bool REACHES_ALL;
 
 /// Lets the _iAllocation-th allocation of a thread from now on throw std::bad_alloc: 1 is the next, 0 is
-/// none. One thread at a time; replaces the call before.
+/// none. Only one thread at a time. Replaces the previous call.
 void FailAt(int _iAllocation, std::thread::id _idThread = std::this_thread::get_id());
 
 /// Lets no more allocations fail. Returns whether one failed since FailAt.

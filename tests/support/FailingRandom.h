@@ -2,8 +2,8 @@
 
 #include <functional>
 
-/// While one lives, no thread can open the system's source of random numbers, as if the process had no
-/// descriptor left. One at a time.
+/// During its life, no thread can open the system's source of random numbers, as if the process had no
+/// descriptor left. Only one may exist at a time.
 class CLS_FailingRandom
 {
 public:
@@ -13,8 +13,8 @@ public:
     CLS_FailingRandom& operator=(const CLS_FailingRandom&) = delete;
 };
 
-/// While one lives, a function is called each time the calling thread opens that source: the place to look at
-/// what is held meanwhile. One at a time on a thread.
+/// During its life, a function is called each time the calling thread opens that source. It can check which
+/// locks are held. Only one may exist at a time on a thread.
 class CLS_WatchedRandom
 {
 public:

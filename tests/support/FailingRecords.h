@@ -1,6 +1,7 @@
 #pragma once
 
-/// While one lives, the constructor of a log record throws std::bad_alloc on every thread. One at a time.
+/// During its life, the constructor of a log record throws std::bad_alloc on every thread. Only one may exist
+/// at a time.
 class CLS_FailingRecords
 {
 public:

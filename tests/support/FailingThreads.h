@@ -1,7 +1,7 @@
 #pragma once
 
-/// While one lives, it counts the threads that the process asks the system for. It may refuse one of them
-/// with EAGAIN, as a system without free threads does. One at a time.
+/// During its life, it counts the threads that the process requests from the system. It may refuse one of
+/// them with EAGAIN, as a system without free threads does. Only one may exist at a time.
 class CLS_FailingThreads
 {
 public:

@@ -12,14 +12,15 @@ struct ST_Sleep
     std::chrono::milliseconds m_msAsked;
 };
 
-/// While one lives, every sleep of 50 ms and more, on any thread, takes a few microseconds and is recorded;
-/// shorter ones stay real, unless the test draws the line elsewhere. So tests of long waits run fast, step
-/// by step. One at a time.
+/// During its life, every sleep of at least 50 ms takes a few microseconds, on any thread, and is recorded.
+///
+/// So tests of long waits run fast, step by step. Shorter sleeps do not change. A test may set another limit.
+/// Only one may exist at a time.
 class CLS_FastSleep
 {
 public:
-    /// _funHook is called after each cut sleep, on the thread that slept, with no lock held: the place to
-    /// make something happen in the middle of a wait. _msShortest is the shortest sleep that is cut.
+    /// _funHook is called after each cut sleep, on the thread that slept, with no lock held. It can act in
+    /// the middle of a wait. _msShortest is the shortest sleep that is cut.
     explicit CLS_FastSleep(const std::function<void(const ST_Sleep&)>& _funHook = {},
                            std::chrono::milliseconds _msShortest = std::chrono::milliseconds(50));
     ~CLS_FastSleep();
@@ -31,8 +32,10 @@ public:
     std::vector<ST_Sleep> GetSleeps(std::thread::id _idThread) const;
 };
 
-/// While one lives, every sleep of 50 ms and more takes the time that _funScale makes of it, and nothing is
-/// recorded: for programs that run for minutes. One at a time, and not along with a CLS_FastSleep.
+/// During its life, every sleep of at least 50 ms takes the time that _funScale returns. For programs that
+/// run for minutes.
+///
+/// Nothing is recorded. Only one may exist at a time, and not together with a CLS_FastSleep.
 class CLS_ScaledSleep
 {
 public:

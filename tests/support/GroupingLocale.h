@@ -3,8 +3,8 @@
 #include <locale>
 #include <string>
 
-/// While one lives, the process's C++ locale groups digits by threes and writes decimals with a semicolon,
-/// as a host may set it. One at a time.
+/// During its life, the process's C++ locale groups digits by threes and writes decimals with a semicolon, as
+/// a host may set it. Only one may exist at a time.
 class CLS_GroupingLocale
 {
 public:

@@ -1,8 +1,8 @@
 #pragma once
 
-// Included before everything else in the sources of the product and of a test, where the linker cannot
-// redirect calls of a log record's constructor and destructor (zel_hook_records). These sources then create
-// log records of the class below.
+// For systems where the linker cannot redirect calls of a log record's constructor and destructor
+// (zel_hook_records). There, the sources of the product and of a test include this header first. So they
+// create log records of the class below.
 
 #include "QuenInclude/Logger.h"
 

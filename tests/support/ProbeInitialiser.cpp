@@ -1,5 +1,5 @@
-// A library whose initialiser calls back into the program that opens it: on the thread that opens it, and on
-// a thread that it waits for. The program exports "ZelTestAtLoad".
+// A library whose initialiser calls "ZelTestAtLoad", which the program exports. It does so on the thread that
+// opens the library, and on another thread, for which it waits.
 
 #include <dlfcn.h>
 #include <thread>

@@ -9,15 +9,14 @@
 #include <filesystem>
 #include <iterator>
 
-/// The number of files that this process has open; always too high by the same number, for looking needs one.
+/// The number of files that this process has open. It is always too high by one, because counting opens one.
 inline int CountDescriptors()
 {
     const std::filesystem::directory_iterator itFiles("/dev/fd");
     return static_cast<int>(std::distance(begin(itFiles), end(itFiles)));
 }
 
-/// The number of pieces that the memory of this process is made of: those of program and libraries, stacks,
-/// and what the allocator keeps.
+/// The number of memory mappings of this process: those of the program and libraries, stacks, and the heap.
 inline int CountMappings()
 {
 #ifdef __APPLE__

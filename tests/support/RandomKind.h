@@ -3,8 +3,9 @@
 #include <exception>
 #include <random>
 
-/// Whether the C++ library of this process draws random numbers from a device that it opens as a file. GNU's
-/// does, and that of older macOS; that of newer macOS asks the system and opens nothing.
+/// Whether the C++ library of this process opens a file to draw random numbers.
+///
+/// GNU's library and that of older macOS do. The library of newer macOS calls the system and opens nothing.
 inline bool OpensRandomDevice()
 {
     try

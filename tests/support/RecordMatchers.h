@@ -5,7 +5,7 @@
 #include <gmock/gmock.h>
 #include <string>
 
-/// A record with these fields and exactly this text, from any line.
+/// A log record with these fields and exactly this text, from any line.
 inline auto IsRecord(int _iLevel, const std::string& _strModule, const std::string& _strFile,
                      const std::string& _strFunction, const std::string& _strMessage)
 {
@@ -18,7 +18,7 @@ inline auto IsRecord(int _iLevel, const std::string& _strModule, const std::stri
         Field("message", &ST_Record::m_strMessage, _strMessage));
 }
 
-/// The three kinds of records of the task pool.
+/// The three kinds of log records of the task pool.
 inline auto IsPoolRecord(int _iLevel, const std::string& _strFunction, const std::string& _strMessage)
 {
     return IsRecord(_iLevel, "ZelTaskPool", "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool", _strFunction,

@@ -11,13 +11,13 @@
 #include <shared_mutex>
 #include <string>
 
-/// What a registered task's parameters read like in its records.
+/// The text of a registered task's parameters in its log records.
 inline std::string MakeParamText(const std::string& _strTaskId, const std::string& _strCallInfo)
 {
     return "[__id__] : [" + _strTaskId + "]\n[callinfo] : [" + _strCallInfo + "]\n";
 }
 
-/// To be captured: calls _funEnd when its last copy is destroyed.
+/// For captures: calls _funEnd when its last copy is destroyed.
 inline std::shared_ptr<void> MakeEndHook(const std::function<void()>& _funEnd)
 {
     return {nullptr, [_funEnd](void*) { _funEnd(); }};

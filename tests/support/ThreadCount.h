@@ -32,8 +32,8 @@ inline int CountListed()
 #endif
 }
 
-/// Starts a thread and waits until it is listed no more. A sanitizer starts a thread of its own along with
-/// the first one of the program.
+/// Starts a thread and waits until it is no longer listed. With the first thread of the program, a sanitizer
+/// starts one of its own.
 inline bool StartFirst()
 {
 #ifdef __APPLE__
@@ -55,8 +55,8 @@ inline int CountThreads()
     return s_bStarted ? ThreadCount::CountListed() : -1;
 }
 
-/// Whether the process comes down (or up) to so many threads within the limit: a joined thread is still
-/// listed for a moment.
+/// Whether the process has this number of threads within the limit. A joined thread is still listed for a
+/// moment.
 [[nodiscard]] inline bool WaitForThreads(int _iCount)
 {
     return WaitUntil([_iCount] { return CountThreads() == _iCount; });

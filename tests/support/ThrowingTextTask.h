@@ -10,11 +10,11 @@
 #include <stdexcept>
 #include <string>
 
-/// A task whose parameter text cannot be had any more from some call of ParamToString on: each throws.
+/// A task whose ParamToString throws from a certain call on.
 class CLS_ThrowingTextTask final : public CLS_Task
 {
 public:
-    /// Throws from the _iThrowing-th call on, 1 being the first. A one-shot task.
+    /// Makes a one-shot task that throws from the _iThrowing-th call on. 1 is the first call.
     CLS_ThrowingTextTask(const std::function<void()>& _funTask, int _iThrowing)
         : CLS_Task(_funTask, -1, "call"), m_iThrowing(_iThrowing)
     {

@@ -1,7 +1,8 @@
-// Exempts records, from their construction to their end, from the failures of FailingMemory: a record whose
-// emission fails ends the process, as any exception out of a destructor does. The product's
-// calls of the record's constructor and destructor come here (zel_exempt_records), so no allocation of a
-// record, of what is streamed into it or of "PrintLog" escapes.
+// Exempts log records from the failures of FailingMemory, from their construction to their end. A log record
+// whose emission fails ends the process, as any exception from a destructor does.
+//
+// The product's calls of the constructor and destructor come here (zel_exempt_records). So the exemption
+// includes the texts that are streamed into the log record, and "PrintLog".
 
 #include "QuenInclude/Logger.h"
 #include "tests/support/FailingMemory.h"

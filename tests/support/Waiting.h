@@ -5,11 +5,11 @@
 #include <mutex>
 #include <thread>
 
-/// Longest time that a test waits for something that is bound to happen. Generous: loaded machines and
-/// sanitizers are slow, and a test waits this long only if it fails.
+/// The longest time that a test waits for an expected event. It is generous, because loaded machines and
+/// sanitizers are slow. A test waits this long only if it fails.
 constexpr std::chrono::seconds WAIT_LIMIT{60};
 
-/// Polls until _funCondition holds. False when it did not within the limit.
+/// Polls until _funCondition holds. False if it does not within the limit.
 template <typename T_Condition>
 [[nodiscard]] bool WaitUntil(T_Condition _funCondition, std::chrono::milliseconds _msLimit = WAIT_LIMIT)
 {

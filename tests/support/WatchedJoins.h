@@ -4,18 +4,18 @@
 #include <pthread.h>
 #include <vector>
 
-/// While one lives, it keeps the threads that anybody waits for the end of, in order, and may refuse one of
-/// these waits, as the system does when it sees a deadlock (EDEADLK). One at a time.
+/// During its life, it records the joined threads in order. It may refuse one of the joins with EDEADLK, as
+/// the system does when it detects a deadlock. Only one may exist at a time.
 class CLS_WatchedJoins
 {
 public:
-    /// Refuses the _iFailing-th wait from now on, 1 being the next; none when 0. _funHook is called with each
-    /// thread before it is waited for, on the thread that waits, with no lock held.
+    /// Refuses the _iFailing-th join from now on: 1 is the next, 0 is none. _funHook is called with each
+    /// thread before it is joined, on the thread that joins, with no lock held.
     explicit CLS_WatchedJoins(int _iFailing, const std::function<void(pthread_t)>& _funHook = {});
     ~CLS_WatchedJoins();
     CLS_WatchedJoins(const CLS_WatchedJoins&) = delete;
     CLS_WatchedJoins& operator=(const CLS_WatchedJoins&) = delete;
 
-    /// The threads so far, oldest first, the refused one included.
+    /// The threads so far, oldest first, including the refused one.
     std::vector<pthread_t> GetThreads() const;
 };

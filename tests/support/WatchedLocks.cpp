@@ -232,7 +232,7 @@ extern "C"
     __attribute__((weak)) int __interceptor_pthread_rwlock_wrlock(pthread_rwlock_t*);
     __attribute__((weak)) int __interceptor_pthread_rwlock_unlock(pthread_rwlock_t*);
 
-    // Stand in front of the system's functions in every program that is linked with this file.
+    // Replace the system's functions in every program that is linked with this file.
     int pthread_mutex_lock(pthread_mutex_t* _pLock) noexcept
     {
         static const auto s_funNext = GetNext(&__interceptor_pthread_mutex_lock, "pthread_mutex_lock");

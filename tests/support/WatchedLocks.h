@@ -4,15 +4,17 @@
 #include <shared_mutex>
 #include <vector>
 
-/// While one lives, it watches some locks, on all threads, for the order in which they are taken. On macOS
-/// the program's functions must replace the system's for the C++ library, too. One at a time.
+/// During its life, it watches the order in which all threads take some locks.
+///
+/// On macOS, the program's functions must replace the system's for the C++ library as well. Only one may
+/// exist at a time.
 class CLS_WatchedLocks
 {
 public:
     static constexpr std::size_t MOST_LOCKS = 8;
 
     void Watch(std::mutex& _mtxOuter) { Watch(static_cast<const void*>(_mtxOuter.native_handle())); }
-    /// Its native handle has the same address, where it has one.
+    /// If the lock has a native handle, that has the same address.
     void Watch(std::shared_mutex& _smOuter) { Watch(static_cast<const void*>(&_smOuter)); }
     /// The one lock that may be taken while another is held.
     void WatchInnermost(std::shared_mutex& _smInnermost);
@@ -22,11 +24,11 @@ public:
     CLS_WatchedLocks(const CLS_WatchedLocks&) = delete;
     CLS_WatchedLocks& operator=(const CLS_WatchedLocks&) = delete;
 
-    /// How often each lock was taken, in the order of the calls of Watch.
+    /// How many times each lock was taken, in the order of the calls of Watch.
     std::vector<int> GetTaken() const;
-    /// How often a lock was taken by a thread that held another one, the innermost excepted.
+    /// How many times a thread took a lock while it held another one, except the innermost.
     int GetNested() const;
-    /// How often a lock was given back by a thread that had not taken it since the watch began.
+    /// How many times a thread released a lock that it had not taken since the watch began.
     int GetUntaken() const;
 
 private:

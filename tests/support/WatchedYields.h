@@ -5,8 +5,8 @@
 /// How often the dispatcher and a worker yield at most before they go to sleep after work.
 constexpr int GIVE_WAYS = 4;
 
-/// While one lives, the calling thread's yields are counted, and a function is called with each: the place to
-/// make something happen meanwhile. One at a time on a thread.
+/// During its life, it counts the calling thread's yields, and calls a function at each. Only one may exist
+/// at a time on a thread. The function is the place to make something happen meanwhile.
 class CLS_WatchedYields
 {
 public:
@@ -17,7 +17,7 @@ public:
 
     int GetYields() const { return m_iYields; }
 
-    /// The thread gives way.
+    /// The thread yields.
     void Note();
 
 private:

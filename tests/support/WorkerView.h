@@ -29,10 +29,10 @@ std::atomic<std::chrono::steady_clock::time_point>& GetLastActive(CLS_TaskThread
 /// The members in the order of their declarations.
 ClassLayout::Members ListMembers(const CLS_TaskThread& _clsWorker);
 
-/// Works on memory that is gone, too: only the address counts.
+/// The memory may be freed: only the address counts.
 const CLS_RunGate& GetRunGate(const CLS_TaskThread& _clsWorker);
 
-/// One pass of the worker's thread; false when it is to end.
+/// One pass of the worker's thread. False if the thread must end.
 bool RunPass(CLS_TaskThread& _clsWorker, std::int32_t& _iShownId);
 /// Tells the worker's thread to end.
 void RequestEnd(CLS_TaskThread& _clsWorker);

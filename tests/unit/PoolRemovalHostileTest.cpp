@@ -249,8 +249,8 @@ TEST_F(PoolRemovalLoadTest, OneOwnerWithManyTasksSeesEachRunOnce)
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
-/// An owner of the stress test. The plain flag is written after the owner's removal and read by its tasks,
-/// so that a task which runs later is a data race, too.
+/// An owner of the stress test. The plain flag is written after the owner's removal and read by its tasks. So
+/// a task that runs later is also a data race.
 struct ST_WatchedOwner
 {
     bool m_bRemoved = false;

@@ -8,7 +8,7 @@ namespace
 {
 using ::testing::ElementsAre;
 
-/// A task whose parameters cannot be printed as long as that is asked for.
+/// A task whose parameters cannot be printed while a switch is on.
 class CLS_SwitchedTextTask final : public CLS_Task
 {
 public:

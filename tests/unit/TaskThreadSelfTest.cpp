@@ -13,8 +13,8 @@
 #include <pthread.h>
 #include <system_error>
 
-/// Stands in front of the system's function of the same name, and refuses a thread that joins itself as that
-/// one does. A sanitizer must not hear of it: it would forget the thread, and fail at the join that follows.
+/// Replaces the system's function of the same name. It also refuses a thread that joins itself. A sanitizer
+/// must not see that call: it would forget the thread, and fail at the next join.
 extern "C" int pthread_join(pthread_t _idThread, void** _pResult)
 {
     static auto* const s_pJoin = GetNextFunction<decltype(pthread_join)>("pthread_join");

@@ -133,8 +133,8 @@ TEST_F(TaskThreadTest, AddFunctionOfAnEmptyJobLeavesTheWorkerIdle)
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
-/// A worker in the middle of a job, which ends a while after the test has begun what has to wait for it, or
-/// at once when that did not wait.
+/// A worker in the middle of a job. The job ends a while after the test has begun an operation that must wait
+/// for it. If the operation does not wait, the job ends at once.
 class CLS_BusyWorker
 {
 public:

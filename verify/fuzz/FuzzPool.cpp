@@ -1,5 +1,5 @@
-// Makes any sequence of the pool's operations, on a pool whose long sleeps take a fraction of their time,
-// and checks after each one, and at the end, what must hold whatever came before.
+// Runs any sequence of the pool's operations. Long sleeps of the pool take a fraction of their time. Checks
+// the rules after each operation and at the end.
 
 #include "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool.h"
 #include "tests/support/FastSleep.h"
@@ -18,7 +18,7 @@ constexpr int MOST_STEPS = 60;
 constexpr int SLEEP_DIVISOR = 50;
 constexpr std::chrono::milliseconds SHORTEST_CUT{10};
 
-/// Sleeps for a part of what was asked for.
+/// Sleeps for a fraction of the requested time.
 void SleepBriefly(const ST_Sleep& _stSleep)
 {
     std::this_thread::sleep_for(std::chrono::microseconds(_stSleep.m_msAsked) / SLEEP_DIVISOR);

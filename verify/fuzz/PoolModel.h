@@ -40,7 +40,7 @@ struct ST_Probe
     std::atomic<bool> m_bRequeued{false};  ///< queued by hand: it may overlap itself, and is not waited for
     std::atomic<bool> m_bDisowned{false};  ///< its owner forgot it by hand
     std::atomic<bool> m_bExcused{false};   ///< stopped, removed, or dropped with its pool: it need not run
-    std::atomic<bool> m_bForbidden{false}; ///< its removal has returned: it must not start any more
+    std::atomic<bool> m_bForbidden{false}; ///< its removal has returned: it must not start
 };
 
 /// Everything that was handed to the pool. Thread-safe: tasks submit tasks.
@@ -66,7 +66,7 @@ public:
     /// Those that _funWanted wants.
     std::vector<std::shared_ptr<ST_Probe>> GetProbes(const std::function<bool(const ST_Probe&)>& _funWanted);
 
-    /// While one lives, no task calls the pool: a run that the end of the pool leaves behind would find none.
+    /// During its life, no task calls the pool, because a run that outlasts the pool would find none.
     class CLS_Rest
     {
     public:

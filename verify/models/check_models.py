@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Checks the models with spin, all states of each. See scripts/checks/models.sh."""
+"""Checks all states of each model with spin. See scripts/checks/models.sh."""
 import collections
 import concurrent.futures
 import dataclasses
@@ -23,8 +23,8 @@ CYCLE = "acceptance cycle"
 
 @dataclasses.dataclass
 class Check:
-    """One search. It must find nothing in at least so many states; a variant with a mistake must be refuted, with an
-    error that pan describes with these words."""
+    """One search. It must find nothing in at least this number of states. A variant with a mistake must be refuted with
+    an error that contains these words."""
     model: str
     defines: tuple = ()
     eventually: bool = False  # checks the model's LTL formula instead of assertions and end states
@@ -88,7 +88,7 @@ CHECKS = [
 
 
 def find_missing_functions():
-    """The functions that the models' steps name, in a comment of their own, but the sources do not define."""
+    """The functions that comments at the models' steps name, but the sources do not define."""
     sources = "\n".join(path.read_text() for path in sorted((ROOT / "QuenPlugins/ZelTaskPool").glob("*.cpp")))
     missing, names = [], set()
     for path in sorted(HERE.rglob("*.pml")):
@@ -107,7 +107,7 @@ def run(command, folder):
 def build(check, folder):
     """Builds the program that searches the model."""
     defines = ["-D" + define for define in check.defines]
-    speed = "-O0" if check.refuted else "-O2"  # pan finds a mistake before the optimiser would finish
+    speed = "-O0" if check.refuted else "-O2"  # pan finds a mistake sooner than the optimiser finishes
     kind = ["-DNFAIR=3"] if check.fair else [] if check.eventually else ["-DSAFETY", "-DNOCLAIM"]
     for command in (["spin", *defines, "-a", str(HERE / (check.model + ".pml"))],
                     ["gcc", speed, "-w", "-DMEMLIM=%d" % MEGABYTES, *kind, "-o", "pan", "pan.c"]):
@@ -117,7 +117,7 @@ def build(check, folder):
 
 
 def find_error(text):
-    """The error that pan found. Its other lines name kinds of errors, too: those that it looks for."""
+    """The error that pan found. Other lines also name kinds of errors, but only those that it searches for."""
     found = re.search(r"^pan:1: (.*) \(at depth \d+\)$", text, re.MULTILINE)
     return found[1] if found else ""
 
@@ -174,8 +174,8 @@ def sum_states(texts):
 
 
 def find_unproved_mistakes(texts):
-    """Variants for which nothing shows that the mistake causes the error: the same search without the mistake must be
-    in the list, find nothing, and not count as refuted."""
+    """Variants without a twin. A twin is the same search without the mistake. It shows that the mistake causes the
+    error. It must be in the list, find nothing, and not count as refuted."""
     found = {check.name(): text for check, text in zip(CHECKS, texts)}
     unproved = []
     for check in filter(lambda check: check.refuted, CHECKS):

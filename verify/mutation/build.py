@@ -17,7 +17,7 @@ def run(command, **options):
 
 
 class Build:
-    """The commands and objects of the build, and which program needs what of the product."""
+    """The commands and objects of the build, and the parts of the product that each program needs."""
 
     def __init__(self, root, folder):
         self.root = root
@@ -26,8 +26,8 @@ class Build:
         self.objects = {}  # object, from the folder -> source
         self.includes = {}  # source -> headers of the project
         self.includers = {}  # object of a test -> the product's files in it, and its command
-        self.links = {}  # what is linked with objects of the product -> command
-        self.needs = {}  # program -> what of self.links it is or uses
+        self.links = {}  # linked file with objects of the product -> command
+        self.needs = {}  # program -> the files in self.links that it is or uses
 
     def make(self, jobs):
         linker = "-fuse-ld=lld-19"
@@ -113,7 +113,7 @@ class Workplace:
         self.replaced = {}  # object -> the one to link in its place
         self.pending = {}  # object of a test to compile before linking -> command
         self.options = []  # for the linker
-        self.fresh = set()  # what is linked already
+        self.fresh = set()  # the files that are already linked
         self.copy()
 
     def copy(self):

@@ -47,7 +47,7 @@ class Mutant:
     kind: str
     function: str  # around the place, "" outside of functions
     text: str  # the source lines of the place
-    change: str  # what replaces what
+    change: str  # the old and the new text
     number: int  # among those with the same name, from 1 on
     line: int
     begin: int

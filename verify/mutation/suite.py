@@ -10,11 +10,11 @@ import subprocess
 import processes
 from build import run
 
-# They take long, and test time itself.
+# These take long, and test timing itself.
 LEFT_OUT_LABELS = {"fuzz", "slow", "soak"}
 LAST_RESORT = "stress"
 EVENT = re.compile(r"\[( RUN      |       OK |  FAILED  |  SKIPPED )\] ([A-Za-z0-9_]+\S*?\.\S+?)(?:,|$| )")
-# The timeout of a test: so many seconds, plus so many times its duration without a mutant.
+# The timeout of a test: these seconds, plus a multiple of its duration without a mutant.
 LIMIT = 4.0
 LIMIT_FACTOR = 8.0
 # A test that takes longer without a mutant is left out. The second limit allows for a slow machine and for counters.

@@ -7,10 +7,11 @@
 #include <string>
 #include <vector>
 
-/// What holds for the pool's own records whenever their locks are free. The schedules, the stress program and
-/// the fuzzer of the pool share these rules.
+/// Rules for the pool's own data. They hold whenever the locks are free. The schedules, the stress program
+/// and the fuzzer of the pool share these rules.
 ///
-/// A rule reads as what is wrong. Pure functions; the caller holds the locks of what it passes.
+/// The text of a rule says what is wrong. These are pure functions. The caller holds the locks of the
+/// arguments.
 namespace PoolRules
 {
 /// A worker on the idle list.

@@ -2,11 +2,11 @@
 
 #include <chrono>
 
-/// What a run is allowed to do. The schedules, the stress program and the fuzzer of the pool share these
-/// rules; each keeps its own records of its tasks and fills in an ST_TaskState to ask.
+/// Rules for runs. The schedules, the stress program and the fuzzer of the pool share them. Each keeps its
+/// own data about its tasks, and passes an ST_TaskState.
 ///
-/// A rule reads as what the task does wrong, to be put behind the task's name. Pure functions, for any
-/// thread.
+/// The text of a rule says what the task does wrong. It follows the task's name. These are pure functions,
+/// for any thread.
 namespace TaskRules
 {
 /// What is known about one task.
@@ -32,8 +32,7 @@ constexpr const char* STILL_RUNS = "still runs";
 /// The rule that the task breaks if a run begins now; null if the run is allowed.
 const char* CheckBegin(const ST_TaskState& _stTask, std::chrono::nanoseconds _nsNow);
 
-/// The rule that the task breaks when its removal, its stop or the shutdown returns; null if it may be as it
-/// is.
+/// The rule that the task breaks when its removal, its stop or the shutdown returns; null if it breaks none.
 const char* CheckRemoved(const ST_TaskState& _stTask);
 
 /// Whether the task, which was not removed, has had all its runs.

@@ -106,8 +106,8 @@ TEST_F(SchedulerReplayTest, ExhaustiveSearchRunsEachScheduleOnce)
         setHashes.insert(clsScheduler.Run(0, funBody).m_uiHash);
         ++uiSchedules;
     } while (clsStrategy.GoOn());
-    // The other thread begins and writes twice: these three steps among the three of the first thread that
-    // starts it and writes twice, of which 6!/(3! 3!) orders there are.
+    // Each thread has three steps: the first one starts the other and writes twice, and the other begins and
+    // writes twice. They have 6!/(3! 3!) orders.
     EXPECT_EQ(uiSchedules, 20U);
     EXPECT_EQ(setHashes.size(), 20U);
 }

@@ -1,9 +1,9 @@
 """The faults to find: each is put into a copy of one source of the product.
 
-An edit is (text, replacement); the text occurs in the source exactly once. scripts/checks/schedules.sh looks for the
-fault with the scenario and the strategy. "seen" is how the expected failure begins, or several such beginnings.
+An edit is (text, replacement). The text occurs in the source exactly once. scripts/checks/schedules.sh searches for the
+fault with the scenario and the strategy. "seen" is the beginning of the expected failure, or several such beginnings.
 
-  faults.py    checks that each text occurs once, which takes a second and builds nothing
+  faults.py    checks that each text occurs once; takes a second and builds nothing
 """
 import pathlib
 import sys
@@ -36,15 +36,15 @@ def fault(name, source, *edits, scenario, strategy, seen):
 
 FAULTS = [
     # Notifications.
-    fault("a queued id notifies nobody", DISPATCH,
+    fault("a queued id causes no notification", DISPATCH,
           ("    AppendWaitingTask(lstTaskId);\n    m_cvWaitingTasks.notify_one();\n", "    AppendWaitingTask(lstTaskId);\n"),
           scenario="submit-and-run", strategy="random",
           seen="A was queued 1 times and ran 0"),
-    fault("a hand-over notifies nobody", WORKER,
+    fault("a hand-over causes no notification", WORKER,
           ("    m_funFunction = _funJob;\n    m_cvFunction.notify_one();\n", "    m_funFunction = _funJob;\n"),
           scenario="submit-and-run", strategy="random",
           seen=("A was queued 1 times and ran 0", "B was queued 1 times and ran 0")),
-    fault("the end of the pool notifies nobody", DISPATCH,
+    fault("the end of the pool causes no notification", DISPATCH,
           ("    }\n    m_cvWaitingTasks.notify_one();\n", "    }\n"),
           scenario="submit-and-run", strategy="random",
           seen="the service threads end late"),
@@ -372,6 +372,32 @@ FAULTS = [
            "const bool bCurrent = true;"),
           scenario="kit-continue-against-removal", strategy="random",
           seen="a step begins after its removal"),
+    fault("a removal of the kit forgets the runs that it leaves", KIT + "PoolHubQueue.h",
+          ("        --_clsGroup.m_uiActive;\n        _clsRemoved.Add(*pTask);\n    }\n",
+           "        _clsRemoved.Add(*pTask);\n    }\n    _clsGroup.m_uiActive = 0;\n"),
+          scenario="kit-keeps-the-limit", strategy="random",
+          seen="more tasks run than the owner's limit"),
+    fault("a run of the kit lets no held task start", KIT + "PoolHubWorkers.h",
+          ("    Deactivate(clsGroup);\n", "    --clsGroup.m_uiActive;\n"),
+          scenario="kit-keeps-the-limit", strategy="random",
+          seen="a task that was held does not run"),
+    fault("a removal of the kit leaves what starts later", KIT + "PoolHubQueue.h",
+          ("    while (CLS_QueuedTask* const pTask = _clsGroup.m_chnDelayed.GetFirst())\n"
+           "    {\n        Undelay(*pTask);\n        _clsRemoved.Add(*pTask);\n    }\n", ""),
+          scenario="kit-remove-later", strategy="random",
+          seen=("the callable of A outlives its removal", "A begins after its removal has returned")),
+    fault("a trigger of the kit's debounce is forgotten during a run", KIT + "CLS_DebounceCore.h",
+          ("            m_bTriggered = true;\n            if (m_pPending == stTied.m_pStop)\n            {\n"
+           "                return true;\n            }\n",
+           "            if (m_pPending == stTied.m_pStop)\n            {\n                return true;\n            }\n"
+           "            m_bTriggered = true;\n"),
+          scenario="kit-debounce-runs-the-last", strategy="random",
+          seen="the last trigger leads to no run"),
+    fault("a run of the kit's debounce notes its triggers late", KIT + "CLS_DebounceCore.h",
+          ("            m_bTriggered = false;\n", ""),
+          ("        m_bRunning = false;\n        const", "        m_bRunning = false;\n        m_bTriggered = false;\n        const"),
+          scenario="kit-debounce-runs-the-last", strategy="random",
+          seen="the last trigger leads to no run"),
 ]
 
 

@@ -10,7 +10,7 @@ Prints how many seeds each fault took. Fails if:
   - the failure differs from the one that the fault names
   - the seed that found it does not repeat the failure in another process
   - one of these seeds fails without any fault
-  - there are too few faults to tell
+  - the list has too few faults
 """
 import argparse
 import concurrent.futures
@@ -50,7 +50,7 @@ def must(command, folder):
 
 
 class Build:
-    """The commands that build the program, to build it again with one source replaced."""
+    """The commands that build the program, so that it can be built again with one source replaced."""
 
     def __init__(self, folder):
         self.folder = folder
@@ -99,7 +99,7 @@ def read_counts(line):
 
 
 def look(build, fault, number, seeds, longest, *words):
-    """What finds the fault, a row for each scenario and strategy; 0 is a first seed that does not lead to it."""
+    """A row for each scenario and strategy that finds the fault. 0 stands for a first seed that does not find it."""
     program = str(build.make(fault, number))
     done = run([program, "--measure", str(BASES), "--seeds", str(seeds), *words], build.folder, longest)
     return program, [read_counts(line) for line in done.stdout.splitlines() if " : " in line]
@@ -113,7 +113,7 @@ def repeats(program, scenario, strategy, counts, failure):
 
 
 def check(build, fault, number):
-    """The most seeds that it took; None if the fault is not found."""
+    """The largest number of seeds that it took; None if the fault is not found."""
     program, rows = look(build, fault, number, SEEDS, LONGEST,
                          "--scenario", fault["scenario"], "--strategy", fault["strategy"])
     if len(rows) != 1 or not all(rows[0][2]):
@@ -145,7 +145,7 @@ def passes(build, scenario, strategy, seeds):
 def measure(build, fault, number):
     """The scenario and strategy that find the fault soonest, from every first seed."""
     _, rows = look(build, fault, number, MEASURED_SEEDS, LONGEST_MEASURE)
-    # Of equals, the first.
+    # The first of equal ones.
     found = [(statistics.median(counts), place, scenario, strategy, failure)
              for place, (scenario, strategy, counts, failure) in enumerate(rows)
              if not strategy.startswith("exhaustive") and all(counts)]

@@ -4,7 +4,7 @@
 
 namespace
 {
-/// A sentence when the two differ.
+/// An error line if the two differ; else "".
 std::string Compare(const std::string& _strWhat, std::int64_t _iIs, std::int64_t _iShould)
 {
     if (_iIs == _iShould)
@@ -16,7 +16,7 @@ std::string Compare(const std::string& _strWhat, std::int64_t _iIs, std::int64_t
 
 using Row = std::vector<ST_Figures>;
 
-/// The lowest value of a quarter of the row, counted from 0.
+/// The lowest value of a quarter of the sets. Quarters are numbered from 0.
 std::int64_t FindLowest(const Row& _vecFigures, std::size_t _uiQuarter, std::int64_t ST_Figures::*_pFigure)
 {
     const std::size_t uiBegin = _vecFigures.size() * _uiQuarter / 4;
@@ -29,7 +29,7 @@ std::int64_t FindLowest(const Row& _vecFigures, std::size_t _uiQuarter, std::int
     return iLowest;
 }
 
-/// A sentence when the figure has grown by more than the noise.
+/// An error line if the figure has grown by more than the noise; else "".
 std::string JudgeOne(const std::string& _strWhat, const Row& _vecFigures, std::int64_t ST_Figures::*_pFigure,
                      std::int64_t _iNoise)
 {

@@ -12,7 +12,7 @@ ST_Figures MakeBefore()
     return stBefore;
 }
 
-/// Figures with which nothing is wrong.
+/// Figures without an error.
 ST_Figures MakeSound()
 {
     ST_Figures stSound = MakeBefore();
@@ -27,7 +27,7 @@ std::string Judge(const ST_Figures& _stFigures)
     return CLS_Growth(MakeBefore()).Judge(_stFigures);
 }
 
-/// A row of heap and resident memory that grows evenly, by _iStep from one set of figures to the next.
+/// Sets of figures whose heap and resident memory grow by _iStep from one set to the next.
 std::vector<ST_Figures> MakeRow(std::size_t _uiLength, std::int64_t _iStep)
 {
     std::vector<ST_Figures> vecRow(_uiLength, MakeSound());
@@ -77,7 +77,7 @@ TEST(GrowthTest, NoiseIsNoGrowth)
         vecRow[i].m_iResident += CLS_Growth::RESIDENT_NOISE;
     }
     EXPECT_EQ("", CLS_Growth::JudgeTrend(vecRow));
-    vecRow[7].m_iHeap *= 2; // a peak that goes again
+    vecRow[7].m_iHeap *= 2; // a temporary peak
     vecRow[6].m_iResident *= 2;
     EXPECT_EQ("", CLS_Growth::JudgeTrend(vecRow));
 }

@@ -1,8 +1,9 @@
-// Runs many tasks through the host kit, as a host that opens the library by name does, and watches the
-// memory:
+// Runs many tasks through the host kit, as a host that opens the library by name, and measures the memory:
+//
 //   zel_kit_soak_host LIBRARY TASKS
-// Prints tasks and resident memory, a line for each hundredth of the way, as comma-separated values. Ends
-// with status 1 when the memory after the first 100,000 tasks grows by more than 8 MiB.
+//
+// Prints the number of tasks and the resident memory as comma-separated values, a hundred lines in all. Exits
+// with status 1 if the memory grows by more than 8 MiB after the first 100,000 tasks.
 
 #include "QuenHost/CLS_LoopTask.h"
 #include "QuenHost/SubmitForResult.h"
@@ -21,7 +22,7 @@ namespace
 constexpr std::int64_t FIRST_TASKS = 100000;
 constexpr std::int64_t MOST_GROWTH = std::int64_t{8} << 20;
 
-/// Lets so many tasks be on their way.
+/// Limits the number of tasks that are submitted and have not run.
 class CLS_Turns
 {
 public:
@@ -45,7 +46,7 @@ private:
     int m_iTurns = 1000;
 };
 
-/// What a task of a host captures: a kibibyte, and its turn.
+/// The captures of a task: a kibibyte, and its turn.
 class CLS_Work
 {
 public:
@@ -57,8 +58,8 @@ private:
     std::array<char, 1024> m_arrData;
 };
 
-/// Every kind of task that the kit has, a thousand of them: one in ten with a result, one in a hundred that
-/// throws, the last ones removed with their owner.
+/// Submits a thousand tasks of all kinds. One in ten has a result, and one in a hundred throws. The last ones
+/// are removed with their owner.
 void RunThousand(const CLS_PoolScope& _clsPool, CLS_Turns& _clsTurns)
 {
     CLS_TaskOwner clsOwner(_clsPool, "soak", [](const ST_TaskFailure&) {});
@@ -74,7 +75,7 @@ void RunThousand(const CLS_PoolScope& _clsPool, CLS_Turns& _clsTurns)
         const auto funThrow = [clsWork]
         {
             clsWork();
-            throw std::runtime_error("as it should");
+            throw std::runtime_error("thrown on purpose");
         };
         const bool bTaken = i % 10 == 0    ? SubmitForResult(clsOwner, funResult, "result").valid()
                             : i % 100 == 1 ? clsOwner.Submit(funThrow, "thrower")

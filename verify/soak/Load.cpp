@@ -10,14 +10,14 @@ namespace
 constexpr int TASKS_PER_BATCH = 100;
 constexpr std::size_t MOST_OWNERS = 50;
 
-/// Every fourth owner goes as soon as its tasks are queued, and takes those with it that have not run.
+/// Every fourth owner removes its tasks as soon as they are queued.
 constexpr std::size_t BATCHES_PER_HASTY_OWNER = 4;
 
 /// Loop intervals, in milliseconds: 200, 201 ... 2199 and again from the start.
 constexpr std::size_t SHORTEST_INTERVAL = 200;
 constexpr std::size_t INTERVALS = 2000;
 
-/// What a callable carries along, so that one that is lost makes a difference.
+/// The size of a callable's captures, so that a lost callable is visible.
 struct ST_Load
 {
     CLS_LiveCopy m_clsCopy;
@@ -85,7 +85,7 @@ CLS_Submitter::Owner CLS_Submitter::SubmitBatch()
     return pOwner;
 }
 
-/// Waits for the owner's tasks first: nothing was removed, so all of them have to run.
+/// First waits for the owner's tasks. None was removed, so all of them must run.
 void CLS_Submitter::RemoveOldestOwner()
 {
     const Owner pOwner = m_deqOwners.front();

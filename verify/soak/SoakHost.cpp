@@ -1,8 +1,10 @@
-// Uses the pool for a long time, as a linked host does, and measures memory, threads and descriptors:
+// Uses the pool for a long time as a linked host, and measures memory, threads and descriptors:
+//
 //   zel_soak_host [--seconds 3600] [--tasks 10000000] [--loops 3000] [--submitters 3] [--samples 60]
 //                 [--sweep 1000]
-// Sweeps finished tasks every --sweep milliseconds; 0 is never, and fails. Ends with status 1 when something
-// grows that should not.
+//
+// Sweeps finished tasks every --sweep milliseconds. With 0, it does not sweep, and fails. Exits with status 1
+// if something grows.
 
 #include "QuenHost/TaskSweep.h"
 #include "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool.h"
@@ -33,7 +35,7 @@ public:
         }
     }
 
-    /// What is wrong; empty when nothing is.
+    /// Runs the soak. Returns the errors; empty for none.
     std::string Run()
     {
         PrintHead();
@@ -82,7 +84,7 @@ private:
         }
     }
 
-    /// Takes the figures once the last workers are through with their tasks.
+    /// Takes the figures when the last workers have finished their tasks.
     void Sample()
     {
         ST_Figures stFigures;
@@ -92,7 +94,7 @@ private:
             stFigures = TakeFigures();
             return m_clsGrowth.Judge(stFigures).empty();
         };
-        // Without sweeps there is nothing to wait for.
+        // Without sweeps, there is nothing to wait for.
         if (!WaitUntil(funSettled, m_msSweep.count() > 0 ? WAIT_LIMIT : std::chrono::seconds(1)))
         {
             m_strWrong = m_clsGrowth.Judge(stFigures);
@@ -101,7 +103,7 @@ private:
         Print(stFigures);
     }
 
-    /// Ends the pool; everything has to be as it was before.
+    /// Shuts the pool down. Then everything must be as before its start.
     void End()
     {
         for (const auto& pSubmitter : m_vecSubmitters)
@@ -114,7 +116,7 @@ private:
         const auto funGone = [&]
         {
             stFigures = TakeFigures();
-            stFigures.m_iThreads += CLS_Growth::SERVICE_THREADS; // none is left; one each would be right
+            stFigures.m_iThreads += CLS_Growth::SERVICE_THREADS; // none is left, but Judge expects them
             return m_clsGrowth.Judge(stFigures).empty();
         };
         if (!WaitUntil(funGone))
@@ -183,7 +185,7 @@ private:
     std::vector<std::unique_ptr<CLS_Submitter>> m_vecSubmitters;
     std::vector<ST_Figures> m_vecFigures;
     std::string m_strWrong;
-    const CLS_Growth m_clsGrowth; ///< knows how it was before the pool
+    const CLS_Growth m_clsGrowth; ///< knows the figures before the pool
 };
 } // namespace
 

@@ -29,8 +29,8 @@ struct ST_Entry
     const int m_iInterval; ///< of a loop task, in milliseconds
 
     std::atomic<bool> m_bAccepted{false}; ///< the submission has returned
-    std::atomic<bool> m_bDoomed{false};   ///< a removal has begun: the task need not run any more
-    std::atomic<bool> m_bEnded{false};    ///< a removal has returned: the task must not begin any more
+    std::atomic<bool> m_bDoomed{false};   ///< a removal has begun: the task need not run
+    std::atomic<bool> m_bEnded{false};    ///< a removal has returned: the task must not begin
     std::atomic<bool> m_bOverran{false};  ///< a run outlasted a removal's wait: the rules no longer bind it
 
     std::atomic<int> m_iQueued{0}; ///< how often the host queued it

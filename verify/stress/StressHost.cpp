@@ -1,8 +1,7 @@
 // Performs random operations on the pool from several threads and compares the results with a simple model:
 //   zel_stress_host [--seed N] [--seconds 10] [--operations 0] [--threads 4]
-// Ends after that many seconds or, if given, that many operations. Without a seed it chooses one at random
-// and prints it. With one thread, the seed decides the operations; with more, the system decides their
-// order.
+// Ends after that many seconds or, if given, that many operations. Without a seed, it chooses a random one
+// and prints it. With one thread, the seed decides the operations. With more, the system decides their order.
 
 #include "tests/support/FastSleep.h"
 #include "tests/support/LogRecorder.h"

@@ -14,7 +14,7 @@
 class CLS_SweepPoint
 {
 public:
-    /// _iAllocation is 1 for the operation's first; 0 for none.
+    /// _iAllocation is 1 for the operation's first allocation, and 0 for none.
     explicit CLS_SweepPoint(int _iAllocation) : m_iAllocation(_iAllocation) {}
 
     /// Runs the operation and lets the point's allocation on that thread fail. Returns whether it failed. An
@@ -22,12 +22,12 @@ public:
     bool Fail(const std::function<void()>& _funOperate,
               std::thread::id _idThread = std::this_thread::get_id());
 
-    /// The same on the calling thread for an operation that lets std::bad_alloc pass: whether it did. It must
-    /// if, and only if, the allocation failed.
+    /// The same on the calling thread for an operation from which std::bad_alloc propagates. Returns whether
+    /// it threw. It must throw if, and only if, the allocation failed.
     bool FailAndThrow(const std::function<void()>& _funOperate);
 
-    /// The same for an operation of two kinds of failure. Whether the allocation failed; whether the
-    /// exception passed goes to _bThrown.
+    /// The same for an operation that may either throw or handle the failure. Returns whether the allocation
+    /// failed. _bThrown becomes whether the operation threw.
     bool FailAndPerhapsThrow(const std::function<void()>& _funOperate, bool& _bThrown);
 
     bool HasFailed() const { return m_bFailed; }
@@ -40,9 +40,9 @@ private:
 /// Base of the sweeps. Each allocation of an operation fails in turn, the first, the second and so on, until
 /// the operation succeeds.
 ///
-/// Allocations of a log record, from its construction to the return of "PrintLog", do not fail: by contract,
-/// a record whose own emission fails ends the process. The texts that are made before a record are
-/// part of the sweep.
+/// Allocations of a log record do not fail, from its construction to the return of "PrintLog". By contract, a
+/// log record whose emission fails ends the process. Texts that are made before a log record are part of the
+/// sweep.
 class CLS_SweepFixture : public CLS_ShutdownFixture
 {
 public:
@@ -52,10 +52,11 @@ protected:
     void SetUp() override;
     void TearDown() override;
 
-    /// Sweeps an operation, and prints how many points it has. _funAttempt sets the scene, carries the
-    /// operation out at the point that it is given, checks what came of it, and tries again; after each
-    /// attempt everything is cleaned away, and nothing may be left allocated.
-    /// At least _iLeastPoints points are expected where every allocation is reached.
+    /// Sweeps an operation, and prints how many points it has.
+    ///
+    /// _funAttempt prepares the operation, runs it at the given point, checks the outcome, and tries again.
+    /// After each attempt, the fixture cleans up, and nothing may be left allocated. If every allocation is
+    /// reached, at least _iLeastPoints points are expected.
     void Sweep(const std::string& _strOperation, int _iLeastPoints,
                const std::function<void(CLS_SweepPoint&)>& _funAttempt);
 
@@ -69,18 +70,20 @@ protected:
         };
     }
 
-    /// The owner maps agree, what is queued or listed is registered, the waiting tasks are those that are
-    /// queued, and every idle worker is registered, unbound and in its order. For a pool that is at rest.
+    /// Checks an idle pool:
+    /// - the owner maps agree;
+    /// - queued and listed ids are registered, and exactly the queued tasks are waiting;
+    /// - every idle worker is registered, unbound and in its order.
     static void ExpectConsistent(CLS_QuenTaskPool& _clsPool);
 
-    /// Whether the queue had no memory to grow, which it survives: nothing failed then. For a still pool.
+    /// Whether the queue had no memory to grow. It survives that without a failure. For a still pool.
     static bool HasOverflow(CLS_QuenTaskPool& _clsPool)
     {
         const std::lock_guard<std::mutex> lock(PoolView::GetQueueLock(_clsPool));
         return !PoolView::GetOverflowIds(_clsPool).empty();
     }
 
-    /// Whether the pool runs a task that it is given. For a still pool.
+    /// Whether the pool runs a new task. For a still pool.
     bool RunsATask(CLS_QuenTaskPool& _clsPool);
 
     CLS_Counter m_clsRuns;

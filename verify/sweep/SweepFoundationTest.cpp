@@ -21,8 +21,8 @@ constexpr const char* TEXT = "a text that is too long for the text object itself
 class SweepFoundationTest : public CLS_SweepFixture
 {
 protected:
-    /// Sweeps an operation that lets std::bad_alloc pass: the parameters are as before, or as after the
-    /// operation when it passed, and it works when it is tried again.
+    /// Sweeps an operation from which std::bad_alloc propagates. After a failure, the parameters are
+    /// unchanged, and the operation succeeds when it is tried again.
     void SweepParameters(const std::string& _strOperation, int _iLeastPoints,
                          const std::function<void(CLS_Basic&)>& _funOperate)
     {

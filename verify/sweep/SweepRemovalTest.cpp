@@ -21,8 +21,8 @@ protected:
         return clsPool;
     }
 
-    /// What Stop records about a run that outlasts it, and, in place of the first record that could not be
-    /// made, the last of _vecFailure, if any.
+    /// Expects the log records of Stop about a run that outlasts it. The last of _vecFailure, if any, takes
+    /// the place of the first log record that could not be made.
     static void
     ExpectStopRecords(const HeldRun& _pRun, bool _bFailed,
                       const std::vector<::testing::Matcher<const LogRecorder::ST_Record&>>& _vecFailure)

@@ -16,8 +16,8 @@ constexpr const char* WATCHDOG = "FunTaskThreadWaitingOvertime";
 
 using SweepServicesTest = CLS_SweepFixture;
 
-/// The order in which the allocations of a service thread come must not depend on chance: what it is to do is
-/// there before it begins.
+/// The order of a service thread's allocations must not depend on chance. So its work is there before it
+/// begins.
 TEST_F(SweepServicesTest, DispatcherTriesUntilItHasItsWorkersAndEveryTaskRuns)
 {
     constexpr int TASKS = 3;

@@ -1,8 +1,8 @@
-"""Shows the check of the built file libraries with one fault each:
+"""Runs the check of the built file on libraries with one fault each:
 
     faulty_library_test.py FOLDER FAULT,... CHECK [OPTION...]
 
-FOLDER has a folder with such a library for each fault. CHECK and its options are what checks the real library.
+FOLDER has a folder with such a library for each fault. CHECK and its options are those for the real library.
 """
 import os
 import subprocess
@@ -17,7 +17,7 @@ RUNTIME = "/usr/lib/libc++.1.dylib"
 SYSTEM = "/usr/lib/libSystem.B.dylib"
 SHARED = "__ZNSt3__16thread4joinEv, __ZTISt9exception, ___gxx_personality_v0"
 
-# What the check says of each, beside what is right.
+# The lines that the check marks as wrong for each fault.
 WRONG = {
     "export-missing": ["exports that are missing: _UnInit instead of none"],
     "export-too-many": ["exports that are not on the list: _ZelAddition instead of none"],
@@ -52,7 +52,7 @@ WRONG = {
     "young-system": ["oldest macOS: 12.0.0 instead of 11.0.0"],
 }
 
-# The start of a line that may come on top: what a private runtime takes from the system is not ours to know.
+# The start of a line that may be added: the names that a private runtime takes from the system are unknown here.
 MAY_COME = {"private-runtime": "names that the oldest macOS may lack: "}
 
 

@@ -1,4 +1,4 @@
-"""Shows the check of the unpacked archive folders with one fault each:
+"""Runs the check of the unpacked archive on folders with one fault each:
 
     faulty_package_test.py FOLDER CHECK
 
@@ -39,7 +39,7 @@ class FaultyPackageTest(unittest.TestCase):
             file.write(text)
 
     def check(self):
-        """Exit status, what is wrong as text by point, and the errors."""
+        """The exit status, the wrong points with their texts, and the errors."""
         result = subprocess.run([sys.executable, CHECK, self.package, "--symbols", self.symbols, "--arch", "x86_64",
                                  "--without", "/home/builder"], capture_output=True, text=True)
         wrong = (line[6:].partition(": ") for line in result.stdout.splitlines() if line.startswith("WRONG "))

@@ -1,5 +1,5 @@
-// The layouts and numbers that the loader's functions rely on, as the headers of macOS have them. This is
-// compiled and never run.
+// Checks the layouts and numbers that the loader's functions rely on against the headers of macOS. It is only
+// compiled, never run.
 
 #include <cerrno>
 #include <clocale>

@@ -1,4 +1,4 @@
-// What a program for macOS meets under the loader. The expectations are those that macOS fulfils, too.
+// The behaviour of a program for macOS under the loader. macOS meets the same expectations.
 
 #include "tests/support/ChildProcess.h"
 #include "tests/support/TempFolder.h"
@@ -61,7 +61,7 @@ std::string TakeReason()
 std::atomic<int> g_iSignal{0};
 } // namespace
 
-/// In front of the system's function of the same name, for the libraries, too (MACHRUN_INTERPOSE).
+/// Replaces the system's function of the same name, also for the libraries (MACHRUN_INTERPOSE).
 extern "C" pid_t getpid()
 {
     return OWN_PROCESS_NUMBER;
@@ -149,7 +149,7 @@ TEST(DarwinLibraryTest, AFileThatIsNoLibraryIsRefused)
     const std::string strPath = clsFolder.GetPath("lib");
     std::ofstream(strPath) << std::string(5000, 'x');
     EXPECT_EQ(nullptr, dlopen(strPath.c_str(), RTLD_NOW));
-    EXPECT_THAT(TakeReason(), ::testing::EndsWith(" cannot be loaded: it is no 64-bit Mach-O file"));
+    EXPECT_THAT(TakeReason(), ::testing::EndsWith(" cannot be loaded: it is not a 64-bit Mach-O file"));
 }
 
 TEST(DarwinLibraryTest, PlacesAreNamed)

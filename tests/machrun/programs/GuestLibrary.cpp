@@ -1,4 +1,4 @@
-// A library that a program for macOS opens, to see what the loader does with it.
+// A library that a program for macOS opens to test the loader.
 
 #include <stdexcept>
 #include <string>
@@ -9,7 +9,7 @@ namespace
 {
 std::vector<std::string>* g_pEvents = nullptr;
 
-/// Notes the end of the library.
+/// Records the end of the library.
 struct ST_Object
 {
     ~ST_Object()

@@ -1,4 +1,4 @@
-// The kinds of characters. Mach-O code looks most of them up in a table.
+// The classes of characters. Mach-O code looks most of them up in a table.
 
 #include "tests/machrun/shims/Tables.h"
 
@@ -28,7 +28,7 @@ enum n_CharacterKind : std::uint32_t
 
 constexpr int TABLE_SIZE = 256;
 
-/// The table's layout, of which programs use the arrays.
+/// The table's layout. Programs use only the arrays.
 struct ST_Table
 {
     std::array<char, 8> m_arrMagic;
@@ -42,7 +42,7 @@ struct ST_Table
 };
 static_assert(sizeof(ST_Table) == 3208 && offsetof(ST_Table, m_arrKinds) == 60);
 
-/// As Linux's C locale has them, for characters that fit into the table.
+/// The classes of Linux's C locale, for characters that fit into the table.
 std::uint32_t GetKind(std::wint_t _uiCharacter)
 {
     struct ST_Test
@@ -83,7 +83,7 @@ ST_Table MakeTable()
     return stTable;
 }
 
-ST_Table g_stTable = MakeTable(); // the program's locale is set later
+ST_Table g_stTable = MakeTable(); // made before the program sets its locale
 
 bool IsInTable(int _iCharacter)
 {

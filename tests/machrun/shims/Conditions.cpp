@@ -1,5 +1,5 @@
-// Condition variables. Linux's does not fit into Darwin's, so it is made at the first use and held by a
-// pointer there.
+// Condition variables. Linux's object does not fit into Darwin's. So it is created at the first use, and
+// Darwin's object contains a pointer to it.
 
 #include "tests/machrun/shims/Inside.h"
 #include "tests/machrun/shims/Tables.h"
@@ -14,7 +14,7 @@ struct ST_Pointer
     pthread_cond_t* m_pLinux;
 };
 
-/// The Linux object; null when it was destroyed or never initialised.
+/// The Linux object; null if it was destroyed or never initialised.
 pthread_cond_t* GetCondition(Condition* _pCondition)
 {
     long iSignature = SIGNATURE_CONDITION;
@@ -25,7 +25,7 @@ pthread_cond_t* GetCondition(Condition* _pCondition)
     }
     while (_pCondition->m_iSignature == SIGNATURE_BEING_MADE)
     {
-        sched_yield(); // another thread is about to have it made
+        sched_yield(); // another thread is creating it
     }
     return _pCondition->m_iSignature == SIGNATURE_CONDITION_READY ? _pCondition->As<ST_Pointer>()->m_pLinux
                                                                   : nullptr;
@@ -36,7 +36,7 @@ int Destroy(Condition* _pCondition)
     long iSignature = SIGNATURE_CONDITION;
     if (_pCondition->m_iSignature.compare_exchange_strong(iSignature, SIGNATURE_NONE))
     {
-        return 0; // it was never used
+        return 0; // it was never created
     }
     pthread_cond_t* const pLinux = GetCondition(_pCondition);
     if (pLinux == nullptr)

@@ -1,4 +1,4 @@
-// What a program asks the dynamic loader.
+// The functions of the dynamic loader.
 
 #include "tests/machrun/CLS_Loader.h"
 #include "tests/machrun/shims/Tables.h"
@@ -52,7 +52,7 @@ const char* GetImageName(std::uint32_t _uiImage)
     return _uiImage < vecImages.size() ? vecImages[_uiImage]->GetPath().c_str() : nullptr;
 }
 
-/// Where an image keeps how to leave its functions, for the unwinder.
+/// The places of an image's tables for the unwinder.
 struct ST_UnwindSections
 {
     const void* m_pImage;
@@ -84,11 +84,11 @@ bool FindUnwindSections(const void* _pAddress, ST_UnwindSections* _pSections)
     return true;
 }
 
-/// Images refer to it as that which binds lazily, and descriptors of thread-local variables before they are
-/// filled in. Neither is left when code runs.
+/// Stands for the function that binds lazily, and for the function in a descriptor of a thread-local variable
+/// that is not set yet. All of these are replaced before code runs.
 [[noreturn]] void RefuseLateBinding()
 {
-    std::fputs("machrun: the program uses what was not bound\n", stderr);
+    std::fputs("machrun: the program uses a name that is not bound\n", stderr);
     std::abort();
 }
 } // namespace

@@ -5,7 +5,7 @@
 
 namespace
 {
-/// Linux's number and Darwin's, where they differ.
+/// Linux's and Darwin's numbers, where they differ.
 constexpr std::array<std::pair<int, int>, 51> NUMBERS{{
     {EAGAIN, 35},          {EDEADLK, 11},      {EINPROGRESS, 36},  {EALREADY, 37},     {ENOTSOCK, 38},
     {EDESTADDRREQ, 39},    {EMSGSIZE, 40},     {EPROTOTYPE, 41},   {ENOPROTOOPT, 42},  {EPROTONOSUPPORT, 43},

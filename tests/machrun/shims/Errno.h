@@ -2,8 +2,9 @@
 
 #include <cerrno>
 
-/// The numbers of errors, which the two systems do not share, and the errno of Mach-O code, which is another
-/// than this program's.
+/// Error numbers, and the errno of Mach-O code.
+///
+/// The two systems have different error numbers. The errno of Mach-O code is not that of this program.
 namespace Errno
 {
 int ToDarwin(int _iLinux);
@@ -12,11 +13,12 @@ int FromDarwin(int _iDarwin);
 /// The errno of the calling thread as Mach-O code sees it.
 int* GetDarwins() noexcept;
 
-/// Sets it, and gives the result of a call that has failed.
+/// Sets it, and returns the result of a failed call.
 int Fail(int _iLinux);
 } // namespace Errno
 
-/// While one lives, calls of Linux set this program's errno; at the end it is handed over, if it was set.
+/// Calls of Linux functions during its life set this program's errno. The destructor translates that errno
+/// for Mach-O code, if it was set.
 class CLS_ErrnoScope
 {
 public:

@@ -19,7 +19,7 @@
 
 namespace
 {
-/// Flags of Darwin and those of Linux.
+/// Flags of Darwin and of Linux.
 constexpr std::array<std::pair<int, int>, 8> OPEN_FLAGS{{{0x4, O_NONBLOCK},
                                                          {0x8, O_APPEND},
                                                          {0x100, O_NOFOLLOW},
@@ -66,7 +66,7 @@ int FolderFromDarwin(int _iFolder)
     return _iFolder == CURRENT_FOLDER ? AT_FDCWD : _iFolder;
 }
 
-/// The rights of a file that is made are passed as a variable argument.
+/// The access rights of a new file are a variable argument.
 int OpenInFolder(int _iFolder, const char* _szPath, int _iFlags, ...)
 {
     const CLS_ErrnoScope clsErrno;
@@ -128,7 +128,7 @@ int PollFiles(pollfd* _pFiles, unsigned int _uiCount, int _iMilliseconds)
     return poll(_pFiles, _uiCount, _iMilliseconds);
 }
 
-/// What stat gives on Darwin.
+/// The structure of stat on Darwin.
 struct ST_Facts
 {
     std::int32_t m_iDevice;
@@ -169,7 +169,7 @@ int Translate(int _iResult, const struct stat& _stLinux, ST_Facts* _pFacts)
     _pFacts->m_stRead = _stLinux.st_atim;
     _pFacts->m_stWritten = _stLinux.st_mtim;
     _pFacts->m_stChanged = _stLinux.st_ctim;
-    _pFacts->m_stMade = _stLinux.st_ctim; // Linux tells no other
+    _pFacts->m_stMade = _stLinux.st_ctim; // the closest that stat has on Linux
     _pFacts->m_iSize = _stLinux.st_size;
     _pFacts->m_iBlocks = _stLinux.st_blocks;
     _pFacts->m_iBlockSize = static_cast<std::int32_t>(_stLinux.st_blksize);
@@ -210,7 +210,7 @@ int SetRights(int _iFolder, const char* _szPath, mode_t _uiRights, int _iFlags)
                     (_iFlags & NOT_THROUGH_LINKS) != 0 ? AT_SYMLINK_NOFOLLOW : 0);
 }
 
-/// What readdir gives on Darwin.
+/// The structure of readdir on Darwin.
 struct [[gnu::packed]] ST_DirectoryEntry
 {
     std::uint64_t m_uiNumber;
@@ -241,7 +241,7 @@ ST_DirectoryEntry* ReadFolder(DIR* _pFolder)
     return &t_stEntry;
 }
 
-/// Copies what is in one open file into another. The C++ runtime copies files that way.
+/// Copies the contents of one open file into another. The C++ runtime copies files in this way.
 int CopyFile(int _iFrom, int _iTo, void* /*_pState*/, std::uint32_t /*_uiWhat*/)
 {
     const CLS_ErrnoScope clsErrno;
@@ -268,7 +268,7 @@ int FreeCopyState(void* _pState)
     return 0;
 }
 
-/// The address of a socket in the file system on Darwin, where its size comes first.
+/// The address of a socket in the file system on Darwin. Its size comes first.
 struct ST_SocketAddress
 {
     std::uint8_t m_uiSize;

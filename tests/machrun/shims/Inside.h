@@ -5,9 +5,10 @@
 #include <cstddef>
 #include <new>
 
-/// A lock or the like as Darwin lays it out: a signature that tells its state, and memory behind it. The
-/// Linux object stands there, if it fits. All zeros are a Linux object of the usual kind, and that is what
-/// Darwin's static initialisers leave behind the signature.
+/// A lock or a similar object in Darwin's layout: a signature, which is its state, and memory.
+///
+/// The memory contains the Linux object, if that fits. Darwin's static initialisers set the memory to zeros,
+/// and these are a Linux object of the usual kind.
 template <std::size_t SIZE>
 struct ST_Inside
 {
@@ -22,8 +23,8 @@ struct ST_Inside
     }
 };
 
-/// Darwin's signatures of objects with a static initialiser, and those of objects that were initialised by a
-/// call, which are this program's own.
+/// The signatures of objects. Those for static initialisers are Darwin's. Those for objects that a call
+/// initialised are this program's own.
 enum n_Signature : long
 {
     SIGNATURE_MUTEX = 0x32AAABA7,

@@ -1,4 +1,4 @@
-// What a process learns from Darwin's kernel about its threads and its memory.
+// The functions of Darwin's kernel that tell a process about its threads and its memory.
 
 #include "tests/machrun/shims/Tables.h"
 #include "tests/machrun/shims/Threads.h"
@@ -13,7 +13,7 @@ constexpr int NO_MORE_REGIONS = 1;
 
 std::uint32_t g_uiThisTask = 1; ///< any number will do
 
-/// A list of numbers, one a thread. The caller gives it back through FreeMemory.
+/// A list of numbers, one for each thread. The caller frees it with FreeMemory.
 int ListThreads(std::uint32_t /*_uiTask*/, std::uint32_t** _ppThreads, std::uint32_t* _pCount)
 {
     *_pCount = static_cast<std::uint32_t>(Threads::Count());
@@ -29,11 +29,10 @@ int FreeMemory(std::uint32_t /*_uiTask*/, void* _pMemory, std::uint64_t /*_uiSiz
 
 int ReleasePort(std::uint32_t /*_uiTask*/, std::uint32_t /*_uiPort*/)
 {
-    return 0; // the numbers of threads are no ports here
+    return 0; // the numbers of threads are not ports here
 }
 
-/// The first region of memory that ends behind an address. What is known about it beyond its place is not
-/// asked.
+/// The first region of memory that ends after an address. Programs use only its place.
 int FindRegion(std::uint32_t /*_uiTask*/, std::uint64_t* _pAddress, std::uint64_t* _pSize, int /*_iKind*/,
                void* /*_pFacts*/, std::uint32_t* /*_pFactCount*/, std::uint32_t* /*_pObject*/)
 {

@@ -17,7 +17,7 @@ namespace
 constexpr std::array<int, 7> CATEGORIES{LC_ALL,     LC_COLLATE, LC_CTYPE,   LC_MONETARY,
                                         LC_NUMERIC, LC_TIME,    LC_MESSAGES};
 
-/// The calling thread uses a locale while one lives. Null stands for the C locale, as on Darwin.
+/// During its life, the calling thread uses a locale. Null stands for the C locale, as on Darwin.
 class CLS_LocaleScope
 {
 public:
@@ -55,7 +55,7 @@ int FreeLocale(locale_t _pLocale)
     return 0;
 }
 
-/// What localeconv gives on Darwin, whose last members come in another order.
+/// The structure of localeconv on Darwin. Its last members have another order.
 struct ST_Conventions
 {
     std::array<char*, 10> m_arrTexts;
@@ -84,7 +84,7 @@ int GetLongestCharacter(locale_t _pLocale)
     return static_cast<int>(MB_CUR_MAX);
 }
 
-/// A Linux function with a locale as one more argument: &CLS_InLocale<&::strtod>::Call.
+/// A Linux function with a locale as an additional argument: &CLS_InLocale<&::strtod>::Call.
 template <auto FUN, typename T_Type = decltype(FUN)>
 struct CLS_InLocale;
 

@@ -1,5 +1,5 @@
-// Mutexes, locks with shared owners, and calls that are made once. As on macOS, those that were never
-// initialised or were destroyed are refused.
+// Mutexes, reader/writer locks, and calls that are made once. As on macOS, objects that were destroyed or
+// never initialised are refused.
 
 #include "tests/machrun/shims/Inside.h"
 #include "tests/machrun/shims/Tables.h"

@@ -1,4 +1,4 @@
-// Pages, the guard of stacks, and helpers that compilers call.
+// Pages, the stack guard, and helper functions that compilers call.
 
 #include "tests/machrun/shims/Tables.h"
 
@@ -8,7 +8,7 @@
 #include <sys/mman.h>
 #include <sys/random.h>
 
-// The division of the compiler's own library, for numbers of 128 bits. Only its address is used.
+// The division of 128-bit numbers in the compiler's own library. Only its address is used.
 extern "C" void __udivti3();
 
 namespace
@@ -18,7 +18,7 @@ constexpr int MAP_AT_ADDRESS = 0x10;
 constexpr int MAP_WITHOUT_FILE = 0x1000;
 constexpr int MAP_SHARING = 3; ///< both bits mean the same on both systems
 
-std::uintptr_t g_uiStackGuard = 0x5bd1e995cafef000; // no secret is kept here
+std::uintptr_t g_uiStackGuard = 0x5bd1e995cafef000; // need not be secret
 
 void* MapPages(void* _pWanted, std::size_t _uiSize, int _iAccess, int _iFlags, int _iFile, off_t _iOffset)
 {

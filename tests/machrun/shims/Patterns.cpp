@@ -1,4 +1,4 @@
-// Regular expressions, which GoogleTest looks for in what a process printed.
+// Regular expressions. GoogleTest matches the output of processes against them.
 
 #include "tests/machrun/shims/Tables.h"
 
@@ -8,7 +8,7 @@
 
 namespace
 {
-/// Darwin's. The flags that GoogleTest passes mean the same on both systems.
+/// Darwin's structure. The flags that GoogleTest passes mean the same on both systems.
 struct ST_Pattern
 {
     int m_iMagic;

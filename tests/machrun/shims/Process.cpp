@@ -1,4 +1,4 @@
-// What a process asks about itself and its children, and how it ends.
+// A process's questions about itself and its children, and its end.
 
 #include "tests/machrun/CLS_Loader.h"
 #include "tests/machrun/ExitHandlers.h"
@@ -77,7 +77,7 @@ pid_t WaitForChild(pid_t _iProcess, int* _pStatus, int _iOptions)
     return iResult;
 }
 
-/// The limits of a process have the same numbers but for those from memory on.
+/// The limits of a process have the same numbers up to that of memory.
 __rlimit_resource ToLimit(int _iDarwin)
 {
     return _iDarwin == LIMIT_FILES       ? RLIMIT_NOFILE

@@ -5,8 +5,7 @@
 #include <string>
 #include <vector>
 
-/// A name of the system's library, with its leading underscore, and what stands for it: a function or an
-/// object.
+/// A name of the system's library, with its leading underscore, and the function or object that replaces it.
 struct ST_Shim
 {
     template <typename T_Object>
@@ -21,7 +20,7 @@ struct ST_Shim
 
 using Shims = std::vector<ST_Shim>;
 
-/// A Linux function that hands its errno over in Darwin's numbering: &CLS_WithErrno<&::read>::Call.
+/// A Linux function that translates its errno into Darwin's numbers: &CLS_WithErrno<&::read>::Call.
 template <auto FUN, typename T_Type = decltype(FUN)>
 struct CLS_WithErrno;
 
@@ -38,7 +37,7 @@ struct CLS_WithErrno<FUN, T_Result (*)(T_Arguments...) noexcept(NOEXCEPT)>
 template <auto FUN>
 constexpr auto WITH_ERRNO = &CLS_WithErrno<FUN>::Call;
 
-/// A Linux function whose result is an error number, which it gives in Darwin's numbering.
+/// A Linux function that returns an error number, translated into Darwin's numbers.
 template <auto FUN, typename T_Type = decltype(FUN)>
 struct CLS_WithResult;
 

@@ -10,13 +10,13 @@
 
 namespace
 {
-/// Linux's number for each of Darwin's; 0 where it has none.
+/// Linux's number for each of Darwin's; 0 if it has none.
 constexpr std::array<int, 32> NUMBERS{
     0,       SIGHUP, SIGINT,  SIGQUIT, SIGILL,    SIGTRAP, SIGABRT,  0,       SIGFPE,  SIGKILL, SIGBUS,
     SIGSEGV, SIGSYS, SIGPIPE, SIGALRM, SIGTERM,   SIGURG,  SIGSTOP,  SIGTSTP, SIGCONT, SIGCHLD, SIGTTIN,
     SIGTTOU, SIGIO,  SIGXCPU, SIGXFSZ, SIGVTALRM, SIGPROF, SIGWINCH, 0,       SIGUSR1, SIGUSR2};
 
-/// What sigaction takes on Darwin.
+/// The structure of sigaction on Darwin.
 struct ST_Action
 {
     void* m_pHandler;
@@ -27,10 +27,10 @@ constexpr int ACTION_RESTARTS = 2;
 constexpr int ACTION_ONCE = 4;
 constexpr int ACTION_WITH_FACTS = 0x40;
 
-/// Null and 1 stand for the default and for nothing on both systems.
+/// On both systems, null stands for the default, and 1 for ignoring the signal.
 constexpr std::uintptr_t LAST_SPECIAL_HANDLER = 1;
 
-/// What the program wants to be called for each of Linux's signals.
+/// The program's handler for each of Linux's signals.
 std::array<std::atomic<void*>, NSIG> g_arrHandlers{};
 
 void CallHandler(int _iSignal)
@@ -123,7 +123,7 @@ void* SetHandler(int _iSignal, void* _pHandler)
 
 int SetThreadsMask(int _iHow, const std::uint32_t* _pNew, std::uint32_t* _pOld)
 {
-    constexpr std::array<int, 3> HOW{SIG_BLOCK, SIG_UNBLOCK, SIG_SETMASK}; // Darwin's begin with 1
+    constexpr std::array<int, 3> HOW{SIG_BLOCK, SIG_UNBLOCK, SIG_SETMASK}; // Darwin's numbers start at 1
     if (_iHow < 1 || _iHow > static_cast<int>(HOW.size()))
     {
         return EINVAL;

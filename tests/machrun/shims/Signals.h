@@ -2,7 +2,7 @@
 
 namespace Signals
 {
-/// The number of a signal; one that the other system does not have stays as it is.
+/// Translates the number of a signal. One that the other system does not have stays the same.
 int ToDarwin(int _iLinux);
 int FromDarwin(int _iDarwin);
 } // namespace Signals

@@ -1,4 +1,4 @@
-// The C library's streams. Mach-O code holds a pointer to one and never looks inside.
+// The C library's streams. Mach-O code keeps a pointer to a stream, and never reads its members.
 
 #include "tests/machrun/shims/Tables.h"
 

@@ -4,7 +4,8 @@
 
 namespace SystemNames
 {
-/// What stands for a name of the system's library, with its leading underscore; null when nothing does. Any
-/// thread may call.
+/// The replacement for a name of the system's library, with its leading underscore; null if there is none.
+///
+/// Threads: any.
 void* Find(const std::string& _strName);
 } // namespace SystemNames

@@ -2,7 +2,7 @@
 
 #include "tests/machrun/shims/Shim.h"
 
-/// What stands for the system's library, by subject. Each function is in the file of its name.
+/// The replacements for the system's library, by subject. Each function is in the file of its name.
 namespace Tables
 {
 const Shims& GetCharacters();
@@ -20,7 +20,8 @@ const Shims& GetStreams();
 const Shims& GetTexts();
 const Shims& GetThreads();
 
-/// Functions of the C library that mean the same on both systems, without the leading underscore: their types
-/// do not differ, nor do the constants that they take, and no caller looks at their errno.
+/// Functions of the C library that are the same on both systems, without the leading underscore.
+///
+/// Their types and constants are equal, and no caller reads their errno.
 const std::vector<const char*>& GetSame();
 } // namespace Tables

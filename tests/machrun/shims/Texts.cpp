@@ -1,4 +1,4 @@
-// Texts of errors, and numbers in texts.
+// Error texts, and numbers in texts.
 
 #include "tests/machrun/shims/Tables.h"
 
@@ -9,7 +9,7 @@
 
 namespace
 {
-/// Its text in Linux's words.
+/// The text is Linux's.
 const char* GetErrorText(int _iError, std::array<char, 128>& _arrText)
 {
     return strerror_r(Errno::FromDarwin(_iError), _arrText.data(), _arrText.size());

@@ -1,4 +1,4 @@
-// Threads, what they keep for themselves, and time.
+// Threads, thread-specific data, and time.
 
 #include "tests/machrun/shims/Threads.h"
 
@@ -16,13 +16,13 @@
 
 namespace
 {
-/// What macOS gives to every thread but the first.
+/// The stack size of every thread but the first on macOS.
 constexpr std::size_t STACK_SIZE = std::size_t{512} * 1024;
 
-/// A program for macOS never sees the key zero: the system's own come first.
+/// A program for macOS never receives the key zero: the first keys are the system's own.
 constexpr std::uint64_t FIRST_KEY = 256;
 
-/// Darwin's numbers of clocks, of which Linux has an equal.
+/// Darwin's numbers of the clocks that Linux has, too.
 constexpr std::array<std::pair<int, clockid_t>, 5> CLOCKS{{{0, CLOCK_REALTIME},
                                                            {4, CLOCK_MONOTONIC_RAW},
                                                            {6, CLOCK_BOOTTIME}, // counts sleep, as Darwin's
@@ -50,7 +50,7 @@ int StartThread(pthread_t* _pThread, const void* _pAttributes, void* (*_funThrea
 {
     if (_pAttributes != nullptr)
     {
-        return EINVAL; // C++ threads have none
+        return EINVAL; // C++ threads have no attributes
     }
     auto pStart = std::make_unique<ST_Start>(ST_Start{_funThread, _pArgument});
     pthread_attr_t stAttributes;
@@ -64,7 +64,7 @@ int StartThread(pthread_t* _pThread, const void* _pAttributes, void* (*_funThrea
     pthread_attr_destroy(&stAttributes);
     if (iResult == 0)
     {
-        static_cast<void>(pStart.release()); // the thread's
+        static_cast<void>(pStart.release()); // the thread owns it now
     }
     else
     {
@@ -90,7 +90,7 @@ int GetThreadName(pthread_t _idThread, char* _pName, std::size_t _uiSize)
     return Errno::ToDarwin(iResult);
 }
 
-/// The number of a thread all over the system. Only of the calling one: programs ask for no other.
+/// The system-wide number of the calling thread. Programs ask for no other.
 int GetThreadNumber(pthread_t _idThread, std::uint64_t* _pNumber)
 {
     if (_idThread != 0 && pthread_equal(_idThread, pthread_self()) == 0)
@@ -103,7 +103,7 @@ int GetThreadNumber(pthread_t _idThread, std::uint64_t* _pNumber)
 
 std::uint32_t GetKernelName(pthread_t _idThread)
 {
-    return static_cast<std::uint32_t>(_idThread >> 6) | 1; // any number that is the thread's alone
+    return static_cast<std::uint32_t>(_idThread >> 6) | 1; // any unique number
 }
 
 int MakeKey(std::uint64_t* _pKey, void (*_funDestroy)(void*))

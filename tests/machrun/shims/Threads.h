@@ -2,7 +2,10 @@
 
 namespace Threads
 {
-/// The threads of the program that run, the first included. One that was joined does not count any more;
-/// Linux may list it for a while. Any thread may call.
+/// The number of the program's running threads, including the first.
+///
+/// A joined thread does not count, although Linux may still list it.
+///
+/// Threads: any.
 int Count();
 } // namespace Threads

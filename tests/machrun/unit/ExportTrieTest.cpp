@@ -4,7 +4,7 @@
 
 namespace
 {
-/// A root with the edges "_an" and "_b". The first leads to a node that is no name and has the edges "swer"
+/// A root with the edges "_an" and "_b". The first leads to a node without a name, which has the edges "swer"
 /// and "y".
 const std::string TRIE("\0\2_an\0\x0b_b\0\x1a" // 0
                        "\0\2swer\0\x16y\0\x1a" // 11
@@ -63,8 +63,8 @@ TEST(ExportTrieTest, OtherNamesAreNotThere)
 
 TEST(ExportTrieTest, BrokenTreesAreRefused)
 {
-    EXPECT_EQ("it ends in the midst of a value", GetReason(std::string("\0", 1)));
-    EXPECT_EQ("a text has no end", GetReason(std::string("\0\1_a", 4)));
+    EXPECT_EQ("it ends in the middle of a value", GetReason(std::string("\0", 1)));
+    EXPECT_EQ("a text is not terminated", GetReason(std::string("\0\1_a", 4)));
     EXPECT_EQ("an offset leads past the end", GetReason(std::string("\0\1_a\0\x7f", 6)));
     EXPECT_EQ("an offset leads past the end", GetReason(std::string("\x7f\0", 2)));
     EXPECT_EQ("the export _a is of an unknown kind", GetReason(std::string("\0\1_a\0\6\2\x10\0\0", 10)));

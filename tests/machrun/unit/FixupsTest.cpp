@@ -76,8 +76,8 @@ TEST(FixupsTest, BadRebasesAreRefused)
     EXPECT_EQ("the fixup opcode 144 is unknown", GetRebaseReason({0x90}));
     EXPECT_EQ("fixups of type 2 are unknown", GetRebaseReason({0x12}));
     EXPECT_EQ("a fixup is in segment 1, which does not exist", GetRebaseReason({0x21, 0x00}));
-    EXPECT_EQ("it ends in the midst of a value", GetRebaseReason({0x20}));
-    EXPECT_EQ("it ends in the midst of a value", GetRebaseReason({0x20, 0x80}));
+    EXPECT_EQ("it ends in the middle of a value", GetRebaseReason({0x20}));
+    EXPECT_EQ("it ends in the middle of a value", GetRebaseReason({0x20, 0x80}));
     EXPECT_EQ("a fixup lies outside of the image", GetRebaseReason({0x20, 0xf9, 0x1f, 0x51}));
     EXPECT_EQ("a fixup lies outside of the image", GetRebaseReason({0x20, 0xf8, 0x1f, 0x52}));
     EXPECT_EQ("a fixup is repeated at one place",
@@ -107,7 +107,7 @@ TEST(FixupsTest, BadBindsAreRefused)
     EXPECT_EQ("the fixup opcode 209 is unknown", GetBindReason({0xd1}));
     EXPECT_EQ("fixups of type 3 are unknown", GetBindReason({0x53}));
     EXPECT_EQ("a fixup is in segment 15, which does not exist", GetBindReason({0x7f, 0x00}));
-    EXPECT_EQ("a text has no end", GetBindReason({0x40, 'a'}));
+    EXPECT_EQ("a text is not terminated", GetBindReason({0x40, 'a'}));
     EXPECT_EQ("a fixup lies outside of the image", GetBindReason({0x40, 'a', 0, 0x70, 0x80, 0x20, 0x90}));
 }
 } // namespace

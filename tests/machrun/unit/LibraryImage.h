@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
-/// The bytes of a small library for macOS that is right in every respect: one segment with one section, an
-/// export
-/// "_answer", a pointer to itself, and a pointer to "_malloc" of the system's library. A test spoils a part
-/// and makes the file then.
+/// The bytes of a small, correct library for macOS.
+///
+/// It has one segment with one section, an export "_answer", a pointer to itself, and a pointer to "_malloc"
+/// of the system's library. A test spoils a part, and then makes the file.
 class CLS_LibraryImage
 {
 public:
@@ -26,7 +26,7 @@ public:
         std::memcpy(m_stSection.m_arrName.data(), "__data", 6);
     }
 
-    /// The file as the parts say it.
+    /// Makes the file from the parts.
     Bytes Make() const
     {
         Bytes vecCommands;
@@ -51,13 +51,13 @@ public:
         return vecFile;
     }
 
-    /// One more load command, of which the file has no more than the beginning.
+    /// Adds a load command. The file has only its beginning.
     void AddCommand(std::uint32_t _uiCommand, std::uint32_t _uiSize)
     {
         Append(m_vecMoreCommands, MachO::ST_Command{_uiCommand, _uiSize});
     }
 
-    /// One more segment, without any right of access, with one section.
+    /// Adds a segment without any access rights, with one section.
     void AddSegment(std::uint64_t _uiAddress, std::uint32_t _uiSectionType)
     {
         MachO::ST_SegmentCommand stSegment = m_stSegment;
@@ -71,7 +71,7 @@ public:
         Append(m_vecMoreCommands, stSection);
     }
 
-    /// Makes a program of it, which exits with the status.
+    /// Turns it into a program that exits with the status.
     void MakeProgram(std::uint8_t _uiStatus)
     {
         m_stHeader.m_uiFileType = MachO::FILE_PROGRAM;
@@ -103,9 +103,9 @@ public:
     std::uint32_t m_uiLibraryName = sizeof(MachO::ST_LibraryCommand);
     Bytes m_vecRebases{0x11, 0x20, 0x80, 0x1e, 0x51, 0};
     Bytes m_vecBinds = ToBytes(std::string("\x11\x51\x40_malloc\0\x70\x88\x1e\x90\0", 16));
-    /// A root with one edge to a node that says: no flags, at the first pointer.
+    /// A root with one edge to a node without flags, whose place is the first pointer.
     Bytes m_vecExports = ToBytes(std::string("\0\1_answer\0\x0b\x03\0\x80\x1e\0", 16));
-    std::uint32_t m_uiExtraExports = 0; ///< by which the exports are said to be longer
+    std::uint32_t m_uiExtraExports = 0; ///< added to the size of the exports in the command
     Bytes m_vecMoreCommands;
     Bytes m_vecCode;
 
@@ -133,7 +133,7 @@ private:
         Append(_vecCommands, vecName);
     }
 
-    /// The fixups come behind the segment, in the order of their kinds.
+    /// The fixups come after the segment, in the order of their kinds.
     void AppendFixups(Bytes& _vecCommands) const
     {
         const auto uiRebases = static_cast<std::uint32_t>(SEGMENT_SIZE);

@@ -10,7 +10,7 @@ namespace
 {
 using Bytes = CLS_LibraryImage::Bytes;
 
-/// Why the file cannot be loaded; empty when it can.
+/// The reason why the file cannot be loaded; empty if it can.
 std::string GetReason(const Bytes& _vecFile)
 {
     const std::string strStart = "'lib' cannot be loaded: ";
@@ -32,7 +32,7 @@ std::string GetReason(const CLS_LibraryImage& _clsImage)
     return GetReason(_clsImage.Make());
 }
 
-/// A universal file with one slice, whose offset and size may be other than they should be.
+/// A universal file with one slice, whose size is wrong by _uiExtraSize.
 Bytes MakeUniversal(std::uint32_t _uiCpu, const Bytes& _vecSlice, std::uint32_t _uiExtraSize = 0)
 {
     constexpr std::uint32_t OFFSET = 0x1000;
@@ -98,8 +98,8 @@ TEST(MachOFileTest, NoChangedByteDoesMoreThanHaveTheFileRefused)
 
 TEST(MachOFileTest, OtherFilesAreRefused)
 {
-    EXPECT_EQ("it ends in the midst of a value", GetReason(Bytes()));
-    EXPECT_EQ("it is no 64-bit Mach-O file", GetReason(Bytes(5000, 'x')));
+    EXPECT_EQ("it ends in the middle of a value", GetReason(Bytes()));
+    EXPECT_EQ("it is not a 64-bit Mach-O file", GetReason(Bytes(5000, 'x')));
     CLS_LibraryImage clsImage;
     clsImage.m_stHeader.m_uiFileType = 1;
     EXPECT_EQ("it is neither a program nor a library", GetReason(clsImage));
@@ -127,7 +127,7 @@ TEST(MachOFileTest, ProgramWithAnAddressOfItsOwnIsRefused)
 {
     CLS_LibraryImage clsImage;
     clsImage.m_stHeader.m_uiFileType = MachO::FILE_PROGRAM;
-    EXPECT_EQ("the program must stand at an address of its own", GetReason(clsImage));
+    EXPECT_EQ("the program requires a fixed address", GetReason(clsImage));
     clsImage.m_stHeader.m_uiFlags = MachO::FLAG_ANY_ADDRESS;
     EXPECT_EQ("", GetReason(clsImage));
 }
@@ -142,7 +142,7 @@ TEST(MachOFileTest, BadLoadCommandsAreRefused)
     EXPECT_EQ("a part runs past the end", GetReason(clsLong));
     CLS_LibraryImage clsMany;
     clsMany.m_stHeader.m_uiCommands = 1;
-    EXPECT_EQ("it ends in the midst of a value", GetReason(clsMany));
+    EXPECT_EQ("it ends in the middle of a value", GetReason(clsMany));
     CLS_LibraryImage clsAllPastEnd;
     clsAllPastEnd.m_stHeader.m_uiCommandsSize = 0x7fffffff;
     EXPECT_EQ("a part runs past the end", GetReason(clsAllPastEnd));
@@ -155,7 +155,7 @@ TEST(MachOFileTest, UnknownLoadCommandIsRefusedWhenItIsRequired)
     EXPECT_EQ("", GetReason(clsImage));
     CLS_LibraryImage clsRequired;
     clsRequired.AddCommand(0x80000034, 8);
-    EXPECT_EQ("load command 0x80000034 is required and unknown to this loader", GetReason(clsRequired));
+    EXPECT_EQ("load command 0x80000034 is required, but unknown to this loader", GetReason(clsRequired));
 }
 
 TEST(MachOFileTest, BadSegmentsAreRefused)
@@ -184,7 +184,7 @@ TEST(MachOFileTest, BadSectionsAreRefused)
     EXPECT_EQ("section __data lies outside of its segment", GetReason(clsOutside));
     CLS_LibraryImage clsMany;
     clsMany.m_stSegment.m_uiSections = 2;
-    EXPECT_EQ("it ends in the midst of a value", GetReason(clsMany));
+    EXPECT_EQ("it ends in the middle of a value", GetReason(clsMany));
     CLS_LibraryImage clsOffsets;
     clsOffsets.m_stSection.m_uiFlags = MachO::SECTION_INITIALISER_OFFSETS;
     EXPECT_EQ("its initialisers are offsets, which this loader does not know", GetReason(clsOffsets));
@@ -232,7 +232,7 @@ TEST(MachOFileTest, FilesThatCannotBeReadAreNamed)
     EXPECT_EQ("'/nowhere/lib' cannot be opened: No such file or directory", funGetReason("/nowhere/lib"));
     const std::string strText = clsFolder.GetPath("text");
     std::ofstream(strText) << "short";
-    EXPECT_EQ("'" + strText + "' cannot be loaded: it ends in the midst of a value", funGetReason(strText));
+    EXPECT_EQ("'" + strText + "' cannot be loaded: it ends in the middle of a value", funGetReason(strText));
     EXPECT_FALSE(CLS_MachOFile::IsMachO(strText));
     EXPECT_FALSE(CLS_MachOFile::IsMachO("/nowhere/lib"));
 }

@@ -1,4 +1,4 @@
-// The loader as a program: what it says about files that it cannot run.
+// The loader as a program: its messages about files that it cannot run.
 
 #include "tests/machrun/unit/LibraryImage.h"
 #include "tests/support/ChildProcess.h"
@@ -40,7 +40,7 @@ protected:
         return RunChild(MACHRUN, {"--root", m_strRoot, _strProgram}, _mapEnvironment);
     }
 
-    /// Runs the program, which cannot be loaded, and gives the reason.
+    /// Runs the program, which cannot be loaded, and returns the reason.
     std::string GetReason()
     {
         const ST_ChildResult stResult = Run(Write(m_clsProgram, "program"));
@@ -95,9 +95,10 @@ TEST_F(MachrunTest, NamesTheRuntimesLibraryThatIsNotThere)
 TEST_F(MachrunTest, RefusesAFileThatIsNoProgram)
 {
     m_clsProgram = CLS_LibraryImage();
-    EXPECT_EQ("machrun: '" + m_strProgram + "' is no program\n", GetReason());
+    EXPECT_EQ("machrun: '" + m_strProgram + "' is not a program\n", GetReason());
     m_clsProgram.m_stHeader.m_uiMagic = 0;
-    EXPECT_EQ("machrun: '" + m_strProgram + "' cannot be loaded: it is no 64-bit Mach-O file\n", GetReason());
+    EXPECT_EQ("machrun: '" + m_strProgram + "' cannot be loaded: it is not a 64-bit Mach-O file\n",
+              GetReason());
 }
 
 TEST_F(MachrunTest, NamesAMissingLibraryItsUserAndWhereItWasLookedFor)
@@ -159,7 +160,7 @@ TEST_F(MachrunTest, RefusesABindOfALibraryThatDoesNotExist)
 {
     m_clsProgram.m_vecBinds[0] = 0x12;
     EXPECT_EQ("machrun: '" + m_strProgram +
-                  "' cannot be bound: a name is of library 2, which does not exist\n",
+                  "' cannot be bound: a name refers to library 2, which does not exist\n",
               GetReason());
 }
 

@@ -116,7 +116,7 @@ def main():
         good = violated == (number != STORES_IDLE) and good
     good = bool(report(OPERATIONS[STORES_IDLE] + " alone is relaxed", weaken(STORES_IDLE, "rlx"))) and good
     if weak:
-        # The shortest: a run that begins, and a Stop that reads the status from before it.
+        # The shortest violation: a run begins, and Stop reads the status from before the run.
         print("One of the violations with acquire and release:")
         print(describe(min(weak, key=lambda execution: execution.registers["found"] != WAITING)))
     wrong = ["a weaker access: " + access for access in find_weaker_accesses()] + find_other_accesses()

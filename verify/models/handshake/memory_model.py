@@ -13,8 +13,8 @@ INITIAL = -1  # the thread of the initial writes
 
 @dataclasses.dataclass(frozen=True)
 class Step:
-    """One instruction. Runs when the guard's register has one of its values, or there is no guard. A load that did not
-    run leaves its register without a value."""
+    """One instruction. It runs if it has no guard, or if the guard's register has one of the guard's values. A load
+    that does not run leaves its register without a value."""
     kind: str  # R, W, U (exchange) or F (fence)
     order: str  # na, rlx, acq_rel or sc; acquire for reads, release for writes
     place: str = ""
@@ -153,7 +153,7 @@ class Graph:
 
 
 def trace(number, steps, values, registers=None):
-    """Each way through a thread, as (events, registers): a read may yield whatever is written to its place."""
+    """Each path through a thread, as (events, registers). A read may yield any value that is written to its place."""
     registers = registers or {}
     if not steps:
         yield (), registers

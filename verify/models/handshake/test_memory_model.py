@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Textbook programs, and what the C++ memory model says about their weak outcomes."""
+"""Textbook programs, and whether the C++ memory model allows their weak outcomes."""
 import unittest
 
 from memory_model import exchange, fence, find_executions, load, store

@@ -1,6 +1,6 @@
-// What the compiler calls at every access to memory of code that is compiled with -fsanitize=thread. The
-// program is not linked with that sanitizer: these are the functions. An atomic access is a step; any other
-// one is looked at only for memory that was freed.
+// The functions that code compiled with -fsanitize=thread calls at every access to memory. The program is not
+// linked with that sanitizer, so these functions take its place. An atomic access is a step. Any other access
+// is only checked for memory that was freed.
 
 #include "verify/schedules/core/Memory.h"
 #include "verify/schedules/core/Scheduler.h"
@@ -12,7 +12,7 @@
 
 namespace
 {
-/// The compiler's numbers of the memory orders are those of the language.
+/// The compiler's numbers for the memory orders, which are those of the language.
 constexpr int SEQUENTIAL = static_cast<int>(std::memory_order_seq_cst);
 
 CLS_Scheduler* Reach(n_Step _iStep, const volatile void* _pPlace)
@@ -102,7 +102,7 @@ void Touch(const void* _pPlace, const char* _szAccess)
     Memory::CheckAccess(_pPlace, _szAccess);
 }
 
-/// What is freed is freed from its beginning to its end: a look at both ends of what is touched is enough.
+/// Checks only both ends of the accessed memory. That is enough, because blocks are freed as a whole.
 void TouchRange(const void* _pBegin, std::size_t _uiSize, const char* _szAccess)
 {
     if (_uiSize > 0)

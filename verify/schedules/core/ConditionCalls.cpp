@@ -1,4 +1,4 @@
-// The system's functions for condition variables, as a controlled thread calls them.
+// Replacements of the system's functions for condition variables, for controlled threads.
 
 #include "verify/schedules/core/Clocks.h"
 #include "verify/schedules/core/Scheduler.h"

@@ -4,7 +4,7 @@
 
 #include <functional>
 
-/// Runs one program under many schedules, until one fails.
+/// Runs a program under many schedules until one fails.
 class CLS_Exploration
 {
 public:
@@ -13,11 +13,12 @@ public:
     {
     }
 
-    /// Schedules of the seeds from _uiFirst on, _uiCount at most. True when none failed; else, and after the
-    /// last one, GetOutcome tells how it ended.
+    /// Runs the schedules of the _uiCount seeds from _uiFirst on. False if one fails.
+    ///
+    /// GetOutcome returns the outcome of the last one.
     bool RunSeeds(std::uint64_t _uiFirst, std::uint64_t _uiCount, const std::function<void()>& _funBody);
 
-    /// Schedules of the strategy that was given, which must be this one, _uiMost at most.
+    /// Runs at most _uiMost schedules of the strategy, which must be that of the constructor.
     bool RunAll(CLS_ExhaustiveStrategy& _clsStrategy, std::uint64_t _uiMost,
                 const std::function<void()>& _funBody);
 
@@ -25,7 +26,7 @@ public:
     std::uint64_t GetSeed() const { return m_uiSeed; } ///< of the last schedule
     std::uint64_t CountSchedules() const { return m_uiSchedules; }
     std::uint64_t CountSteps() const { return m_uiSteps; }
-    bool IsComplete() const { return m_bComplete; } ///< whether RunAll ran all that there are
+    bool IsComplete() const { return m_bComplete; } ///< whether RunAll has run every schedule
 
 private:
     bool RunOne(std::uint64_t _uiSeed, const std::function<void()>& _funBody);
@@ -38,5 +39,5 @@ private:
     bool m_bComplete = false;
 };
 
-/// For the program under a schedule: ends the schedule with this text unless it is so.
+/// Fails the running schedule with this text if the condition does not hold.
 void Require(bool _bSo, const std::string& _strOtherwise);

@@ -59,7 +59,7 @@ void CLS_Fiber::SwitchFrom(CLS_Fiber& _clsFrom)
 {
     _clsFrom.m_stExceptions = GetExceptions();
     GetExceptions() = m_stExceptions;
-    // Jumps take a twentieth of a full change of context, which asks the system for its signal mask.
+    // A jump takes a twentieth of the time of swapcontext, which asks the system for the signal mask.
     if (_setjmp(_clsFrom.m_stPlace) == 0)
     {
         if (m_bFresh)

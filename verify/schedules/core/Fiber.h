@@ -4,38 +4,37 @@
 #include <cstddef>
 #include <ucontext.h>
 
-/// A flow of control with a stack of its own. All of them share one thread of the system, so that switching
-/// takes nanoseconds and what runs is decided by the program alone.
+/// A flow of control with its own stack.
 ///
-/// Nothing is unwound when a fiber is left for good: what its frames own is lost.
+/// All fibers share one thread of the system. So a switch takes nanoseconds, and only the program decides
+/// which fiber runs. A fiber that is never resumed is not unwound: the objects in its frames are lost.
 class CLS_Fiber
 {
 public:
     using Body = void (*)();
 
-    /// The flow that makes it: a place to come back to.
+    /// Stands for the flow that creates it, so that fibers can switch back.
     CLS_Fiber() = default;
     ~CLS_Fiber();
     CLS_Fiber(const CLS_Fiber&) = delete;
     CLS_Fiber& operator=(const CLS_Fiber&) = delete;
 
-    /// From the next switch to it on, this fiber runs _funBody, which must not return. Its stack is kept from
-    /// one body to the next.
+    /// Sets the function that the fiber runs from the next switch on. It must not return. The stack is
+    /// reused.
     void Start(Body _funBody);
 
-    /// Leaves the calling flow, which _clsFrom stands for, and goes on with this one. Returns when somebody
-    /// switches back.
+    /// Switches from the calling flow, which is _clsFrom, to this one. Returns after a switch back.
     void SwitchFrom(CLS_Fiber& _clsFrom);
 
-    /// Whether the place is on the fiber's stack, and how far from its beginning.
+    /// Whether the place is on the fiber's stack. If so, sets its distance from the beginning.
     bool FindOnStack(const void* _pPlace, std::size_t& _uiDepth) const;
 
 private:
     static constexpr std::size_t STACK_SIZE = std::size_t{256} * 1024;
-    /// Below it, for a stack that runs over; pages of any size fit in.
+    /// The guard below the stack, which detects overflows. A page of any supported size fits.
     static constexpr std::size_t GUARD_SIZE = std::size_t{64} * 1024;
 
-    /// What the C++ run time keeps for a thread about its exceptions; as in its ABI.
+    /// The exception state that the C++ runtime keeps for each thread, as in its ABI.
     struct ST_Exceptions
     {
         void* m_pCaught = nullptr;
@@ -43,8 +42,8 @@ private:
     };
     static ST_Exceptions& GetExceptions();
 
-    char* m_pStack = nullptr; ///< with the guard
-    bool m_bFresh = false;    ///< started, and not yet switched to
+    char* m_pStack = nullptr; ///< including the guard
+    bool m_bFresh = false;    ///< it has a body that has not begun
     ucontext_t m_stContext{};
     jmp_buf m_stPlace{};
     ST_Exceptions m_stExceptions;

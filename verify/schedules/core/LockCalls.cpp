@@ -1,5 +1,5 @@
-// The system's functions for locks, as a controlled thread calls them. Outside of a schedule there is one
-// thread alone, and nothing to lock.
+// Replacements of the system's functions for locks, for controlled threads. Outside of a schedule, there is
+// only one thread, so they do nothing.
 
 #include "verify/schedules/core/Scheduler.h"
 

@@ -9,7 +9,7 @@
 #include <new>
 #include <sys/mman.h>
 
-// The beginning and the end of the program in memory; the linker knows them.
+// The beginning and the end of the program in memory. The linker defines these symbols.
 extern "C" const char __executable_start;
 extern "C" const char _end;
 
@@ -27,7 +27,7 @@ enum n_Granule : unsigned char
     GRANULE_FREED
 };
 
-/// Address space for everything that a schedule may ask for; the system gives it memory when it is touched.
+/// Address space for all memory of a schedule. The system backs a page with memory at the first access.
 struct ST_Arena
 {
     ST_Arena()
@@ -191,7 +191,7 @@ std::string Describe(const void* _pPlace)
 }
 } // namespace Memory
 
-// Stand in front of the C++ library's operators.
+// Replacements of the C++ library's operators.
 
 void* operator new(std::size_t _uiSize)
 {

@@ -6,12 +6,13 @@
 
 class CLS_Scheduler;
 
-/// The memory that the program under a schedule asks for. It comes from a place of its own, in the same order
-/// at the same addresses every time, and what is freed is not used again before the next schedule: so a touch
-/// of freed memory is noticed, and schedules repeat.
+/// Allocates memory for the program under a schedule.
+///
+/// Each schedule gets the same addresses in the same order, so that schedules can be repeated. Freed memory
+/// is not reused before the next schedule, so that an access to it is detected.
 namespace Memory
 {
-/// Forgets everything. For the beginning of a schedule.
+/// Frees everything, at the beginning of a schedule.
 void Reset();
 
 /// The number of blocks that are allocated and not freed.
@@ -19,14 +20,14 @@ std::size_t CountBlocks();
 
 bool IsFreed(const void* _pPlace);
 
-/// Ends the schedule when the place is in memory that was freed.
+/// Fails the schedule if the place is in memory that was freed.
 void CheckAccess(CLS_Scheduler& _clsScheduler, const void* _pPlace, const char* _szAccess);
-/// The same for code that may run outside of a schedule.
+/// Does the same for code that may run outside of a schedule.
 void CheckAccess(const void* _pPlace, const char* _szAccess);
 
-/// A number that the place has in every process of the same program; 0 when there is none, as on a stack.
+/// The number of the place, which is the same in every process of the program; 0 for none, as on a stack.
 std::uintptr_t GetNumber(const void* _pPlace);
 
-/// The number of the block and the place in it, or the name of a variable.
+/// The number of the block and the offset in it, or the name of a variable.
 std::string Describe(const void* _pPlace);
 } // namespace Memory

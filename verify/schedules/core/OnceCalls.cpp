@@ -1,5 +1,5 @@
-// The C++ run time's functions for initialisations that are done once, those of the variables that are static
-// in a function: another thread may come while the first one is at a step inside.
+// Replacements of the C++ runtime's functions for static variables in functions. Another thread may arrive
+// during a step of the initialisation.
 
 #include "verify/schedules/core/Scheduler.h"
 
@@ -7,7 +7,7 @@
 
 namespace
 {
-/// The first byte of a guard says whether it was done, as in the C++ ABI.
+/// Whether the initialisation is done: the first byte of the guard, as in the C++ ABI.
 char& GetDone(abi::__guard* _pGuard)
 {
     return *reinterpret_cast<char*>(_pGuard);
@@ -26,7 +26,7 @@ namespace __cxxabiv1
 {
 extern "C"
 {
-    /// 1 when the caller is to do it.
+    /// 1 if the caller must initialise the variable.
     int __cxa_guard_acquire(abi::__guard* _pGuard)
     {
         if (GetDone(_pGuard) != 0)

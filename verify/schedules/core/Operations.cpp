@@ -1,5 +1,5 @@
-// What the threads of a schedule do: each operation announces itself, waits until it may be done, and is
-// done.
+// The operations of the threads in a schedule. Each one announces itself, waits for its turn, and then takes
+// effect.
 
 #include "verify/schedules/core/Memory.h"
 #include "verify/schedules/core/Scheduler.h"
@@ -8,7 +8,7 @@
 
 namespace
 {
-// What is done to memory that must be there.
+// Kinds of access to memory that must be allocated.
 constexpr const char* USED_AS_WORD = "used as an atomic word";
 constexpr const char* USED_AS_LOCK = "locked or unlocked";
 constexpr const char* WAITED_FOR = "waited for";
@@ -23,16 +23,7 @@ void CLS_Scheduler::Reach(n_Step _iStep, const void* _pWord)
 
 void CLS_Scheduler::ShowStores()
 {
-    ShowStores(GetCurrent());
-}
-
-void CLS_Scheduler::ShowStores(ST_Thread& _stThread)
-{
-    CLS_StoreBuffer& clsStores = _stThread.m_clsStores;
-    while (!clsStores.IsEmpty())
-    {
-        clsStores.ShowOldest();
-    }
+    GetStores().ShowAll();
 }
 
 void CLS_Scheduler::Lock(const void* _pLock)
@@ -87,7 +78,7 @@ void CLS_Scheduler::Unlock(const void* _pLock)
 bool CLS_Scheduler::WaitForCondition(const void* _pCondition, const void* _pLock, std::int64_t _nsUntil)
 {
     const CLS_Inside clsInside;
-    // Giving the lock back and waiting is one step: no notification comes between.
+    // Releasing the lock and waiting are one step: no notification can come between them.
     WaitAt(STEP_WAIT, _pCondition, WAIT_NOTHING, WAITED_FOR);
     ShowStores();
     if (!m_clsLocks.Give(_pLock, m_iCurrent))
@@ -97,9 +88,9 @@ bool CLS_Scheduler::WaitForCondition(const void* _pCondition, const void* _pLock
     ST_Thread& stSelf = GetCurrent();
     stSelf.m_pLock = _pLock;
     stSelf.m_nsUntil = _nsUntil;
-    stSelf.m_bTimedOut = true; // unless something else comes first
+    stSelf.m_bTimedOut = true; // unless a notification comes first
     WaitFor(STEP_WAIT, _pCondition, WAIT_CONDITION);
-    // The condition may be gone once its waiters were notified; the lock may not.
+    // After a notification, the condition may be destroyed, but not the lock.
     Memory::CheckAccess(*this, _pLock, USED_AS_LOCK);
     m_clsLocks.Take(_pLock, m_iCurrent);
     return !stSelf.m_bTimedOut;
@@ -185,7 +176,7 @@ bool CLS_Scheduler::JoinThread(int _iThread, void** _pResult)
     GetCurrent().m_iJoined = _iThread;
     WaitFor(STEP_JOIN, nullptr, WAIT_THREAD);
     stJoined.m_bJoined = true;
-    ShowStores(stJoined);
+    stJoined.m_clsStores.ShowAll();
     if (_pResult != nullptr)
     {
         *_pResult = stJoined.m_pResult;
@@ -202,7 +193,7 @@ bool CLS_Scheduler::DetachThread(int _iThread)
     }
     GetCurrent().m_iJoined = _iThread;
     WaitFor(STEP_DETACH, nullptr, WAIT_NOTHING);
-    const bool bCould = IsJoinable(_iThread); // others have run meanwhile
+    const bool bCould = IsJoinable(_iThread); // other threads have run meanwhile
     m_vecThreads[static_cast<std::size_t>(_iThread)]->m_bDetached = true;
     return bCould;
 }

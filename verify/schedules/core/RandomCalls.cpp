@@ -1,4 +1,4 @@
-// The C++ library's random device, as a controlled thread uses it: no call of the system.
+// Replaces the C++ library's random device for controlled threads. It does not call the system.
 
 #include "verify/schedules/core/Scheduler.h"
 

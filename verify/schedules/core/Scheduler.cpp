@@ -1,4 +1,4 @@
-// A schedule from its beginning to its end: which thread goes on, and what time it is.
+// A schedule from its beginning to its end: the choice of the next thread, and the time.
 
 #include "verify/schedules/core/Scheduler.h"
 
@@ -10,7 +10,7 @@
 
 namespace
 {
-/// At a step, one chance in so many that a thread's oldest late store is seen by the others.
+/// At each step, the oldest late store of a thread becomes visible with a probability of one in this number.
 constexpr std::size_t LATE_ONE_IN = 16;
 } // namespace
 
@@ -56,8 +56,8 @@ void CLS_Scheduler::Begin(std::uint64_t _uiSeed)
         m_stOptions.m_funBegin();
     }
     m_clsStrategy.Begin(_uiSeed);
-    // The C library does not know of the fibers. The C++ library's reference counts are atomic only when
-    // there are threads.
+    // The C library does not know the fibers. The C++ library's reference counts are atomic only if it sees
+    // threads.
     __libc_single_threaded = 0;
     s_pRunning = this;
 }
@@ -100,7 +100,7 @@ CLS_Scheduler::ST_Thread& CLS_Scheduler::AddThread(int _iMaker)
     return stThread;
 }
 
-/// The first and last frame of every thread.
+/// The outermost frame of every thread.
 void CLS_Scheduler::RunFiber()
 {
     CLS_Scheduler& clsScheduler = *s_pRunning;
@@ -111,7 +111,7 @@ void CLS_Scheduler::RunFiber()
     clsScheduler.EndThread();
 }
 
-/// Does not come back.
+/// Ends the calling thread. Does not return.
 void CLS_Scheduler::EndThread()
 {
     GetCurrent().m_iWaitFor = WAIT_ENDED;
@@ -154,7 +154,7 @@ void CLS_Scheduler::NotePositions()
     }
 }
 
-/// What a step is about that is no object; else "".
+/// The subject of a step that has no object; else "".
 std::string CLS_Scheduler::NameSpecial(const ST_Thread& _stThread) const
 {
     if (_stThread.m_iStep >= STEP_CREATE && _stThread.m_iStep <= STEP_DETACH)
@@ -187,8 +187,7 @@ std::size_t CLS_Scheduler::CountThreads() const
     return m_uiThreads - m_uiEnded;
 }
 
-/// The calling thread is about to do something and has to wait for something first. Returns when it may do
-/// it.
+/// Announces the calling thread's next step, and waits until it may take the step.
 void CLS_Scheduler::WaitFor(n_Step _iStep, const void* _pObject, n_WaitFor _iWaitFor)
 {
     ST_Thread& stThread = GetCurrent();
@@ -198,8 +197,8 @@ void CLS_Scheduler::WaitFor(n_Step _iStep, const void* _pObject, n_WaitFor _iWai
     GoOn();
 }
 
-/// The same for something in memory that must be there: when the thread announces it, and when it may do it,
-/// for others have run meanwhile.
+/// Does the same for a step with an object, whose memory must be allocated. Checks that before and after the
+/// wait, because other threads run meanwhile.
 void CLS_Scheduler::WaitAt(n_Step _iStep, const void* _pObject, n_WaitFor _iWaitFor, const char* _szAccess)
 {
     Memory::CheckAccess(*this, _pObject, _szAccess);
@@ -207,7 +206,7 @@ void CLS_Scheduler::WaitAt(n_Step _iStep, const void* _pObject, n_WaitFor _iWait
     Memory::CheckAccess(*this, _pObject, _szAccess);
 }
 
-/// Lets the strategy choose. Returns when it has chosen the calling thread.
+/// Lets the strategy choose the next thread. Returns when it has chosen the calling thread.
 void CLS_Scheduler::GoOn()
 {
     ST_Thread& stSelf = GetCurrent();
@@ -286,13 +285,13 @@ bool CLS_Scheduler::IsReady(const ST_Thread& _stThread) const
     }
 }
 
-/// When all stores are visible, advances to the earliest time that a thread waits for. False if no thread
-/// waits for a time.
+/// Makes all stores visible, and advances to the earliest time for which a thread waits. False if there is
+/// none.
 bool CLS_Scheduler::PassTime()
 {
     for (std::size_t i = 0; i < m_uiThreads; ++i)
     {
-        ShowStores(*m_vecThreads[i]);
+        m_vecThreads[i]->m_clsStores.ShowAll();
     }
     std::int64_t nsEarliest = NEVER;
     for (std::size_t i = 0; i < m_uiThreads; ++i)
@@ -312,7 +311,7 @@ bool CLS_Scheduler::PassTime()
     return true;
 }
 
-/// What may happen besides: late stores that become visible, wake-ups for no reason, slow threads.
+/// Other random events: late stores become visible, waits end spuriously, and threads are slow.
 void CLS_Scheduler::LeaveToChance()
 {
     for (std::size_t i = 0; m_stOptions.m_bLateStores && i < m_uiThreads; ++i)
@@ -342,7 +341,7 @@ void CLS_Scheduler::WakeForNoReason()
     }
 }
 
-/// The threads that wait for this condition; null for any.
+/// The threads that wait for this condition. Null stands for any condition.
 std::vector<CLS_Scheduler::ST_Thread*> CLS_Scheduler::FindWaiting(const void* _pCondition)
 {
     std::vector<ST_Thread*> vecWaiting;
@@ -358,7 +357,7 @@ std::vector<CLS_Scheduler::ST_Thread*> CLS_Scheduler::FindWaiting(const void* _p
     return vecWaiting;
 }
 
-/// What was waited for has come: from the wait for a condition to the wait for its lock.
+/// The thread now waits for the lock instead of the condition.
 void CLS_Scheduler::StopWaiting(ST_Thread& _stThread)
 {
     _stThread.m_bTimedOut = false;
@@ -387,7 +386,7 @@ void CLS_Scheduler::NoteStep(int _iThread)
     }
 }
 
-/// A number that an object has in every process that runs the schedule; 0 for none.
+/// The number of an object, which is the same in every process that runs the schedule; 0 for none.
 std::uint64_t CLS_Scheduler::GetNumber(const void* _pObject) const
 {
     std::uint64_t uiNumber = Memory::GetNumber(_pObject);

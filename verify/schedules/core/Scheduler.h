@@ -15,37 +15,41 @@
 
 class CLS_Scheduler;
 
-/// What a schedule may do besides choosing the next thread, and when it ends.
+/// Random events of a schedule besides the choice of threads, its limits, and its callbacks.
 struct ST_ScheduleOptions
 {
-    /// At a step, one chance in so many that a condition's waiter wakes for no reason; 0 for never.
+    /// At each step, a wait for a condition ends spuriously with a probability of one in this number. 0:
+    /// never.
     std::size_t m_uiSpuriousOneIn = 0;
-    /// One chance in so many that time passes although somebody can go on: slow threads. 0 for never.
+    /// Likewise, time passes although a thread could go on, as if all threads were slow. 0: never.
     std::size_t m_uiEarlyOneIn = 0;
-    /// Whether stores that are not sequentially consistent may reach the other threads late.
+    /// Whether other threads may see stores late, except sequentially consistent ones.
     bool m_bLateStores = false;
     std::int64_t m_nsShortestSleep = 0; ///< shorter sleeps take this long
     std::size_t m_uiMostSteps = 200000;
     std::int64_t m_nsMostTime = 2000'000'000'000; ///< of virtual time
-    bool m_bRequireNoBlocks = false;              ///< fail when memory is left at the end
+    bool m_bRequireNoBlocks = false;              ///< fail if memory is left at the end
     bool m_bTrace = false;                        ///< keep the steps
     std::function<void()> m_funBegin;             ///< called before each schedule
     /// Called at every step, while no thread runs. May fail the schedule.
     std::function<void(CLS_Scheduler&)> m_funObserver;
-    /// Called with each thread's number and that of its maker.
+    /// Called with the number of each new thread and of the thread that created it.
     std::function<std::string(int, int)> m_funNameThread;
-    /// Called at the end of the schedule or at its failure, when the object may be gone.
+    /// Called at the end of the schedule or at its failure. The object may be destroyed.
     std::function<std::string(const void*)> m_funNameObject;
 };
 
-/// Runs a program of several threads one step at a time: at every lock, wait, notification, sleep, start,
-/// join and atomic access a strategy decides which thread goes on. Time is virtual: it passes when all
-/// threads wait. A loop that looks at the clock has to sleep: while it only yields, a thread can go on, time
-/// stands still, and the schedule ends as a livelock.
+/// Runs a program of several threads one step at a time.
 ///
-/// The threads are fibers of one thread of the system. They get here through the functions that stand in
-/// front of the system's (LockCalls.cpp and others) and through the hooks that the compiler calls at every
-/// access to memory (AtomicHooks.cpp).
+/// Steps are locks, waits, notifications, sleeps, starts, joins and atomic accesses. At each step, a strategy
+/// decides which thread goes on.
+///
+/// Time is virtual, and passes when all threads wait. So a loop that reads the clock must sleep. If it only
+/// yields, time stands still and the schedule ends as a livelock.
+///
+/// The threads are fibers of one thread of the system. They call this class in two ways:
+/// - through functions that replace the system's (LockCalls.cpp and others);
+/// - through hooks for every access to memory (AtomicHooks.cpp).
 class CLS_Scheduler
 {
 public:
@@ -54,14 +58,15 @@ public:
     CLS_Scheduler(const CLS_Scheduler&) = delete;
     CLS_Scheduler& operator=(const CLS_Scheduler&) = delete;
 
-    /// Runs one schedule of _funBody and of the threads that it starts, to the end of them all or to the
-    /// first failure. After a failure the threads are left where they are, and what they own is lost.
+    /// Runs one schedule of _funBody and of the threads that it starts, until all end or the first failure.
+    ///
+    /// After a failure, the threads never continue, and the objects that they own are lost.
     ST_Outcome Run(std::uint64_t _uiSeed, const std::function<void()>& _funBody);
 
-    /// The scheduler of the code that asks; null outside of a schedule, and for the scheduler's own code.
+    /// The scheduler of the calling code; null outside of a schedule, and for the scheduler's own code.
     static CLS_Scheduler* GetActive() { return s_pActive; }
 
-    /// While one lives, the code counts as the scheduler's own: no step, no account of its memory.
+    /// Marks code as the scheduler's own: it takes no steps, and its memory is not tracked.
     class CLS_Inside
     {
     public:
@@ -74,10 +79,10 @@ public:
         CLS_Scheduler* const m_pBefore;
     };
 
-    /// A step that waits for nothing: a yield, a fence or the use of an atomic word. The calling thread takes
-    /// it after the return.
+    /// Announces a step that waits for nothing: a yield, a fence or an atomic access. The calling thread
+    /// takes the step after the return.
     void Reach(n_Step _iStep, const void* _pWord);
-    /// The end of what the calling thread's stores may be late for.
+    /// Makes the calling thread's late stores visible.
     void ShowStores();
     CLS_StoreBuffer& GetStores() { return GetCurrent().m_clsStores; }
     bool HasSlowThreads() const { return m_stOptions.m_uiEarlyOneIn > 0; }
@@ -88,14 +93,16 @@ public:
     bool TryLock(const void* _pLock, bool _bShared);
     void Unlock(const void* _pLock);
 
-    /// Gives the lock back, waits, and takes the lock again. False when _nsUntil came first.
+    /// Releases the lock, waits, and takes the lock again. False if the wait ended at _nsUntil.
     bool WaitForCondition(const void* _pCondition, const void* _pLock, std::int64_t _nsUntil);
     void Notify(const void* _pCondition, bool _bAll);
-    /// Fails if a thread waits for it. Not a step.
+    /// Fails if a thread waits for the condition. Not a step.
     void DestroyCondition(const void* _pCondition);
 
-    /// Before and after an initialisation that is done once. A step only for a thread that has to wait for
-    /// another one: the first schedule of a process, which does them, is as long as the others.
+    /// Begins and ends an initialisation that is done once per process.
+    ///
+    /// They are a step only for a thread that must wait for another one. So the first schedule of a process,
+    /// which contains these initialisations, is as long as the others.
     void BeginOnce(const void* _pGuard);
     void EndOnce(const void* _pGuard);
 
@@ -105,31 +112,31 @@ public:
     /// Virtual time since the beginning of the schedule, in nanoseconds.
     std::int64_t GetTime() const { return m_nsNow; }
 
-    /// A number below _uiCount that is left to the strategy.
+    /// A number below _uiCount that the strategy chooses.
     std::size_t Choose(std::size_t _uiCount) { return m_clsStrategy.Draw(_uiCount); }
 
-    /// The next number of the random device: another one each time, the same ones in each schedule.
+    /// The next number of the random device. The numbers differ, but are the same in each schedule.
     std::uint32_t DrawRandom() { return ++m_uiRandom * 2654435761U; }
 
     using ThreadBody = void* (*)(void*);
     int CreateThread(ThreadBody _funBody, void* _pArgument);
-    /// False when there is no such thread to join.
+    /// False if there is no such thread to join.
     bool JoinThread(int _iThread, void** _pResult);
-    /// False when there is no such thread to detach.
+    /// False if there is no such thread to detach.
     bool DetachThread(int _iThread);
     int GetCurrentNumber() const { return m_iCurrent; }
-    /// Of this schedule; the number that the next one gets.
+    /// The number of threads in this schedule, including ended ones. The next thread gets it as its number.
     int CountAllThreads() const { return static_cast<int>(m_uiThreads); }
 
-    /// Ends the schedule, which has failed, for the first reason that is given. Does not return.
+    /// Ends the schedule as failed, with this text. Does not return.
     [[noreturn]] void Fail(const std::string& _strFailure);
 
-    /// The same for the schedule that is being run; returns when there is none.
+    /// Does the same for the running schedule. Returns if there is none.
     static void FailRunning(const std::string& _strFailure);
 
     // For observers.
     const std::string& GetThreadName(int _iThread) const;
-    std::size_t CountThreads() const; ///< that have not ended
+    std::size_t CountThreads() const; ///< without ended ones
     bool IsLockFree(const void* _pLock) const { return m_clsLocks.IsFree(_pLock); }
     std::size_t CountSteps() const { return m_stOutcome.m_uiSteps; }
     const CLS_LockTable& GetLocks() const { return m_clsLocks; }
@@ -158,11 +165,11 @@ private:
         bool m_bDetached = false;
         bool m_bJoined = false;
 
-        n_Step m_iStep = STEP_BEGIN; ///< what it does next
+        n_Step m_iStep = STEP_BEGIN; ///< its next step
         const void* m_pObject = nullptr;
         n_WaitFor m_iWaitFor = WAIT_NOTHING;
         std::int64_t m_nsUntil = NEVER;
-        const void* m_pLock = nullptr; ///< that a wait for a condition takes again
+        const void* m_pLock = nullptr; ///< the lock that it waits for, also after a wait for a condition
         bool m_bTimedOut = false;
         int m_iJoined = -1;
         CLS_StoreBuffer m_clsStores;
@@ -173,9 +180,8 @@ private:
     void End();
     ST_Thread& AddThread(int _iMaker);
     static void RunFiber();
-    static void ShowStores(ST_Thread& _stThread);
     void EndThread();
-    bool IsJoinable(int _iThread) const; ///< and detachable
+    bool IsJoinable(int _iThread) const; ///< whether it can be joined and detached
 
     void WaitFor(n_Step _iStep, const void* _pObject, n_WaitFor _iWaitFor);
     void WaitAt(n_Step _iStep, const void* _pObject, n_WaitFor _iWaitFor, const char* _szAccess);
@@ -196,13 +202,13 @@ private:
     void NotePositions();
 
     static CLS_Scheduler* s_pActive;
-    static CLS_Scheduler* s_pRunning; ///< for the entry of a new fiber
+    static CLS_Scheduler* s_pRunning; ///< new fibers read it
 
     CLS_Strategy& m_clsStrategy;
     const ST_ScheduleOptions m_stOptions;
     CLS_Fiber m_clsOutside;
-    std::vector<std::unique_ptr<ST_Thread>> m_vecThreads; ///< of this schedule, and kept from earlier ones
-    std::size_t m_uiThreads = 0;                          ///< of this schedule
+    std::vector<std::unique_ptr<ST_Thread>> m_vecThreads; ///< of this schedule, then unused ones to reuse
+    std::size_t m_uiThreads = 0;                          ///< the number of threads of this schedule
     std::size_t m_uiEnded = 0;
     int m_iCurrent = 0;
     std::vector<int> m_vecReady;

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-/// What a thread does at a point at which another one may go first.
+/// The kinds of steps. At each step, another thread may run first.
 enum n_Step : int
 {
     STEP_BEGIN,
@@ -27,30 +27,30 @@ enum n_Step : int
     STEP_FENCE
 };
 
-/// The word between the thread and the object.
+/// The text between the thread's name and the object.
 const char* GetStepText(n_Step _iStep);
 
-/// One step of a schedule, readable.
+/// One step of a schedule, for readers.
 struct ST_Step
 {
     std::int64_t m_nsTime;
     std::string m_strThread;
     n_Step m_iStep;
     std::string m_strObject;
-    const void* m_pObject; ///< named when the schedule is over; null for what has its text already
+    const void* m_pObject; ///< named at the end of the schedule; null if m_strObject is final
 };
 
 std::string ToText(const ST_Step& _stStep);
 
-/// What came out of one schedule.
+/// The outcome of one schedule.
 struct ST_Outcome
 {
-    std::string m_strFailure; ///< empty when all went well
-    /// Of a failed schedule: each thread that has not ended, and the step that it is at.
+    std::string m_strFailure; ///< empty if the schedule did not fail
+    /// Of a failed schedule: each thread that has not ended, with its step.
     std::vector<std::string> m_vecPositions;
     std::size_t m_uiSteps = 0;
-    std::size_t m_uiBlocks = 0;      ///< of memory that was not freed
-    std::int64_t m_nsTime = 0;       ///< virtual time that passed
-    std::uint64_t m_uiHash = 0;      ///< of all steps' moments, threads, kinds and objects
-    std::vector<ST_Step> m_vecTrace; ///< the steps, when they were asked for
+    std::size_t m_uiBlocks = 0;      ///< blocks of memory that were not freed
+    std::int64_t m_nsTime = 0;       ///< the virtual time that passed
+    std::uint64_t m_uiHash = 0;      ///< of the times, threads, kinds and objects of all steps
+    std::vector<ST_Step> m_vecTrace; ///< the steps, if m_bTrace was set
 };

@@ -20,10 +20,18 @@ bool CLS_StoreBuffer::Find(const void* _pPlace, std::uint64_t& _uiValue) const
     return false;
 }
 
+void CLS_StoreBuffer::ShowAll()
+{
+    while (!IsEmpty())
+    {
+        ShowOldest();
+    }
+}
+
 void CLS_StoreBuffer::ShowOldest()
 {
     const ST_Store& stStore = m_deqStores.front();
-    // The value's low bytes come first on the machines that this runs on.
+    // All supported machines are little-endian.
     std::memcpy(stStore.m_pPlace, &stStore.m_uiValue, stStore.m_uiSize);
     m_deqStores.pop_front();
 }

@@ -4,18 +4,20 @@
 #include <cstdint>
 #include <deque>
 
-/// Stores of one thread that the others do not see yet, oldest first.
+/// The stores of one thread that other threads do not see yet, oldest first.
 class CLS_StoreBuffer
 {
 public:
     bool IsEmpty() const { return m_deqStores.empty(); }
 
-    /// _uiSize: 1, 2, 4 or 8.
+    /// Adds a store. _uiSize is 1, 2, 4 or 8.
     void Add(void* _pPlace, std::uint64_t _uiValue, std::size_t _uiSize);
-    /// The latest value that the thread stored there itself; false when there is none.
+    /// Finds the last value that the thread stored at this place. False if there is none.
     bool Find(const void* _pPlace, std::uint64_t& _uiValue) const;
-    /// Writes the oldest one to memory.
+    /// Writes the oldest store to memory.
     void ShowOldest();
+    /// Writes all stores to memory, oldest first.
+    void ShowAll();
     void Clear() { m_deqStores.clear(); }
 
 private:

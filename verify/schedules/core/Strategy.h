@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-/// Decides which thread goes on. The same seed makes the same decisions in the same situations.
+/// Decides which thread goes on. The same seed leads to the same decisions in the same situations.
 class CLS_Strategy
 {
 public:
@@ -16,21 +16,23 @@ public:
     CLS_Strategy(const CLS_Strategy&) = delete;
     CLS_Strategy& operator=(const CLS_Strategy&) = delete;
 
-    /// A schedule begins. Threads are numbered from 0, the one that is there at the beginning.
+    /// Begins a schedule. Threads are numbered from 0, which is the first thread.
     virtual void Begin(std::uint64_t _uiSeed) = 0;
 
-    /// The next thread was started.
+    /// Notes that the next thread was started.
     virtual void AddThread() {}
 
-    /// One of the threads that can go on, in ascending order and never none. _iCurrent was the last one to
-    /// run; it is among them unless it has to wait.
+    /// Chooses one of the threads that can go on.
+    ///
+    /// _vecReady is in ascending order, and never empty. _iCurrent ran last, and is in _vecReady unless it
+    /// must wait.
     virtual int ChooseThread(const std::vector<int>& _vecReady, int _iCurrent) = 0;
 
-    /// A number below _uiCount: for what else is left to chance. 0 is the ordinary case.
+    /// Draws a number below _uiCount for another random event. 0 is the ordinary case.
     virtual std::size_t Draw(std::size_t _uiCount) = 0;
 };
 
-/// Any thread that can go on, each as likely as the other.
+/// Chooses any thread that can go on, with equal probability.
 class CLS_RandomStrategy : public CLS_Strategy
 {
 public:
@@ -42,13 +44,14 @@ private:
     std::mt19937_64 m_rngDice;
 };
 
-/// Random priorities; the thread with the highest one goes on. At _iDepth - 1 steps, drawn by chance, the
-/// running thread drops below all others. Finds each fault that takes _iDepth ordered steps with a
-/// probability that has a lower bound, which plain chance has not.
+/// Chooses the thread with the highest priority. The priorities are random.
+///
+/// At _iDepth - 1 random steps, the running thread drops below all others. So a fault that takes _iDepth
+/// ordered steps is found with a guaranteed minimum probability. The random strategy has no such minimum.
 class CLS_PriorityStrategy : public CLS_Strategy
 {
 public:
-    /// _uiLength: about how many steps a schedule has.
+    /// _uiLength is the approximate number of steps in a schedule.
     CLS_PriorityStrategy(int _iDepth, std::size_t _uiLength) : m_iDepth(_iDepth), m_uiLength(_uiLength) {}
 
     void Begin(std::uint64_t _uiSeed) override;
@@ -62,13 +65,16 @@ private:
     std::mt19937_64 m_rngDice;
     std::size_t m_uiStep = 0;
     std::vector<std::size_t> m_vecDrops;     ///< the steps at which the running thread drops
-    std::vector<std::int64_t> m_vecPriority; ///< by thread
+    std::vector<std::int64_t> m_vecPriority; ///< of each thread
 };
 
-/// Every schedule with at most _iDelays delays, one after the other. Without a delay the running thread goes
-/// on as long as it can, then the next one in turn; a delay passes the one over whose turn it is. Whatever
-/// else is left to chance takes its ordinary course: no wake-up without a reason, the first waiter is
-/// notified, and late stores are as late as they can be. The seed counts for nothing.
+/// Runs every schedule with at most _iDelays delays, one after the other.
+///
+/// Without a delay, the running thread goes on as long as it can. Then the next one in turn does. A delay
+/// skips the thread whose turn it is.
+///
+/// There are no other random events: no wait ends spuriously, the first waiter is notified, and late stores
+/// are as late as possible. The seed has no effect.
 class CLS_ExhaustiveStrategy : public CLS_Strategy
 {
 public:
@@ -78,10 +84,10 @@ public:
     int ChooseThread(const std::vector<int>& _vecReady, int _iCurrent) override;
     std::size_t Draw(std::size_t) override { return 0; }
 
-    /// Turns to the next schedule; false when there is none.
+    /// Goes on to the next schedule. False if there is none.
     bool GoOn();
 
-    /// The schedule in hand: where it has delays, and how many; what a new strategy needs to repeat it.
+    /// The places and lengths of the present schedule's delays. With them, a new strategy repeats it.
     std::string GetDelays() const;
     void SetDelays(const std::string& _strDelays);
 
@@ -94,6 +100,6 @@ private:
 
     const int m_iDelays;
     std::vector<ST_Choice> m_vecPath;
-    std::size_t m_uiChoice = 0; ///< the place in the path
+    std::size_t m_uiChoice = 0; ///< the index of the next choice in the path
     int m_iDelaysLeft = 0;
 };

@@ -1,5 +1,5 @@
-// The system's functions for threads, as a controlled thread calls them. A thread's id is its number in the
-// schedule plus one. Outside a schedule no thread can be started.
+// Replacements of the system's functions for threads, for controlled threads. A thread's id is its number in
+// the schedule plus one. Outside of a schedule, no thread can be started.
 
 #include "verify/schedules/core/Scheduler.h"
 
@@ -56,7 +56,7 @@ extern "C"
         return pScheduler == nullptr ? 1 : ToId(pScheduler->GetCurrentNumber());
     }
 
-    // The system's own takes the id for the address of a thread.
+    // The system's function would use the id as an address.
     int pthread_setname_np(pthread_t, const char*) noexcept
     {
         return 0;

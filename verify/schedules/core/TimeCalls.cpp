@@ -1,4 +1,4 @@
-// The system's functions for time, as a controlled thread calls them.
+// Replacements of the system's functions for time, for controlled threads.
 
 #include "verify/schedules/core/Clocks.h"
 #include "verify/schedules/core/Scheduler.h"
@@ -11,7 +11,7 @@ namespace
 {
 constexpr std::int64_t SECOND = 1'000'000'000;
 
-/// What a clock shows at the beginning of a schedule, in seconds: any moment will do, but not the same.
+/// A clock's time at the beginning of a schedule, in seconds. The value is arbitrary, but differs by clock.
 std::int64_t GetStart(clockid_t _iClock)
 {
     return _iClock == CLOCK_REALTIME ? 1'600'000'000 : 1'000'000;

@@ -1,5 +1,6 @@
 // The pool as a host uses it through the host kit.
 
+#include "QuenHost/CLS_Debounce.h"
 #include "QuenHost/CLS_Delivery.h"
 #include "QuenHost/CLS_LoopTask.h"
 #include "QuenHost/CLS_Steps.h"
@@ -22,6 +23,10 @@ constexpr const char* RECORD_SWEPT = "a record goes while the scope lives";
 constexpr const char* DELIVERED = "a result is delivered";
 constexpr const char* DELIVERY_FORESTALLED = "a delivery is forestalled";
 constexpr const char* STEP_REFUSED = "a step ends after its removal";
+constexpr const char* TASK_HELD = "a task waits for its owner's limit";
+constexpr const char* OLD_RUN_COUNTED = "a run that a removal left holds a task up";
+constexpr const char* TRIGGER_MET_RUN = "a trigger meets a run";
+constexpr const char* TRIGGER_WAITED = "a trigger comes while it is not quiet yet";
 
 /// A scope with a pool of its own, which ends with it and leaves nothing.
 class CLS_KitWorld
@@ -61,7 +66,7 @@ private:
     std::optional<CLS_PoolScope> m_clsPool;
 };
 
-/// A thread of the host's that runs what is posted to it.
+/// A thread of the host that runs the callables posted to it.
 class CLS_KitHost
 {
 public:
@@ -238,8 +243,8 @@ void KitRemoveOwnerWhoseTaskSubmits()
     clsKit.End();
 }
 
-/// Two removals of a loop task meet: one by another thread or by the task's own run, and one by this thread,
-/// which finds nothing left of the task.
+/// Two removals of a loop task meet. One is by another thread or by the task's own run. After the other one,
+/// by this thread, nothing is left of the task.
 void KitRemoveLoopTwice()
 {
     CLS_World clsWorld;
@@ -434,6 +439,119 @@ void KitContinueAgainstRemoval()
     }
     clsKit.End();
 }
+
+/// The tasks of an owner with a limit, by two threads, and perhaps a removal that leaves runs behind. Never
+/// do more of them run, and each that ends lets the next start.
+void KitKeepsTheLimit()
+{
+    constexpr int TASKS = 6;
+    CLS_World clsWorld;
+    CLS_KitWorld clsKit;
+    {
+        const int iLimit = 1 + CLS_World::Choose(2);
+        const bool bRemoved = CLS_World::Choose(2) == 1;
+        std::atomic<int> iRunning{0};
+        std::atomic<int> iEnded{0};
+        CLS_TaskOwner clsOwner(clsKit.GetPool(), "owner", ST_OwnerOptions{static_cast<unsigned>(iLimit)});
+        const auto funTask = [&]
+        {
+            Require(++iRunning <= iLimit, "more tasks run than the owner's limit");
+            std::this_thread::sleep_for(5ms);
+            --iRunning;
+            ++iEnded;
+        };
+        const auto funSubmit = [&]
+        {
+            for (int i = 0; i < TASKS / 2; ++i)
+            {
+                Require(clsOwner.Submit(funTask, "A"), "the kit takes no task");
+            }
+        };
+        if (bRemoved)
+        {
+            funSubmit();
+            std::this_thread::sleep_for(1ms * CLS_World::Choose(2));
+            CLS_World::GiveWay();
+            clsOwner.RemoveTasksLater();
+            Marks::Reach(iRunning > 0 ? OLD_RUN_COUNTED : "nothing ran yet");
+        }
+        std::thread thrOther(funSubmit);
+        funSubmit();
+        thrOther.join();
+        Marks::Reach(TASK_HELD);
+        // A heartbeat would come only after a second.
+        std::this_thread::sleep_for(200ms);
+        CLS_World::RequireTimely(iEnded >= TASKS, "a task that was held does not run");
+    }
+    clsKit.End();
+}
+
+/// A task that starts later is removed about when it is due; and the owner's next one runs.
+void KitRemoveLater()
+{
+    CLS_World clsWorld;
+    CLS_KitWorld clsKit;
+    {
+        CLS_TaskOwner clsOwner(clsKit.GetPool(), "owner");
+        const auto funSubmit = [&](ST_Job& _stJob)
+        {
+            _stJob.m_bAtOnce = false;
+            ++_stJob.m_iQueued;
+            Require(clsOwner.SubmitAfter(10ms, CLS_World::MakeCallable(_stJob), _stJob.m_strName),
+                    "the kit takes no task");
+        };
+        ST_Job& stFirst = clsWorld.MakeJob("A", 5ms);
+        funSubmit(stFirst);
+        std::this_thread::sleep_for(8ms + 1ms * CLS_World::Choose(12));
+        CLS_World::GiveWay();
+        Remove([&] { return clsOwner.RemoveTasks(); }, {&stFirst});
+        ST_Job& stNext = clsWorld.MakeJob("B");
+        funSubmit(stNext);
+        std::this_thread::sleep_for(100ms);
+        CLS_World::RequireTimely(stNext.m_iEnded == 1, "the owner's next task does not run");
+    }
+    clsKit.End();
+}
+
+/// Two threads trigger, once or more, before, during and after the runs. A run begins after the last trigger.
+void KitDebounceRunsTheLast()
+{
+    CLS_World clsWorld;
+    CLS_KitWorld clsKit;
+    {
+        std::atomic<int> iTriggers{0};
+        std::atomic<int> iSeen{0}; ///< triggers before the last run began
+        std::atomic<int> iRunning{0};
+        CLS_TaskOwner clsOwner(clsKit.GetPool(), "owner", [](const ST_TaskFailure&) {}); // of a slow run
+        const auto funTask = [&]
+        {
+            Require(++iRunning == 1, "two runs of a debounce overlap");
+            iSeen = iTriggers.load();
+            std::this_thread::sleep_for(5ms);
+            --iRunning;
+        };
+        CLS_Debounce clsDebounce(clsOwner, 20ms, funTask, "A");
+        const auto funTrigger = [&]
+        {
+            Marks::Reach(iRunning > 0 ? TRIGGER_MET_RUN : TRIGGER_WAITED);
+            ++iTriggers;
+            Require(clsDebounce.Trigger(), "the debounce takes no trigger");
+        };
+        const auto funTriggerTwice = [&]
+        {
+            funTrigger();
+            std::this_thread::sleep_for(10ms + 2ms * CLS_World::Choose(16));
+            CLS_World::GiveWay();
+            funTrigger();
+        };
+        std::thread thrOther(funTriggerTwice);
+        funTriggerTwice();
+        thrOther.join();
+        std::this_thread::sleep_for(200ms);
+        CLS_World::RequireTimely(iSeen == iTriggers, "the last trigger leads to no run");
+    }
+    clsKit.End();
+}
 } // namespace
 
 Scenarios GetKitScenarios()
@@ -446,6 +564,9 @@ Scenarios GetKitScenarios()
             {"kit-deliver-against-removal", KitDeliverAgainstRemoval, {DELIVERED, DELIVERY_FORESTALLED}},
             {"kit-post-against-removal", KitPostAgainstRemoval, {DELIVERED, DELIVERY_FORESTALLED}},
             {"kit-continue-against-removal", KitContinueAgainstRemoval, {STEP_REFUSED}},
+            {"kit-keeps-the-limit", KitKeepsTheLimit, {TASK_HELD, OLD_RUN_COUNTED}},
+            {"kit-remove-later", KitRemoveLater, vecBoth},
+            {"kit-debounce-runs-the-last", KitDebounceRunsTheLast, {TRIGGER_MET_RUN, TRIGGER_WAITED}},
             {"kit-keeps-few-records", KitKeepsFewRecords, {RECORD_SWEPT}, false, 50ms, true},
             {"kit-ends-at-every-moment", KitEndsAtEveryMoment, {}, false, 50ms, true}};
 }

@@ -5,7 +5,7 @@
 /// What the threads and the objects of a schedule are called when it is printed.
 namespace Names
 {
-/// While one lives, the threads that are made are the pool's service threads, in their order.
+/// During its life, new threads are the pool's service threads, in their order.
 class CLS_ServiceScope
 {
 public:

@@ -70,8 +70,8 @@ void RemoveOwnerWhoseTaskSubmits()
     CLS_World::RequireNobodyLeft();
 }
 
-/// Each of the owner's tasks submits the next one when its run of 8 seconds ends: the first has 9 seconds to
-/// end, all others have 9 together.
+/// Each of the owner's tasks submits the next one when its run of 8 seconds ends. The removal waits 9 seconds
+/// for the first one, and 9 seconds in all for the others.
 void RemoveOwnerOfAChain()
 {
     CLS_World clsWorld;

@@ -8,9 +8,10 @@
 #include <string>
 #include <vector>
 
-/// Runs one scenario under one strategy: "random", "slow" (random, and time passes although threads could go
-/// on), "pct2", "pct3", "exhaustive" or "exhaustive-late" (the same search, and stores that may be late are
-/// late for as long as they may).
+/// Runs one scenario under one strategy:
+/// - random, pct2, pct3 and exhaustive;
+/// - slow: random, and time passes although threads could go on;
+/// - exhaustive-late: exhaustive, and stores are late for as long as possible.
 class CLS_Runner
 {
 public:
@@ -22,7 +23,7 @@ public:
 
     CLS_Runner(const ST_Scenario& _stScenario, const std::string& _strStrategy, bool _bTrace = false);
 
-    /// So many schedules, or as many of an exhaustive search. True when none failed.
+    /// Runs _uiCount schedules, or at most that many of an exhaustive search. False if one fails.
     bool Run(std::uint64_t _uiFirst, std::uint64_t _uiCount);
 
     /// The one schedule of an exhaustive search that has these delays.

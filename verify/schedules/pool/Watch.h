@@ -39,7 +39,7 @@ private:
     std::set<const CLS_TaskThread*> m_setLate;               ///< workers whose task ended with the pool
     std::map<const CLS_TaskThread*, std::string>
         m_mapLastTask;                               ///< of each unbound worker, if it had an owner
-    std::set<std::string> m_setOver;                 ///< tasks that may have no owner any more
+    std::set<std::string> m_setOver;                 ///< tasks that may have lost their owner
     std::vector<PoolRules::ST_IdleWorker> m_vecIdle; ///< the idle list of the last look
     std::set<std::string> m_setQueued;               ///< the ids that were seen in the queue
 };

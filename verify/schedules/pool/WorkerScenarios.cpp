@@ -67,8 +67,8 @@ void RetireAgainstNextAttempt()
     CLS_World::RequireNobodyLeft();
 }
 
-/// The watchdog itself: its second pass, after 360 seconds, retires the worker that was idle for all that
-/// time, and spares the one that had a task meanwhile.
+/// The watchdog itself. Its second pass, after 360 seconds, retires the worker that was always idle. It keeps
+/// the one that had a task.
 void WatchdogRetires()
 {
     CLS_World clsWorld;

@@ -77,8 +77,9 @@ void MarkRun(const ST_Job& _stJob, std::chrono::nanoseconds _nsBegin)
     }
 }
 
-/// The callable of a removed task is gone. A task that was over before, or was submitted and ran meanwhile,
-/// is unknown to its owner, and one whose run outlasts the removal takes its callable with it later.
+/// Asserts that the callable of a removed task is destroyed, with two exceptions:
+/// - The owner does not know a task that ended before, or that was submitted and ran meanwhile.
+/// - A run that outlasts the removal destroys its callable later.
 void RequireDestroyed(const ST_Job& _stJob, std::chrono::nanoseconds _nsBegin)
 {
     const bool bLater = _stJob.m_nsQueued > _nsBegin;

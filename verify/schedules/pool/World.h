@@ -16,8 +16,10 @@ using std::chrono_literals::operator""us;
 using std::chrono_literals::operator""ms;
 using std::chrono_literals::operator""s;
 
-/// What a scenario knows about one of its tasks. Its callable keeps it up to date and holds the rules: no run
-/// begins after the removal has returned, and no two runs of a task overlap unless that is allowed.
+/// The state of one task of a scenario.
+///
+/// The task's callable updates it and checks the rules: no run begins after the removal has returned, and no
+/// two runs of a task overlap unless that is allowed.
 struct ST_Job
 {
     std::string m_strName;
@@ -28,7 +30,7 @@ struct ST_Job
     int m_iEnded = 0;                       ///< runs
     std::chrono::nanoseconds m_nsBegun{0};  ///< the last run
     std::chrono::nanoseconds m_nsEnded{0};  ///< the last run
-    bool m_bRemoved = false;                ///< no run may begin any more
+    bool m_bRemoved = false;                ///< no run may begin
     bool m_bMayOverlap = false;
     bool m_bAtOnce = true;                                 ///< a run begins at the moment of its queueing
     bool m_bInTime = true;                                 ///< of a loop task: each run begins within 10 ms
@@ -38,8 +40,9 @@ struct ST_Job
     bool m_bDestroyed = false;                             ///< the callable, with all that it captured
 };
 
-/// One process as a host knows it: makes a pool, gives it tasks, and asserts what must hold. For the threads
-/// of one schedule; asserts by ending the schedule.
+/// A host's view of one process. It makes a pool, submits tasks, and asserts what must hold.
+///
+/// For the threads of one schedule. A failed assertion fails the schedule.
 class CLS_World
 {
 public:
@@ -50,7 +53,7 @@ public:
 
     static CLS_QuenTaskPool& MakePool();
 
-    /// A task that is known from here on; the world keeps it.
+    /// Makes the state of a new task. The world owns it.
     ST_Job& MakeJob(const std::string& _strName, std::chrono::nanoseconds _nsLength = 0ns);
 
     /// The callable of a task. The job is destroyed when its last copy is.
@@ -59,22 +62,25 @@ public:
     void Submit(CLS_QuenTaskPool& _clsPool, ST_Job& _stJob, void* _pOwner);
     std::string SubmitLoop(CLS_QuenTaskPool& _clsPool, ST_Job& _stJob, int _iInterval);
 
-    /// Each removes or stops, asserts that it takes no longer than the looks at the runs do, and what holds
-    /// then. What a run met is marked: RUN_MET, and RUN_FORESTALLED when a task never ran.
+    /// Each removes or stops a task, and asserts that this takes no longer than the polls of the runs, and
+    /// the rules afterwards. Marks RUN_MET if it met a run, and RUN_FORESTALLED if a task never ran.
     static void RemoveOwner(CLS_QuenTaskPool& _clsPool, void* _pOwner, const std::vector<ST_Job*>& _vecJobs);
     static void RemoveLoop(CLS_QuenTaskPool& _clsPool, const std::string& _strTaskId, ST_Job& _stJob);
     static void Stop(CLS_QuenTaskPool& _clsPool, const std::string& _strTaskId, ST_Job& _stJob);
 
-    /// Ends the pool, in one of its two ways, which takes _nsMost at most, and no longer than a look after
-    /// the last run. The tasks that run then were stopped; no run of a known task begins from then on, and
-    /// none is going on but those of _vecOverrun. Marks RUN_MET when a run outlasts the service threads.
+    /// Shuts the pool down in one of its two ways, and asserts these rules:
+    /// - The shutdown takes at most _nsMost, and no longer than a poll after the last run.
+    /// - Tasks that were running are stopped.
+    /// - Afterwards, no run of a known task begins, and only those of _vecOverrun are in progress.
+    ///
+    /// Marks RUN_MET if a run outlasts the service threads.
     void EndPool(CLS_QuenTaskPool& _clsPool, std::chrono::nanoseconds _nsMost = IDLE_END,
                  const std::vector<ST_Job*>& _vecOverrun = {});
 
     static constexpr const char* RUN_MET = "a run is waited for";
     static constexpr const char* RUN_FORESTALLED = "a run is forestalled";
 
-    /// Settles, and asserts that each queued run has taken place.
+    /// Settles, and asserts that each queued task has run.
     void RequireAllRan() const;
 
     /// Empties the registry and asserts that only the calling thread is left.
@@ -82,8 +88,7 @@ public:
 
     static std::chrono::nanoseconds GetTime();
 
-    /// Whether threads take time only where they wait. If they may be slow, times cannot be predicted and
-    /// are not asserted.
+    /// Whether threads take time only where they wait. If they may be slow, times are not asserted.
     static bool IsTimely();
     static void RequireTimely(bool _bSo, const std::string& _strOtherwise);
 
@@ -93,8 +98,8 @@ public:
     /// A random number below _iCount.
     static int Choose(int _iCount);
 
-    /// One of the lengths, some of which end a run at the very moment that the end of the pool looks at it;
-    /// without chance, the first.
+    /// A random length of a run. Some lengths end a run exactly when the shutdown polls it. Without chance,
+    /// it is the first.
     static std::chrono::nanoseconds ChooseLength();
 
     /// Lets the other threads take some steps at this moment.
