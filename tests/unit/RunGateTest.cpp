@@ -259,7 +259,7 @@ TEST(RunGateTest, CloseFromWithinTheRunDoesNotWait)
 
 TEST(RunGateTest, CloseFindsTheJobOverOrAbandonsTheWorkerAtAnyStep)
 {
-    constexpr int ROUNDS = 3000;
+    constexpr int ROUNDS = 500;
     int iAbandoned = 0;
     int iBroken = 0;
     for (int i = 0; i < ROUNDS; ++i)
@@ -271,8 +271,17 @@ TEST(RunGateTest, CloseFindsTheJobOverOrAbandonsTheWorkerAtAnyStep)
         std::thread thWorker(
             [&]
             {
-                for (;;)
+                // Yields in all kinds of steps let the closing thread come at each of them.
+                for (unsigned uiStep = 0;; ++uiStep)
                 {
+                    const auto funYield = [&](unsigned _uiKind)
+                    {
+                        if (uiStep % 3 == _uiKind)
+                        {
+                            std::this_thread::yield();
+                        }
+                    };
+                    funYield(0);
                     const CLS_RunGate::CLS_JobScope clsJob(clsGate);
                     if (!clsJob.IsBegun())
                     {
@@ -290,10 +299,12 @@ TEST(RunGateTest, CloseFindsTheJobOverOrAbandonsTheWorkerAtAnyStep)
                         iLate += bClosed ? 1 : 0;
                         return;
                     }
+                    funYield(1);
                     if (!clsGate.LeaveRun())
                     {
                         return;
                     }
+                    funYield(2);
                     iLate += bClosed ? 1 : 0;
                 }
             });
