@@ -37,11 +37,12 @@ def fault(name, source, *edits, scenario, strategy, seen):
 FAULTS = [
     # Notifications.
     fault("a queued id notifies nobody", DISPATCH,
-          ("    AppendWaitingTask(lstTaskId);\n    m_cvWaitingTasks.notify_one();\n", "    AppendWaitingTask(lstTaskId);\n"),
+          ("memory_order_relaxed);\n    m_cvWaitingTasks.notify_one();\n", "memory_order_relaxed);\n"),
           scenario="submit-and-run", strategy="random",
           seen="A was queued 1 times and ran 0"),
     fault("a hand-over notifies nobody", WORKER,
-          ("    m_funFunction = _funJob;\n    m_cvFunction.notify_one();\n", "    m_funFunction = _funJob;\n"),
+          ("    m_bHandedOver.store(true, std::memory_order_relaxed);\n    m_cvFunction.notify_one();\n",
+           "    m_bHandedOver.store(true, std::memory_order_relaxed);\n"),
           scenario="submit-and-run", strategy="random",
           seen=("A was queued 1 times and ran 0", "B was queued 1 times and ran 0")),
     fault("the end of the pool notifies nobody", DISPATCH,
@@ -58,9 +59,86 @@ FAULTS = [
           scenario="two-submitters", strategy="random",
           seen="the end of the pool takes"),
     fault("the gate waits without a predicate", GATE,
-          ("_tpLimit, [this]() ZEL_REQUIRES(m_mtxGate) { return IsOver(); });", "_tpLimit);"),
+          ("_tpLimit, [this] { return IsOver(m_uiState); });", "_tpLimit);"),
           scenario="end-waits-for-removed", strategy="random",
           seen=("A still runs", "the end of the pool takes")),
+
+    fault("a worker sleeps although its hint is out of date", WORKER,
+          ("    CLS_WaitGuard lock(m_mtxFunction);\n    while (",
+           "    const bool bHandedOver = m_bHandedOver;\n    CLS_WaitGuard lock(m_mtxFunction);\n"
+           "    if (!bHandedOver && m_bRun)\n    {\n        m_cvFunction.wait_for(lock.GetLock(), WAIT_LIMIT);\n    }\n"
+           "    while ("),
+          scenario="submit-and-run", strategy="random",
+          seen=("A was queued 1 times and ran 0", "B was queued 1 times and ran 0", "the end of the pool takes")),
+    fault("the dispatcher sleeps although its hint is out of date", DISPATCH,
+          ("        CLS_WaitGuard lock(m_mtxWaitingTasks);\n        while (",
+           "        const bool bWaitingTasks = m_bWaitingTasks;\n        CLS_WaitGuard lock(m_mtxWaitingTasks);\n"
+           "        if (!bWaitingTasks && m_bRun)\n        {\n"
+           "            m_cvWaitingTasks.wait_for(lock.GetLock(), QUEUE_WAIT);\n        }\n        while ("),
+          scenario="two-submitters", strategy="random",
+          seen=tuple(name + seen for name in "ABCD" for seen in (" was queued 1 times and ran 0", " begins late"))),
+
+    # The gate.
+    fault("a step at the gate notifies nobody", GATE,
+          ("        m_cvGate.notify_one();\n", ""),
+          scenario="close-against-jobs", strategy="random",
+          seen="the gate closes late"),
+    fault("a step at the gate notifies without the mutex", GATE,
+          ("        const CLS_LockGuard lock(m_mtxGate);\n        m_cvGate", "        m_cvGate"),
+          scenario="close-against-jobs", strategy="random",
+          seen="the gate closes late"),
+    fault("a job begins although the gate is closed", GATE,
+          ("while ((uiState & CLOSED) == 0)", "while (true)"),
+          scenario="close-against-jobs", strategy="random",
+          seen=("foreign code begins behind a closed gate", "the gate gives up early")),
+    fault("the gate abandons a worker in two steps", GATE,
+          ("        if (m_uiState.compare_exchange_weak(uiState, uiState | ABANDONED))\n        {\n"
+           "            return true;\n        }\n",
+           "        m_uiState = uiState | ABANDONED;\n        return true;\n"),
+          scenario="close-against-jobs", strategy="random",
+          seen="an abandoned worker uses the pool"),
+    fault("the gate is closed after its first look", GATE,
+          ("    m_uiState |= CLOSED;\n    if (", "    if ("),
+          ("        // A worker is not abandoned in", "        m_uiState |= CLOSED;\n        // A worker is not abandoned in"),
+          scenario="close-against-jobs", strategy="random",
+          seen=("the gate gives up early", "the gate closes late")),
+
+    # A record that leaves the registry on its way to a worker.
+    fault("a kept reference is always trusted", TASK,
+          ("if (pKept && pKept->m_uiEra.load(std::memory_order_relaxed) == stRegistry.GetEra())", "if (pKept)"),
+          scenario="registry-delete", strategy="random",
+          seen="A begins after its removal has returned"),
+    fault("a deleted record keeps its era", TASK,
+          ("        ForgetEra(itTask->second);\n        stRegistry", "        stRegistry"),
+          scenario="registry-delete", strategy="random",
+          seen="A begins after its removal has returned"),
+    fault("a replaced record keeps its era", TASK,
+          ("        ForgetEra(stInserted.position->second);\n", ""),
+          scenario="registry-replace", strategy="random",
+          seen="A begins after its removal has returned"),
+    fault("the size of the registry is not compared", TASK,
+          ("if (m_uiSize.load(std::memory_order_relaxed) != m_mapTasks.size())", "if (false)"),
+          scenario="registry-erase", strategy="random",
+          seen="A begins after its removal has returned"),
+    fault("a deletion hides the change of a host", TASK,
+          ("    stRegistry.GetEra();\n    const auto itTask", "    const auto itTask"),
+          scenario="registry-erase", strategy="random",
+          seen="A begins after its removal has returned"),
+    fault("a record that was handed out keeps its era", TASK,
+          ("    ForgetEra(itTask->second);\n    return itTask->second;", "    return itTask->second;"),
+          scenario="registry-assign", strategy="random",
+          seen="A begins after its removal has returned"),
+    fault("a record that a host creates has an era", TASK,
+          ("    pTask->m_uiEra.store(0, std::memory_order_relaxed);\n    return pTask;", "    return pTask;"),
+          scenario="registry-assign", strategy="random",
+          seen="A begins after its removal has returned"),
+    fault("a worker keeps the reference to its last task", WORKERS,
+          ("            _pWorker->GetBoundTask().swap(_pTask);\n",
+           "            if (!_pWorker->GetBoundTask().lock())\n            {\n"
+           "                _pWorker->GetBoundTask().swap(_pTask);\n            }\n"),
+          ("        pTask.swap(_pWorker->GetBoundTask());\n", ""),
+          scenario="submit-and-run", strategy="random",
+          seen="A runs more often than it was queued"),
 
     # Stop against the start of a run.
     fault("a run reads the validity before it stores the status", TASK,
@@ -154,25 +232,24 @@ FAULTS = [
           scenario="submit-and-run", strategy="random",
           seen="the owner maps disagree"),
     fault("a task that has run keeps its owner", WORKERS,
-          ("        RemoveTmpTask(*optTaskId);\n", ""),
+          ("        RemoveTmpTask(optTask->m_strTaskId);\n", ""),
           scenario="submit-and-run", strategy="random",
           seen="a task that has run keeps its owner"),
     fault("an owner is noted before the queueing", TASKS,
-          ("        AddWaitingTasks(strTaskId);\n        // The task may have run by now. Its owner is noted in any "
-           "case.\n        AddOwnedTask(strTaskId, _pObj);\n",
-           "        AddOwnedTask(strTaskId, _pObj);\n        AddWaitingTasks(strTaskId);\n"),
+          ("        QueueTask(MakeTask(_funTask, ONE_SHOT, _strCallInfo, strTaskId), strTaskId);\n",
+           "        const auto pTask = MakeTask(_funTask, ONE_SHOT, _strCallInfo, strTaskId);\n"),
+          ("        AddOwnedTask(std::move(strTaskId), _pObj);\n",
+           "        AddOwnedTask(strTaskId, _pObj);\n        QueueTask(pTask, strTaskId);\n"),
           scenario="submit-and-run", strategy="random",
           seen="a task has an owner before it was queued"),
     fault("the queue is copied, and cleared a moment later", DISPATCH,
-          ("    std::vector<std::string> vecBatch;\n    CLS_WaitGuard lock(m_mtxWaitingTasks);\n"
-           "    while (m_vecWaitingTasks.empty() && m_lstWaitingOverflow.empty() && m_bRun)\n    {\n"
-           "        m_cvWaitingTasks.wait_for(lock.GetLock(), QUEUE_WAIT);\n    }\n"
-           "    vecBatch.swap(m_vecWaitingTasks);\n    _lstOverflow.swap(m_lstWaitingOverflow);\n",
-           "    std::vector<std::string> vecBatch;\n    {\n        CLS_WaitGuard lock(m_mtxWaitingTasks);\n"
-           "        while (m_vecWaitingTasks.empty() && m_bRun)\n        {\n"
-           "            m_cvWaitingTasks.wait_for(lock.GetLock(), QUEUE_WAIT);\n        }\n"
-           "        vecBatch = m_vecWaitingTasks;\n    }\n"
-           "    const CLS_LockGuard lock(m_mtxWaitingTasks);\n    m_vecWaitingTasks.clear();\n"),
+          ("        _stBatch.m_vecTaskIds.swap(m_vecWaitingTasks);\n"
+           "        _stBatch.m_vecTasks.swap(m_vecWaitingRecords);\n",
+           "        _stBatch.m_vecTaskIds = m_vecWaitingTasks;\n"
+           "        _stBatch.m_vecTasks = m_vecWaitingRecords;\n"),
+          ("    _stBatch.m_lstOverflow.reverse();\n",
+           "    _stBatch.m_lstOverflow.reverse();\n    const CLS_LockGuard lock(m_mtxWaitingTasks);\n"
+           "    m_vecWaitingTasks.clear();\n    m_vecWaitingRecords.clear();\n"),
           scenario="two-submitters", strategy="random",
           seen=("A was queued 1 times and ran 0", "B was queued 1 times and ran 0")),
     fault("the report of a busy pool comes at the ninety-first attempt", DISPATCH,
@@ -252,7 +329,7 @@ FAULTS = [
           scenario="submit-and-run", strategy="random",
           seen=("a lock is freed that somebody holds", "freed memory is")),
     fault("a worker that was left behind goes on in the pool", GATE,
-          ("    return !m_bAbandoned;\n}\n\nbool CLS_RunGate::IsOver", "    return true;\n}\n\nbool CLS_RunGate::IsOver"),
+          ("    return (uiState & ABANDONED) == 0;\n", "    return true;\n"),
           scenario="end-with-overrun", strategy="random",
           seen="freed memory is"),
     fault("a worker that was left behind is never freed", WORKER,
@@ -275,7 +352,7 @@ FAULTS = [
           scenario="end-with-one-task", strategy="random",
           seen="a task is stopped under a lock of the pool"),
     fault("a worker goes idle after the end has begun", WORKERS,
-          ("    if (!m_bRun)\n    {\n        return;\n    }\n    if (optTaskId)", "    if (optTaskId)"),
+          ("    if (!m_bRun)\n    {\n        return;\n    }\n    if (optTask)", "    if (optTask)"),
           scenario="end-with-one-task", strategy="random",
           seen="a worker goes idle after the end has begun"),
 
