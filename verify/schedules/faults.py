@@ -117,7 +117,7 @@ FAULTS = [
           scenario="registry-replace", strategy="random",
           seen="A begins after its removal has returned"),
     fault("the size of the registry is not compared", TASK,
-          ("if (m_uiSize.load(std::memory_order_relaxed) != m_mapTasks.size())", "if (false)"),
+          ("if (m_uiSize.load(std::memory_order_acquire) != m_mapTasks.size())", "if (false)"),
           scenario="registry-erase", strategy="random",
           seen="A begins after its removal has returned"),
     fault("a deletion hides the change of a host", TASK,
