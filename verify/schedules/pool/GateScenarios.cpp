@@ -30,7 +30,7 @@ void RunForeignCode(const ST_Passage& _stPassage)
 
 void UsePool(const ST_Passage& _stPassage)
 {
-    Require(!_stPassage.m_bPoolGone, "an abandoned worker uses the pool");
+    Require(!_stPassage.m_bPoolGone, "the pool is used after its end");
 }
 
 /// One job. False when the worker must end.
@@ -82,7 +82,7 @@ void CloseAgainstJobs()
     const bool bOver = stPassage.m_clsGate.Close(std::chrono::steady_clock::now() + msLimit);
     const auto nsTaken = CLS_World::GetTime() - nsBegin;
     stPassage.m_bClosed = bOver;
-    stPassage.m_bPoolGone = !bOver;
+    stPassage.m_bPoolGone = true;
     CLS_World::RequireTimely(bOver || nsTaken == msLimit, "the gate gives up early");
     CLS_World::RequireTimely(nsTaken <= std::min(stPassage.m_msForeign, msLimit), "the gate closes late");
     if (nsTaken > 0ns)
