@@ -7,8 +7,9 @@
  * Holds: a worker finds what a search of the registry finds at that moment, although it searches only when the era
  * says so; no record is used after it is destroyed.
  *
- * The registry's lock: a writer changes the registry in one step while no reader is inside. Each access of a reader to
- * the era and to the size is a step of its own, because other readers are inside at the same time.
+ * The registry's lock: a host changes the registry in one step while no reader is inside. A change by the library is
+ * three steps: a worker does not wait for it if the era says that its reference serves. Each access of a reader to the
+ * era and to the size is a step of its own, because other readers are inside at the same time.
  *
  * Left out: everything else about tasks; a host that copies a reference out of the registry and then replaces the
  * record itself, so that the registry is as large as before.
@@ -27,11 +28,14 @@ byte notedSize = 1;
 byte eraOf[RECORDS] = 1;
 byte references[RECORDS] = 1; /* strong ones, with that of the registry or of the host that makes the new record */
 byte readers;
+bool writing;
+bool changing;            /* by the library, which has looked at the size */
 
 #define RegistrySize()  ((entry != NONE) + others)
 #define UseRecord(r)    assert(references[r] > 0)
 
-/* What a writer does at once, under the registry's lock. */
+#define LockIsFree()    (readers == 0 && !writing)
+
 inline LookAtSize()
 {
 #ifdef BROKEN_SIZE_IGNORED
@@ -40,6 +44,27 @@ inline LookAtSize()
     era = (notedSize == RegistrySize() -> era : era + 1);
     notedSize = RegistrySize()
 #endif
+}
+
+inline BeginChange()
+{
+    atomic { LockIsFree() -> writing = true };
+#ifdef BROKEN_ANNOUNCED_BEFORE_ERA
+    changing = true;
+    d_step { LookAtSize() }
+#else
+    d_step { LookAtSize() };
+    changing = true
+#endif
+}
+
+inline EndChange()
+{
+    notedSize = RegistrySize();
+#ifndef BROKEN_END_NOT_ANNOUNCED
+    changing = false;
+#endif
+    writing = false
 }
 
 inline ForgetEra(r) /* CLS_Task::ForgetEra */
@@ -60,40 +85,38 @@ inline DropEntry()
 
 inline DeleteTask() /* CLS_Task::DeleteTask */
 {
-    atomic {
-        readers == 0;
-        LookAtSize();
+    BeginChange();
+    d_step {
 #ifndef BROKEN_DELETION_KEEPS_ERA
         ForgetEra(entry);
 #endif
         DropEntry();
-        entry = NONE;
-        notedSize = RegistrySize()
-    }
+        entry = NONE
+    };
+    EndChange()
 }
 
 /* The new record gets the id of the old one. */
 inline ReplaceTask() /* CLS_Task::CreatePoolTask */
 {
-    atomic {
-        readers == 0;
-        LookAtSize();
+    BeginChange();
+    d_step {
 #ifndef BROKEN_DELETION_KEEPS_ERA
         ForgetEra(entry);
 #endif
         DropEntry();
         entry = NEW;
         eraOf[NEW] = era;
-        references[NEW] = 1;
-        notedSize = RegistrySize()
-    }
+        references[NEW] = 1
+    };
+    EndChange()
 }
 
 /* The host itself, without a call of the library. */
 inline EraseEntry()
 {
     atomic {
-        readers == 0;
+        LockIsFree();
         DropEntry();
         entry = NONE
     }
@@ -102,7 +125,7 @@ inline EraseEntry()
 inline AssignEntry()
 {
     atomic {
-        readers == 0;
+        LockIsFree();
         DropEntry();
         entry = NEW;
         references[NEW] = 1
@@ -112,6 +135,7 @@ inline AssignEntry()
 inline GetTask(r) /* CLS_Task::GetTask */
 {
     atomic {
+        !writing;
         r = entry;
 #ifndef BROKEN_LOOK_UP_KEEPS_ERA
         ForgetEra(r);
@@ -154,18 +178,12 @@ active proctype Host()
 
 active proctype OtherHost()
 {
-    atomic { /* CLS_Task::CreateTask */
-        readers == 0;
-        LookAtSize();
-        others++;
-        notedSize = RegistrySize()
-    };
-    atomic { /* CLS_Task::DeleteTask */
-        readers == 0;
-        LookAtSize();
-        others--;
-        notedSize = RegistrySize()
-    }
+    BeginChange(); /* CLS_Task::CreateTask */
+    others++;
+    EndChange();
+    BeginChange(); /* CLS_Task::DeleteTask */
+    others--;
+    EndChange()
 }
 
 /* The steps of a reader; the size cannot change meanwhile. */
@@ -196,29 +214,45 @@ inline FindTask(kept, found) /* CLS_Task::FindTask */
         :: else
         fi
     };
-    readers++;
+    d_step { /* what a search finds at the moment of this look is what counts */
+        announced = (kept != NONE && changing);
+        found = (announced -> entry : NONE)
+    };
     if
-    :: kept != NONE ->
-        GetEra(current);
-#ifdef BROKEN_STALE_REFERENCE
-        serves = true
-#else
-        serves = (eraOf[kept] == current)
-#endif
+    :: announced ->
+        current = era;
+        serves = (eraOf[kept] == current);
+        assert(!serves || found == kept)
     :: else
     fi;
-    d_step {
-        found = (serves -> kept : entry);
-        assert(found == entry);
+    if
+    :: serves -> references[kept]++
+    :: else ->
+        atomic { !writing -> readers++ };
         if
-        :: found != NONE ->
-            UseRecord(found);
-            references[found]++
+        :: kept != NONE ->
+            GetEra(current);
+#ifdef BROKEN_STALE_REFERENCE
+            serves = true
+#else
+            serves = (eraOf[kept] == current)
+#endif
         :: else
         fi;
-        readers--
-    };
+        d_step {
+            found = (serves -> kept : entry);
+            assert(found == entry);
+            if
+            :: found != NONE ->
+                UseRecord(found);
+                references[found]++
+            :: else
+            fi;
+            readers--
+        }
+    fi;
     d_step {
+        announced = false;
         if
         :: kept != NONE -> Release(kept)
         :: else
@@ -231,7 +265,7 @@ inline FindTask(kept, found) /* CLS_Task::FindTask */
 active [2] proctype Worker() /* CLS_QuenTaskPool::FunRunTask */
 {
     byte current, kept, found;
-    bool serves;
+    bool announced, serves;
 
     FindTask(kept, found);
     d_step {
