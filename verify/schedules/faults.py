@@ -90,7 +90,7 @@ FAULTS = [
     fault("a job begins although the gate is closed", GATE,
           ("while ((uiState & CLOSED) == 0)", "while (true)"),
           scenario="close-against-jobs", strategy="random",
-          seen=("foreign code begins behind a closed gate", "the gate gives up early")),
+          seen=("foreign code begins behind a closed gate", "the gate gives up early", "the pool is used after its end")),
     fault("the gate abandons a worker in two steps", GATE,
           ("        if (m_uiState.compare_exchange_weak(uiState, uiState | ABANDONED))\n        {\n"
            "            return true;\n        }\n",
@@ -133,7 +133,7 @@ FAULTS = [
           seen="A begins after its removal has returned"),
     fault("a change is announced before the era is known", TASK,
           ("m_uiEra(_stRegistry.GetEra()),", "m_uiEra((_stRegistry.m_bChanging = true, _stRegistry.GetEra())),"),
-          scenario="registry-erase", strategy="random",
+          scenario="registry-erase", strategy="pct3",
           seen="A begins after its removal has returned"),
     fault("the end of a change is not announced", TASK,
           ("~CLS_Change() { m_stRegistry.m_bChanging.store(false, std::memory_order_relaxed); }", "~CLS_Change() {}"),
