@@ -9,6 +9,16 @@
 /// The standard library's locks, with the annotations that the compiler's check of the lock discipline needs.
 /// Each operation does what the standard one does.
 
+/// Tells the processor core that the thread waits in a loop.
+inline void PauseCore()
+{
+#if defined(__x86_64__)
+    __builtin_ia32_pause();
+#elif defined(__aarch64__)
+    __asm__ volatile("yield");
+#endif
+}
+
 /// Tries to take a lock for a few microseconds. True if it succeeds.
 ///
 /// The locks are held for much less than that, as a rule. So this saves going to sleep and being woken, which
@@ -26,7 +36,7 @@ bool SpinForLock(T_TryLock _funTryLock)
         }
         for (int k = 0; k < PAUSES; ++k)
         {
-            __builtin_ia32_pause();
+            PauseCore();
         }
     }
     return false;

@@ -17,6 +17,9 @@ echo "The stop handshake"
 /usr/bin/python3 -B verify/models/handshake/check_handshake.py | tee build/models/handshake.txt
 record_figure "Stop handshake" "$(head -n 1 build/models/handshake.txt | tr -s ' ')"
 
+echo "The registry's era"
+/usr/bin/python3 -B verify/models/handshake/check_era.py
+
 echo "The models"
 /usr/bin/python3 -B verify/models/check_models.py | tee build/models/report.txt
 record_figure "Models" "$(tail -n 1 build/models/report.txt)"

@@ -38,7 +38,7 @@ bool listChanged;
 bool intervalsChanged;
 bool cancels; /* chosen once: task 0 is cancelled, or task 1 is a loop task */
 
-inline AddToQueue(t) /* CLS_QuenTaskPool::AddWaitingTasks */
+inline AddToQueue(t) /* CLS_QuenTaskPool::QueueTask */
 {
     assert(!queued[t]);
     waitingTasks!t;
@@ -182,7 +182,7 @@ inline RefreshLoopSchedule() /* CLS_LoopSchedule::Refresh */
 }
 
 /* The weak reference of an entry serves as long as there is a record. */
-inline FindTask(t, found) /* CLS_LoopSchedule::CLS_Entry::FindTask */
+inline FindEntryTask(t, found) /* CLS_LoopSchedule::CLS_Entry::FindTask */
 {
     d_step {
         found = references[t] > 0;
@@ -225,7 +225,7 @@ inline IsUseRun(t, due) /* CLS_Task::IsUseRun */
 inline IsDue(t, found, due) /* CLS_LoopSchedule::CLS_Entry::IsDue */
 {
     atomic {
-        FindTask(t, found);
+        FindEntryTask(t, found);
         if
         :: found -> GetEarliestRun(t)
         :: else
@@ -242,10 +242,10 @@ inline IsDue(t, found, due) /* CLS_LoopSchedule::CLS_Entry::IsDue */
     fi
 }
 
-inline AddWaitingTasks(t, found) /* CLS_QuenTaskPool::AddWaitingTasks */
+inline QueueTask(t, found) /* CLS_QuenTaskPool::QueueTask */
 {
     atomic {
-        GetTask(t, found);
+        FindTask(t, found);
         if
         :: found && !cancels && !pushFailed ->
             /* No memory for the entry: the task is as it was. */
@@ -290,7 +290,7 @@ active proctype LoopScheduler() /* CLS_QuenTaskPool::FunLoopThread */
                 IsDue(t, found, due);
                 if
                 :: due ->
-                    AddWaitingTasks(t, found);
+                    QueueTask(t, found);
                     due = false
                 :: else
                 fi

@@ -90,21 +90,43 @@ inline StopBoundTasks() /* CLS_QuenTaskPool::StopBoundTasks */
 
 inline Close(w, closed) /* CLS_RunGate::Close */
 {
-    d_step {
-        UseWorker(w);
-        gateClosed[w] = true;
-        gateSleeps[w] = gateRunning[w] && !overrunWorkers[w]
-    };
     atomic {
+        !gateLocked[w];
+        UseWorker(w);
+        gateLocked[w] = true;
+        gateClosed[w] = true
+    };
+    if
+    :: gateRunning[w] && !overrunWorkers[w] ->
+        d_step {
+            gateSleeps[w] = true;
+            gateLocked[w] = false
+        };
+        atomic {
 #ifdef BROKEN_CLOSE_WAITS_FOR_EVER
-        !gateRunning[w];
+            !gateRunning[w];
 #else
-        Wakes(gateSleeps[w]);
+            Wakes(gateSleeps[w]);
 #endif
-        gateSleeps[w] = false;
-        gateAbandoned[w] = gateRunning[w];
-        closed = !gateAbandoned[w]
+            gateSleeps[w] = false;
+            gateLocked[w] = true
+        }
+    :: else
+    fi;
+#ifdef BROKEN_ABANDONED_IN_TWO_STEPS
+    closed = !gateRunning[w];
+    d_step {
+        gateAbandoned[w] = !closed;
+        gateRunning[w] = !closed;
+        gateLocked[w] = false
     }
+#else
+    d_step { /* CLS_RunGate::Abandon */
+        gateAbandoned[w] = gateRunning[w];
+        closed = !gateAbandoned[w];
+        gateLocked[w] = false
+    }
+#endif
 }
 
 inline ForgetWorker(w) /* CLS_QuenTaskPool::ForgetWorker */

@@ -31,7 +31,7 @@ inline AddTmpTask(t) /* CLS_QuenTaskPool::AddTmpTask */
 {
     d_step {
         CreateTask(t, TASK_STATUS_WAITING);
-        waitingTasks!t; /* CLS_QuenTaskPool::AddWaitingTasks */
+        waitingTasks!t; /* CLS_QuenTaskPool::QueueTask */
         queued[t] = true
     };
     d_step {

@@ -90,7 +90,7 @@ TEST_F(SweepRemovalTest, RemovalOfWhatDoesNotRunNeedsNoMemory)
 
 TEST_F(SweepRemovalTest, RemovalByOwnerOfALongRunLeavesItsRecordAndAgreeingMaps)
 {
-    Sweep("RemoveTmpTask by owner of a long run", 12,
+    Sweep("RemoveTmpTask by owner of a long run", 4,
           [this](CLS_SweepPoint& _clsPoint)
           {
               CLS_QuenTaskPool& clsPool = MakeDispatchingPool();
@@ -126,7 +126,7 @@ class SweepRemovalByIdTest : public SweepRemovalTest, public ::testing::WithPara
 
 TEST_P(SweepRemovalByIdTest, RemovalOfALongRunLeavesItsRecordAndWorksWhenTriedAgain)
 {
-    Sweep(GetParam().m_szName + std::string(" of a long run"), 12,
+    Sweep(GetParam().m_szName + std::string(" of a long run"), 4,
           [this](CLS_SweepPoint& _clsPoint)
           {
               CLS_QuenTaskPool& clsPool = MakeDispatchingPool();
@@ -158,7 +158,7 @@ INSTANTIATE_TEST_SUITE_P(Operations, SweepRemovalByIdTest,
 
 TEST_F(SweepRemovalTest, StopTaskOfALongRunThrowsAndTheTaskIsInvalidAllTheSame)
 {
-    Sweep("StopTask of a long run", 12,
+    Sweep("StopTask of a long run", 4,
           [this](CLS_SweepPoint& _clsPoint)
           {
               CLS_QuenTaskPool& clsPool = MakeDispatchingPool();

@@ -66,7 +66,7 @@ TEST_F(SweepServicesTest, DispatcherTriesUntilItHasItsWorkersAndEveryTaskRuns)
 
 TEST_F(SweepServicesTest, BusyReportLeavesItsRecordAndTheDispatcherGoesOn)
 {
-    Sweep("the dispatcher's busy report", 7,
+    Sweep("the dispatcher's busy report", 6,
           [this](CLS_SweepPoint& _clsPoint)
           {
               CLS_QuenTaskPool& clsPool = MakeStillPool();
@@ -150,7 +150,7 @@ TEST_F(SweepServicesTest, WatchdogLeavesItsRecordAndRetiresEveryOverrunWorker)
     const auto isPassFailure = IsPoolRecord(3, WATCHDOG, "*** auto delete handler fail");
     const auto isRetired0 = IsPoolRecord(0, WATCHDOG, "delete pThread - 0");
     const auto isRetired1 = IsPoolRecord(0, WATCHDOG, "delete pThread - 1");
-    Sweep("the watchdog's pass", 3,
+    Sweep("the watchdog's pass", 2,
           [&](CLS_SweepPoint& _clsPoint)
           {
               const int iThreads = CountThreads();

@@ -98,7 +98,7 @@ TEST_F(SweepWorkersTest, AJobThatCannotBeCopiedLeavesTheWorkerIdle)
 
 TEST_F(SweepWorkersTest, RunOfATmpTaskLeavesItsRecordAndAnIdleWorker)
 {
-    Sweep("a worker's run of a one-shot task", 4,
+    Sweep("a worker's run of a one-shot task", 3,
           [this](CLS_SweepPoint& _clsPoint)
           {
               CLS_QuenTaskPool& clsPool = MakeStillPool();
@@ -175,7 +175,7 @@ TEST_F(SweepWorkersTest, RunOfATaskThatThrowsLeavesItsRecordsAndAnIdleWorker)
 
 TEST_F(SweepWorkersTest, LoopTaskWhoseRunFailedIsQueuedAgain)
 {
-    Sweep("a worker's run of a loop task", 4,
+    Sweep("a worker's run of a loop task", 3,
           [this](CLS_SweepPoint& _clsPoint)
           {
               CLS_QuenTaskPool& clsPool = MakeStillPool();

@@ -24,7 +24,7 @@ end_idle:
             waitingTasks?t;
             busy = busy || _pid == 0
         };
-        GetTask(t, found); /* RunRegisteredTask */
+        FindTask(t, found); /* RunRegisteredTask */
         if
         :: found -> Running(t, mayRun)
         :: else -> queued[t] = false

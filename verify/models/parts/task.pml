@@ -93,6 +93,13 @@ inline DeleteTask(t) /* CLS_Task::DeleteTask */
     }
 }
 
+/* A worker has a reference beside the id, and searches the registry only when that does not serve. It finds the same,
+ * which registry.pml shows. */
+inline FindTask(t, found) /* CLS_Task::FindTask */
+{
+    GetTask(t, found)
+}
+
 inline StoreStatus(t, iStatus)
 {
     d_step {

@@ -3,7 +3,8 @@
  *
  * Locks: what happens under one of the pool's locks is one step if no process waits under it, because every use of
  * the guarded members takes the lock. Two locks are modelled as such: the queue's, because the dispatcher polls and
- * goes to sleep under it, and the one of each worker's job, because it is held throughout a job.
+ * goes to sleep under it, and the one of each worker's job, because it is held throughout a job. The shutdown adds the
+ * one of each gate, under which it polls and goes to sleep, while the worker's steps are atomic words.
  *
  * Waits: a poll that finds nothing changes nothing, so only the poll that finds something is modelled. A timed wait ends when it is notified or, unless NEVER_EXPIRES is defined, at any moment, which stands
  * for its time and for spurious wake-ups. With NEVER_EXPIRES nothing but a notification ends it, so that a lost one
@@ -13,7 +14,7 @@
  * thread - the dispatcher tries again. The limit lets two workers be registered at once; with MAX_THREAD=0 it lets
  * one, so that both slots are taken only while one of the two is retired.
  *
- * Left out: records, ReportBusy, the second look of GetTaskThread, the owner maps, how long a worker has been idle
+ * Left out: records, ReportBusy, the second look of GetTaskThread, yields and their hints, the owner maps, how long a worker has been idle
  * (the watchdog may find any worker idle for too long).
  *
  * A model that includes this defines what task.pml needs and FAILURES: how many workers fail to get onto the idle
@@ -66,6 +67,7 @@ bool finished[WORKERS];       /* the thread may be joined */
 bool gateRunning[WORKERS];
 bool gateClosed[WORKERS];
 bool gateAbandoned[WORKERS];
+bool gateLocked[WORKERS];
 bool gateSleeps[WORKERS];     /* Close waits */
 
 /* Asserted about only. */
@@ -85,7 +87,7 @@ byte failures;
 #define IsIdle(w)        ((idleCount > 0 && idle[0] == (w)) || (idleCount > 1 && idle[1] == (w)))
 
 /* A record that no other process knows yet is marked as waiting while it is made; otherwise, in a step before. */
-inline AddToQueue(t) /* CLS_QuenTaskPool::AddWaitingTasks */
+inline AddToQueue(t) /* CLS_QuenTaskPool::QueueTask */
 {
     atomic {
         !queueLocked;
@@ -231,7 +233,7 @@ active proctype Dispatcher() /* CLS_QuenTaskPool::FunTaskingThread */
 inline RunRegisteredTask(t) /* RunRegisteredTask */
 {
     atomic {
-        GetTask(t, found);
+        FindTask(t, found);
         if
         :: found -> StoreStatus(t, TASK_STATUS_RUNNING)
         :: else
@@ -263,7 +265,7 @@ end_hung:
     Forget3(t, found, mayRun)
 }
 
-inline EnterRun(w, mayGoOn) /* CLS_RunGate::EnterRun */
+inline EnterRun(w, mayGoOn) /* CLS_RunGate::Begin */
 {
     d_step {
         gateRunning[w] = !gateClosed[w];
@@ -271,16 +273,27 @@ inline EnterRun(w, mayGoOn) /* CLS_RunGate::EnterRun */
     }
 }
 
-inline LeaveRun(w, mayGoOn) /* CLS_RunGate::LeaveRun */
+/* The step itself needs no lock. Only a closed gate has anything to notify. */
+inline LeaveRun(w, mayGoOn) /* CLS_RunGate::Change */
 {
     d_step {
         gateRunning[w] = false;
-        gateSleeps[w] = false;
         mayGoOn = !gateAbandoned[w]
-    }
+    };
+#ifdef POOL_ENDS
+    if
+    :: gateClosed[w] ->
+#ifdef BROKEN_GATE_NOTIFIED_WITHOUT_LOCK
+        gateSleeps[w] = false
+#else
+        atomic { !gateLocked[w] -> gateSleeps[w] = false }
+#endif
+    :: else
+    fi
+#endif
 }
 
-inline RunBoundTask(w, t, mayGoOn) /* RunBoundTask */
+inline RunBoundTask(w, t, mayGoOn) /* CLS_QuenTaskPool::RunBoundTask */
 {
     EnterRun(w, mayGoOn);
     if
@@ -398,7 +411,7 @@ end_unborn:
             UseWorker(me);
             job[me] = false;
             if
-            :: gateAbandoned[me] -> /* CLS_RunGate::IsAbandoned */
+            :: gateAbandoned[me] ->
                 assert(!IsIdle(me));
                 alive[me] = false
             :: else -> finished[me] = true

@@ -84,6 +84,15 @@ T_Word Add(volatile T_Word* _pWord, T_Word _iValue)
 }
 
 template <typename T_Word>
+T_Word AddBits(volatile T_Word* _pWord, T_Word _iBits)
+{
+    ReachChange(_pWord);
+    const T_Word iBefore = *_pWord;
+    *_pWord = iBefore | _iBits;
+    return iBefore;
+}
+
+template <typename T_Word>
 int CompareExchange(volatile T_Word* _pWord, T_Word* _pExpected, T_Word _iValue)
 {
     ReachChange(_pWord);
@@ -301,6 +310,10 @@ extern "C"
     std::int32_t __tsan_atomic32_fetch_sub(volatile std::int32_t* _pWord, std::int32_t _iValue, int)
     {
         return Add(_pWord, static_cast<std::int32_t>(-_iValue));
+    }
+    std::int32_t __tsan_atomic32_fetch_or(volatile std::int32_t* _pWord, std::int32_t _iBits, int)
+    {
+        return AddBits(_pWord, _iBits);
     }
     int __tsan_atomic32_compare_exchange_strong(volatile std::int32_t* _pWord, std::int32_t* _pExpected,
                                                 std::int32_t _iValue, int, int)

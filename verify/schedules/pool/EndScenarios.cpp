@@ -170,8 +170,9 @@ Scenarios GetAllScenarios()
 {
     Scenarios vecAll;
     for (const Scenarios& vecSome :
-         {GetSubmissionScenarios(), GetRemovalScenarios(), GetLoopScenarios(), GetWorkerScenarios(),
-          GetEndScenarios(), GetEndRaceScenarios(), GetLogScenarios(), GetKitScenarios()})
+         {GetSubmissionScenarios(), GetRemovalScenarios(), GetRegistryScenarios(), GetLoopScenarios(),
+          GetWorkerScenarios(), GetGateScenarios(), GetEndScenarios(), GetEndRaceScenarios(),
+          GetLogScenarios(), GetKitScenarios()})
     {
         vecAll.insert(vecAll.end(), vecSome.begin(), vecSome.end());
     }

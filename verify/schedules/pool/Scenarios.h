@@ -22,8 +22,10 @@ using Scenarios = std::vector<ST_Scenario>;
 // By subject.
 Scenarios GetSubmissionScenarios();
 Scenarios GetRemovalScenarios();
+Scenarios GetRegistryScenarios();
 Scenarios GetLoopScenarios();
 Scenarios GetWorkerScenarios();
+Scenarios GetGateScenarios();
 Scenarios GetEndScenarios();
 Scenarios GetEndRaceScenarios();
 Scenarios GetLogScenarios();

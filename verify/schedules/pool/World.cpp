@@ -391,8 +391,13 @@ void CLS_World::RequireStopped(const std::vector<const ST_Job*>& _vecRunning) co
 
 void CLS_World::Settle() const
 {
+    SettleUntil([this] { return HaveAllRun(); });
+}
+
+void CLS_World::SettleUntil(const std::function<bool()>& _funOver)
+{
     std::this_thread::sleep_for(5ms);
-    for (int i = 0; i < SLOW_POLLS && !IsTimely() && !HaveAllRun(); ++i)
+    for (int i = 0; i < SLOW_POLLS && !IsTimely() && !_funOver(); ++i)
     {
         std::this_thread::sleep_for(10ms);
     }
@@ -439,6 +444,8 @@ void ForgetPool()
     CLS_QuenTaskPool::m_pInstance = nullptr;
     // The old nodes were memory of the last schedule.
     new (&CLS_Task::m_mapTaskData) std::map<std::string, std::shared_ptr<CLS_Task>>;
+    // The library notices that the map has changed. It would notice later otherwise: in a step of a schedule.
+    CLS_Task::DeleteTask("");
     ShutdownClaimView::ForgetAll();
     CLS_TaskThread::SetWaitingOvertime(300000);
     LivingScopeView::ForgetAll();

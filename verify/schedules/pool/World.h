@@ -95,6 +95,9 @@ public:
     /// Lets the tasks run: for a moment or, if threads may be slow, until they have run.
     void Settle() const;
 
+    /// The same, until _funOver says that what happens is over.
+    static void SettleUntil(const std::function<bool()>& _funOver);
+
     /// A random number below _iCount.
     static int Choose(int _iCount);
 
