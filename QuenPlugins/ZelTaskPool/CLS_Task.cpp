@@ -19,6 +19,25 @@ constexpr int STOP_POLLS_PER_RECORD = 10;
 
 /// The status from which a task counts as executing.
 constexpr std::int32_t STATUS_EXECUTING = 2;
+/// Allocates a record together with its reference counts. Its destructor is not virtual on purpose, so the
+/// record is destroyed by name, as what it is.
+template <typename T_Value>
+struct ST_RecordAllocator : std::allocator<T_Value>
+{
+    template <typename T_Other>
+    struct rebind
+    {
+        using other = ST_RecordAllocator<T_Other>;
+    };
+
+    ST_RecordAllocator() = default;
+    template <typename T_Other>
+    explicit ST_RecordAllocator(const ST_RecordAllocator<T_Other>& /*_clsOther*/)
+    {
+    }
+
+    void destroy(CLS_Task* _pTask) { _pTask->CLS_Task::~CLS_Task(); }
+};
 } // namespace
 
 /// The registry. Hosts see the map and the lock through the static members, which have the standard types.
@@ -128,7 +147,8 @@ std::shared_ptr<CLS_Task> CLS_Task::CreateTask(const std::function<void()>& _fun
 std::shared_ptr<CLS_Task> CLS_Task::CreatePoolTask(const std::function<void()>& _funTask, int _iLoopInterval,
                                                    const std::string& _strCallInfo, std::string& _strTaskId)
 {
-    auto pTask = std::make_shared<CLS_Task>(_funTask, _iLoopInterval, _strCallInfo);
+    auto pTask = std::allocate_shared<CLS_Task>(ST_RecordAllocator<CLS_Task>(), _funTask, _iLoopInterval,
+                                                _strCallInfo);
     // Drawing the id and making the entry take time, so they come before the lock.
     _strTaskId = pTask->GetId();
     auto clsEntry = ReserveEntry<std::map<std::string, std::shared_ptr<CLS_Task>>>(_strTaskId, pTask);
