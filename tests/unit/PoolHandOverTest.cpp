@@ -25,6 +25,14 @@ using ::testing::ValuesIn;
 
 using Registry = std::map<std::string, std::shared_ptr<CLS_Task>>;
 
+/// A task that is not registered.
+std::shared_ptr<CLS_Task> MakeUnregistered(const std::function<void()>& _funTask)
+{
+    const std::shared_ptr<CLS_Task> pTask = CLS_Task::CreateTask(_funTask, -1, "other");
+    CLS_Task::DeleteTask(pTask->GetId());
+    return pTask;
+}
+
 /// What a test keeps, so that a task that leaves the registry stays alive.
 struct ST_Kept
 {
@@ -163,7 +171,7 @@ protected:
     /// A task for the place of another.
     std::shared_ptr<CLS_Task> MakeOther()
     {
-        return std::make_shared<CLS_Task>([this] { ++m_iOtherRuns; }, -1, "other");
+        return MakeUnregistered([this] { ++m_iOtherRuns; });
     }
 
     /// Whether a reference to this registered task saves the search: only then is it found although the entry
@@ -171,7 +179,7 @@ protected:
     static bool IsTrusted(const std::string& _strTaskId)
     {
         const std::shared_ptr<CLS_Task> pTask = CopyFromMap(_strTaskId);
-        const auto pOther = std::make_shared<CLS_Task>([] {}, -1, "other");
+        const std::shared_ptr<CLS_Task> pOther = MakeUnregistered([] {});
         Replace(_strTaskId, pOther);
         const std::shared_ptr<CLS_Task> pFound = CLS_Task::FindTask(pTask, _strTaskId);
         Replace(_strTaskId, pTask);
@@ -374,7 +382,7 @@ TEST_F(PoolHandOverTest, KeptReferenceThatIsEmptyOrGoneIsSearchedFor)
     const std::string strTaskId = MakePoolTask();
     const std::shared_ptr<CLS_Task> pTask = CopyFromMap(strTaskId);
     EXPECT_EQ(pTask, CLS_Task::FindTask({}, strTaskId));
-    std::weak_ptr<CLS_Task> pGone = std::make_shared<CLS_Task>([] {}, -1, "gone");
+    const std::weak_ptr<CLS_Task> pGone = MakeUnregistered([] {});
     EXPECT_EQ(pTask, CLS_Task::FindTask(pGone, strTaskId));
     EXPECT_EQ(nullptr, CLS_Task::FindTask({}, "unknown"));
     EXPECT_TRUE(IsTrusted(strTaskId)) << "the pool's own look-up hands the task to no other code";
