@@ -141,7 +141,7 @@ TEST_F(GdbCommandTest, ShowsThePoolOfAHostInAnotherLanguage)
     const std::string strAnswer =
         Ask({"-p", WaitForProcess(clsHost), "-ex", "set language rust"},
             "python gdb.execute('zel'); print('language: ' + gdb.parameter('language'))");
-    EXPECT_THAT(strAnswer, HasSubstr("\n  0: runs \"blocks?for long\" ("));
+    EXPECT_THAT(strAnswer, HasSubstr(": runs \"blocks?for long\" ("));
     EXPECT_THAT(strAnswer, HasSubstr("\nqueue: 0 tasks\n"));
     EXPECT_THAT(strAnswer, HasSubstr("\nlanguage: rust\n"));
 }

@@ -24,16 +24,6 @@ bool LookInto(const CLS_TaskThread& _clsWorker)
     return _clsWorker.m_funFunction == nullptr;
 }
 
-bool LookInto(const CLS_RunGate& _clsGate)
-{
-    // expected-error@+3 {{reading variable 'm_bRunning' requires holding mutex '_clsGate.m_mtxGate'}}
-    // expected-error@+3 {{reading variable 'm_bClosed' requires holding mutex '_clsGate.m_mtxGate'}}
-    // expected-error@+3 {{reading variable 'm_bAbandoned' requires holding mutex '_clsGate.m_mtxGate'}}
-    return _clsGate.m_bRunning ||
-           _clsGate.m_bClosed ||
-           _clsGate.m_bAbandoned;
-}
-
 bool LookInto(const CLS_Basic& _clsBasic)
 {
     // expected-error@+2 {{reading variable 'm_mapParam' requires holding mutex '_clsBasic.m_smParamLock'}}

@@ -75,6 +75,16 @@ void Note(const void* _pLock, bool _bTaken)
         NoteGivenBack(iLock);
     }
 }
+
+/// Notes the lock if the try has succeeded, and returns the try's result.
+int NoteTry(const void* _pLock, int _iResult)
+{
+    if (_iResult == 0)
+    {
+        Note(_pLock, true);
+    }
+    return _iResult;
+}
 } // namespace
 
 CLS_WatchedLocks::CLS_WatchedLocks()
@@ -145,6 +155,17 @@ void CallNext(const std::string& _strName, std::__shared_mutex_base* _pLock)
     t_bInSharedMutex = false;
 }
 
+/// As CallNext, for a function that tries to take the lock.
+bool TryNext(const std::string& _strName, std::__shared_mutex_base* _pLock)
+{
+    t_bInSharedMutex = true;
+    const bool bTaken =
+        GetNextFunction<bool(std::__shared_mutex_base*)>("_ZNSt3__119__shared_mutex_base" + _strName)(_pLock);
+    t_bInSharedMutex = false;
+    NoteTry(_pLock, bTaken ? 0 : 1);
+    return bTaken;
+}
+
 using MutexFun = int(pthread_mutex_t*);
 
 /// The system's function of that name, looked up once. The compiler would make such a static variable under a
@@ -169,6 +190,13 @@ void NoteMutex(const pthread_mutex_t* _pLock, bool _bTaken)
 
 extern "C"
 {
+    int pthread_mutex_trylock(pthread_mutex_t* _pLock)
+    {
+        static std::atomic<MutexFun*> s_funNext{nullptr};
+        return t_bInSharedMutex ? GetNext(s_funNext, "pthread_mutex_trylock")(_pLock)
+                                : NoteTry(_pLock, GetNext(s_funNext, "pthread_mutex_trylock")(_pLock));
+    }
+
     int pthread_mutex_lock(pthread_mutex_t* _pLock)
     {
         static std::atomic<MutexFun*> s_funNext{nullptr};
@@ -189,6 +217,16 @@ void std::__shared_mutex_base::lock()
 {
     Note(this, true);
     CallNext("4lockEv", this);
+}
+
+bool std::__shared_mutex_base::try_lock()
+{
+    return TryNext("8try_lockEv", this);
+}
+
+bool std::__shared_mutex_base::try_lock_shared()
+{
+    return TryNext("15try_lock_sharedEv", this);
 }
 
 void std::__shared_mutex_base::unlock()
@@ -227,9 +265,12 @@ extern "C"
 {
     // A sanitizer's stand-ins for the system's functions, where one is linked into the program.
     __attribute__((weak)) int __interceptor_pthread_mutex_lock(pthread_mutex_t*);
+    __attribute__((weak)) int __interceptor_pthread_mutex_trylock(pthread_mutex_t*);
     __attribute__((weak)) int __interceptor_pthread_mutex_unlock(pthread_mutex_t*);
     __attribute__((weak)) int __interceptor_pthread_rwlock_rdlock(pthread_rwlock_t*);
     __attribute__((weak)) int __interceptor_pthread_rwlock_wrlock(pthread_rwlock_t*);
+    __attribute__((weak)) int __interceptor_pthread_rwlock_tryrdlock(pthread_rwlock_t*);
+    __attribute__((weak)) int __interceptor_pthread_rwlock_trywrlock(pthread_rwlock_t*);
     __attribute__((weak)) int __interceptor_pthread_rwlock_unlock(pthread_rwlock_t*);
 
     // Replace the system's functions in every program that is linked with this file.
@@ -238,6 +279,12 @@ extern "C"
         static const auto s_funNext = GetNext(&__interceptor_pthread_mutex_lock, "pthread_mutex_lock");
         Note(_pLock, true);
         return s_funNext(_pLock);
+    }
+
+    int pthread_mutex_trylock(pthread_mutex_t* _pLock) noexcept
+    {
+        static const auto s_funNext = GetNext(&__interceptor_pthread_mutex_trylock, "pthread_mutex_trylock");
+        return NoteTry(_pLock, s_funNext(_pLock));
     }
 
     int pthread_mutex_unlock(pthread_mutex_t* _pLock) noexcept
@@ -260,6 +307,20 @@ extern "C"
         static const auto s_funNext = GetNext(&__interceptor_pthread_rwlock_wrlock, "pthread_rwlock_wrlock");
         Note(_pLock, true);
         return s_funNext(_pLock);
+    }
+
+    int pthread_rwlock_tryrdlock(pthread_rwlock_t* _pLock) noexcept
+    {
+        static const auto s_funNext =
+            GetNext(&__interceptor_pthread_rwlock_tryrdlock, "pthread_rwlock_tryrdlock");
+        return NoteTry(_pLock, s_funNext(_pLock));
+    }
+
+    int pthread_rwlock_trywrlock(pthread_rwlock_t* _pLock) noexcept
+    {
+        static const auto s_funNext =
+            GetNext(&__interceptor_pthread_rwlock_trywrlock, "pthread_rwlock_trywrlock");
+        return NoteTry(_pLock, s_funNext(_pLock));
     }
 
     int pthread_rwlock_unlock(pthread_rwlock_t* _pLock) noexcept

@@ -58,13 +58,17 @@ TEST_F(PoolAllocationsTest, SmallTaskTakesFewAllocations)
     long iMost = 0;
     for (int i = 0; i < 40; ++i)
     {
+        const int iWorkers = clsPool.GetTaskThreadNum();
         const long iBefore = FailingMemory::GetAllocations();
         EXPECT_TRUE(clsPool.AddTmpTask(funTask, &m_iOwner, strCallInfo));
         FailingMemory::EnterExempt();
         ASSERT_TRUE(WaitForIdle(clsPool, 1));
         FailingMemory::LeaveExempt();
-        // The first tasks make the worker, and the memory that is used again.
-        iMost = i < 20 ? 0 : std::max(iMost, FailingMemory::GetAllocations() - iBefore);
+        // The first tasks make the memory that is used again. On a slow machine, later ones make a worker.
+        if (i >= 20 && clsPool.GetTaskThreadNum() == iWorkers)
+        {
+            iMost = std::max(iMost, FailingMemory::GetAllocations() - iBefore);
+        }
     }
     EXPECT_LE(iMost, MOST_ALLOCATIONS);
     EXPECT_GT(iMost, 5) << "the count reaches the pool's threads";

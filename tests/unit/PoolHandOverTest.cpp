@@ -28,9 +28,13 @@ using Registry = std::map<std::string, std::shared_ptr<CLS_Task>>;
 /// A task that is not registered.
 std::shared_ptr<CLS_Task> MakeUnregistered(const std::function<void()>& _funTask)
 {
-    const std::shared_ptr<CLS_Task> pTask = CLS_Task::CreateTask(_funTask, -1, "other");
-    CLS_Task::DeleteTask(pTask->GetId());
-    return pTask;
+    // Destroyed by name: the destructor is not virtual on purpose.
+    const auto funDestroy = [](CLS_Task* _pTask)
+    {
+        _pTask->CLS_Task::~CLS_Task();
+        ::operator delete(_pTask);
+    };
+    return {new CLS_Task(_funTask, -1, "other"), funDestroy};
 }
 
 /// What a test keeps, so that a task that leaves the registry stays alive.
