@@ -7,8 +7,11 @@
 
 /// \file
 /// The standard library's locks, with the annotations that the compiler's check of the lock discipline needs.
-/// Each operation does what the standard one does.
+/// Each operation does what the standard one does. A wait for a lock tries again for a moment before it
+/// sleeps.
 
+namespace Util
+{
 /// Tells the processor core that the thread waits in a loop.
 inline void PauseCore()
 {
@@ -41,6 +44,7 @@ bool SpinForLock(T_TryLock _funTryLock)
     }
     return false;
 }
+} // namespace Util
 
 /// A mutex.
 class ZEL_CAPABILITY("mutex") CLS_Mutex : public std::mutex
@@ -49,7 +53,7 @@ public:
     /// Waits for the lock.
     void lock() ZEL_ACQUIRE()
     {
-        if (!SpinForLock([this] { return std::mutex::try_lock(); }))
+        if (!Util::SpinForLock([this] { return std::mutex::try_lock(); }))
         {
             std::mutex::lock();
         }
@@ -67,7 +71,7 @@ public:
     /// Waits for the lock.
     void lock() ZEL_ACQUIRE()
     {
-        if (!SpinForLock([this] { return std::shared_mutex::try_lock(); }))
+        if (!Util::SpinForLock([this] { return std::shared_mutex::try_lock(); }))
         {
             std::shared_mutex::lock();
         }
@@ -79,7 +83,7 @@ public:
     /// Takes the lock, shared; waits while it is held exclusively.
     void lock_shared() ZEL_ACQUIRE_SHARED()
     {
-        if (!SpinForLock([this] { return std::shared_mutex::try_lock_shared(); }))
+        if (!Util::SpinForLock([this] { return std::shared_mutex::try_lock_shared(); }))
         {
             std::shared_mutex::lock_shared();
         }

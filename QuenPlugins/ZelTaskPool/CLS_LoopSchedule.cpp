@@ -24,11 +24,13 @@ bool CLS_LoopSchedule::CLS_Entry::IsDue(std::chrono::steady_clock::time_point _t
 std::shared_ptr<CLS_Task> CLS_LoopSchedule::CLS_Entry::FindTask()
 {
     std::shared_ptr<CLS_Task> pTask = m_pTask.lock();
-    if (!pTask)
-    {
-        pTask = CLS_Task::FindTask({}, m_strTaskId);
-        m_pTask = pTask;
-    }
+    return pTask ? pTask : LookUp();
+}
+
+std::shared_ptr<CLS_Task> CLS_LoopSchedule::CLS_Entry::LookUp()
+{
+    std::shared_ptr<CLS_Task> pTask = CLS_Task::FindTask({}, m_strTaskId);
+    m_pTask = pTask;
     return pTask;
 }
 

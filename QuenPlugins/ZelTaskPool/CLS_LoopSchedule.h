@@ -34,8 +34,10 @@ public:
         /// Waits: for the registry's lock, shared, when the task was not found before or is gone.
         bool IsDue(std::chrono::steady_clock::time_point _tpNow);
 
-        /// The task that IsDue has asked. Valid as GetTaskId is.
-        const std::weak_ptr<CLS_Task>& GetTask() const { return m_pTask; }
+        /// The registered task, which IsDue asks from now on. Null when there is none.
+        ///
+        /// Waits: for the registry's lock, shared.
+        std::shared_ptr<CLS_Task> LookUp();
 
         /// Makes IsDue ask the task again, because its interval may have changed.
         void ForgetTime() { m_tpEarliest = std::chrono::steady_clock::time_point::min(); }

@@ -249,8 +249,8 @@ private:
         std::weak_ptr<CLS_Task> m_pTask;
     };
 
-    /// A part of the waiting queue: ids, for each the reference as in ST_QueuedTask, and what comes behind
-    /// them.
+    /// What the dispatcher has taken off the waiting queue: ids with their references, and the overflow
+    /// behind them, oldest first.
     struct ST_Batch
     {
         std::vector<std::string> m_vecTaskIds;
@@ -312,10 +312,8 @@ private:
     bool ReserveWaitingTask() ZEL_REQUIRES(m_mtxWaitingTasks);
     /// Clears the run flag and wakes the dispatcher.
     void RequestShutdown() ZEL_EXCLUDES(m_mtxWaitingTasks);
-    /// Hands all queued tasks to workers, in order. The shutdown drops the rest.
-    void DispatchPass();
-    /// Yields a few times, until there is a task in the waiting queue.
-    void GiveWay();
+    /// Takes all queued tasks into _stBatch and hands them to workers, in order. The shutdown drops the rest.
+    void DispatchPass(ST_Batch& _stBatch);
     /// Waits for a task or the shutdown. Takes the queue into _stBatch, and reuses the memory that is in it.
     void TakeWaitingTasks(ST_Batch& _stBatch) ZEL_EXCLUDES(m_mtxWaitingTasks);
     /// Hands a task to a worker; _iUndispatched ids wait for one. False when the shutdown comes first.
@@ -334,7 +332,7 @@ private:
     std::string UnregisterWorker(CLS_TaskThread* _pWorker) ZEL_EXCLUDES(m_smThreadTaskLock);
     /// Whether the calling thread is a registered worker's.
     bool IsWorkerThread() ZEL_EXCLUDES(m_smThreadTaskLock);
-    /// Binds the task to the worker, whose job reads it. Moves the id and the reference away.
+    /// Binds the task to the worker, whose job reads it. Exchanges id and reference for those of the worker.
     void BindTask(CLS_TaskThread* _pWorker, std::string& _strTaskId, std::weak_ptr<CLS_Task>& _pTask)
         ZEL_EXCLUDES(m_smThreadTaskLock);
     /// The task bound to the worker, if it is registered. Without memory for a copy, moves the id away.
@@ -426,6 +424,4 @@ private:
     /// Whether tasks wait behind the one that the dispatcher hands over now. Written by the dispatcher, read
     /// by workers, as a hint. Relaxed.
     std::atomic<bool> m_bBatchWaits{false};
-    /// What the dispatcher hands out. Only its thread uses this.
-    ST_Batch m_stBatch;
 };

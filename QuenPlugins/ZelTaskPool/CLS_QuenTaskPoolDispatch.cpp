@@ -3,6 +3,7 @@
 #include "QuenInclude/Util.h"
 #include "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool.h"
 #include "QuenPlugins/ZelTaskPool/TaskPoolRecord.h"
+#include "QuenPlugins/ZelTaskPool/YieldUntil.h"
 
 #include <algorithm>
 #include <iterator>
@@ -17,16 +18,13 @@ constexpr std::chrono::seconds QUEUE_WAIT{1};
 /// reports.
 constexpr std::chrono::milliseconds RETRY_WAIT{100};
 constexpr int RETRIES_PER_REPORT = 90;
-/// How often the dispatcher yields after a batch, before it goes to sleep. More tasks may be about to come,
-/// and being woken costs both sides several times as much.
-constexpr int GIVE_WAYS = 4;
 /// The dispatcher reuses the memory of the queue up to this number of tasks.
 constexpr std::size_t KEPT_CAPACITY = 1024;
 
 /// Reports one task that keeps a worker busy.
 void ReportTask(const std::string& _strTaskId)
 {
-    if (const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(_strTaskId).lock())
+    if (const std::shared_ptr<CLS_Task> pTask = CLS_Task::FindTask({}, _strTaskId))
     {
         // Kept on purpose: nothing between the id and the status.
         const std::string strText = "runing task info TaskStatus : [" + _strTaskId +
@@ -107,11 +105,12 @@ void CLS_QuenTaskPool::RequestShutdown()
 void CLS_QuenTaskPool::FunTaskingThread()
 {
     Util::SetThreadName("zel-dispatcher");
+    ST_Batch stBatch;
     while (m_bRun)
     {
         try
         {
-            DispatchPass();
+            DispatchPass(stBatch);
         }
         catch (...)
         {
@@ -121,10 +120,10 @@ void CLS_QuenTaskPool::FunTaskingThread()
     }
 }
 
-void CLS_QuenTaskPool::DispatchPass()
+void CLS_QuenTaskPool::DispatchPass(ST_Batch& _stBatch)
 {
-    TakeWaitingTasks(m_stBatch);
-    auto& [vecTaskIds, vecTasks, lstOverflow] = m_stBatch;
+    TakeWaitingTasks(_stBatch);
+    auto& [vecTaskIds, vecTasks, lstOverflow] = _stBatch;
     std::size_t iUndispatched =
         vecTaskIds.size() + static_cast<std::size_t>(std::distance(lstOverflow.begin(), lstOverflow.end()));
     for (std::size_t i = 0; i < vecTaskIds.size(); ++i)
@@ -141,15 +140,7 @@ void CLS_QuenTaskPool::DispatchPass()
             return;
         }
     }
-    GiveWay();
-}
-
-void CLS_QuenTaskPool::GiveWay()
-{
-    for (int i = 0; i < GIVE_WAYS && !m_bWaitingTasks.load(std::memory_order_relaxed); ++i)
-    {
-        std::this_thread::yield();
-    }
+    YieldUntil(m_bWaitingTasks);
 }
 
 void CLS_QuenTaskPool::TakeWaitingTasks(ST_Batch& _stBatch)

@@ -44,7 +44,9 @@ void CLS_QuenTaskPool::LoopPass()
         }
         if (clsEntry.IsDue(tpNow))
         {
-            if (const auto pTask = CLS_Task::FindTask(clsEntry.GetTask(), clsEntry.GetTaskId()))
+            // A host may have put another task in the place of the one that was asked.
+            const std::shared_ptr<CLS_Task> pTask = clsEntry.LookUp();
+            if (pTask && pTask->IsUseRun())
             {
                 QueueTask(pTask, clsEntry.GetTaskId());
             }

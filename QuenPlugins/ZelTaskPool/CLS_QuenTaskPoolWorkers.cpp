@@ -79,7 +79,6 @@ void RunRegisteredTask(CLS_TaskThread* _pWorker, const std::weak_ptr<CLS_Task>& 
         RecordRunError(_pWorker, strDescription);
     }
 }
-
 } // namespace
 
 CLS_TaskThread* CLS_QuenTaskPool::GetTaskThread()

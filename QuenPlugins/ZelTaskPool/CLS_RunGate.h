@@ -119,7 +119,7 @@ private:
 
     CLS_Mutex m_mtxGate;              ///< held while Close looks at the state; guards no member
     std::condition_variable m_cvGate; ///< signalled at each change of the state once the gate is closed
-    /// The worker's progress, and what Close has decided. Sequentially consistent: either the worker sees the
+    /// The worker's progress, and what Close has decided. In one word, so that either the worker sees the
     /// gate closed, or Close sees the worker's step.
     std::atomic<unsigned> m_uiState{0};
     /// The thread that runs the foreign code; meaningful while there is some. Relaxed: the step that follows

@@ -19,20 +19,22 @@ constexpr int STOP_POLLS_PER_RECORD = 10;
 
 /// The status from which a task counts as executing.
 constexpr std::int32_t STATUS_EXECUTING = 2;
+
 /// Allocates a record together with its reference counts. Its destructor is not virtual on purpose, so the
 /// record is destroyed by name, as what it is.
 template <typename T_Value>
-struct ST_RecordAllocator : std::allocator<T_Value>
+class CLS_RecordAllocator : public std::allocator<T_Value>
 {
+public:
     template <typename T_Other>
     struct rebind
     {
-        using other = ST_RecordAllocator<T_Other>;
+        using other = CLS_RecordAllocator<T_Other>;
     };
 
-    ST_RecordAllocator() = default;
+    CLS_RecordAllocator() = default;
     template <typename T_Other>
-    explicit ST_RecordAllocator(const ST_RecordAllocator<T_Other>& /*_clsOther*/)
+    explicit CLS_RecordAllocator(const CLS_RecordAllocator<T_Other>& /*_clsOther*/)
     {
     }
 
@@ -147,7 +149,7 @@ std::shared_ptr<CLS_Task> CLS_Task::CreateTask(const std::function<void()>& _fun
 std::shared_ptr<CLS_Task> CLS_Task::CreatePoolTask(const std::function<void()>& _funTask, int _iLoopInterval,
                                                    const std::string& _strCallInfo, std::string& _strTaskId)
 {
-    auto pTask = std::allocate_shared<CLS_Task>(ST_RecordAllocator<CLS_Task>(), _funTask, _iLoopInterval,
+    auto pTask = std::allocate_shared<CLS_Task>(CLS_RecordAllocator<CLS_Task>(), _funTask, _iLoopInterval,
                                                 _strCallInfo);
     // Drawing the id and making the entry take time, so they come before the lock.
     _strTaskId = pTask->GetId();

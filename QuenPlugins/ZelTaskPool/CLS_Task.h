@@ -28,8 +28,8 @@ enum n_TaskStatus : std::int32_t
 ///
 ///     IDLE --(queued)--> WAITING --(Running begins)--> RUNNING --(Running ends)--> IDLE
 ///
-/// The pool makes every task with CreateTask, which enters it into a registry under its id. The registry
-/// keeps it until DeleteTask; a one-shot task that has run stays registered until then (kept on purpose).
+/// CreateTask and CreatePoolTask enter each task into a registry under its id. The registry keeps it until
+/// DeleteTask; a one-shot task that has run stays registered until then (kept on purpose).
 ///
 /// Threads: thread-safe. Status, interval, time and validity are single atomic words, which any thread reads
 /// and writes without a lock. The callable is set once, and taken out when the task is removed. Where a
@@ -81,8 +81,8 @@ public:
     /// The registered task with this id; null when there is none. Does not search the registry if _pKept, a
     /// reference from an earlier look-up, is sure to be what the search would find.
     ///
-    /// That is so as long as the registry alone owns the task, because a task that leaves the registry is
-    /// destroyed then. So the search is needed
+    /// That is so as long as only the registry owns the task, apart from the pool while it uses the task:
+    /// then a task that leaves the registry is destroyed. So the search is needed
     /// - when the reference is empty, or its task is gone;
     /// - when other code may own the task: CreateTask or GetTask has handed it out, or DeleteTask or
     ///   CreateTask has taken it out of the registry;
@@ -199,8 +199,9 @@ public:
     /// exits.
     ///
     /// Pitfall: the pool notices a host's own changes by the number of tasks. It may miss a change that keeps
-    /// the number, such as a task in the place of another. The old task may then still run once if it is
-    /// queued and other code owns it. A host that wants another task under an id calls DeleteTask first.
+    /// the number, such as a task in the place of another, or an old task under a new id. While anything owns
+    /// the old task, it may then still run: once for each time that its old id was queued before the change.
+    /// A host that wants another task under an id calls DeleteTask first.
     ZEL_TASKPOOL_EXPORT static std::map<std::string, std::shared_ptr<CLS_Task>>& m_mapTaskData;
     ZEL_TASKPOOL_EXPORT static std::shared_mutex& m_smTaskDataLock; ///< guards m_mapTaskData
 
@@ -210,7 +211,7 @@ private:
 
     /// The registry and its lock, with the annotated types.
     static ST_Registry& GetRegistry();
-    /// Whether only the registry has owned the task since it was registered, which was in this era.
+    /// Whether the task was registered in this era, and no other code than the pool has got it since.
     bool IsOfEra(std::uint32_t _uiEra) const;
     /// Makes FindTask search for this task from now on. Ignores null.
     static void ForgetEra(const std::shared_ptr<CLS_Task>& _pTask);
@@ -232,7 +233,8 @@ private:
     std::atomic<std::chrono::steady_clock::time_point> m_tpLastRun{std::chrono::steady_clock::now()};
     std::atomic<bool> m_bValid{true};
     std::atomic<bool> m_bRemoved{false}; ///< see SetRemoved; relaxed
-    /// The era of the registry in which the task was registered, if only the registry has owned it since; 0
-    /// if not. See FindTask. Relaxed: the registry's lock orders it, or CLS_Change does.
+    /// The era of the registry in which the task was registered; 0 once other code than the pool may own it,
+    /// or once it has left the registry. See FindTask. Relaxed: the registry's lock orders it, or CLS_Change
+    /// does.
     std::atomic<std::uint32_t> m_uiEra{0};
 };

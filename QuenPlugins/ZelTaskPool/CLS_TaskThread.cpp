@@ -3,6 +3,7 @@
 #include "QuenInclude/Util.h"
 #include "QuenPlugins/ZelTaskPool/CLS_ShutdownClaim.h"
 #include "QuenPlugins/ZelTaskPool/TaskPoolRecord.h"
+#include "QuenPlugins/ZelTaskPool/YieldUntil.h"
 
 #include <algorithm>
 #include <array>
@@ -17,10 +18,6 @@ namespace
 {
 /// A worker checks its run flag at least this often.
 constexpr std::chrono::seconds WAIT_LIMIT{3};
-
-/// How often a worker yields after a job, before it goes to sleep. The next job may be about to come, and
-/// being woken costs both sides several times as much.
-constexpr int GIVE_WAYS = 4;
 
 /// The order id of a worker that the pool has not registered.
 constexpr std::int32_t NO_ORDER_ID = -1;
@@ -76,15 +73,12 @@ void CLS_TaskThread::FunTask()
 
 void CLS_TaskThread::GiveWay()
 {
-    if (m_bBacklog)
+    if (m_bBacklog.load(std::memory_order_relaxed))
     {
-        // Even if a job is there: the dispatcher hands over more of them at a time.
+        // Even if the next job is already there: the dispatcher gets to hand over several jobs at a time.
         std::this_thread::yield();
     }
-    for (int i = 0; i < GIVE_WAYS && !m_bHandedOver.load(std::memory_order_relaxed); ++i)
-    {
-        std::this_thread::yield();
-    }
+    YieldUntil(m_bHandedOver);
 }
 
 bool CLS_TaskThread::RunNextJob(std::int32_t& _iShownId)

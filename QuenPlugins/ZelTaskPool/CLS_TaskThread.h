@@ -16,7 +16,8 @@ class CLS_Task;
 
 /// One worker: a thread that sleeps until it is handed a job, runs the job and sleeps again.
 ///
-/// It knows nothing about tasks. The job receives the worker as its argument.
+/// It uses no task itself. The job receives the worker as its argument. The pool keeps in the worker the
+/// reference to the task that is bound to it.
 ///
 /// Threads: thread-safe, except for ending and deleting. The worker's thread, the dispatcher, the watchdog
 /// and the shutdown share only m_mtxFunction, the run gate and atomic words. Where a comment names no thread,
@@ -100,7 +101,7 @@ public:
     std::weak_ptr<CLS_Task>& GetBoundTask() { return m_pBoundTask; }
 
     /// Says whether more tasks wait for a worker. Called by the job. For the pool only: not exported.
-    void SetBacklog(bool _bBacklog) { m_bBacklog = _bBacklog; }
+    void SetBacklog(bool _bBacklog) { m_bBacklog.store(_bBacklog, std::memory_order_relaxed); }
 
     /// The gate between the worker and the shutdown of its pool. For the pool only: not exported.
     CLS_RunGate& GetRunGate() { return m_clsRunGate; }
@@ -108,7 +109,7 @@ public:
 private:
     /// Runs jobs until the end. An abandoned worker then deletes itself.
     void WorkUntilEnd();
-    /// Yields a few times, until a job is handed over.
+    /// Yields a few times, until a job is handed over, and at least once while more tasks wait.
     void GiveWay();
     /// Waits for a job and runs it. False when the worker ends; a job that has not begun is then dropped.
     bool RunNextJob(std::int32_t& _iShownId) ZEL_EXCLUDES(m_mtxFunction);
@@ -139,5 +140,5 @@ private:
     /// Whether a job has been handed over since the worker last looked. The worker reads it without a lock
     /// before it goes to sleep, as a hint. Relaxed.
     std::atomic<bool> m_bHandedOver{false};
-    bool m_bBacklog = false; ///< see SetBacklog; only the worker's thread uses it
+    std::atomic<bool> m_bBacklog{false}; ///< see SetBacklog; a hint, relaxed
 };

@@ -68,11 +68,6 @@ void PushOverflowId(CLS_QuenTaskPool& _clsPool, const std::string& _strTaskId)
     _clsPool.m_lstWaitingOverflow.push_front({_strTaskId, {}});
 }
 
-std::vector<std::string>& GetBatchIds(CLS_QuenTaskPool& _clsPool)
-{
-    return _clsPool.m_stBatch.m_vecTaskIds;
-}
-
 CLS_SharedMutex& GetLoopListLock(CLS_QuenTaskPool& _clsPool)
 {
     return _clsPool.m_smLoopTasksLock;
@@ -151,7 +146,8 @@ ClassLayout::Members ListMembers(const CLS_QuenTaskPool& _clsPool)
 
 void RunDispatchPass(CLS_QuenTaskPool& _clsPool)
 {
-    _clsPool.DispatchPass();
+    CLS_QuenTaskPool::ST_Batch stBatch;
+    _clsPool.DispatchPass(stBatch);
 }
 
 void RunLoopPass(CLS_QuenTaskPool& _clsPool)
@@ -164,9 +160,19 @@ void RunWatchdogPass(CLS_QuenTaskPool& _clsPool)
     _clsPool.OvertimePass();
 }
 
+std::shared_ptr<void> MakeBatch()
+{
+    return std::make_shared<CLS_QuenTaskPool::ST_Batch>();
+}
+
 std::vector<std::string> TakeQueue(CLS_QuenTaskPool& _clsPool)
 {
-    auto& stBatch = _clsPool.m_stBatch;
+    return TakeQueue(_clsPool, MakeBatch());
+}
+
+std::vector<std::string> TakeQueue(CLS_QuenTaskPool& _clsPool, const std::shared_ptr<void>& _pBatch)
+{
+    auto& stBatch = *static_cast<CLS_QuenTaskPool::ST_Batch*>(_pBatch.get());
     _clsPool.TakeWaitingTasks(stBatch);
     std::vector<std::string> vecTaskIds = stBatch.m_vecTaskIds;
     for (const auto& stTask : stBatch.m_lstOverflow)

@@ -39,8 +39,6 @@ std::vector<std::weak_ptr<CLS_Task>>& GetWaitingRecords(CLS_QuenTaskPool& _clsPo
 std::forward_list<std::string> GetOverflowIds(CLS_QuenTaskPool& _clsPool);
 /// Queues an id behind those of GetWaitingIds, without a reference to its task.
 void PushOverflowId(CLS_QuenTaskPool& _clsPool, const std::string& _strTaskId);
-/// What the dispatcher hands out. For the dispatcher's thread only.
-std::vector<std::string>& GetBatchIds(CLS_QuenTaskPool& _clsPool);
 CLS_SharedMutex& GetLoopListLock(CLS_QuenTaskPool& _clsPool);
 std::vector<std::string>& GetLoopIds(CLS_QuenTaskPool& _clsPool);
 CLS_LoopSchedule& GetLoopSchedule(CLS_QuenTaskPool& _clsPool);
@@ -66,7 +64,11 @@ void RunDispatchPass(CLS_QuenTaskPool& _clsPool);
 void RunLoopPass(CLS_QuenTaskPool& _clsPool);
 /// One pass of the watchdog.
 void RunWatchdogPass(CLS_QuenTaskPool& _clsPool);
+/// The dispatcher's memory from pass to pass.
+std::shared_ptr<void> MakeBatch();
 /// The queue as the dispatcher takes it into its batch, in order.
+std::vector<std::string> TakeQueue(CLS_QuenTaskPool& _clsPool, const std::shared_ptr<void>& _pBatch);
+/// The same with a new batch.
 std::vector<std::string> TakeQueue(CLS_QuenTaskPool& _clsPool);
 /// Reports that no worker was free for the oldest of so many ids.
 void ReportBusy(CLS_QuenTaskPool& _clsPool, std::size_t _uiUndispatched);

@@ -1,4 +1,4 @@
-// What the road of a task allocates, and that nothing is freed under a lock that several threads want.
+// What a task allocates on its way, and that its end frees nothing under a lock that several threads want.
 
 #include "tests/support/FailingMemory.h"
 #include "tests/support/PoolView.h"

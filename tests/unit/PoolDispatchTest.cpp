@@ -113,12 +113,13 @@ TEST_F(PoolDispatchTest, MemoryOfTheQueueIsUsedAgainUnlessItIsLarge)
 {
     constexpr std::size_t KEPT_TASKS = 1024;
     CLS_QuenTaskPool& clsPool = MakeStillPool();
+    const std::shared_ptr<void> pBatch = PoolView::MakeBatch();
     for (const std::size_t uiTasks : {KEPT_TASKS, KEPT_TASKS + 1})
     {
         PoolView::SetQueue(clsPool, std::vector<std::string>(uiTasks, "unknown"));
-        EXPECT_EQ(uiTasks, PoolView::TakeQueue(clsPool).size());
+        EXPECT_EQ(uiTasks, PoolView::TakeQueue(clsPool, pBatch).size());
         PoolView::SetQueue(clsPool, {"unknown"});
-        EXPECT_EQ(1U, PoolView::TakeQueue(clsPool).size());
+        EXPECT_EQ(1U, PoolView::TakeQueue(clsPool, pBatch).size());
         // The queue now has what had been the first batch's.
         const std::size_t uiExpected = uiTasks > KEPT_TASKS ? 0 : uiTasks;
         EXPECT_EQ(uiExpected, PoolView::GetWaitingIds(clsPool).capacity());
@@ -126,7 +127,7 @@ TEST_F(PoolDispatchTest, MemoryOfTheQueueIsUsedAgainUnlessItIsLarge)
         EXPECT_THAT(PoolView::GetWaitingIds(clsPool), IsEmpty());
         EXPECT_THAT(PoolView::GetWaitingRecords(clsPool), IsEmpty());
         PoolView::SetQueue(clsPool, {"unknown"});
-        PoolView::TakeQueue(clsPool);
+        PoolView::TakeQueue(clsPool, pBatch);
     }
 }
 

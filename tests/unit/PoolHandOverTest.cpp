@@ -12,6 +12,7 @@
 #include <mutex>
 #include <shared_mutex>
 #include <string>
+#include <thread>
 #include <tuple>
 #include <utility>
 
@@ -38,7 +39,7 @@ std::shared_ptr<CLS_Task> MakeUnregistered(const std::function<void()>& _funTask
 }
 
 /// What a test keeps, so that a task that leaves the registry stays alive.
-struct ST_Kept
+struct ST_KeptTasks
 {
     std::shared_ptr<CLS_Task> m_pTask;
     Registry::node_type m_clsEntry;
@@ -72,14 +73,14 @@ constexpr const char* REFERENCE_NAMES[] = {"WithoutAReference", "HeldFromGetTask
 struct ST_Change
 {
     const char* m_szName;
-    std::function<void(const std::string&, ST_Kept&)> m_funChange;
+    std::function<void(const std::string&, ST_KeptTasks&)> m_funChange;
 };
 
 /// Changes the map as a host does, under its lock.
 template <typename T_Change>
 auto ChangeMap(const T_Change& _funChange)
 {
-    return [_funChange](const std::string& _strTaskId, ST_Kept& _stKept)
+    return [_funChange](const std::string& _strTaskId, ST_KeptTasks& _stKept)
     {
         const std::unique_lock<std::shared_mutex> lock(CLS_Task::m_smTaskDataLock);
         _funChange(_strTaskId, _stKept);
@@ -87,13 +88,13 @@ auto ChangeMap(const T_Change& _funChange)
 }
 
 const ST_Change TAKING_OUT[] = {
-    {"Deleted", [](const std::string& _strTaskId, ST_Kept&) { CLS_Task::DeleteTask(_strTaskId); }},
-    {"Erased",
-     ChangeMap([](const std::string& _strTaskId, ST_Kept&) { CLS_Task::m_mapTaskData.erase(_strTaskId); })},
-    {"Extracted", ChangeMap([](const std::string& _strTaskId, ST_Kept& _stKept)
+    {"Deleted", [](const std::string& _strTaskId, ST_KeptTasks&) { CLS_Task::DeleteTask(_strTaskId); }},
+    {"Erased", ChangeMap([](const std::string& _strTaskId, ST_KeptTasks&)
+                         { CLS_Task::m_mapTaskData.erase(_strTaskId); })},
+    {"Extracted", ChangeMap([](const std::string& _strTaskId, ST_KeptTasks& _stKept)
                             { _stKept.m_clsEntry = CLS_Task::m_mapTaskData.extract(_strTaskId); })},
-    {"Cleared", ChangeMap([](const std::string&, ST_Kept&) { CLS_Task::m_mapTaskData.clear(); })},
-    {"Swapped", ChangeMap([](const std::string&, ST_Kept& _stKept)
+    {"Cleared", ChangeMap([](const std::string&, ST_KeptTasks&) { CLS_Task::m_mapTaskData.clear(); })},
+    {"Swapped", ChangeMap([](const std::string&, ST_KeptTasks& _stKept)
                           { CLS_Task::m_mapTaskData.swap(_stKept.m_mapTasks); })}};
 
 /// Puts a task in the place of another, in one hold of the lock.
@@ -200,7 +201,7 @@ protected:
     }
 
     CLS_QuenTaskPool* m_pPool = nullptr;
-    ST_Kept m_stKept;
+    ST_KeptTasks m_stKept;
     int m_iRuns = 0;
     int m_iOtherRuns = 0;
 };
@@ -269,6 +270,7 @@ INSTANTIATE_TEST_SUITE_P(All, PoolHandOverReplacementTest,
 
 using PoolHandOverTest = CLS_HandOverFixture;
 
+// Pins docs/limits.md, "Replacing a task record in the registry".
 TEST_F(PoolHandOverTest, QueuedTaskRunsWithoutASearch)
 {
     for (const n_Queued iQueued : {n_Queued::TMP, n_Queued::LOOP, n_Queued::REQUEUED})
@@ -285,6 +287,26 @@ TEST_F(PoolHandOverTest, QueuedTaskRunsWithoutASearch)
     }
 }
 
+TEST_F(PoolHandOverTest, TaskInThePlaceOfALoopTaskIsRequeuedInsteadOfIt)
+{
+    const std::string strTaskId = Queue(n_Queued::REQUEUED);
+    Dispatch();
+    EXPECT_EQ(1, std::exchange(m_iRuns, 0));
+    // What a host must not do: the registry's size does not show it, and the old task lives on.
+    Refer(n_Reference::COPY, strTaskId);
+    Replace(strTaskId, MakeOther());
+    EXPECT_TRUE(WaitUntil(
+        [&]
+        {
+            PoolView::RunLoopPass(*m_pPool);
+            return !PoolView::GetQueue(*m_pPool).empty();
+        }));
+    Dispatch();
+    EXPECT_EQ(0, m_iRuns);
+    EXPECT_EQ(1, m_iOtherRuns);
+}
+
+// Pins docs/limits.md, "Replacing a task record in the registry".
 TEST_F(PoolHandOverTest, ReplacementAfterDeleteTaskRunsAlthoughTheOldTaskLives)
 {
     const std::string strTaskId = Queue(n_Queued::TMP);
@@ -299,7 +321,7 @@ TEST_F(PoolHandOverTest, ReplacementAfterDeleteTaskRunsAlthoughTheOldTaskLives)
     EXPECT_EQ(1, m_iOtherRuns);
 }
 
-TEST_F(PoolHandOverTest, OnlyTasksThatNobodyElseKnowsAreTrusted)
+TEST_F(PoolHandOverTest, OnlyTasksThatThePoolAloneKnowsAreTrusted)
 {
     const std::string strTrusted = MakePoolTask();
     EXPECT_TRUE(IsTrusted(strTrusted));
@@ -353,6 +375,31 @@ TEST_F(PoolHandOverTest, HostsChangeIsSeenAlthoughTheLibraryChangesTheRegistryNe
         funChange();
         EXPECT_EQ(nullptr, CLS_Task::FindTask(pTask, strTaskId));
     }
+}
+
+TEST_F(PoolHandOverTest, TrustedTaskIsFoundWhileTheLibraryChangesTheRegistry)
+{
+    const std::string strTrusted = MakePoolTask();
+    const std::shared_ptr<CLS_Task> pTask = CopyFromMap(strTrusted);
+    std::shared_ptr<CLS_Task> pFound;
+    CLS_Gate clsFound;
+    std::thread thReader;
+    // The captured objects are destroyed during the deletion, with the registry's lock held.
+    const auto funLookUp = [&]
+    {
+        thReader = std::thread(
+            [&]
+            {
+                pFound = CLS_Task::FindTask(pTask, strTrusted);
+                clsFound.Open();
+            });
+        EXPECT_TRUE(clsFound.Wait());
+    };
+    const std::string strDeleted =
+        CLS_Task::CreateTask([pHook = MakeEndHook(funLookUp)] {}, -1, "call")->GetId();
+    CLS_Task::DeleteTask(strDeleted);
+    thReader.join();
+    EXPECT_EQ(pTask, pFound);
 }
 
 TEST_F(PoolHandOverTest, TaskThatAHostTookOutAndPutBackRuns)

@@ -79,7 +79,7 @@ FAULTS = [
           seen=tuple(name + seen for name in "ABCD" for seen in (" was queued 1 times and ran 0", " begins late"))),
 
     # The gate.
-    fault("a step at the gate notifies nobody", GATE,
+    fault("a step at the gate causes no notification", GATE,
           ("        m_cvGate.notify_one();\n", ""),
           scenario="close-against-jobs", strategy="random",
           seen="the gate closes late"),

@@ -6,16 +6,16 @@
  * goes to sleep under it, and the one of each worker's job, because it is held throughout a job. The shutdown adds the
  * one of each gate, under which it polls and goes to sleep, while the worker's steps are atomic words.
  *
- * Waits: a poll that finds nothing changes nothing, so only the poll that finds something is modelled. A timed wait ends when it is notified or, unless NEVER_EXPIRES is defined, at any moment, which stands
- * for its time and for spurious wake-ups. With NEVER_EXPIRES nothing but a notification ends it, so that a lost one
- * is seen.
+ * Waits: a poll that finds nothing changes nothing, so only the poll that finds something is modelled. A timed wait
+ * ends when it is notified or, unless NEVER_EXPIRES is defined, at any moment, which stands for its time and for
+ * spurious wake-ups. With NEVER_EXPIRES nothing but a notification ends it, so that a lost one is seen.
  *
  * A worker's slot is used again when the worker has been freed, as memory is. If there is no worker - too many, or no
  * thread - the dispatcher tries again. The limit lets two workers be registered at once; with MAX_THREAD=0 it lets
  * one, so that both slots are taken only while one of the two is retired.
  *
- * Left out: records, ReportBusy, the second look of GetTaskThread, yields and their hints, the owner maps, how long a worker has been idle
- * (the watchdog may find any worker idle for too long).
+ * Left out: records, ReportBusy, the second look of GetTaskThread, yields and their hints, the owner maps, how long a
+ * worker has been idle (the watchdog may find any worker idle for too long).
  *
  * A model that includes this defines what task.pml needs and FAILURES: how many workers fail to get onto the idle
  * list. It may define POOL_ENDS, and RUN_STEP as atomic if only workers look at tasks. With WATCHDOG_SLEEPS no worker
