@@ -17,24 +17,19 @@ bool CLS_RunGate::Begin(unsigned _uiBit)
             return true;
         }
     }
-    Change(0, _uiBit);
+    Remove(_uiBit);
     return false;
 }
 
-bool CLS_RunGate::Change(unsigned _uiAdded, unsigned _uiRemoved)
+bool CLS_RunGate::NotifyClose(unsigned _uiState)
 {
-    // Only Close changes the state beside the worker.
-    unsigned uiState = m_uiState;
-    while (!m_uiState.compare_exchange_weak(uiState, (uiState | _uiAdded) & ~_uiRemoved))
-    {
-    }
-    if ((uiState & CLOSED) != 0)
+    if ((_uiState & CLOSED) != 0)
     {
         // Once the mutex is held, Close has seen the change, or it waits and gets the notification.
         const CLS_LockGuard lock(m_mtxGate);
         m_cvGate.notify_one();
     }
-    return (uiState & ABANDONED) == 0;
+    return (_uiState & ABANDONED) == 0;
 }
 
 bool CLS_RunGate::Close(std::chrono::steady_clock::time_point _tpLimit)

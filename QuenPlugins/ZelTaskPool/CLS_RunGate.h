@@ -71,7 +71,7 @@ public:
     bool EnterRun() { return Begin(RUNNING); }
 
     /// The run is over. False when the pool has abandoned the worker meanwhile.
-    bool LeaveRun() { return Change(0, RUNNING); }
+    bool LeaveRun() { return Remove(RUNNING); }
 
     /// Stops further jobs and runs from beginning, and waits for the one in progress. False if it abandons
     /// the worker.
@@ -97,16 +97,21 @@ private:
     /// A job begins. False at the shutdown.
     bool BeginJob() { return Begin(IN_JOB); }
     /// The job is over.
-    void EndJob() { Change(0, IN_JOB); }
+    void EndJob() { Remove(IN_JOB); }
     /// The job is about to touch the pool. False when the worker is abandoned.
-    bool EnterPool() { return Change(IN_POOL, 0); }
+    bool EnterPool() { return Add(IN_POOL); }
     /// The job no longer touches the pool.
-    void LeavePool() { Change(0, IN_POOL); }
+    void LeavePool() { Remove(IN_POOL); }
 
     /// Adds a bit to the state, unless the gate is closed: then takes the bit away and returns false.
     bool Begin(unsigned _uiBit) ZEL_EXCLUDES(m_mtxGate);
-    /// Adds one bit and takes another away. Wakes Close, if it waits. False when the worker is abandoned.
-    bool Change(unsigned _uiAdded, unsigned _uiRemoved) ZEL_EXCLUDES(m_mtxGate);
+    /// Adds a bit to the state. Returns as NotifyClose.
+    bool Add(unsigned _uiBit) { return NotifyClose(m_uiState.fetch_or(_uiBit)); }
+    /// Takes a bit out of the state. Returns as NotifyClose.
+    bool Remove(unsigned _uiBit) { return NotifyClose(m_uiState.fetch_and(~_uiBit)); }
+    /// Wakes Close if the gate is closed. _uiState is the state before a step of the worker. False when the
+    /// worker is abandoned.
+    bool NotifyClose(unsigned _uiState) ZEL_EXCLUDES(m_mtxGate);
     /// Marks the worker as abandoned if it is in foreign code. False if it is not.
     bool Abandon();
     /// Whether neither a job nor a run is in progress.

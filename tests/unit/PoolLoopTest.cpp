@@ -472,6 +472,29 @@ TEST_F(PoolLoopTest, TaskThatIsRegisteredUnderAListedIdIsFound)
     }
 }
 
+TEST_F(PoolLoopTest, TaskInThePlaceOfADueOneIsQueuedOnlyWhenItIsDue)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    const std::string strTaskId = MakeTask([] {}, 0);
+    const std::shared_ptr<CLS_Task> pOld = GetTask(strTaskId);
+    const std::shared_ptr<CLS_Task> pOther = GetTask(MakeTask([] {}, 0));
+    pOld->SetTaskStatus(TASK_STATUS_RUNNING);
+    PoolView::AddToLoopTasks(clsPool, strTaskId);
+    PoolView::RunLoopPass(clsPool);
+    {
+        const std::unique_lock<std::shared_mutex> lock(CLS_Task::m_smTaskDataLock);
+        CLS_Task::m_mapTaskData[strTaskId] = pOther;
+    }
+    pOld->SetTaskStatus(TASK_STATUS_IDLE);
+    pOther->SetTaskStatus(TASK_STATUS_RUNNING);
+    PoolView::RunLoopPass(clsPool);
+    EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
+    pOther->SetTaskStatus(TASK_STATUS_IDLE);
+    PoolView::RunLoopPass(clsPool);
+    EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strTaskId));
+    EXPECT_EQ(TASK_STATUS_WAITING, pOther->GetTaskStatus());
+}
+
 TEST_F(PoolLoopTest, StoppedTaskThatIsMadeValidAgainIsQueuedWhenItIsDue)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();

@@ -62,6 +62,20 @@ TEST(VariantTest, DefaultIsNoneAndZero)
     EXPECT_EQ("0", clsVariant.ToString());
 }
 
+TEST(VariantTest, TakeTextMovesAnOwnedTextOutAndLeavesTheEmptyText)
+{
+    CLS_CVariant clsText("text");
+    EXPECT_EQ("text", clsText.TakeText());
+    EXPECT_EQ(CVariantType_String, clsText.GetType());
+    EXPECT_EQ("", clsText.ToString());
+    CLS_CVariant clsNull;
+    clsNull.SetType(CVariantType_String);
+    EXPECT_EQ("", clsNull.TakeText());
+    CLS_CVariant clsNumber(7);
+    EXPECT_EQ("7", clsNumber.TakeText());
+    EXPECT_EQ("7", clsNumber.ToString());
+}
+
 TEST(VariantTest, TakesAFlag)
 {
     const CLS_CVariant clsTrue(true);

@@ -344,7 +344,7 @@ FAULTS = [
           scenario="submit-and-run", strategy="random",
           seen=("a lock is freed that somebody holds", "freed memory is")),
     fault("a worker that was left behind goes on in the pool", GATE,
-          ("    return (uiState & ABANDONED) == 0;\n", "    return true;\n"),
+          ("    return (_uiState & ABANDONED) == 0;\n", "    return true;\n"),
           scenario="end-with-overrun", strategy="random",
           seen="freed memory is"),
     fault("a worker that was left behind is never freed", WORKER,

@@ -274,7 +274,7 @@ inline EnterRun(w, mayGoOn) /* CLS_RunGate::Begin */
 }
 
 /* The step itself needs no lock. Only a closed gate has anything to notify. */
-inline LeaveRun(w, mayGoOn) /* CLS_RunGate::Change */
+inline LeaveRun(w, mayGoOn) /* CLS_RunGate::NotifyClose */
 {
     d_step {
         gateRunning[w] = false;

@@ -93,6 +93,15 @@ T_Word AddBits(volatile T_Word* _pWord, T_Word _iBits)
 }
 
 template <typename T_Word>
+T_Word KeepBits(volatile T_Word* _pWord, T_Word _iBits)
+{
+    ReachChange(_pWord);
+    const T_Word iBefore = *_pWord;
+    *_pWord = iBefore & _iBits;
+    return iBefore;
+}
+
+template <typename T_Word>
 int CompareExchange(volatile T_Word* _pWord, T_Word* _pExpected, T_Word _iValue)
 {
     ReachChange(_pWord);
@@ -314,6 +323,10 @@ extern "C"
     std::int32_t __tsan_atomic32_fetch_or(volatile std::int32_t* _pWord, std::int32_t _iBits, int)
     {
         return AddBits(_pWord, _iBits);
+    }
+    std::int32_t __tsan_atomic32_fetch_and(volatile std::int32_t* _pWord, std::int32_t _iBits, int)
+    {
+        return KeepBits(_pWord, _iBits);
     }
     int __tsan_atomic32_compare_exchange_strong(volatile std::int32_t* _pWord, std::int32_t* _pExpected,
                                                 std::int32_t _iValue, int, int)
