@@ -12,7 +12,7 @@
 ///
 ///     auto pAddTmpTask = reinterpret_cast<decltype(&AddTmpTask)>(dlsym(pLibrary, "AddTmpTask"));
 ///
-/// Host and library must use the same C++ standard library, because texts and callables cross the boundary.
+/// Host and library must use the same C++ standard library, because strings and callables cross the boundary.
 ///
 /// Each function builds the pool when there is none, then forwards to the member of CLS_QuenTaskPool with the
 /// same name (KillTask to RemoveTask). The member's comment says what it does, what it waits for and what it
