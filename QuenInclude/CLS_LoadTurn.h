@@ -6,7 +6,7 @@
 #include <condition_variable>
 #include <thread>
 
-/// Lets one thread at a time do work that runs foreign code. No mutex is held meanwhile.
+/// Lets one thread at a time do work that runs foreign code, with no mutex held.
 ///
 /// Opening a library runs its initialisers. They may call the function that opens it again, on the same
 /// thread or on one that they wait for. A plain mutex would deadlock in both cases. Here the same thread is

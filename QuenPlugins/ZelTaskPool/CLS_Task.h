@@ -36,8 +36,8 @@ enum n_TaskStatus : std::int32_t
 /// comment names no thread, any thread may call; where it names no wait, the call waits for nothing and takes
 /// no lock.
 ///
-/// Owns: GetTask returns a weak reference. Code that uses the task holds a strong one meanwhile. So a task
-/// that is removed during its run lives until the run ends.
+/// Owns: GetTask returns a weak reference. Code that uses the task holds a strong one while it does so. So a
+/// task that is removed during its run lives until the run ends.
 class CLS_Task : public CLS_Basic
 {
 public:
@@ -201,7 +201,7 @@ public:
     /// exits.
     ///
     /// Pitfall: the pool notices a host's own changes by the number of tasks. It may miss a change that keeps
-    /// the number, such as a task in the place of another, or an old task under a new id. While anything owns
+    /// the number: another task under an old id, or an old task under a new id. While anything owns
     /// the old task, it may then still run: once for each time that its old id was queued before the change.
     /// A host that wants another task under an id calls DeleteTask first.
     ZEL_TASKPOOL_EXPORT static std::map<std::string, std::shared_ptr<CLS_Task>>& m_mapTaskData;
