@@ -24,7 +24,7 @@ class CLS_Debounce
 public:
     /// Runs nothing until Trigger.
     ///
-    /// - _clsOwner receives the failures. A removal of its tasks cancels the run that waits.
+    /// - _clsOwner receives the failures. A removal of its tasks cancels a waiting run.
     /// - _msQuiet: a negative quiet time counts as 0. The longest is a hundred years.
     /// - _funTask is called without an argument or with a stop token.
     /// - _strCallInfo describes the task.
@@ -44,7 +44,7 @@ public:
     CLS_Debounce(const CLS_Debounce&) = delete;
     CLS_Debounce& operator=(const CLS_Debounce&) = delete;
 
-    /// Starts the quiet time anew. The task runs after it, plus up to about 10 milliseconds.
+    /// Restarts the quiet time. The task runs up to about 10 milliseconds after it is over.
     ///
     /// Returns false if the owner takes nothing, the callable is empty, or there is no memory. Then no run
     /// follows. If memory runs out later, the lost run is a failure of the owner.

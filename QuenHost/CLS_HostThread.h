@@ -7,7 +7,7 @@
 
 /// A thread of the host that receives results, such as the thread of its windows.
 ///
-/// Create it once, from the function by which the host runs something there, for example:
+/// Create it once, from the function with which the host runs a callable there, for example:
 /// - Qt: QMetaObject::invokeMethod(qApp, std::move(funCall), Qt::QueuedConnection);
 /// - GCD: dispatch_async_f with a callable on the heap;
 /// - any other: append to a queue that the thread empties.

@@ -17,8 +17,8 @@
 ///
 /// Threads: one at a time, even in the task itself. IsAdded and the removals: any, several at once.
 ///
-/// Owns: the callable. It is destroyed once: by the removal on its thread, or by a run that outlasts the
-/// removal on the worker.
+/// Owns: the callable. It is destroyed once: on the thread of the removal, or, if a run outlasts the removal,
+/// on the worker of that run.
 class CLS_LoopTask
 {
 public:

@@ -51,7 +51,8 @@ public:
         }
     }
 
-    /// Removes the tasks, and waits as RemoveTasks does. In one of its own tasks, it does not wait for that.
+    /// Removes the tasks, and waits as RemoveTasks does. In one of its own tasks, it does not wait for that
+    /// task.
     ~CLS_TaskOwner()
     {
         if (m_pHub)

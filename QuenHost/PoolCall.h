@@ -31,8 +31,7 @@ std::exception_ptr Catch(T_Call&& _funCall) noexcept
     return nullptr;
 }
 
-/// The text of an exception, for the user. Without a text, or outside of std::exception, that is "unknown
-/// exception".
+/// The text of an exception, for the user: "unknown exception" if it has no text or is not a std::exception.
 inline std::string Describe(const std::exception_ptr& _pError)
 {
 #ifdef __cpp_exceptions

@@ -14,7 +14,7 @@ enum class n_FailureKind
 
 /// A failure of a one-shot task, of a delivery, or of a run of a loop task.
 ///
-/// An exception of a result task is no such failure. It comes out of the future.
+/// An exception from a result task is not such a failure. The future throws it.
 struct ST_TaskFailure
 {
     n_FailureKind m_enKind = n_FailureKind::Threw; ///< what went wrong

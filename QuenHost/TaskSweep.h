@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-/// Frees the memory of finished tasks, for hosts that live long and use the bare functions.
+/// Frees the memory of finished tasks, for long-running hosts that use the bare functions.
 ///
 /// The registry keeps the task record of a finished one-shot task, with its captures, until the process ends.
 /// A host that calls DeleteFinished from time to time keeps its memory bounded. The program must link the

@@ -36,7 +36,7 @@ public:
     CLS_Basic(const CLS_Basic&) = delete;
     CLS_Basic& operator=(const CLS_Basic&) = delete;
 
-    /// Name of the object's class, as the platform gives it to the run-time type, without namespaces.
+    /// Name of the object's run-time class, as the platform decorates it, without namespaces.
     ///
     /// Waits: for a lock of its own, for one look-up.
     /// Owns: the text stays valid for the life of the process.
@@ -51,7 +51,7 @@ public:
     /// Sets the parameter "__id__".
     virtual void SetId(const CLS_CVariant& _clsId);
 
-    /// The parameter "__id__" as a text. When there is none, makes an id with Util::GetUuid and keeps it.
+    /// The parameter "__id__" as a string. If there is none, creates an id with Util::GetUuid and keeps it.
     ///
     /// If two threads ask first at the same time, the last to store wins.
     ///
@@ -121,7 +121,7 @@ private:
     /// Calls one callback; an exception becomes a log record.
     void RunOneCallBack(const CallBackEntry& _pairEntry, const std::string& _strFirst,
                         const std::map<std::string, CLS_CVariant>& _mapParam, const std::string& _strSecond);
-    /// Makes a log record about a callback.
+    /// Writes a log record about a callback.
     void RecordCallBack(const std::string& _strText, int _iLine = __builtin_LINE());
 
     CLS_SharedMutex m_smParamLock;

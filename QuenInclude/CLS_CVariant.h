@@ -24,15 +24,15 @@ enum n_CVariantType : std::int32_t
     CVariantType_Pointer = 6   ///< untyped, not owned
 };
 
-/// One value: a flag, an integer, a real number, a text, a list, a map, a pointer, or nothing.
+/// One value: a flag, an integer, a real number, a string, a list, a map, a pointer, or nothing.
 ///
-/// A list or map that is null reads as empty, a text that is null as "".
+/// A null list or map reads as empty, a null string as "".
 ///
 /// Threads: not thread-safe. The owner guards a variant that threads share. Only SetType, assignment and
 /// destruction take the variant's own mutex, so calls of SetType on one variant are serialised.
 /// Waits: only for that mutex.
-/// Fails: std::bad_alloc propagates from every operation that makes or copies a text, a list or a map.
-/// Owns: a variant owns its text, list or map, and copies are deep. A pointer is shared.
+/// Fails: std::bad_alloc propagates from every operation that makes or copies a string, a list or a map.
+/// Owns: a variant owns its string, list or map, and copies are deep. A pointer is shared.
 class CLS_CVariant
 {
 public:
@@ -47,14 +47,14 @@ public:
     CLS_CVariant(long _iValue);                                         ///< an integer
     CLS_CVariant(long long _iValue);                                    ///< an integer
     CLS_CVariant(double _dValue);                                       ///< a real number
-    CLS_CVariant(const char* _szValue);                                 ///< a copy; null is the empty text
-    CLS_CVariant(const std::string& _strValue);                         ///< a copy of the text
-    CLS_CVariant(std::string&& _strValue);                              ///< the text itself
+    CLS_CVariant(const char* _szValue);                                 ///< a copy; null is the empty string
+    CLS_CVariant(const std::string& _strValue);                         ///< a copy of the string
+    CLS_CVariant(std::string&& _strValue);                              ///< the string itself
     CLS_CVariant(const std::vector<CLS_CVariant>& _vecValue);           ///< a copy of the list
     CLS_CVariant(const std::map<std::string, CLS_CVariant>& _mapValue); ///< a copy of the map
     CLS_CVariant(void* _pValue);                                        ///< not owned
     CLS_CVariant(const CLS_CVariant& _clsOther);                        ///< a deep copy
-    /// Takes the value and leaves nothing behind.
+    /// Moves the value. _clsOther then holds nothing.
     CLS_CVariant(CLS_CVariant&& _clsOther) noexcept;
     ~CLS_CVariant();
 
@@ -63,34 +63,34 @@ public:
     /// Fails: std::bad_alloc propagates and leaves this variant as it was.
     CLS_CVariant& operator=(const CLS_CVariant& _clsOther);
 
-    /// Takes the value and leaves nothing behind. _clsOther may be an element of this variant's own list or
-    /// map.
+    /// Moves the value. _clsOther then holds nothing. _clsOther may be an element of this variant's own list
+    /// or map.
     CLS_CVariant& operator=(CLS_CVariant&& _clsOther) noexcept;
 
     /// The type of the value. Not serialised with SetType.
     n_CVariantType GetType() const { return m_iType; }
 
-    /// Changes the type and frees what was owned. Makes no value for the new type.
+    /// Changes the type and frees what was owned. Creates no value for the new type.
     ///
     /// The bits of an in-place value stay as they are. An owned value is null until one is assigned.
     void SetType(n_CVariantType _iType);
 
-    /// The value as a text:
+    /// The value as a string:
     /// - "1" or "0" for a flag;
     /// - a number in the stream's default form, whatever the locale;
-    /// - the elements of a list joined by "|"; kept on purpose: no separator as long as the text so far is
+    /// - the elements of a list joined by "|"; kept on purpose: no separator as long as the string so far is
     ///   empty;
     /// - "" for a map and for nothing;
     /// - "0x..." for a pointer.
     std::string ToString() const;
 
-    /// The text of ToString. If the variant owns it, moves it out and leaves the empty text.
+    /// The result of ToString. If the variant owns the string, moves it out and leaves the empty string.
     std::string TakeText();
 
-    /// Appends the text of ToString to _strText.
+    /// Appends the result of ToString to _strText.
     void AppendTo(std::string& _strText) const;
 
-    /// The flag; for any other type, whether the text is exactly "true".
+    /// The flag; for any other type, whether ToString returns exactly "true".
     bool ToBool() const;
 
     /// A copy of the map; empty for any other type.

@@ -6,12 +6,13 @@
 #include <condition_variable>
 #include <thread>
 
-/// Lets one thread at a time do work that runs foreign code. No mutex is held meanwhile.
+/// Lets one thread at a time do work that runs foreign code, with no mutex held.
 ///
 /// Opening a library runs its initialisers. They may call the function that opens it again, on the same
 /// thread or on one that they wait for. A plain mutex would deadlock in both cases. Here the same thread is
 /// refused at once. Another thread is refused after a bounded wait, or at once if it asked not to wait. After
-/// one thread has waited for all of WAIT_LIMIT, all others are refused at once until the turn is given back.
+/// one thread has waited for the full WAIT_LIMIT, all others are refused at once until the turn is given
+/// back.
 ///
 /// The wait is measured with the steady clock, which is read again after each wake-up. On Linux, the wait
 /// itself uses that clock, too. On macOS, the C++ library converts the deadline to wall-clock time, and the

@@ -81,7 +81,7 @@ public:
 
     /// Hands a log record to "PrintLog", or keeps it, or drops it.
     ///
-    /// Opens the library if that has not happened yet and no other thread does it.
+    /// Opens the library unless that has happened, or another thread is doing it.
     ///
     /// Fails: an exception from the opener or from "PrintLog" ends the process.
     void Emit(const ST_LogRecord& _stRecord) noexcept;
@@ -101,7 +101,7 @@ private:
 
     /// The address that the last opening found for the name; nothing when it does not know the name.
     std::optional<void*> FindBound(const std::string& _strFunction) ZEL_EXCLUDES(m_mtxBinding);
-    /// Where records go directly, nowhere if null; nothing when they must be kept or come behind others.
+    /// "PrintLog" for records that need not be kept, null to drop them. Empty if they may have to be kept.
     std::optional<PrintLogFun> FindFree() ZEL_EXCLUDES(m_mtxBinding);
     /// Opens the library when the turn comes and looks the name up. Returns what Bind does.
     PrintLogFun BindFunction(const std::string& _strFunction, const std::string& _strDirectory,
@@ -137,7 +137,7 @@ private:
     PrintLogFun m_funPrintLog ZEL_GUARDED_BY(m_mtxBinding) = nullptr;
     /// Oldest first.
     KeptRecords m_lstKept ZEL_GUARDED_BY(m_mtxBinding);
-    /// Records that the threads that made them hand over themselves.
+    /// Records that are left to the threads that made them.
     KeptRecords m_lstOwn ZEL_GUARDED_BY(m_mtxBinding);
     /// How many records could not be kept.
     std::uint64_t m_uiLost ZEL_GUARDED_BY(m_mtxBinding) = 0;

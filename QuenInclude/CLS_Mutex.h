@@ -24,8 +24,8 @@ inline void PauseCore()
 
 /// Tries to take a lock for a few microseconds. True if it succeeds.
 ///
-/// The locks are held for much less than that, as a rule. So this saves going to sleep and being woken, which
-/// costs both threads several times as much.
+/// The locks are usually held for much less than that. So this avoids a sleep and a wake-up, which cost both
+/// threads several times as much.
 template <typename T_TryLock>
 bool SpinForLock(T_TryLock _funTryLock)
 {

@@ -36,10 +36,10 @@ void* GetModuleFun(const std::string& _strFunction, const std::string& _strDirec
 ///
 /// Threads: one thread per log record.
 /// Waits: as long as "PrintLog" runs, with no lock held. The log record that opens the logging library also
-/// hands over those that other threads make meanwhile; those threads do not wait. At most that takes twice
-/// CLS_LogBinding::MOST_KEPT calls of "PrintLog", and one for the count of lost records.
-/// Fails: an exception during emission ends the process, as one from any destructor does. So build a text
-/// that may throw before its log record.
+/// hands over those that other threads make meanwhile; those threads do not wait. That takes at most twice
+/// CLS_LogBinding::MOST_KEPT calls of "PrintLog", plus one for the count of lost records.
+/// Fails: an exception during emission ends the process, as one from any destructor does. If building a
+/// text may throw, build it before its log record.
 class LogMessageStream : public std::ostringstream
 {
 public:

@@ -52,8 +52,8 @@ std::int64_t GetElapsedMilliseconds(std::chrono::steady_clock::time_point _tpSta
 
 /// Opens the shared library _strPath, exactly as given, and looks names up in it.
 ///
-/// Returns the address of each name; null where the library lacks it. A path is opened once, as long as this
-/// code stays loaded, and never closed. A failed open is remembered and not tried again.
+/// Returns the address of each name; null where the library lacks it. While this code stays loaded, a path is
+/// opened only once, and never closed. A failed open is remembered and not tried again.
 ///
 /// Writes a line to standard output for each first open and for each name. For a failed open, writes a line
 /// with the loader's reason to standard error.

@@ -24,8 +24,8 @@
 
 class CLS_ShutdownClaim;
 
-/// The pool: one object per process. It runs the host's callables on workers, which it makes on demand, up to
-/// 301.
+/// The pool: one object per process. It runs the host's callables on up to 301 workers, which it creates on
+/// demand.
 ///
 /// The path of a task:
 /// - AddTmpTask or AddLoopTask registers the task and puts its id on the waiting queue.
@@ -39,7 +39,7 @@ class CLS_ShutdownClaim;
 /// host thread may be inside another call while UnInit runs.
 ///
 /// Locks: no thread holds two of the pool's locks at once. A thread that holds one does not run, destroy or
-/// wait for a task, and makes no log record.
+/// wait for a task, and writes no log record.
 ///
 /// Fails: failures become log records and empty results. No exception leaves an operation unless its comment
 /// says so. Unknown ids and owners are ignored.
@@ -66,8 +66,8 @@ public:
 
     /// Forgets the instance and releases the members. For UnInit and KillTaskAll.
     ///
-    /// Waits: for nothing after a successful UnInit. After a failed one, ends the remaining threads, because
-    /// none may run on a pool that is gone: about 9 seconds at most.
+    /// Waits: for nothing after a successful UnInit. After a failed one, waits up to about 9 seconds to end
+    /// the remaining threads, because none may run on a pool that is gone.
     ZEL_TASKPOOL_EXPORT ~CLS_QuenTaskPool();
 
     CLS_QuenTaskPool(const CLS_QuenTaskPool&) = delete;
@@ -78,7 +78,7 @@ public:
     /// The owner must not be null, and is never accessed. _strCallInfo names the submitter in log records.
     /// The task may run before the call returns.
     ///
-    /// Threads: any, also from within tasks.
+    /// Threads: any, even in a task.
     /// Waits: for no task; takes one lock at a time.
     /// Fails: false, with a log record, in these cases:
     /// - the owner is null: nothing is queued;
@@ -96,7 +96,7 @@ public:
     /// The next run starts up to about 10 ms late. With an interval of 0, or a negative one, the task repeats
     /// at once. Overwrites _strTaskId with the id of the task, for RemoveTask.
     ///
-    /// Threads: any, also from within tasks.
+    /// Threads: any, even in a task.
     /// Waits: for no task; takes one lock at a time.
     /// Fails: with a log record, when copying the callable throws or shuts the pool down, or when memory or
     /// another resource runs out. _strTaskId then tells how far the call came:
@@ -192,7 +192,7 @@ public:
     /// Fails: std::bad_alloc propagates before the task is touched.
     ZEL_TASKPOOL_EXPORT void AddWaitingTasks(const std::string& _strTaskId) ZEL_EXCLUDES(m_mtxWaitingTasks);
 
-    /// Makes and registers a worker. For GetTaskThread.
+    /// Creates and registers a worker. For GetTaskThread.
     ///
     /// Fails: with a log record. Returns null if no thread can be started or memory runs out. If only the
     /// registration failed, returns the worker.
@@ -203,7 +203,7 @@ public:
     /// Picks the worker for the next task: an idle one, or else a new one. Null if neither is available.
     ///
     /// Takes the idle worker with the lowest order id. If there is none, yields once to a worker that may be
-    /// about to become idle. Makes a new worker if there are at most m_iMaxThread workers.
+    /// about to become idle. Creates a worker if there are at most m_iMaxThread workers.
     ///
     /// Threads: the dispatcher only: check, count and creation are separate steps.
     ZEL_TASKPOOL_EXPORT CLS_TaskThread* GetTaskThread();
@@ -218,7 +218,7 @@ public:
     /// list.
     ///
     /// Threads: the worker's.
-    /// Fails: if the task's parameters cannot be read, makes a log record and does not run the task. A loop
+    /// Fails: if the task's parameters cannot be read, writes a log record and does not run the task. A loop
     /// task is due again. If the idle list cannot grow, std::bad_alloc propagates. The worker then calls its
     /// job again, which finds no task and tries the list again.
     ZEL_TASKPOOL_EXPORT void FunRunTask(CLS_TaskThread* _pWorker);
@@ -281,7 +281,7 @@ private:
 
     // Tasks: submission and removal.
 
-    /// Makes and registers a task and returns its id in _strTaskId. Throws when copying the callable throws
+    /// Creates and registers a task and returns its id in _strTaskId. Throws when copying the callable throws
     /// or shuts the pool down.
     std::shared_ptr<CLS_Task> MakeTask(const std::function<void()>& _funTask, int _iInterval,
                                        const std::string& _strCallInfo, std::string& _strTaskId);
@@ -335,9 +335,9 @@ private:
     /// Binds the task to the worker, whose job reads it. Exchanges id and reference for those of the worker.
     void BindTask(CLS_TaskThread* _pWorker, std::string& _strTaskId, std::weak_ptr<CLS_Task>& _pTask)
         ZEL_EXCLUDES(m_smThreadTaskLock);
-    /// The task bound to the worker, if it is registered. Without memory for a copy, moves the id away.
+    /// The task bound to the worker, if it is registered. Moves the id out if there is no memory to copy it.
     std::optional<ST_QueuedTask> ReadBoundTask(CLS_TaskThread* _pWorker) ZEL_EXCLUDES(m_smThreadTaskLock);
-    /// Moves the task bound to the worker away, if it is registered. Needs no memory.
+    /// Moves out the task bound to the worker, if it is registered. Needs no memory.
     std::optional<ST_QueuedTask> TakeBoundTask(CLS_TaskThread* _pWorker) ZEL_EXCLUDES(m_smThreadTaskLock);
     /// The part of a job that does not touch the pool. False when the pool has ended, or is about to.
     static bool RunBoundTask(CLS_TaskThread* _pWorker, const std::optional<ST_QueuedTask>& _optTask);
@@ -376,7 +376,7 @@ private:
     /// Whether the pool runs. Cleared under m_mtxWaitingTasks, so that a waiting dispatcher cannot miss it.
     /// Service threads and workers read it without the lock.
     std::atomic<bool> m_bRun{true};
-    std::int32_t m_iMaxThread = 300; ///< a new worker is made while there are no more than this; constant
+    std::int32_t m_iMaxThread = 300; ///< a worker is created while there are no more than this; constant
 
     /// The service threads. Written by the constructor and by the thread that shuts the pool down; no lock.
     std::unique_ptr<std::thread> m_pTaskingThread;

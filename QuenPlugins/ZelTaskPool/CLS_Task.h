@@ -36,15 +36,15 @@ enum n_TaskStatus : std::int32_t
 /// comment names no thread, any thread may call; where it names no wait, the call waits for nothing and takes
 /// no lock.
 ///
-/// Owns: GetTask returns a weak reference. Code that uses the task holds a strong one meanwhile. So a task
-/// that is removed during its run lives until the run ends.
+/// Owns: GetTask returns a weak reference. Code that uses the task holds a strong one while it does so. So a
+/// task that is removed during its run lives until the run ends.
 class CLS_Task : public CLS_Basic
 {
 public:
     static constexpr std::chrono::milliseconds STOP_POLL{300}; ///< how often Stop polls
     static constexpr int STOP_POLLS = 30;                      ///< how many times Stop sleeps at most
 
-    /// Makes a valid, idle task that is not registered.
+    /// Creates a valid, idle task that is not registered.
     ///
     /// Copies _funTask, which may be empty. _iLoopInterval is in milliseconds, negative for a one-shot task.
     /// _strCallInfo names the submitter and becomes the parameter "callinfo".
@@ -59,7 +59,7 @@ public:
     /// Fails: an exception from Stop ends the process.
     ZEL_TASKPOOL_EXPORT ~CLS_Task();
 
-    /// Makes a task and registers it under a fresh id. Replaces a registered task with the same id.
+    /// Creates a task and registers it under a fresh id. Replaces a registered task with the same id.
     ///
     /// Waits: for the task's parameter lock, then the registry's lock, exclusive.
     /// Fails: exceptions propagate (no memory, no random device). Nothing is registered then.
@@ -81,23 +81,25 @@ public:
     /// The registered task with this id; null when there is none. Does not search the registry if _pKept, a
     /// reference from an earlier look-up, is sure to be what the search would find.
     ///
-    /// That is so as long as only the registry owns the task, apart from the pool while it uses the task:
-    /// then a task that leaves the registry is destroyed. So the search is needed
+    /// That is so while only the registry owns the task, and the pool for as long as it uses the task: a task
+    /// that leaves the registry is then destroyed. So the search is needed
     /// - when the reference is empty, or its task is gone;
     /// - when other code may own the task: CreateTask or GetTask has handed it out, or DeleteTask or
     ///   CreateTask has taken it out of the registry;
-    /// - when a host has changed m_mapTaskData itself: it holds other tasks than the library has put there.
+    /// - when a host has changed m_mapTaskData itself, so that it no longer holds what the library put there.
     ///
     /// For the pool only: not exported.
     ///
-    /// Waits: for the registry's lock, shared. For a change by the library itself, only to search.
+    /// Waits: for the registry's lock, shared. While the library itself changes the registry, only a search
+    /// waits.
     static std::shared_ptr<CLS_Task> FindTask(const std::weak_ptr<CLS_Task>& _pKept,
                                               const std::string& _strTaskId);
 
     /// Takes the task out of the registry. Ignores an unknown id.
     ///
     /// Pitfall: if the registry holds the last reference, the task and its captured objects are destroyed
-    /// under the registry's lock. A caller that cannot rule that out holds a reference of its own meanwhile.
+    /// under the registry's lock. A caller that cannot rule that out must hold its own reference during the
+    /// call.
     ///
     /// Waits: for the registry's lock, exclusive.
     ZEL_TASKPOOL_EXPORT static void DeleteTask(const std::string& _strTaskId);
@@ -109,14 +111,14 @@ public:
     ///
     /// Threads: the worker that the task is bound to.
     /// Waits: as long as the callable runs.
-    /// Fails: an exception from the callable becomes a log record. If making that log record fails, a second
-    /// one says so. Only a failure to make the second one propagates.
+    /// Fails: an exception from the callable becomes a log record. If writing that log record fails, a second
+    /// one says so. Only a failure to write the second one propagates.
     ZEL_TASKPOOL_EXPORT bool Running();
 
     /// Makes the task invalid for good and waits until it does not execute. False if it still executes after
     /// the wait.
     ///
-    /// Returns true at once for an idle or a queued task. Makes a log record after every 10 sleeps and when
+    /// Returns true at once for an idle or a queued task. Writes a log record after every 10 sleeps and when
     /// it gives up.
     ///
     /// Pitfall: on the thread that runs the task, Stop waits for itself until it gives up.
@@ -199,7 +201,7 @@ public:
     /// exits.
     ///
     /// Pitfall: the pool notices a host's own changes by the number of tasks. It may miss a change that keeps
-    /// the number, such as a task in the place of another, or an old task under a new id. While anything owns
+    /// the number: another task under an old id, or an old task under a new id. While anything owns
     /// the old task, it may then still run: once for each time that its old id was queued before the change.
     /// A host that wants another task under an id calls DeleteTask first.
     ZEL_TASKPOOL_EXPORT static std::map<std::string, std::shared_ptr<CLS_Task>>& m_mapTaskData;
@@ -211,14 +213,14 @@ private:
 
     /// The registry and its lock, with the annotated types.
     static ST_Registry& GetRegistry();
-    /// Whether the task was registered in this era, and no other code than the pool has got it since.
+    /// Whether the task was registered in this era, and only the pool has had access to it since.
     bool IsOfEra(std::uint32_t _uiEra) const;
     /// Makes FindTask search for this task from now on. Ignores null.
     static void ForgetEra(const std::shared_ptr<CLS_Task>& _pTask);
 
-    /// Calls the callable and records what it throws. A failure to make the log record propagates.
+    /// Calls the callable and logs what it throws. A failure to write the log record propagates.
     void InvokeCallable();
-    /// Makes a log record; _szReason is null when the exception has no text, and the two forms differ.
+    /// Writes a log record; _szReason is null when the exception has no text, and the two forms differ.
     void RecordFailure(const std::string& _strFailure, const char* _szReason, int _iLine = __builtin_LINE());
 
     /// Status and validity are sequentially consistent. A run stores the status, then reads the validity;
@@ -233,7 +235,7 @@ private:
     std::atomic<std::chrono::steady_clock::time_point> m_tpLastRun{std::chrono::steady_clock::now()};
     std::atomic<bool> m_bValid{true};
     std::atomic<bool> m_bRemoved{false}; ///< see SetRemoved; relaxed
-    /// The era of the registry in which the task was registered; 0 once other code than the pool may own it,
+    /// The era of the registry in which the task was registered; 0 once code outside the pool may own it,
     /// or once it has left the registry. See FindTask. Relaxed: the registry's lock orders it, or CLS_Change
     /// does.
     std::atomic<std::uint32_t> m_uiEra{0};

@@ -62,7 +62,7 @@ public:
 
     /// Hands over a copy of _funJob. A job that is still stored is dropped. Always true.
     ///
-    /// Makes the copy and destroys the old job under m_mtxFunction.
+    /// Copies the new job and destroys the old one under m_mtxFunction.
     ///
     /// Threads: any except the worker's own, which would wait for itself.
     /// Waits: for m_mtxFunction, and so for a running job.
@@ -117,7 +117,7 @@ private:
     void ShowOrderId(std::int32_t& _iShownId);
     /// Calls the job in hand, and drops it if it returns.
     void CallJob() ZEL_REQUIRES(m_mtxFunction);
-    /// Makes a log record about a job that failed.
+    /// Writes a log record about a job that failed.
     void RecordFailure();
     /// Clears the run flag and wakes the worker.
     void RequestEnd();

@@ -12,7 +12,7 @@
 ///
 ///     auto pAddTmpTask = reinterpret_cast<decltype(&AddTmpTask)>(dlsym(pLibrary, "AddTmpTask"));
 ///
-/// Host and library must use the same C++ standard library, because texts and callables cross the boundary.
+/// Host and library must use the same C++ standard library, because strings and callables cross the boundary.
 ///
 /// Each function builds the pool when there is none, then forwards to the member of CLS_QuenTaskPool with the
 /// same name (KillTask to RemoveTask). The member's comment says what it does, what it waits for and what it
@@ -27,7 +27,7 @@ extern "C"
     /// queued.
     ///
     /// Fails: false, with a log record, for a null owner or when the task cannot be queued. Also false when
-    /// memory runs out after the queueing: the task then still runs, but without an owner, so no removal
+    /// memory runs out after the task was queued: it then still runs, but without an owner, so no removal
     /// waits for it.
     ZEL_TASKPOOL_EXPORT bool AddTmpTask(const std::function<void()>& _funTask, void* _pObj,
                                         const std::string& _strCallInfo);
@@ -35,8 +35,8 @@ extern "C"
     /// Cancels all tasks that _pObj submitted.
     ///
     /// Waits: up to 9 seconds for each of its running tasks, then up to 9 seconds in all for tasks that these
-    /// submitted meanwhile. Polls every 300 ms. A run that outlasts this goes on, and only a log record says
-    /// so.
+    /// submitted during the call. Polls every 300 ms. A run that outlasts this goes on, and only a log record
+    /// says so.
     ZEL_TASKPOOL_EXPORT void RemoveTmpTask(void* _pObj, const std::string& _strCallInfo);
 
     /// Queues _funTask at once, and again each time _iInterval milliseconds after its last run has ended.
