@@ -445,7 +445,8 @@ void ForgetPool()
     // The old nodes were memory of the last schedule.
     new (&CLS_Task::m_mapTaskData) std::map<std::string, std::shared_ptr<CLS_Task>>;
     // The library notices that the map has changed. It would notice later otherwise: in a step of a schedule.
-    CLS_Task::DeleteTask("");
+    // Both calls notice, for faults that leave out one of them.
+    CLS_Task::DeleteTask(CLS_Task::CreateTask({}, -1, "")->GetId());
     ShutdownClaimView::ForgetAll();
     CLS_TaskThread::SetWaitingOvertime(300000);
     LivingScopeView::ForgetAll();
