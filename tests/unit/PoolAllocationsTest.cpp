@@ -2,9 +2,11 @@
 
 #include "tests/support/FailingMemory.h"
 #include "tests/support/PoolView.h"
+#include "tests/support/Waiting.h"
 #include "tests/unit/PoolFixture.h"
 
 #include <algorithm>
+#include <atomic>
 #include <functional>
 #include <gtest/gtest.h>
 #include <memory>
@@ -53,7 +55,8 @@ TEST_F(PoolAllocationsTest, SmallTaskTakesFewAllocations)
 {
     CLS_QuenTaskPool& clsPool = MakePool();
     PoolView::AddOwnedTask(clsPool, "another task of the owner, still queued", &m_iOwner);
-    const std::function<void()> funTask = [] {};
+    std::atomic<int> iRuns{0};
+    const std::function<void()> funTask = [&iRuns] { ++iRuns; };
     const std::string strCallInfo(40, 'c');
     long iMost = 0;
     for (int i = 0; i < 40; ++i)
@@ -62,7 +65,8 @@ TEST_F(PoolAllocationsTest, SmallTaskTakesFewAllocations)
         const long iBefore = FailingMemory::GetAllocations();
         EXPECT_TRUE(clsPool.AddTmpTask(funTask, &m_iOwner, strCallInfo));
         FailingMemory::EnterExempt();
-        ASSERT_TRUE(WaitForIdle(clsPool, 1));
+        ASSERT_TRUE(WaitUntil([&] { return iRuns > i; }));
+        ASSERT_TRUE(PoolView::WaitForAllIdle(clsPool));
         FailingMemory::LeaveExempt();
         // The first tasks make the memory that is used again. On a slow machine, later ones make a worker.
         if (i >= 20 && clsPool.GetTaskThreadNum() == iWorkers)
