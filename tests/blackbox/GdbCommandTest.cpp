@@ -30,7 +30,7 @@ protected:
         const ST_ChildResult stResult = RunGdb({"-p", WaitForProcess(clsHost), "-ex", "info threads"});
         if (stResult.m_strOut.find("Thread") == std::string::npos)
         {
-            GTEST_SKIP() << "gdb cannot look into a process here: " << stResult.m_strErr;
+            GTEST_SKIP() << "the system does not let gdb attach to a process: " << stResult.m_strErr;
         }
     }
 

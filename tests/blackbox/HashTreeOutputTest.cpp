@@ -33,7 +33,7 @@ TEST_F(HashTreeOutputTest, FullOutputIsAFailure)
 {
     if (!std::filesystem::exists(FULL))
     {
-        GTEST_SKIP() << "there is no " << FULL;
+        GTEST_SKIP() << "only Linux has " << FULL << ", a device on which each write fails";
     }
     AddFile("file", "abc");
     const ST_ChildResult stResult = HashInShell(std::string(">") + FULL);

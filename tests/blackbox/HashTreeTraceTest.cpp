@@ -271,7 +271,7 @@ TEST_F(HashTreeTraceTest, ATraceThatFindsNoSpaceIsReportedAndTheSumsAreWritten)
     m_strTrace = "/dev/full";
     if (!fs::exists(m_strTrace))
     {
-        GTEST_SKIP() << "the system has no device that is always full";
+        GTEST_SKIP() << "only Linux has " << m_strTrace << ", a device on which each write fails";
     }
     AddFile("file", "abc");
     const ST_ChildResult stResult = HashWithTrace();

@@ -120,11 +120,14 @@ protected:
     void SetUp() override
     {
 #ifdef ZEL_TEST_TYPES_CHECKED
-        GTEST_SKIP() << "the sanitizer needs descriptors when it checks the type of an object";
+        GTEST_SKIP()
+            << "this sanitizer opens files itself to check the type of an object, so it fails first; the "
+               "build without it runs the test";
 #else
         if (!OpensRandomDevice())
         {
-            GTEST_SKIP() << "an id needs no file with this C++ library";
+            GTEST_SKIP()
+                << "this C++ library draws random numbers without a file, so a lack of files is no fault";
         }
 #endif
     }

@@ -12,6 +12,10 @@ namespace FailingMemory
 {
 /// Whether every allocation is reached. Only then is GetLiveBlocks meaningful.
 extern const bool REACHES_ALL;
+/// Why a test that needs REACHES_ALL does not run without it.
+inline constexpr const char* WHY_NOT =
+    "this sanitizer replaces operator new, so the test cannot count or fail what the C++ library allocates; "
+    "the build with g++ runs it";
 
 /// Lets the _iAllocation-th allocation of a thread from now on throw std::bad_alloc: 1 is the next, 0 is
 /// none. Only one thread at a time. Replaces the previous call.

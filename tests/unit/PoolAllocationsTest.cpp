@@ -24,7 +24,7 @@ protected:
     {
         if (!FailingMemory::REACHES_ALL)
         {
-            GTEST_SKIP() << "this sanitizer keeps operator new";
+            GTEST_SKIP() << FailingMemory::WHY_NOT;
         }
         CLS_PoolFixture::SetUp();
     }

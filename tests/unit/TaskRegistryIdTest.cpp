@@ -74,7 +74,7 @@ TEST_F(TaskRegistryIdTest, TaskThatLosesItsEntryIsFreedOutsideTheRegistrysLock)
 {
     if (!FailingMemory::REACHES_ALL)
     {
-        GTEST_SKIP() << "this sanitizer keeps operator new";
+        GTEST_SKIP() << FailingMemory::WHY_NOT;
     }
     CLS_Task::CreateTask([pHook = std::make_shared<int>(0)] {}, -1, "first");
     int iFrees = 0;

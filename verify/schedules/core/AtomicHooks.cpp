@@ -64,41 +64,28 @@ void ReachChange(const volatile void* _pPlace)
     }
 }
 
-template <typename T_Word>
-T_Word Exchange(volatile T_Word* _pWord, T_Word _iValue)
+/// Replaces the word by what the function makes of it. Returns the word before.
+template <typename T_Word, typename T_Change>
+T_Word Change(volatile T_Word* _pWord, T_Change _funChange)
 {
     ReachChange(_pWord);
     const T_Word iBefore = *_pWord;
-    *_pWord = _iValue;
+    *_pWord = static_cast<T_Word>(_funChange(iBefore));
     return iBefore;
+}
+
+template <typename T_Word>
+T_Word Exchange(volatile T_Word* _pWord, T_Word _iValue)
+{
+    return Change(_pWord, [=](T_Word) { return _iValue; });
 }
 
 template <typename T_Word>
 T_Word Add(volatile T_Word* _pWord, T_Word _iValue)
 {
-    ReachChange(_pWord);
-    const T_Word iBefore = *_pWord;
     using Unsigned = std::make_unsigned_t<T_Word>;
-    *_pWord = static_cast<T_Word>(static_cast<Unsigned>(iBefore) + static_cast<Unsigned>(_iValue));
-    return iBefore;
-}
-
-template <typename T_Word>
-T_Word AddBits(volatile T_Word* _pWord, T_Word _iBits)
-{
-    ReachChange(_pWord);
-    const T_Word iBefore = *_pWord;
-    *_pWord = iBefore | _iBits;
-    return iBefore;
-}
-
-template <typename T_Word>
-T_Word KeepBits(volatile T_Word* _pWord, T_Word _iBits)
-{
-    ReachChange(_pWord);
-    const T_Word iBefore = *_pWord;
-    *_pWord = iBefore & _iBits;
-    return iBefore;
+    return Change(_pWord, [=](T_Word _iBefore)
+                  { return static_cast<Unsigned>(_iBefore) + static_cast<Unsigned>(_iValue); });
 }
 
 template <typename T_Word>
@@ -322,11 +309,11 @@ extern "C"
     }
     std::int32_t __tsan_atomic32_fetch_or(volatile std::int32_t* _pWord, std::int32_t _iBits, int)
     {
-        return AddBits(_pWord, _iBits);
+        return Change(_pWord, [=](std::int32_t _iBefore) { return _iBefore | _iBits; });
     }
     std::int32_t __tsan_atomic32_fetch_and(volatile std::int32_t* _pWord, std::int32_t _iBits, int)
     {
-        return KeepBits(_pWord, _iBits);
+        return Change(_pWord, [=](std::int32_t _iBefore) { return _iBefore & _iBits; });
     }
     int __tsan_atomic32_compare_exchange_strong(volatile std::int32_t* _pWord, std::int32_t* _pExpected,
                                                 std::int32_t _iValue, int, int)
