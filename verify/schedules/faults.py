@@ -300,7 +300,7 @@ FAULTS = [
            "    for (CLS_TaskThread* const pWorker : vecIdle)\n    {\n"
            "        ForgetWorker(pWorker);\n        RetireWorker(pWorker);\n"),
           scenario="retire-against-next-attempt", strategy="random",
-          seen=("a worker is freed while it is idle", "a task begins at another time")),
+          seen=("a worker is freed while it is idle", "a task begins at another time", "freed memory is")),
     fault("a worker is freed before it is unregistered", WORKERS,
           ("        const std::string strTaskId = UnregisterWorker(_pWorker);\n"
            "        const std::unique_ptr<CLS_TaskThread> pWorker(_pWorker);\n",
@@ -448,7 +448,7 @@ FAULTS = [
     fault("a removal of the kit leaves what was posted", KIT + "PoolHubQueue.h",
           ("    while (CLS_QueuedTask* const pTask = _clsGroup.m_chnPosted.GetFirst())\n"
            "    {\n        _clsRemoved.Add(*TakePosted(*pTask->m_pTicket));\n    }\n", ""),
-          scenario="kit-deliver-against-removal", strategy="random",
+          scenario="kit-deliver-against-removal", strategy="pct2",
           seen=("what a delivery captured outlives its removal", "a delivery begins after its removal")),
     fault("a removal of the kit does not wait for a delivery", KIT + "PoolHubDeliveries.h",
           ("    BeginRun(stRun);\n    lock.unlock();\n", "    lock.unlock();\n"),
