@@ -163,22 +163,6 @@ TEST_F(HashTreeTest, AClosedTerminalCancelsAndLeavesNoTemporaryFile)
     EXPECT_THAT(ListFolder(), UnorderedElementsAre("tree", fs::path(m_strSums).filename().string()));
 }
 
-TEST_F(HashTreeTest, SignalsThatItWasStartedToIgnoreStayIgnored)
-{
-    AddHugeFile("huge");
-    const std::string strStart = "trap '' HUP INT; exec \"$@\"";
-    CLS_ChildProcess clsChild("/bin/sh", {"-c", strStart, "sh", HASH_TREE, m_strTree, "--output", m_strSums,
-                                          "--progress-interval", "10"});
-    ASSERT_TRUE(WaitUntil([&] { return clsChild.GetErr().find("0/1 files") != std::string::npos; }));
-    // All three wait for a program that is stopped.
-    for (const int iSignal : {SIGSTOP, SIGHUP, SIGINT, SIGTERM, SIGCONT})
-    {
-        clsChild.SendSignal(iSignal);
-    }
-    const ST_ChildResult stResult = clsChild.Wait();
-    EXPECT_EQ(128 + SIGTERM, stResult.m_iExit) << ::testing::PrintToString(stResult);
-}
-
 TEST_F(HashTreeTest, ASecondSignalLeavesNoTemporaryFile)
 {
     AddHugeFile("huge");

@@ -160,7 +160,7 @@ TEST_F(SweepFoundationTest, UtilitiesThrowAndWorkWhenTriedAgain)
               _clsPoint.FailAndThrow([&] { Util::SplitStdString(strText, ","); });
               EXPECT_THAT(Util::SplitStdString(strText, ","), ElementsAre(TEXT, TEXT));
           });
-    Sweep("Util::MapToString", 4,
+    Sweep("Util::MapToString", 3,
           [&](CLS_SweepPoint& _clsPoint)
           {
               _clsPoint.FailAndThrow([&] { Util::MapToString(mapParam); });

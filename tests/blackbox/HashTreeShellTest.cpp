@@ -1,9 +1,10 @@
 #include "tests/blackbox/HashTreeFixture.h"
 
+#include <csignal>
 #include <filesystem>
 #include <gmock/gmock.h>
 
-// The shell opens the outputs.
+// The shell opens the outputs and ignores signals.
 namespace
 {
 using ::testing::EndsWith;
@@ -11,7 +12,7 @@ using ::testing::HasSubstr;
 
 constexpr char FULL[] = "/dev/full";
 
-class HashTreeOutputTest : public CLS_HashTreeFixture
+class HashTreeShellTest : public CLS_HashTreeFixture
 {
 protected:
     /// Runs the program with this after it, as a shell takes it.
@@ -29,7 +30,7 @@ protected:
     }
 };
 
-TEST_F(HashTreeOutputTest, FullOutputIsAFailure)
+TEST_F(HashTreeShellTest, FullOutputIsAFailure)
 {
     if (!std::filesystem::exists(FULL))
     {
@@ -43,7 +44,7 @@ TEST_F(HashTreeOutputTest, FullOutputIsAFailure)
     ExpectSums();
 }
 
-TEST_F(HashTreeOutputTest, ClosedOutputIsAFailureAndTakesNoOtherFile)
+TEST_F(HashTreeShellTest, ClosedOutputIsAFailureAndTakesNoOtherFile)
 {
     AddFile("file", "abc");
     const ST_ChildResult stResult = HashInShell(">&-");
@@ -53,14 +54,14 @@ TEST_F(HashTreeOutputTest, ClosedOutputIsAFailureAndTakesNoOtherFile)
     ExpectSums();
 }
 
-TEST_F(HashTreeOutputTest, WithEveryStreamClosedTheSumsAreWritten)
+TEST_F(HashTreeShellTest, WithEveryStreamClosedTheSumsAreWritten)
 {
     AddFile("file", "abc");
     EXPECT_EQ(1, HashInShell("<&- >&- 2>&-").m_iExit);
     ExpectSums();
 }
 
-TEST_F(HashTreeOutputTest, PipeWithoutAReaderIsAFailure)
+TEST_F(HashTreeShellTest, PipeWithoutAReaderIsAFailure)
 {
     AddFile("file", "abc");
     // The reader of the named pipe is gone when the program starts.
@@ -75,10 +76,26 @@ TEST_F(HashTreeOutputTest, PipeWithoutAReaderIsAFailure)
     ExpectSums();
 }
 
-TEST_F(HashTreeOutputTest, HelpThatCannotBeWrittenIsAFailure)
+TEST_F(HashTreeShellTest, HelpThatCannotBeWrittenIsAFailure)
 {
     const ST_ChildResult stResult = RunChild("/bin/sh", {"-c", "exec \"$0\" --help >&-", HASH_TREE});
     EXPECT_EQ(1, stResult.m_iExit);
     EXPECT_THAT(stResult.m_strErr, HasSubstr("hash_tree: cannot write to standard output: "));
+}
+
+TEST_F(HashTreeShellTest, SignalsThatItWasStartedToIgnoreStayIgnored)
+{
+    AddHugeFile("huge");
+    const std::string strStart = "trap '' HUP INT; exec \"$@\"";
+    CLS_ChildProcess clsChild("/bin/sh", {"-c", strStart, "sh", HASH_TREE, m_strTree, "--output", m_strSums,
+                                          "--progress-interval", "10"});
+    ASSERT_TRUE(WaitUntil([&] { return clsChild.GetErr().find("0/1 files") != std::string::npos; }));
+    // All three wait for a program that is stopped.
+    for (const int iSignal : {SIGSTOP, SIGHUP, SIGINT, SIGTERM, SIGCONT})
+    {
+        clsChild.SendSignal(iSignal);
+    }
+    const ST_ChildResult stResult = clsChild.Wait();
+    EXPECT_EQ(128 + SIGTERM, stResult.m_iExit) << ::testing::PrintToString(stResult);
 }
 } // namespace
