@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Builds with counters, runs the tests and fails if they miss any function, line or branch of the product, or too
-# many conditions (MC/DC). verify/coverage/not-covered.txt lists the permitted gaps and their reasons.
+# Builds with counters, AddressSanitizer, LeakSanitizer and UndefinedBehaviorSanitizer, and runs all tests. Fails if one
+# fails, or if they miss any function, line or branch of the product, or too many conditions (MC/DC).
+# verify/coverage/not-covered.txt lists the permitted gaps and their reasons.
 #
 #   scripts/checks/coverage.sh [ctest arguments]
 #
@@ -14,8 +15,19 @@ folder=build/coverage
 cmake --preset coverage
 cmake --build --preset coverage -j "$cores" -- --quiet
 rm -rf "$folder/profiles"
-# Lines that only long or random tests reach do not count. The filter drops the lines of tests that pass.
-ctest --preset coverage -j "$cores" -LE '^(slow|stress|soak)$' "$@" | grep -av '^ *Start \|   Passed  '
+log=$folder/Testing/Temporary/LastTest.log
+uncounted='^(slow|stress|soak)$'
+
+# run_tests ARGUMENT...: the filter drops the lines of tests that pass.
+run_tests()
+{
+    ctest --preset coverage -j "$cores" "$@" | grep -av '^ *Start \|   Passed  '
+    passed=$((passed + $(grep -ac '^Test Passed\.' "$log" || true)))
+}
+
+# Lines that only long or random tests reach do not count.
+passed=0
+run_tests -LE "$uncounted" "$@"
 
 llvm-profdata-19 merge -sparse -o "$folder/merged.profdata" "$folder"/profiles/*.profraw
 # llvm-cov reads a function from the first program that has it: the library comes first.
@@ -42,3 +54,6 @@ done
 verify/coverage/check_coverage.py "$folder/coverage.json" "$folder/coverage.info" verify/coverage/not-covered.txt |
     tee "$folder/summary.txt"
 record_figure "Coverage" "$(sed -n 's/ *$//; /%$/p' "$folder/summary.txt" | tr -s ' ' | paste -sd ';' | sed 's/;/; /g')"
+
+run_tests -L "$uncounted" "$@"
+record_figure "Tests, coverage" "$passed passed"

@@ -89,7 +89,7 @@ TEST_F(LoaderTest, AnOpenLibraryIsAnsweredFromTheTableEvenWhenItsFileIsGone)
 }
 
 // Pins docs/limits.md, "Odd texts".
-TEST_F(LoaderTest, AMissingSymbolIsNullAndHasItsLineAllTheSame)
+TEST_F(LoaderTest, AMissingSymbolIsNullButHasItsLine)
 {
     const std::string strPath = MakeCopy(PROBE_LIBRARY);
     Functions mapFuns = Load(strPath, {"ProbeNone", "ProbeOne"});
@@ -113,7 +113,7 @@ TEST_F(LoaderTest, ARepeatedNameIsLookedUpEachTime)
     EXPECT_EQ(1, Call(mapFuns["ProbeOne"]));
 }
 
-TEST_F(LoaderTest, WithoutNamesTheLibraryIsOpenedAllTheSame)
+TEST_F(LoaderTest, WithoutNamesTheLibraryIsStillOpened)
 {
     const std::string strPath = MakeCopy(PROBE_LIBRARY);
     EXPECT_THAT(Load(strPath, {}), IsEmpty());

@@ -321,7 +321,7 @@ TEST_F(PoolDispatchTest, DispatcherTriesUntilAWorkerCanBeMade)
     EXPECT_THAT(GetIdleOrder(clsPool), ElementsAre(0));
 }
 
-TEST_F(PoolDispatchTest, WorkerThatIsNotRegisteredIsARecordAndGetsItsJobAllTheSame)
+TEST_F(PoolDispatchTest, WorkerThatIsNotRegisteredIsLoggedAndStillGetsItsJob)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     const std::unique_ptr<CLS_TaskThread> pThread(clsPool.CreateTaskThread());

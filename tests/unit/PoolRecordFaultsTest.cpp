@@ -15,7 +15,7 @@ using ::testing::Pair;
 
 using PoolRecordFaultsTest = CLS_PoolFixture;
 
-TEST_F(PoolRecordFaultsTest, RunWhoseFailureCannotBeRecordedIsOverAllTheSame)
+TEST_F(PoolRecordFaultsTest, RunWhoseFailureCannotBeLoggedStillEnds)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     CLS_TaskThread* const pThread = clsPool.CreateTaskThread();

@@ -121,7 +121,7 @@ TEST_F(PoolShutdownFailureTest, TheExportedFunctionFinishesAFailedEndToo)
                 ElementsAre(IsBegin(), IsStart(), IsError(), IsEnd(), IsBegin(), IsStart(), IsEnd()));
 }
 
-TEST_F(PoolShutdownFailureTest, KillTaskAllDestroysThePoolAllTheSame)
+TEST_F(PoolShutdownFailureTest, KillTaskAllStillDestroysThePool)
 {
     const int iThreads = CountThreads();
     CLS_QuenTaskPool& clsPool = MakePool();

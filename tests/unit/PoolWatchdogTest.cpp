@@ -228,7 +228,7 @@ TEST_F(PoolWatchdogTest, BoundTaskOfARetiredWorkerIsReportedAndLeftAlone)
     EXPECT_EQ(TASK_STATUS_WAITING, pTask->GetTaskStatus());
 }
 
-TEST_F(PoolWatchdogTest, UnregisteredWorkerIsRetiredAllTheSame)
+TEST_F(PoolWatchdogTest, UnregisteredWorkerIsStillRetired)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     CLS_TaskThread* const pThread = MakeIdleThread(clsPool);

@@ -312,7 +312,9 @@ TEST(RunGateTest, CloseFindsTheJobOverOrAbandonsTheWorkerAtAnyStep)
         {
             std::this_thread::yield();
         }
-        const bool bOver = clsGate.Close(steady_clock::now());
+        // With time to wait, the job is always found over.
+        const auto tpLimit = steady_clock::now() + (i % 2 == 0 ? milliseconds(0) : WAIT_LIMIT);
+        const bool bOver = clsGate.Close(tpLimit);
         const std::string strState = RunGateView::DescribeState(clsGate);
         bClosed = true;
         thWorker.join();

@@ -109,7 +109,7 @@ public:
     {
         const std::string strTaskId = CLS_Task::CreateTask([] {}, -1, "text")->GetId();
         RemoveTask(strTaskId, "text");
-        return PoolView::IsRegistered(strTaskId) ? "in vain" : "called the pool";
+        return PoolView::IsRegistered(strTaskId) ? "did nothing" : "called the pool";
     }
 
 private:

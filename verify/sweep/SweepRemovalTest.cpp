@@ -156,7 +156,7 @@ INSTANTIATE_TEST_SUITE_P(Operations, SweepRemovalByIdTest,
                          [](const ::testing::TestParamInfo<ST_ById>& _stInfo)
                          { return _stInfo.param.m_szName; });
 
-TEST_F(SweepRemovalTest, StopTaskOfALongRunThrowsAndTheTaskIsInvalidAllTheSame)
+TEST_F(SweepRemovalTest, StopTaskOfALongRunThrowsAndTheTaskIsStillInvalid)
 {
     Sweep("StopTask of a long run", 4,
           [this](CLS_SweepPoint& _clsPoint)
