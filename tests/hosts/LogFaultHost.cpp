@@ -2,7 +2,8 @@
 //
 //   zel_log_fault_host LIBRARY
 //
-// Prints the outcome. What happens to the log records depends on the logging library that it finds.
+// Prints the outcome once the pool has ended: until then, a thread of the pool may print how it opens the
+// logging library. What happens to the log records depends on the logging library that it finds.
 
 #include "tests/hosts/PoolLibrary.h"
 #include "tests/support/Waiting.h"
@@ -11,9 +12,9 @@
 
 namespace
 {
-void Tell(const std::string& _strWhat, bool _bHolds)
+std::string Tell(const std::string& _strWhat, bool _bHolds)
 {
-    std::cout << _strWhat << ": " << (_bHolds ? "yes" : "no") << std::endl;
+    return _strWhat + ": " + (_bHolds ? "yes" : "no") + "\n";
 }
 } // namespace
 
@@ -36,14 +37,15 @@ int main(int _iCount, char** _ppTexts)
     {
         clsPool.m_pAddTmpTask([&] { clsRuns.Add(); }, &clsRuns, "quiet");
     }
-    Tell("null owner refused", !clsPool.m_pAddTmpTask([] {}, nullptr, "nobody"));
-    Tell("all ran", clsThrown.Wait(5) && clsRuns.Wait(100));
+    std::string strOutcome;
+    strOutcome += Tell("null owner refused", !clsPool.m_pAddTmpTask([] {}, nullptr, "nobody"));
+    strOutcome += Tell("all ran", clsThrown.Wait(5) && clsRuns.Wait(100));
     std::string strTaskId;
     clsPool.m_pAddLoopTask([&] { clsRuns.Add(); }, 1, strTaskId, "loop");
-    Tell("loop runs", clsRuns.Wait(110));
+    strOutcome += Tell("loop runs", clsRuns.Wait(110));
     clsPool.m_pRemoveTask(strTaskId, "loop");
     clsPool.m_pRemoveTmpTask(&clsThrown, "throwing");
     clsPool.m_pUnInit();
-    Tell("ended", true);
+    std::cout << strOutcome << Tell("ended", true) << std::flush;
     return 0;
 }
