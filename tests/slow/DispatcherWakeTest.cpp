@@ -26,8 +26,8 @@ using ::testing::Le;
 using DispatcherWakeTest = CLS_PoolFixture;
 
 #ifdef __APPLE__
-/// The waits with a limit that the dispatcher's thread has begun. The system does not tell how often a thread
-/// has gone to sleep.
+/// The number of timed waits that the dispatcher's thread has begun. The system does not report how often a
+/// thread has gone to sleep.
 std::atomic<int> g_iWaits{0};
 thread_local bool t_bDispatcher = false;
 
@@ -48,7 +48,7 @@ void NoteDispatcher()
     g_iDispatcher = static_cast<pid_t>(syscall(SYS_gettid));
 }
 
-/// How often the dispatcher's thread has gone to sleep; 0 when it is not known.
+/// How often the dispatcher's thread has gone to sleep; 0 if unknown.
 int CountSleeps()
 {
     std::ifstream fsStatus("/proc/self/task/" + std::to_string(g_iDispatcher) + "/status");
@@ -66,7 +66,7 @@ int CountSleeps()
 }
 #endif
 
-/// Whether the dispatcher has gone to sleep for longer than it takes to look twice.
+/// Whether the dispatcher has slept for longer than two checks take.
 bool IsAsleep()
 {
     const int iBefore = CountSleeps();

@@ -13,7 +13,7 @@ using std::chrono::steady_clock;
 
 using IdleWorkerTest = CLS_ThreadFixture;
 
-TEST_F(IdleWorkerTest, LooksForAJobAndForItsEndThoughNobodyWakesIt)
+TEST_F(IdleWorkerTest, ChecksForAJobAndForItsEndWithoutAWakeUp)
 {
     CLS_TaskThread clsWorker;
     CLS_TaskThread clsEnding;
@@ -24,7 +24,7 @@ TEST_F(IdleWorkerTest, LooksForAJobAndForItsEndThoughNobodyWakesIt)
     {
         WorkerView::GetLastActive(*pWorker) = tpMarker;
         EXPECT_TRUE(pWorker->AddFunction([](CLS_TaskThread*) {}));
-        EXPECT_TRUE(funIsPassOver(*pWorker)); // waits for the next job now
+        EXPECT_TRUE(funIsPassOver(*pWorker)); // the worker now waits for the next job
         WorkerView::GetLastActive(*pWorker) = tpMarker;
     }
     CLS_Gate clsRan;
@@ -40,7 +40,7 @@ TEST_F(IdleWorkerTest, LooksForAJobAndForItsEndThoughNobodyWakesIt)
     WorkerView::GetRunFlag(clsEnding) = false;
     WorkerView::GetThread(clsEnding)->join();
     EXPECT_TRUE(clsRan.Wait());
-    EXPECT_EQ(tpMarker, tpSeen);                                      // waking up is no activity
-    EXPECT_EQ(tpMarker, WorkerView::GetLastActive(clsEnding).load()); // nor is ending
+    EXPECT_EQ(tpMarker, tpSeen);                                      // a wake-up is not activity
+    EXPECT_EQ(tpMarker, WorkerView::GetLastActive(clsEnding).load()); // nor is the worker's end
 }
 } // namespace

@@ -18,7 +18,7 @@ TEST_F(LoopRealTimeTest, IntervalIsKeptFromTheEndOfEachRunToTheNextStart)
     constexpr milliseconds LENGTH{300};
     constexpr int RUNS = 4;
     CLS_QuenTaskPool& clsPool = MakePool();
-    std::vector<steady_clock::time_point> vecStarts; // written by one run after the other
+    std::vector<steady_clock::time_point> vecStarts; // written by one run at a time
     CLS_Counter clsRuns;
     std::string strTaskId;
     const steady_clock::time_point tpSubmission = steady_clock::now();
@@ -66,7 +66,7 @@ TEST_F(LoopRealTimeTest, ShortIntervalIsKeptWhileOtherTasksKeepThePoolBusy)
     clsPool.UnInit();
     for (std::size_t i = 1; i < vecStarts.size(); ++i)
     {
-        // Elapsed times are cut to whole milliseconds, which never makes a run early.
+        // The pool rounds elapsed times down to whole milliseconds, so a run is never early.
         EXPECT_GE(vecStarts[i] - vecEnds[i - 1], INTERVAL) << "run " << i;
     }
 }

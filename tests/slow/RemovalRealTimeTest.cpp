@@ -3,12 +3,12 @@
 
 namespace
 {
-/// The time limit of a removal by owner, with the real clock.
+/// Tests the time limit of a removal by owner with the real clock.
 class RemovalRealTimeTest : public CLS_ShutdownFixture
 {
 protected:
     static constexpr std::chrono::seconds BOUND{9};
-    /// Two bounds one after the other would take longer, by several seconds.
+    /// Two consecutive bounds would take several seconds longer.
     static constexpr std::chrono::seconds ONE_BOUND_AT_MOST{15};
 };
 

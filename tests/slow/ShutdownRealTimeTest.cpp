@@ -5,18 +5,18 @@ namespace
 {
 using ::testing::ElementsAre;
 
-/// The time limits of the shutdown, with the real clock.
+/// Tests the time limits of the shutdown with the real clock.
 class ShutdownRealTimeTest : public CLS_ShutdownFixture
 {
 protected:
     static constexpr std::chrono::seconds BOUND{9};
-    /// Two bounds one after the other would take longer, by several seconds.
+    /// Two consecutive bounds would take several seconds longer.
     static constexpr std::chrono::seconds ONE_BOUND_AT_MOST{15};
 
-    /// Takes the task of a run out of the registry while it runs.
+    /// Removes the task of a run from the registry while it runs.
     static void RemoveDuringRun(const HeldRun& _pRun) { CLS_Task::DeleteTask(_pRun->m_strTaskId); }
 
-    /// Shuts the pool down and returns how long that took.
+    /// Shuts the pool down and returns how long it took.
     static std::chrono::nanoseconds EndPool()
     {
         const auto tpStart = std::chrono::steady_clock::now();
@@ -51,7 +51,7 @@ TEST_F(ShutdownRealTimeTest, ReturnsAfterTheBoundAndLetsTheRunEndLater)
 }
 
 // Pins docs/limits.md, "A shutdown waits once more for removed tasks".
-TEST_F(ShutdownRealTimeTest, LeavesAHostsJobOnAWorkerBehindAfterTheBound)
+TEST_F(ShutdownRealTimeTest, AbandonsAHostsJobOnAWorkerAfterTheBound)
 {
     CLS_Gate clsMayEnd;
     CLS_Counter clsJobs;
@@ -87,7 +87,7 @@ TEST_F(ShutdownRealTimeTest, WaitsOnceForAllRunsWhoseTasksWereRemoved)
     EXPECT_LT(nsTaken, ONE_BOUND_AT_MOST);
     EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsBegin(), IsStart(), IsEnd()));
 
-    // A new pool, at the same address if the memory is reused.
+    // The new pool has the same address if the memory is reused.
     CLS_QuenTaskPool& clsNew = MakePool();
     RunShortTask(clsNew);
     const std::map<CLS_TaskThread*, std::string> mapBefore = CopyWorkers(clsNew);

@@ -19,7 +19,7 @@ using ::testing::ElementsAre;
 
 using StopRealTimeTest = CLS_TaskFixture;
 
-/// Expects that Stop gives up a run that lasts longer than its bound.
+/// Expects that Stop times out on a run that lasts longer than its bound.
 void StopLongRun(const std::shared_ptr<CLS_Task>& _pTask, CLS_Gate& _clsMayEnd)
 {
     std::thread thRunner([&] { EXPECT_TRUE(_pTask->Running()); });
@@ -32,7 +32,7 @@ void StopLongRun(const std::shared_ptr<CLS_Task>& _pTask, CLS_Gate& _clsMayEnd)
     thRunner.join();
 }
 
-/// Expects that Stop sees the end of a run that goes on for a second after the task was made invalid.
+/// Expects that Stop sees the end of a run that lasts another second after the task becomes invalid.
 void StopRunOfOneSecond()
 {
     std::atomic<bool> bEnded{false};

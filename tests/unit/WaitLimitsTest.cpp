@@ -20,7 +20,7 @@ using std::chrono::seconds;
 class WaitLimitsTest : public CLS_ShutdownFixture
 {
 protected:
-    /// A pool with one worker, which runs until it is let go.
+    /// A pool with one worker that runs until the test releases it.
     void StartRun()
     {
         m_iThreads = CountThreads();
@@ -43,38 +43,38 @@ private:
     int m_iThreads = 0;
 };
 
-/// Whether some wait is meant to last for as long as that, and none for longer.
-bool ComesTo(const CLS_CutWaits& _clsWaits, nanoseconds _nsLimit)
+/// Whether the longest wait reaches the limit without exceeding it.
+bool ReachesLimit(const CLS_CutWaits& _clsWaits, nanoseconds _nsLimit)
 {
     return WaitUntil([&] { return _clsWaits.GetLongest() > _nsLimit - milliseconds(1); }) &&
            _clsWaits.GetLongest() <= _nsLimit;
 }
 
-TEST_F(WaitLimitsTest, DispatcherLooksAtItsFlagEverySecond)
+TEST_F(WaitLimitsTest, DispatcherChecksItsFlagEverySecond)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     const CLS_CutWaits clsWaits(PoolView::GetQueueSignal(clsPool));
     StartDispatcher(clsPool);
-    EXPECT_TRUE(ComesTo(clsWaits, seconds(1)));
+    EXPECT_TRUE(ReachesLimit(clsWaits, seconds(1)));
 }
 
-TEST_F(WaitLimitsTest, WorkerLooksAtItsFlagEveryThreeSeconds)
+TEST_F(WaitLimitsTest, WorkerChecksItsFlagEveryThreeSeconds)
 {
     CLS_TaskThread clsWorker;
     const CLS_CutWaits clsWaits(WorkerView::GetJobSignal(clsWorker));
     // The first wait may have begun already.
     EXPECT_TRUE(clsWorker.AddFunction([](CLS_TaskThread*) {}));
-    EXPECT_TRUE(ComesTo(clsWaits, seconds(3)));
+    EXPECT_TRUE(ReachesLimit(clsWaits, seconds(3)));
 }
 
 // Pins docs/limits.md, "Opening a library waits 1 s".
-TEST_F(WaitLimitsTest, ThreadsWaitForTheirTurnAsLongAsItSays)
+TEST_F(WaitLimitsTest, ThreadsWaitForTheirTurnUpToItsLimit)
 {
     CLS_LoadTurn clsTurn;
     const CLS_CutWaits clsWaits(LoadTurnView::GetSignal(clsTurn));
     ASSERT_TRUE(LoadTurnView::Take(clsTurn));
     std::thread thNext([&] { EXPECT_TRUE(CLS_LoadTurn::CLS_Scope(clsTurn).IsTaken()); });
-    EXPECT_TRUE(ComesTo(clsWaits, milliseconds(1000)));
+    EXPECT_TRUE(ReachesLimit(clsWaits, milliseconds(1000)));
     LoadTurnView::Give(clsTurn);
     thNext.join();
 }
@@ -89,23 +89,23 @@ TEST_F(WaitLimitsTest, GivingTheTurnBackEndsTheWaitOfTheNextThread)
     EXPECT_EQ(1, clsWaits.GetNotifications());
 }
 
-TEST_F(WaitLimitsTest, EndOfAPoolWaitsForARunAsLongAsItIsTold)
+TEST_F(WaitLimitsTest, ShutdownWaitsForARunUpToTheGivenLimit)
 {
     CLS_RunGate clsGate;
     const CLS_CutWaits clsWaits(RunGateView::GetSignal(clsGate));
     std::thread([&] { EXPECT_TRUE(clsGate.EnterRun()); }).join();
     EXPECT_FALSE(clsGate.Close(std::chrono::steady_clock::now() + milliseconds(20)));
-    EXPECT_TRUE(ComesTo(clsWaits, milliseconds(20)));
+    EXPECT_TRUE(ReachesLimit(clsWaits, milliseconds(20)));
 }
 
-TEST_F(WaitLimitsTest, EndOfAPoolWaitsNineSecondsForARunThatNobodyCanStop)
+TEST_F(WaitLimitsTest, ShutdownWaitsNineSecondsForARunThatCannotBeStopped)
 {
     ASSERT_NO_FATAL_FAILURE(StartRun());
     CLS_Task::DeleteTask(m_pRun->m_strTaskId);
     {
         const CLS_CutWaits clsWaits(RunGateView::GetSignal(m_pThread->GetRunGate()));
         CLS_Side clsEnd([] { CLS_QuenTaskPool::m_pInstance->UnInit(); });
-        // The time until the wait begins counts, too.
+        // The time until the wait begins also counts.
         EXPECT_TRUE(WaitUntil([&] { return clsWaits.GetLongest() > seconds(8); }));
         EXPECT_LE(clsWaits.GetLongest(), seconds(9));
         m_pRun->m_clsMayEnd.Open();
@@ -114,7 +114,7 @@ TEST_F(WaitLimitsTest, EndOfAPoolWaitsNineSecondsForARunThatNobodyCanStop)
     EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
 }
 
-TEST_F(WaitLimitsTest, EndOfAPoolWaitsNineSecondsForAHostsJobOnAWorker)
+TEST_F(WaitLimitsTest, ShutdownWaitsNineSecondsForAHostsJobOnAWorker)
 {
     CLS_QuenTaskPool& clsPool = MakePool();
     CLS_TaskThread* const pThread = clsPool.CreateTaskThread();
@@ -138,7 +138,7 @@ TEST_F(WaitLimitsTest, EndOfAPoolWaitsNineSecondsForAHostsJobOnAWorker)
     EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
 }
 
-TEST_F(WaitLimitsTest, EndOfAPoolDoesNotWaitOnceMoreForARunThatOutlastedItsStop)
+TEST_F(WaitLimitsTest, ShutdownDoesNotWaitAgainForARunThatOutlastedItsStop)
 {
     ASSERT_NO_FATAL_FAILURE(StartRun());
     {
@@ -150,7 +150,7 @@ TEST_F(WaitLimitsTest, EndOfAPoolDoesNotWaitOnceMoreForARunThatOutlastedItsStop)
     EndRun();
 }
 
-TEST_F(WaitLimitsTest, AWorkerThatWasLeftBehindDestroysItself)
+TEST_F(WaitLimitsTest, AnAbandonedWorkerDestroysItself)
 {
     ASSERT_NO_FATAL_FAILURE(StartRun());
     {
