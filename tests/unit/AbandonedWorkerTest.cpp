@@ -32,17 +32,17 @@ struct ST_ThreadEnd
 };
 thread_local ST_ThreadEnd t_stThreadEnd;
 
-/// What a test and a worker's job share; lives until the last of them is done.
+/// The state that a test and a worker's job share. It lives until both are done.
 struct ST_Meeting
 {
     CLS_Gate m_clsEntered;
     CLS_Gate m_clsMayLeave;
     std::atomic<int> m_iCalls{0};
-    std::atomic<bool> m_bLeft{true}; ///< what LeaveRun said
+    std::atomic<bool> m_bLeft{true}; ///< the result of LeaveRun
     const std::shared_ptr<CLS_Gate> m_pThreadEnded = std::make_shared<CLS_Gate>();
 };
 
-/// Starts a worker and a run on it. After the worker is abandoned, only the worker knows its own address.
+/// Starts a worker and a run on it. Once abandoned, the worker alone knows its address.
 CLS_TaskThread* StartRun(const std::shared_ptr<ST_Meeting>& _pMeeting)
 {
     auto* const pWorker = new CLS_TaskThread;
@@ -66,10 +66,10 @@ TEST_F(AbandonedWorkerTest, FreesItselfAndEndsItsThread)
     EXPECT_FALSE(StartRun(pMeeting)->GetRunGate().Close(std::chrono::steady_clock::now() + milliseconds(0)));
     EXPECT_FALSE(pMeeting->m_pThreadEnded->IsOpen());
     pMeeting->m_clsMayLeave.Open();
-    EXPECT_TRUE(pMeeting->m_pThreadEnded->Wait()); // a worker that is not freed is found by the leak check
+    EXPECT_TRUE(pMeeting->m_pThreadEnded->Wait()); // the leak check finds a worker that is not freed
     EXPECT_FALSE(pMeeting->m_bLeft);
     EXPECT_EQ(1, pMeeting->m_iCalls);
-    EXPECT_EQ(1, pMeeting.use_count()); // the job is gone, too
+    EXPECT_EQ(1, pMeeting.use_count()); // the job is destroyed, too
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
@@ -89,7 +89,7 @@ TEST_F(AbandonedWorkerTest, FreesItselfWhenItsOwnJobEndsThePool)
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
-TEST_F(AbandonedWorkerTest, WorkerWhoseRunEndedInTimeIsItsOwnersToDelete)
+TEST_F(AbandonedWorkerTest, OwnerDeletesAWorkerWhoseRunEndedInTime)
 {
     const auto pMeeting = std::make_shared<ST_Meeting>();
     const std::unique_ptr<CLS_TaskThread> pWorker(StartRun(pMeeting));
@@ -123,7 +123,7 @@ TEST_F(AbandonedWorkerTest, WorkerRunsNoJobOnceItsGateIsClosed)
     EXPECT_FALSE(bRan);
 }
 
-TEST_F(AbandonedWorkerTest, ManyAreLeftBehindAtOnce)
+TEST_F(AbandonedWorkerTest, ManyWorkersAreAbandonedAtOnce)
 {
     std::vector<std::shared_ptr<ST_Meeting>> vecMeetings;
     for (int i = 0; i < 20; ++i)

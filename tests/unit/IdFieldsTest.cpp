@@ -1,4 +1,4 @@
-// Ids of a machine that has just been started, on a thread with a small number.
+// Ids on a machine that has just started, made by a thread with a small number.
 
 #include "QuenInclude/Util.h"
 #include "tests/support/NextFunction.h"
@@ -29,7 +29,7 @@ pthread_t ToThread(std::uint64_t _uiNumber)
     return idThread;
 }
 
-/// An id that the calling thread makes while the system tells it these figures.
+/// An id that the calling thread makes while the system returns these figures.
 std::string MakeId(const ST_IdSource& _stFigures)
 {
     t_pFigures = &_stFigures;
@@ -62,13 +62,13 @@ namespace
 {
 using testing::MatchesRegex;
 
-TEST(IdFieldsTest, ShortNumbersAreFilledUpWithZeros)
+TEST(IdFieldsTest, ShortNumbersArePaddedWithZeros)
 {
     EXPECT_THAT(MakeId({0xab, {0, 0xcde}}), MatchesRegex("[0-9a-f]{8}-00ab-00000cde-[0-9a-f]{4}"));
     EXPECT_THAT(MakeId({0, {0, 0}}), MatchesRegex("[0-9a-f]{8}-0000-00000000-[0-9a-f]{4}"));
 }
 
-TEST(IdFieldsTest, NumbersThatFillTheirFieldsStandAsTheyAre)
+TEST(IdFieldsTest, NumbersThatFillTheirFieldsAreNotPadded)
 {
     EXPECT_THAT(MakeId({0xabcd, {0, 0x12345678}}), MatchesRegex("[0-9a-f]{8}-abcd-12345678-[0-9a-f]{4}"));
 }

@@ -62,7 +62,7 @@ TEST(RunGateTest, EachStepOfAJobChangesTheState)
     EXPECT_EQ("", RunGateView::DescribeState(clsGate));
 }
 
-TEST(RunGateTest, NothingBeginsBehindAClosedGate)
+TEST(RunGateTest, NothingBeginsOnceTheGateIsClosed)
 {
     CLS_RunGate clsGate;
     EXPECT_TRUE(clsGate.Close(steady_clock::now() + hours(1)));
@@ -133,7 +133,7 @@ TEST(RunGateTest, NoStepTakesALockBeforeClose)
     thWorker.join();
 }
 
-/// A thread in a run, which ends when the test says so.
+/// A thread in a run that ends when the test calls End.
 class CLS_GateRunner
 {
 public:
@@ -151,7 +151,7 @@ public:
         EXPECT_TRUE(m_clsEntered.Wait());
     }
 
-    /// What LeaveRun said.
+    /// Ends the run; returns the result of LeaveRun.
     bool End()
     {
         m_clsMayLeave.Open();
@@ -168,8 +168,8 @@ public:
     std::thread m_thRunner;
 };
 
-/// A worker that uses the pool during the shutdown and then runs the host's own code.
-TEST(RunGateTest, CloseLeavesAWorkerBehindThatLeavesThePoolForForeignCode)
+// The worker uses the pool during the shutdown and then runs the host's own code.
+TEST(RunGateTest, CloseAbandonsAWorkerThatLeavesThePoolForForeignCode)
 {
     CLS_RunGate clsGate;
     CLS_Gate clsInside;
@@ -197,7 +197,7 @@ TEST(RunGateTest, CloseLeavesAWorkerBehindThatLeavesThePoolForForeignCode)
             bOver = clsGate.Close(steady_clock::now());
             clsClosed.Open();
         });
-    EXPECT_FALSE(clsClosed.Wait(milliseconds(50))); // not in the middle of its steps
+    EXPECT_FALSE(clsClosed.Wait(milliseconds(50))); // Close waits while the worker is inside the pool
     clsMayLeave.Open();
     EXPECT_TRUE(clsClosed.Wait());
     EXPECT_FALSE(bOver);
@@ -207,7 +207,7 @@ TEST(RunGateTest, CloseLeavesAWorkerBehindThatLeavesThePoolForForeignCode)
     thEnd.join();
 }
 
-TEST(RunGateTest, CloseWithoutALimitLeavesARunningWorkerBehind)
+TEST(RunGateTest, CloseWithoutALimitAbandonsARunningWorker)
 {
     CLS_RunGate clsGate;
     CLS_GateRunner clsRunner(clsGate);
@@ -236,7 +236,7 @@ TEST(RunGateTest, CloseReturnsWhenTheRunEnds)
     std::thread thEnder(
         [&]
         {
-            // The gate is closed before the wait begins; the worker's run is still on.
+            // The gate is closed before the wait begins. The worker's run still continues.
             EXPECT_TRUE(WaitUntil([&] { return RunGateView::IsClosed(clsGate); }));
             EXPECT_TRUE(clsRunner.End());
         });
@@ -271,7 +271,7 @@ TEST(RunGateTest, CloseFindsTheJobOverOrAbandonsTheWorkerAtAnyStep)
         std::thread thWorker(
             [&]
             {
-                // Yields in all kinds of steps let the closing thread come at each of them.
+                // Yields at each kind of step let the closing thread interrupt every one.
                 for (unsigned uiStep = 0;; ++uiStep)
                 {
                     const auto funYield = [&](unsigned _uiKind)
@@ -312,7 +312,7 @@ TEST(RunGateTest, CloseFindsTheJobOverOrAbandonsTheWorkerAtAnyStep)
         {
             std::this_thread::yield();
         }
-        // With time to wait, the job is always found over.
+        // With time to wait, Close always finds the job over.
         const auto tpLimit = steady_clock::now() + (i % 2 == 0 ? milliseconds(0) : WAIT_LIMIT);
         const bool bOver = clsGate.Close(tpLimit);
         const std::string strState = RunGateView::DescribeState(clsGate);
@@ -327,7 +327,7 @@ TEST(RunGateTest, CloseFindsTheJobOverOrAbandonsTheWorkerAtAnyStep)
     EXPECT_LT(iAbandoned, ROUNDS);
 }
 
-TEST(RunGateTest, WorkerAndEndOfThePoolAgree)
+TEST(RunGateTest, WorkerAndShutdownAgree)
 {
     constexpr int ROUNDS = 300;
     for (int i = 0; i < ROUNDS; ++i)
@@ -335,7 +335,7 @@ TEST(RunGateTest, WorkerAndEndOfThePoolAgree)
         CLS_RunGate clsGate;
         std::atomic<int> iInRun{0};
         std::atomic<bool> bClosed{false};
-        bool bTookLeave = true; // what the worker's last LeaveRun said
+        bool bTookLeave = true; // the result of the worker's last LeaveRun
         int iLate = 0;          // runs that began after Close had returned
         CLS_Gate clsRuns;
         std::thread thWorker(

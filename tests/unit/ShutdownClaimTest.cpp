@@ -12,7 +12,7 @@ namespace
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-/// Stands for a pool: the claims use only its address.
+/// Stands in for a pool: the claims use only its address.
 class ShutdownClaimTest : public ::testing::Test
 {
 protected:
@@ -31,7 +31,7 @@ protected:
         CLS_ShutdownClaim::AddThread(POOL, _idThread, CLS_ShutdownClaim::ReserveThread());
     }
 
-    /// A thread that asks for the claim, to see whether it gets an answer at once, and which.
+    /// A thread that requests the claim. It shows whether the answer is immediate, and what it is.
     class CLS_Asker
     {
     public:

@@ -20,7 +20,7 @@ using std::chrono::steady_clock;
 
 using TaskThreadOvertimeTest = CLS_ThreadFixture;
 
-/// Sets the worker's last activity relative to now.
+/// Sets the time of the worker's last activity, relative to now.
 void SetActivity(CLS_TaskThread& _clsWorker, std::chrono::nanoseconds _nsFromNow)
 {
     WorkerView::GetLastActive(_clsWorker) = steady_clock::now() + _nsFromNow;
@@ -86,7 +86,7 @@ TEST_F(TaskThreadOvertimeTest, EveryWorkerIsOvertimeAtAThresholdOfZeroOrLess)
     }
 }
 
-TEST_F(TaskThreadOvertimeTest, TimeOfActivityMayLieAhead)
+TEST_F(TaskThreadOvertimeTest, TimeOfActivityMayBeInTheFuture)
 {
     CLS_TaskThread clsWorker;
     SetActivity(clsWorker, milliseconds(360000));
@@ -95,7 +95,7 @@ TEST_F(TaskThreadOvertimeTest, TimeOfActivityMayLieAhead)
     EXPECT_FALSE(clsWorker.IsWaitingOvertime());
 }
 
-TEST_F(TaskThreadOvertimeTest, PartsOfAMillisecondDoNotCount)
+TEST_F(TaskThreadOvertimeTest, FractionsOfAMillisecondDoNotCount)
 {
     CLS_TaskThread clsWorker;
     SetActivity(clsWorker, std::chrono::microseconds(299999900));

@@ -25,7 +25,7 @@ using std::chrono::steady_clock;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-/// A worker whose thread has ended: the tests make its passes themselves, step by step, on their own thread.
+/// A worker whose thread has ended. The tests make its passes themselves, step by step, on their own thread.
 class TaskThreadPassTest : public CLS_ThreadFixture
 {
 protected:
@@ -37,7 +37,7 @@ protected:
         WorkerView::GetLastActive(m_clsWorker) = m_tpMarker;
     }
 
-    /// Makes an attempt to lock the worker's mutex twice on one thread throw instead of hang.
+    /// Makes a second lock of the worker's mutex on the same thread throw instead of hang.
     void MakeMutexCheckItself()
     {
         pthread_mutexattr_t stAttributes;
@@ -114,7 +114,7 @@ TEST_F(TaskThreadPassTest, JobRunsWithTheMutexHeldAndWithTheWorker)
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
-TEST_F(TaskThreadPassTest, JobThatWasNotBegunIsDroppedAtTheEnd)
+TEST_F(TaskThreadPassTest, JobThatWasNotBegunIsDroppedAtShutdown)
 {
     EXPECT_TRUE(m_clsWorker.AddFunction([](CLS_TaskThread*) { ADD_FAILURE(); }));
     EXPECT_TRUE(m_clsWorker.Exit());
@@ -153,7 +153,7 @@ TEST_F(TaskThreadPassTest, FailingJobIsRetriedUntilANewOneReplacesIt)
                                                  IsThreadRecord(3, "FunTask", "thread handler error - 3")));
 }
 
-TEST_F(TaskThreadPassTest, FailingJobIsRetriedUntilTheWorkerIsStopped)
+TEST_F(TaskThreadPassTest, FailingJobIsRetriedUntilTheWorkerIsToldToEnd)
 {
     int iCalls = 0;
     EXPECT_TRUE(m_clsWorker.AddFunction(
@@ -193,7 +193,7 @@ TEST_F(TaskThreadPassTest, TimeOfActivityIsRefreshedWhenAPassEnds)
     EXPECT_GE(vecSeen[1], vecEnds[0]); // refreshed after the failure
     EXPECT_LE(vecSeen[1], vecEnds[1]);
     EXPECT_GE(WorkerView::GetLastActive(m_clsWorker).load(),
-              vecEnds[1]); // refreshed after the job, also at the end
+              vecEnds[1]); // refreshed after the job, even at the end
     EXPECT_FALSE(WorkerView::GetJob(m_clsWorker));
 }
 
@@ -251,7 +251,7 @@ TEST_F(TaskThreadPassTest, AbandonedWorkerEndsAfterItsJob)
     EXPECT_FALSE(WorkerView::GetJob(m_clsWorker));
 }
 
-TEST_F(TaskThreadPassTest, AbandonedWorkerEndsAlsoWhenItsJobFailed)
+TEST_F(TaskThreadPassTest, AbandonedWorkerEndsEvenWhenItsJobFailed)
 {
     int iCalls = 0;
     EXPECT_TRUE(m_clsWorker.AddFunction(
@@ -294,7 +294,7 @@ TEST_F(TaskThreadPassTest, GivesWayAFewTimesAfterEachJobAndHoldsNothingMeanwhile
     EXPECT_EQ(2U, LogRecorder::Take().size());
 }
 
-TEST_F(TaskThreadPassTest, GivesWayNoLongerOnceAJobIsHandedOver)
+TEST_F(TaskThreadPassTest, StopsGivingWayOnceAJobIsHandedOver)
 {
     int iCalls = 0;
     const auto funEnd = [&](CLS_TaskThread* _pWorker)

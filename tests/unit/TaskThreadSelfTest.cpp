@@ -14,7 +14,7 @@
 #include <system_error>
 
 /// Replaces the system's function of the same name. It also refuses a thread that joins itself. A sanitizer
-/// must not see that call: it would forget the thread, and fail at the next join.
+/// must not see that call: it would forget the thread and fail at the next join.
 extern "C" int pthread_join(pthread_t _idThread, void** _pResult)
 {
     static auto* const s_pJoin = GetNextFunction<decltype(pthread_join)>("pthread_join");

@@ -27,7 +27,7 @@ using ::testing::IsEmpty;
 
 using TaskThreadTest = CLS_ThreadFixture;
 
-/// Whether the worker has no job in hand. Waits while one runs.
+/// Whether the worker has no job. Waits while one runs.
 bool IsIdle(CLS_TaskThread& _clsWorker)
 {
     const std::lock_guard<std::mutex> lock(WorkerView::GetJobLock(_clsWorker));
@@ -133,8 +133,8 @@ TEST_F(TaskThreadTest, AddFunctionOfAnEmptyJobLeavesTheWorkerIdle)
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
-/// A worker in the middle of a job. The job ends a while after the test has begun an operation that must wait
-/// for it. If the operation does not wait, the job ends at once.
+/// A worker in the middle of a job. The job ends a short time after the test begins an operation that must
+/// wait for it. If the operation does not wait, the job ends immediately.
 class CLS_BusyWorker
 {
 public:
@@ -150,7 +150,7 @@ public:
         EXPECT_TRUE(m_clsStarted.Wait());
     }
 
-    /// Makes the call and says whether the job had ended when it returned.
+    /// Makes the call and returns whether the job had ended by then.
     template <typename T_Call>
     bool IsWaitedForBy(T_Call _funCall)
     {
@@ -207,7 +207,7 @@ TEST_F(TaskThreadTest, ExitDropsAJobThatWasNotBegun)
     ASSERT_TRUE(WaitUntil([&] { return WorkerView::GetLastActive(clsWorker).load() != tpMarker; }));
     bool bRan = false;
     {
-        // The worker's thread cannot look before both the job and the end have come.
+        // The worker's thread cannot check before it has both the job and the order to end.
         const std::lock_guard<std::mutex> lock(WorkerView::GetJobLock(clsWorker));
         WorkerView::GetJob(clsWorker) = [&](CLS_TaskThread*) { bRan = true; };
         WorkerView::GetRunFlag(clsWorker) = false;
@@ -248,7 +248,7 @@ TEST_F(TaskThreadTest, DestructorLeavesAThreadThatCannotBeJoinedAlone)
     auto pWorker = std::make_unique<CLS_TaskThread>();
     EXPECT_TRUE(pWorker->Exit());
     WorkerView::GetThread(*pWorker) = std::make_unique<std::thread>();
-    pWorker.reset(); // to join it would end the process
+    pWorker.reset(); // joining it would end the process
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
@@ -303,12 +303,12 @@ TEST_F(TaskThreadTest, JobThatFailsAfterTheWorkerWasToldToEndIsNotRetried)
         }));
     ASSERT_TRUE(clsStarted.Wait());
     EXPECT_TRUE(clsWorker.Exit());
-    EXPECT_TRUE(bTold); // while the job runs, not after it
+    EXPECT_TRUE(bTold); // during the job, not after it
     EXPECT_EQ(1, iCalls);
     EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsThreadRecord(3, "FunTask", "thread handler error - -1")));
 }
 
-TEST_F(TaskThreadTest, EndingIdleWorkersDoesNotTakeTheirWait)
+TEST_F(TaskThreadTest, IdleWorkersEndWithoutTheRestOfTheirWait)
 {
     constexpr int WORKERS = 50; // 150 s of waits
     const auto tpStart = steady_clock::now();
@@ -329,7 +329,7 @@ TEST_F(TaskThreadTest, EndingIdleWorkersDoesNotTakeTheirWait)
     EXPECT_LT(steady_clock::now() - tpStart, std::chrono::seconds(60));
 }
 
-TEST_F(TaskThreadTest, WorkersThatAreEndedAtOnceEnd)
+TEST_F(TaskThreadTest, WorkersEndWhenManyAreEndedAtOnce)
 {
     const auto tpStart = steady_clock::now();
     for (int i = 0; i < 50; ++i)

@@ -15,7 +15,7 @@ namespace
 {
 using ThreadNamesTest = CLS_PoolFixture;
 
-/// The name that the system shows for the thread.
+/// The thread's name as the system shows it.
 std::string GetThreadName(std::thread::native_handle_type _idThread)
 {
     std::array<char, 64> arrName{};
@@ -23,13 +23,13 @@ std::string GetThreadName(std::thread::native_handle_type _idThread)
     return arrName.data();
 }
 
-/// Whether the thread carries the name, within the limit: it names itself when it starts.
+/// Whether the thread gets the name within the limit. A thread names itself when it starts.
 bool WaitForName(std::thread& _thread, const std::string& _strName)
 {
     return WaitUntil([&] { return GetThreadName(_thread.native_handle()) == _strName; });
 }
 
-/// Lets the worker run a job, and returns the name that its thread has meanwhile.
+/// Lets the worker run a job, and returns the name that its thread has during the job.
 std::string GetNameInJob(CLS_TaskThread& _clsWorker)
 {
     std::string strName;
@@ -61,7 +61,7 @@ TEST_F(ThreadNamesTest, TheCallingThreadIsNamed)
     EXPECT_EQ("other", strOther);
 }
 
-TEST_F(ThreadNamesTest, ServiceThreadsSayWhatTheyAre)
+TEST_F(ThreadNamesTest, ServiceThreadsAreNamedAfterTheirWork)
 {
     CLS_QuenTaskPool& clsPool = MakePool();
     EXPECT_TRUE(WaitForName(*PoolView::GetDispatcher(clsPool), "zel-dispatcher"));
@@ -110,7 +110,7 @@ TEST_F(ThreadNamesTest, AWorkerIsNamedOnceAndAgainWhenItsOrderIdWasChanged)
     clsWorker.SetOrderId(7);
     EXPECT_EQ("zel-worker-7", GetNameInJob(clsWorker));
 
-    // What a job calls its thread stays.
+    // A name that a job gives its thread stays.
     EXPECT_TRUE(clsWorker.AddFunction([](CLS_TaskThread*) { Util::SetThreadName("of-a-job"); }));
     EXPECT_TRUE(WaitForName(*WorkerView::GetThread(clsWorker), "of-a-job"));
     EXPECT_EQ("of-a-job", GetNameInJob(clsWorker));
