@@ -29,7 +29,7 @@ protected:
                            { return _pairTask.second->GetTaskStatus() == TASK_STATUS_IDLE; });
     }
 
-    /// From now on: "PrintLog" calls KillTaskAll with the first record of this text.
+    /// From now on, "PrintLog" calls KillTaskAll on the first log record with this text.
     void KillWhenRecorded(const std::string& _strMessage)
     {
         CLS_QuenTaskPool* const pPool = CLS_QuenTaskPool::m_pInstance;
@@ -48,8 +48,8 @@ protected:
             });
     }
 
-    /// Expects that KillTaskAll returned on this thread with the pool still there, and that a host's thread
-    /// can end it.
+    /// Expects that KillTaskAll returned on this thread without destroying the pool, and that a host's thread
+    /// can shut the pool down.
     void ExpectSurvival(CLS_QuenTaskPool& _clsPool, std::thread::id _idAsker)
     {
         ASSERT_TRUE(m_clsReturned.Wait());
@@ -64,7 +64,7 @@ protected:
 
     CLS_Gate m_clsReturned; ///< opened when KillTaskAll has returned
     std::atomic<std::thread::id> m_idAsker{};
-    /// The service threads, as of KillWhenRecorded.
+    /// The service threads at the time of KillWhenRecorded.
     std::thread::id m_idDispatcher;
     std::thread::id m_idScheduler;
     std::thread::id m_idWatchdog;
@@ -83,7 +83,7 @@ TEST_F(PoolReentryTest, CapturedObjectMayEndThePoolDuringTheRemovalOfItsOwner)
         clsStarted.Add();
         EXPECT_TRUE(clsMayEnd.Wait());
     };
-    // The first poll of the removal lets the runs end, and takes until they have.
+    // The first poll of the removal lets the runs end and waits for them.
     const CLS_FastSleep clsFastSleep(
         [&](const ST_Sleep& _stSleep)
         {
@@ -119,7 +119,7 @@ TEST_F(PoolReentryTest, TaskThatSubmitsForItsOwnerDuringTheOwnersRemovalLeavesNo
     PoolView::RunDispatchPass(clsPool);
     ASSERT_TRUE(clsStarted.Wait());
     CLS_Task* const pRunning = CLS_Task::m_mapTaskData.begin()->second.get();
-    // The first poll of the removal lets the task submit, and takes until it has ended.
+    // The first poll of the removal lets the task submit and waits until it has ended.
     const CLS_FastSleep clsFastSleep(
         [&](const ST_Sleep&)
         {
@@ -129,12 +129,12 @@ TEST_F(PoolReentryTest, TaskThatSubmitsForItsOwnerDuringTheOwnersRemovalLeavesNo
     clsPool.RemoveTmpTask(pOwner, "call");
     EXPECT_THAT(PoolView::GetRegistered(), IsEmpty());
     EXPECT_EQ(0U, PoolView::GetOwned(clsPool).count(pOwner));
-    PoolView::RunDispatchPass(clsPool); // the late one was queued: its worker finds nothing to run
+    PoolView::RunDispatchPass(clsPool); // the late task was queued, but its worker finds nothing to run
     EXPECT_TRUE(WaitForIdle(clsPool, static_cast<std::size_t>(clsPool.GetTaskThreadNum())));
 }
 
 // Pins docs/limits.md, "A removal does not chase new tasks for ever".
-TEST_F(PoolReentryTest, OwnerThatIsGivenTasksForEverIsNotRemovedForEver)
+TEST_F(PoolReentryTest, RemovalOfAnOwnerThatKeepsGettingTasksEnds)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     void* const pOwner = &m_arrOwners[0];
@@ -156,7 +156,7 @@ TEST_F(PoolReentryTest, OwnerThatIsGivenTasksForEverIsNotRemovedForEver)
 }
 
 // Pins docs/limits.md, "A shutdown during a shutdown".
-TEST_F(PoolReentryTest, EndOfThePoolWithinItsEndDoesNothing)
+TEST_F(PoolReentryTest, ShutdownWithinAShutdownDoesNothing)
 {
     CLS_QuenTaskPool& clsPool = MakePool();
     CLS_Gate clsStarted;
@@ -200,7 +200,7 @@ TEST_F(PoolReentryTest, EndOfThePoolWithinItsEndDoesNothing)
 }
 
 // Pins docs/limits.md, "A shutdown during a shutdown".
-TEST_F(PoolReentryTest, KillTaskAllWithinTheEndOfThePoolDoesNothing)
+TEST_F(PoolReentryTest, KillTaskAllWithinAShutdownDoesNothing)
 {
     CLS_QuenTaskPool& clsPool = MakePool();
     bool bAsked = false;
@@ -225,7 +225,7 @@ TEST_F(PoolReentryTest, KillTaskAllDestroysTheNewPoolThatPrintLogBuildsMeanwhile
     for (const bool bExported : {false, true})
     {
         CLS_QuenTaskPool& clsPool = MakePool();
-        // Allocated while the old pool lives, so that the new one gets another address.
+        // This is allocated while the old pool exists, so the new pool gets another address.
         void* const pMemory = ::operator new(sizeof(CLS_QuenTaskPool));
         bool bBuilt = false;
         LogRecorder::SetHook(
@@ -246,10 +246,10 @@ TEST_F(PoolReentryTest, KillTaskAllDestroysTheNewPoolThatPrintLogBuildsMeanwhile
 }
 
 // Pins docs/limits.md, "A shutdown from PrintLog".
-TEST_F(PoolReentryTest, ThePoolSurvivesAnEndThatOneOfItsOwnThreadsAsksFor)
+TEST_F(PoolReentryTest, PoolSurvivesAShutdownThatItsWatchdogRequests)
 {
     CLS_QuenTaskPool& clsPool = MakePool();
-    // The watchdog's wait for itself comes after those for the dispatcher and the scheduler.
+    // The watchdog joins the dispatcher and the scheduler before it tries to join itself.
     const CLS_WatchedJoins clsJoins(3);
     KillWhenRecorded("delete pThread **************");
     {
@@ -259,7 +259,7 @@ TEST_F(PoolReentryTest, ThePoolSurvivesAnEndThatOneOfItsOwnThreadsAsksFor)
     ExpectSurvival(clsPool, m_idWatchdog);
 }
 
-TEST_F(PoolReentryTest, ThePoolSurvivesAnEndThatItsDispatcherAsksFor)
+TEST_F(PoolReentryTest, PoolSurvivesAShutdownThatItsDispatcherRequests)
 {
     CLS_QuenTaskPool& clsPool = MakePool();
     const CLS_WatchedJoins clsJoins(1);
@@ -269,7 +269,7 @@ TEST_F(PoolReentryTest, ThePoolSurvivesAnEndThatItsDispatcherAsksFor)
     ExpectSurvival(clsPool, m_idDispatcher);
 }
 
-TEST_F(PoolReentryTest, ThePoolSurvivesAnEndThatItsLoopSchedulerAsksFor)
+TEST_F(PoolReentryTest, PoolSurvivesAShutdownThatItsLoopSchedulerRequests)
 {
     CLS_QuenTaskPool& clsPool = MakePool();
     const CLS_WatchedJoins clsJoins(2);
@@ -281,10 +281,10 @@ TEST_F(PoolReentryTest, ThePoolSurvivesAnEndThatItsLoopSchedulerAsksFor)
     EXPECT_TRUE(FailingMemory::Stop());
 }
 
-TEST_F(PoolReentryTest, ThePoolSurvivesAFailedEndThatAWorkerAsksFor)
+TEST_F(PoolReentryTest, PoolSurvivesAFailedShutdownThatAWorkerRequests)
 {
     CLS_QuenTaskPool& clsPool = MakePool();
-    // Nothing makes UnInit fail on a worker but a failing step: here the wait for the dispatcher.
+    // UnInit fails on a worker only when one of its steps fails: here, the join of the dispatcher.
     const CLS_WatchedJoins clsJoins(1);
     KillWhenRecorded("run function error ");
     std::atomic<std::thread::id> idWorker{};

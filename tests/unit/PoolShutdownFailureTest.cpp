@@ -8,7 +8,7 @@ namespace
 {
 using ::testing::ElementsAre;
 
-/// A task whose parameters cannot be printed while a switch is on.
+/// A task whose parameters cannot be printed while m_bUnprintable is set.
 class CLS_SwitchedTextTask final : public CLS_Task
 {
 public:
@@ -29,7 +29,7 @@ public:
 class PoolShutdownFailureTest : public CLS_ShutdownFixture
 {
 protected:
-    /// Starts a run whose stopping fails when it is first recorded, with the tenth poll.
+    /// Starts a run whose stop fails at its first log record, after the tenth poll.
     void StartUnprintableRun(CLS_QuenTaskPool& _clsPool)
     {
         const auto funTask = [this]
@@ -105,7 +105,7 @@ TEST_F(PoolShutdownFailureTest, ASecondCallFinishesWhatTheFirstBegan)
     EXPECT_TRUE(WaitForThreads(iThreads));
 }
 
-TEST_F(PoolShutdownFailureTest, TheExportedFunctionFinishesAFailedEndToo)
+TEST_F(PoolShutdownFailureTest, TheExportedFunctionAlsoFinishesAFailedShutdown)
 {
     CLS_QuenTaskPool& clsPool = MakePool();
     StartUnprintableRun(clsPool);
@@ -126,7 +126,7 @@ TEST_F(PoolShutdownFailureTest, KillTaskAllStillDestroysThePool)
     const int iThreads = CountThreads();
     CLS_QuenTaskPool& clsPool = MakePool();
     StartUnprintableRun(clsPool);
-    // The run ends once UnInit has given up, and the destructor waits for it.
+    // The run ends once UnInit has failed. The destructor waits for it.
     LogRecorder::SetHook(
         [this](const LogRecorder::ST_Record& _stRecord)
         {
@@ -143,7 +143,7 @@ TEST_F(PoolShutdownFailureTest, KillTaskAllStillDestroysThePool)
     EXPECT_TRUE(WaitForThreads(iThreads));
 }
 
-TEST_F(PoolShutdownFailureTest, AnOverrunRunOfBeforeIsLeftBehindByTheSecondCall)
+TEST_F(PoolShutdownFailureTest, SecondCallAbandonsARunThatOutlastedTheFirst)
 {
     const int iThreads = CountThreads();
     CLS_QuenTaskPool& clsPool = MakePool();
@@ -158,7 +158,7 @@ TEST_F(PoolShutdownFailureTest, AnOverrunRunOfBeforeIsLeftBehindByTheSecondCall)
     EXPECT_TRUE(WaitForThreads(iThreads));
 }
 
-/// The wait that fails: 1 dispatcher, 2 loop scheduler, 3 watchdog.
+/// The parameter selects the join that fails: 1 dispatcher, 2 loop scheduler, 3 watchdog.
 class PoolShutdownJoinTest : public CLS_ShutdownFixture, public ::testing::WithParamInterface<int>
 {
 };
@@ -189,7 +189,7 @@ TEST_P(PoolShutdownJoinTest, AServiceThreadThatCannotBeJoinedLeavesThePoolForASe
     EXPECT_TRUE(WaitForThreads(iThreads));
 }
 
-TEST_P(PoolShutdownJoinTest, KillTaskAllEndsTheThreadsThatAreLeft)
+TEST_P(PoolShutdownJoinTest, KillTaskAllEndsTheRemainingThreads)
 {
     const int iThreads = CountThreads();
     CLS_QuenTaskPool& clsPool = MakePool();

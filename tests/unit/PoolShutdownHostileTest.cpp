@@ -11,11 +11,11 @@ namespace
 using ::testing::ElementsAre;
 using ::testing::UnorderedElementsAre;
 
-/// The pool is shut down while a run goes on.
+/// Tests that shut the pool down during a run.
 class PoolShutdownHostileTest : public CLS_ShutdownFixture
 {
 protected:
-    /// What a worker accesses when its run ends.
+    /// The state that a worker accesses when its run ends.
     struct ST_Snapshot
     {
         std::map<CLS_TaskThread*, std::string> m_mapWorkers;
@@ -44,7 +44,7 @@ protected:
         return stSnapshot;
     }
 
-    /// Shuts the pool down without real waits, even if tasks run. Returns the address of the pool.
+    /// Shuts the pool down without real waits, even while tasks run. Returns the pool's address.
     static std::uintptr_t OutrunPool()
     {
         const auto uiAddress = reinterpret_cast<std::uintptr_t>(CLS_QuenTaskPool::m_pInstance);
@@ -53,7 +53,7 @@ protected:
         return uiAddress;
     }
 
-    /// A new pool, at the same address if the memory is reused. Sanitizers prevent that.
+    /// Makes a new pool. It has the same address if the memory is reused, which sanitizers prevent.
     static CLS_QuenTaskPool& MakePoolAt(std::uintptr_t _uiAddress)
     {
         for (int i = 0; i < 20; ++i)
@@ -142,7 +142,7 @@ TEST_F(PoolShutdownHostileTest, TwoLateRunsAtOnceEndTheirThreads)
     EXPECT_TRUE(stBefore == MakeSnapshot(clsNew));
 }
 
-TEST_F(PoolShutdownHostileTest, EndsTheOtherWorkersWhenOneIsLeftBehind)
+TEST_F(PoolShutdownHostileTest, EndsTheOtherWorkersWhenOneIsAbandoned)
 {
     CLS_QuenTaskPool& clsPool = MakePool();
     const HeldRun pLate = StartHeldRun(clsPool);
@@ -186,7 +186,7 @@ TEST_F(PoolShutdownHostileTest, AnExceptionOfALateRunIsStillRecorded)
         ElementsAre(IsTaskRecord(3, "Running", "run function error :too late param :" + pLate->m_strParam)));
 }
 
-TEST_F(PoolShutdownHostileTest, ALateRunLetsGoOfItsRemovedTask)
+TEST_F(PoolShutdownHostileTest, ALateRunReleasesItsRemovedTask)
 {
     const HeldRun pLate = StartHeldRun(MakePool());
     OutrunPool();
@@ -198,7 +198,7 @@ TEST_F(PoolShutdownHostileTest, ALateRunLetsGoOfItsRemovedTask)
     EXPECT_TRUE(pTask.expired());
 }
 
-TEST_F(PoolShutdownHostileTest, ATaskThatRemovesItselfAndEndsThePoolIsLeftBehind)
+TEST_F(PoolShutdownHostileTest, ATaskThatRemovesItselfAndEndsThePoolIsAbandoned)
 {
     // Its run can no longer be stopped, and the shutdown does not wait for its own thread.
     std::string strTaskId;
@@ -230,7 +230,7 @@ TEST_F(PoolShutdownHostileTest, ReturnsWhenEveryWorkerHangs)
     CLS_QuenTaskPool& clsPool = MakePool();
     CLS_Counter clsStarted;
     CLS_Gate clsMayEnd;
-    for (int i = 0; i < WORKERS + 10; ++i) // the last ones never get a worker
+    for (int i = 0; i < WORKERS + 10; ++i) // the last tasks never get a worker
     {
         ASSERT_TRUE(clsPool.AddTmpTask(
             [&]
@@ -248,20 +248,20 @@ TEST_F(PoolShutdownHostileTest, ReturnsWhenEveryWorkerHangs)
     }
     EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
     EXPECT_TRUE(WaitForThreads(m_iThreads + WORKERS));
-    RunShortTask(MakePool()); // the limit is each pool's own
+    RunShortTask(MakePool()); // each pool has its own limit
     clsMayEnd.Open();
     EXPECT_TRUE(WaitForThreads(m_iThreads + SERVICE_THREADS + 1));
     EXPECT_EQ(WORKERS, clsStarted.Get());
 }
 
-TEST_F(PoolShutdownHostileTest, ALateRunMayRemoveItselfInAWorldWithoutItsPool)
+TEST_F(PoolShutdownHostileTest, ALateRunMayRemoveItselfAfterItsPoolIsGone)
 {
     HeldRun pLate;
     CLS_Gate clsRemoved;
     pLate = StartHeldRun(MakePool(),
                          [&]
                          {
-                             const CLS_FastSleep clsFastSleep; // it waits for itself
+                             const CLS_FastSleep clsFastSleep; // the task waits for itself
                              RemoveTask(pLate->m_strTaskId, "late");
                              clsRemoved.Open();
                          });
@@ -274,7 +274,7 @@ TEST_F(PoolShutdownHostileTest, ALateRunMayRemoveItselfInAWorldWithoutItsPool)
     EXPECT_EQ(0, CLS_QuenTaskPool::m_pInstance->GetTaskThreadNum());
 }
 
-TEST_F(PoolShutdownHostileTest, WhatALateRunCapturedMayUseThePoolWhenItIsDestroyed)
+TEST_F(PoolShutdownHostileTest, CapturedObjectsOfALateRunMayUseThePoolWhenDestroyed)
 {
     CLS_Gate clsRan;
     const HeldRun pLate = StartHeldRun(
@@ -284,7 +284,7 @@ TEST_F(PoolShutdownHostileTest, WhatALateRunCapturedMayUseThePoolWhenItIsDestroy
     CLS_Task::DeleteTask(pLate->m_strTaskId);
     EXPECT_FALSE(clsRan.IsOpen());
     EndHeldRun(pLate);
-    EXPECT_TRUE(clsRan.Wait()); // in a pool that was built for it
+    EXPECT_TRUE(clsRan.Wait()); // in a pool that the destructor built
     EXPECT_TRUE(WaitForThreads(m_iThreads + SERVICE_THREADS + 1));
 }
 
@@ -303,13 +303,13 @@ TEST_F(PoolShutdownHostileTest, WaitsForAHostsJobOnAWorkerAndThenEndsItsThread)
         });
     ASSERT_TRUE(clsBegun.Wait());
     CLS_Side clsEnd([&clsPool] { clsPool.UnInit(); });
-    EXPECT_TRUE(clsEnd.StaysAway());
+    EXPECT_TRUE(clsEnd.IsStillRunning());
     clsMayEnd.Open();
     EXPECT_TRUE(clsEnd.Wait());
     EXPECT_TRUE(bOver);
 }
 
-TEST_F(PoolShutdownHostileTest, AHostsJobOnAWorkerMayEndThePoolAndIsLeftBehind)
+TEST_F(PoolShutdownHostileTest, AHostsJobOnAWorkerMayEndThePoolAndIsAbandoned)
 {
     CLS_Gate clsOver;
     MakePool().CreateTaskThread()->AddFunction(
@@ -336,7 +336,7 @@ TEST_F(PoolShutdownHostileTest, AHostsJobThatRunsATaskLeavesThePoolAloneAfterIts
     pThread->AddFunction(
         [&](CLS_TaskThread* _pThread)
         {
-            clsPool.FunRunTask(_pThread); // the pool ends meanwhile
+            clsPool.FunRunTask(_pThread); // the pool shuts down during this call
             clsPool.FunRunTask(_pThread); // touches nothing
             clsOver.Open();
         });
@@ -345,7 +345,7 @@ TEST_F(PoolShutdownHostileTest, AHostsJobThatRunsATaskLeavesThePoolAloneAfterIts
     EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
 }
 
-TEST_F(PoolShutdownHostileTest, AWorkerThatWasLeftBehindIsNoThreadOfThePoolOnceItHasEnded)
+TEST_F(PoolShutdownHostileTest, AnAbandonedWorkerIsNoThreadOfThePoolOnceItHasEnded)
 {
     CLS_QuenTaskPool& clsPool = MakePool();
     CLS_TaskThread* const pThread = clsPool.CreateTaskThread();
@@ -359,7 +359,7 @@ TEST_F(PoolShutdownHostileTest, AWorkerThatWasLeftBehindIsNoThreadOfThePoolOnceI
         });
     ASSERT_TRUE(pRun->m_clsStarted.Wait());
     EXPECT_FALSE(pThread->GetRunGate().Close(std::chrono::steady_clock::now()));
-    // While the pool is still ending, the id may become that of a host's thread, which must wait.
+    // During the shutdown, a host's thread may get the same thread id. That thread must wait.
     PoolView::ForgetWorker(clsPool, pThread);
     pRun->m_clsMayEnd.Open();
     EXPECT_TRUE(WaitForThreads(m_iThreads + SERVICE_THREADS));
@@ -378,7 +378,7 @@ void PrintTo(const ST_WayToEnd& _stEnd, std::ostream* _pOut)
     *_pOut << _stEnd.m_szName;
 }
 
-/// A task shuts its own pool down, in each of the possible ways.
+/// Tests in which a task shuts its own pool down, in each of the possible ways.
 class PoolShutdownSelfTest : public PoolShutdownHostileTest, public ::testing::WithParamInterface<ST_WayToEnd>
 {
 };

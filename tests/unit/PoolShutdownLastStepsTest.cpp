@@ -10,7 +10,8 @@ namespace
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-/// Shutdown while a task is already idle or has not begun, and its worker still uses the pool.
+/// Tests that shut down while a worker uses the pool outside a run: its task has not begun or is already
+/// idle.
 class PoolShutdownLastStepsTest : public CLS_ShutdownFixture
 {
 protected:
@@ -27,7 +28,7 @@ protected:
         EXPECT_TRUE(WaitForThreads(m_iThreads));
     }
 
-    /// Whether a thread that holds no lock could read the table of workers at once.
+    /// Whether a thread that holds no lock could read the table of workers without waiting.
     static bool CanReadWorkers(CLS_QuenTaskPool& _clsPool)
     {
         const auto funRead = [&_clsPool]
@@ -48,13 +49,13 @@ TEST_F(PoolShutdownLastStepsTest, WaitsForAWorkerThatIsAboutToClearItsEntry)
     CLS_TaskThread* const pThread = FindWorker(clsPool, pRun->m_strTaskId);
     ASSERT_NE(nullptr, pThread);
     {
-        // A worker's step that needs the lock exclusively waits. The shutdown only reads: it gets the lock,
-        // or it waits behind the worker if a waiting writer keeps readers out.
+        // The worker's step waits for the exclusive lock. The shutdown only reads: it gets the lock. Where a
+        // waiting writer blocks readers, it waits behind the worker.
         std::shared_lock<std::shared_mutex> lock(PoolView::GetWorkerLock(clsPool));
         EndHeldRun(pRun);
         CLS_Side clsEnd([&] { clsPool.UnInit(); });
         EXPECT_TRUE(WaitUntil([&] { return IsGateClosed(*pThread) || !CanReadWorkers(clsPool); }));
-        EXPECT_TRUE(clsEnd.StaysAway());
+        EXPECT_TRUE(clsEnd.IsStillRunning());
         lock.unlock();
         EXPECT_TRUE(clsEnd.Wait());
     }
@@ -70,7 +71,8 @@ TEST_F(PoolShutdownLastStepsTest, WaitsForAWorkerThatIsAboutToReturnToTheIdleLis
     {
         std::unique_lock<std::mutex> lock(PoolView::GetIdleLock(clsPool));
         EndHeldRun(pRun);
-        // The owner is forgotten once the worker has seen that the pool goes on; what is left is the list.
+        // The worker forgets the owner once it has seen that the pool is not shutting down. Only the idle
+        // list is left.
         ASSERT_TRUE(WaitUntil(
             [&]
             {
@@ -79,7 +81,7 @@ TEST_F(PoolShutdownLastStepsTest, WaitsForAWorkerThatIsAboutToReturnToTheIdleLis
             }));
         CLS_Side clsEnd([&] { clsPool.UnInit(); });
         EXPECT_TRUE(WaitUntil([&] { return IsGateClosed(*pThread); }));
-        EXPECT_TRUE(clsEnd.StaysAway());
+        EXPECT_TRUE(clsEnd.IsStillRunning());
         lock.unlock();
         EXPECT_TRUE(clsEnd.Wait());
     }
@@ -136,11 +138,11 @@ TEST_F(PoolShutdownLastStepsTest, WaitsForTheCapturedObjectsOfATaskThatWasRemove
     ASSERT_NE(nullptr, pThread);
     CLS_Task::DeleteTask(strTaskId);
     clsMayEnd.Open();
-    ASSERT_TRUE(stCaptured.m_clsDying.Wait()); // on the worker, with the task idle
+    ASSERT_TRUE(stCaptured.m_clsDying.Wait()); // on the worker, while the task is idle
     {
         CLS_Side clsEnd([&] { clsPool.UnInit(); });
         EXPECT_TRUE(WaitUntil([&] { return IsGateClosed(*pThread); }));
-        EXPECT_TRUE(clsEnd.StaysAway());
+        EXPECT_TRUE(clsEnd.IsStillRunning());
         stCaptured.m_clsMayDie.Open();
         EXPECT_TRUE(clsEnd.Wait());
     }
@@ -171,11 +173,11 @@ TEST_F(PoolShutdownLastStepsTest, AWorkerThatEndsDuringShutdownDoesNotReturnToTh
     clsPool.UnInit();
     EXPECT_TRUE(bCleared);
     EXPECT_THAT(vecIdle, IsEmpty());
-    EXPECT_EQ(2u, uiOwned); // nor does it touch the owners
+    EXPECT_EQ(2u, uiOwned); // the worker does not touch the owners either
     ExpectNothingLeft();
 }
 
-/// The worker was handed a task and has not begun it.
+// The worker has received a task but has not begun it.
 TEST_F(PoolShutdownLastStepsTest, WaitsForAWorkerThatHasNotBegunItsJob)
 {
     CLS_QuenTaskPool& clsPool = MakePool();
@@ -199,7 +201,7 @@ TEST_F(PoolShutdownLastStepsTest, WaitsForAWorkerThatHasNotBegunItsJob)
         CLS_Side clsEnd([&] { clsPool.UnInit(); });
         EXPECT_TRUE(WaitUntil([&] { return IsGateClosed(*pThread); }));
         EXPECT_FALSE(pTask->GetValid());
-        EXPECT_TRUE(clsEnd.StaysAway());
+        EXPECT_TRUE(clsEnd.IsStillRunning());
         clsMayEnter.Open();
         EXPECT_TRUE(clsEnd.Wait());
     }
@@ -218,7 +220,7 @@ TEST_F(PoolShutdownLastStepsTest, DropsAJobThatWasHandedOverWhenTheGateIsClosedA
     ASSERT_TRUE(pThread->GetRunGate().Close(std::chrono::steady_clock::now() + std::chrono::nanoseconds(0)));
     clsPool.FunRunTask(pThread);
     EXPECT_EQ(0, clsRuns.Get());
-    EXPECT_EQ(strKept, CopyWorkers(clsPool).at(pThread)); // nothing of the pool is touched
+    EXPECT_EQ(strKept, CopyWorkers(clsPool).at(pThread)); // the worker touches nothing of the pool
     EXPECT_THAT(GetIdleOrder(clsPool), IsEmpty());
 }
 
@@ -235,14 +237,14 @@ TEST_F(PoolShutdownLastStepsTest, WaitsForADispatcherThatIsHandingAJobOver)
         ASSERT_TRUE(WaitUntil([&] { return FindWorker(clsPool, strTaskId) == pThread; }));
         CLS_Side clsEnd([&] { clsPool.UnInit(); });
         EXPECT_TRUE(WaitUntil([&] { return !PoolView::GetRunFlag(clsPool); }));
-        EXPECT_TRUE(clsEnd.StaysAway());
+        EXPECT_TRUE(clsEnd.IsStillRunning());
         lock.unlock();
         EXPECT_TRUE(clsEnd.Wait());
     }
     ExpectNothingLeft();
 }
 
-TEST_F(PoolShutdownLastStepsTest, SurvivesAnEndAtAnyMomentOfAShortRun)
+TEST_F(PoolShutdownLastStepsTest, SurvivesAShutdownAtAnyMomentOfAShortRun)
 {
     const CLS_FastSleep clsFastSleep(SlowPollsDown);
     for (int i = 0; i < 300; ++i)
@@ -253,7 +255,7 @@ TEST_F(PoolShutdownLastStepsTest, SurvivesAnEndAtAnyMomentOfAShortRun)
         {
             ASSERT_TRUE(clsPool.AddTmpTask([pRuns] { pRuns->Add(); }, pRuns.get(), "short"));
         }
-        // A different moment each time: none, one or two of them have run.
+        // The moment differs each time: none, one or two of the tasks have run.
         ASSERT_TRUE(pRuns->Wait(i % 3));
         clsPool.UnInit();
         const int iRuns = pRuns->Get();

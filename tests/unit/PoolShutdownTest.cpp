@@ -30,7 +30,7 @@ TEST_F(PoolShutdownTest, RecordsItsStepsOnAnIdlePoolAndLeavesNoPool)
 
 TEST_F(PoolShutdownTest, ReturnsPromptlyOnAnIdlePoolWithIdleWorkers)
 {
-    // Idle threads wait for 1 or 3 seconds at a time. The shutdown must not wait for the end of such a wait.
+    // Idle threads wait for 1 or 3 seconds at a time. The shutdown must not wait for that timeout.
     const CLS_FastSleep clsFastSleep(SlowPollsDown);
     const auto tpStart = std::chrono::steady_clock::now();
     for (int i = 0; i < 12; ++i)
@@ -103,7 +103,7 @@ TEST_F(PoolShutdownTest, ClearsTheFlagUnderTheLockThatTheDispatcherWaitsWith)
     CLS_QuenTaskPool& clsPool = MakePool();
     std::unique_lock<std::mutex> lock(PoolView::GetQueueLock(clsPool));
     CLS_Side clsEnd([&clsPool] { clsPool.UnInit(); });
-    EXPECT_TRUE(clsEnd.StaysAway());
+    EXPECT_TRUE(clsEnd.IsStillRunning());
     EXPECT_TRUE(PoolView::GetRunFlag(clsPool));
     lock.unlock();
     EXPECT_TRUE(clsEnd.Wait());
@@ -189,7 +189,7 @@ TEST_F(PoolShutdownTest, HoldsNoLockOfThePoolWhileItWaitsForARun)
         1,
         [&]
         {
-            // From another thread, for one's own locks must not be tried.
+            // Another thread checks, because a thread must not try a lock that it holds.
             const CLS_Side clsSide(
                 [&]
                 {
@@ -237,7 +237,7 @@ TEST_F(PoolShutdownTest, ForgetsTheLoopTasksBeforeItStopsTasks)
     EXPECT_THAT(vecLists, ElementsAre(ElementsAre(strTaskId), IsEmpty()));
 }
 
-TEST_F(PoolShutdownTest, LeavesALoopTaskRegisteredThatRunsNoMoreWhileANewOneWorks)
+TEST_F(PoolShutdownTest, LeavesAStoppedLoopTaskRegisteredWhileANewOneRuns)
 {
     CLS_Counter clsOld;
     std::string strOld;
@@ -290,7 +290,7 @@ TEST_F(PoolShutdownTest, DropsQueuedTasksAndLeavesTheirRecordsWaiting)
         const CLS_StopPolls clsPolls(1, [&] { EndHeldRun(pRun); });
         clsPool.UnInit();
     }
-    RunShortTask(MakePool()); // by now a new pool would have run them
+    RunShortTask(MakePool()); // a new pool would have run the dropped tasks by now
     EXPECT_EQ(0, clsRuns.Get());
     for (const std::string& strTaskId : vecQueued)
     {
@@ -357,14 +357,14 @@ TEST_F(PoolShutdownTest, TheDestructorForgetsTheInstance)
     EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
-TEST_F(PoolShutdownTest, APoolBesideTheInstanceEndsItsThreadsAndDestroysTheInstance)
+TEST_F(PoolShutdownTest, ASecondPoolEndsItsThreadsAndDestroysTheInstance)
 {
     const int iThreads = CountThreads();
-    const auto pBeside = std::make_unique<CLS_QuenTaskPool>();
+    const auto pSecond = std::make_unique<CLS_QuenTaskPool>();
     MakePool();
-    pBeside->UnInit();
+    pSecond->UnInit();
     EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
-    EXPECT_FALSE(PoolView::GetDispatcher(*pBeside));
+    EXPECT_FALSE(PoolView::GetDispatcher(*pSecond));
     EXPECT_TRUE(WaitForThreads(iThreads));
 }
 

@@ -13,11 +13,11 @@ void PrintTo(const ST_Cycles& _stLoad, std::ostream* _pOut)
     *_pOut << _stLoad.m_iWorkers << " workers, " << _stLoad.m_iCycles << " cycles";
 }
 
-/// Cycles of use and shutdown, with so many workers.
+/// Tests that use and shut down a pool repeatedly, with the given number of workers.
 class PoolShutdownThreadsTest : public CLS_ShutdownFixture, public ::testing::WithParamInterface<ST_Cycles>
 {
 protected:
-    /// Runs as many tasks at once as there are to be workers.
+    /// Runs one task per worker, all at once.
     static void UseAllWorkers()
     {
         CLS_QuenTaskPool& clsPool = MakePool();
@@ -48,7 +48,7 @@ TEST_P(PoolShutdownThreadsTest, LeavesNoThreadAfterCyclesOfUse)
     for (int i = 0; i < GetParam().m_iCycles; ++i)
     {
         UseAllWorkers();
-        // Some workers still have their last steps to do, others are idle.
+        // Some workers still have to finish their last steps; others are idle.
         CLS_QuenTaskPool::m_pInstance->UnInit();
         EXPECT_TRUE(WaitForThreads(iBefore)) << CountThreads() << " instead of " << iBefore;
     }

@@ -8,7 +8,7 @@ namespace
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-/// Two threads shut one pool down, each in one of the two ways.
+/// The ways in which two threads shut down the same pool.
 struct ST_Ends
 {
     const char* m_szName;
@@ -39,7 +39,7 @@ protected:
                            });
     }
 
-    /// The pool ends only once, and nothing is left.
+    /// Expects that the pool shut down only once and left nothing behind.
     void ExpectEndedOnce()
     {
         EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
@@ -73,7 +73,7 @@ TEST_P(PoolShutdownTwiceTest, AHostWaitsUntilAnotherHostHasEndedThePool)
                 EXPECT_TRUE(pRun->m_clsOver.IsOpen());
                 EXPECT_EQ(nullptr, PoolView::LoadInstance());
             });
-        EXPECT_TRUE(clsSecond.StaysAway());
+        EXPECT_TRUE(clsSecond.IsStillRunning());
         EXPECT_FALSE(clsFirst.HasReturned());
         pRun->m_clsMayEnd.Open();
     }
@@ -96,7 +96,7 @@ TEST_P(PoolShutdownTwiceTest, AHostWaitsUntilATaskHasEndedThePool)
                 (clsPool.*GetParam().m_funSecond)();
                 EXPECT_EQ(nullptr, PoolView::LoadInstance());
             });
-        EXPECT_TRUE(clsHost.StaysAway());
+        EXPECT_TRUE(clsHost.IsStillRunning());
         EXPECT_FALSE(pOther->m_clsOver.IsOpen());
         pOther->m_clsMayEnd.Open();
     }

@@ -24,7 +24,7 @@ using ::testing::IsEmpty;
 
 using PoolStartUpTest = CLS_PoolFixture;
 
-/// Whether the pool runs a task that it is given.
+/// Whether the pool runs a task.
 bool RunsATask(CLS_QuenTaskPool& _clsPool)
 {
     CLS_Gate clsRan;
@@ -103,7 +103,7 @@ TEST_F(PoolStartUpTest, LoopSchedulerRunsOnItsThread)
     CLS_Counter clsRuns;
     std::string strTaskId;
     clsPool.AddLoopTask([&] { clsRuns.Add(); }, 0, strTaskId, "call");
-    EXPECT_TRUE(clsRuns.Wait(3)); // all but the first are queued by the scheduler
+    EXPECT_TRUE(clsRuns.Wait(3)); // the scheduler queues all runs but the first
     clsPool.RemoveTask(strTaskId, "call");
 }
 
@@ -157,12 +157,12 @@ TEST_F(PoolStartUpTest, BodiesOfTheServiceThreadsReturnAtOnceWhenThePoolEnds)
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
-/// The pool cannot be built because the n-th thread cannot be started.
+/// Tests in which the pool cannot be built because its n-th thread cannot start.
 class PoolStartFailureTest : public CLS_PoolFixture, public ::testing::WithParamInterface<int>
 {
 };
 
-TEST_P(PoolStartFailureTest, EndsWhatRunsAndThrowsAndTheNextCallBuildsAPool)
+TEST_P(PoolStartFailureTest, EndsStartedThreadsAndThrowsAndTheNextCallBuildsAPool)
 {
     {
         const CLS_FailingThreads clsFailing(GetParam());
@@ -206,7 +206,7 @@ TEST_P(PoolStartFailureTest, LeavesNoThreadBehind)
 
 INSTANTIATE_TEST_SUITE_P(EachThread, PoolStartFailureTest, ::testing::Values(1, 2, 3));
 
-TEST_F(PoolStartUpTest, EndIsToldToTheDispatcherUnderTheQueuesMutex)
+TEST_F(PoolStartUpTest, DispatcherIsToldToEndUnderTheQueuesMutex)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     StartDispatcher(clsPool);
@@ -219,7 +219,7 @@ TEST_F(PoolStartUpTest, EndIsToldToTheDispatcherUnderTheQueuesMutex)
             PoolView::EndServiceThreads(clsPool);
         });
     EXPECT_TRUE(clsEnding.Wait());
-    // Otherwise the dispatcher could test the flag just before it changes and then miss the wake-up.
+    // Otherwise the dispatcher could test the flag just before the change and then miss the wake-up.
     EXPECT_FALSE(WaitUntil([&] { return !PoolView::GetRunFlag(clsPool); }, milliseconds(200)));
     lock.unlock();
     thEnd.join();
@@ -227,7 +227,7 @@ TEST_F(PoolStartUpTest, EndIsToldToTheDispatcherUnderTheQueuesMutex)
     EXPECT_EQ(nullptr, PoolView::GetDispatcher(clsPool));
 }
 
-TEST_F(PoolStartUpTest, EndOfAWaitingDispatcherDoesNotTakeTheRestOfItsWait)
+TEST_F(PoolStartUpTest, WaitingDispatcherEndsWithoutTheRestOfItsWait)
 {
     constexpr int CYCLES = 40;
     const CLS_FastSleep clsFastSleep; // the watchdog's steps
@@ -237,7 +237,7 @@ TEST_F(PoolStartUpTest, EndOfAWaitingDispatcherDoesNotTakeTheRestOfItsWait)
         CLS_QuenTaskPool& clsPool = MakePool();
         if (i % 2 == 0)
         {
-            // It has dispatched the task and waits again.
+            // The dispatcher has dispatched the task and waits again.
             EXPECT_TRUE(RunsATask(clsPool));
             ASSERT_TRUE(WaitForIdle(clsPool, 1));
         }

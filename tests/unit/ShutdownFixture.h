@@ -15,18 +15,18 @@ struct ST_HeldRun
 {
     CLS_Gate m_clsStarted;
     CLS_Gate m_clsMayEnd;
-    CLS_Gate m_clsOver; ///< the callable's last act
+    CLS_Gate m_clsOver; ///< the callable opens this last
     std::string m_strTaskId;
-    std::string m_strParam; ///< what the task's parameters read like in records
+    std::string m_strParam; ///< the task's parameters as log records show them
 };
 
-/// Base of the tests of the shutdown.
+/// Base of the shutdown's tests.
 class CLS_ShutdownFixture : public CLS_PoolFixture
 {
 protected:
     using HeldRun = std::shared_ptr<ST_HeldRun>;
 
-    /// Submits a task and waits until it runs. The task calls _funLast after m_clsMayEnd was opened.
+    /// Submits a task and waits until it runs. The task calls _funLast once m_clsMayEnd is open.
     static HeldRun StartHeldRun(CLS_QuenTaskPool& _clsPool, const std::function<void()>& _funLast = {})
     {
         const auto pRun = std::make_shared<ST_HeldRun>();
@@ -72,7 +72,7 @@ protected:
             [&] {
                 return GetIdleOrder(_clsPool).size() == static_cast<std::size_t>(_clsPool.GetTaskThreadNum());
             }));
-        // A run that ends before its owner is noted leaves the note behind.
+        // A run that ends before its owner is noted leaves the entry behind.
         _clsPool.RemoveTmpTask(&clsOver, "short");
     }
 
@@ -82,7 +82,7 @@ protected:
         return PoolView::GetWorkers(_clsPool);
     }
 
-    /// The worker that a task is bound to; null when there is none.
+    /// The worker to which a task is bound; null if there is none.
     static CLS_TaskThread* FindWorker(CLS_QuenTaskPool& _clsPool, const std::string& _strTaskId)
     {
         for (const auto& [pThread, strTaskId] : CopyWorkers(_clsPool))
@@ -95,8 +95,7 @@ protected:
         return nullptr;
     }
 
-    /// For a CLS_FastSleep: makes a poll of Stop last 45 ms, so that thirty of them do not outrun a short
-    /// run.
+    /// For a CLS_FastSleep: makes a poll of Stop last 45 ms, so that thirty polls outlast a short run.
     static void SlowPollsDown(const ST_Sleep& _stSleep)
     {
         if (_stSleep.m_msAsked == CLS_Task::STOP_POLL)
@@ -111,13 +110,13 @@ protected:
         return RunGateView::IsClosed(_clsThread.GetRunGate());
     }
 
-    /// The records of UnInit.
+    /// The log records of UnInit.
     static auto IsBegin() { return IsPoolRecord(2, "UnInit", "----- TaskPool UnInit begin -----"); }
     static auto IsStart() { return IsPoolRecord(2, "UnInit", "----- TaskPool m_mapAllThreads start -----"); }
     static auto IsEnd() { return IsPoolRecord(2, "UnInit", "----- TaskPool UnInit end -----"); }
     static auto IsError() { return IsPoolRecord(3, "UnInit", "UnInit error "); }
 
-    /// The records of Stop for a run, _iNumber being one more than the sleeps done.
+    /// The log record of Stop for a run. _iNumber is the number of sleeps plus one.
     static auto IsWaiting(const HeldRun& _pRun, int _iNumber)
     {
         return IsTaskRecord(2, "Stop",
@@ -129,7 +128,7 @@ protected:
         return IsTaskRecord(3, "Stop", "StopTask overtime task info : [" + _pRun->m_strParam + "]");
     }
 
-    /// A thread that runs a function of the test. The destructor joins it.
+    /// A thread that runs one of the test's functions. The destructor joins it.
     class CLS_Side
     {
     public:
@@ -148,8 +147,8 @@ protected:
 
         bool HasReturned() { return m_clsReturned.IsOpen(); }
 
-        /// Whether the function has not returned within a tenth of a second.
-        bool StaysAway() { return !m_clsReturned.Wait(std::chrono::milliseconds(100)); }
+        /// Whether the function is still running after a tenth of a second.
+        bool IsStillRunning() { return !m_clsReturned.Wait(std::chrono::milliseconds(100)); }
 
         [[nodiscard]] bool Wait() { return m_clsReturned.Wait(); }
 
