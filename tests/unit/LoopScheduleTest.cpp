@@ -30,7 +30,7 @@ CLS_LoopEntry MakeEntry(std::string _strTaskId)
     return CLS_LoopEntry(std::move(_strTaskId));
 }
 
-/// Whether the entry's answer comes while another thread has the registry's lock.
+/// Whether the entry answers while another thread holds the registry's lock.
 bool AnswersWithoutTheRegistry(CLS_LoopEntry& _clsEntry)
 {
     CLS_Gate clsAnswered;
@@ -66,10 +66,10 @@ TEST_F(LoopScheduleTest, TaskIsDueFromItsIntervalOn)
     TaskView::GetLastRun(*pTask) = steady_clock::now() - hours(1);
     clsEntry.ForgetTime();
     EXPECT_TRUE(clsEntry.IsDue(steady_clock::now()));
-    EXPECT_TRUE(clsEntry.IsDue(steady_clock::now())) << "it has not run since";
+    EXPECT_TRUE(clsEntry.IsDue(steady_clock::now())) << "the task has not run since";
 }
 
-TEST_F(LoopScheduleTest, TaskIsNotAskedBeforeTheMomentThatIsKnown)
+TEST_F(LoopScheduleTest, TaskIsNotAskedBeforeItsKnownDueTime)
 {
     const std::shared_ptr<CLS_Task> pTask = CLS_Task::CreateTask([] {}, HOUR, "");
     CLS_LoopEntry clsEntry = MakeEntry(pTask->GetId());
@@ -79,7 +79,7 @@ TEST_F(LoopScheduleTest, TaskIsNotAskedBeforeTheMomentThatIsKnown)
     EXPECT_FALSE(clsEntry.IsDue(steady_clock::now()));
     EXPECT_FALSE(clsEntry.IsDue(tpEarliest - nanoseconds(1)));
     EXPECT_TRUE(clsEntry.IsDue(tpEarliest));
-    EXPECT_TRUE(clsEntry.IsDue(steady_clock::now())) << "the moment is not what it was";
+    EXPECT_TRUE(clsEntry.IsDue(steady_clock::now())) << "the due time has changed";
 }
 
 TEST_F(LoopScheduleTest, TaskIsAskedAgainWhenTheTimeIsForgotten)
@@ -113,8 +113,8 @@ TEST_F(LoopScheduleTest, BusyOrInvalidTaskIsAskedEachTime)
 
 TEST_F(LoopScheduleTest, TaskThatIsNotRegisteredIsNotDueAndIsFoundLater)
 {
-    CLS_LoopEntry clsNobody = MakeEntry("nobody's id");
-    EXPECT_FALSE(clsNobody.IsDue(steady_clock::now()));
+    CLS_LoopEntry clsUnknown = MakeEntry("nobody's id");
+    EXPECT_FALSE(clsUnknown.IsDue(steady_clock::now()));
 
     const std::string strTaskId = CLS_Task::CreateTask([] {}, 0, "")->GetId();
     CLS_LoopEntry clsEntry = MakeEntry(strTaskId);

@@ -1,4 +1,4 @@
-// Which changes notify a waiting thread, and under which lock.
+// The changes that notify a waiting thread, and the lock they hold.
 
 #include "tests/support/CutWaits.h"
 #include "tests/support/PoolView.h"
@@ -34,7 +34,7 @@ bool IsHeld(std::mutex& _mtxAny)
 
 TEST_F(NotificationTest, EachQueuedTaskIsNotifiedOnceWithTheQueuesMutexHeld)
 {
-    // No thread waits for the queue, so only the thread that fills it takes the mutex.
+    // No thread waits for the queue. So only the thread that fills it takes the mutex.
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     const std::string strTaskId = MakeTask([] {});
     const CLS_CutWaits clsWaits(PoolView::GetQueueSignal(clsPool),
@@ -81,7 +81,7 @@ TEST_F(NotificationTest, StepsOfAWorkerAreNotifiedOnceItsGateIsClosed)
 
 TEST_F(NotificationTest, EachJobIsNotifiedOnceWithItsMutexHeld)
 {
-    // The thread has ended, so only a thread that hands over jobs takes the mutex.
+    // The worker's thread has ended. So only a thread that hands over jobs takes the mutex.
     CLS_TaskThread clsWorker;
     EXPECT_TRUE(clsWorker.Exit());
     const CLS_CutWaits clsWaits(WorkerView::GetJobSignal(clsWorker),

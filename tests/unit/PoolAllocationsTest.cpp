@@ -1,4 +1,4 @@
-// What a task allocates on its way, and that its end frees nothing under a lock that several threads want.
+// The allocations of a task from submission to end. The end frees nothing under a lock that threads share.
 
 #include "tests/support/FailingMemory.h"
 #include "tests/support/PoolView.h"
@@ -35,7 +35,7 @@ protected:
         CLS_PoolFixture::TearDown();
     }
 
-    /// From now on, checks at each block that the calling thread frees that it holds no lock of the pool.
+    /// From now on, checks that the calling thread holds no lock of the pool whenever it frees a block.
     void CheckFrees(CLS_QuenTaskPool& _clsPool)
     {
         m_iFrees = 0;
@@ -68,14 +68,15 @@ TEST_F(PoolAllocationsTest, SmallTaskTakesFewAllocations)
         ASSERT_TRUE(WaitUntil([&] { return iRuns > i; }));
         ASSERT_TRUE(PoolView::WaitForAllIdle(clsPool));
         FailingMemory::LeaveExempt();
-        // The first tasks make the memory that is used again. On a slow machine, later ones make a worker.
+        // The first tasks allocate memory that later tasks reuse. On a slow machine, later tasks make a
+        // worker.
         if (i >= 20 && clsPool.GetTaskThreadNum() == iWorkers)
         {
             iMost = std::max(iMost, FailingMemory::GetAllocations() - iBefore);
         }
     }
     EXPECT_LE(iMost, MOST_ALLOCATIONS);
-    EXPECT_GT(iMost, 5) << "the count reaches the pool's threads";
+    EXPECT_GT(iMost, 5) << "the pool's threads are not counted";
 }
 
 TEST_F(PoolAllocationsTest, EndOfATaskFreesNothingUnderTheOwnersLock)
@@ -87,7 +88,7 @@ TEST_F(PoolAllocationsTest, EndOfATaskFreesNothingUnderTheOwnersLock)
     PoolView::AddOwnedTask(clsPool, strSecond, &m_iOwner);
     CheckFrees(clsPool);
     clsPool.RemoveTmpTask(strFirst);
-    EXPECT_EQ(4, m_iFrees); // two entries with their texts
+    EXPECT_EQ(4, m_iFrees); // two map entries with their texts
     clsPool.RemoveTmpTask(strSecond);
     EXPECT_EQ(10, m_iFrees); // also the owner's list and its cursor
     FailingMemory::WatchFrees({});
@@ -112,7 +113,7 @@ TEST_F(PoolAllocationsTest, WorkerIsBoundAndUnboundWithoutFreeingUnderTheLock)
         CLS_Task::DeleteTask(strDeleted);
         CheckFrees(clsPool);
         PoolView::UnbindTask(clsPool, pThread);
-        EXPECT_EQ(1, m_iFrees) << "the record's memory, whose last reference was the worker's";
+        EXPECT_EQ(1, m_iFrees) << "only the task record's memory, whose last reference the worker held";
         FailingMemory::WatchFrees({});
     }
 }

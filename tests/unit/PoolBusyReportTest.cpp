@@ -25,7 +25,7 @@ Matcher<Record> IsReport(const std::string& _strMessage)
     return IsPoolRecord(2, "FunTaskingThread", _strMessage);
 }
 
-/// What the report says about a registered task.
+/// The report's text about a registered task.
 Matcher<Record> IsTaskReport(const std::string& _strTaskId, int _iStatus)
 {
     return IsReport("runing task info TaskStatus : [" + _strTaskId + std::to_string(_iStatus) +
@@ -37,7 +37,7 @@ n_TaskStatus GetStatus(const std::string& _strTaskId)
     return CLS_Task::GetTask(_strTaskId).lock()->GetTaskStatus();
 }
 
-/// A still pool that creates no worker, so its dispatcher has to wait for one.
+/// A still pool that creates no worker, so its dispatcher must wait for one.
 class PoolBusyReportTest : public CLS_PoolFixture
 {
 protected:
@@ -58,7 +58,7 @@ protected:
         CLS_PoolFixture::TearDown();
     }
 
-    /// Makes a worker that looks as if it ran the task.
+    /// Makes a worker that appears to run the task.
     CLS_TaskThread* MakeBusyWorker(std::string _strTaskId)
     {
         m_vecBound.push_back(m_pPool->CreateTaskThread());
@@ -79,7 +79,7 @@ protected:
         return strTaskId;
     }
 
-    /// Runs one pass of the dispatcher on this thread. The hook gets the number of failed attempts so far.
+    /// Runs one dispatcher pass on this thread. The hook receives the number of failed attempts so far.
     void Dispatch(const std::function<void(int)>& _funHook)
     {
         int iFailed = 0;
@@ -94,7 +94,7 @@ protected:
 };
 
 // Pins docs/limits.md, "A full pool reports every 9 s".
-TEST_F(PoolBusyReportTest, ComesWithEveryNinetiethFailedAttempt)
+TEST_F(PoolBusyReportTest, IsWrittenOnEveryNinetiethFailedAttempt)
 {
     QueueTask();
     std::vector<int> vecReports;
@@ -114,7 +114,7 @@ TEST_F(PoolBusyReportTest, ComesWithEveryNinetiethFailedAttempt)
 }
 
 // Pins docs/limits.md, "A full pool reports every 9 s".
-TEST_F(PoolBusyReportTest, AttemptsAreCountedForEachIdAnew)
+TEST_F(PoolBusyReportTest, AttemptsAreCountedForEachId)
 {
     for (int i = 0; i < 3; ++i)
     {
@@ -224,7 +224,7 @@ TEST_F(PoolBusyReportTest, FailureEndsThePassAndDropsTheRestOfItsBatch)
 }
 
 // Pins docs/limits.md, "At most 301 workers".
-TEST_F(PoolBusyReportTest, TasksBeyondThe301stWaitForAWorkerAndAreReported)
+TEST_F(PoolBusyReportTest, TasksAfterThe301stWaitForAWorkerAndAreReported)
 {
     PoolView::GetWorkerLimit(*m_pPool) = 300;
     CLS_Gate clsFirstMayEnd;
@@ -256,7 +256,7 @@ TEST_F(PoolBusyReportTest, TasksBeyondThe301stWaitForAWorkerAndAreReported)
     EXPECT_TRUE(m_clsStarted.Wait(302));
     EXPECT_EQ(301, m_pPool->GetTaskThreadNum());
 
-    // The same report twice, because the first task was still running.
+    // The same report appears twice, because the first task was still running.
     std::vector<Matcher<Record>> vecExpected;
     for (int i = 0; i < 2; ++i)
     {
@@ -269,7 +269,7 @@ TEST_F(PoolBusyReportTest, TasksBeyondThe301stWaitForAWorkerAndAreReported)
     }
     EXPECT_THAT(LogRecorder::Take(), ElementsAreArray(vecExpected));
 
-    // The order ids are those of the queue; the freed worker has the last task.
+    // The order ids follow the queue. The freed worker has the last task.
     std::vector<std::string> vecByOrder(301);
     for (const auto& [pThread, strTaskId] : PoolView::CopyWorkers(*m_pPool))
     {

@@ -42,7 +42,7 @@ private:
     std::function<void()> m_funCopied;
 };
 
-/// A way to submit a task for an owner. Returns whether it was taken.
+/// A way to submit a task for an owner. Returns whether the pool accepted it.
 struct ST_Submission
 {
     const char* m_szName;
@@ -57,7 +57,7 @@ void PrintTo(const ST_Submission& _stSubmission, std::ostream* _pOut)
 class PoolCallableCopyTest : public CLS_PoolFixture, public ::testing::WithParamInterface<ST_Submission>
 {
 protected:
-    /// Submits a callable that calls _funHostile as it is copied by the pool, once.
+    /// Submits a callable that calls _funHostile once, when the pool copies it.
     bool Submit(const std::function<void()>& _funHostile)
     {
         bool bArmed = false;
@@ -143,7 +143,7 @@ TEST_P(PoolCallableCopyTest, CopyThatEndsThePoolAndBuildsANewOneRunsWhenItIsTake
             MakePool();
         });
     CLS_QuenTaskPool& clsNew = *CLS_QuenTaskPool::m_pInstance;
-    // The new pool may lie where the old one did; then the task belongs to it.
+    // If the new pool has the old pool's address, the task belongs to the new pool.
     EXPECT_EQ(bTaken ? 1U : 0U, PoolView::GetRegistered().size());
     EXPECT_TRUE(m_clsRuns.Wait(bTaken ? 1 : 0));
     CLS_Gate clsRan;
@@ -167,7 +167,7 @@ INSTANTIATE_TEST_SUITE_P(Submissions, PoolCallableCopyTest, ::testing::ValuesIn(
 
 using PoolCallableEndTest = CLS_PoolFixture;
 
-TEST_F(PoolCallableEndTest, RegistryKeepsOneCopyAndLetsItGo)
+TEST_F(PoolCallableEndTest, RegistryKeepsOneCopyAndReleasesIt)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     const auto pCaptured = std::make_shared<int>();
@@ -184,7 +184,7 @@ TEST_F(PoolCallableEndTest, RegistryKeepsOneCopyAndLetsItGo)
     EXPECT_EQ(1 + 4, pCaptured.use_count());
     PoolView::RunDispatchPass(clsPool);
     ASSERT_TRUE(PoolView::WaitForAllIdle(clsPool));
-    EXPECT_EQ(1 + 4, pCaptured.use_count()); // what has run stays registered
+    EXPECT_EQ(1 + 4, pCaptured.use_count()); // a task that has run stays registered
     clsPool.RemoveTask(arrLoopIds[0], "");
     clsPool.KillTask(arrLoopIds[1], "");
     EXPECT_EQ(1 + 2, pCaptured.use_count());
@@ -253,7 +253,7 @@ TEST_F(PoolCallableEndTest, CapturedObjectMayEndThePoolOnItsWorker)
     ASSERT_TRUE(clsStarted.Wait());
     {
         const CLS_FastSleep clsFastSleep;
-        clsPool.RemoveTask(strTaskId, ""); // outrun: the worker holds the last reference now
+        clsPool.RemoveTask(strTaskId, ""); // the removal timed out: the worker now holds the last reference
     }
     clsMayEnd.Open();
     EXPECT_TRUE(clsEnded.Wait());
@@ -263,8 +263,8 @@ TEST_F(PoolCallableEndTest, CapturedObjectMayEndThePoolOnItsWorker)
     EXPECT_TRUE(clsRan.Wait());
 }
 
-#ifndef _LIBCPP_VERSION // its std::function does not take such a callable
-/// A callable whose destructor throws. No copy of a std::function survives that, wherever it is destroyed.
+#ifndef _LIBCPP_VERSION // its std::function does not accept such a callable
+/// A callable whose destructor throws. Destroying any std::function copy of it ends the process.
 class CLS_ArmedCallable
 {
 public:

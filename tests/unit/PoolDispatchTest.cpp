@@ -34,7 +34,7 @@ n_TaskStatus GetStatus(const std::string& _strTaskId)
     return CLS_Task::GetTask(_strTaskId).lock()->GetTaskStatus();
 }
 
-/// Texts that threads append. Thread-safe.
+/// A thread-safe list of texts.
 class CLS_Texts
 {
 public:
@@ -109,7 +109,7 @@ TEST_F(PoolDispatchTest, WholeQueueIsTakenAtOnce)
     EXPECT_THAT(PoolView::GetWaitingIds(clsPool), IsEmpty());
 }
 
-TEST_F(PoolDispatchTest, MemoryOfTheQueueIsUsedAgainUnlessItIsLarge)
+TEST_F(PoolDispatchTest, MemoryOfTheQueueIsReusedUnlessItIsLarge)
 {
     constexpr std::size_t KEPT_TASKS = 1024;
     CLS_QuenTaskPool& clsPool = MakeStillPool();
@@ -120,7 +120,7 @@ TEST_F(PoolDispatchTest, MemoryOfTheQueueIsUsedAgainUnlessItIsLarge)
         EXPECT_EQ(uiTasks, PoolView::TakeQueue(clsPool, pBatch).size());
         PoolView::SetQueue(clsPool, {"unknown"});
         EXPECT_EQ(1U, PoolView::TakeQueue(clsPool, pBatch).size());
-        // The queue now has what had been the first batch's.
+        // The queue now uses the memory of the first batch.
         const std::size_t uiExpected = uiTasks > KEPT_TASKS ? 0 : uiTasks;
         EXPECT_EQ(uiExpected, PoolView::GetWaitingIds(clsPool).capacity());
         EXPECT_EQ(uiExpected, PoolView::GetWaitingRecords(clsPool).capacity());
@@ -131,7 +131,7 @@ TEST_F(PoolDispatchTest, MemoryOfTheQueueIsUsedAgainUnlessItIsLarge)
     }
 }
 
-TEST_F(PoolDispatchTest, EachQueuedIdHasAReferenceBesideIt)
+TEST_F(PoolDispatchTest, EachQueuedIdHasAReference)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     for (int i = 0; i < 20; ++i)
@@ -179,7 +179,7 @@ TEST_F(PoolDispatchTest, OneWakeUpTakesThreeIds)
     }
     PoolView::SetQueue(clsPool, vecTaskIds);
     EXPECT_TRUE(WaitUntil([&] { return clsRuns.Get().size() == 3; }));
-    // Bound in queue order: the workers were made one after the other.
+    // The workers were made one after the other, so they are bound in queue order.
     std::vector<std::string> vecBound(3);
     for (const auto& [pThread, strTaskId] : PoolView::CopyWorkers(clsPool))
     {
@@ -202,7 +202,7 @@ TEST_F(PoolDispatchTest, WaitingDispatcherIsWokenByEachTask)
         ASSERT_TRUE(clsRuns.Wait(i));
         ASSERT_TRUE(WaitForIdle(clsPool, 1));
     }
-    // Without the notification, each round would take the rest of the dispatcher's second.
+    // Without the notification, each round would wait for the rest of the dispatcher's second.
     EXPECT_LT(steady_clock::now() - tpStart, seconds(20));
 }
 
@@ -222,7 +222,7 @@ TEST_F(PoolDispatchTest, IdQueuedTwiceRunsTwice)
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
-TEST_F(PoolDispatchTest, QueueIsFreeDuringABatchAndWhatComesIsLeftToTheNextPass)
+TEST_F(PoolDispatchTest, QueueIsFreeDuringABatchAndNewTasksAreLeftToTheNextPass)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     CLS_TaskThread* const pThread = clsPool.CreateTaskThread();
@@ -234,7 +234,7 @@ TEST_F(PoolDispatchTest, QueueIsFreeDuringABatchAndWhatComesIsLeftToTheNextPass)
     const CLS_FastSleep clsFastSleep(
         [&](const ST_Sleep&)
         {
-            // The dispatcher waits for a worker, in the middle of its batch.
+            // The dispatcher waits for a worker in the middle of its batch.
             EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
             clsPool.AddWaitingTasks(strLater);
             PoolView::AddIdleWorker(clsPool, pThread);
@@ -352,13 +352,13 @@ TEST_F(PoolDispatchTest, DispatcherDoesNotLookAtTheTask)
     pTask->SetValid(false);
     pTask->SetTaskStatus(TASK_STATUS_IDLE);
     PoolView::RunDispatchPass(clsPool);
-    // The task is dispatched like any other. Its run finds that it must not run.
+    // The dispatcher dispatches the task like any other. The worker then skips it.
     ASSERT_TRUE(WaitForIdle(clsPool, 1));
     EXPECT_EQ(0, clsRuns.Get());
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
-TEST_F(PoolDispatchTest, EndOfThePoolDropsTheRestWhileADispatcherAsksForAWorker)
+TEST_F(PoolDispatchTest, ShutdownDropsTheRestWhileADispatcherAsksForAWorker)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     CLS_TaskThread* const pThread = clsPool.CreateTaskThread();
@@ -386,7 +386,7 @@ TEST_F(PoolDispatchTest, EndOfThePoolDropsTheRestWhileADispatcherAsksForAWorker)
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
-TEST_F(PoolDispatchTest, EndOfThePoolDropsTheRestBeforeTheNextId)
+TEST_F(PoolDispatchTest, ShutdownDropsTheRestBeforeTheNextId)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     const std::unique_ptr<CLS_TaskThread> pUnregistered(clsPool.CreateTaskThread());
@@ -397,7 +397,7 @@ TEST_F(PoolDispatchTest, EndOfThePoolDropsTheRestBeforeTheNextId)
     const std::string strSecond = MakeTask([&] { clsRuns.Add(); });
     clsPool.AddWaitingTasks(strFirst);
     clsPool.AddWaitingTasks(strSecond);
-    // The record of the first id comes from the dispatcher, between its worker and its job.
+    // The dispatcher logs the first id after it gets a worker and before it hands over the job.
     LogRecorder::SetHook([&](const LogRecorder::ST_Record&) { PoolView::GetRunFlag(clsPool) = false; });
     clsPool.FunTaskingThread();
     LogRecorder::SetHook({});

@@ -14,8 +14,8 @@
 #include <thread>
 #include <vector>
 
-/// Base of the tests of the pool. Each test starts and ends without a pool, with an empty registry and
-/// without log records. A test opens its gates before it returns, so that its tasks end.
+/// Base of the pool's tests. Each test starts and ends without a pool, without log records, and with an empty
+/// registry. A test opens its gates before it returns, so that its tasks end.
 class CLS_PoolFixture : public CLS_TaskFixture
 {
 protected:
@@ -25,7 +25,7 @@ protected:
         if (CLS_QuenTaskPool* const pPool = CLS_QuenTaskPool::m_pInstance)
         {
             EndServices(*pPool);
-            PoolView::GetRunFlag(*pPool) = true; // a run that ends only now is to end as usual
+            PoolView::GetRunFlag(*pPool) = true; // lets a run that ends only now end as usual
             pPool->UnInit();
         }
         CLS_TaskThread::SetWaitingOvertime(300000);
@@ -35,8 +35,8 @@ protected:
     /// The pool, with its service threads at work.
     static CLS_QuenTaskPool& MakePool() { return *CLS_QuenTaskPool::GetInstance(); }
 
-    /// The pool without service threads, yet not ending: the test makes the passes itself, in its own time.
-    /// Workers are real. Not while a CLS_FastSleep lives.
+    /// The pool without service threads, but not shutting down: the test calls the passes itself. Workers are
+    /// real. Must not be called while a CLS_FastSleep exists.
     static CLS_QuenTaskPool& MakeStillPool()
     {
         CLS_QuenTaskPool& clsPool = MakePool();
@@ -45,7 +45,7 @@ protected:
         return clsPool;
     }
 
-    /// Gives a still pool its dispatcher back. TearDown ends it.
+    /// Restarts the dispatcher of a still pool. TearDown ends it.
     static void StartDispatcher(CLS_QuenTaskPool& _clsPool)
     {
         PoolView::GetDispatcher(_clsPool) =
@@ -58,7 +58,7 @@ protected:
         return CLS_Task::CreateTask(_funTask, _iInterval, "call")->GetId();
     }
 
-    /// The order ids of the idle list, first to last; -1 for an empty slot.
+    /// The order ids of the idle list from first to last; -1 for an empty slot.
     static std::vector<int> GetIdleOrder(CLS_QuenTaskPool& _clsPool)
     {
         std::vector<int> vecOrder;
@@ -70,7 +70,7 @@ protected:
         return vecOrder;
     }
 
-    /// Whether so many workers are idle, within the limit.
+    /// Whether the given number of workers becomes idle within the limit.
     [[nodiscard]] static bool WaitForIdle(CLS_QuenTaskPool& _clsPool, std::size_t _iWorkers)
     {
         return WaitUntil([&] { return GetIdleOrder(_clsPool).size() == _iWorkers; });

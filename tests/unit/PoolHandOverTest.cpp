@@ -1,4 +1,4 @@
-// Which task runs when the registry changes while the task is queued: the one that a look-up finds.
+// The registry may change while a task is queued. The task that a look-up then finds is the one that runs.
 
 #include "tests/support/PoolView.h"
 #include "tests/support/RecordMatchers.h"
@@ -29,7 +29,7 @@ using Registry = std::map<std::string, std::shared_ptr<CLS_Task>>;
 /// A task that is not registered.
 std::shared_ptr<CLS_Task> MakeUnregistered(const std::function<void()>& _funTask)
 {
-    // Destroyed by name: the destructor is not virtual on purpose.
+    // Names the destructor's class, because the destructor is deliberately not virtual.
     const auto funDestroy = [](CLS_Task* _pTask)
     {
         _pTask->CLS_Task::~CLS_Task();
@@ -38,7 +38,7 @@ std::shared_ptr<CLS_Task> MakeUnregistered(const std::function<void()>& _funTask
     return {new CLS_Task(_funTask, -1, "other"), funDestroy};
 }
 
-/// What a test keeps, so that a task that leaves the registry stays alive.
+/// References that keep a task alive after it leaves the registry.
 struct ST_KeptTasks
 {
     std::shared_ptr<CLS_Task> m_pTask;
@@ -46,7 +46,7 @@ struct ST_KeptTasks
     Registry m_mapTasks;
 };
 
-// How a task gets into the queue.
+// The ways in which a task gets into the queue.
 
 enum class n_Queued
 {
@@ -58,7 +58,7 @@ enum class n_Queued
 
 constexpr const char* QUEUED_NAMES[] = {"Tmp", "Loop", "RequeuedLoop", "Hosts"};
 
-// How a host gets a reference to it.
+// The ways in which a host gets a reference to the task.
 
 enum class n_Reference
 {
@@ -76,7 +76,7 @@ struct ST_Change
     std::function<void(const std::string&, ST_KeptTasks&)> m_funChange;
 };
 
-/// Changes the map as a host does, under its lock.
+/// Changes the map under its lock, as a host does.
 template <typename T_Change>
 auto ChangeMap(const T_Change& _funChange)
 {
@@ -97,10 +97,10 @@ const ST_Change TAKING_OUT[] = {
     {"Swapped", ChangeMap([](const std::string&, ST_KeptTasks& _stKept)
                           { CLS_Task::m_mapTaskData.swap(_stKept.m_mapTasks); })}};
 
-/// Puts a task in the place of another, in one hold of the lock.
+/// Replaces a registered task while it holds the lock once.
 void Replace(const std::string& _strTaskId, const std::shared_ptr<CLS_Task>& _pOther)
 {
-    std::shared_ptr<CLS_Task> pReplaced = _pOther; // released after the lock
+    std::shared_ptr<CLS_Task> pReplaced = _pOther; // destroyed after the lock is released
     const std::unique_lock<std::shared_mutex> lock(CLS_Task::m_smTaskDataLock);
     CLS_Task::m_mapTaskData.at(_strTaskId).swap(pReplaced);
 }
@@ -166,21 +166,21 @@ protected:
         }
     }
 
-    /// Hands out what is queued, and waits until it has run.
+    /// Dispatches the queued tasks, and waits until they have run.
     void Dispatch()
     {
         PoolView::RunDispatchPass(*m_pPool);
         EXPECT_TRUE(WaitForIdle(*m_pPool, 1));
     }
 
-    /// A task for the place of another.
+    /// A task that replaces another.
     std::shared_ptr<CLS_Task> MakeOther()
     {
         return MakeUnregistered([this] { ++m_iOtherRuns; });
     }
 
-    /// Whether a reference to this registered task saves the search: only then is it found although the entry
-    /// holds another one.
+    /// Whether a look-up trusts a reference to this registered task instead of searching for it. Only then
+    /// does it return the task although the entry holds another one.
     static bool IsTrusted(const std::string& _strTaskId)
     {
         const std::shared_ptr<CLS_Task> pTask = CopyFromMap(_strTaskId);
@@ -243,7 +243,7 @@ class PoolHandOverReplacementTest : public CLS_HandOverFixture,
 {
 };
 
-TEST_P(PoolHandOverReplacementTest, TaskInThePlaceOfAnotherRunsInsteadOfIt)
+TEST_P(PoolHandOverReplacementTest, ReplacementRunsInsteadOfTheReplacedTask)
 {
     const auto& [iQueued, iReference] = GetParam();
     const std::string strTaskId = Queue(iQueued);
@@ -278,7 +278,7 @@ TEST_F(PoolHandOverTest, QueuedTaskRunsWithoutASearch)
         m_iRuns = 0;
         PoolView::ForgetLoopTasks(*m_pPool);
         const std::string strTaskId = Queue(iQueued);
-        // What a host must not do: the registry's size does not show it, and the old task lives on.
+        // A host must not do this: the registry's size does not change, and the old task lives on.
         Refer(n_Reference::COPY, strTaskId);
         Replace(strTaskId, MakeOther());
         Dispatch();
@@ -287,7 +287,7 @@ TEST_F(PoolHandOverTest, QueuedTaskRunsWithoutASearch)
     }
 }
 
-TEST_F(PoolHandOverTest, TaskInThePlaceOfALoopTaskIsRequeuedInsteadOfIt)
+TEST_F(PoolHandOverTest, ReplacementIsRequeuedInsteadOfTheReplacedLoopTask)
 {
     const std::string strTaskId = Queue(n_Queued::REQUEUED);
     Dispatch();
@@ -353,7 +353,7 @@ TEST_F(PoolHandOverTest, TasksFromBeforeAHostsChangeAreSearchedForAndLaterOnesAr
     const std::string strLater = MakePoolTask();
     EXPECT_TRUE(IsTrusted(strLater));
     EXPECT_FALSE(IsTrusted(strBefore));
-    // A task that a host put in is searched for, and so are those from before.
+    // The pool searches for a task that a host added, and for all earlier tasks.
     {
         const std::unique_lock<std::shared_mutex> lock(CLS_Task::m_smTaskDataLock);
         CLS_Task::m_mapTaskData["hosts"] = MakeOther();
@@ -384,7 +384,7 @@ TEST_F(PoolHandOverTest, TrustedTaskIsFoundWhileTheLibraryChangesTheRegistry)
     std::shared_ptr<CLS_Task> pFound;
     CLS_Gate clsFound;
     std::thread thReader;
-    // The captured objects are destroyed during the deletion, with the registry's lock held.
+    // The deletion destroys the captured objects while it holds the registry's lock.
     const auto funLookUp = [&]
     {
         thReader = std::thread(
@@ -436,6 +436,6 @@ TEST_F(PoolHandOverTest, KeptReferenceThatIsEmptyOrGoneIsSearchedFor)
     const std::weak_ptr<CLS_Task> pGone = MakeUnregistered([] {});
     EXPECT_EQ(pTask, CLS_Task::FindTask(pGone, strTaskId));
     EXPECT_EQ(nullptr, CLS_Task::FindTask({}, "unknown"));
-    EXPECT_TRUE(IsTrusted(strTaskId)) << "the pool's own look-up hands the task to no other code";
+    EXPECT_TRUE(IsTrusted(strTaskId)) << "the pool's own look-up gives no other code a reference";
 }
 } // namespace

@@ -1,4 +1,4 @@
-// Tasks that turn against each other, and against the pool that runs them.
+// Tasks that remove, stop and kill each other.
 
 #include "tests/support/PoolView.h"
 #include "tests/unit/PoolFixture.h"
@@ -50,7 +50,7 @@ TEST_F(PoolHostileTaskTest, TwoTasksThatRemoveEachOtherWaitTheirBoundsAndComplet
                 EXPECT_TRUE(clsStarted.Wait(2));
                 RemoveTask(arrTaskIds[1 - i], "each other");
                 clsCompleted.Add();
-                EXPECT_TRUE(clsCompleted.Wait(2)); // goes on until both waits have timed out
+                EXPECT_TRUE(clsCompleted.Wait(2)); // runs until both waits have timed out
             },
             0, arrTaskIds[i], "call");
     }
@@ -91,69 +91,69 @@ TEST_F(PoolHostileTaskTest, TaskMayRemoveEverythingThatIsQueuedBehindIt)
     EXPECT_THAT(PoolView::GetRegistered(), ::testing::ElementsAre(vecQueue.front()));
 }
 
-/// What the tasks of the brawl share: the ids that they know, and the number of strokes left.
-class CLS_Brawl
+/// The state that the tasks share: the known ids and the number of calls left.
+class CLS_RandomCalls
 {
 public:
-    explicit CLS_Brawl(int _iStrokes) : m_iStrokesLeft(_iStrokes) {}
+    explicit CLS_RandomCalls(int _iCalls) : m_iCallsLeft(_iCalls) {}
 
-    /// What one run of a task does, and to whom.
-    class CLS_Stroke
+    /// The call that one run makes, and its target.
+    class CLS_OneCall
     {
     public:
-        explicit CLS_Stroke(CLS_Brawl& _clsBrawl) : m_clsBrawl(_clsBrawl) { m_clsBrawl.Begin(*this); }
-        ~CLS_Stroke() { m_clsBrawl.End(); }
-        CLS_Stroke(const CLS_Stroke&) = delete;
-        CLS_Stroke& operator=(const CLS_Stroke&) = delete;
+        explicit CLS_OneCall(CLS_RandomCalls& _clsCalls) : m_clsCalls(_clsCalls) { m_clsCalls.Begin(*this); }
+        ~CLS_OneCall() { m_clsCalls.End(); }
+        CLS_OneCall(const CLS_OneCall&) = delete;
+        CLS_OneCall& operator=(const CLS_OneCall&) = delete;
 
-        std::uint32_t m_uiKind = KINDS; ///< KINDS for nothing any more
+        std::uint32_t m_uiKind = KINDS; ///< KINDS: no call is left
         std::uint32_t m_uiAim = 0;
-        std::string m_strTaskId; ///< any known one; it may have been removed
+        std::string m_strTaskId; ///< any known id; its task may have been removed
 
     private:
-        CLS_Brawl& m_clsBrawl;
+        CLS_RandomCalls& m_clsCalls;
     };
 
     void Note(const std::string& _strTaskId)
     {
-        const std::lock_guard<std::mutex> lock(m_mtxBrawl);
+        const std::lock_guard<std::mutex> lock(m_mtxCalls);
         m_vecTaskIds.push_back(_strTaskId);
     }
 
-    /// Whether all strokes are done. No task calls the pool from then on.
+    /// Whether all calls are done. From then on, no task calls the pool.
     bool IsOver()
     {
-        const std::lock_guard<std::mutex> lock(m_mtxBrawl);
-        return m_iStrokesLeft == 0 && m_iInProgress == 0;
+        const std::lock_guard<std::mutex> lock(m_mtxCalls);
+        return m_iCallsLeft == 0 && m_iInProgress == 0;
     }
 
 private:
     static constexpr std::uint32_t KINDS = 8;
 
-    void Begin(CLS_Stroke& _clsStroke)
+    void Begin(CLS_OneCall& _clsCall)
     {
-        const std::lock_guard<std::mutex> lock(m_mtxBrawl);
+        const std::lock_guard<std::mutex> lock(m_mtxCalls);
         ++m_iInProgress;
-        if (m_iStrokesLeft > 0)
+        if (m_iCallsLeft > 0)
         {
-            --m_iStrokesLeft;
-            _clsStroke.m_uiKind = static_cast<std::uint32_t>(m_rngBrawl() % KINDS);
-            _clsStroke.m_uiAim = static_cast<std::uint32_t>(m_rngBrawl());
-            _clsStroke.m_strTaskId = m_vecTaskIds.at(_clsStroke.m_uiAim % m_vecTaskIds.size());
+            --m_iCallsLeft;
+            _clsCall.m_uiKind = static_cast<std::uint32_t>(m_rngCalls() % KINDS);
+            _clsCall.m_uiAim = static_cast<std::uint32_t>(m_rngCalls());
+            _clsCall.m_strTaskId = m_vecTaskIds.at(_clsCall.m_uiAim % m_vecTaskIds.size());
         }
     }
 
     void End()
     {
-        const std::lock_guard<std::mutex> lock(m_mtxBrawl);
+        const std::lock_guard<std::mutex> lock(m_mtxCalls);
         --m_iInProgress;
     }
 
-    std::mutex m_mtxBrawl; ///< guards everything below
+    std::mutex m_mtxCalls; ///< guards everything below
     std::vector<std::string> m_vecTaskIds{"unknown"};
-    int m_iStrokesLeft;
+    int m_iCallsLeft;
     int m_iInProgress = 0;
-    std::mt19937 m_rngBrawl; // NOLINT(cert-msc51-cpp): the same numbers each time
+    std::mt19937 m_rngCalls; // NOLINT(cert-msc51-cpp): the same numbers each time
 };
 
 // Pins docs/limits.md, "Tasks may use the pool".
@@ -161,33 +161,33 @@ TEST_F(PoolHostileTaskTest, TasksThatAddRemoveStopAndKillEachOtherLeaveNothingBe
 {
     const auto pCaptured = std::make_shared<int>();
     CLS_QuenTaskPool& clsPool = MakePool();
-    CLS_Brawl clsBrawl(3000);
-    std::function<void()> funStrike;
+    CLS_RandomCalls clsCalls(3000);
+    std::function<void()> funCall;
     const auto funAddLoop = [&]
     {
         std::string strTaskId;
-        clsPool.AddLoopTask([&funStrike, pCaptured] { funStrike(); }, 0, strTaskId, "brawl");
-        clsBrawl.Note(strTaskId);
+        clsPool.AddLoopTask([&funCall, pCaptured] { funCall(); }, 0, strTaskId, "brawl");
+        clsCalls.Note(strTaskId);
     };
-    funStrike = [&]
+    funCall = [&]
     {
-        const CLS_Brawl::CLS_Stroke clsStroke(clsBrawl);
-        void* const pOwner = &m_arrOwners[clsStroke.m_uiAim % m_arrOwners.size()];
-        switch (clsStroke.m_uiKind)
+        const CLS_RandomCalls::CLS_OneCall clsCall(clsCalls);
+        void* const pOwner = &m_arrOwners[clsCall.m_uiAim % m_arrOwners.size()];
+        switch (clsCall.m_uiKind)
         {
         case 0:
         case 1:
             return funAddLoop();
         case 2:
         case 3:
-            EXPECT_TRUE(clsPool.AddTmpTask([&funStrike, pCaptured] { funStrike(); }, pOwner, "brawl"));
+            EXPECT_TRUE(clsPool.AddTmpTask([&funCall, pCaptured] { funCall(); }, pOwner, "brawl"));
             return;
         case 4:
-            return clsPool.RemoveTask(clsStroke.m_strTaskId, "brawl");
+            return clsPool.RemoveTask(clsCall.m_strTaskId, "brawl");
         case 5:
-            return clsPool.KillTask(clsStroke.m_strTaskId, "brawl");
+            return clsPool.KillTask(clsCall.m_strTaskId, "brawl");
         case 6:
-            return clsPool.StopTask(clsStroke.m_strTaskId);
+            return clsPool.StopTask(clsCall.m_strTaskId);
         case 7:
             clsPool.RemoveTmpTask(pOwner, "brawl");
             throw std::runtime_error("brawl");
@@ -196,12 +196,12 @@ TEST_F(PoolHostileTaskTest, TasksThatAddRemoveStopAndKillEachOtherLeaveNothingBe
         }
     };
     {
-        const CLS_FastSleep clsFastSleep; // many remove themselves
+        const CLS_FastSleep clsFastSleep; // many tasks remove themselves
         EXPECT_TRUE(WaitUntil(
             [&]
             {
-                funAddLoop(); // for they may remove each other down to the last one
-                return clsBrawl.IsOver();
+                funAddLoop(); // the tasks may have removed each other down to the last one
+                return clsCalls.IsOver();
             }));
     }
     EXPECT_LE(clsPool.GetTaskThreadNum(), 301);

@@ -35,7 +35,7 @@ TEST_F(PoolLocksTest, WatchSeesALockThatIsTakenUnderAnother)
     EXPECT_EQ(2, clsWatch.GetNested());
 }
 
-TEST_F(PoolLocksTest, TheQueueIsTakenWithItsMutexHeldOnceAndGivenBackOnce)
+TEST_F(PoolLocksTest, TakingTheQueueLocksAndUnlocksItsMutexOnce)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     clsPool.AddWaitingTasks(MakeTask([] {}));
@@ -46,7 +46,7 @@ TEST_F(PoolLocksTest, TheQueueIsTakenWithItsMutexHeldOnceAndGivenBackOnce)
     EXPECT_EQ(0, clsWatch.GetUntaken());
 }
 
-TEST_F(PoolLocksTest, NobodyHoldsTwoLocksOfThePool)
+TEST_F(PoolLocksTest, NoThreadHoldsTwoLocksOfThePool)
 {
     CLS_QuenTaskPool& clsPool = MakePool();
     CLS_WatchedLocks clsWatch;

@@ -1,4 +1,4 @@
-// What the pool tolerates from its logging library.
+// The faults of its logging library that the pool tolerates.
 
 #include "tests/support/FailingMemory.h"
 #include "tests/support/FailingThreads.h"
@@ -13,12 +13,11 @@
 
 namespace
 {
-/// A "PrintLog" that uses the pool in every way with the first record of some text, and tells when it is
-/// done.
+/// A "PrintLog" that uses the pool when it first receives a given text, and then opens m_clsUsed.
 class PoolLogFaultsTest : public CLS_PoolFixture
 {
 protected:
-    /// From now on; for the pool that is there.
+    /// Arms the hook for the existing pool.
     void UsePoolWhenRecorded(const std::string& _strMessage)
     {
         CLS_QuenTaskPool* const pPool = CLS_QuenTaskPool::m_pInstance;
@@ -34,7 +33,7 @@ protected:
             });
     }
 
-    /// What the hook submitted runs.
+    /// Expects that the hook has used the pool and that its task has run.
     void ExpectUsed()
     {
         EXPECT_TRUE(m_clsUsed.Wait());
@@ -119,7 +118,7 @@ TEST_F(PoolLogFaultsTest, PrintLogMayUseThePoolOnTheWatchdog)
     EXPECT_EQ(PoolView::GetWatchdog(clsPool)->get_id(), m_idUser.load());
 }
 
-TEST_F(PoolLogFaultsTest, PrintLogMayUseThePoolWhileItsEndBegins)
+TEST_F(PoolLogFaultsTest, PrintLogMayUseThePoolWhenTheShutdownBegins)
 {
     CLS_QuenTaskPool& clsPool = MakePool();
     UsePoolWhenRecorded("----- TaskPool UnInit begin -----");
@@ -128,7 +127,7 @@ TEST_F(PoolLogFaultsTest, PrintLogMayUseThePoolWhileItsEndBegins)
     EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
 }
 
-TEST_F(PoolLogFaultsTest, ARecordThatPrintLogKeepsHoldsUpNobodyElse)
+TEST_F(PoolLogFaultsTest, APrintLogThatBlocksHoldsUpNoOtherThread)
 {
     CLS_QuenTaskPool& clsPool = MakePool();
     CLS_Gate clsRecorded;

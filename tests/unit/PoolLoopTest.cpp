@@ -38,7 +38,7 @@ protected:
     {
         const std::shared_ptr<CLS_Task> pTask = GetTask(_strTaskId);
         TaskView::GetLastRun(*pTask) = steady_clock::now() - _nsAgo;
-        // Time does not jump: the scheduler would not ask again so soon but for this.
+        // The scheduler remembers when a task is due. Setting an interval makes it ask again.
         pTask->SetLoopInterval(pTask->GetLoopInterval());
     }
 };
@@ -58,11 +58,11 @@ TEST_F(PoolLoopTest, DueTasksAreQueuedInListOrderAndWait)
         EXPECT_EQ(TASK_STATUS_WAITING, GetTask(strTaskId)->GetTaskStatus());
     }
     PoolView::RunLoopPass(clsPool);
-    EXPECT_EQ(3U, PoolView::GetQueue(clsPool).size()) << "a task that waits was queued again";
+    EXPECT_EQ(3U, PoolView::GetQueue(clsPool).size()) << "a waiting task was queued again";
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
-TEST_F(PoolLoopTest, MissingTasksAreSkippedWithoutAWord)
+TEST_F(PoolLoopTest, MissingTasksAreSkippedSilently)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     PoolView::AddToLoopTasks(clsPool, "nobody's id");
@@ -139,7 +139,7 @@ TEST_F(PoolLoopTest, IntervalCountsFromTheEndOfTheRun)
         HOUR, strTaskId, "");
     PoolView::RunDispatchPass(clsPool);
     ASSERT_TRUE(clsStarted.Wait());
-    SetLastRun(strTaskId, hours(2)); // the interval has passed in the middle of the run
+    SetLastRun(strTaskId, hours(2)); // the interval passes in the middle of the run
     PoolView::RunLoopPass(clsPool);
     EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
     clsMayEnd.Open();
@@ -200,7 +200,7 @@ TEST_F(PoolLoopTest, PassEndsEarlyWhenThePoolEnds)
     const std::string strSecond = MakeListedTask(clsPool);
     std::unique_lock<std::mutex> lock(PoolView::GetQueueLock(clsPool));
     std::thread thPass([&] { PoolView::RunLoopPass(clsPool); });
-    // From here on the pass waits to queue the first task.
+    // From here on, the pass waits to queue the first task.
     EXPECT_TRUE(WaitUntil([&] { return GetTask(strFirst)->GetTaskStatus() == TASK_STATUS_WAITING; }));
     PoolView::GetRunFlag(clsPool) = false;
     lock.unlock();
@@ -247,7 +247,7 @@ TEST_F(PoolLoopTest, ThreadSleepsTenMillisecondsAfterEachPass)
                 [&](const ST_Sleep& _stSleep)
                 {
                     vecSleeps.push_back(_stSleep.m_msAsked);
-                    EXPECT_EQ(iTasks, PoolView::GetQueue(clsPool).size()); // the pass comes first
+                    EXPECT_EQ(iTasks, PoolView::GetQueue(clsPool).size()); // the pass runs before the sleep
                     PoolView::GetRunFlag(clsPool) = vecSleeps.size() < 3;
                 },
                 milliseconds(2));
@@ -274,7 +274,7 @@ TEST_F(PoolLoopTest, ThreadReturnsAtOnceWhenThePoolHasEnded)
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
-TEST_F(PoolLoopTest, LoopTasksRunAgainAndAgainSideBySide)
+TEST_F(PoolLoopTest, LoopTasksRunRepeatedlyInParallel)
 {
     CLS_QuenTaskPool& clsPool = MakePool();
     CLS_Counter clsZero;
@@ -314,7 +314,7 @@ TEST_F(PoolLoopTest, NoLoopTaskIsQueuedAfterThePoolsEnd)
     clsNext.UnInit();
 }
 
-TEST_F(PoolLoopTest, TimeThatIsKnownIsNotAskedForAgainUntilAnIntervalIsSet)
+TEST_F(PoolLoopTest, KnownTimeIsNotAskedForAgainUntilAnIntervalIsSet)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     const std::string strTaskId = MakeListedTask(clsPool);
@@ -324,7 +324,7 @@ TEST_F(PoolLoopTest, TimeThatIsKnownIsNotAskedForAgainUntilAnIntervalIsSet)
     TaskView::GetLastRun(*GetTask(strTaskId)) = steady_clock::now() - hours(2);
     PoolView::RunLoopPass(clsPool);
     EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
-    CLS_Task([] {}, 0, "").SetLoopInterval(0); // of any task
+    CLS_Task([] {}, 0, "").SetLoopInterval(0); // on any task
     PoolView::RunLoopPass(clsPool);
     EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strTaskId));
 }
@@ -380,7 +380,7 @@ TEST_F(PoolLoopTest, ChangesOfTheListAreSeenByTheNextPass)
     EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
 }
 
-TEST_F(PoolLoopTest, TasksThatAreKnownNeedNoLookUpAlsoWhenTheListHasChanged)
+TEST_F(PoolLoopTest, KnownTasksNeedNoLookUpEvenWhenTheListHasChanged)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     std::vector<std::string> vecTasks;
@@ -394,7 +394,7 @@ TEST_F(PoolLoopTest, TasksThatAreKnownNeedNoLookUpAlsoWhenTheListHasChanged)
     PoolView::RunLoopPass(clsPool);
     PoolView::ForgetLoopTask(clsPool, vecTasks[0]);
     PoolView::ForgetLoopTask(clsPool, vecTasks[2]);
-    pBusy->SetLoopInterval(0); // all are asked again
+    pBusy->SetLoopInterval(0); // the scheduler asks every task again
     CLS_Gate clsEnded;
     std::unique_lock<std::shared_mutex> lock(CLS_Task::m_smTaskDataLock);
     std::thread thPass(
@@ -412,7 +412,7 @@ TEST_F(PoolLoopTest, TasksThatAreKnownNeedNoLookUpAlsoWhenTheListHasChanged)
     pBusy->SetTaskStatus(TASK_STATUS_IDLE);
 }
 
-TEST_F(PoolLoopTest, EntriesAreNotMadeAnewWhileTheListIsTheSame)
+TEST_F(PoolLoopTest, EntriesAreKeptWhileTheListIsTheSame)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     MakeListedTask(clsPool);
@@ -472,7 +472,7 @@ TEST_F(PoolLoopTest, TaskThatIsRegisteredUnderAListedIdIsFound)
     }
 }
 
-TEST_F(PoolLoopTest, TaskInThePlaceOfADueOneIsQueuedOnlyWhenItIsDue)
+TEST_F(PoolLoopTest, ReplacementOfADueTaskIsQueuedOnlyWhenItIsDue)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     const std::string strTaskId = MakeTask([] {}, 0);

@@ -1,4 +1,4 @@
-// What the pool does when memory runs out during an operation.
+// The pool's behaviour when memory runs out during an operation.
 
 #include "tests/support/FailingMemory.h"
 #include "tests/support/PoolView.h"
@@ -38,7 +38,7 @@ TEST_F(PoolMemoryTest, SubmissionThatFailsIsRecordedAndNotHalfNoted)
     void* const pOwner = &m_arrOwners[0];
     ASSERT_TRUE(clsPool.AddTmpTask([] {}, pOwner, "who calls"));
     const std::string strBefore = PoolView::GetQueue(clsPool).at(0);
-    PoolView::ReserveQueue(clsPool, 100); // where the queue itself has to grow, a submission succeeds
+    PoolView::ReserveQueue(clsPool, 100); // a submission succeeds when only the queue cannot grow
     int iFailures = 0;
     int iQueued = 0;
     for (void* const pSubmitter : {pOwner, static_cast<void*>(&m_arrOwners[1])})
@@ -67,13 +67,13 @@ TEST_F(PoolMemoryTest, SubmissionThatFailsIsRecordedAndNotHalfNoted)
         EXPECT_THAT(LogRecorder::Take(), IsEmpty());
     }
     EXPECT_GT(iFailures, 10);
-    EXPECT_GE(iQueued, 4) << "no failure in the bookkeeping, which comes after the queue";
+    EXPECT_GE(iQueued, 4) << "no allocation failed in the bookkeeping, which follows the queueing";
 }
 
 TEST_F(PoolMemoryTest, SubmissionOfALoopTaskThatFailsIsRecordedAndNotListed)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
-    PoolView::ReserveQueue(clsPool, 100); // where the queue itself has to grow, a submission succeeds
+    PoolView::ReserveQueue(clsPool, 100); // a submission succeeds when only the queue cannot grow
     int iBeforeId = 0;
     int iAfterId = 0;
     for (int iAllocation = 0;; ++iAllocation)
@@ -154,7 +154,7 @@ TEST_F(PoolMemoryTest, LoopTaskThatCouldNotBeQueuedIsQueuedByTheNextPass)
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     const std::string strTaskId = MakeTask([] {}, 0);
     PoolView::AddToLoopTasks(clsPool, strTaskId);
-    // The list with its new entry takes two allocations; the third is the queue's.
+    // The list and its new entry take two allocations. The third is the queue's.
     FailingMemory::FailAt(FailingMemory::REACHES_ALL ? 3 : 2);
     EXPECT_THROW(PoolView::RunLoopPass(clsPool), std::bad_alloc);
     FailingMemory::Stop();
@@ -164,7 +164,7 @@ TEST_F(PoolMemoryTest, LoopTaskThatCouldNotBeQueuedIsQueuedByTheNextPass)
     EXPECT_THAT(PoolView::GetQueue(clsPool), ElementsAre(strTaskId));
 }
 
-TEST_F(PoolMemoryTest, LoopPassThatFailsIsMadeUpForByTheNextOne)
+TEST_F(PoolMemoryTest, NextLoopPassMakesUpForAFailedOne)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     const std::string strBusy = MakeTask([] {}, 0);
@@ -196,7 +196,7 @@ TEST_F(PoolMemoryTest, LoopPassThatFailsIsMadeUpForByTheNextOne)
         PoolView::GetTask(strDue)->SetTaskStatus(TASK_STATUS_IDLE);
         PoolView::ClearQueue(clsPool);
     }
-    EXPECT_GE(iFailures, 3) << "at least the list, its new entry and the queue should have failed";
+    EXPECT_GE(iFailures, 3) << "the list, its new entry and the queue should each have failed";
 }
 
 TEST_F(PoolMemoryTest, QueueingWithoutMemoryLeavesARunningTaskAsItIs)
@@ -233,7 +233,7 @@ TEST_F(PoolMemoryTest, QueueingWithoutMemoryCannotLeaveATaskRunningForEver)
             }
         });
     {
-        // The queueing marks the task during its run; then the run ends, and another thread queues the task.
+        // The queueing marks the task during its run. The run then ends, and another thread queues the task.
         const std::lock_guard<std::mutex> lock(PoolView::GetQueueLock(clsPool));
         clsMayQueue.Open();
         EXPECT_TRUE(WaitUntil([&] { return pTask->GetTaskStatus() == TASK_STATUS_WAITING; }));
@@ -258,7 +258,7 @@ TEST_F(PoolMemoryTest, QueueThatCannotGrowTakesTasksInOrder)
     PoolView::GetWorkerLimit(clsPool) = 0;
     for (const std::string& strTaskId : vecTaskIds)
     {
-        // Behind the two for the entry itself, or one where the text's is out of reach.
+        // Follows the entry's two allocations, or one where the text's allocation cannot be made to fail.
         FailingMemory::FailAt(FailingMemory::REACHES_ALL ? 3 : 2);
         clsPool.AddWaitingTasks(strTaskId);
         FailingMemory::Stop();
@@ -281,8 +281,8 @@ TEST_F(PoolMemoryTest, QueueGrowsByAnIdAndItsReferenceOrByNeither)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     const std::string strTaskId = MakeTask([] {});
-    // Behind the two for the entry itself, or one where the text's is out of reach, come the ids' memory and
-    // the references'.
+    // The entry's two allocations come first, or one where the text's allocation cannot be made to fail. The
+    // memory of the ids and of the references follows.
     const int iFirst = FailingMemory::REACHES_ALL ? 3 : 2;
     for (const int iAllocation : {iFirst, iFirst + 1})
     {
@@ -294,7 +294,7 @@ TEST_F(PoolMemoryTest, QueueGrowsByAnIdAndItsReferenceOrByNeither)
             FailingMemory::FailAt(iAllocation);
             clsPool.AddWaitingTasks(strTaskId);
             EXPECT_TRUE(FailingMemory::Stop());
-            clsPool.AddWaitingTasks(strTaskId); // there is memory again, but another task is before it
+            clsPool.AddWaitingTasks(strTaskId); // memory is available again, but another task is queued first
             EXPECT_EQ(uiBefore, PoolView::GetWaitingIds(clsPool).size());
             EXPECT_EQ(uiBefore, PoolView::GetWaitingRecords(clsPool).size());
             EXPECT_EQ(uiBefore + 2, PoolView::TakeQueue(clsPool).size());
@@ -369,7 +369,7 @@ TEST_F(PoolMemoryTest, WatchdogsPassThatFailsIsRecordedAndTheNextOneComesAfterTh
     EXPECT_THAT(vecSleeps, ElementsAre(1000U, 1000U, 2000U, 2000U));
     EXPECT_EQ(0, clsPool.GetTaskThreadNum());
 }
-TEST_F(PoolMemoryTest, WhatWaitsBehindAQueueThatCannotGrowIsDroppedWhenThePoolEnds)
+TEST_F(PoolMemoryTest, TasksBehindAQueueThatCannotGrowAreDroppedAtShutdown)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     const std::string strTaskId = MakeTask([] { ADD_FAILURE(); });

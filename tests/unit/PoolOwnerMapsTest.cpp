@@ -21,7 +21,7 @@ using ::testing::Pair;
 
 using PoolOwnerMapsTest = CLS_PoolFixture;
 
-/// Whether there is a cursor for each list and for nothing else, and each is a place in its list.
+/// Expects exactly one cursor for each list, and that each cursor is a position in its list.
 void ExpectCursorsAgree(CLS_QuenTaskPool& _clsPool)
 {
     ASSERT_EQ(PoolView::GetOwnerLists(_clsPool).size(), PoolView::GetOwnerCursors(_clsPool).size());
@@ -39,7 +39,7 @@ void ExpectCursorsAgree(CLS_QuenTaskPool& _clsPool)
     }
 }
 
-/// A simple model of which task belongs to which owner.
+/// A simple model that maps each task to its owner.
 class CLS_OwnerModel
 {
 public:
@@ -87,7 +87,7 @@ private:
     std::map<std::string, void*> m_mapOwners;
 };
 
-/// The ids from 0 on, noted for the owner in this order.
+/// Notes the ids from 0 on for the owner, in this order, and returns them.
 std::vector<std::string> AddIds(CLS_QuenTaskPool& _clsPool, void* _pOwner, int _iIds)
 {
     std::vector<std::string> vecIds;
@@ -215,11 +215,11 @@ TEST_F(PoolOwnerMapsTest, CursorIsThePlaceBehindTheIdThatWasDroppedLast)
     EXPECT_THAT(lstTaskIds, ElementsAre("1", "3", "5"));
 }
 
-TEST_F(PoolOwnerMapsTest, LooksForAnIdOnBothSidesOfTheLastOneByTurns)
+TEST_F(PoolOwnerMapsTest, SearchesAlternatelyOnBothSidesOfTheCursor)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     int iOwner = 0;
-    // No two tasks have the same id. If they had, the one that is met first would go.
+    // No two tasks share an id in practice. Here, duplicates show which occurrence the search finds first.
     const auto funDropAfterMiddle = [&](const std::list<std::string>& _lstTaskIds)
     {
         PoolView::GetOwnerCursors(clsPool).clear();
@@ -236,7 +236,7 @@ TEST_F(PoolOwnerMapsTest, LooksForAnIdOnBothSidesOfTheLastOneByTurns)
     EXPECT_THAT(funDropAfterMiddle({"x", "middle", "x"}), ElementsAre("x"));
 }
 
-TEST_F(PoolOwnerMapsTest, OwnerWhoseTasksAreAllGoneStartsAnew)
+TEST_F(PoolOwnerMapsTest, OwnerWhoseTasksAreAllGoneGetsANewList)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     int iOwner = 0;
@@ -268,7 +268,7 @@ TEST_F(PoolOwnerMapsTest, IdsAreDroppedInAnyOrder)
     std::vector<std::vector<std::string>> vecOrders(3, AddIds(clsPool, &iOwner, IDS));
     PoolView::TakeOwnedTasks(clsPool, &iOwner);
     std::reverse(vecOrders[1].begin(), vecOrders[1].end());
-    std::shuffle(vecOrders[2].begin(), vecOrders[2].end(), std::mt19937(3)); // the same one each time
+    std::shuffle(vecOrders[2].begin(), vecOrders[2].end(), std::mt19937(3)); // the same order each time
     for (const int iStale : {0, 20})
     {
         for (const std::vector<std::string>& vecOrder : vecOrders)
@@ -298,7 +298,7 @@ TEST_F(PoolOwnerMapsTest, AgreesWithASimpleModelOverManyOperations)
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     CLS_OwnerModel clsModel;
     std::array<int, 3> arrOwners{};
-    std::mt19937 clsRandom(20); // any operations will do, but the same ones
+    std::mt19937 clsRandom(20); // arbitrary operations, but the same each time
     const auto funDraw = [&](std::size_t _uiEnd) { return std::size_t{clsRandom()} % _uiEnd; };
     std::vector<std::string> vecKnown{"never noted"};
     for (int i = 0; i < OPERATIONS; ++i)
@@ -313,7 +313,7 @@ TEST_F(PoolOwnerMapsTest, AgreesWithASimpleModelOverManyOperations)
         }
         else if (uiKind < 99)
         {
-            // Mostly the young ones, so that stale ones gather at the front; often one that is gone.
+            // Mostly recent ids, so that old ones gather at the front. Many of the ids are already removed.
             const std::size_t uiYoung =
                 funDraw(4) == 0 ? vecKnown.size() : std::min<std::size_t>(vecKnown.size(), 8);
             const std::string strTaskId = vecKnown[vecKnown.size() - 1 - funDraw(uiYoung)];

@@ -19,7 +19,7 @@ class PoolRemovalByIdTest : public CLS_PoolFixture, public ::testing::WithParamI
 {
 };
 
-TEST_P(PoolRemovalByIdTest, OfAnIdThatIsListedTwiceTheFirstOccurrenceGoes)
+TEST_P(PoolRemovalByIdTest, RemovesTheFirstOccurrenceOfAnIdThatIsListedTwice)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     const std::string strTaskId = MakeTask([] {}, 0);

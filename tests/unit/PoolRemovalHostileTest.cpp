@@ -34,7 +34,7 @@ protected:
         return strTaskId;
     }
 
-    /// Something to be captured, whose destructor calls every operation of the pool.
+    /// An object for captures. Its destructor calls every operation of the pool.
     std::shared_ptr<void> MakeHostile()
     {
         return MakeEndHook(
@@ -177,7 +177,7 @@ TEST_F(PoolRemovalLoadTest, TenThousandOwnersComeAndGo)
 {
     constexpr std::size_t OWNERS = 10000;
     CLS_QuenTaskPool& clsPool = MakeStillPool();
-    std::vector<std::atomic<int>> vecOwners(OWNERS); // counters of the runs, and owners
+    std::vector<std::atomic<int>> vecOwners(OWNERS); // each is an owner and counts its runs
     for (std::atomic<int>& iRuns : vecOwners)
     {
         ASSERT_TRUE(clsPool.AddTmpTask([&iRuns] { ++iRuns; }, &iRuns, ""));
@@ -222,7 +222,7 @@ TEST_F(PoolRemovalLoadTest, OneOwnerWithManyQueuedTasksIsRemoved)
     CLS_Counter clsReports;
     LogRecorder::SetHook([&](const LogRecorder::ST_Record&) { clsReports.Add(); });
     StartDispatcher(clsPool);
-    EXPECT_TRUE(clsReports.Wait(TASKS)); // each of the ids comes to a worker, which does not find the task
+    EXPECT_TRUE(clsReports.Wait(TASKS)); // a worker receives each id and does not find the task
     EXPECT_TRUE(PoolView::WaitForAllIdle(clsPool));
     LogRecorder::SetHook({});
     EXPECT_EQ(0, iRuns);
@@ -249,8 +249,8 @@ TEST_F(PoolRemovalLoadTest, OneOwnerWithManyTasksSeesEachRunOnce)
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
-/// An owner of the stress test. The plain flag is written after the owner's removal and read by its tasks. So
-/// a task that runs later is also a data race.
+/// An owner in the stress test. The test writes the plain flag after the owner's removal, and the tasks read
+/// it. So a task that runs later also causes a data race.
 struct ST_WatchedOwner
 {
     bool m_bRemoved = false;

@@ -9,7 +9,7 @@ namespace
 using std::chrono::milliseconds;
 using ::testing::IsEmpty;
 
-/// To be captured: notes which thread destroys it.
+/// An object for captures that records which thread destroys it.
 std::shared_ptr<void> MakeCaptured(std::atomic<std::thread::id>& _idDestroyer)
 {
     return MakeEndHook([&_idDestroyer] { _idDestroyer = std::this_thread::get_id(); });
@@ -59,17 +59,17 @@ TEST_F(PoolRemovalReferenceTest, CapturedObjectsAreGoneThoughTheRecordIsTakenAtT
                         3600000, strTaskId, "call");
     pKnown = CLS_Task::GetTask(strTaskId);
     clsPool.RemoveTask(strTaskId, "call");
-    ASSERT_NE(nullptr, pTaken) << "the captured object outlived the record";
+    ASSERT_NE(nullptr, pTaken) << "the captured object outlived the task record";
     pTaken->SetValid(true);
     EXPECT_TRUE(pTaken->Running());
     EXPECT_FALSE(bRan);
 }
 
-/// The task is queued twice, so the end of its first run makes it look idle.
-TEST_F(PoolRemovalReferenceTest, CapturedObjectsSeeWhatARunDidThatWasNotStopped)
+// The task is queued twice, so it appears idle after its first run.
+TEST_F(PoolRemovalReferenceTest, CapturedObjectsSeeTheEffectsOfARunThatWasNotStopped)
 {
     CLS_QuenTaskPool& clsPool = MakePool();
-    // Relaxed: it is the removal that puts the run before the destruction.
+    // Relaxed, because the removal orders the run before the destruction.
     std::atomic<int> iRuns{0};
     std::atomic<int> iSeen{0};
     const auto funDestroy = [&iSeen](int* _pValue)
@@ -101,7 +101,7 @@ TEST_F(PoolRemovalReferenceTest, CapturedObjectsSeeWhatARunDidThatWasNotStopped)
     EXPECT_TRUE(WaitUntil([&] { return iSeen.load(std::memory_order_relaxed) == 2; }));
 }
 
-TEST_F(PoolRemovalReferenceTest, AReferenceThatTheHostKeepsIsNotWaitedForWithoutEnd)
+TEST_F(PoolRemovalReferenceTest, RemovalStopsWaitingForAReferenceThatTheHostKeeps)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     const std::string strTaskId = AddTask(clsPool);
@@ -114,7 +114,7 @@ TEST_F(PoolRemovalReferenceTest, AReferenceThatTheHostKeepsIsNotWaitedForWithout
 }
 
 // Pins docs/limits.md, "A removal waits 300 ms for references".
-TEST_F(PoolRemovalReferenceTest, AKeptReferenceIsLookedAtEveryMillisecondThreeHundredTimes)
+TEST_F(PoolRemovalReferenceTest, AKeptReferenceIsPolledEveryMillisecondThreeHundredTimes)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     const std::string strTaskId = AddTask(clsPool);
@@ -129,7 +129,7 @@ TEST_F(PoolRemovalReferenceTest, AKeptReferenceIsLookedAtEveryMillisecondThreeHu
     EXPECT_EQ(std::vector<milliseconds>(300, milliseconds(1)), vecSleeps);
 }
 
-TEST_F(PoolRemovalReferenceTest, CapturedObjectsOfALoopTaskInFullSwingAreGoneWhenTheRemovalReturns)
+TEST_F(PoolRemovalReferenceTest, CapturedObjectsOfABusyLoopTaskAreGoneWhenTheRemovalReturns)
 {
     CLS_QuenTaskPool& clsPool = MakePool();
     const CLS_FastSleep clsFastSleep;

@@ -35,7 +35,7 @@ protected:
     std::array<int, 3> m_arrOwners{}; ///< their addresses serve as owners
 };
 
-/// An operation, and where the task is afterwards.
+/// An operation, and the places that hold the task afterwards.
 struct ST_RemovalCase
 {
     const char* m_szName;
@@ -62,7 +62,7 @@ TEST_P(PoolRemovalTableTest, LeavesTheTaskWhereItBelongs)
     void* const pOwner = &m_arrOwners[0];
     const std::string strTaskId = AddTmpTasks(clsPool, pOwner, 1).at(0);
     PoolView::AddToLoopTasks(clsPool, strTaskId);
-    // Another owner's task, which must stay as it is.
+    // Another owner's task, which must not change.
     void* const pNeighbour = &m_arrOwners[1];
     const std::string strNeighbour = AddTmpTasks(clsPool, pNeighbour, 1).at(0);
     PoolView::AddToLoopTasks(clsPool, strNeighbour);
@@ -146,7 +146,7 @@ TEST_F(PoolRemovalTest, OwnersTasksAreStoppedAndUnregisteredOneAfterTheOtherInOr
     }
     std::size_t uiWaitedFor = 0;
     {
-        // Each task's run ends in the first sleep that waits for it.
+        // Each run ends during the first sleep of the wait for it.
         const CLS_FastSleep clsFast(
             [&](const ST_Sleep&)
             {
@@ -170,7 +170,7 @@ TEST_F(PoolRemovalTest, OwnersTasksAreStoppedAndUnregisteredOneAfterTheOtherInOr
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
-TEST_F(PoolRemovalTest, NoTaskOfTheOwnerStartsWhileItsFirstIsWaitedFor)
+TEST_F(PoolRemovalTest, NoTaskOfTheOwnerStartsWhileTheRemovalWaitsForItsFirst)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     CLS_Gate clsStarted;
@@ -200,7 +200,7 @@ TEST_F(PoolRemovalTest, NoTaskOfTheOwnerStartsWhileItsFirstIsWaitedFor)
                 if (++iSleeps == 1)
                 {
                     PoolView::RunDispatchPass(
-                        clsPool); // the queued ones come to workers while the first still runs
+                        clsPool); // workers receive the queued tasks while the first still runs
                     EXPECT_TRUE(WaitUntil(
                         [&] {
                             return GetIdleOrder(clsPool).size() + 1 ==

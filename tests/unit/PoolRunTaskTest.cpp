@@ -100,14 +100,14 @@ TEST_F(PoolRunTaskTest, RunDropsTheOwnersEntryAndKeepsTheTaskRegistered)
     EXPECT_NE(nullptr, CLS_Task::GetTask(strFirst).lock());
 }
 
-TEST_F(PoolRunTaskTest, RemovedTaskIsARecordAndItsWorkerIsIdle)
+TEST_F(PoolRunTaskTest, RemovedTaskIsLoggedAndItsWorkerIsIdle)
 {
     int iOwner = 0;
     ASSERT_TRUE(m_pPool->AddTmpTask([] { ADD_FAILURE(); }, &iOwner, "call"));
     const std::string strTaskId = PoolView::GetTaskOwners(*m_pPool).begin()->first;
     CLS_Task::DeleteTask(strTaskId);
     PoolView::RunDispatchPass(*m_pPool);
-    // The dispatcher prefers an idle worker; there was none, and so it made one.
+    // The dispatcher found no idle worker, so it made one.
     ASSERT_TRUE(WaitForIdle(*m_pPool, 1));
     EXPECT_THAT(LogRecorder::Take(),
                 ElementsAre(IsPoolRecord(2, "FunRunTask", "task id is fail - " + strTaskId)));
@@ -116,14 +116,14 @@ TEST_F(PoolRunTaskTest, RemovedTaskIsARecordAndItsWorkerIsIdle)
     EXPECT_THAT(PoolView::GetOwnerLists(*m_pPool), IsEmpty());
 }
 
-TEST_F(PoolRunTaskTest, WorkerWithoutATaskIsARecordOfAnEmptyId)
+TEST_F(PoolRunTaskTest, WorkerWithoutATaskIsLoggedWithAnEmptyId)
 {
     m_pPool->FunRunTask(m_pThread);
     EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsPoolRecord(2, "FunRunTask", "task id is fail - ")));
     ExpectWorkerIdle();
 }
 
-TEST_F(PoolRunTaskTest, WhatTheCallableThrowsIsNoRunError)
+TEST_F(PoolRunTaskTest, ExceptionOfTheCallableIsNotARunError)
 {
     const std::string strTaskId = MakeTask([] { throw std::runtime_error("oops"); });
     Run(strTaskId);
@@ -133,9 +133,9 @@ TEST_F(PoolRunTaskTest, WhatTheCallableThrowsIsNoRunError)
     ExpectWorkerIdle();
 }
 
-TEST_F(PoolRunTaskTest, ExceptionAroundTheRunIsARecordWithTheTasksText)
+TEST_F(PoolRunTaskTest, ExceptionAroundTheRunIsLoggedWithTheTasksText)
 {
-    // The first text describes the task; the others would belong to records of the callable's failure.
+    // The first text describes the task. The others would belong to log records of the callable's failure.
     const std::string strTaskId = CLS_ThrowingTextTask::Make([] { throw std::runtime_error("oops"); }, 2);
     Run(strTaskId);
     EXPECT_THAT(
@@ -146,7 +146,7 @@ TEST_F(PoolRunTaskTest, ExceptionAroundTheRunIsARecordWithTheTasksText)
 }
 
 // Pins docs/limits.md, "Odd texts".
-TEST_F(PoolRunTaskTest, ExceptionBeforeTheDescriptionIsARecordWithoutOne)
+TEST_F(PoolRunTaskTest, ExceptionBeforeTheDescriptionIsLoggedWithoutOne)
 {
     int iRuns = 0;
     Run(CLS_ThrowingTextTask::Make([&] { ++iRuns; }, 1));
@@ -199,7 +199,7 @@ TEST_F(PoolRunTaskTest, WorkerStaysUsableAfterEveryFailure)
                     IsTaskRecord(3, "Running", "run function error " + MakeParamText(strOops, "call"))));
 }
 
-TEST_F(PoolRunTaskTest, EndingPoolGetsNeitherTheWorkerBackNorTouchesTheOwners)
+TEST_F(PoolRunTaskTest, EndingPoolNeitherTakesTheWorkerBackNorTouchesTheOwners)
 {
     int iOwner = 0;
     int iRuns = 0;
@@ -232,7 +232,7 @@ TEST_F(PoolRunTaskTest, WorkerReturnsToItsPlaceOnTheIdleList)
     EXPECT_THAT(PoolView::GetIdleWorkers(*m_pPool), ::testing::Contains(m_pThread).Times(1));
 }
 
-TEST_F(PoolRunTaskTest, RemovedTaskIsLetGoBeforeTheWorkerIsFree)
+TEST_F(PoolRunTaskTest, RemovedTaskIsReleasedBeforeTheWorkerIsFree)
 {
     std::string strBoundAtRelease;
     bool bIdleAtRelease = true;

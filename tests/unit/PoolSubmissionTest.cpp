@@ -22,7 +22,7 @@ using ::testing::UnorderedElementsAre;
 
 using Callable = std::function<void()>;
 
-/// Only the pool knows the id of a one-shot task.
+/// AddTmpTask does not return an id: only the pool knows the id of a one-shot task.
 static_assert(std::is_same_v<decltype(&CLS_QuenTaskPool::AddTmpTask),
                              bool (CLS_QuenTaskPool::*)(const Callable&, void*, const std::string&)>);
 static_assert(
@@ -46,16 +46,16 @@ protected:
 };
 
 // Pins docs/limits.md, "The first call is not synchronised".
-TEST_F(PoolSubmissionTest, APoolBesideTheInstanceTakesTasks)
+TEST_F(PoolSubmissionTest, ASecondPoolTakesTasks)
 {
     CLS_Counter clsRuns;
     std::string strTaskId;
-    const auto pBeside = std::make_unique<CLS_QuenTaskPool>();
-    EXPECT_TRUE(pBeside->AddTmpTask([&] { clsRuns.Add(); }, &clsRuns, "call"));
-    pBeside->AddLoopTask([&] { clsRuns.Add(); }, 3600000, strTaskId, "call");
+    const auto pSecond = std::make_unique<CLS_QuenTaskPool>();
+    EXPECT_TRUE(pSecond->AddTmpTask([&] { clsRuns.Add(); }, &clsRuns, "call"));
+    pSecond->AddLoopTask([&] { clsRuns.Add(); }, 3600000, strTaskId, "call");
     EXPECT_TRUE(clsRuns.Wait(2));
-    pBeside->RemoveTmpTask(&clsRuns, "call");
-    pBeside->RemoveTask(strTaskId, "call");
+    pSecond->RemoveTmpTask(&clsRuns, "call");
+    pSecond->RemoveTask(strTaskId, "call");
 }
 
 TEST_F(PoolSubmissionTest, LoopTaskMayChangeTheCallersTextBeforeItIsListed)
@@ -75,7 +75,7 @@ TEST_F(PoolSubmissionTest, LoopTaskMayChangeTheCallersTextBeforeItIsListed)
                 },
                 3600000, strTaskId, "call");
         });
-    // The submission cannot proceed beyond the list before the task has run.
+    // The submission waits at the list until the task has run.
     EXPECT_TRUE(WaitUntil([&] { return !PoolView::GetQueue(clsPool).empty(); }));
     PoolView::RunDispatchPass(clsPool);
     EXPECT_TRUE(WaitForIdle(clsPool, 1));
@@ -119,7 +119,7 @@ TEST_F(PoolSubmissionTest, TmpTaskIsRegisteredQueuedAndNotedUnderItsOwner)
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
-TEST_F(PoolSubmissionTest, TasksOfOneOwnerStandOnOneListInOrder)
+TEST_F(PoolSubmissionTest, TasksOfOneOwnerAreOnOneListInOrder)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     void* const pFirst = &m_arrOwners[0];
@@ -221,7 +221,7 @@ TEST_F(PoolSubmissionTest, LoopTaskMayRunBeforeTheCallReturns)
 }
 
 // Pins docs/limits.md, "An owner is noted after the queueing".
-TEST_F(PoolSubmissionTest, OwnerIsNotedAlsoWhenTheTaskHasRunAlready)
+TEST_F(PoolSubmissionTest, OwnerIsNotedEvenWhenTheTaskHasRunAlready)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     void* const pOwner = &m_arrOwners[0];
@@ -259,7 +259,7 @@ TEST_F(PoolSubmissionTest, LoopTaskIsRegisteredQueuedAndListed)
 }
 
 // Pins docs/limits.md, "The first run of a loop task comes at once".
-TEST_F(PoolSubmissionTest, EveryIntervalIsPassedOnAndFirstRunComesAtOnce)
+TEST_F(PoolSubmissionTest, EveryIntervalIsPassedOnAndFirstRunStartsAtOnce)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     std::vector<std::string> vecIds;
@@ -367,7 +367,7 @@ TEST_F(PoolSubmissionTest, TasksSubmitTasks)
         {
             EXPECT_TRUE(clsPool.AddTmpTask([&] { clsTmpRan.Open(); }, &m_arrOwners[0], "inner"));
             clsPool.AddLoopTask([&] { clsLoopRuns.Add(); }, 0, strTaskId, "inner");
-            // Both run while this task does.
+            // Both tasks run while this one runs.
             EXPECT_TRUE(clsTmpRan.Wait());
             EXPECT_TRUE(clsLoopRuns.Wait(2));
             clsSubmitted.Open();
@@ -375,7 +375,7 @@ TEST_F(PoolSubmissionTest, TasksSubmitTasks)
         &m_arrOwners[0], "outer"));
     ASSERT_TRUE(clsSubmitted.Wait());
     clsPool.RemoveTask(strTaskId, "");
-    // The owner maps are left out: a task that is done before its owner is noted stays noted.
+    // The owner maps are not checked: a task that ends before its owner is noted stays noted.
     EXPECT_EQ(2U, PoolView::GetRegistered().size());
 }
 
@@ -428,7 +428,7 @@ TEST_F(PoolSubmissionTest, LoopTaskThatWasRemovedBeforeItWasListedLeavesNoIdBehi
     std::unique_lock<std::shared_mutex> lock(PoolView::GetLoopListLock(clsPool));
     std::thread thSubmitter([&] { clsPool.AddLoopTask([] {}, 1000, strTaskId, "call"); });
     EXPECT_TRUE(WaitUntil([&] { return PoolView::GetQueue(clsPool).size() == 1; }));
-    // As a removal does, which has looked at the list already.
+    // Acts like a removal that has already searched the list.
     PoolView::GetTask(PoolView::GetQueue(clsPool).front())->SetRemoved();
     lock.unlock();
     thSubmitter.join();

@@ -39,7 +39,7 @@ auto IsBoundTask(const std::string& _strText)
 class PoolWatchdogTest : public CLS_PoolFixture
 {
 protected:
-    /// A registered worker that has been idle for the given time and never had a job.
+    /// A registered worker that never had a job and has been idle for the given time.
     static CLS_TaskThread* MakeIdleThread(CLS_QuenTaskPool& _clsPool, milliseconds _msIdle = THRESHOLD)
     {
         CLS_TaskThread* const pThread = _clsPool.CreateTaskThread();
@@ -53,7 +53,7 @@ protected:
         PoolView::BindTask(_clsPool, _pThread, _strTaskId);
     }
 
-    /// Gives an idle worker a job that lets the worker's thread count its own end in m_iEnded.
+    /// Gives an idle worker a job that makes the worker's thread count its own end in m_iEnded.
     void CountEnd(CLS_TaskThread* _pThread)
     {
         CLS_Gate clsDone;
@@ -67,7 +67,7 @@ protected:
         ASSERT_TRUE(clsDone.Wait());
     }
 
-    std::atomic<int> m_iEnded{0}; ///< threads that are over
+    std::atomic<int> m_iEnded{0}; ///< threads that have ended
 
 private:
     struct ST_AtEnd
@@ -104,7 +104,7 @@ TEST_F(PoolWatchdogTest, EachPassComesAfterAThousandStepsAndIsRecorded)
 }
 
 // Pins docs/limits.md, "The watchdog notices a shutdown within 180 ms".
-TEST_F(PoolWatchdogTest, EndOfThePoolIsNoticedAfterEachStep)
+TEST_F(PoolWatchdogTest, ShutdownIsNoticedAfterEachStep)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     for (const int iEndsInStep : {0, 1, 7, STEPS})
@@ -150,7 +150,8 @@ TEST_F(PoolWatchdogTest, OverrunWorkersAreRetiredHighestOrderIdFirst)
     LogRecorder::SetHook({});
     EXPECT_THAT(LogRecorder::Take(),
                 ElementsAre(IsPassBegin(), IsRetirement(2), IsRetirement(1), IsRetirement(0)));
-    // Each record comes when its worker is unregistered and not yet ended, and the one before has ended.
+    // Each log record appears after its worker is unregistered and before it ends. By then, the worker before
+    // it has ended.
     EXPECT_THAT(vecThreads, ElementsAre(2, 1, 0));
     EXPECT_THAT(vecEnded, ElementsAre(0, 1, 2));
     EXPECT_EQ(3, m_iEnded);
@@ -282,7 +283,7 @@ TEST_F(PoolWatchdogTest, BusyWorkerIsNeverRetiredAndItsTaskNeverStopped)
     EXPECT_TRUE(WaitForIdle(clsPool, 1));
 }
 
-TEST_F(PoolWatchdogTest, NewWorkerIsMadeInPlaceOfARetiredOne)
+TEST_F(PoolWatchdogTest, NewWorkerReplacesARetiredOne)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     PoolView::GetWorkerLimit(clsPool) = 0; // one worker at most
@@ -296,7 +297,7 @@ TEST_F(PoolWatchdogTest, NewWorkerIsMadeInPlaceOfARetiredOne)
         {
             if (_stRecord.m_iLevel == 0)
             {
-                pNew = clsPool.GetTaskThread(); // the old one is not handed out, though it still lives
+                pNew = clsPool.GetTaskThread(); // the old worker still exists but is not handed out
                 EXPECT_NE(pRetired, pNew);
             }
         });
@@ -307,7 +308,7 @@ TEST_F(PoolWatchdogTest, NewWorkerIsMadeInPlaceOfARetiredOne)
     EXPECT_EQ(1, clsPool.GetTaskThreadNum());
 }
 
-TEST_F(PoolWatchdogTest, WorkerInItsLastStepsIsWaitedForAndEnds)
+TEST_F(PoolWatchdogTest, WatchdogWaitsForAWorkerInItsLastSteps)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     CLS_Gate clsIdle;
@@ -386,7 +387,7 @@ TEST_F(PoolWatchdogTest, ThreadOfThePoolRetiresWorkers)
     ASSERT_TRUE(clsPool.AddTmpTask([&] { clsRan.Open(); }, &clsPool, ""));
     ASSERT_TRUE(clsRan.Wait());
     ASSERT_TRUE(WaitForIdle(clsPool, 1));
-    const CLS_FastSleep clsFast; // three minutes pass in no time
+    const CLS_FastSleep clsFast; // the three minutes take no real time
     EXPECT_TRUE(WaitUntil([&] { return clsPool.GetTaskThreadNum() == 0; }));
 }
 } // namespace

@@ -12,7 +12,7 @@ using ::testing::IsEmpty;
 
 constexpr int TASKS = 6;
 
-/// The n-th worker of several that are needed at once cannot be made.
+/// Tests in which the pool needs several workers at once and cannot make the n-th.
 class PoolWorkerFaultsTest : public CLS_PoolFixture, public ::testing::WithParamInterface<int>
 {
 };
@@ -34,7 +34,7 @@ TEST_P(PoolWorkerFaultsTest, DispatcherTriesAgainAndEveryTaskRunsOnce)
                 },
                 &clsStarted, "call"));
         }
-        // They run at the same time, so there are as many workers.
+        // The tasks run at the same time, so each has its own worker.
         EXPECT_TRUE(clsStarted.Wait(TASKS));
         EXPECT_EQ(TASKS + 1, clsFailing.GetRequests());
     }

@@ -41,7 +41,7 @@ std::multiset<int> GetOrderIds(CLS_QuenTaskPool& _clsPool)
     return setOrder;
 }
 
-/// A registered worker with another order id than it was given.
+/// A registered worker whose order id is changed to the given one.
 CLS_TaskThread* MakeWorker(CLS_QuenTaskPool& _clsPool, int _iOrderId)
 {
     CLS_TaskThread* const pThread = _clsPool.CreateTaskThread();
@@ -49,7 +49,7 @@ CLS_TaskThread* MakeWorker(CLS_QuenTaskPool& _clsPool, int _iOrderId)
     return pThread;
 }
 
-/// Whether a member is the standard lock, be it with the annotations that the compiler checks.
+/// Whether a member is the standard lock, with or without the annotations that the compiler checks.
 template <typename T_Member, typename T_Lock>
 constexpr bool IS_LOCK = std::is_base_of_v<T_Lock, T_Member> && sizeof(T_Member) == sizeof(T_Lock);
 
@@ -159,7 +159,7 @@ TEST_F(PoolWorkersTest, IdleWorkerWithTheLowestOrderIdComesFirst)
 TEST_F(PoolWorkersTest, FirstIdleWorkerIsTakenAndTheOthersKeepTheirOrder)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
-    // Not in order, as no list of the pool is: the first slot counts, nothing is looked for.
+    // Unlike the pool's own lists, this one is not sorted. The pool takes the first slot without a search.
     for (const int iOrderId : {5, 9, 2, 6})
     {
         PoolView::GetIdleWorkers(clsPool).push_back(MakeWorker(clsPool, iOrderId));
@@ -168,7 +168,7 @@ TEST_F(PoolWorkersTest, FirstIdleWorkerIsTakenAndTheOthersKeepTheirOrder)
     EXPECT_THAT(GetIdleOrder(clsPool), ElementsAre(9, 2, 6));
 }
 
-TEST_F(PoolWorkersTest, NewWorkerIsMadeOnlyWhenNobodyIsIdle)
+TEST_F(PoolWorkersTest, NewWorkerIsMadeOnlyWhenNoneIsIdle)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     CLS_TaskThread* const pThread = clsPool.GetTaskThread();
@@ -205,7 +205,7 @@ TEST_F(PoolWorkersTest, GivesWayOnceWithoutALockBeforeAWorkerIsMade)
     EXPECT_EQ(1, clsPool.GetTaskThreadNum());
 }
 
-TEST_F(PoolWorkersTest, WorkerThatComesBackMeanwhileIsTakenAndNoneIsMade)
+TEST_F(PoolWorkersTest, WorkerThatReturnsMeanwhileIsTakenAndNoneIsMade)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     CLS_TaskThread* const pThread = clsPool.CreateTaskThread();
@@ -217,7 +217,7 @@ TEST_F(PoolWorkersTest, WorkerThatComesBackMeanwhileIsTakenAndNoneIsMade)
 }
 
 // Pins docs/limits.md, "At most 301 workers".
-TEST_F(PoolWorkersTest, LimitIsExceededByOneWorkerAndThenNullComesSilently)
+TEST_F(PoolWorkersTest, LimitIsExceededByOneWorkerAndThenNullIsReturnedSilently)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     for (int i = 0; i <= 300; ++i)
@@ -243,7 +243,7 @@ TEST_F(PoolWorkersTest, IdleWorkerIsHandedOutAtTheLimit)
 }
 
 // Pins docs/limits.md, "Worker numbers are reused".
-TEST_F(PoolWorkersTest, OrderIdIsUsedAgainAfterARetirement)
+TEST_F(PoolWorkersTest, OrderIdIsReusedAfterARetirement)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     std::vector<CLS_TaskThread*> vecWorkers;
@@ -259,7 +259,7 @@ TEST_F(PoolWorkersTest, OrderIdIsUsedAgainAfterARetirement)
     EXPECT_THAT(GetOrderIds(clsPool), ElementsAre(0, 2, 2));
 }
 
-TEST_F(PoolWorkersTest, WorkerThatCannotBeMadeIsARecordAndNull)
+TEST_F(PoolWorkersTest, FailureToMakeAWorkerIsLoggedAndReturnsNull)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     {
@@ -284,8 +284,8 @@ TEST_F(PoolWorkersTest, WorkerThatCannotBeMadeIsARecordAndNull)
 }
 
 #ifdef __GLIBCXX__
-// Elsewhere, a shared mutex that its own thread takes twice does not fail but waits for ever.
-TEST_F(PoolWorkersTest, WorkerThatCannotBeRegisteredIsARecordAndIsReturned)
+// With other C++ libraries, locking a shared mutex twice on one thread does not fail but waits forever.
+TEST_F(PoolWorkersTest, WorkerThatCannotBeRegisteredIsLoggedAndReturned)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     std::unique_lock<std::shared_mutex> lock(PoolView::GetWorkerLock(clsPool));
@@ -322,7 +322,7 @@ TEST_F(PoolWorkersTest, IdleListIsSortedByOrderIdWithEachReturn)
     {
         vecOrder.push_back(i / 3); // each order id three times
     }
-    std::shuffle(vecOrder.begin(), vecOrder.end(), std::mt19937(7)); // any order will do, but the same one
+    std::shuffle(vecOrder.begin(), vecOrder.end(), std::mt19937(7)); // any order, but the same each time
     std::vector<int> vecExpected;
     for (const int iOrderId : vecOrder)
     {
@@ -350,7 +350,7 @@ TEST_F(PoolWorkersTest, WorkerReturnsBehindThoseWithItsOrderIdAndBeforeTheNext)
                             vecWorkers[7], vecWorkers[2], vecWorkers[6]));
 }
 
-TEST_F(PoolWorkersTest, EmptySlotSortsBeforeNothingAndNothingBeforeIt)
+TEST_F(PoolWorkersTest, EmptySlotSortsNeitherBeforeNorAfterAWorker)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     PoolView::GetIdleWorkers(clsPool) = {nullptr};

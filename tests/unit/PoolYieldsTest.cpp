@@ -1,4 +1,4 @@
-// When the dispatcher yields, and how often.
+// The conditions under which the dispatcher yields, and the number of yields.
 
 #include "tests/support/PoolView.h"
 #include "tests/support/WatchedYields.h"
@@ -33,7 +33,7 @@ TEST_F(PoolYieldsTest, DispatcherYieldsAFewTimesAfterABatchAndHoldsNothingMeanwh
     }
 }
 
-TEST_F(PoolYieldsTest, DispatcherYieldsNoLongerOnceATaskIsQueued)
+TEST_F(PoolYieldsTest, DispatcherStopsYieldingOnceATaskIsQueued)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     PoolView::AddIdleWorker(clsPool, clsPool.CreateTaskThread());
