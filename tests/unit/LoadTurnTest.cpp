@@ -90,7 +90,7 @@ TEST(LoadTurnTest, WakeUpsDoNotProlongTheWait)
             EXPECT_FALSE(CLS_LoadTurn::CLS_Scope(clsTurn).IsTaken());
             clsTurnedAway.Open();
         });
-    // Each of them would begin the wait anew if it did not count what has passed.
+    // Each wake-up would restart the wait if the elapsed time did not count.
     EXPECT_TRUE(WaitUntil(
         [&]
         {
@@ -100,7 +100,7 @@ TEST(LoadTurnTest, WakeUpsDoNotProlongTheWait)
     thLate.join();
 }
 
-TEST(LoadTurnTest, NobodyWaitsForAHolderThatSomebodyWaitedForInVain)
+TEST(LoadTurnTest, NoThreadWaitsForAHolderAfterATimeout)
 {
     constexpr int CALLS = 20;
     CLS_LoadTurn clsTurn;

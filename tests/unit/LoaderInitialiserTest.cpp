@@ -31,7 +31,7 @@ void SetAtLoad(const std::function<void(const std::string&)>& _funAtLoad)
 }
 } // namespace
 
-/// Called by the initialiser of a probe library, by the name of the thread.
+/// The initialiser of a probe library calls this, with the name of its thread.
 extern "C" void ZelTestAtLoad(const char* _szThread)
 {
     std::function<void(const std::string&)> funAtLoad;

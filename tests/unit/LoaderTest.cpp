@@ -19,7 +19,7 @@ int Call(void* _pFunction)
     return reinterpret_cast<int (*)()>(_pFunction)();
 }
 
-/// A copy of a library under a path that the loader has not seen yet.
+/// A copy of a library under a path that is new to the loader.
 class LoaderTest : public ::testing::Test
 {
 protected:
@@ -123,7 +123,7 @@ TEST_F(LoaderTest, WithoutNamesTheLibraryIsStillOpened)
     EXPECT_EQ("", m_strOut);
 }
 
-TEST_F(LoaderTest, LibrariesAreKeptByTheirPathExactlyAsGiven)
+TEST_F(LoaderTest, LibrariesAreKeyedByTheirPathExactlyAsGiven)
 {
     const std::string strPath = MakeCopy(PROBE_LIBRARY);
     const std::string strOther = m_clsFolder.GetPath("./probe");
@@ -159,7 +159,7 @@ TEST_F(LoaderTest, AFailedOpenIsNotTriedAgain)
     EXPECT_EQ("", m_strErr);
 }
 
-TEST_F(LoaderTest, APathThatFailedReportsAReasonThatIsStillWaiting)
+TEST_F(LoaderTest, APathThatFailedReportsAPendingReason)
 {
     const std::string strPath = m_clsFolder.GetPath("missing");
     Load(strPath, {"ProbeOne"});
@@ -241,14 +241,14 @@ TEST_F(LoaderTest, APathWithoutAFolderIsLeftToTheLoadersSearch)
     EXPECT_EQ(0, stResult.m_iExit);
 }
 
-TEST_F(LoaderTest, LinesAreOutAtOnce)
+TEST_F(LoaderTest, EachLineIsFlushed)
 {
     const std::string strPath = MakeCopy(PROBE_LIBRARY);
     const ST_ChildResult stResult =
         RunChild(FOUNDATION_HOST, {"fun", "PrintLog", strPath, "dll", strPath, "ProbeOne", "dll", strPath,
                                    "ProbeOne", "leave", "7"});
     const std::string strLog = strPath + "/" + LOG_LIBRARY_NAME;
-    // The host's own last line stays in its buffer; every line of the loader was flushed.
+    // The host's own last line stays in its buffer. The loader flushed each of its lines.
     EXPECT_EQ("load dll - " + strLog + "\nfun PrintLog: null\nload dll - " + strPath + "\nload dll [" +
                   strPath + ": ProbeOne] sucess\ndll 1: found\nload dll [: ProbeOne] sucess\n",
               stResult.m_strOut);
@@ -256,7 +256,7 @@ TEST_F(LoaderTest, LinesAreOutAtOnce)
     EXPECT_EQ(7, stResult.m_iExit);
 }
 
-TEST_F(LoaderTest, TheFirstLineIsOutBeforeTheLibraryIsOpened)
+TEST_F(LoaderTest, TheFirstLineIsFlushedBeforeTheLibraryIsOpened)
 {
     const std::string strPath = MakeCopy(PROBE_INITIALISER);
     const ST_ChildResult stResult =

@@ -8,7 +8,7 @@ namespace
 {
 const std::string LIBRARY = LOG_LIBRARY_NAME;
 
-/// The lines of a binding whose library is opened by it, or was open before when _strPath is empty.
+/// The lines of a binding that opens its library. An empty _strPath means that the library was already open.
 std::string GetBindingLines(const std::string& _strPath)
 {
     std::string strLines = _strPath.empty() ? "" : "load dll - " + _strPath + "\n";
@@ -24,13 +24,13 @@ std::string GetRecordLine(const std::string& _strText)
     return "2|FoundationHost|tests/hosts/FoundationHost|42|MakeRecord|" + _strText + "\n";
 }
 
-/// Runs the host with a folder in which the dynamic loader looks for libraries first.
+/// Runs the host with a folder that the dynamic loader searches first.
 ST_ChildResult RunHost(const std::string& _strSearchFolder, const std::vector<std::string>& _vecArguments)
 {
     return RunChild(FOUNDATION_HOST, _vecArguments, {{GetLibraryPathName(), _strSearchFolder}});
 }
 
-/// Why the dynamic loader cannot open a library, as it says it in such a process.
+/// The dynamic loader's reason for not opening a library in such a process.
 std::string GetReason(const std::string& _strSearchFolder, const std::string& _strPath)
 {
     const ST_ChildResult stResult = RunHost(_strSearchFolder, {"reason", _strPath});
@@ -164,7 +164,7 @@ TEST(LogBindingTest, AFileThatIsNoLibraryDropsRecordsAndOneLineSaysWhy)
                  GetFailureLine(LIBRARY, GetReason(clsFolder.GetPath(), LIBRARY)));
 }
 
-TEST(LogBindingTest, ALibraryWithoutPrintLogDropsRecordsInSilence)
+TEST(LogBindingTest, ALibraryWithoutPrintLogDropsRecordsSilently)
 {
     const ST_ChildResult stResult =
         RunHost(LOG_MUTE_FOLDER, {"records", "100", "fun", "PrintLog", "", "fun", "Init", ""});

@@ -26,8 +26,7 @@ void NoteWait()
 }
 } // namespace
 
-// Replaces the system's function of the same name. The C++ libraries of the two systems wait in different
-// ways.
+// Replaces the system's function of the same name. The two systems' C++ libraries wait in different ways.
 #ifdef __APPLE__
 extern "C" int pthread_cond_timedwait(pthread_cond_t* _pCondition, pthread_mutex_t* _pMutex,
                                       const timespec* _pLimit)
@@ -48,7 +47,7 @@ extern "C" int pthread_cond_clockwait(pthread_cond_t* _pCondition, pthread_mutex
 
 namespace
 {
-/// Takes what is printed, and calls a function before the first of it.
+/// Receives the output, and calls a function before the first piece of it.
 class CLS_Printed final : public std::stringbuf
 {
 public:
@@ -73,7 +72,7 @@ private:
     std::streambuf* const m_pBefore;
 };
 
-TEST(LogBindingTurnTest, WhoWaitedForABindingUsesItAndDoesNotBindAgain)
+TEST(LogBindingTurnTest, ThreadThatWaitedForABindingUsesItAndDoesNotBindAgain)
 {
     void* pWaited = nullptr;
     std::thread thWaiting;

@@ -11,7 +11,7 @@ namespace
 {
 using ::testing::ElementsAre;
 
-/// A thread that makes two log records during the opening, and a third one on request.
+/// A thread that makes two log records during the opening, and a third on request.
 class LogHandOverTest : public CLS_LogOpeningFixture
 {
 protected:
@@ -32,7 +32,7 @@ protected:
         CLS_LogOpeningFixture::TearDown();
     }
 
-    /// Lets the thread make its third record; returns when that is done.
+    /// Lets the thread make its third log record, and waits until it has.
     void LetGoOn()
     {
         m_clsMayGoOn.Open();
@@ -40,7 +40,7 @@ protected:
     }
 
     CLS_Gate m_clsMayGoOn; ///< for the third record
-    CLS_Gate m_clsDone;    ///< with all three
+    CLS_Gate m_clsDone;    ///< opened after the third record
 
 private:
     void Speak()
@@ -69,13 +69,13 @@ TEST_F(LogHandOverTest, ALaterRecordDoesNotOvertakeTheKeptOnesOfItsThread)
 
 TEST_F(LogHandOverTest, ALaterRecordIsKeptWhileAnEarlierOneOfItsThreadIsInPrintLog)
 {
-    // The thread does not wait: it comes back while "PrintLog" has its first record.
+    // The thread does not wait: it returns while "PrintLog" handles its first log record.
     AtRecord("one", [this] { LetGoOn(); });
     Say("first");
     EXPECT_THAT(TakeTexts(), ElementsAre("first", "one", "two", "three"));
 }
 
-TEST_F(LogHandOverTest, ARecordOfAThreadWithoutKeptOnesGoesRightToPrintLog)
+TEST_F(LogHandOverTest, ARecordOfAThreadWithoutKeptOnesGoesStraightToPrintLog)
 {
     AtRecord("first", [this] { SayOnAnotherThread("at once"); });
     Say("first");
@@ -126,7 +126,7 @@ TEST_F(LogHandOverTest, RecordsThatPrintLogMakesFollowThoseThatTheirThreadHandsO
     EXPECT_THAT(TakeTexts(), ElementsAre("first", "one", "two", "within", "three"));
 }
 
-TEST_F(LogHandOverTest, AnotherOpeningMeanwhileLeavesItAlone)
+TEST_F(LogHandOverTest, AnotherOpeningDoesNotDisturbTheHandOver)
 {
     m_vecOpenings.push_back(&LogHandOverTest::GetLibrary);
     AtRecord("first", [this] { EXPECT_EQ(nullptr, m_clsBinding.GetFunction("Foo", "")); });
@@ -135,7 +135,7 @@ TEST_F(LogHandOverTest, AnotherOpeningMeanwhileLeavesItAlone)
     EXPECT_EQ(2U, m_uiOpenings);
 }
 
-TEST_F(LogHandOverTest, AnOpeningThatFailsMeanwhileDropsNothing)
+TEST_F(LogHandOverTest, AnOpeningThatFailsDuringTheHandOverDropsNothing)
 {
     m_vecOpenings.push_back([] { return Functions(); });
     AtRecord("first",
@@ -148,7 +148,7 @@ TEST_F(LogHandOverTest, AnOpeningThatFailsMeanwhileDropsNothing)
     EXPECT_THAT(TakeTexts(), ElementsAre("first", "one", "two", "late"));
 }
 
-TEST_F(LogHandOverTest, RecordsGoRightToPrintLogWhenItIsOver)
+TEST_F(LogHandOverTest, RecordsGoStraightToPrintLogAfterTheHandOver)
 {
     Say("first");
     LetGoOn();
@@ -178,7 +178,7 @@ protected:
         CLS_LogOpeningFixture::TearDown();
     }
 
-    /// Returns when the record is made.
+    /// Returns once the log record is made.
     void SayAsTheSpeaker(const std::string& _strText)
     {
         Tell([&] { Say(_strText); });
@@ -205,7 +205,7 @@ private:
         }
     }
 
-    std::mutex m_mtxOrder; ///< guards the order, and is held while it is carried out
+    std::mutex m_mtxOrder; ///< guards the order, and is held while the thread carries it out
     std::condition_variable m_cvOrder;
     std::function<void()> m_funOrder;
     bool m_bEnd = false;
@@ -242,7 +242,7 @@ TEST_F(LogHandOverSpeakerTest, AThreadThatGoesOnRecordingDoesNotKeepTheHandOverB
     LogRecorder::SetHook(
         [&, idSelf](const LogRecorder::ST_Record& _stRecord)
         {
-            // With each of its records that is handed over, the thread makes another one.
+            // Each hand-over of one of its log records makes the thread write another.
             if (std::this_thread::get_id() == idSelf && _stRecord.m_strMessage != "first" &&
                 ++uiHandedOver < LIMIT)
             {

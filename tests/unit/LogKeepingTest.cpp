@@ -42,7 +42,7 @@ TEST_F(LogKeepingTest, RecordsOfOtherThreadsDuringTheOpeningArriveInOrder)
     EXPECT_EQ(1U, m_uiOpenings);
 }
 
-TEST_F(LogKeepingTest, RecordsOfTheInitialiserArriveBehindTheOneThatOpensTheLibrary)
+TEST_F(LogKeepingTest, RecordsOfTheInitialiserArriveAfterTheOneThatOpensTheLibrary)
 {
     m_vecOpenings = {OpenAfter([this] { Say("at load"); })};
     Say("first");
@@ -57,7 +57,7 @@ TEST_F(LogKeepingTest, AskingForAFunctionDuringTheOpeningIsTurnedAway)
     EXPECT_EQ(1U, m_uiOpenings);
 }
 
-TEST_F(LogKeepingTest, ARecordThatComesAMomentAfterTheOpeningDoesNotOpenTheLibraryAgain)
+TEST_F(LogKeepingTest, ARecordMadeJustAfterTheOpeningDoesNotOpenTheLibraryAgain)
 {
     m_vecOpenings = {&LogKeepingTest::GetLibrary};
     Say("first");
@@ -72,7 +72,7 @@ TEST_F(LogKeepingTest, NoRecordWaitsForTheOpening)
     Say("second");
     Say("third");
     EXPECT_THAT(LogRecorder::Peek(), IsEmpty());
-    // A thread that gives up waiting for the turn sets this flag.
+    // A thread sets this flag when its wait for the turn times out.
     EXPECT_FALSE(LoadTurnView::GetOverdueFlag(LogBindingView::GetTurn(m_clsBinding)));
     clsOpening.End();
     EXPECT_THAT(TakeTexts(), ElementsAre("first", "second", "third"));
@@ -187,7 +187,7 @@ TEST_F(LogKeepingTest, ARecordForWhichThereIsNoMemoryIsCountedAsLost)
     EXPECT_THAT(vecRecords[2], IsLoss("1"));
 }
 
-TEST_F(LogKeepingTest, ALossIsRecordedAlsoWhenNothingWasKept)
+TEST_F(LogKeepingTest, ALossIsRecordedEvenWhenNothingWasKept)
 {
     m_vecOpenings = {OpenAfter(
         [this]
@@ -217,7 +217,7 @@ TEST_F(LogKeepingTest, EveryOpeningCountsItsOwnLosses)
         const std::vector<LogRecorder::ST_Record> vecRecords = LogRecorder::Take();
         ASSERT_THAT(vecRecords, SizeIs(2));
         EXPECT_THAT(vecRecords[1], IsLoss("1"));
-        // This opening fails, so that the library counts as not open.
+        // This opening fails, so the library still counts as not open.
         EXPECT_EQ(nullptr, m_clsBinding.GetFunction("Foo", ""));
     }
 }

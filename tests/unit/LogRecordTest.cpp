@@ -27,7 +27,7 @@ void MakeRecord(const std::string& _strText)
     Logger::LogMessageStream("Module", "Function", FILE_NAME, 1, Logger::LOG_LEVEL_PROGRESS) << _strText;
 }
 
-/// Another thread's record, made while this thread waits for it.
+/// Makes a log record on another thread and waits for it.
 void MakeRecordOnAnotherThread(const std::string& _strText)
 {
     std::thread([&_strText] { MakeRecord(_strText); }).join();
@@ -39,7 +39,7 @@ protected:
     void SetUp() override { Reset(); }
     void TearDown() override { Reset(); }
 
-    /// Binds the library, so that no test is about the first record of the process.
+    /// Binds the library, so that no test makes the first log record of the process.
     static void Reset()
     {
         LogRecorder::SetHook({});
