@@ -43,7 +43,7 @@ protected:
     void SetUp() override { LogRecorder::Clear(); }
     void TearDown() override { LogRecorder::Clear(); }
 
-    /// Registers a callback that notes _strName in m_vecCalls.
+    /// Registers a callback that appends _strName to m_vecCalls.
     std::string AddNoting(const std::string& _strName)
     {
         return m_clsCaller.SetCallBackResultFun([this, _strName](const auto&, const auto&, const auto&, void*)
@@ -230,7 +230,7 @@ TEST_F(BasicCallBackTest, AModuleCodeThatIsNullIsPassedThrough)
                 ElementsAre(IsRecord(3, "(null)", "QuenInclude/CLS_Basic", "RunCallBackFun", strFailure)));
 }
 
-TEST_F(BasicCallBackTest, AnEmptyFunctionIsRecordedAsACallOfNothing)
+TEST_F(BasicCallBackTest, AnEmptyFunctionIsRecordedAsABadFunctionCall)
 {
     const std::string strKey = m_clsCaller.SetCallBackResultFun(nullptr, nullptr);
     EXPECT_NO_THROW(Run(strKey));
@@ -346,7 +346,8 @@ TEST_F(BasicCallBackTest, ACallBackMayRunCallBacksWhileAnotherThreadWaitsToRegis
         [&](const auto&, const auto&, const auto&, void*)
         {
             thRegister = std::thread([this] { AddNoting("new"); });
-            // Where a waiting writer keeps new readers out, this sees it wait; elsewhere it has had its time.
+            // On platforms where a waiting writer blocks new readers, this sees it wait. Elsewhere it times
+            // out.
             static_cast<void>(WaitUntil(
                 [this]
                 {

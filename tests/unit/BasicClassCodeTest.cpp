@@ -1,5 +1,5 @@
-// The rule for class codes on platforms whose names of types carry blanks and colons. The base object is
-// compiled here once more, under another name and with made-up names of types.
+// The rule for class codes on platforms whose type names contain blanks and colons. This file compiles the
+// base object again, under another name and with made-up type names.
 
 #include "QuenInclude/CLS_CVariant.h"
 #include "QuenInclude/Logger.h"

@@ -14,7 +14,7 @@ using VariantMap = std::map<std::string, CLS_CVariant>;
 
 constexpr const char* ID_PATTERN = "[0-9a-f]{8}-[0-9a-f]{4}[0-9a-f]*-[0-9a-f]{8}[0-9a-f]*-[0-9a-f]{4}";
 
-/// Keeps what goes through the operations that others are built on.
+/// Records the calls of the virtual operations on which the others are built.
 class CLS_TracingSubject : public CLS_Basic
 {
 public:
@@ -107,7 +107,7 @@ TEST(BasicIdTest, IdGoesThroughTheVirtualOperations)
     EXPECT_THAT(clsObject.m_vecCalls, ElementsAre("Param __id__"));
 }
 
-TEST(BasicIdTest, OfTwoThreadsThatAskFirstForTheIdTheLastWins)
+TEST(BasicIdTest, TwoThreadsMayMakeTheIdAtOnce)
 {
     for (int i = 0; i < 100; ++i)
     {

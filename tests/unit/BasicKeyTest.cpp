@@ -1,5 +1,5 @@
-// A callback whose key is taken already. Drawn keys differ, so the base object is compiled here once more,
-// under another name and with the same id every time.
+// A callback whose key is already in use. Generated keys always differ. So this file compiles the base object
+// again, under another name and with the same id every time.
 
 #include "QuenInclude/CLS_CVariant.h"
 #include "QuenInclude/Logger.h"
@@ -44,7 +44,7 @@ TEST(BasicKeyTest, ACallBackUnderTheSameKeyReplacesTheOneBefore)
         },
         &iSecond);
     EXPECT_EQ("key", strKey);
-    clsObject.RunCallBackFun("", {}, "", ""); // all of them
+    clsObject.RunCallBackFun("", {}, "", ""); // calls all callbacks
     EXPECT_THAT(vecCalls, ElementsAre("second"));
     EXPECT_EQ(&iSecond, pUser);
 }

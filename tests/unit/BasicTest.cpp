@@ -35,7 +35,7 @@ class CLS_HiddenSubject : public CLS_Basic
 {
 };
 
-/// The slot of a virtual operation, from the pointer to it.
+/// The slot of a virtual operation, taken from the pointer to that operation.
 template <typename T_Operation>
 std::size_t GetSlot(T_Operation _funOperation)
 {
@@ -257,7 +257,7 @@ TEST(BasicTest, ReadersHoldUpSetParamAndRemoveParam)
                     clsChanged.Open();
                 });
             EXPECT_FALSE(clsChanged.Wait(std::chrono::milliseconds(50)));
-            // With the lock that is held: another one may wait behind the change.
+            // Reads under the lock that is already held: a second lock could wait behind the change.
             EXPECT_EQ("[a] : [1]\n", Util::MapToString(BasicView::GetParams(clsObject)));
         }
         thChange.join();

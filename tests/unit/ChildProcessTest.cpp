@@ -32,7 +32,7 @@ TEST(ChildProcessTest, KeepsMoreThanAPipeHolds)
     EXPECT_EQ(220000U, stResult.m_strOut.size());
 }
 
-TEST(ChildProcessTest, TellsTheSignalThatEndedTheChild)
+TEST(ChildProcessTest, ReportsTheSignalThatEndedTheChild)
 {
     const ST_ChildResult stResult = RunChild(SHELL, {"-c", "kill -TERM $$"});
     EXPECT_EQ(-1, stResult.m_iExit);
@@ -51,7 +51,7 @@ TEST(ChildProcessTest, SendsASignalWhileTheChildRuns)
     EXPECT_EQ(3, stResult.m_iExit);
 }
 
-TEST(ChildProcessTest, KillsTheChildAndItsOwnChildrenWhenTheTimeIsUp)
+TEST(ChildProcessTest, KillsTheChildAndItsOwnChildrenAtTheTimeout)
 {
     const ST_ChildResult stResult =
         RunChild(SHELL, {"-c", "sleep 1000 & sleep 1000"}, {}, std::chrono::milliseconds(50));
@@ -59,7 +59,7 @@ TEST(ChildProcessTest, KillsTheChildAndItsOwnChildrenWhenTheTimeIsUp)
     EXPECT_EQ(SIGKILL, stResult.m_iSignal);
 }
 
-TEST(ChildProcessTest, SaysWhenTheProgramCannotBeStarted)
+TEST(ChildProcessTest, ReportsAProgramThatCannotBeStarted)
 {
     EXPECT_THROW(RunChild("/no/such/program"), std::runtime_error);
 }

@@ -11,7 +11,7 @@ namespace
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-// The signatures that a host which looks the names up relies on.
+// The signatures on which a host relies when it looks the names up.
 static_assert(
     std::is_same_v<decltype(&AddTmpTask), bool (*)(const std::function<void()>&, void*, const std::string&)>);
 static_assert(std::is_same_v<decltype(static_cast<void (*)(void*, const std::string&)>(&RemoveTmpTask)),
@@ -23,7 +23,7 @@ static_assert(std::is_same_v<decltype(&KillTask), void (*)(const std::string&, c
 static_assert(std::is_same_v<decltype(&KillTaskAll), void (*)()>);
 static_assert(std::is_same_v<decltype(&UnInit), void (*)()>);
 
-/// One of the exported functions, called with arguments that do no harm.
+/// One of the exported functions, called with harmless arguments.
 struct ST_HarmlessCall
 {
     const char* m_szName;
@@ -57,7 +57,7 @@ const ST_HarmlessCall EXPORTS[] = {
 class ExportsTest : public CLS_ShutdownFixture
 {
 protected:
-    /// Calls after a registered task whose stopping throws was made; returns the records of the call.
+    /// Makes the call with a registered task whose stop throws. Returns the log records of the call.
     template <typename T_Call>
     static std::vector<LogRecorder::ST_Record> RemoveUnprintable(T_Call _funCall);
 };
@@ -87,7 +87,7 @@ TEST_P(ExportsFirstCallTest, BuildsThePoolWhenThereIsNone)
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
-TEST_P(ExportsFirstCallTest, UsesThePoolThatIsThere)
+TEST_P(ExportsFirstCallTest, UsesTheExistingPool)
 {
     CLS_QuenTaskPool* const pPool = &MakeStillPool();
     const CLS_FailingThreads clsThreads(0);
@@ -96,7 +96,7 @@ TEST_P(ExportsFirstCallTest, UsesThePoolThatIsThere)
     EXPECT_EQ(GetParam().m_bEndsPool ? nullptr : pPool, CLS_QuenTaskPool::m_pInstance);
 }
 
-TEST_P(ExportsFirstCallTest, PassesAnExceptionOfTheConstructionOnAndWorksLater)
+TEST_P(ExportsFirstCallTest, PassesAConstructionExceptionOnAndWorksLater)
 {
     const int iThreads = CountThreads();
     for (int iFailing = 1; iFailing <= 3; ++iFailing)
@@ -189,14 +189,14 @@ std::vector<LogRecorder::ST_Record> ExportsTest::RemoveUnprintable(T_Call _funCa
             PoolView::GetLoopListLock(*CLS_QuenTaskPool::m_pInstance));
         PoolView::GetLoopIds(*CLS_QuenTaskPool::m_pInstance).push_back(strTaskId);
     }
-    pTask->SetTaskStatus(TASK_STATUS_RUNNING); // to be waited for, and recorded
+    pTask->SetTaskStatus(TASK_STATUS_RUNNING); // so that the stop waits and logs
     LogRecorder::Clear();
     {
         const CLS_FastSleep clsFastSleep;
         _funCall(strTaskId, "info");
     }
     pTask->SetTaskStatus(TASK_STATUS_IDLE);
-    // Left where the failure found it: out of the list, still registered.
+    // The failure leaves the task off the list, but registered.
     EXPECT_THAT(PoolView::GetLoopIds(*CLS_QuenTaskPool::m_pInstance), IsEmpty());
     EXPECT_FALSE(pTask->GetValid());
     EXPECT_TRUE(CLS_Task::GetTask(strTaskId).lock());

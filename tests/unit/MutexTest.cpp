@@ -28,7 +28,7 @@ bool IsFree(T_Mutex& _mtxLock)
     return bFree;
 }
 
-/// Whether another thread could take the lock shared.
+/// Whether another thread could take the lock in shared mode.
 bool IsFreeForReaders(CLS_SharedMutex& _smLock)
 {
     bool bFree = false;
@@ -77,7 +77,7 @@ TEST(MutexTest, SharedMutexTakesOneWriterOrManyReaders)
     EXPECT_TRUE(IsFree(smLock));
 }
 
-TEST(MutexTest, GuardsHoldTheirLockAsLongAsTheyLive)
+TEST(MutexTest, GuardsHoldTheirLockUntilTheirDestruction)
 {
     CLS_Mutex mtxLock;
     CLS_SharedMutex smLock;
@@ -98,7 +98,7 @@ TEST(MutexTest, GuardsHoldTheirLockAsLongAsTheyLive)
     EXPECT_TRUE(IsFree(smLock));
 }
 
-TEST(MutexTest, WaitGuardLetsGoWhileAConditionVariableWaits)
+TEST(MutexTest, WaitGuardReleasesItsLockWhileAConditionVariableWaits)
 {
     CLS_Mutex mtxLock;
     std::condition_variable cvChanged;

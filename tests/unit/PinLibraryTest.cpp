@@ -5,9 +5,9 @@
 
 namespace
 {
-bool g_bUnknown = false; ///< whether the loader knows no file of any address
-bool g_bRefuses = false; ///< whether the loader finds no file
-int g_iPins = 0;         ///< requests that keep a library loaded for good
+bool g_bUnknown = false; ///< whether the loader finds no file for any address
+bool g_bRefuses = false; ///< whether the loader cannot open a file
+int g_iPins = 0;         ///< requests that pin a library for the life of the process
 } // namespace
 
 // These replace the system's functions of the same names.
@@ -42,7 +42,7 @@ TEST(PinLibraryTest, LeavesNoErrorBehindWhenTheLoaderRefuses)
     EXPECT_EQ(nullptr, dlerror());
 }
 
-TEST(PinLibraryTest, PinsNothingWhenTheLoaderDoesNotKnowWhereTheCodeStands)
+TEST(PinLibraryTest, PinsNothingWhenTheLoaderDoesNotKnowTheCodesFile)
 {
     g_iPins = 0;
     g_bUnknown = true;

@@ -1,4 +1,4 @@
-// Tasks that are given ids of the test's choice. The linker leads the product's calls of Util::GetUuid here.
+// Tasks with ids that the test chooses. The linker redirects the product's calls of Util::GetUuid here.
 
 #include "QuenPlugins/ZelTaskPool/CLS_Task.h"
 #include "tests/support/FailingMemory.h"
@@ -41,7 +41,7 @@ TEST_F(TaskRegistryIdTest, NewTaskTakesTheEntryOfATaskWithTheSameId)
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
-TEST_F(TaskRegistryIdTest, TaskThatLosesItsEntryIsDestroyedWhenNobodyElseHasIt)
+TEST_F(TaskRegistryIdTest, TaskThatLosesItsEntryIsDestroyedWithoutOtherReferences)
 {
     bool bEnded = false;
     CLS_Task::CreateTask([pHook = MakeEndHook([&] { bEnded = true; })] {}, -1, "first");
@@ -50,7 +50,7 @@ TEST_F(TaskRegistryIdTest, TaskThatLosesItsEntryIsDestroyedWhenNobodyElseHasIt)
     EXPECT_TRUE(bEnded);
 }
 
-TEST_F(TaskRegistryIdTest, ReferenceToATaskThatLostItsEntryIsSearchedFor)
+TEST_F(TaskRegistryIdTest, TaskThatLostItsEntryIsNotTrusted)
 {
     std::string strTaskId;
     const std::shared_ptr<CLS_Task> pFirst = CLS_Task::CreatePoolTask([] {}, -1, "first", strTaskId);
@@ -97,6 +97,6 @@ TEST_F(TaskRegistryIdTest, TaskThatLosesItsEntryIsFreedOutsideTheRegistrysLock)
         });
     CLS_Task::CreateTask([] {}, -1, "second");
     FailingMemory::WatchFrees({});
-    EXPECT_GT(iFrees, 3) << "the record, its callable's capture and its parameters";
+    EXPECT_GT(iFrees, 3) << "the task record, its callable's capture and its parameters are freed";
 }
 } // namespace

@@ -22,7 +22,7 @@ using ::testing::IsEmpty;
 
 using TaskRegistryLockTest = CLS_TaskFixture;
 
-/// Whether another thread gets the registry lock at once; exclusively, or shared.
+/// Whether another thread gets the registry lock without waiting, in exclusive or shared mode.
 bool IsRegistryFree(bool _bExclusive)
 {
     bool bFree = false;
@@ -40,7 +40,7 @@ bool IsRegistryFree(bool _bExclusive)
     return bFree;
 }
 
-/// Holds the registry lock, on another thread, until a call that waits for it has had time to begin.
+/// Holds the registry lock on another thread until a call that waits for it has had time to begin.
 class CLS_LockHolder
 {
 public:
@@ -54,7 +54,7 @@ public:
         m_thHolder.join();
     }
 
-    /// Makes the call and says whether it waited for the lock.
+    /// Makes the call and returns whether it waited for the lock.
     template <typename T_Call>
     bool IsWaitedForBy(T_Call _funCall)
     {

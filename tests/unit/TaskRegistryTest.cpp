@@ -207,7 +207,7 @@ TEST_F(TaskRegistryDeathTest, RegistryOutlivesTheEndOfTheProcess)
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
         {
-            // A destroyed registry would destroy the task, and wait for it.
+            // A destroyed registry would destroy the task and wait for its run.
             CLS_Task::CreateTask([pHook = MakeEndHook([] { _exit(3); })] {}, -1, "")
                 ->SetTaskStatus(TASK_STATUS_RUNNING);
             CLS_Gate clsLooking;

@@ -22,7 +22,7 @@ using ::testing::IsEmpty;
 
 using TaskRunTest = CLS_TaskFixture;
 
-/// Sets the time of the last run so far back that only a run can have refreshed it.
+/// Sets the time of the last run so far back that only a new run can refresh it.
 void Outdate(CLS_Task& _clsTask)
 {
     TaskView::GetLastRun(_clsTask) = steady_clock::now() - hours(1);
@@ -283,7 +283,7 @@ TEST_F(TaskRunTest, AnyOtherExceptionWhileRecordingIsRecordedByTheOuterHandler)
     }
 }
 
-TEST_F(TaskRunTest, TaskIsIdleAlsoWhenTheOuterHandlerFails)
+TEST_F(TaskRunTest, TaskIsIdleEvenWhenTheOuterHandlerFails)
 {
     CLS_CountedTextTask clsTask([] { throw 1; }, 0, "");
     clsTask.m_iFailing = INT_MAX;
@@ -299,7 +299,7 @@ TEST_F(TaskRunTest, TaskIsIdleAlsoWhenTheOuterHandlerFails)
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
-TEST_F(TaskRunTest, WhoSeesTheTaskIdleSeesTheTimeOfItsRun)
+TEST_F(TaskRunTest, ThreadThatSeesTheTaskIdleSeesTheTimeOfItsRun)
 {
     constexpr int RUNS = 3000;
     std::atomic<int> iStarted{0};

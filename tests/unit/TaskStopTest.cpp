@@ -24,7 +24,7 @@ using TaskStopTest = CLS_TaskFixture;
 
 constexpr milliseconds POLL{300};
 
-/// How long the calling thread asked to sleep, each time.
+/// The length of each sleep that the calling thread requested.
 std::vector<milliseconds> GetOwnSleeps(const CLS_FastSleep& _clsFast)
 {
     std::vector<milliseconds> vecLengths;
@@ -75,7 +75,7 @@ TEST_F(TaskStopTest, WaitsFromStatusTwoOn)
     EXPECT_EQ(TASK_STATUS_WAITING, clsTask.GetTaskStatus());
 }
 
-TEST_F(TaskStopTest, TaskIsInvalidAllTheWhile)
+TEST_F(TaskStopTest, TaskIsInvalidDuringTheWholeWait)
 {
     CLS_Task clsTask([] {}, 0, "");
     clsTask.SetTaskStatus(TASK_STATUS_RUNNING);
@@ -95,13 +95,13 @@ TEST_F(TaskStopTest, TaskIsInvalidAllTheWhile)
     clsTask.SetTaskStatus(TASK_STATUS_IDLE);
 }
 
-/// A run that ends during one of Stop's sleeps, and what Stop makes of it.
+/// A run that ends during one of Stop's sleeps, and the result that Stop returns.
 struct ST_StopCase
 {
-    int m_iEndsInSleep; ///< counted from 1; beyond 30: not at all
+    int m_iEndsInSleep; ///< counted from 1; above 30, the run does not end
     std::size_t m_uiSleeps;
     bool m_bStopped;
-    std::vector<int> m_vecNumbers; ///< at the end of the progress records
+    std::vector<int> m_vecNumbers; ///< the numbers at the end of the progress log records
 };
 
 void PrintTo(const ST_StopCase& _stCase, std::ostream* _pOut)
@@ -157,8 +157,8 @@ const ST_StopCase STOP_CASES[] = {
     {11, 11, true, {11}},
     {20, 20, true, {11, 21}},
     {29, 29, true, {11, 21}},
-    {30, 30, false, {11, 21, 31}}, // ended in the last sleep, and is not looked at again
-    {31, 30, false, {11, 21, 31}}, // does not end at all
+    {30, 30, false, {11, 21, 31}}, // ends in the last sleep, after which Stop does not poll again
+    {31, 30, false, {11, 21, 31}}, // does not end
 };
 INSTANTIATE_TEST_SUITE_P(EndsInSleep, TaskStopWaitTest, ::testing::ValuesIn(STOP_CASES),
                          [](const auto& _stInfo) { return std::to_string(_stInfo.param.m_iEndsInSleep); });
@@ -182,7 +182,7 @@ TEST_F(TaskStopTest, RunOfOneSecondIsSeenToEndAfterFourSleeps)
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
-TEST_F(TaskStopTest, RecordOfProgressIsMadeAfterItsSleep)
+TEST_F(TaskStopTest, ProgressIsLoggedAfterItsSleep)
 {
     CLS_Task clsTask([] {}, -1, "");
     clsTask.SetTaskStatus(TASK_STATUS_RUNNING);
@@ -261,7 +261,7 @@ TEST_F(TaskStopTest, OvertimeLeavesTheRunAlone)
 }
 
 // Pins docs/limits.md, "A task that removes itself".
-TEST_F(TaskStopTest, TaskThatStopsItselfWaitsForItselfInVain)
+TEST_F(TaskStopTest, TaskThatStopsItselfTimesOut)
 {
     const CLS_FastSleep clsFast;
     bool bStopped = true;
@@ -283,7 +283,7 @@ public:
     std::string ParamToString() override { throw std::runtime_error("no text"); }
 };
 
-TEST_F(TaskStopTest, FailingTextPassesAndLeavesNoRecord)
+TEST_F(TaskStopTest, ExceptionOfTheTextPassesAndLeavesNoRecord)
 {
     const CLS_FastSleep clsFast;
     CLS_TextlessTask clsTask([] {}, 0, "");

@@ -38,7 +38,7 @@ TEST_F(TaskTest, StatusesHaveTheirNumbers)
     EXPECT_EQ(3, TASK_STATUS_RUNNING);
 }
 
-/// Whether a word can be shared without a lock, at no cost of space.
+/// Whether threads can share a word without a lock and without extra space.
 template <typename T_Word, typename T_Value>
 bool IsSharedWord()
 {
@@ -57,7 +57,7 @@ TEST_F(TaskTest, SharedWordsAreAtomicsOfTheSameSize)
 TEST_F(TaskTest, IsABasicObjectThatReplacesNoOperation)
 {
     EXPECT_TRUE((std::is_convertible_v<CLS_Task*, CLS_Basic*>));
-    // The type of a member's address names the class that defines the member.
+    // The type of a member pointer names the class that defines the member.
     EXPECT_TRUE((std::is_same_v<decltype(&CLS_Task::GetClassCode), const char* (CLS_Basic::*)()>));
     EXPECT_TRUE((std::is_same_v<decltype(&CLS_Task::GetModuleCode), const char* (CLS_Basic::*)()>));
     EXPECT_TRUE((std::is_same_v<decltype(&CLS_Task::GetId), std::string (CLS_Basic::*)()>));
@@ -209,7 +209,7 @@ TEST_F(TaskTest, IsDueOnlyAfterItsFirstIntervalSinceItWasMade)
     EXPECT_TRUE(clsTask.IsUseRun());
 }
 
-TEST_F(TaskTest, TimeOfTheLastRunMayLieAhead)
+TEST_F(TaskTest, TimeOfTheLastRunMayBeInTheFuture)
 {
     CLS_Task clsTask([] {}, 40000, "");
     TaskView::GetLastRun(clsTask) = steady_clock::now() + milliseconds(100000);
@@ -218,7 +218,7 @@ TEST_F(TaskTest, TimeOfTheLastRunMayLieAhead)
     EXPECT_FALSE(clsTask.IsUseRun());
 }
 
-TEST_F(TaskTest, PartsOfAMillisecondDoNotCount)
+TEST_F(TaskTest, FractionsOfAMillisecondDoNotCount)
 {
     CLS_Task clsTask([] {}, 100001, "");
     TaskView::GetLastRun(clsTask) = steady_clock::now() + std::chrono::microseconds(100000900);
@@ -417,7 +417,7 @@ TEST_F(TaskTest, EverySettingOfAnIntervalCounts)
     EXPECT_EQ(uiBefore + 1, CLS_Task::GetIntervalChanges());
     clsSecond.SetLoopInterval(60);
     EXPECT_EQ(uiBefore + 2, CLS_Task::GetIntervalChanges());
-    clsSecond.SetLoopInterval(60); // also one that changes nothing
+    clsSecond.SetLoopInterval(60); // even an interval that changes nothing
     EXPECT_EQ(uiBefore + 3, CLS_Task::GetIntervalChanges());
     EXPECT_EQ(50, clsFirst.GetLoopInterval());
     EXPECT_EQ(60, clsSecond.GetLoopInterval());

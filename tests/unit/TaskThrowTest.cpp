@@ -1,5 +1,5 @@
-// Whatever a callable throws, the run makes its log record, the worker goes on, and no exception object is
-// left.
+// Whatever a callable throws, the run makes its log record, the worker continues, and no exception object
+// leaks.
 
 #include "tests/support/PoolView.h"
 #include "tests/support/RecordMatchers.h"
@@ -18,7 +18,7 @@ namespace
 using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 
-/// Exceptions of this test that exist right now.
+/// The number of this test's exceptions that currently exist.
 std::atomic<int> g_iAlive{0};
 
 class CLS_Alive
@@ -30,7 +30,7 @@ public:
     ~CLS_Alive() { --g_iAlive; }
 };
 
-/// A standard exception with any text, and with none at all.
+/// A standard exception with any text, or with none.
 class CLS_Error : public std::exception
 {
 public:
@@ -42,7 +42,8 @@ private:
     std::optional<std::string> m_optText;
 };
 
-/// Nothing that a handler of standard exceptions takes: the base is not accessible, or there are two.
+/// Exceptions that a handler of standard exceptions does not catch: the base is not accessible, or is
+/// ambiguous.
 class CLS_PrivateError : CLS_Error
 {
 public:
@@ -74,12 +75,13 @@ public:
     CLS_CopyThrows& operator=(const CLS_CopyThrows&) = delete;
 };
 
-/// Exceptions whose destructor has thrown. They are never freed; this list keeps them reachable for leak
-/// checks.
+/// Exceptions whose destructor has thrown. They are never freed. This list keeps them reachable for the leak
+/// check.
 std::array<std::atomic<const void*>, 100> g_arrLeft{};
 std::atomic<std::size_t> g_uiLeft{0};
 
-/// Its destructor throws as many times as there are levels: what it throws is another one, with a level less.
+/// Its destructor throws another such exception with one level less. At the last level, it throws a
+/// CLS_Error.
 class CLS_ThrowingEnd
 {
 public:
@@ -101,7 +103,7 @@ private:
     int m_iLevels;
 };
 
-/// Its text is made by calling the pool.
+/// Calls the pool to make its text.
 class CLS_TextCallsThePool : public std::exception
 {
 public:
@@ -131,7 +133,7 @@ private:
 [[noreturn]] void ThrowCopy()
 {
     const CLS_CopyThrows clsOriginal;
-    throw clsOriginal; // NOLINT(cert-err60-cpp): that it cannot be copied is the point
+    throw clsOriginal; // NOLINT(cert-err60-cpp): the test needs an exception that cannot be copied
 }
 
 enum n_Reason
@@ -145,7 +147,7 @@ const CLS_Error& GetStaticError()
     return s_clsError;
 }
 
-/// What is thrown, and how the records of the run begin; the parameters follow.
+/// The exception, and the beginning of the run's log records; the parameters follow.
 struct ST_Throw
 {
     const char* m_szName;

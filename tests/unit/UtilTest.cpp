@@ -63,7 +63,7 @@ unsigned long long GetSteadyNanoseconds()
         std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count());
 }
 
-/// The number that the next file opened in this process gets.
+/// The descriptor of the next file that this process opens.
 int GetNextFileNumber()
 {
     const int iFile = open("/dev/null", O_RDONLY);
@@ -85,7 +85,7 @@ TEST(UtilTest, SplitsAtEachCharacterOfTheSeparators)
     EXPECT_THAT(Util::SplitStdString(";a,b;;,c,", ",;"), ElementsAre("a", "b", "c"));
 }
 
-TEST(UtilTest, SplitsNothingIntoNothing)
+TEST(UtilTest, SplitsAnEmptyTextIntoNoPieces)
 {
     EXPECT_THAT(Util::SplitStdString("", ","), IsEmpty());
     EXPECT_THAT(Util::SplitStdString(",,,", ","), IsEmpty());
@@ -142,7 +142,7 @@ TEST(UtilTest, FirstFieldOfAnIdIsRandom)
         setNumbers.insert(GetNumber(Util::GetUuid(), 0));
     }
     EXPECT_GT(setNumbers.size(), 8U);
-    // Not only small numbers either: the whole word is drawn.
+    // The numbers are not all small either: the whole word is random.
     EXPECT_GT(*setNumbers.rbegin(), 0xFFFFFFU);
 }
 
@@ -190,7 +190,7 @@ TEST(UtilTest, TheFirst65535IdsOfAProcessCountFrom0000ToFffe)
     EXPECT_EQ(0, stResult.m_iExit);
 }
 
-TEST(UtilTest, EachIdOpensTheRandomDeviceAnewAndLetsTheErrorPass)
+TEST(UtilTest, EachIdOpensTheRandomDeviceAndPassesTheErrorOn)
 {
     if (!OpensRandomDevice())
     {
@@ -272,7 +272,7 @@ TEST(UtilTest, AFileThatCanBeReadExists)
     const CLS_TempFolder clsFolder;
     const std::string strPath = clsFolder.GetPath("file");
     EXPECT_FALSE(Util::FileExists(strPath));
-    EXPECT_FALSE(Util::FileExists(strPath)) << "the first test made the file";
+    EXPECT_FALSE(Util::FileExists(strPath)) << "the first call created the file";
     std::ofstream(strPath).put('x');
     EXPECT_TRUE(Util::FileExists(strPath));
     EXPECT_EQ(1U, std::filesystem::file_size(strPath));

@@ -7,8 +7,8 @@
 #include <new>
 #include <utility>
 
-// The sanitizers bring operators of their own on some platforms. There the linker sends the program's calls
-// here first; elsewhere these are the program's operators.
+// On some platforms, the sanitizers define their own operators. There, the linker redirects the program's
+// calls to these. Elsewhere, these are the program's operators.
 #ifdef ZEL_TEST_WRAPPED_NEW
 #define OPERATOR_NEW __wrap__Znwm
 #define OPERATOR_DELETE __wrap__ZdlPv
@@ -29,11 +29,11 @@ extern "C"
 
 namespace
 {
-/// What happens to the allocations of this thread.
+/// Settings and counts for the allocations of this thread.
 struct ST_Memory
 {
-    int m_iUntilFailure = -1; ///< so many allocations succeed before one fails; negative: none fails
-    long m_iLive = 0;         ///< allocations less releases
+    int m_iUntilFailure = -1; ///< allocations that succeed before one fails; negative if none fails
+    long m_iLive = 0;         ///< allocations minus releases
 };
 
 thread_local ST_Memory t_stMemory;
@@ -103,8 +103,8 @@ namespace
 using Variants = std::vector<CLS_CVariant>;
 using VariantMap = std::map<std::string, CLS_CVariant>;
 
-/// Short enough to be kept inside its string object: the memory of longer ones is the standard library's own
-/// affair, out of the linker's reach.
+/// A text short enough to fit inside its string object. The standard library allocates longer texts itself,
+/// where the linker cannot redirect the calls.
 constexpr const char* TEXT = "short";
 
 CLS_CVariant MakeNested()
@@ -118,8 +118,8 @@ std::vector<CLS_CVariant> MakeOwning()
     return {TEXT, Variants{1, TEXT}, VariantMap{{"a", TEXT}}, MakeNested()};
 }
 
-/// Lets each allocation of _funCopy fail in turn, and calls _funCheck after each failure, until _funCopy
-/// gets through. How many failures there were.
+/// Makes each allocation of _funCopy fail in turn, until _funCopy succeeds. Calls _funCheck after each
+/// failure. Returns the number of failures.
 int FailEachAllocation(const std::function<void()>& _funCopy, const std::function<void()>& _funCheck)
 {
     for (int iFailures = 0;; ++iFailures)
@@ -263,7 +263,7 @@ TEST(VariantMemoryTest, AnInPlaceValueNeedsNoMemory)
     EXPECT_EQ(iLiveBefore, t_stMemory.m_iLive);
 }
 
-/// The allocations that _funMove makes. None of them fails: a move lets no exception pass.
+/// The number of allocations that _funMove makes. None of them fails, because a move must not throw.
 int CountAllocations(const std::function<void()>& _funMove)
 {
     constexpr int MANY = 1000;
@@ -316,7 +316,7 @@ TEST(VariantMemoryTest, AMoveOfAnOwnElementFreesTheOthers)
     EXPECT_EQ(iLiveBefore, t_stMemory.m_iLive);
 }
 
-TEST(VariantMemoryTest, AStringThatIsGivenAwayNeedsMemoryForItsObjectAlone)
+TEST(VariantMemoryTest, AMovedStringNeedsMemoryForItsObjectAlone)
 {
     std::string strText(1000, 'x');
     EXPECT_EQ(1, CountAllocations([&] { const CLS_CVariant clsVariant(std::move(strText)); }));

@@ -143,7 +143,7 @@ TEST(VariantTest, TakesAStringWhole)
     EXPECT_EQ(strText, clsVariant.ToString());
 }
 
-TEST(VariantTest, TakesOverAStringThatIsGivenAway)
+TEST(VariantTest, TakesOverAMovedString)
 {
     std::string strText(1000, 'x');
     const std::string strExpected = strText;
@@ -224,12 +224,12 @@ TEST(VariantTest, APointerToConstantDoesNotBecomeAFlag)
     EXPECT_FALSE((std::is_assignable_v<CLS_CVariant&, const int*>));
 }
 
-TEST(VariantTest, NothingPrintsAsNothing)
+TEST(VariantTest, NonePrintsAsTheEmptyText)
 {
     EXPECT_EQ("", MakeOfType(-1).ToString());
 }
 
-TEST(VariantTest, TypesOutsideTheTablePrintAsNothing)
+TEST(VariantTest, UnknownTypesPrintAsTheEmptyText)
 {
     for (const int iType : {-2, 7, 100})
     {
@@ -255,7 +255,7 @@ TEST(VariantTest, ListsJoinWithBars)
     EXPECT_EQ("a|1|0.5|2|3", CLS_CVariant(Variants{"a", true, 0.5, Variants{2, 3}}).ToString());
 }
 
-TEST(VariantTest, ListsLeaveTheBarOutWhileTheTextIsEmpty)
+TEST(VariantTest, ListsOmitTheBarWhileTheTextIsEmpty)
 {
     EXPECT_EQ("x", CLS_CVariant(Variants{"", "x"}).ToString());
     EXPECT_EQ("a|b", CLS_CVariant(Variants{"", "a", "b"}).ToString());
@@ -281,7 +281,7 @@ TEST(VariantTest, PointersPrintInLowerCaseHexadecimal)
     EXPECT_EQ("0xabcdef", clsVariant.ToString());
 }
 
-TEST(VariantTest, ValuesNotGivenYetPrintAsNothing)
+TEST(VariantTest, UnsetValuesPrintAsTheEmptyText)
 {
     EXPECT_EQ("", MakeOfType(CVariantType_String).ToString());
     EXPECT_EQ("", MakeOfType(CVariantType_Vector).ToString());

@@ -6,7 +6,7 @@
 #include <type_traits>
 #include <utility>
 
-// Assigning a variant to itself is what some tests are about.
+// Some tests assign a variant to itself on purpose.
 #if defined(__clang__)
 #pragma clang diagnostic ignored "-Wself-assign-overloaded"
 #endif
@@ -143,7 +143,7 @@ TEST(VariantTypeTest, AssignmentCopiesEveryTypeOverEveryType)
     }
 }
 
-TEST(VariantTypeTest, AnAssignedFlagIsThatFlagWhateverWasThereBefore)
+TEST(VariantTypeTest, AnAssignedFlagDoesNotDependOnThePreviousValue)
 {
     for (const bool bFlag : {false, true})
     {
@@ -295,9 +295,9 @@ TEST(VariantTypeTest, APointerIsSharedByCopies)
     EXPECT_EQ(7, iTarget);
 }
 
-TEST(VariantTypeTest, MovesFailNever)
+TEST(VariantTypeTest, MovesNeverFail)
 {
-    // A list that grows moves its elements only then.
+    // A list that grows moves its elements only if the move cannot throw.
     EXPECT_TRUE(std::is_nothrow_move_constructible_v<CLS_CVariant>);
     EXPECT_TRUE(std::is_nothrow_move_assignable_v<CLS_CVariant>);
 }
@@ -413,7 +413,7 @@ TEST(VariantTypeTest, CanTakeAnEntryOfItsOwnMap)
     EXPECT_EQ("7", clsVariant.ToString());
 }
 
-TEST(VariantTypeTest, WhatWasTakenFromCanBeUsedAgain)
+TEST(VariantTypeTest, AMovedFromVariantCanBeUsedAgain)
 {
     CLS_CVariant clsSource("text");
     const CLS_CVariant clsTarget(std::move(clsSource));
