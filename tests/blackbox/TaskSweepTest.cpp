@@ -13,7 +13,7 @@
 #include <thread>
 #include <vector>
 
-// This program is linked with the built library as a host is: it has the exported members alone.
+// This program is linked with the built library, as a host is. It sees only the exported members.
 
 namespace
 {
@@ -127,7 +127,7 @@ TEST_F(TaskSweepTest, RunningTaskIsKept)
     EXPECT_TRUE(SweepToNothing());
 }
 
-TEST_F(TaskSweepTest, FinishedTaskThatSomebodyHoldsIsKeptAndRunsAgain)
+TEST_F(TaskSweepTest, FinishedTaskThatIsStillHeldIsKeptAndRunsAgain)
 {
     TaskSweep::TaskReference pTask = MakeTask([this] { m_clsRuns.Add(); });
     for (int iRun = 1; iRun <= 2; ++iRun)
@@ -195,7 +195,7 @@ TEST_F(TaskSweepTest, WhatAnEndedPoolLeftBehindIsDeleted)
     EXPECT_EQ(0U, TaskSweep::DeleteFinished());
 
     EXPECT_EQ(1U, TaskSweep::DeleteLeftBehind());
-    EXPECT_EQ(1U, CountRegistered()) << "what is held stays";
+    EXPECT_EQ(1U, CountRegistered()) << "a task that is still held stays";
     pQueued.reset();
     EXPECT_EQ(1U, TaskSweep::DeleteLeftBehind());
 }
