@@ -146,7 +146,7 @@ TEST_F(GdbCommandTest, ShowsThePoolOfAHostInAnotherLanguage)
     EXPECT_THAT(strAnswer, HasSubstr("\nlanguage: rust\n"));
 }
 
-TEST_F(GdbCommandTest, SaysWhatCannotBeReadInTheMiddleOfAChangeAndShowsTheRest)
+TEST_F(GdbCommandTest, NamesWhatCannotBeReadDuringAChangeAndShowsTheRest)
 {
     CLS_ChildProcess clsHost(DEBUGGED_HOST, {POOL_LIBRARY, "few"});
     const std::string strChange = "python queue = Pool(1).member('m_vecWaitingTasks'); "

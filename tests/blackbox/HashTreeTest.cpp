@@ -94,7 +94,7 @@ TEST_F(HashTreeTest, HashesManyFilesInManyDirectories)
     EXPECT_EQ(0, stCheck.m_iExit) << stCheck.m_strErr;
 }
 
-TEST_F(HashTreeTest, DrawsPlainLinesWhereThereIsNoTerminal)
+TEST_F(HashTreeTest, DrawsPlainLinesWithoutATerminal)
 {
     AddFile("file", "abc");
     const ST_ChildResult stResult = Hash();

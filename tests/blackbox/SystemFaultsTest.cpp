@@ -134,7 +134,7 @@ protected:
     }
 };
 
-TEST_F(NoFilesTest, SubmissionFailsWithItsRecordAndWhatIsQueuedRuns)
+TEST_F(NoFilesTest, SubmissionFailsWithALogRecordAndQueuedTasksRun)
 {
     const ST_ChildResult stResult = RunHost(NO_FILES_HOST, {"busy"}, RECORDER_FOLDER);
     EXPECT_FALSE(stResult.m_bTimedOut);

@@ -64,7 +64,7 @@ protected:
     CLS_Counter m_clsRuns;
 };
 
-TEST_F(TaskSweepTest, FinishedTasksAreDeletedWithWhatTheyCaptured)
+TEST_F(TaskSweepTest, FinishedTasksAreDeletedWithTheirCaptures)
 {
     const auto pCaptured = std::make_shared<int>(0);
     for (int i = 0; i < 3; ++i)
@@ -184,7 +184,7 @@ TEST_F(TaskSweepTest, SweepBuildsNoPool)
     EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
 }
 
-TEST_F(TaskSweepTest, WhatAnEndedPoolLeftBehindIsDeleted)
+TEST_F(TaskSweepTest, TasksThatAnEndedPoolLeftBehindAreDeleted)
 {
     std::string strTaskId;
     AddLoopTask([this] { m_clsRuns.Add(); }, 3600000, strTaskId, "loop");

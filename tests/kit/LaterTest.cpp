@@ -140,7 +140,7 @@ TEST(LaterTimerTest, OneTimerServesAllTasksAndEndsWhenTheFirstIsDue)
     EXPECT_LE(clsPool.m_vecIntervals.back(), 1000);
 }
 
-TEST(LaterTimerTest, TheTimersSecondRunQueuesWhatIsDueAndMakesTheNextTimer)
+TEST(LaterTimerTest, TheTimersSecondRunQueuesDueTasksAndStartsTheNextTimer)
 {
     CLS_TimerStandIn clsPool;
     ASSERT_TRUE(clsPool.m_optOwner->SubmitAfter(
@@ -173,7 +173,7 @@ TEST(LaterTimerTest, NoTimerExistsWhenNothingWaits)
     EXPECT_EQ(0U, clsPool.m_clsPool.TakeSnapshot().m_uiQueued);
 }
 
-TEST(LaterTimerTest, WithoutATimerTheHeartbeatQueuesWhatIsDue)
+TEST(LaterTimerTest, WithoutATimerTheHeartbeatQueuesDueTasks)
 {
     CLS_TimerStandIn clsPool;
     clsPool.m_uiRefused = 2;
@@ -185,7 +185,7 @@ TEST(LaterTimerTest, WithoutATimerTheHeartbeatQueuesWhatIsDue)
     ASSERT_EQ(3U, clsPool.m_vecIntervals.size()) << "a worker for the task";
 }
 
-TEST_F(DebounceTest, RunsOnceWhenItHasBeenQuiet)
+TEST_F(DebounceTest, RunsOnceAfterTheQuietTime)
 {
     CLS_TaskOwner clsOwner(GetPool(), "owner");
     std::atomic<int> iRuns{0};
@@ -303,7 +303,7 @@ TEST_F(DebounceTest, AnExceptionIsReportedAndTheDebounceContinues)
     EXPECT_TRUE(WaitUntil([&] { return clsFailures.GetAll().size() == 2; }));
 }
 
-TEST_F(DebounceTest, WithoutACallableNoTriggerIsTaken)
+TEST_F(DebounceTest, WithoutACallableTriggersAreRefused)
 {
     CLS_TaskOwner clsOwner(GetPool(), "owner");
     EXPECT_FALSE(CLS_Debounce(clsOwner, milliseconds(1), std::function<void()>(), "empty").Trigger());

@@ -159,7 +159,7 @@ TEST_F(LimitTest, OtherOwnersAreNotHeldUp)
     clsMayEnd.Open();
 }
 
-TEST(LimitWorkersTest, TheNextStartsWhileTheHostReleasesWhatARemovalKept)
+TEST(LimitWorkersTest, TheNextTaskStartsWhileAnObjectThatARemovalKeptIsReleased)
 {
     CLS_Gate clsOldStarted;
     CLS_Gate clsOldMayEnd;

@@ -223,7 +223,7 @@ TEST_F(LoopTaskTest, TakesACallableThatCanOnlyBeMovedAndDestroysItOnceOnTheRemov
     EXPECT_EQ(std::this_thread::get_id(), stEnd.m_idThread.load());
 }
 
-TEST_F(LoopTaskTest, RemovedLaterItDoesNotWaitAndKeepsWhatTheRunUses)
+TEST_F(LoopTaskTest, RemovingLaterDoesNotWaitAndKeepsWhatTheRunUses)
 {
     CLS_Gate clsStarted;
     CLS_Gate clsMayEnd;
@@ -247,7 +247,7 @@ TEST_F(LoopTaskTest, RemovedLaterItDoesNotWaitAndKeepsWhatTheRunUses)
     EXPECT_NE(std::this_thread::get_id(), stKept.m_idThread.load());
 }
 
-TEST_F(LoopTaskTest, RemovedLaterBetweenItsRunsItsCallableGoesOnAWorker)
+TEST_F(LoopTaskTest, RemovingLaterBetweenRunsDestroysTheCallableOnAWorker)
 {
     CLS_Witness::ST_End stEnd;
     CLS_Counter clsRuns;
@@ -262,7 +262,7 @@ TEST_F(LoopTaskTest, RemovedLaterBetweenItsRunsItsCallableGoesOnAWorker)
 
 static_assert(noexcept(std::declval<CLS_LoopTask&>().RemoveLater()));
 
-TEST_F(LoopTaskTest, RemovedLaterItDoesTheSameWhicheverAllocationFails)
+TEST_F(LoopTaskTest, RemovingLaterHasTheSameEffectWhicheverAllocationFails)
 {
     bool bFailed = true;
     for (int iAllocation = 1; bFailed; ++iAllocation)
@@ -295,7 +295,7 @@ TEST_F(LoopTaskTest, AnEmptyCallableIsNotAdded)
     EXPECT_TRUE(clsTask.Remove());
 }
 
-TEST_F(LoopTaskTest, GoesOnAfterARunThatThrows)
+TEST_F(LoopTaskTest, ContinuesAfterARunThatThrows)
 {
     CLS_Counter clsFailures;
     CLS_LoopTask clsTask(

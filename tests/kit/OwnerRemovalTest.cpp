@@ -41,7 +41,7 @@ struct ST_Stubborn
     }
 };
 
-TEST_F(OwnerRemovalTest, NothingStartsOrIsTakenDuringTheRemoval)
+TEST_F(OwnerRemovalTest, NoTaskStartsOrIsAcceptedDuringTheRemoval)
 {
     ST_Stubborn stStubborn;
     CLS_Gate clsRemoving;
@@ -251,7 +251,7 @@ TEST_F(OwnerRemovalTest, RemovingLaterDoesNotWaitAndReleasesTheKeptObjectWithThe
 
 static_assert(noexcept(std::declval<CLS_TaskOwner&>().RemoveTasksLater()));
 
-TEST_F(OwnerRemovalTest, RemovingLaterDoesTheSameWhicheverAllocationFails)
+TEST_F(OwnerRemovalTest, RemovingLaterHasTheSameEffectWhicheverAllocationFails)
 {
     bool bFailed = true;
     for (int iAllocation = 1; bFailed; ++iAllocation)

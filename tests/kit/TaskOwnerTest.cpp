@@ -50,7 +50,7 @@ TEST_F(TaskOwnerTest, TheDestructorWaitsForRunningTasks)
     EXPECT_TRUE(bEnded);
 }
 
-TEST_F(TaskOwnerTest, TheDestructorRemovesTheOwnersTasksAlone)
+TEST_F(TaskOwnerTest, TheDestructorRemovesOnlyTheOwnersTasks)
 {
     // The last ones submitted cannot have started.
     CLS_Gate clsMayEnd;

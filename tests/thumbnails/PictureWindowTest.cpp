@@ -226,7 +226,7 @@ TEST_F(PictureWindowTest, MarksBrokenPicturesAndCountsThem)
               GetData(wndPictures, 10, Qt::ToolTipRole).toString().toStdString());
 }
 
-TEST_F(PictureWindowTest, SaysWhyThereIsNothingToSee)
+TEST_F(PictureWindowTest, SaysWhyNoPictureIsShown)
 {
     const QString strEmpty = AddFolder("empty");
     const CLS_PictureWindow& wndEmpty = *Open(strEmpty);
