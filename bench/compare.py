@@ -1,12 +1,12 @@
 #!/usr/bin/env python3
 """Compares two builds of the pool library, in one run.
 
-In each pass each build runs each workload, one right after the other; the first of them changes. So disturbances of
-the machine spread over both. Short workloads run several times in a pass.
+In each pass, both builds run each workload, one right after the other. They take turns to go first, so disturbances of
+the machine affect both alike. Short workloads run several times in a pass.
 
-Prints the table with the medians, their ratios and the goals. Writes it, with comparison.json, into
-build/bench/comparison; --publish writes bench/comparison.json and the performance page instead. Exit status 1 when a
-program failed; no value fails the run.
+Prints a table with the medians, their ratios and the goals. Writes it, with comparison.json, to
+build/bench/comparison; --publish writes bench/comparison.json and the performance page instead. The exit status is 1 if
+a program fails; a missed goal does not change it.
 """
 import argparse
 import os
@@ -57,7 +57,7 @@ def make_builds(options):
 
 
 def measure(options):
-    """The results, and whether every program succeeded."""
+    """Returns the results, and whether every program succeeded."""
     load = run.warn_of_load()
     builds = make_builds(options)
     workloads = [name for name in comparison.WORKLOADS if not options.only or name in options.only]

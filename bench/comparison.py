@@ -1,11 +1,11 @@
-"""What a comparison of two builds of the pool shows, and the goals of the later one."""
+"""The tables that compare two builds of the pool, and the goals of the later build."""
 from data import TITLES, VALUES, Measured
 from tables import QUICK_NOTE, describe_machine, format_range, make_table
 
 BEFORE = "before"
 AFTER = "after"
 
-# "No worse" allows this much, and whatever lies within the earlier build's own spread.
+# "No worse" allows this factor, and any value within the earlier build's own spread.
 NOISE = 1.05
 
 
@@ -18,14 +18,14 @@ class Goal:
         self.at_least = at_least
 
     def show(self, measured, workload, case, name):
-        """The cells of both builds; nothing when one was not measured."""
+        """Returns the cells of both builds; None if one was not measured."""
         ranges = measured.ranges(workload, case, name)
         if BEFORE not in ranges or AFTER not in ranges:
             return None
         return format_range(name, ranges[BEFORE]), format_range(name, ranges[AFTER])
 
     def find_value(self, measured, workload, case, name):
-        """What the bound is for."""
+        """Returns the value to compare with the bound."""
         return divide_medians(measured, workload, case, name)
 
     def judge(self, measured, workload, case, name):
@@ -37,7 +37,7 @@ class Goal:
 
 
 class NoWorse(Goal):
-    """The later median is at most a little worse, or no worse than the worst pass of the earlier build."""
+    """A goal that the later median meets if it is at most slightly worse, or no worse than the earlier worst pass."""
 
     def judge(self, measured, workload, case, name):
         before = measured.range(workload, case, name, BEFORE)
@@ -71,7 +71,7 @@ class ShareOfFirst(Goal):
 
 
 def divide_medians(measured, workload, case, name):
-    """The later median divided by the earlier one; nothing when that is not possible."""
+    """Returns the later median divided by the earlier one; None if that is not possible."""
     before, after = (measured.median(workload, case, name, build) for build in (BEFORE, AFTER))
     return after / before if before and after is not None else None
 
@@ -88,7 +88,7 @@ NO_WORSE = NoWorse("no worse", NOISE)
 SHARE = ShareOfFirst("after: at least 0.95", 0.95, at_least=True)
 SHOWN = Goal("-", None)
 
-# Workload, number of the case, value, goal. A value without a goal is shown only.
+# Workload, number of the case, value, goal. A value without a goal is only shown.
 ROWS = [
     ("W1", 0, "wall_ms", NO_WORSE),
     ("W2", 0, "submitter_us", at_most(0.8)),
@@ -130,17 +130,17 @@ ROWS = [
 WORKLOADS = [name for name in TITLES if any(row[0] == name for row in ROWS)]
 # The workloads that take a second or less run several times in a pass, because their values vary most.
 ROUNDS = {"W1": 3, "W2": 5, "W4": 3, "W10": 3}
-# Counts that hardly vary: one pass is enough.
+# Workloads whose counts hardly vary, so one pass is enough.
 ONCE = ("W8",)
 
 
 def count_rounds(workload, number):
-    """How often the workload runs in the pass with that number, from 0."""
+    """Returns how many times the workload runs in the pass with that number, counted from 0."""
     return int(number == 0) if workload in ONCE else ROUNDS.get(workload, 1)
 
 
 def make_row(measured, row, quick):
-    """The cells of the row; nothing when it was not measured."""
+    """Returns the cells of the row; None if it was not measured."""
     workload, number, name, goal = row
     if workload not in measured.cases:
         return None
@@ -169,7 +169,7 @@ def write_table(results):
 
 
 def write(results):
-    """The table, and how it was measured."""
+    """Returns the table, and a description of the measurement."""
     parts = [describe_machine(results), write_table(results)]
     if results["quick"]:
         parts.insert(0, QUICK_NOTE)

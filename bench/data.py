@@ -1,4 +1,4 @@
-"""The results of a measurement, and what reads them."""
+"""The results of a measurement, and functions that read them."""
 import json
 import re
 import statistics
@@ -23,7 +23,7 @@ TITLES = {
     "W12": "CPU time of an empty task beside many finished ones",
 }
 
-# What tables call a value, and whether more is better. A name that ends in _us or _ms is a time.
+# The title of each value in tables, and whether more is better. A value whose name ends in _us or _ms is a time.
 VALUES = {
     "wall_ms": ("wall time", False),
     "submitter_us": ("CPU of the submitter", False),
@@ -53,17 +53,17 @@ VALUES = {
 
 
 def get_unit(name):
-    """The seconds in one unit of the value, when it is a time."""
+    """Returns the unit of a time in seconds; None if the value is not a time."""
     return {"us": 1e-6, "ms": 1e-3}.get(name.rpartition("_")[2])
 
 
 def round_number(value):
-    """Four digits that count: no measurement has more."""
+    """Rounds to four significant digits: no measurement is more precise."""
     return float(f"{value:.4g}")
 
 
 def make_range(samples):
-    """What results keep of the passes."""
+    """Returns what results keep of the passes: the median, and the range if there is one."""
     rounded = {"median": round_number(statistics.median(samples))}
     if len(samples) > 1:
         rounded.update(least=round_number(min(samples)), greatest=round_number(max(samples)))
@@ -71,7 +71,7 @@ def make_range(samples):
 
 
 def summarise(measurements):
-    """A list of cases, each with the ranges of its values by system, from the lines that the programs printed."""
+    """Makes a list of cases from the lines that the programs printed. Each case has its values' ranges by system."""
     samples, cases = {}, {}
     for line in measurements:
         place = line["workload"], line["case"]
@@ -88,7 +88,7 @@ def summarise(measurements):
 
 
 def write(results, path):
-    """Writes the file, with one line for each range."""
+    """Writes the results to a file, with one line for each range."""
     text = json.dumps(results, indent=1, ensure_ascii=False)
     text = re.sub(r'\{\s+("median"[^{}]*?)\s+\}', lambda found: "{" + " ".join(found[1].split()) + "}", text)
     with open(path, "w", encoding="utf-8") as file:
@@ -115,15 +115,15 @@ class Measured:
         return self.found[workload, case]["x"]
 
     def refusals(self, workload, case):
-        """By system, why it does not offer this."""
+        """Returns the systems that do not offer this case, each with the reason."""
         return self.found[workload, case].get("not_offered", {})
 
     def values(self, workload, case):
-        """Names of what was measured there, in order of appearance."""
+        """Returns the names of the measured values, in order of appearance."""
         return list(self.found[workload, case]["values"]) if (workload, case) in self.found else []
 
     def ranges(self, workload, case, name):
-        """By system, in the systems' order; those with another number of threads come last."""
+        """Returns the ranges by system, in the systems' order. Systems with another number of threads come last."""
         found = self.found.get((workload, case), {}).get("values", {}).get(name, {})
         order = list(self.systems)
         names = sorted(found, key=lambda system: (order.index(system) if system in order else len(order), system))
@@ -133,7 +133,7 @@ class Measured:
         return {system: values["median"] for system, values in self.ranges(workload, case, name).items()}
 
     def range(self, workload, case, name, system):
-        """None when it was not measured."""
+        """Returns the range of the value; None if it was not measured."""
         return self.ranges(workload, case, name).get(system)
 
     def median(self, workload, case, name, system):
@@ -143,7 +143,7 @@ class Measured:
         return system in self.systems and system not in (OURS, FLOOR, KIT)
 
     def best_peer(self, workload, case, name):
-        """Name and median of the best peer in its default configuration; None when none can do it."""
+        """Returns the name and median of the best peer in its default configuration; None if no peer was measured."""
         peers = {
             system: value for system, value in self.medians(workload, case, name).items() if self.is_peer(system)
         }

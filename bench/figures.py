@@ -1,4 +1,4 @@
-"""Draws the pictures of the performance page: a row for each system, and dots on a logarithmic axis."""
+"""Draws the pictures of the performance page. Each has a row for each system, with dots on a logarithmic axis."""
 import os
 import sys
 
@@ -12,7 +12,7 @@ NAMES = {OURS: "this pool", KIT: "this pool, host kit", FLOOR: "floor"}
 
 
 def name_system(measured, system):
-    """The name in a picture, with what decides how many tasks block at once."""
+    """Returns the name to show, with the setting that limits how many tasks can block at once."""
     if system in NAMES:
         return NAMES[system]
     threads = measured.systems[system]["threads"]
@@ -22,7 +22,7 @@ def name_system(measured, system):
 
 
 def start_rows(names, values, form):
-    """An empty picture, with room for a label to the right of the greatest value."""
+    """Makes an empty picture, with space for a label to the right of the greatest value."""
     figure, axes = plt.subplots(figsize=(3.4, 0.26 * len(names)))
     axes.set_xscale("log")
     theme.use_log_axis(axes.xaxis, form)
@@ -36,7 +36,7 @@ def start_rows(names, values, form):
 
 
 def set_title(figure, axes, title):
-    """Places the title above the names of the rows, for they take half of the width."""
+    """Places the title above the names of the rows, because they take half of the width."""
     figure.canvas.draw()
     left = min(tick.get_window_extent().x0 for tick in axes.get_yticklabels())
     box = axes.get_window_extent()
@@ -44,7 +44,7 @@ def set_title(figure, axes, title):
 
 
 def draw_row(axes, row, points, form, ours):
-    """The median, and the 99th percentile when there is one; both as text to the right of them."""
+    """Draws the median, and the 99th percentile if there is one, with both as text to their right."""
     colour = BLUE if ours else SOFT
     axes.plot((axes.get_xlim()[0], points[0]), (row, row), color=GRID, linewidth=1, zorder=0)
     if len(points) > 1:
@@ -64,7 +64,7 @@ def draw_row(axes, row, points, form, ours):
 
 
 def draw_rows(measured, rows, title, label, form):
-    """_rows_: the points of each system, best first."""
+    """Draws a picture. _rows_ has the points of each system, best first."""
     names = [name_system(measured, system) for system in rows]
     figure, axes = start_rows(names, [point for points in rows.values() for point in points], form)
     for row, (system, points) in enumerate(rows.items()):
@@ -78,7 +78,7 @@ def draw_rows(measured, rows, title, label, form):
 
 
 def collect(measured, workload, case, names, scale, best_first=1):
-    """The points of each system in its default configuration, best first; nothing without ours."""
+    """Returns the points of each system in its default configuration, best first; nothing without this pool."""
     found = [measured.medians(workload, case, name) for name in names]
     if OURS not in found[0]:
         return {}
@@ -88,7 +88,7 @@ def collect(measured, workload, case, names, scale, best_first=1):
 
 
 def draw_blocking(measured):
-    # The floor says nothing to a host that chooses a pool.
+    # The floor is left out: it does not help a host to choose a pool.
     rows = collect(measured, "W1", "", ["wall_ms"], 1e-3)
     rows.pop(FLOOR, None)
     return rows and draw_rows(
@@ -116,7 +116,7 @@ DRAWERS = {"W1": draw_blocking, "W3": draw_delays, "W4": draw_empty}
 
 
 def draw(results, paths, source):
-    """Draws what was measured. _paths_ by workload; _source_ says in each file which results it was drawn from."""
+    """Draws the results. _paths_ has a path for each workload; _source_ tells in each file which results it shows."""
     measured = Measured(results)
     with plt.rc_context(theme.STYLE):
         for workload, path in paths.items():

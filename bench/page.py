@@ -1,4 +1,4 @@
-"""The tables of the performance page: each stands between two comments and shows a file of this folder."""
+"""Writes the tables of the performance page. Each is between two comments and shows a file of this folder."""
 import os
 import sys
 
@@ -8,19 +8,19 @@ import task_costs
 
 BENCH = os.path.dirname(os.path.abspath(__file__))
 PAGE = os.path.join(BENCH, "..", "docs", "performance.md")
-# By file: what writes its tables.
+# The function that writes the tables of each file.
 WRITERS = {"comparison.json": comparison.write, "costs.json": task_costs.write}
 
 
 def write_block(name):
-    """The comments with the tables; only the comments while nothing is published."""
+    """Returns the comments with the tables between them; without tables if nothing is published."""
     path = os.path.join(BENCH, name)
     tables = f"\n{WRITERS[name](data.read(path))}\n" if os.path.exists(path) else ""
     return f"<!-- from bench/{name} -->\n{tables}<!-- end of bench/{name} -->"
 
 
 def fill(text):
-    """The text of the page with the tables of now."""
+    """Returns the text of the page with current tables."""
     for name in WRITERS:
         start, end = f"<!-- from bench/{name} -->", f"<!-- end of bench/{name} -->"
         if text.count(start) != 1 or text.count(end) != 1:
@@ -42,7 +42,7 @@ def publish():
 
 
 def store(name, results, folder):
-    """Writes the results and their tables into the folder. Publishes them when there is none."""
+    """Writes the results and their tables to the folder. Publishes them if no folder is given."""
     if folder is None:
         data.write(results, os.path.join(BENCH, name))
         publish()

@@ -2,10 +2,10 @@
 """Shows where the CPU time of an empty task goes, with 1 and with 8 submitters.
 
 perf samples the stacks of all threads and counts the system calls. The program counts the context switches, and a
-preloaded library counts the allocations. Each of these is a run of its own, so that none disturbs another; further runs
-without any of them measure the CPU time that the samples divide.
+preloaded library counts the allocations. Each tool has a run of its own, so that none disturbs another. Further runs
+without a tool measure the CPU time that the samples divide.
 
-Writes the tables, with costs.json, into build/bench/costs; --publish writes bench/costs.json and the performance page
+Writes the tables, with costs.json, to build/bench/costs; --publish writes bench/costs.json and the performance page
 instead. Needs Linux, perf, and root for the events of the kernel.
 """
 import argparse
@@ -24,13 +24,13 @@ import run
 import task_costs
 
 CASES = {"1 submitter": "profile-1", "8 submitters": "profile-8"}
-# The tasks that warm the pool up before the measurement: the counts of whole runs include them.
+# The tasks that warm up the pool before the measurement. The counts of whole runs include them.
 WARM_UP_TASKS = 1000
-# Runs without a tool; the median of their CPU time counts.
+# The number of runs without a tool. The median of their CPU times is used.
 PLAIN_RUNS = 5
-# Samples per second of CPU time. No divisor of a timer's frequency, so that the samples hit no rhythm.
+# Samples per second of CPU time. No timer's frequency is a multiple of it, so the samples do not follow a timer.
 FREQUENCY = 1499
-# Bytes of each stack that a sample keeps. A std::random_device alone takes 5,000.
+# The bytes of the stack that each sample keeps. A std::random_device alone takes 5,000.
 STACK_BYTES = 8192
 CALLS = ("futex", "sched_yield", "openat", "read", "close", "mmap", "mprotect", "munmap", "madvise")
 
@@ -40,7 +40,7 @@ def fail(why):
 
 
 def run_tool(command, environment=None):
-    """What the command printed to standard output."""
+    """Runs the command and returns its standard output."""
     variables = {**os.environ, **(environment or {})}
     done = subprocess.run(command, capture_output=True, text=True, check=False, errors="replace", env=variables)
     if done.returncode != 0:
@@ -57,7 +57,7 @@ def check_tools(library, counter):
     for path in (library, counter):
         if not os.path.isfile(path):
             fail(f"no such file: {path}")
-    # The shell that starts a program makes system calls, whatever the program.
+    # The shell that starts a program makes system calls for any program.
     probe = ["perf", "stat", "-x,", "-e", "raw_syscalls:sys_enter", "--", "true"]
     if subprocess.run(probe, capture_output=True, check=False).returncode != 0:
         fail("perf cannot count system calls: run as root, on a kernel with tracepoints")
@@ -78,7 +78,7 @@ class Program:
         self.command += ["--quick"] if options.quick else []
 
     def run(self, prefix=(), environment=None):
-        """The values that the program printed, and the number of tasks that they are for."""
+        """Returns the values that the program printed, and the number of tasks that they are for."""
         output = run_tool(list(prefix) + self.command, environment)
         lines = [json.loads(line) for line in output.splitlines() if line.startswith("{")]
         if len(lines) != 1:
@@ -92,7 +92,7 @@ def measure_plain(program, runs):
 
 
 def count_calls(program, tasks, folder):
-    """The system calls per task: all of them, and by name those that tasks make."""
+    """Returns the system calls per task: the total, and the number by name of those that tasks make."""
     path = os.path.join(folder, "calls.csv")
     events = ["raw_syscalls:sys_enter"] + [f"syscalls:sys_enter_{name}" for name in CALLS]
     program.run(["perf", "stat", "-x,", "-o", path, "-e", ",".join(events), "--"])
@@ -109,13 +109,13 @@ def count_calls(program, tasks, folder):
 
 
 class Symbols:
-    """The functions at addresses of a file, with those that were inlined there."""
+    """Finds the functions at addresses of a file, including the functions inlined there."""
 
     def __init__(self):
         self.known = {}
 
     def look_up(self, path, addresses):
-        """Asks for all addresses of a file at once, because each start of the tool reads its debug information."""
+        """Looks up all addresses of a file at once, because the tool reads the debug information at each start."""
         if not os.path.isfile(path):
             return
         asked = "\n".join(hex(address) for address in sorted(addresses))
@@ -123,7 +123,7 @@ class Symbols:
             ["addr2line", "-a", "-f", "-i", "-C", "-e", path], input=asked, capture_output=True, text=True, check=False
         )
         address = None
-        # After each address: pairs of lines, with a function and with its place in the sources.
+        # Pairs of lines follow each address: a function, and its place in the sources.
         for number, line in enumerate(done.stdout.splitlines()):
             if line.startswith("0x"):
                 address, first = int(line, 16), number + 1
@@ -139,7 +139,7 @@ STACK_LINE = re.compile(r"\s+([0-9a-f]+) (.+) \((.*)\)$")
 
 
 def read_stacks(text):
-    """By sample: the name of the thread, and (address, function, file) of each frame, innermost first."""
+    """Returns, for each sample, the thread's name and each frame's (address, function, file), innermost first."""
     stacks = []
     for block in text.split("\n\n"):
         lines = block.strip("\n").splitlines()
@@ -156,11 +156,11 @@ def read_stacks(text):
 
 
 def resolve_stacks(stacks, library):
-    """Adds the functions that the compiler inlined into the library's."""
+    """Adds the functions that the compiler inlined into the functions of the library."""
     path = os.path.realpath(library)
 
     def find_address(number, address):
-        # A caller's address is that of its next instruction.
+        # The address of a caller is that of the instruction after the call.
         return address - (1 if number > 0 else 0)
 
     addresses = {

@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""Writes the tables and the pictures that show measurements, from their results alone.
+"""Writes the tables and pictures that show measurements, from the stored results.
 
     publish.py            writes bench/RESULTS.md and docs/pictures from bench/results.json, and the tables of
                           docs/performance.md from bench/comparison.json and bench/costs.json
-    publish.py --check    fails when one of them does not show its results; needs no matplotlib
+    publish.py --check    fails if a table or picture does not match its results; needs no matplotlib
 """
 import hashlib
 import os
@@ -15,7 +15,7 @@ import tables
 
 BENCH = os.path.dirname(os.path.abspath(__file__))
 PICTURES = os.path.join(BENCH, "..", "docs", "pictures")
-# By workload.
+# The picture of each workload.
 PICTURE_NAMES = {"W1": "blocking-tasks.svg", "W3": "start-delay.svg", "W4": "empty-tasks.svg"}
 
 
@@ -25,13 +25,13 @@ def read_text(path):
 
 
 def name_source(path):
-    """What the pictures say that they were drawn from."""
+    """Returns the note in the pictures about their source."""
     digest = hashlib.sha256(read_text(path).encode()).hexdigest()
     return f"Drawn from results.json, SHA-256 {digest[:16]}"
 
 
 def publish(folder=BENCH, pictures=PICTURES):
-    """Writes the table into the folder of results.json, and the pictures into theirs."""
+    """Writes the table to the folder of results.json, and the pictures to their folder."""
     path = os.path.join(folder, "results.json")
     results = data.read(path)
     with open(os.path.join(folder, "RESULTS.md"), "w", encoding="utf-8") as file:
@@ -46,7 +46,7 @@ def publish(folder=BENCH, pictures=PICTURES):
 
 
 def find_outdated():
-    """The published files that do not show their results."""
+    """Returns the published files that do not match their results."""
     path = os.path.join(BENCH, "results.json")
     outdated = []
     if read_text(os.path.join(BENCH, "RESULTS.md")) != tables.write(data.read(path)):

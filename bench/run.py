@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
-"""Runs the benchmark programs and writes what they measured.
+"""Runs the benchmark programs and writes their results.
 
-In each pass each system runs each workload once. The order rotates from workload to workload and from pass to pass, so
-that disturbances of the machine spread over all systems. Exit status 1 when a program failed; no value fails the run.
+In each pass, each system runs each workload once. The order rotates with each workload and pass, so disturbances of the
+machine affect all systems alike. The exit status is 1 if a program fails; a missed target does not change it.
 
-A complete run writes bench/results.json, and from it bench/RESULTS.md and three pictures of docs/pictures. A part, a
-quick run or one in which a program failed writes the same files into build/bench.
+A complete run writes bench/results.json, and from it bench/RESULTS.md and three pictures in docs/pictures. A partial
+run, a quick run or a run with a failed program writes the same files to build/bench.
 """
 import argparse
 import json
@@ -24,12 +24,12 @@ import tables
 
 OPERATIONS = "operations"
 WORKLOADS = ("W1", "W2", "W3", "W4", "W4b", "W5", "W6", "W7", "W8", "W9", "W10", "W11", "W12")
-# These also run peers with as many threads as the pool may make.
+# These workloads also run peers with as many threads as the pool may start.
 MANY_THREADS_WORKLOADS = ("W1",)
 MANY_THREADS = 301
-# The greatest load average of a quiet machine.
+# The highest load average of a machine that counts as quiet.
 QUIET_LOAD = 0.3
-# Seconds after which a program counts as hung, by --quick. Long enough for a quick run on a busy machine.
+# The seconds after which a program counts as hung, with --quick and without. They suffice on a busy machine.
 LONGEST_RUN = {True: 600, False: 1800}
 
 
@@ -50,7 +50,7 @@ class System:
         self.threads = described[0]["threads"]
 
     def run(self, arguments, limit):
-        """The lines that the program printed; none when it failed."""
+        """Returns the lines that the program printed; none if it failed."""
         output = run_program(self.command + arguments, limit)
         # The loader of the pool's logging library prints lines, too.
         lines = [json.loads(line) for line in output.splitlines() if line.startswith("{")]
@@ -60,8 +60,8 @@ class System:
 
 
 def run_program(command, limit):
-    """What the program printed. When it failed, prints the reason and returns nothing."""
-    # The program starts others. A group ends them together.
+    """Returns what the program printed. If it failed, prints the reason and returns nothing."""
+    # The program starts other processes. Its process group is killed as a whole.
     with subprocess.Popen(
         command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, start_new_session=True
     ) as process:
@@ -103,8 +103,8 @@ def count_one_round(_workload, _number):
 
 
 def measure(systems, workloads, passes, quick, count_rounds=count_one_round):
-    """All measurements, and whether every program succeeded. _count_rounds_ tells how often a workload runs in a
-    pass."""
+    """Returns all measurements, and whether every program succeeded. _count_rounds_ tells how many times a workload
+    runs in a pass."""
     measurements = []
     complete = True
     for number in range(passes):
@@ -121,10 +121,10 @@ def measure(systems, workloads, passes, quick, count_rounds=count_one_round):
 
 
 def measure_operations(program, passes, quick):
-    """By name: the ranges of wall and CPU time; nothing when the program failed."""
+    """Returns the ranges of wall and CPU time by operation; nothing if the program failed."""
     print(OPERATIONS, file=sys.stderr)
     with tempfile.TemporaryDirectory() as folder:
-        # Not from standard output: the loader of the pool's logging library prints lines, too.
+        # A file, because the loader of the pool's logging library also prints to standard output.
         path = os.path.join(folder, "operations.json")
         command = [program, f"--benchmark_repetitions={passes}", "--benchmark_out=" + path]
         if quick:
@@ -161,7 +161,7 @@ def name_processor():
 
 
 def read_cache(folder, name):
-    """A value of the build that made the programs; empty when there is none."""
+    """Returns a value from the CMake cache of the programs' build; empty if there is none."""
     with open(os.path.join(folder, "..", "CMakeCache.txt"), encoding="utf-8") as file:
         for line in file:
             if line.startswith(name + ":"):
@@ -182,7 +182,7 @@ def describe_machine(folder):
 
 
 def describe_run(options, load):
-    """What all kinds of results begin with."""
+    """Returns the beginning that all kinds of results share."""
     return {
         "date": time.strftime("%Y-%m-%d", time.gmtime()),
         "library": read_cache(options.bin, "CMAKE_PROJECT_VERSION"),
@@ -223,7 +223,7 @@ def read_options():
 
 
 def wants_operations(options):
-    """Operations are linked with this project's sources, so they tell nothing about another library."""
+    """Returns whether to measure operations. They use this project's sources, so another library cannot run them."""
     if options.library or options.systems:
         return False
     asked = not options.only or OPERATIONS in options.only
@@ -231,7 +231,7 @@ def wants_operations(options):
 
 
 def choose_folder(options, complete):
-    """Where to write; nothing to publish."""
+    """Returns the folder to write to; None to publish."""
     if options.output:
         return options.output
     folder = os.path.join(options.bin, "..")
@@ -242,7 +242,7 @@ def choose_folder(options, complete):
 
 
 def write(results, folder):
-    """Writes results.json, and what shows it, into the folder; publishes it all when there is none."""
+    """Writes results.json and the files that show it to the folder. Publishes them if no folder is given."""
     if folder is None:
         data.write(results, os.path.join(publish.BENCH, "results.json"))
         publish.publish()

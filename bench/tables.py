@@ -1,4 +1,4 @@
-"""Results as Markdown."""
+"""Writes results as Markdown."""
 import targets
 from data import FLOOR, KIT, OURS, TITLES, VALUES, Measured, get_unit
 
@@ -7,7 +7,7 @@ GENERATED = "<!-- Generated from results.json: scripts/bench.sh measures anew, b
 
 
 def format_number(value):
-    """Three digits that count."""
+    """Formats the number with three significant digits."""
     size = abs(value)
     if size >= 1000:
         return f"{float(f'{value:.3g}'):,.0f}"
@@ -17,7 +17,7 @@ def format_number(value):
 
 
 def choose_unit(name, value):
-    """What a value is divided by, and the unit to print after it; times get the one that suits them."""
+    """Returns the divisor of the value, and the unit to print after it. The unit of a time depends on its size."""
     seconds = get_unit(name)
     if seconds is None:
         return 1, ""
@@ -84,7 +84,7 @@ def describe_systems(results):
 
 
 def describe_verdict(results, measured, place, system=OURS):
-    """Targets and verdicts for a system's value at its place: workload, case, name."""
+    """Returns the targets and verdicts for a system's value. Its place is workload, case and name."""
     found = targets.find(measured, *place, system)
     words = {True: "reached", False: "**missed**", None: "-"}
     verdicts = ["-" if results["quick"] else words[target.judge(measured, *place, system)] for target in found]
@@ -125,7 +125,7 @@ def make_kit_row(results, measured, place):
 
 
 def find_places(measured, system):
-    """Workload, case and name of each value of the system that has a target."""
+    """Returns workload, case and name of each value of the system that has a target."""
     return [
         (workload, case, name)
         for workload, cases in measured.cases.items()
@@ -136,7 +136,7 @@ def find_places(measured, system):
 
 
 def write_targets(results):
-    """What the pool reached, with floor and best peer."""
+    """Returns the table of the pool's values, with the floor and the best peer."""
     measured = Measured(results)
     heads = ["", "what", "ours: median (least to greatest)", "floor", "ours / floor"]
     heads += ["best peer", "ours / peer", "target", "verdict"]
@@ -144,7 +144,7 @@ def write_targets(results):
 
 
 def write_kit_targets(results):
-    """What the host kit reached, with the bare functions and the best peer."""
+    """Returns the table of the host kit's values, with the bare functions and the best peer."""
     measured = Measured(results)
     heads = ["", "what", "kit: median (least to greatest)", "bare", "kit / bare", "best peer", "target", "verdict"]
     return make_table(heads, [make_kit_row(results, measured, place) for place in find_places(measured, KIT)])
@@ -156,7 +156,7 @@ def write_cell(measured, place, system):
 
 
 def write_value(measured, workload, name):
-    """One value of a workload: a row for each system, a column for each case."""
+    """Returns the table of one value of a workload: a row for each system, a column for each case."""
     cases = [case for case in measured.cases[workload] if name in measured.values(workload, case)]
     names = {system: None for case in cases for system in measured.medians(workload, case, name)}
     names.update({system: None for case in cases for system in measured.refusals(workload, case)})
@@ -175,7 +175,7 @@ def write_workload(measured, workload):
 
 
 def write_operations(results):
-    """What Google Benchmark measured; results keep its nanoseconds as microseconds."""
+    """Returns the table of Google Benchmark's measurements. The results have its nanoseconds as microseconds."""
     rows = [
         [name, format_range("wall_us", operation["wall_us"]), format_range("cpu_us", operation["cpu_us"])]
         for name, operation in results["operations"].items()

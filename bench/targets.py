@@ -1,10 +1,10 @@
-"""What the pool should reach."""
+"""The targets of the pool and of the host kit."""
 from data import FLOOR, KIT, OURS
 
 
 class Target:
-    """A text, and a function that gives the most that a value may be, or the least; None when something that it
-    compares with was not measured."""
+    """A text, and a function that returns the limit of a value: the greatest or the least permitted one. The function
+    returns None if a value that it needs was not measured."""
 
     def __init__(self, text, bound, at_least=False):
         self.text = text
@@ -37,7 +37,7 @@ def fixed(value):
 
 
 def fifteenth_of_pools(measured, workload, case, name):
-    """A 15th of the time of the fastest peer that does not start a thread for each task."""
+    """Returns a 15th of the time of the fastest peer that does not start a thread for each task."""
     pools = [
         value
         for system, value in measured.medians(workload, case, name).items()
@@ -51,7 +51,7 @@ def one_in_ten_thousand(measured, workload, case, name):
 
 
 def times_first(factor):
-    """A multiple of the pool's own value in the workload's first case."""
+    """Makes a limit: a multiple of the pool's own value in the workload's first case."""
 
     def bound(measured, workload, case, name):
         first = measured.median(workload, measured.cases[workload][0], name, OURS)
@@ -61,7 +61,7 @@ def times_first(factor):
 
 
 def times_ours(factor):
-    """A multiple of the value of the bare functions, which the kit uses."""
+    """Makes a limit: a multiple of the value of the bare functions, which the kit uses."""
 
     def bound(measured, workload, case, name):
         ours = measured.median(workload, case, name, OURS)
@@ -117,7 +117,7 @@ TARGETS = {
 
 BARE_FUNCTIONS = Target("at most 1.15 x the bare functions", times_ours(1.15))
 
-# The host kit's, in the same form.
+# The targets of the host kit, in the same form.
 KIT_TARGETS = {
     ("W2", 0, "submitter_us"): [BARE_FUNCTIONS],
     ("W2", 0, "process_us"): [BARE_FUNCTIONS],
@@ -129,7 +129,7 @@ KIT_TARGETS = {
 
 
 def find(measured, workload, case, name, system=OURS):
-    """The targets for this value."""
+    """Returns the targets for this value."""
     known = KIT_TARGETS if system == KIT else TARGETS
     cases = measured.cases[workload]
     number = cases.index(case)

@@ -1,11 +1,11 @@
-"""Where the CPU time of an empty task goes: how samples are sorted, and the tables that show the sums."""
+"""Sorts samples of the CPU time of an empty task, and writes the tables that show the sums."""
 import collections
 import re
 
 from tables import QUICK_NOTE, describe_machine, format_number, make_table
 
-# Part of a task's way: the name of the thread, a function among the callers, and what the table calls the part. The
-# first line that fits decides.
+# The parts of a task's way: the name of the thread, a function among the callers, and the part's name in the table. The
+# first line that matches decides.
 PLACES = (
     (r"zel-worker-", r"\bCLS_Task::Running\b", "run"),
     (r"zel-worker-", r"\bFunRunTask\b", "bookkeeping"),
@@ -28,10 +28,9 @@ PAGE_FAULTS = "page faults"
 OTHER_KERNEL = "other kernel work"
 REST = "rest"
 
-# Everything that these call counts as the id: opening, reading and closing the random device, too.
+# Everything that these functions call counts as the id, including the use of the random device.
 ID_FUNCTIONS = r"\brandom_device\b|\bUtil::GetUuid\b"
-# Kinds of work, by function. They are searched from the innermost function outwards, so the first caller that fits
-# decides.
+# Kinds of work, by function. The search goes from the innermost function outwards, so the first match decides.
 KINDS = {
     "maps and searches": (
         r"_M_lower_bound|_M_upper_bound|_M_get_insert|_Rb_tree_(increment|decrement)|_rebalance"
@@ -47,7 +46,7 @@ KINDS = {
 }
 KIND_NAMES = (ID, *KINDS, PAGE_FAULTS, OTHER_KERNEL, REST)
 
-# A function in the chain of callers of a sample, with those that were inlined into it; innermost first.
+# A function in a sample's chain of callers, with the functions inlined into it; innermost first.
 Frame = collections.namedtuple("Frame", ("names", "kernel"))
 
 
@@ -64,7 +63,7 @@ def is_in_kernel(frames):
 
 
 def find_kind(frames):
-    """What a sample was doing. Time in the kernel counts for the function that called it."""
+    """Returns the kind of work in a sample. Time in the kernel counts for the function that called it."""
     names = [name for frame in frames for name in frame.names]
     if any(re.search(ID_FUNCTIONS, name) for name in names):
         return ID
@@ -78,8 +77,8 @@ def find_kind(frames):
 
 
 def sum_samples(samples):
-    """The shares of the samples by place and kind, and of those in the kernel by place. A sample is a thread's name and
-    its frames."""
+    """Returns the shares of the samples by place and kind, and the shares in the kernel by place. A sample is a
+    thread's name and its frames."""
     counts, kernel, total = {}, collections.Counter(), len(samples)
     for thread, frames in samples:
         place = find_place(thread, frames)
@@ -94,7 +93,7 @@ def format_cost(value):
 
 
 def write_cpu(case):
-    """A row for each place, a column for each kind, in microseconds per task."""
+    """Returns a table in microseconds per task, with a row for each place and a column for each kind."""
     shares, total = case["shares"], case["process_us"]
     kinds = [kind for kind in KIND_NAMES if any(kind in found for found in shares.values())]
     places = [place for place in PLACE_NAMES if place in shares]

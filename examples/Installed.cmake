@@ -1,4 +1,4 @@
-# What the examples take from the project that they are a part of, when they are built with an installed library.
+# Replaces what the surrounding project defines for the examples, if they are built with an installed library.
 
 # Installed, the examples are in share/doc/ZelTaskPool/examples.
 find_package(ZelTaskPool 1.0 REQUIRED HINTS "${PROJECT_SOURCE_DIR}/../../../..")

@@ -59,7 +59,7 @@ private:
         std::function<void()> m_funTask;
         std::chrono::milliseconds m_msInterval;
         Registry::iterator m_itRegistry;
-        bool m_bOwned = false; ///< guarded by m_mtxOwners, as the next two
+        bool m_bOwned = false; ///< guarded by m_mtxOwners, like the next two
         std::map<std::string, void*>::iterator m_itOwner;
         std::list<Task>::iterator m_itOwned;
         std::atomic<bool> m_bRunning{false};
@@ -72,7 +72,7 @@ private:
         std::mutex m_mtxTask; ///< guards m_pTask and m_bEnd
         std::condition_variable m_cvTask;
         Task m_pTask;
-        std::atomic<bool> m_bTask{false}; ///< whether there is a task; a hint
+        std::atomic<bool> m_bTask{false}; ///< whether m_pTask is set; a hint
         bool m_bEnd = false;
         std::thread m_clsThread;
     };

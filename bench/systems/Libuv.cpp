@@ -117,7 +117,7 @@ private:
         std::uint64_t m_uiInterval = 0;
     };
 
-    /// Calls _funCall in the loop's thread and waits for its end.
+    /// Calls _funCall on the loop's thread and waits for its end.
     void CallInThread(const std::function<void()>& _funCall)
     {
         std::promise<void> clsDone;

@@ -1,4 +1,4 @@
-// W12: the CPU time of an empty task beside the records of finished ones, submitted by 1 or 8 threads.
+// W12: the CPU time of an empty task alongside the records of finished ones, submitted by 1 or 8 threads.
 
 #include "bench/support/Clocks.h"
 #include "bench/support/Counters.h"
@@ -8,7 +8,7 @@ namespace
 {
 struct ST_Beside
 {
-    std::size_t m_uiFinished; ///< tasks that ran before, besides those of the warm-up
+    std::size_t m_uiFinished; ///< tasks that ran before, in addition to the warm-up
     std::size_t m_uiThreads;
     std::size_t m_uiTasks;
 };

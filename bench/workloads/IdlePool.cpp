@@ -52,12 +52,12 @@ Results Measure(CLS_System& _clsSystem, unsigned _uiWorkers, std::chrono::millis
     {
         MakeWorkers(_clsSystem, _uiWorkers);
     }
-    // Let workers that still start or finish come to rest.
+    // Give workers that are still starting or finishing time to fall asleep.
     std::this_thread::sleep_for(_msWindow / 20);
     const std::chrono::nanoseconds nsBefore = Clocks::GetProcessCpu();
     const std::uint64_t uiWaitsBefore = Counters::GetWaits();
     std::this_thread::sleep_for(_msWindow);
-    // Each thread that wakes up waits again, so the waits are the wake-ups. One is this thread's own.
+    // Each thread that wakes up waits again, so each wait is a wake-up. One is that of this thread.
     const std::uint64_t uiWakeUps = std::max<std::uint64_t>(Counters::GetWaits() - uiWaitsBefore, 1) - 1;
     const std::chrono::nanoseconds nsCpu = Clocks::GetProcessCpu() - nsBefore;
     return {{Describe(_uiWorkers),

@@ -80,7 +80,7 @@ def check_memory(report, library):
     touched = library.fixed_up_segments() & {"__TEXT"}
     touched |= {segment.name for segment in segments if segment.has_relocations}
     report.compare("relocations in code", "none", listing(touched))
-    # With any, the loader would never unmap the library.
+    # If there were any, the loader would never unmap the library.
     report.compare("thread-local variables", "none", "some" if library.flags & macho.FLAG_THREAD_LOCAL else "none")
 
 

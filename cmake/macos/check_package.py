@@ -58,7 +58,7 @@ def check_symbols(report, folder, symbols, archs):
 
 def check_paths(report, files, paths):
     for path in paths:
-        # As a whole: "/root" is not in "build/root", but in "-I/root".
+        # Matches whole paths: "build/root" does not contain "/root", but "-I/root" does.
         pattern = re.compile(rb"(?:(?<![\w./@}-])|(?<=-[FIL]))" + re.escape(path.rstrip("/").encode()) + rb"(?![\w.-])")
         report.compare("files that name " + path, "none", listing(file for file in files if pattern.search(read(file))))
 

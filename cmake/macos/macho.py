@@ -72,7 +72,7 @@ class Stream:
         return self.data[self.at - 1]
 
     def number(self):
-        """A number in the format with seven bits a byte; the sign of signed ones does not matter here."""
+        """Reads a number with seven bits in each byte. The sign of signed numbers does not matter here."""
         result = shift = 0
         while True:
             byte = self.byte()
@@ -88,7 +88,7 @@ class Stream:
 
 
 def rebased_segments(data):
-    """The indices of the segments that the opcodes for moving the library touch."""
+    """Returns the indices of the segments that the rebase opcodes change."""
     stream, touched, segment = Stream(data), set(), None
     while not stream.is_over():
         opcode = stream.byte()
@@ -106,7 +106,7 @@ def rebased_segments(data):
 
 
 def read_bindings(data):
-    """What the opcodes for filling in addresses ask for, and the indices of the segments that they touch."""
+    """Returns the imports of the bind opcodes, and the indices of the segments that these opcodes change."""
     stream, imports, touched = Stream(data), set(), set()
     name, ordinal, weak, segment = "", 0, False, None
     while not stream.is_over():
@@ -136,7 +136,7 @@ def read_bindings(data):
 
 
 def chained_segments(data):
-    """The indices of the segments that chains of fixups run through."""
+    """Returns the indices of the segments that contain chained fixups."""
     starts = struct.unpack_from("<7I", data)[1]
     count = struct.unpack_from("<I", data, starts)[0]
     offsets = struct.unpack_from("<%dI" % count, data, starts + 4)
@@ -144,7 +144,7 @@ def chained_segments(data):
 
 
 def chained_imports(data):
-    """What the chains of fixups ask for."""
+    """Returns the imports of the chained fixups."""
     _, _, table, texts, count, form, packed = struct.unpack_from("<7I", data)
     if form not in (1, 2, 3) or packed:
         raise ValueError("unknown form of imports")
@@ -163,7 +163,7 @@ def chained_imports(data):
 
 
 def read_exports(data):
-    """Names and flags in the tree of exported names."""
+    """Returns the names and flags in the tree of exports."""
     exports, seen, waiting = {}, set(), [("", 0)]
     while waiting and data:
         name, offset = waiting.pop()
@@ -183,7 +183,8 @@ def read_exports(data):
 
 
 def code_directory(signature):
-    """The part of a signature that lists the hashes of the pages; of several, the one with the longest hashes."""
+    """Returns the part of a signature that lists the hashes of the pages. If there are several, it is the one with the
+    longest hashes."""
     magic, _, count = struct.unpack_from(">3I", signature)
     if magic != MAGIC_SIGNATURE:
         raise ValueError("the signature is none")
@@ -257,14 +258,14 @@ class MachO:
         return result
 
     def imports(self):
-        """What the loader looks up by name. A name that it unites over all libraries has no ordinal of its own."""
+        """Returns what the loader looks up by name. A name that all libraries share has no ordinal of its own."""
         _, bind, _, lazy, _ = self.tables()
         imports = read_bindings(bind)[0] | read_bindings(lazy)[0]
         chains = self.linked(LC_DYLD_CHAINED_FIXUPS)
         return imports | (chained_imports(chains) if chains else set())
 
     def tables(self):
-        """The four tables of opcodes and the tree of exports, or nothing of those where chains are used."""
+        """Returns the four tables of opcodes and the tree of exports. With chained fixups, the tables are empty."""
         for body in self.of(LC_DYLD_INFO, LC_DYLD_INFO_ONLY):
             numbers = struct.unpack_from("<10I", body, 8)
             return [self.data[o : o + s] for o, s in zip(numbers[::2], numbers[1::2])]
@@ -280,7 +281,7 @@ class MachO:
         return "".join(body[8:24].hex() for body in self.of(LC_UUID))
 
     def private_symbols(self):
-        """The names that only a debugger reads, those of object files included."""
+        """Returns the names that only a debugger reads, including those of object files."""
         symbols, count, texts, _ = struct.unpack_from("<4I", self.of(LC_SYMTAB)[0], 8)
         result = []
         for i in range(count):
@@ -290,7 +291,7 @@ class MachO:
         return result
 
     def signature_faults(self):
-        """What of the file is not as it was when it was signed."""
+        """Returns the parts of the file that do not match the signature."""
         places = self.of(LC_CODE_SIGNATURE)
         if not places:
             return ["no signature"]
@@ -310,7 +311,7 @@ class MachO:
         return read_exports(self.tables()[4])
 
     def fixed_up_segments(self):
-        """The names of the segments that the loader writes to."""
+        """Returns the names of the segments that the loader writes to."""
         rebase, bind, weak, lazy, _ = self.tables()
         touched = rebased_segments(rebase).union(*(read_bindings(table)[1] for table in (bind, weak, lazy)))
         chains = self.linked(LC_DYLD_CHAINED_FIXUPS)

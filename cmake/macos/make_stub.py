@@ -36,7 +36,7 @@ def read_names(path):
 
 
 def read_younger_names(path):
-    """Without their leading underscores, which the log does not write in one way."""
+    """Returns the names without leading underscores, which the log writes inconsistently."""
     names, version = set(), None
     with open(path) as file:
         for line in file:

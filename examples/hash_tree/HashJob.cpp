@@ -131,7 +131,7 @@ std::string HashFile(const std::string& _strPath, std::atomic<std::uint64_t>& _i
 {
     const CLS_OpenFile clsFile(_strPath);
     CLS_Digest clsDigest;
-    // Hundreds of tasks run at once, most of them on small files: no buffer is larger than its file. The
+    // Hundreds of tasks run at once, most of them on small files, so no buffer is larger than its file. The
     // extra byte is for files whose size the system reports as 0.
     const std::size_t iChunk = std::min(clsFile.GetSize(), MAX_CHUNK - 1) + 1;
     const auto pBuffer = std::make_unique<unsigned char[]>(iChunk);

@@ -13,8 +13,10 @@ namespace fs = std::filesystem;
 
 namespace
 {
-/// The largest number of files that the pool has at a time. It is less than the number of workers: the pool
-/// starts tasks in order, so the progress would wait behind all files. It also limits the open files.
+/// The largest number of files that the pool has at a time. It also limits the open files.
+///
+/// It is less than the number of workers. The pool starts tasks in order, so otherwise the progress would
+/// wait behind all files.
 constexpr int MAX_JOBS_OPEN = 128;
 
 /// Counts a running task. It is the last object that a task touches.

@@ -6,7 +6,7 @@
 #include <mutex>
 #include <string>
 
-/// Counts how far a run is.
+/// Counts the progress of a run.
 ///
 /// Threads: any.
 struct ST_Counters

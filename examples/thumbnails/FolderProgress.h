@@ -3,19 +3,19 @@
 #include <atomic>
 #include <chrono>
 
-/// How far the work on a folder is.
+/// The progress of the work on a folder.
 struct ST_FolderCounts
 {
     int m_iFound = 0;       ///< pictures in the folder
-    int m_iMade = 0;        ///< of these, those that are done, broken ones included
-    int m_iBroken = 0;      ///< of these, those without a thumbnail
+    int m_iMade = 0;        ///< how many of these are done, including broken ones
+    int m_iBroken = 0;      ///< how many of these have no thumbnail
     double m_dSeconds = 0;  ///< since the beginning
     bool m_bListed = false; ///< the folder was read
 
     bool IsComplete() const { return m_bListed && m_iMade == m_iFound; }
 };
 
-/// Counts the work on a folder. Tasks share it, and so it may outlive the window.
+/// Counts the progress of the work on a folder. Tasks share it, so it may outlive the window.
 ///
 /// Threads: any.
 class CLS_FolderProgress
@@ -33,7 +33,7 @@ public:
         ++m_iMade;
     }
 
-    /// Counts that belong together once the work is complete.
+    /// Returns the counts. They match each other once the work is complete.
     ST_FolderCounts GetCounts() const
     {
         ST_FolderCounts stCounts;

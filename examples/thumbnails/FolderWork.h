@@ -11,18 +11,19 @@
 #include <functional>
 #include <memory>
 
-/// What a window wants to hear of its folder, on its thread.
+/// The callbacks of a window, which run on its thread.
 struct ST_FolderEvents
 {
-    std::function<void(const ST_PictureList&)> m_funListed;    ///< once, before thumbnails come
+    std::function<void(const ST_PictureList&)> m_funListed;    ///< once, before any thumbnail
     std::function<void(const ST_FolderCounts&)> m_funProgress; ///< ten times a second until all is done
 };
 
-/// Lists the pictures of a folder and makes their thumbnails in the background, as many at once as there are
-/// cores. Fills the model of a window.
+/// Lists the pictures of a folder, makes their thumbnails in the background, and fills the model of a window.
 ///
-/// Threads: the window's. After the end, no event comes and the model does not change.
-/// Waits: the end waits for nothing. A worker that reads a picture gives up soon after.
+/// As many thumbnails are made at once as there are cores.
+///
+/// Threads: the window's. After the destructor, no callback runs and the model does not change.
+/// Waits: the destructor does not wait. A worker that is reading a picture stops soon afterwards.
 class CLS_FolderWork
 {
 public:
@@ -37,20 +38,20 @@ public:
     void Start();
 
 private:
-    /// Shows names at once, and has their thumbnails made.
+    /// Shows the names immediately, and submits a task for each thumbnail.
     void ShowPictures(const ST_PictureList& _stPictures);
 
-    /// Has one thumbnail made, in the background.
+    /// Submits a task that makes one thumbnail.
     void RequestThumbnail(int _iRow, const QString& _strName);
 
-    /// A task that tells the window how far the work is.
+    /// Makes a task that reports the progress to the window.
     CLS_LoopTask StartProgress(const CLS_PoolScope& _clsPool);
 
     const CLS_HostThread m_clsWindowThread;
     const QString m_strFolder;
     CLS_ThumbnailModel& m_clsModel;
     const ST_FolderEvents m_stEvents;
-    const std::shared_ptr<CLS_FolderProgress> m_pProgress; ///< what running tasks use when this has gone
+    const std::shared_ptr<CLS_FolderProgress> m_pProgress; ///< shared with tasks that outlast this object
     CLS_TaskOwner m_clsTasks;
     CLS_LoopTask m_clsProgressTask;
 };

@@ -13,7 +13,8 @@ namespace fs = std::filesystem;
 
 namespace
 {
-/// A broken link counts, so that the window shows it as broken. A pipe does not: it would block the task.
+/// Returns whether the entry is a picture. A broken link is one, so that the window shows it as broken. A
+/// pipe is not, because it would block the task.
 bool IsPicture(const fs::directory_entry& _entry, const QString& _strName)
 {
     std::error_code error;
@@ -23,10 +24,10 @@ bool IsPicture(const fs::directory_entry& _entry, const QString& _strName)
            !fs::is_other(status);
 }
 
-/// "Picture 2" comes before "picture 10".
+/// Sorts "Picture 2" before "picture 10".
 void SortForPeople(QStringList& _lstNames)
 {
-    QCollator clsCollator(QLocale::English); // the locale "C" knows no numbers
+    QCollator clsCollator(QLocale::English); // the locale "C" cannot sort by numbers
     clsCollator.setNumericMode(true);
     clsCollator.setCaseSensitivity(Qt::CaseInsensitive);
     std::sort(_lstNames.begin(), _lstNames.end(), clsCollator);

@@ -5,14 +5,14 @@
 #include <QString>
 #include <QStringList>
 
-/// The pictures of a folder, or why they are not known.
+/// The pictures of a folder, or the reason why it cannot be read.
 struct ST_PictureList
 {
     QStringList m_lstNames; ///< file names without the folder, in the order that people expect
     QString m_strError;     ///< for the user; empty when the folder was read
 };
 
-/// Lists the files whose names end as those of pictures do. Subfolders are left out.
+/// Lists the files whose names have the suffix of a picture format. Leaves out subfolders.
 ///
 /// Threads: any.
 /// Waits: for the file system. A stop request ends the listing early.

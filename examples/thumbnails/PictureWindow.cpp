@@ -17,8 +17,8 @@
 
 namespace
 {
-constexpr int SIDE = 128; ///< of a thumbnail
-constexpr int GAP = 16;   ///< between thumbnails
+constexpr int SIDE = 128; ///< the side of a thumbnail's square
+constexpr int GAP = 16;   ///< the distance between thumbnails
 
 QString CountText(int _iCount, const QString& _strOne, const QString& _strMany)
 {
@@ -126,7 +126,7 @@ void CLS_PictureWindow::ShowNotice(const QString& _strText)
 void CLS_PictureWindow::ShowProgress(const ST_FolderCounts& _stCounts)
 {
     statusBar()->showMessage(ProgressText(_stCounts));
-    m_pBar->setMaximum(_stCounts.m_iFound); // while that is 0, the bar is busy
+    m_pBar->setMaximum(_stCounts.m_iFound); // with 0, the bar shows activity without progress
     m_pBar->setValue(_stCounts.m_iMade);
     m_pBar->setVisible(!_stCounts.IsComplete());
 }

@@ -13,7 +13,7 @@ class QListView;
 class QProgressBar;
 class QStackedWidget;
 
-/// A window that shows the pictures of a folder. Its work in the background ends with it.
+/// A window that shows the pictures of a folder. Closing it ends its work in the background.
 ///
 /// Threads: that of QApplication.
 class CLS_PictureWindow : public QMainWindow
@@ -41,5 +41,5 @@ private:
     QListView* const m_pView;
     QLabel* const m_pNotice;
     QProgressBar* const m_pBar;
-    CLS_FolderWork m_clsWork; ///< the last member: it ends before what it fills
+    CLS_FolderWork m_clsWork; ///< the last member, so that it is destroyed before what it fills
 };

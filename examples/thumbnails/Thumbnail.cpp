@@ -42,8 +42,9 @@ ST_Thumbnail MakeThumbnail(const QString& _strPath, int _iPixels, const CLS_Stop
     }
     QImageReader clsReader(&clsFile);
     clsReader.setDecideFormatFromContent(true);
-    clsReader.setAutoTransform(true); // cameras store how they were held
-    // Some decoders are faster when they need not make the whole picture, and some do not tell its size.
+    clsReader.setAutoTransform(true); // cameras store their orientation
+    // Some decoders are faster if they can scale while they decode. Others do not report the size of the
+    // picture.
     clsReader.setScaledSize(FitInto(clsReader.size(), _iPixels));
     const QImage imgPicture = clsReader.read();
     if (imgPicture.isNull())

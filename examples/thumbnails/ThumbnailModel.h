@@ -7,8 +7,8 @@
 #include <QStringList>
 #include <QVector>
 
-/// The pictures of a folder, as a view shows them. Each has a name and a square, which holds the thumbnail or
-/// a mark: waiting, or broken.
+/// The model of the pictures of a folder. Each has a name and a square, which contains the thumbnail or a
+/// mark: waiting or broken.
 ///
 /// Threads: the window's.
 class CLS_ThumbnailModel : public QAbstractListModel
@@ -17,7 +17,7 @@ public:
     /// The side of a square is _iSide units of the window. A unit has _dRatio pixels, 2 on a dense screen.
     CLS_ThumbnailModel(int _iSide, qreal _dRatio);
 
-    /// Replaces all pictures. They wait for their thumbnails.
+    /// Replaces all pictures. The new ones are marked as waiting.
     void SetNames(const QStringList& _lstNames);
 
     /// Shows the thumbnail of a row, or marks it as broken.
@@ -37,7 +37,7 @@ private:
         QString m_strError; ///< empty unless the picture is broken
     };
 
-    /// The picture in the middle of a square.
+    /// Returns the picture, centred in a square.
     QPixmap MakeSquare(const QPixmap& _pxmPicture) const;
 
     const int m_iSide;

@@ -2,5 +2,5 @@
 
 #include "QuenHost/CLS_HostThread.h"
 
-/// The thread of the windows, for results from tasks. It runs them in its event loop.
+/// Returns the windows' thread, to which tasks deliver results. Its event loop runs the deliveries.
 CLS_HostThread GetWindowThread();

@@ -17,7 +17,7 @@ struct ST_ThumbnailOptions
     QString m_strLibrary;
 };
 
-/// Ends the program for --help, and for options that do not exist.
+/// Parses the options. Ends the program for --help and for unknown options.
 ST_ThumbnailOptions ReadOptions(const QApplication& _app)
 {
     const QCommandLineOption clsLibrary("library", "The pool library.", "file",
@@ -41,7 +41,7 @@ ST_ThumbnailOptions ReadOptions(const QApplication& _app)
 int main(int argc, char** argv)
 {
     const QApplication app(argc, argv);
-    QLoggingCategory::setFilterRules("qt.gui.imageio*=false"); // the window shows what is broken
+    QLoggingCategory::setFilterRules("qt.gui.imageio*=false"); // the window marks broken pictures
     try
     {
         const ST_ThumbnailOptions stOptions = ReadOptions(app);

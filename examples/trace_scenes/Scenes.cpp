@@ -86,7 +86,7 @@ private:
     std::atomic<int> m_iEnded{0};
 };
 
-/// Runs three waves of work, each larger than the one before, then a little work, then none until the
+/// Runs three waves of work, each larger than the one before. A little work follows, then none until the
 /// watchdog has retired every worker.
 void GrowAndRetire(const CLS_PoolScope& /*_clsScope*/, const CLS_TracedPool& _clsPool)
 {

@@ -35,8 +35,8 @@ need_linux()
     [ "$(uname -s)" = Linux ] || fail "needs Linux: $*"
 }
 
-# build PRESET [TARGET...]: configures and builds a preset. Prints to standard error; the check's results have
-# standard output to themselves.
+# build PRESET [TARGET...]: configures and builds a preset. Prints to standard error, so that standard output has only
+# the check's results.
 build()
 {
     local preset=$1 targets=()
@@ -76,7 +76,7 @@ record_figure()
     printf '%s | %s | %s\n' "$1" "$2" "$command_line" >>"$figures"
 }
 
-# require_at_least LEAST COUNT WHAT: ends the check when it counted too few.
+# require_at_least LEAST COUNT WHAT: ends the check if it counted too few.
 require_at_least()
 {
     [ "${2:-0}" -ge "$1" ] || fail "only ${2:-0} $3, expected at least $1"

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Builds with counters, AddressSanitizer, LeakSanitizer and UndefinedBehaviorSanitizer, and runs all tests. Fails if one
-# fails, or if they miss any function, line or branch of the product, or too many conditions (MC/DC).
+# Builds with counters, AddressSanitizer, LeakSanitizer and UndefinedBehaviorSanitizer, and runs all tests. Fails if a
+# test fails, or if the tests miss any function, line or branch of the product, or too many conditions (MC/DC).
 # verify/coverage/not-covered.txt lists the permitted gaps and their reasons.
 #
 #   scripts/checks/coverage.sh [ctest arguments]
@@ -30,7 +30,7 @@ passed=0
 run_tests -LE "$uncounted" "$@"
 
 llvm-profdata-19 merge -sparse -o "$folder/merged.profdata" "$folder"/profiles/*.profraw
-# llvm-cov reads a function from the first program that has it: the library comes first.
+# llvm-cov reads a function from the first program that contains it, so the library is listed first.
 programs=("$folder/bin/libZelTaskPool.so")
 for program in "$folder"/bin/tests/*Test; do
     programs+=(-object "$program")

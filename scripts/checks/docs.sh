@@ -4,7 +4,7 @@
 #   - Every public operation is described. The reference is written to build/reference.
 #   - Every link and path leads somewhere.
 #   - Each rule of docs/limits.md has a test that names it.
-#   - Each text of docs/log-records.md stands in the source file that the page names.
+#   - Each text of docs/log-records.md is in the source file that the page names.
 #   - The table and the pictures of the benchmarks show bench/results.json.
 #   - Every code block compiles, and every command prints what the page shows.
 set -euo pipefail

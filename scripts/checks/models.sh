@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Checks the models of the pool's protocol with spin, every state of each, and the stop handshake under the C++ memory
-# model. Fails if a model does not hold, if a variant with a mistake passes, or if a model names a function that the
-# library no longer has. spin's own output is left in build/models.
+# Checks every state of the models of the pool's protocol with spin, and the stop handshake under the C++ memory model.
+# Fails if a model does not hold, if a variant with a mistake passes, or if a model names a function that the library no
+# longer has. spin's own output is left in build/models.
 #
 # For Linux. See verify/models/README.md.
 set -euo pipefail

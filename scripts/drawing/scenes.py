@@ -3,8 +3,8 @@
 
     scenes.py TRACES FOLDER
 
-TRACES   folder with what trace_scenes wrote: burst.json, cancel.json, loops.json, workers.json
-FOLDER   where the pictures go
+TRACES   folder with the traces of trace_scenes: burst.json, cancel.json, loops.json, workers.json
+FOLDER   folder for the pictures
 """
 import argparse
 import itertools
@@ -17,7 +17,7 @@ from theme import BLUE, PALE, RED, SOFT, STYLE, WASH, draw_lanes, plt, save
 
 
 class Span:
-    """Something from its begin to its end, in seconds."""
+    """A span of time, with its begin and end in seconds."""
 
     def __init__(self, event, lane):
         self.name = event["name"]
@@ -60,8 +60,8 @@ class Trace:
 
 
 def draw_count(axes, spans, resolution, line, area):
-    """Draws how many of the spans there are over time. _spans_ are pairs of begin and end; _resolution_ is the shortest
-    time between two steps."""
+    """Draws the number of open spans over time. _spans_ are pairs of begin and end; _resolution_ is the shortest time
+    between two steps."""
     changes = {0: 0}
     for begin, end in spans:
         for time, change in ((begin, 1), (end, -1)):
@@ -98,7 +98,7 @@ def draw_workers(traces):
 
     draw_lanes(bottom, [(*life, lane) for lane, life in lives.items()], PALE, 5)
     draw_lanes(bottom, bars, BLUE, 5)
-    # What the watchdog retires in one pass ends within moments.
+    # The workers that the watchdog retires in one pass end at almost the same time.
     retired = sorted({round(life[1], 1) for life in lives.values()})
     for time in retired:
         for axes in (top, bottom):
@@ -116,7 +116,7 @@ def draw_workers(traces):
 
 
 def draw_burst_panel(panel, submissions, runs, burst):
-    """The number of running tasks of one burst."""
+    """Draws the number of running tasks of one burst."""
     start = min(submissions[task].begin for task in burst)
 
     def after(time):
@@ -151,7 +151,7 @@ def draw_burst(traces):
 
 
 def draw_owner(axes, tasks, trace, after, row, colour):
-    """A row for each task of an owner: when it waits, and when it runs or is cancelled. Returns the next row."""
+    """Draws a row for each task of an owner: when it waits, and when it runs or is cancelled. Returns the next row."""
     submissions, runs = trace.tasks("submit"), trace.tasks("run")
     waits, bars, crosses = [], [], []
     for number, task in enumerate(tasks):
@@ -206,7 +206,7 @@ def draw_cancel(traces):
 
 
 def draw_delays(axes, row, delays):
-    """The distribution of the delays, above its row."""
+    """Draws the distribution of the delays above its row."""
     bins = [0.5 * step for step in range(31)]
     counts = [sum(low <= delay < low + 0.5 for delay in delays) for low in bins]
     heights = [0.6 * count / max(counts) for count in counts]

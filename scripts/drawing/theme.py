@@ -1,4 +1,4 @@
-"""How all pictures of the documentation look: colours for light and dark pages, units, and small SVG files."""
+"""The style of all pictures of the documentation: colours for light and dark pages, units, and small SVG files."""
 import os
 import re
 
@@ -8,7 +8,7 @@ matplotlib.use("svg")
 import matplotlib.pyplot as plt
 from matplotlib.ticker import FuncFormatter, NullLocator
 
-# Colours on a light page, and what a dark page makes of them.
+# The colours on a light page, and their replacements on a dark page.
 PAPER, INK, SOFT, EDGE, GRID = "#ffffff", "#1f2328", "#59636e", "#8c959f", "#e4e8ec"
 BLUE, PALE, RED, WASH = "#2467b0", "#cfe0f2", "#c4314b", "#f7e4e6"
 DARK = {
@@ -23,7 +23,7 @@ DARK = {
     WASH: "#3b1d22",
 }
 
-# The layout is computed with a wide font. Viewers take the first of FONTS that they have: none is wider.
+# The layout is computed with a wide font. Viewers use the first of FONTS that they have; none of these is wider.
 LAYOUT_FONT = "DejaVu Sans"
 FONTS = "Helvetica, Arial, 'DejaVu Sans', sans-serif"
 
@@ -55,12 +55,12 @@ STYLE = {
 
 
 def round_number(number):
-    """Two digits that count; 44.5 becomes 45."""
+    """Rounds to two significant digits; 44.5 becomes 45."""
     return float(f"{number * (1 + 1e-9):.2g}")
 
 
 def format_time(seconds):
-    """In the unit that suits: 45 µs, 110 ms, 7.5 s."""
+    """Formats a time in a suitable unit: 45 µs, 110 ms, 7.5 s."""
     for size, unit in ((1, "s"), (1e-3, "ms"), (1e-6, "µs")):
         number = round_number(seconds / size)
         if number >= 1:
@@ -69,7 +69,7 @@ def format_time(seconds):
 
 
 def format_count(number):
-    """560, 77,000 or 3.6 million."""
+    """Formats a number such as 560, 77,000 or 3.6 million."""
     rounded = round_number(number)
     return f"{rounded / 1e6:g} million" if rounded >= 1e6 else f"{rounded:,.0f}"
 
@@ -90,7 +90,7 @@ def draw_lanes(axes, bars, colour, width):
 
 
 def make_sheet():
-    """The rules that change the colours on a dark page."""
+    """Returns the style rules that change the colours on a dark page."""
     rules = [
         f'[style*="{property}: {light}"]{{{property}:{dark} !important}}'
         for light, dark in DARK.items()
@@ -100,7 +100,7 @@ def make_sheet():
 
 
 def shorten(svg):
-    """Leaves out what no viewer shows: notes about the file, names of groups, digits below a hundredth."""
+    """Removes what no viewer shows: notes about the file, names of groups, digits after the second decimal."""
     svg = re.sub(r"<!--.*?-->\s*|<metadata>.*?</metadata>\s*", "", svg, flags=re.DOTALL)
     svg = re.sub(r' id="[a-zA-Z0-9.]+_\d+"', "", svg)
     svg = re.sub(r' transform="rotate\(-?0 [^"]*\)"', "", svg)
@@ -111,7 +111,7 @@ def shorten(svg):
 
 
 def save(figure, path, source=""):
-    """Writes the picture. _source_ says in the file what it was drawn from. The same figure gives the same file."""
+    """Writes the picture. _source_ becomes a note about its source. The same figure gives the same file."""
     figure.savefig(path, bbox_inches="tight", pad_inches=0.12, metadata={"Date": None})
     plt.close(figure)
     with open(path, encoding="utf-8") as file:

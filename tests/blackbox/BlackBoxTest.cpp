@@ -14,7 +14,7 @@ const std::string POOL = "ZelTaskPool";
 const std::string FILE_POOL = "QuenPlugins/ZelTaskPool/CLS_QuenTaskPool";
 const std::string FILE_TASK = "QuenPlugins/ZelTaskPool/CLS_Task";
 
-/// What the pool's library writes when it makes its first record and finds a logging library.
+/// The lines that the library prints when it makes its first log record and finds a logging library.
 std::string GetLoaderLines()
 {
     const std::string strName = LOG_LIBRARY_NAME;
@@ -33,7 +33,7 @@ std::map<std::string, std::string> GetRecording()
     return {{GetLibraryPathName(), RECORDER_FOLDER}};
 }
 
-/// The records of one end of the pool, as zel_use_host prints them.
+/// The log records of one shutdown, as zel_use_host prints them.
 std::string GetEndRecords()
 {
     const std::string strHead = "2 " + POOL + " " + FILE_POOL + " UnInit ----- TaskPool ";
@@ -118,7 +118,7 @@ TEST(BlackBoxTest, NoOtherOperationHasAPlainName)
 
 TEST(BlackBoxTest, OpeningTheLibraryStartsNothing)
 {
-    // Neither a record nor a line of the loader: the pool begins with the first call.
+    // Neither a log record nor a line of the loader: the first call starts the pool.
     ExpectEnd(RunChild(SYMBOLS_HOST, {POOL_LIBRARY}, GetRecording()), 0, "");
 }
 
@@ -142,8 +142,8 @@ TEST(BlackBoxTest, ChildrenAreStartedWhileThePoolIsBusy)
 class BlackBoxUnloadTest : public ::testing::Test
 {
 protected:
-    /// The task registry's memory stays by design, for late threads. After the library is unloaded, no
-    /// pointer to it is left, and a leak check would report it. Everything else is still checked.
+    /// Turns off the leak check. The task registry is never freed, because late threads may use it. A leak
+    /// check would report it after the library is unloaded, because no pointer to it is left.
     static std::map<std::string, std::string> GetEnvironment()
     {
         std::map<std::string, std::string> mapEnvironment = GetRecording();
@@ -153,7 +153,7 @@ protected:
         return mapEnvironment;
     }
 
-    /// The lines of the loader as often as the library is loaded anew.
+    /// The lines of the loader, once for each time that the library is loaded.
     static std::string RepeatLoaderLines(int _iTimes)
     {
         std::string strLines;
@@ -166,7 +166,7 @@ protected:
 };
 
 // Pins docs/limits.md, "Unloading the library".
-TEST_F(BlackBoxUnloadTest, AHundredCyclesGiveEverythingBack)
+TEST_F(BlackBoxUnloadTest, AHundredCyclesLeaveNothingBehind)
 {
     const ST_ChildResult stResult = RunChild(UNLOAD_HOST, {POOL_LIBRARY, "cycles", "100", MOST_NEW_MAPPINGS},
                                              GetEnvironment(), std::chrono::minutes(4));
@@ -215,7 +215,7 @@ void PrintTo(const ST_Exit& _stExit, std::ostream* _pOut)
     *_pOut << _stExit.m_szWay << " after " << _stExit.m_iFinished;
 }
 
-/// A host ends without ending the pool.
+/// A host exits without a shutdown of the pool.
 class BlackBoxExitTest : public ::testing::TestWithParam<ST_Exit>
 {
 };

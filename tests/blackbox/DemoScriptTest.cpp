@@ -47,7 +47,7 @@ TEST_F(DemoScriptTest, HelpBuildsNothing)
     }
 }
 
-TEST_F(DemoScriptTest, HelpShowsThatOfAProgramThatIsBuilt)
+TEST_F(DemoScriptTest, HelpIncludesThatOfABuiltProgram)
 {
     const std::string strProgram = m_clsFolder.GetPath("build/release/bin/hash_tree");
     fs::create_directories(fs::path(strProgram).parent_path());

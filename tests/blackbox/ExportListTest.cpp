@@ -14,7 +14,7 @@ namespace
 {
 using ::testing::UnorderedElementsAreArray;
 
-/// What the library offers.
+/// The names that the library exports.
 const std::vector<std::string> OFFERED = {
     "AddTmpTask",
     "RemoveTmpTask",
@@ -82,7 +82,7 @@ const std::vector<std::string> OFFERED = {
 std::vector<std::string> ReadSymbols()
 {
 #ifdef __APPLE__
-    constexpr std::size_t UNDERSCORES = 1; // before every symbol in a file
+    constexpr std::size_t UNDERSCORES = 1; // every symbol in a file begins with one
 #else
     constexpr std::size_t UNDERSCORES = 0;
 #endif
@@ -98,7 +98,7 @@ std::vector<std::string> ReadSymbols()
     return vecSymbols;
 }
 
-/// The name that a symbol stands for, with the library's words for a text put plainly.
+/// The demangled name of a symbol, with the C++ library's name for a string reduced to std::string.
 std::string Demangle(const std::string& _strSymbol)
 {
     int iStatus = 0;
@@ -114,7 +114,7 @@ std::string Demangle(const std::string& _strSymbol)
     return std::regex_replace(std::regex_replace(pName.get(), s_rgxTag, ""), s_rgxText, "std::string");
 }
 
-TEST(ExportListTest, ListsExactlyWhatTheLibraryIsToOffer)
+TEST(ExportListTest, ListsExactlyTheIntendedExports)
 {
     std::set<std::string> setNames;
     for (const std::string& strSymbol : ReadSymbols())
@@ -134,6 +134,6 @@ TEST(ExportListTest, EverySymbolOfTheListIsFoundInTheLibrary)
     {
         EXPECT_NE(nullptr, dlsym(pLibrary, strSymbol.c_str())) << strSymbol;
     }
-    // The library stays open: its registry is meant to live as long as the process.
+    // The library stays open: its registry lives as long as the process.
 }
 } // namespace

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-// The command "zel" of gdb: a host holds still, and gdb is asked what its pool does.
+// The gdb command "zel": a host waits, and gdb shows the state of its pool.
 namespace
 {
 using ::testing::ContainsRegex;
@@ -16,7 +16,7 @@ using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
 using ::testing::Not;
 
-/// A task as the command shows it, after its name.
+/// The id of a task as the command shows it, after the task's name.
 const std::string ID = " \\([-0-9a-f]+\\)";
 const std::string THREAD = " \\(thread [0-9]+\\)\n";
 
@@ -25,7 +25,7 @@ class GdbCommandTest : public ::testing::Test
 protected:
     void SetUp() override
     {
-        // A debugger may not be allowed to look into a process: in a container, for example.
+        // A debugger may lack the permission to inspect a process, for example in a container.
         CLS_ChildProcess clsHost(DEBUGGED_HOST, {POOL_LIBRARY, "none"});
         const ST_ChildResult stResult = RunGdb({"-p", WaitForProcess(clsHost), "-ex", "info threads"});
         if (stResult.m_strOut.find("Thread") == std::string::npos)
@@ -41,7 +41,7 @@ protected:
         return RunChild(GDB, vecArguments);
     }
 
-    /// What the command prints: the lines from "workers:" on, or its message.
+    /// Returns what the command prints: the lines from "workers:" on, or its message.
     static std::string Ask(std::vector<std::string> _vecArguments, const std::string& _strCommand = "zel")
     {
         _vecArguments.insert(_vecArguments.end(),
@@ -58,7 +58,7 @@ protected:
                                             : stResult.m_strOut.substr(uiBegin, uiEnd - uiBegin);
     }
 
-    /// The number of the host's process, when the host is ready.
+    /// Waits until the host is ready, and returns its process id.
     static std::string WaitForProcess(CLS_ChildProcess& _clsHost)
     {
         EXPECT_TRUE(WaitUntil(
@@ -72,7 +72,7 @@ protected:
         return strProcess;
     }
 
-    /// Asks again and again until the answer has this in it; the last answer.
+    /// Polls until the answer contains this text, and returns the last answer.
     static std::string AskUntil(const std::string& _strProcess, const std::string& _strWanted)
     {
         std::string strAnswer;
@@ -120,7 +120,7 @@ TEST_F(GdbCommandTest, ShowsAQueueBehindBusyWorkers)
 {
     CLS_ChildProcess clsHost(DEBUGGED_HOST, {POOL_LIBRARY, "full"});
     const std::string strProcess = WaitForProcess(clsHost);
-    AskUntil(strProcess, "queue: 0 tasks"); // the dispatcher has the one that waits
+    AskUntil(strProcess, "queue: 0 tasks"); // the dispatcher holds the waiting task
     clsHost.SendSignal(SIGUSR1);
     ASSERT_TRUE(WaitUntil([&] { return clsHost.GetOut().find("more\n") != std::string::npos; }));
 
@@ -146,7 +146,7 @@ TEST_F(GdbCommandTest, ShowsThePoolOfAHostInAnotherLanguage)
     EXPECT_THAT(strAnswer, HasSubstr("\nlanguage: rust\n"));
 }
 
-TEST_F(GdbCommandTest, SaysWhatCannotBeReadInTheMiddleOfAChangeAndShowsTheRest)
+TEST_F(GdbCommandTest, NamesWhatCannotBeReadDuringAChangeAndShowsTheRest)
 {
     CLS_ChildProcess clsHost(DEBUGGED_HOST, {POOL_LIBRARY, "few"});
     const std::string strChange = "python queue = Pool(1).member('m_vecWaitingTasks'); "
@@ -171,7 +171,7 @@ TEST_F(GdbCommandTest, SaysThatDebugSymbolsAreMissing)
                 MatchesRegex("zel: there are no debug symbols of libZelTaskPool\\. Install .*-dbgsym .*\n"));
 }
 
-TEST_F(GdbCommandTest, SaysThatThereIsNothingToLookAt)
+TEST_F(GdbCommandTest, SaysWhyNothingCanBeShown)
 {
     EXPECT_EQ("zel: there is no process and no core file\n", Ask({}));
     EXPECT_EQ("zel: MOST must be a number, not \"many\"\n", Ask({}, "zel many"));

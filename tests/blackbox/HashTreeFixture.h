@@ -27,7 +27,7 @@ protected:
         std::ofstream(pthFile) << _strText;
     }
 
-    /// A file of zeros that takes no space and many seconds to hash.
+    /// A file of zeros that takes up no space on the disk, but takes many seconds to hash.
     void AddHugeFile(const std::string& _strName) const
     {
         AddFile(_strName, "");

@@ -15,7 +15,7 @@ constexpr char FULL[] = "/dev/full";
 class HashTreeShellTest : public CLS_HashTreeFixture
 {
 protected:
-    /// Runs the program with this after it, as a shell takes it.
+    /// Runs the program in a shell, with this text at the end of the command.
     ST_ChildResult HashInShell(const std::string& _strRedirection) const
     {
         return RunChild("/bin/sh", {"-c", "exec \"$0\" \"$@\" " + _strRedirection, HASH_TREE, m_strTree,
@@ -44,7 +44,7 @@ TEST_F(HashTreeShellTest, FullOutputIsAFailure)
     ExpectSums();
 }
 
-TEST_F(HashTreeShellTest, ClosedOutputIsAFailureAndTakesNoOtherFile)
+TEST_F(HashTreeShellTest, ClosedOutputIsAFailureAndLeavesOtherFilesIntact)
 {
     AddFile("file", "abc");
     const ST_ChildResult stResult = HashInShell(">&-");
@@ -64,7 +64,7 @@ TEST_F(HashTreeShellTest, WithEveryStreamClosedTheSumsAreWritten)
 TEST_F(HashTreeShellTest, PipeWithoutAReaderIsAFailure)
 {
     AddFile("file", "abc");
-    // The reader of the named pipe is gone when the program starts.
+    // The reader of the named pipe is closed before the program starts.
     const std::string strPipe = m_clsFolder.GetPath("pipe");
     const ST_ChildResult stResult =
         RunChild("/bin/sh", {"-c",
@@ -90,7 +90,7 @@ TEST_F(HashTreeShellTest, SignalsThatItWasStartedToIgnoreStayIgnored)
     CLS_ChildProcess clsChild("/bin/sh", {"-c", strStart, "sh", HASH_TREE, m_strTree, "--output", m_strSums,
                                           "--progress-interval", "10"});
     ASSERT_TRUE(WaitUntil([&] { return clsChild.GetErr().find("0/1 files") != std::string::npos; }));
-    // All three wait for a program that is stopped.
+    // The program is stopped until all three signals are sent.
     for (const int iSignal : {SIGSTOP, SIGHUP, SIGINT, SIGTERM, SIGCONT})
     {
         clsChild.SendSignal(iSignal);

@@ -17,7 +17,7 @@ TEST_F(HashTreeStatusTest, ASignalShowsWhatThePoolIsDoing)
     AddHugeFile("huge");
     CLS_ChildProcess clsChild(HASH_TREE, {m_strTree, "--output", m_strSums, "--progress-interval", "10"});
     ASSERT_TRUE(WaitUntil([&] { return clsChild.GetErr().find("0/1 files") != std::string::npos; }));
-    // The first snapshot may come before the file has its worker.
+    // The first snapshot may be taken before a worker has the file.
     const std::string strRunning = "running: \"hash_tree " + m_strTree + "/huge\" of \"hash_tree\" for ";
     ASSERT_TRUE(WaitUntil(
         [&]

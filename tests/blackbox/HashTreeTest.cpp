@@ -22,7 +22,7 @@ using ::testing::UnorderedElementsAre;
 class HashTreeTest : public CLS_HashTreeFixture
 {
 protected:
-    /// The names of what is next to the sums.
+    /// The names in the folder that contains the sums.
     std::vector<std::string> ListFolder() const
     {
         std::vector<std::string> vecNames;
@@ -94,7 +94,7 @@ TEST_F(HashTreeTest, HashesManyFilesInManyDirectories)
     EXPECT_EQ(0, stCheck.m_iExit) << stCheck.m_strErr;
 }
 
-TEST_F(HashTreeTest, DrawsPlainLinesWhereThereIsNoTerminal)
+TEST_F(HashTreeTest, DrawsPlainLinesWithoutATerminal)
 {
     AddFile("file", "abc");
     const ST_ChildResult stResult = Hash();
@@ -140,7 +140,7 @@ TEST_F(HashTreeTest, CancelsWithinMomentsAndSaysWhatIsLeft)
     const auto tpSignal = std::chrono::steady_clock::now();
     clsChild.SendSignal(SIGINT);
     const ST_ChildResult stResult = clsChild.Wait();
-    // A second where nothing else runs; hashing it all would take minutes.
+    // This takes a second on a quiet machine; hashing every file would take minutes.
     EXPECT_LT(std::chrono::steady_clock::now() - tpSignal, std::chrono::seconds(15));
     EXPECT_EQ(128 + SIGINT, stResult.m_iExit) << ::testing::PrintToString(stResult);
     EXPECT_THAT(stResult.m_strErr, HasSubstr("hash_tree: cancelled with 20 files left\n"));
@@ -168,7 +168,7 @@ TEST_F(HashTreeTest, ASecondSignalLeavesNoTemporaryFile)
     AddHugeFile("huge");
     CLS_ChildProcess clsChild(HASH_TREE, {m_strTree, "--output", m_strSums, "--progress-interval", "10"});
     ASSERT_TRUE(WaitUntil([&] { return clsChild.GetErr().find("0/1 files") != std::string::npos; }));
-    // Both wait for a program that is stopped: it cannot end by the first before the second is there.
+    // Both signals are pending while the program is stopped, so the first cannot end it before the second.
     for (const int iSignal : {SIGSTOP, SIGINT, SIGTERM, SIGCONT})
     {
         clsChild.SendSignal(iSignal);
@@ -192,7 +192,7 @@ TEST_F(HashTreeTest, NamesAFunctionThatTheLibraryLacks)
     EXPECT_THAT(stResult.m_strErr, HasSubstr(LOG_LIBRARY " lacks the function AddTmpTask"));
 }
 
-TEST_F(HashTreeTest, RefusesADirectoryThatIsNotThere)
+TEST_F(HashTreeTest, RefusesAMissingDirectory)
 {
     const ST_ChildResult stResult = RunChild(HASH_TREE, {m_strTree + "/none"});
     EXPECT_EQ(2, stResult.m_iExit);
@@ -212,7 +212,7 @@ TEST_F(HashTreeTest, ExplainsEveryOption)
     }
 }
 
-TEST_F(HashTreeTest, ShowsNoRecordsOfProgress)
+TEST_F(HashTreeTest, ShowsNoLogRecordsByDefault)
 {
     AddFile("file", "abc");
     const ST_ChildResult stResult = Hash();
@@ -220,7 +220,7 @@ TEST_F(HashTreeTest, ShowsNoRecordsOfProgress)
     EXPECT_THAT(stResult.m_strErr, Not(HasSubstr("[ZelTaskPool]")));
 }
 
-TEST_F(HashTreeTest, ShowsTheRecordsOfThePoolWhereTheyAreWanted)
+TEST_F(HashTreeTest, ShowsThePoolsLogRecordsOnRequest)
 {
     AddFile("file", "abc");
     const ST_ChildResult stResult = Hash({{"ZEL_LOG_LEVEL", "2"}});
@@ -228,7 +228,7 @@ TEST_F(HashTreeTest, ShowsTheRecordsOfThePoolWhereTheyAreWanted)
     EXPECT_THAT(stResult.m_strErr, HasSubstr("----- TaskPool UnInit end -----"));
 }
 
-TEST_F(HashTreeTest, PutsTheRecordsIntoAFileAndFiltersThem)
+TEST_F(HashTreeTest, WritesTheLogRecordsToAFileAndFiltersThem)
 {
     AddFile("file", "abc");
     const std::string strLog = m_clsFolder.GetPath("log");

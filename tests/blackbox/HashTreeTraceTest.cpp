@@ -23,7 +23,7 @@ using ::testing::IsEmpty;
 using ::testing::MatchesRegex;
 using Json = nlohmann::json;
 
-/// A begin with its end.
+/// A begin event and its end event.
 struct ST_Span
 {
     std::string m_strName;
@@ -31,17 +31,17 @@ struct ST_Span
     int m_iLane = 0;
     std::uint64_t m_uiTask = 0; ///< 0 for none
     double m_dBegin = 0;
-    double m_dEnd = 0; ///< 0 as long as there is none
+    double m_dEnd = 0; ///< 0 until the span ends
 };
 
-/// What a trace says.
+/// The contents of a trace.
 struct ST_Trace
 {
     std::map<int, std::string> m_mapLanes;
     std::vector<ST_Span> m_vecSpans;
     std::map<std::uint64_t, double> m_mapCancelled; ///< task to time
 
-    /// The spans of the category by their tasks.
+    /// The spans of the category, by task.
     std::map<std::uint64_t, ST_Span> GetTasks(const std::string& _strCategory) const
     {
         std::map<std::uint64_t, ST_Span> mapTasks;
@@ -56,7 +56,7 @@ struct ST_Trace
     }
 };
 
-/// Reads one lane after the other, in the order of the file, in which a lane's events must be.
+/// Reads the events in the order of the file. The events of each lane must be in the order of their times.
 class CLS_TraceReader
 {
 public:
@@ -70,7 +70,8 @@ public:
                 TakeName(iLane, clsEvent);
                 continue;
             }
-            EXPECT_EQ(1U, m_stTrace.m_mapLanes.count(iLane)) << "no name yet: " << clsEvent;
+            EXPECT_EQ(1U, m_stTrace.m_mapLanes.count(iLane))
+                << "an event before the lane's name: " << clsEvent;
             EXPECT_LE(m_mapTimes[iLane], clsEvent.at("ts"));
             m_mapTimes[iLane] = clsEvent.at("ts");
             TakeEvent(iLane, clsEvent);
@@ -100,7 +101,7 @@ private:
         const std::string strCategory = _clsEvent.at("cat");
         if (strPhase == "B")
         {
-            EXPECT_THAT(vecOpen, IsEmpty()) << "two at once in a lane: " << _clsEvent;
+            EXPECT_THAT(vecOpen, IsEmpty()) << "two open spans in a lane: " << _clsEvent;
             vecOpen.push_back(m_stTrace.m_vecSpans.size());
             m_stTrace.m_vecSpans.push_back(
                 {_clsEvent.at("name"), strCategory, _iLane, GetTask(_clsEvent), _clsEvent.at("ts"), 0});
@@ -129,7 +130,7 @@ private:
     std::map<int, std::vector<std::size_t>> m_mapOpen; ///< lane to the numbers of its open spans
 };
 
-/// Checks that each task was submitted, and after that either ran or was cancelled. Returns how many ran.
+/// Checks that each task was submitted and then either ran or was cancelled. Returns how many ran.
 std::size_t CheckTasks(const ST_Trace& _stTrace)
 {
     const std::map<std::uint64_t, ST_Span> mapSubmissions = _stTrace.GetTasks("submit");
@@ -186,7 +187,7 @@ TEST_F(HashTreeTraceTest, EveryTaskIsSubmittedThenStartsAndEnds)
     EXPECT_EQ(setExpected, setNames);
 }
 
-TEST_F(HashTreeTraceTest, RunsOfTheProgressAreThereToo)
+TEST_F(HashTreeTraceTest, RunsOfTheProgressAreTracedToo)
 {
     AddFile("file", "abc");
     HashWithTrace();
@@ -228,10 +229,10 @@ TEST_F(HashTreeTraceTest, TasksThatWereRemovedBeforeTheyRanAreCancelled)
     }
 }
 
-TEST_F(HashTreeTraceTest, NamesOfFilesMayHoldAnything)
+TEST_F(HashTreeTraceTest, FileNamesMayContainAnyByte)
 {
     AddFile("quote\" back\\slash new\nline", "abc");
-#ifndef __APPLE__ // whose file system refuses such names
+#ifndef __APPLE__ // its file system refuses such names
     AddFile("no \xff UTF-8", "abc");
 #endif
     HashWithTrace();
@@ -266,7 +267,7 @@ TEST_F(HashTreeTraceTest, ATraceThatCannotBeCreatedIsAnErrorBeforeTheWork)
     EXPECT_FALSE(fs::exists(m_strSums));
 }
 
-TEST_F(HashTreeTraceTest, ATraceThatFindsNoSpaceIsReportedAndTheSumsAreWritten)
+TEST_F(HashTreeTraceTest, ATraceOnAFullDiskIsReportedAndTheSumsAreWritten)
 {
     m_strTrace = "/dev/full";
     if (!fs::exists(m_strTrace))

@@ -17,7 +17,7 @@ using ::testing::StartsWith;
 
 const std::string LIBRARY = LOG_LIBRARY_NAME;
 
-/// What the loader writes when it finds a logging library.
+/// The lines that the loader prints when it finds a logging library.
 std::string GetLoaderLines()
 {
     std::string strLines = "load dll - " + LIBRARY + "\n";
@@ -28,7 +28,8 @@ std::string GetLoaderLines()
     return strLines;
 }
 
-/// The lines without those of the loader, which come with the first record, whenever that is.
+/// The lines without those of the loader. The loader prints with the first log record, which may come at any
+/// time.
 std::string DropLoaderLines(const std::string& _strOut)
 {
     std::istringstream issOut(_strOut);
@@ -57,7 +58,7 @@ void ExpectLogFaultSurvived(const ST_ChildResult& _stResult)
               DropLoaderLines(_stResult.m_strOut));
 }
 
-/// The one line that says why there is no logging library.
+/// Matches the single line that gives the reason why there is no logging library.
 auto IsFailureLine()
 {
     return ::testing::AllOf(
@@ -106,8 +107,8 @@ TEST(LogFaultsTest, APrintLogThatThrowsEndsTheHost)
     EXPECT_THAT(stResult.m_strErr, HasSubstr("terminat"));
 }
 
-const std::string IN_VAIN = "tmp task refused: yes\nid untouched: yes\n";
-const std::string IN_VAIN_RECORDS = "3 AddTmpTask AddTmpTask error [no files]\n"
+const std::string REFUSALS = "tmp task refused: yes\nid untouched: yes\n";
+const std::string REFUSAL_RECORDS = "3 AddTmpTask AddTmpTask error [no files]\n"
                                     "3 AddLoopTask AddLoopTask error [no files]\n";
 const std::string END_RECORDS = "2 UnInit ----- TaskPool UnInit begin -----\n"
                                 "2 UnInit ----- TaskPool m_mapAllThreads start -----\n"
@@ -133,13 +134,13 @@ protected:
     }
 };
 
-TEST_F(NoFilesTest, SubmissionFailsWithItsRecordAndWhatIsQueuedRuns)
+TEST_F(NoFilesTest, SubmissionFailsWithALogRecordAndQueuedTasksRun)
 {
     const ST_ChildResult stResult = RunHost(NO_FILES_HOST, {"busy"}, RECORDER_FOLDER);
     EXPECT_FALSE(stResult.m_bTimedOut);
     EXPECT_EQ(0, stResult.m_iExit);
-    EXPECT_EQ(GetLoaderLines() + "3 AddTmpTask AddTmpTask error, nullptr == _pObj [nobody]\n" + IN_VAIN +
-                  "queued tasks run: yes\nloop goes on: yes\n" + IN_VAIN_RECORDS +
+    EXPECT_EQ(GetLoaderLines() + "3 AddTmpTask AddTmpTask error, nullptr == _pObj [nobody]\n" + REFUSALS +
+                  "queued tasks run: yes\nloop goes on: yes\n" + REFUSAL_RECORDS +
                   "later tasks run: yes\nevery task ran once: yes\n" + END_RECORDS,
               stResult.m_strOut);
     EXPECT_EQ("", stResult.m_strErr);
@@ -150,8 +151,8 @@ TEST_F(NoFilesTest, ThePoolIsBuiltWithoutFilesAndWorksLater)
     const ST_ChildResult stResult = RunHost(NO_FILES_HOST, {"first"}, RECORDER_FOLDER);
     EXPECT_FALSE(stResult.m_bTimedOut);
     EXPECT_EQ(0, stResult.m_iExit);
-    // The host has the logging library already, so that it need not be opened.
-    EXPECT_EQ(GetLoaderLines() + IN_VAIN + "later tasks run: yes\n" + IN_VAIN_RECORDS + END_RECORDS,
+    // The host has already opened the logging library, so the pool needs no file for it.
+    EXPECT_EQ(GetLoaderLines() + REFUSALS + "later tasks run: yes\n" + REFUSAL_RECORDS + END_RECORDS,
               stResult.m_strOut);
     EXPECT_EQ("", stResult.m_strErr);
 }

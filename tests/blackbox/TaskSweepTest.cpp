@@ -13,7 +13,7 @@
 #include <thread>
 #include <vector>
 
-// This program is linked with the built library as a host is: it has the exported members alone.
+// This program is linked with the built library, as a host is. It sees only the exported members.
 
 namespace
 {
@@ -64,7 +64,7 @@ protected:
     CLS_Counter m_clsRuns;
 };
 
-TEST_F(TaskSweepTest, FinishedTasksAreDeletedWithWhatTheyCaptured)
+TEST_F(TaskSweepTest, FinishedTasksAreDeletedWithTheirCaptures)
 {
     const auto pCaptured = std::make_shared<int>(0);
     for (int i = 0; i < 3; ++i)
@@ -127,7 +127,7 @@ TEST_F(TaskSweepTest, RunningTaskIsKept)
     EXPECT_TRUE(SweepToNothing());
 }
 
-TEST_F(TaskSweepTest, FinishedTaskThatSomebodyHoldsIsKeptAndRunsAgain)
+TEST_F(TaskSweepTest, FinishedTaskThatIsStillHeldIsKeptAndRunsAgain)
 {
     TaskSweep::TaskReference pTask = MakeTask([this] { m_clsRuns.Add(); });
     for (int iRun = 1; iRun <= 2; ++iRun)
@@ -184,7 +184,7 @@ TEST_F(TaskSweepTest, SweepBuildsNoPool)
     EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
 }
 
-TEST_F(TaskSweepTest, WhatAnEndedPoolLeftBehindIsDeleted)
+TEST_F(TaskSweepTest, TasksThatAnEndedPoolLeftBehindAreDeleted)
 {
     std::string strTaskId;
     AddLoopTask([this] { m_clsRuns.Add(); }, 3600000, strTaskId, "loop");
@@ -195,7 +195,7 @@ TEST_F(TaskSweepTest, WhatAnEndedPoolLeftBehindIsDeleted)
     EXPECT_EQ(0U, TaskSweep::DeleteFinished());
 
     EXPECT_EQ(1U, TaskSweep::DeleteLeftBehind());
-    EXPECT_EQ(1U, CountRegistered()) << "what is held stays";
+    EXPECT_EQ(1U, CountRegistered()) << "a task that is still held stays";
     pQueued.reset();
     EXPECT_EQ(1U, TaskSweep::DeleteLeftBehind());
 }

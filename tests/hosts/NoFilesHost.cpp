@@ -55,8 +55,8 @@ void PrintRecords()
     }
 }
 
-/// Submits a task of each kind, and expects each to be refused.
-void SubmitInVain(CLS_HostLibrary& _clsPool)
+/// Submits a task of each kind, and prints whether the pool refuses both.
+void ExpectRefusals(CLS_HostLibrary& _clsPool)
 {
     std::string strTaskId = "before";
     Tell("tmp task refused",
@@ -100,7 +100,7 @@ void RunOutWhileBusy(CLS_HostLibrary& _clsPool)
     }
     {
         const CLS_NoFiles clsNoFiles;
-        SubmitInVain(_clsPool);
+        ExpectRefusals(_clsPool);
         clsGo.Open();
         Tell("queued tasks run", clsRuns.Wait(TASKS));
         Tell("loop goes on", clsLoops.Wait(clsLoops.Get() + 5));
@@ -117,7 +117,7 @@ void RunOutFirst(CLS_HostLibrary& _clsPool)
 {
     {
         const CLS_NoFiles clsNoFiles;
-        SubmitInVain(_clsPool);
+        ExpectRefusals(_clsPool);
     }
     Submit(_clsPool);
     PrintRecords();

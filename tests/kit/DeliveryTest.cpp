@@ -1,4 +1,4 @@
-// Results and news on the host's thread.
+// Delivery of results and progress to the host's thread.
 
 #include "QuenHost/CLS_Delivery.h"
 #include "QuenHost/SubmitAndDeliver.h"
@@ -16,7 +16,7 @@ namespace
 class DeliveryTest : public CLS_PoolTest
 {
 protected:
-    /// Posts a delivery that counts its calls, and waits until it is there.
+    /// Posts a delivery that counts its calls, and waits until it is queued.
     void PostOne(const CLS_TaskOwner& _clsOwner)
     {
         ASSERT_TRUE(SubmitAndDeliver(
@@ -75,7 +75,7 @@ TEST_F(DeliveryTest, ResultsAndCallablesMayBeMoveOnly)
     EXPECT_TRUE(m_clsLoop.RunUntil([&] { return iSum == 3; }));
 }
 
-TEST_F(DeliveryTest, NothingIsDeliveredAfterARemovalAlthoughItWasPosted)
+TEST_F(DeliveryTest, NothingPostedIsDeliveredAfterARemoval)
 {
     CLS_TaskOwner clsOwner(GetPool(), "owner");
     PostOne(clsOwner);
@@ -84,10 +84,10 @@ TEST_F(DeliveryTest, NothingIsDeliveredAfterARemovalAlthoughItWasPosted)
     EXPECT_EQ(0, m_iDelivered);
     PostOne(clsOwner);
     m_clsLoop.RunAll();
-    EXPECT_EQ(1, m_iDelivered) << "after the removal, results come again";
+    EXPECT_EQ(1, m_iDelivered) << "after the removal, results are delivered again";
 }
 
-TEST_F(DeliveryTest, NothingIsDeliveredAfterTheOwnersEndOrThatOfThePool)
+TEST_F(DeliveryTest, NothingIsDeliveredAfterTheEndOfTheOwnerOrThePool)
 {
     {
         const CLS_PoolScope clsPool{CLS_PoolLibrary(POOL_LIBRARY)};
@@ -98,7 +98,7 @@ TEST_F(DeliveryTest, NothingIsDeliveredAfterTheOwnersEndOrThatOfThePool)
     EXPECT_EQ(0, m_iDelivered);
 }
 
-TEST_F(DeliveryTest, WhatACancelledDeliveryHoldsIsDestroyedOnceByTheRemoval)
+TEST_F(DeliveryTest, TheRemovalDestroysTheCapturesOfACancelledDeliveryOnce)
 {
     CLS_Witness::ST_End stResult;
     CLS_Witness::ST_End stDeliver;
@@ -114,7 +114,7 @@ TEST_F(DeliveryTest, WhatACancelledDeliveryHoldsIsDestroyedOnceByTheRemoval)
     EXPECT_EQ(std::this_thread::get_id(), stDeliver.m_idThread.load());
 }
 
-TEST_F(DeliveryTest, WhatWorkCapturedGoesBeforeTheResultIsPosted)
+TEST_F(DeliveryTest, CapturesOfTheWorkAreDestroyedBeforeTheResultIsPosted)
 {
     CLS_Witness::ST_End stWork;
     CLS_Witness::ST_End stDeliver;
@@ -189,7 +189,7 @@ TEST_F(DeliveryTest, RemovingLaterCancelsDeliveriesAndDestroysThemOnAWorker)
     EXPECT_NE(std::this_thread::get_id(), stEnd.m_idThread.load());
 }
 
-TEST_F(DeliveryTest, ARunThatWasRemovedLaterDeliversNothingAlthoughItsOwnerTakesTasks)
+TEST_F(DeliveryTest, ARunThatWasRemovedLaterDeliversNothingWhileItsOwnerTakesTasks)
 {
     CLS_Gate clsStarted;
     CLS_Gate clsMayEnd;
@@ -211,7 +211,7 @@ TEST_F(DeliveryTest, ARunThatWasRemovedLaterDeliversNothingAlthoughItsOwnerTakes
     EXPECT_EQ(1, m_iDelivered);
 }
 
-TEST_F(DeliveryTest, NewsOfATaskComeInOrderBeforeItsResult)
+TEST_F(DeliveryTest, NewsOfATaskIsDeliveredInOrderBeforeItsResult)
 {
     std::vector<int> vecNews;
     CLS_TaskOwner clsOwner(GetPool(), "owner");
@@ -229,7 +229,7 @@ TEST_F(DeliveryTest, NewsOfATaskComeInOrderBeforeItsResult)
     EXPECT_EQ((std::vector<int>{0, 1, 2, 3, 4, 5}), vecNews);
 }
 
-TEST_F(DeliveryTest, AWayToTheHostEndsWithTheNextRemoval)
+TEST_F(DeliveryTest, ADeliveryObjectPostsNothingAfterTheNextRemoval)
 {
     std::optional<CLS_TaskOwner> clsOwner(std::in_place, GetPool(), "owner");
     const CLS_Delivery clsFirst(*clsOwner, m_clsLoop.GetThread());
@@ -242,7 +242,7 @@ TEST_F(DeliveryTest, AWayToTheHostEndsWithTheNextRemoval)
     EXPECT_FALSE(clsSecond.Post([] {}, "news"));
 }
 
-TEST_F(DeliveryTest, WhatIsThrownIsAFailureOfTheOwner)
+TEST_F(DeliveryTest, AnExceptionIsAFailureOfTheOwner)
 {
     CLS_Failures clsWork;
     CLS_TaskOwner clsWorker(GetPool(), "work", clsWork.MakeHandler());
@@ -283,7 +283,7 @@ TEST_F(DeliveryTest, AResultWhoseDeliveryThrowsIsAFailureOnTheHostsThread)
     EXPECT_EQ(1U, clsOwner.GetCounters().m_uiFailed);
 }
 
-TEST_F(DeliveryTest, WhatCannotBePostedIsAFailureAndDestroyed)
+TEST_F(DeliveryTest, ADeliveryThatCannotBePostedIsAFailureAndIsDestroyed)
 {
     CLS_Failures clsFailures;
     CLS_Witness::ST_End stEnd;
@@ -297,7 +297,7 @@ TEST_F(DeliveryTest, WhatCannotBePostedIsAFailureAndDestroyed)
     EXPECT_THROW(std::rethrow_exception(stFailure.m_pException), std::runtime_error);
 }
 
-TEST_F(DeliveryTest, WhatTheHostDropsIsAFailureAndDestroyedThere)
+TEST_F(DeliveryTest, ADeliveryThatTheHostDropsIsAFailureAndIsDestroyedThere)
 {
     CLS_Failures clsFailures;
     CLS_Witness::ST_End stEnd;
@@ -311,7 +311,7 @@ TEST_F(DeliveryTest, WhatTheHostDropsIsAFailureAndDestroyedThere)
     EXPECT_EQ(1, stEnd.m_iEnds);
 }
 
-TEST_F(DeliveryTest, WhatTheHostDropsAfterARemovalIsNoFailure)
+TEST_F(DeliveryTest, ADeliveryThatTheHostDropsAfterARemovalIsNoFailure)
 {
     CLS_TaskOwner clsOwner(GetPool(), "owner",
                            [](const ST_TaskFailure&) { ADD_FAILURE() << "a failure is reported"; });
@@ -328,7 +328,7 @@ TEST_F(DeliveryTest, AnEmptyPostFunctionIsAFailure)
     EXPECT_EQ(n_FailureKind::NotDelivered, clsFailures.WaitForOne().m_enKind);
 }
 
-TEST_F(DeliveryTest, WhatTheHostCallsTwiceIsDeliveredOnce)
+TEST_F(DeliveryTest, ADeliveryThatTheHostCallsTwiceRunsOnce)
 {
     CLS_TaskOwner clsOwner(GetPool(), "owner");
     PostOne(clsOwner);
@@ -338,7 +338,7 @@ TEST_F(DeliveryTest, WhatTheHostCallsTwiceIsDeliveredOnce)
     EXPECT_EQ(1, m_iDelivered);
 }
 
-TEST_F(DeliveryTest, EmptyCallablesAreNotTaken)
+TEST_F(DeliveryTest, EmptyCallablesAreRefused)
 {
     CLS_TaskOwner clsOwner(GetPool(), "owner");
     const CLS_HostThread clsHost = m_clsLoop.GetThread();

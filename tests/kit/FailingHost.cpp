@@ -1,4 +1,4 @@
-// Hosts that do something wrong:  zel_failing_host WHAT LIBRARY
+// Hosts with mistakes, one for each value of WHAT:  zel_failing_host WHAT LIBRARY
 
 #include "QuenHost/CLS_LoopTask.h"
 #include "QuenHost/CLS_TaskOwner.h"
@@ -61,7 +61,7 @@ int FailInHandler(const std::string& _strLibrary)
                : 1;
 }
 
-/// The owner and the loop task live longer than their scope.
+/// The owner and the loop task outlive their scope.
 int Outlive(const std::string& _strLibrary)
 {
     std::optional<CLS_TaskOwner> clsOwner;
@@ -94,7 +94,7 @@ int Outlive(const std::string& _strLibrary)
     return bRefused && bRemoved && bStopped && bLoopStopped ? 0 : 1;
 }
 
-/// The owner is made before its scope.
+/// The owner is constructed before its scope.
 int MakeEarly(const std::string& _strLibrary)
 {
     alignas(CLS_PoolScope) unsigned char arrScope[sizeof(CLS_PoolScope)] = {};

@@ -15,7 +15,7 @@ namespace
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-/// Keeps the failures that are reported.
+/// Stores the reported failures.
 class CLS_Listener
 {
 public:
@@ -33,12 +33,12 @@ public:
     }
 
     CLS_Counter m_clsHeard;
-    std::mutex m_mtxFailures; ///< guards what follows
+    std::mutex m_mtxFailures; ///< guards everything below
     std::vector<ST_TaskFailure> m_vecFailures;
     std::thread::id m_idThread;
 };
 
-TEST(FailureTest, TheOwnersHandlerHearsOnTheWorkerWithCallInformationAndException)
+TEST(FailureTest, TheOwnersHandlerGetsCallInformationAndExceptionOnTheWorker)
 {
     CLS_Listener clsListener;
     const CLS_PoolScope clsPool{CLS_PoolLibrary(POOL_LIBRARY)};
@@ -63,7 +63,7 @@ TEST(FailureTest, TheOwnersHandlerHearsOnTheWorkerWithCallInformationAndExceptio
     EXPECT_EQ(1U, clsOwner.GetCounters().m_uiFailed);
 }
 
-TEST(FailureTest, WithoutOneTheScopesHandlerHears)
+TEST(FailureTest, WithoutAnOwnersHandlerTheScopesIsCalled)
 {
     CLS_Listener clsListener;
     const CLS_PoolScope clsPool{CLS_PoolLibrary(POOL_LIBRARY),
@@ -76,7 +76,7 @@ TEST(FailureTest, WithoutOneTheScopesHandlerHears)
     EXPECT_TRUE(clsListener.m_clsHeard.Wait(3));
 }
 
-TEST(FailureTest, WhatAHandlerCapturedGoesWithTheOwner)
+TEST(FailureTest, CapturesOfAHandlerAreDestroyedWithTheOwner)
 {
     const CLS_PoolScope clsPool{CLS_PoolLibrary(POOL_LIBRARY)};
     auto pCaptured = std::make_shared<int>(1);
@@ -111,7 +111,7 @@ TEST(FailureTest, AHandlerThatThrowsLosesNothing)
                 HasSubstr("host kit: task \"failure handler\" of \"owner\" threw: the handler's\n"));
 }
 
-TEST(FailureTest, PastAHundredDifferentOnesTheRestIsCounted)
+TEST(FailureTest, BeyondAHundredCallInformationsFailuresAreOnlyCounted)
 {
     const ST_ChildResult stResult = RunChild(FAILING_HOST, {"many", POOL_LIBRARY});
     EXPECT_EQ(0, stResult.m_iExit);
@@ -129,7 +129,7 @@ TEST_P(MisuseTest, EndsTheProcessWhereMistakesAreChecked)
     EXPECT_THAT(stResult.m_strErr, HasSubstr(GetParam().second));
 }
 
-TEST_P(MisuseTest, IsWrittenAndBorneElsewhere)
+TEST_P(MisuseTest, IsOnlyReportedElsewhere)
 {
     const ST_ChildResult stResult = RunChild(FAILING_HOST, {GetParam().first, POOL_LIBRARY});
     EXPECT_EQ(0, stResult.m_iExit) << ::testing::PrintToString(stResult);

@@ -11,8 +11,9 @@
 #include <thread>
 #include <vector>
 
-/// A pool that starts only as many workers as the test lets it, and no heartbeat, with a scope. So what the
-/// kit fails to start stays where it is. Owners end before it.
+/// A pool with its scope. It starts only as many workers as the test allows.
+///
+/// It never runs the heartbeat, so the kit does not retry a failed start. Owners must be destroyed first.
 class CLS_FewWorkers
 {
 public:
@@ -40,7 +41,7 @@ public:
 
     const CLS_PoolScope& GetPool() const { return m_clsPool; }
 
-    /// Lets one more worker start, when the kit asks for it.
+    /// Allows the kit to start one more worker.
     void AllowOne() { ++m_iMayStart; }
 
 private:

@@ -13,7 +13,7 @@
 #include <utility>
 #include <vector>
 
-/// A host's queue, which the thread that calls Run empties. Thread-safe.
+/// A host's queue of calls, which RunUntil and RunAll execute on the calling thread. Thread-safe.
 class CLS_HostLoop
 {
 public:
@@ -22,7 +22,7 @@ public:
         return CLS_HostThread([this](std::function<void()> _funCall) { Add(std::move(_funCall)); });
     }
 
-    /// Runs what is posted until _funCondition holds. False if it does not within the limit.
+    /// Runs posted calls until _funCondition holds. False if it does not within the limit.
     template <typename T_Condition>
     [[nodiscard]] bool RunUntil(T_Condition _funCondition)
     {
@@ -34,7 +34,7 @@ public:
             });
     }
 
-    /// Runs what is there.
+    /// Runs the queued calls.
     void RunAll()
     {
         for (const std::function<void()>& funCall : TakeAll())
@@ -43,14 +43,14 @@ public:
         }
     }
 
-    /// Takes what is there without running it.
+    /// Takes the queued calls without running them.
     std::deque<std::function<void()>> TakeAll()
     {
         const std::lock_guard<std::mutex> lock(m_mtxCalls);
         return std::exchange(m_lstCalls, {});
     }
 
-    /// Waits until so many calls are queued. False if they are not within the limit.
+    /// Waits until at least _uiCalls calls are queued. False at the limit.
     [[nodiscard]] bool WaitForCalls(std::size_t _uiCalls)
     {
         std::unique_lock<std::mutex> lock(m_mtxCalls);
@@ -70,7 +70,7 @@ private:
     std::deque<std::function<void()>> m_lstCalls;
 };
 
-/// Keeps the failures that are reported. Thread-safe.
+/// Stores the reported failures. Thread-safe.
 class CLS_Failures
 {
 public:
@@ -89,7 +89,7 @@ public:
         return m_vecFailures;
     }
 
-    /// Returns the only failure, which comes within the limit.
+    /// Waits for a failure and returns it. Expects no other.
     ST_TaskFailure WaitForOne()
     {
         EXPECT_TRUE(WaitUntil([this] { return !GetAll().empty(); }));

@@ -1,5 +1,5 @@
-// The kit's headers, with every template used once. Compiled in several languages, and without exceptions and
-// run-time types; never run.
+// Uses every template of the kit's headers once. Compiled for several C++ standards, and without exceptions
+// and run-time type information; never run.
 
 #include "QuenHost/CLS_Debounce.h"
 #include "QuenHost/CLS_Delivery.h"

@@ -1,4 +1,4 @@
-// Whole hosts that are made with the kit.
+// Complete hosts that are built with the kit.
 
 #include "tests/support/ChildProcess.h"
 
@@ -12,7 +12,7 @@ TEST(KitHostsTest, AHostWithoutExceptionsUsesThePool)
 {
     const ST_ChildResult stResult = RunChild(NO_EXCEPTIONS_HOST, {POOL_LIBRARY});
     EXPECT_EQ(0, stResult.m_iExit) << ::testing::PrintToString(stResult);
-    // The pool's end writes the first log record, and looks for a logging library then.
+    // The shutdown makes the first log record, so the pool searches for a logging library only then.
     EXPECT_EQ("taken: yes\ntmp task ran: yes\nloop task ran: yes\nload dll - " LOG_LIBRARY_NAME "\n",
               stResult.m_strOut);
 }

@@ -1,4 +1,4 @@
-// What the kit leaves in the pool's registry of tasks.
+// The task records that the kit leaves in the pool's registry.
 
 #include "QuenHost/CLS_LoopTask.h"
 #include "QuenHost/SubmitForResult.h"
@@ -15,7 +15,8 @@ class CLS_Task;
 
 namespace
 {
-/// The object of a reference that the library exports by one of these names; null for none.
+/// Returns the object behind the reference that the library exports under one of these names; null if there
+/// is none.
 template <typename T_Object>
 T_Object* FindReference(const std::vector<const char*>& _vecNames)
 {
@@ -34,7 +35,7 @@ T_Object* FindReference(const std::vector<const char*>& _vecNames)
 std::size_t CountRecords()
 {
     using Records = std::map<std::string, std::shared_ptr<CLS_Task>>;
-    // The name says which string it is, where there are two.
+    // If the C++ library has two string types, the name tells which one is used.
     const auto* const pRecords =
         FindReference<const Records>({"_ZN8CLS_Task13m_mapTaskDataB5cxx11E", "_ZN8CLS_Task13m_mapTaskDataE"});
     auto* const pLock = FindReference<std::shared_mutex>({"_ZN8CLS_Task16m_smTaskDataLockE"});
@@ -64,14 +65,14 @@ TEST(KitMemoryTest, ManyTasksLeaveNoMoreRecordsThanWorkers)
             }
         }
         ASSERT_TRUE(WaitUntil([&] { return clsOwner.GetCounters().m_uiRun == 20020; }));
-        // One for each carrier that may be there, and those that left a moment ago; one for the heartbeat.
+        // One for each possible carrier, as many for those that have just ended, and one for the heartbeat.
         EXPECT_LE(CountRecords(), uiBefore + 2 * CLS_PoolHub::MOST_CARRIERS + 1);
         EXPECT_TRUE(WaitUntil([&] { return CountRecords() <= uiBefore + 20; }));
     }
     EXPECT_EQ(uiBefore, CountRecords());
 }
 
-TEST(KitMemoryTest, TheRecordsOfManyWorkersGoWithoutTheHostDoingAnything)
+TEST(KitMemoryTest, RecordsOfManyWorkersAreDeletedWithoutActionByTheHost)
 {
     const std::size_t uiBefore = CountRecords();
     {

@@ -34,10 +34,10 @@ TEST_F(LaterTest, ATaskStartsWhenItsDelayIsOver)
     EXPECT_GE(steady_clock::now() - tpBegin, milliseconds(30));
 }
 
-TEST_F(LaterTest, TheOneThatIsDueFirstStartsFirstAndWithoutADelayItStartsAtOnce)
+TEST_F(LaterTest, TasksStartInTheOrderOfTheirDueTimesAndWithoutADelayAtOnce)
 {
     CLS_TaskOwner clsOwner(GetPool(), "owner", ST_OwnerOptions{1});
-    std::vector<int> vecOrder; // not guarded: the tasks take turns
+    std::vector<int> vecOrder; // needs no lock: only one task runs at a time
     CLS_Gate clsDone;
     ASSERT_TRUE(clsOwner.SubmitAfter(
         milliseconds(200),
@@ -55,7 +55,7 @@ TEST_F(LaterTest, TheOneThatIsDueFirstStartsFirstAndWithoutADelayItStartsAtOnce)
     EXPECT_EQ((std::vector<int>{1, 2, 3}), vecOrder);
 }
 
-TEST_F(LaterTest, WhatWaitsForItsTimeTakesNoWorkerAndIsCancelledWithItsOwner)
+TEST_F(LaterTest, ADelayedTaskTakesNoWorkerAndIsCancelledWithItsOwner)
 {
     CLS_Witness::ST_End stEnd;
     {
@@ -72,7 +72,7 @@ TEST_F(LaterTest, WhatWaitsForItsTimeTakesNoWorkerAndIsCancelledWithItsOwner)
     }
 }
 
-TEST_F(LaterTest, NothingIsTakenForAnOwnerThatIsRemovedOrWithoutACallable)
+TEST_F(LaterTest, TasksAreRefusedDuringARemovalAndWithoutACallable)
 {
     CLS_TaskOwner clsOwner(GetPool(), "owner");
     EXPECT_FALSE(clsOwner.SubmitAfter(milliseconds(1), std::function<void()>(), "empty"));
@@ -90,7 +90,7 @@ TEST_F(LaterTest, NothingIsTakenForAnOwnerThatIsRemovedOrWithoutACallable)
     EXPECT_TRUE(clsOwner.RemoveTasks());
 }
 
-/// A stand-in for the pool that keeps the loop tasks that it is given, and a scope with it.
+/// A stand-in for the pool that stores the loop tasks that it receives, and a scope for it.
 class CLS_TimerStandIn
 {
 public:
@@ -120,10 +120,10 @@ public:
     std::optional<CLS_TaskOwner> m_optOwner{std::in_place, m_clsPool, "owner"};
     std::vector<int> m_vecIntervals;
     std::vector<std::function<void()>> m_vecTasks;
-    std::size_t m_uiRefused = 0; ///< the number of the loop task that is not taken
+    std::size_t m_uiRefused = 0; ///< the number of the loop task to refuse; 0 for none
 };
 
-TEST(LaterTimerTest, OneTimerForAllThatEndsWhenTheFirstIsDue)
+TEST(LaterTimerTest, OneTimerServesAllTasksAndEndsWhenTheFirstIsDue)
 {
     CLS_TimerStandIn clsPool;
     for (const int iDelay : {100000, 200000, 100500})
@@ -140,7 +140,7 @@ TEST(LaterTimerTest, OneTimerForAllThatEndsWhenTheFirstIsDue)
     EXPECT_LE(clsPool.m_vecIntervals.back(), 1000);
 }
 
-TEST(LaterTimerTest, TheTimersSecondRunQueuesWhatIsDueAndMakesTheNextTimer)
+TEST(LaterTimerTest, TheTimersSecondRunQueuesDueTasksAndStartsTheNextTimer)
 {
     CLS_TimerStandIn clsPool;
     ASSERT_TRUE(clsPool.m_optOwner->SubmitAfter(
@@ -157,10 +157,10 @@ TEST(LaterTimerTest, TheTimersSecondRunQueuesWhatIsDueAndMakesTheNextTimer)
     EXPECT_GT(clsPool.m_vecIntervals.at(2), 50000);
     EXPECT_EQ(INT_MAX, clsPool.m_vecIntervals.at(3));
     funTimer();
-    EXPECT_EQ(4U, clsPool.m_vecIntervals.size()) << "a timer that is over does nothing";
+    EXPECT_EQ(4U, clsPool.m_vecIntervals.size()) << "a timer that has ended does nothing";
 }
 
-TEST(LaterTimerTest, WhenNothingWaitsThereIsNoTimer)
+TEST(LaterTimerTest, NoTimerExistsWhenNothingWaits)
 {
     CLS_TimerStandIn clsPool;
     ASSERT_TRUE(clsPool.m_optOwner->SubmitAfter(
@@ -173,7 +173,7 @@ TEST(LaterTimerTest, WhenNothingWaitsThereIsNoTimer)
     EXPECT_EQ(0U, clsPool.m_clsPool.TakeSnapshot().m_uiQueued);
 }
 
-TEST(LaterTimerTest, WithoutATimerTheHeartbeatQueuesWhatIsDue)
+TEST(LaterTimerTest, WithoutATimerTheHeartbeatQueuesDueTasks)
 {
     CLS_TimerStandIn clsPool;
     clsPool.m_uiRefused = 2;
@@ -185,7 +185,7 @@ TEST(LaterTimerTest, WithoutATimerTheHeartbeatQueuesWhatIsDue)
     ASSERT_EQ(3U, clsPool.m_vecIntervals.size()) << "a worker for the task";
 }
 
-TEST_F(DebounceTest, RunsOnceWhenItHasBeenQuiet)
+TEST_F(DebounceTest, RunsOnceAfterTheQuietTime)
 {
     CLS_TaskOwner clsOwner(GetPool(), "owner");
     std::atomic<int> iRuns{0};
@@ -247,7 +247,7 @@ TEST_F(DebounceTest, IsCancelledWithItsOwnersTasksAndMayBeTriggeredAgain)
     EXPECT_TRUE(clsRuns.Wait(1));
     ASSERT_TRUE(clsDebounce.Trigger());
     clsOwner.RemoveTasksLater();
-    ASSERT_TRUE(clsDebounce.Trigger()) << "although a worker may still destroy what was cancelled";
+    ASSERT_TRUE(clsDebounce.Trigger()) << "a worker may still be destroying the cancelled task";
     EXPECT_TRUE(clsRuns.Wait(2));
     EXPECT_EQ(2, clsRuns.Get());
 }
@@ -290,7 +290,7 @@ TEST_F(DebounceTest, ItsEndInItsRunLetsTheRunDestroyTheCallable)
     EXPECT_EQ(1, stEnd.m_iEnds);
 }
 
-TEST_F(DebounceTest, WhatItThrowsIsHeardAndItGoesOn)
+TEST_F(DebounceTest, AnExceptionIsReportedAndTheDebounceContinues)
 {
     CLS_Failures clsFailures;
     CLS_TaskOwner clsOwner(GetPool(), "owner", clsFailures.MakeHandler());
@@ -303,16 +303,16 @@ TEST_F(DebounceTest, WhatItThrowsIsHeardAndItGoesOn)
     EXPECT_TRUE(WaitUntil([&] { return clsFailures.GetAll().size() == 2; }));
 }
 
-TEST_F(DebounceTest, WithoutACallableNothingIsTriggered)
+TEST_F(DebounceTest, WithoutACallableTriggersAreRefused)
 {
     CLS_TaskOwner clsOwner(GetPool(), "owner");
     EXPECT_FALSE(CLS_Debounce(clsOwner, milliseconds(1), std::function<void()>(), "empty").Trigger());
 }
 
-TEST_F(DebounceTest, ANegativeQuietTimeIsNone)
+TEST_F(DebounceTest, ANegativeQuietTimeIsZero)
 {
     CLS_TaskOwner clsOwner(GetPool(), "owner");
-    // In nanoseconds, neither fits into 64 bits, and the second looks like 146 years.
+    // In nanoseconds, neither value fits into 64 bits. The second would wrap around to 146 years.
     for (const milliseconds msQuiet : {milliseconds::min(), milliseconds(-13835058055282)})
     {
         CLS_Gate clsRan;
@@ -344,7 +344,7 @@ TEST_F(DebounceTest, CountsOnceForEachRunHoweverOftenItIsTriggered)
             stCounters = clsOwner.GetCounters();
             return stCounters.m_uiRun == stCounters.m_uiSubmitted;
         }));
-    // More than one where the triggers were held up.
+    // There is more than one run if the triggers were delayed.
     EXPECT_EQ(static_cast<std::uint64_t>(clsRuns.Get()), stCounters.m_uiRun);
     EXPECT_EQ(0U, stCounters.m_uiCancelled);
 }
@@ -390,7 +390,7 @@ TEST(DebounceMemoryTest, ARunThatIsLostWithoutMemoryIsAFailure)
     std::optional<CLS_Debounce> optDebounce;
     const auto funTask = [&]
     {
-        EXPECT_TRUE(optDebounce->Trigger()); // leads to another run, for which there is no memory
+        EXPECT_TRUE(optDebounce->Trigger()); // requests another run, for which there is no memory
         FailingMemory::FailAt(1);
     };
     optDebounce.emplace(clsOwner, milliseconds(0), funTask, "debounce");
@@ -405,12 +405,12 @@ TEST(DebounceMemoryTest, ATriggerWithoutAWorkerWaitsForOne)
     CLS_TimerStandIn clsPool;
     CLS_Debounce clsDebounce(
         *clsPool.m_optOwner, milliseconds(0), [] {}, "debounce");
-    clsPool.m_uiRefused = 2; // the first is the heartbeat
+    clsPool.m_uiRefused = 2; // number 1 is the heartbeat
     ASSERT_TRUE(clsDebounce.Trigger());
     EXPECT_EQ(1U, clsPool.m_clsPool.TakeSnapshot().m_uiQueued);
     ASSERT_EQ(2U, clsPool.m_vecIntervals.size());
     clsPool.m_vecTasks.front()();
-    ASSERT_EQ(3U, clsPool.m_vecIntervals.size()) << "the heartbeat brings the worker";
+    ASSERT_EQ(3U, clsPool.m_vecIntervals.size()) << "the heartbeat starts the worker";
     EXPECT_EQ(INT_MAX, clsPool.m_vecIntervals.back());
 }
 } // namespace

@@ -1,4 +1,4 @@
-// How many tasks of an owner run at once.
+// The limit on the number of an owner's tasks that run at once.
 
 #include "QuenHost/CLS_TaskOwner.h"
 #include "tests/kit/FewWorkers.h"
@@ -14,7 +14,7 @@ namespace
 {
 using LimitTest = CLS_PoolTest;
 
-TEST_F(LimitTest, NoMoreTasksRunAtOnceAndAllRun)
+TEST_F(LimitTest, NoMoreTasksThanTheLimitRunAtOnceAndAllRun)
 {
     std::atomic<int> iRunning{0};
     std::atomic<int> iMost{0};
@@ -39,7 +39,7 @@ TEST_F(LimitTest, NoMoreTasksRunAtOnceAndAllRun)
     EXPECT_LE(iMost, 3);
 }
 
-TEST_F(LimitTest, AsManyAsMayDoRunAtOnce)
+TEST_F(LimitTest, AsManyTasksRunAtOnceAsTheLimitAllows)
 {
     CLS_Counter clsStarted;
     CLS_TaskOwner clsOwner(GetPool(), "owner", ST_OwnerOptions{4});
@@ -58,7 +58,7 @@ TEST_F(LimitTest, AsManyAsMayDoRunAtOnce)
 
 TEST_F(LimitTest, OneAtATimeRunInTheOrderOfSubmissionAndSeeEachOthersWrites)
 {
-    std::vector<int> vecOrder; // not guarded: the tasks take turns
+    std::vector<int> vecOrder; // needs no lock: only one task runs at a time
     CLS_Gate clsDone;
     CLS_TaskOwner clsOwner(GetPool(), "owner", ST_OwnerOptions{1});
     for (int i = 0; i < 500; ++i)
@@ -106,7 +106,7 @@ TEST_F(LimitTest, TheRestWaitsWithoutAWorkerAndIsCancelledAtOnce)
     EXPECT_TRUE(clsRan.Wait());
 }
 
-TEST_F(LimitTest, ARunThatIsNotWaitedForKeepsItsPlace)
+TEST_F(LimitTest, ARunThatIsRemovedLaterKeepsItsPlace)
 {
     CLS_Gate clsMayEnd;
     CLS_Gate clsStarted;
@@ -135,7 +135,7 @@ TEST_F(LimitTest, ARunThatIsNotWaitedForKeepsItsPlace)
     EXPECT_TRUE(clsRan.Wait());
 }
 
-TEST_F(LimitTest, ATaskThatThrowsMakesPlaceForTheNext)
+TEST_F(LimitTest, ATaskThatThrowsFreesItsPlaceForTheNext)
 {
     CLS_Gate clsRan;
     CLS_TaskOwner clsOwner(GetPool(), "owner", ST_OwnerOptions{1, [](const ST_TaskFailure&) {}});
@@ -159,7 +159,7 @@ TEST_F(LimitTest, OtherOwnersAreNotHeldUp)
     clsMayEnd.Open();
 }
 
-TEST(LimitWorkersTest, TheNextStartsWhileTheHostReleasesWhatARemovalKept)
+TEST(LimitWorkersTest, TheNextTaskStartsWhileAnObjectThatARemovalKeptIsReleased)
 {
     CLS_Gate clsOldStarted;
     CLS_Gate clsOldMayEnd;
@@ -167,7 +167,7 @@ TEST(LimitWorkersTest, TheNextStartsWhileTheHostReleasesWhatARemovalKept)
     CLS_Gate clsOtherMayEnd;
     CLS_Gate clsNewRan;
     CLS_Gate clsReleased;
-    CLS_FewWorkers clsPool(1); // its end waits for the run that the removal leaves
+    CLS_FewWorkers clsPool(1); // its destructor waits for the run that the removal leaves behind
     CLS_TaskOwner clsOther(clsPool.GetPool(), "other");
     CLS_TaskOwner clsOwner(clsPool.GetPool(), "owner", ST_OwnerOptions{1});
     ASSERT_TRUE(clsOwner.Submit(
@@ -184,7 +184,7 @@ TEST(LimitWorkersTest, TheNextStartsWhileTheHostReleasesWhatARemovalKept)
         clsReleased.Open();
     };
     clsOwner.RemoveTasksLater(std::shared_ptr<void>(nullptr, funRelease));
-    // This worker destroys what the removal left, and then has no time for the new task.
+    // This worker destroys what the removal left behind, and is then too busy to run the new task.
     clsPool.AllowOne();
     ASSERT_TRUE(clsOther.Submit(
         [&]

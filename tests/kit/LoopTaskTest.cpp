@@ -18,7 +18,7 @@ static_assert(!std::is_copy_constructible_v<CLS_LoopTask> && !std::is_copy_assig
 static_assert(std::is_nothrow_move_constructible_v<CLS_LoopTask> &&
               std::is_nothrow_move_assignable_v<CLS_LoopTask>);
 
-/// A callable that counts its runs, and tells whether a task still has it.
+/// Makes a callable that counts its runs, and tells whether a task still holds it.
 struct ST_Watched
 {
     std::shared_ptr<CLS_Counter> m_pRuns = std::make_shared<CLS_Counter>();
@@ -28,7 +28,7 @@ struct ST_Watched
         return [pRuns = m_pRuns] { pRuns->Add(); };
     }
 
-    /// Whether a task has the callable.
+    /// Whether a task holds the callable.
     bool IsHeld() const { return m_pRuns.use_count() > 1; }
 };
 
@@ -79,7 +79,7 @@ TEST_F(LoopTaskTest, MovingTakesTheTaskAlong)
     EXPECT_FALSE(stWatched.IsHeld());
 }
 
-TEST_F(LoopTaskTest, AssigningRemovesTheTaskThatWasThere)
+TEST_F(LoopTaskTest, AssigningRemovesTheFormerTask)
 {
     const ST_Watched stOld;
     const ST_Watched stNew;
@@ -223,7 +223,7 @@ TEST_F(LoopTaskTest, TakesACallableThatCanOnlyBeMovedAndDestroysItOnceOnTheRemov
     EXPECT_EQ(std::this_thread::get_id(), stEnd.m_idThread.load());
 }
 
-TEST_F(LoopTaskTest, RemovedLaterItDoesNotWaitAndKeepsWhatTheRunUses)
+TEST_F(LoopTaskTest, RemovingLaterDoesNotWaitAndKeepsWhatTheRunUses)
 {
     CLS_Gate clsStarted;
     CLS_Gate clsMayEnd;
@@ -247,7 +247,7 @@ TEST_F(LoopTaskTest, RemovedLaterItDoesNotWaitAndKeepsWhatTheRunUses)
     EXPECT_NE(std::this_thread::get_id(), stKept.m_idThread.load());
 }
 
-TEST_F(LoopTaskTest, RemovedLaterBetweenItsRunsItsCallableGoesOnAWorker)
+TEST_F(LoopTaskTest, RemovingLaterBetweenRunsDestroysTheCallableOnAWorker)
 {
     CLS_Witness::ST_End stEnd;
     CLS_Counter clsRuns;
@@ -262,7 +262,7 @@ TEST_F(LoopTaskTest, RemovedLaterBetweenItsRunsItsCallableGoesOnAWorker)
 
 static_assert(noexcept(std::declval<CLS_LoopTask&>().RemoveLater()));
 
-TEST_F(LoopTaskTest, RemovedLaterItDoesTheSameWhicheverAllocationFails)
+TEST_F(LoopTaskTest, RemovingLaterHasTheSameEffectWhicheverAllocationFails)
 {
     bool bFailed = true;
     for (int iAllocation = 1; bFailed; ++iAllocation)
@@ -295,7 +295,7 @@ TEST_F(LoopTaskTest, AnEmptyCallableIsNotAdded)
     EXPECT_TRUE(clsTask.Remove());
 }
 
-TEST_F(LoopTaskTest, GoesOnAfterARunThatThrows)
+TEST_F(LoopTaskTest, ContinuesAfterARunThatThrows)
 {
     CLS_Counter clsFailures;
     CLS_LoopTask clsTask(

@@ -1,5 +1,5 @@
 // A host that is compiled without exceptions:  zel_no_exceptions_host LIBRARY
-// Prints what it did with the pool, or why there is none.
+// Prints what it did with the pool, or why the pool is not available.
 
 #include "QuenHost/CLS_LoopTask.h"
 #include "QuenHost/CLS_PoolScope.h"

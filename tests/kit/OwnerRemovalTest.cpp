@@ -17,7 +17,7 @@ using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 using OwnerRemovalTest = CLS_PoolTest;
 
-/// A task that ignores a request to stop, and runs until the gate opens.
+/// A task that ignores stop requests and runs until the gate opens.
 struct ST_Stubborn
 {
     CLS_Gate m_clsStarted;
@@ -41,7 +41,7 @@ struct ST_Stubborn
     }
 };
 
-TEST_F(OwnerRemovalTest, NothingStartsOrIsTakenDuringTheRemoval)
+TEST_F(OwnerRemovalTest, NoTaskStartsOrIsAcceptedDuringTheRemoval)
 {
     ST_Stubborn stStubborn;
     CLS_Gate clsRemoving;
@@ -84,7 +84,7 @@ TEST_F(OwnerRemovalTest, ATaskCannotSubmitForAnOwnerThatRemovesIt)
     EXPECT_EQ(iRunsThen, iRuns);
 }
 
-TEST_F(OwnerRemovalTest, SaysThatNotEverythingEndedInItsTimeAndWaitsAgain)
+TEST_F(OwnerRemovalTest, ReportsATaskThatOutlastsTheTimeoutAndWaitsAgain)
 {
     ST_Stubborn stStubborn;
     CLS_TaskOwner clsOwner(GetPool(), "owner");
@@ -95,7 +95,7 @@ TEST_F(OwnerRemovalTest, SaysThatNotEverythingEndedInItsTimeAndWaitsAgain)
     EXPECT_TRUE(stStubborn.m_bEnded);
 }
 
-TEST_F(OwnerRemovalTest, SaysThatAnotherRemovalHasNotDestroyedWhatItCancelled)
+TEST_F(OwnerRemovalTest, ReportsThatAnotherRemovalHasNotDestroyedItsCancelledTasks)
 {
     CLS_Gate clsMayEnd;
     CLS_TaskOwner clsOthers(GetPool(), "others");
@@ -119,7 +119,7 @@ TEST_F(OwnerRemovalTest, SaysThatAnotherRemovalHasNotDestroyedWhatItCancelled)
     clsMayEnd.Open();
 }
 
-TEST_F(OwnerRemovalTest, TheLongestLimitIsNoOverflow)
+TEST_F(OwnerRemovalTest, TheLongestTimeoutDoesNotOverflow)
 {
     CLS_Gate clsStarted;
     CLS_TaskOwner clsOwner(GetPool(), "owner");
@@ -230,7 +230,7 @@ TEST_F(OwnerRemovalTest, OutsideATaskTheEndAlsoWaitsForATaskThatIsItselfInARemov
     thRemover.join();
 }
 
-TEST_F(OwnerRemovalTest, RemovingLaterDoesNotWaitAndLetsGoOfTheKeptObjectWithTheLastRun)
+TEST_F(OwnerRemovalTest, RemovingLaterDoesNotWaitAndReleasesTheKeptObjectWithTheLastRun)
 {
     ST_Stubborn stStubborn;
     CLS_Witness::ST_End stKept;
@@ -251,7 +251,7 @@ TEST_F(OwnerRemovalTest, RemovingLaterDoesNotWaitAndLetsGoOfTheKeptObjectWithThe
 
 static_assert(noexcept(std::declval<CLS_TaskOwner&>().RemoveTasksLater()));
 
-TEST_F(OwnerRemovalTest, RemovingLaterDoesTheSameWhicheverAllocationFails)
+TEST_F(OwnerRemovalTest, RemovingLaterHasTheSameEffectWhicheverAllocationFails)
 {
     bool bFailed = true;
     for (int iAllocation = 1; bFailed; ++iAllocation)
@@ -301,7 +301,7 @@ TEST_F(OwnerRemovalTest, RemovingLaterAgainAndAgainNeedsNoMemory)
     }
 }
 
-TEST_F(OwnerRemovalTest, RemovingLaterDestroysWhatWaitsOnAWorker)
+TEST_F(OwnerRemovalTest, RemovingLaterDestroysQueuedTasksOnAWorker)
 {
     CLS_Gate clsMayEnd;
     CLS_TaskOwner clsOthers(GetPool(), "others");
@@ -340,7 +340,7 @@ TEST_F(OwnerRemovalTest, AnObjectMayKeepItselfUntilItsLastRunAndEndItsOwnerThere
     EXPECT_TRUE(WaitUntil([&] { return pWatched.expired(); }));
 }
 
-TEST_F(OwnerRemovalTest, AHundredTasksThatLookAtTheirTokenAndTenThousandThatWaitEndAtOnce)
+TEST_F(OwnerRemovalTest, AHundredTasksThatPollTheirTokenAndTenThousandThatWaitEndAtOnce)
 {
     CLS_Counter clsStarted;
     std::atomic<int> iLate{0};

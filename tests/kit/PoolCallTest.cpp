@@ -6,7 +6,7 @@
 
 namespace
 {
-TEST(PoolCallTest, WhatIsThrownBecomesAText)
+TEST(PoolCallTest, AnExceptionBecomesAText)
 {
     EXPECT_EQ(std::nullopt, PoolCall::Guard([] {}));
     EXPECT_EQ("why", PoolCall::Guard([] { throw std::runtime_error("why"); }));

@@ -13,7 +13,7 @@ static_assert(!std::is_copy_constructible_v<CLS_PoolLibrary> && !std::is_copy_as
 static_assert(std::is_nothrow_move_constructible_v<CLS_PoolLibrary> &&
               std::is_nothrow_move_assignable_v<CLS_PoolLibrary>);
 
-/// Why the loader does not open the file, in its own words.
+/// Returns the loader's reason for not opening the file.
 std::string GetLoaderReason(const std::string& _strPath)
 {
     EXPECT_EQ(nullptr, dlopen(_strPath.c_str(), RTLD_NOW | RTLD_LOCAL));
@@ -21,7 +21,7 @@ std::string GetLoaderReason(const std::string& _strPath)
     return szReason == nullptr ? "" : szReason;
 }
 
-/// Why the loader does not find the function, in its own words.
+/// Returns the loader's reason for not finding the function.
 std::string GetLoaderReason(const std::string& _strPath, const char* _szFunction)
 {
     void* const pLibrary = dlopen(_strPath.c_str(), RTLD_NOW | RTLD_LOCAL);
@@ -32,7 +32,7 @@ std::string GetLoaderReason(const std::string& _strPath, const char* _szFunction
     return strReason;
 }
 
-/// The text with a sign for each address: a library gets another one each time that it is opened.
+/// Replaces each address in the text. A library's address may differ each time that it is opened.
 std::string HideAddresses(const std::string& _strText)
 {
     return std::regex_replace(_strText, std::regex("0x[0-9a-f]+"), "0x*");
@@ -70,7 +70,7 @@ bool HasNone(const ST_PoolFunctions& _stFunctions)
            _stFunctions.m_funUnInit == nullptr;
 }
 
-TEST(PoolLibraryTest, OpensTheLibraryAndEmptiesTheError)
+TEST(PoolLibraryTest, OpensTheLibraryAndClearsTheError)
 {
     std::string strError = "from before";
     std::optional<CLS_PoolLibrary> clsLibrary = CLS_PoolLibrary::Open(POOL_LIBRARY, strError);
@@ -146,13 +146,13 @@ TEST(PoolLibraryTest, MovingTakesTheFunctionsAlong)
     EXPECT_TRUE(HasNone(clsSecond.GetFunctions())); // NOLINT(bugprone-use-after-move)
 }
 
-TEST(PoolLibraryTest, TheLibraryStaysLoadedWhenTheObjectGoes)
+TEST(PoolLibraryTest, TheLibraryStaysLoadedWhenTheObjectIsDestroyed)
 {
     CLS_PoolLibrary(STAND_IN_UNENDABLE); // NOLINT(bugprone-unused-raii)
     EXPECT_TRUE(CLS_StandIn::IsLoaded(STAND_IN_UNENDABLE));
 }
 
-TEST(PoolLibraryTest, TheUsualNameIsTheBuiltLibrarys)
+TEST(PoolLibraryTest, TheDefaultNameIsThatOfTheBuiltLibrary)
 {
     const std::string strPath = POOL_LIBRARY;
     EXPECT_EQ(strPath.substr(strPath.rfind('/') + 1), CLS_PoolLibrary::GetUsualName());

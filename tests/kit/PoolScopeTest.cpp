@@ -61,7 +61,7 @@ TEST(PoolScopeTest, AMovedFromScopeEndsNothing)
     EXPECT_EQ(Calls{"KillTaskAll"}, CLS_StandIn::GetCalls());
 }
 
-TEST(PoolScopeTest, WithALibraryThatWasMovedFromItEndsNothing)
+TEST(PoolScopeTest, AScopeOfAMovedFromLibraryEndsNothing)
 {
     const CLS_StandIn clsStandIn(STAND_IN);
     CLS_PoolLibrary clsLibrary(STAND_IN);
@@ -92,7 +92,7 @@ TEST(PoolScopeTest, UnloadingAfterTheEndEndsNoOtherPool)
     EXPECT_EQ((Calls{"KillTaskAll", "unloaded"}), CLS_StandIn::GetCalls());
 }
 
-TEST(PoolScopeTest, AnEndThatThrowsIsBorne)
+TEST(PoolScopeTest, AnEndThatThrowsDoesNoHarm)
 {
     const CLS_StandIn clsStandIn(STAND_IN_UNENDABLE);
     {
@@ -102,7 +102,7 @@ TEST(PoolScopeTest, AnEndThatThrowsIsBorne)
     EXPECT_EQ(Calls{"KillTaskAll"}, CLS_StandIn::GetCalls());
 }
 
-TEST(PoolScopeTest, WithoutTasksThePoolIsGivenNothing)
+TEST(PoolScopeTest, WithoutTasksThePoolReceivesNoTask)
 {
     const CLS_StandIn clsStandIn(STAND_IN);
     {
@@ -113,7 +113,7 @@ TEST(PoolScopeTest, WithoutTasksThePoolIsGivenNothing)
     EXPECT_EQ(Calls{"KillTaskAll"}, CLS_StandIn::GetCalls());
 }
 
-TEST(PoolScopeTest, OwnersGoOnWhenTheScopeIsMoved)
+TEST(PoolScopeTest, OwnersStillWorkAfterTheScopeIsMoved)
 {
     CLS_PoolScope clsFirst{CLS_PoolLibrary(POOL_LIBRARY)};
     std::optional<CLS_TaskOwner> clsOwner(std::in_place, clsFirst, "owner");
@@ -136,7 +136,7 @@ TEST(PoolScopeTest, ALinkedOrOpenedLibraryMayBeUsedAgainAfterTheEnd)
     }
 }
 
-TEST(PoolScopeTest, TheEndWaitsForWhatIsRunning)
+TEST(PoolScopeTest, TheEndWaitsForRunningTasks)
 {
     CLS_Gate clsStarted;
     CLS_Gate clsMayEnd;

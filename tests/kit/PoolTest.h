@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 #include <memory>
 
-/// Tests with the built library's pool, which ends with each test.
+/// Base of the tests that use the built library's pool. Each test ends with a shutdown.
 class CLS_PoolTest : public ::testing::Test
 {
 protected:

@@ -1,5 +1,5 @@
 // A host in C++20 with coroutines:  zel_routine_host LIBRARY
-// Prints what they did, or "no coroutines" where the compiler has none.
+// Prints what they did, or "no coroutines" if the compiler does not support them.
 
 #include "QuenHost/CLS_Routine.h"
 
@@ -37,7 +37,7 @@ public:
         m_lstCalls.push_back(std::move(_funCall));
     }
 
-    /// Waits for the next one. Empty when none comes.
+    /// Waits for the next call. Returns an empty one at the limit.
     std::function<void()> TakeNext()
     {
         std::function<void()> funCall;
@@ -60,9 +60,10 @@ private:
     std::deque<std::function<void()>> m_lstCalls;
 };
 
-// Threads are told apart with ThreadInfo: compilers keep pthread_self() across a co_await.
+// ThreadInfo identifies threads here, because compilers may reuse the result of pthread_self() after a
+// co_await.
 
-/// A variable of a coroutine. Notes on which thread it is destroyed.
+/// A variable of a coroutine. It records the thread that destroys it.
 struct ST_Variable
 {
     explicit ST_Variable(std::atomic<std::uint64_t>& _uiEnd) : m_uiEnd(_uiEnd) {}
@@ -108,10 +109,10 @@ struct ST_SelfRemoval
 {
     std::thread::id m_idFirst;
     std::thread::id m_idLast;
-    std::atomic<int> m_iResult{-1}; ///< of the removal; -1 until it has returned
+    std::atomic<int> m_iResult{-1}; ///< the removal's result; -1 until it has returned
 };
 
-/// Removes the tasks of its own owner, after it has asked for its thread on another thread.
+/// Removes the tasks of its own owner, after it has obtained its thread's id on another thread.
 CLS_Routine RemoveOwn(std::optional<CLS_HostThread> _optHost, CLS_TaskOwner* _pOther, CLS_TaskOwner* _pOwner,
                       ST_SelfRemoval* _pRemoval)
 {

@@ -23,7 +23,7 @@ TEST_F(SnapshotTest, ShowsNothingOfAnIdlePool)
         stSnapshot.ToText());
 }
 
-TEST_F(SnapshotTest, ShowsWhatIsStuckOnWhichThreadAndWhatWaits)
+TEST_F(SnapshotTest, ShowsRunningTasksWithTheirThreadsAndWaitingTasks)
 {
     CLS_Gate clsMayEnd;
     CLS_TaskOwner clsOwner(GetPool(), "stuck owner");

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-/// Lets a stand-in for the pool library note its calls, and keeps it loaded. One at a time.
+/// Makes a stand-in for the pool library record its calls, and keeps it loaded. Only one may exist at a time.
 class CLS_StandIn
 {
 public:
@@ -25,11 +25,11 @@ public:
         funNoteCalls(&GetCalls());
     }
 
-    /// How the pool adds a loop task: the callable, the interval, and the place for the id, which stays empty
-    /// when the task is not taken.
+    /// Adds a loop task for the pool. The parameters are the callable, the interval and the id. The id stays
+    /// empty if the task is refused.
     using AddLoopTask = std::function<void(const std::function<void()>&, int, std::string&)>;
 
-    /// Sets how the pool adds loop tasks. With an empty function, as at the beginning, it refuses them.
+    /// Sets the function that adds loop tasks. If it is empty, as it is initially, the pool refuses them.
     void SetAddLoopTask(const AddLoopTask& _funAdd) const
     {
         const auto funSet =
@@ -50,7 +50,7 @@ public:
     CLS_StandIn(const CLS_StandIn&) = delete;
     CLS_StandIn& operator=(const CLS_StandIn&) = delete;
 
-    /// The calls of the stand-ins, oldest first. They are never destroyed: a library is unloaded late.
+    /// The calls of the stand-ins, oldest first. Never destroyed, because a library may be unloaded late.
     static std::vector<std::string>& GetCalls()
     {
         static std::vector<std::string>& s_vecCalls = *new std::vector<std::string>;

@@ -1,5 +1,5 @@
-// A library with the pool's names and nothing behind them, for tests of what opens it. It notes its calls,
-// and when it is unloaded.
+// A library that exports the pool's names without a pool, for tests of code that opens it. It records its
+// calls, and when it is unloaded.
 
 #include "QuenPlugins/ZelTaskPool/TaskPoolExports.h"
 
@@ -37,13 +37,13 @@ const CLS_UnloadNote g_clsUnloadNote;
 
 extern "C"
 {
-    /// Sets where calls are noted; null for nowhere.
+    /// Sets the list that records the calls; null for none.
     void NoteCalls(std::vector<std::string>* _pCalls)
     {
         g_pCalls = _pCalls;
     }
 
-    /// Sets how loop tasks are added. An empty function refuses them.
+    /// Sets the function that adds loop tasks. If it is empty, they are refused.
     void SetAddLoopTask(const std::function<void(const std::function<void()>&, int, std::string&)>& _funAdd)
     {
         g_funAddLoop = _funAdd;

@@ -1,4 +1,4 @@
-// A host in C++20, whose tasks take the standard's stop token:  zel_standard_token_host LIBRARY
+// A host in C++20 whose tasks take a std::stop_token:  zel_standard_token_host LIBRARY
 
 #include "QuenHost/CLS_LoopTask.h"
 #include "QuenHost/SubmitForResult.h"

@@ -16,7 +16,7 @@ namespace
 class StepsTest : public CLS_PoolTest
 {
 protected:
-    /// Numbers from 0 on, each from a step of its own.
+    /// Makes steps that return the numbers from 0 on, one each.
     static std::vector<CLS_Steps<int>> MakeNumbers(int _iCount)
     {
         std::vector<CLS_Steps<int>> vecNumbers;
@@ -83,7 +83,7 @@ TEST_F(StepsTest, StepsTakeTurnsWhereOneTaskMayRunAtOnce)
     EXPECT_TRUE(m_clsLoop.RunUntil([&] { return iSum == 123456789; }));
 }
 
-TEST_F(StepsTest, WhenAllOfNothingIsOverAtOnce)
+TEST_F(StepsTest, WhenAllOfNoStepsIsOverAtOnce)
 {
     CLS_TaskOwner clsOwner(GetPool(), "owner");
     bool bDelivered = false;
@@ -113,7 +113,7 @@ TEST_F(StepsTest, WhenAllOfStepsWithoutResultsHasNone)
     EXPECT_TRUE(m_clsLoop.RunUntil([&] { return iRunsThen == 3; }));
 }
 
-TEST_F(StepsTest, AFailureGoesPastTheNextStepsToTheirFailureCallable)
+TEST_F(StepsTest, AFailureSkipsTheNextStepsToTheirFailureCallable)
 {
     CLS_TaskOwner clsOwner(GetPool(), "owner",
                            [](const ST_TaskFailure&) { ADD_FAILURE() << "the failure is reported twice"; });
@@ -132,7 +132,7 @@ TEST_F(StepsTest, AFailureGoesPastTheNextStepsToTheirFailureCallable)
     EXPECT_EQ(1U, clsOwner.GetCounters().m_uiFailed);
 }
 
-TEST_F(StepsTest, WithoutAFailureCallableTheOwnersHandlerHears)
+TEST_F(StepsTest, WithoutAFailureCallableTheOwnersHandlerIsCalled)
 {
     CLS_Failures clsFailures;
     CLS_TaskOwner clsOwner(GetPool(), "owner", clsFailures.MakeHandler());
@@ -157,7 +157,7 @@ TEST_F(StepsTest, AFailureCallableLetsResultsPass)
     EXPECT_TRUE(m_clsLoop.RunUntil([&] { return iResult == 1; }));
 }
 
-TEST_F(StepsTest, WhenSomeOfAllThrowTheFirstInOrderIsHeardWhenAllAreOver)
+TEST_F(StepsTest, WhenSeveralStepsThrowTheFirstInOrderIsReportedAfterAllAreOver)
 {
     CLS_Failures clsFailures;
     CLS_TaskOwner clsOwner(GetPool(), "owner", clsFailures.MakeHandler());
@@ -232,7 +232,7 @@ TEST_F(StepsTest, ARemovalCancelsTheStepsThatHaveNotStartedAndDestroysThem)
     EXPECT_EQ(1, stFailure.m_iEnds);
 }
 
-TEST_F(StepsTest, ARemovalCancelsWhatWaitsForAll)
+TEST_F(StepsTest, ARemovalCancelsAStepThatWaitsForAll)
 {
     CLS_Gate clsStarted;
     CLS_Witness::ST_End stEnd;
@@ -256,7 +256,7 @@ TEST_F(StepsTest, ARemovalCancelsWhatWaitsForAll)
     EXPECT_EQ(1, stEnd.m_iEnds);
 }
 
-TEST_F(StepsTest, WithAnEmptyCallableNothingIsTaken)
+TEST_F(StepsTest, StepsWithAnEmptyCallableAreRefused)
 {
     CLS_TaskOwner clsOwner(GetPool(), "owner");
     const CLS_HostThread clsHost = m_clsLoop.GetThread();
@@ -269,7 +269,7 @@ TEST_F(StepsTest, WithAnEmptyCallableNothingIsTaken)
     EXPECT_EQ(0U, clsOwner.GetCounters().m_uiSubmitted);
 }
 
-TEST_F(StepsTest, AnOwnerThatTakesNothingDestroysTheSteps)
+TEST_F(StepsTest, AnOwnerThatRefusesTheStepsDestroysThem)
 {
     CLS_Witness::ST_End stEnd;
     CLS_TaskOwner clsOwner(GetPool(), "owner");
@@ -287,25 +287,25 @@ TEST_F(StepsTest, AnOwnerThatTakesNothingDestroysTheSteps)
     EXPECT_EQ(1, stEnd.m_iEnds);
 }
 
-/// Steps whose first one lets an allocation of its worker fail after it. There is one worker, which also does
-/// what is posted to the host, so all comes in order.
+/// Steps whose first one lets a later allocation of its worker fail. The only worker also runs what is posted
+/// to the host, so everything runs in order.
 class StepsMemoryTest : public ::testing::Test
 {
 protected:
-    /// What is heard of the steps.
+    /// The outcome of the steps.
     struct ST_Heard
     {
         int m_iResults = 0;
         int m_iOnFailures = 0;
         int m_iReports = 0;
-        bool m_bFailed = false; ///< memory did
+        bool m_bFailed = false; ///< whether an allocation failed
 
         int GetCount() const { return m_iResults + m_iOnFailures + m_iReports; }
     };
 
     static constexpr char LONG_INFO[] = "a call information that is too long to be stored without memory";
 
-    /// The first step, with the result 7.
+    /// Makes the first step, which returns 7.
     static CLS_Steps<int> MakeFirst(int _iAllocation)
     {
         const auto funFirst = [_iAllocation]
@@ -316,7 +316,7 @@ protected:
         return FirstStep(funFirst, LONG_INFO);
     }
 
-    /// The callable of a step that counts.
+    /// Makes a callable that counts its calls.
     auto MakeCount(int ST_Heard::*_pCount)
     {
         return [this, _pCount](auto&&...)
@@ -331,7 +331,8 @@ protected:
         return CLS_HostThread([](const std::function<void()>& _funCall) { _funCall(); });
     }
 
-    /// Submits what _funMake makes for each allocation that may fail, until none did, and tests the outcome.
+    /// Lets the first allocation fail, then the second, and so on until none fails. Each time, submits the
+    /// steps that _funMake returns, and checks their outcome.
     template <typename T_Make>
     void FailEachAllocation(T_Make _funMake)
     {
@@ -353,7 +354,7 @@ protected:
     }
 
 private:
-    /// Waits until the only worker has done what is there, which may submit more.
+    /// Waits until the only worker has run all tasks, including those that they submit.
     static void WaitForWorker(CLS_TaskOwner& _clsOwner)
     {
         for (int i = 0; i < 10; ++i)
@@ -364,7 +365,7 @@ private:
         }
     }
 
-    ST_Heard m_stHeard; ///< written by the worker, and read when it has nothing to do
+    ST_Heard m_stHeard; ///< written by the worker, and read while it is idle
 };
 
 TEST_F(StepsMemoryTest, AStepThatCannotBeStartedIsAFailureOfTheSteps)
@@ -427,7 +428,7 @@ TEST_F(StepsMemoryTest, AJoinIsOverWhenNoneOfItsStepsCanBeStarted)
     FailEachAllocation(
         [this](int _iAllocation)
         {
-            // Starting the joined steps allocates first in their own task.
+            // Starting the joined steps allocates memory for their own task first.
             std::vector<CLS_Steps<int>> vecSteps;
             vecSteps.push_back(MakeFirst(_iAllocation));
             std::vector<CLS_Steps<std::vector<int>>> vecJoins;

@@ -30,7 +30,7 @@ TEST(StopTokenAloneTest, SleepsTheWholeTimeWithoutARequest)
     EXPECT_GE(std::chrono::steady_clock::now() - tpBegin, std::chrono::milliseconds(20));
 }
 
-TEST(StopTokenAloneTest, TheRequestWakesASleepThatIsLongerThanTheClockCanSay)
+TEST(StopTokenAloneTest, TheRequestWakesASleepThatIsLongerThanTheClocksRange)
 {
     const auto pState = std::make_shared<CLS_StopState>();
     const CLS_StopToken clsToken(pState);
@@ -41,7 +41,7 @@ TEST(StopTokenAloneTest, TheRequestWakesASleepThatIsLongerThanTheClockCanSay)
     EXPECT_FALSE(clsToken.SleepFor(WAIT_LIMIT));
 }
 
-TEST(StopTokenAloneTest, CallbacksAreCalledOnceOrAtOnceWhenTheStopWasBefore)
+TEST(StopTokenAloneTest, CallbacksAreCalledOnceAndAfterTheRequestAtOnce)
 {
     const auto pState = std::make_shared<CLS_StopState>();
     const CLS_StopToken clsToken(pState);
@@ -60,7 +60,7 @@ TEST(StopTokenAloneTest, CallbacksAreCalledOnceOrAtOnceWhenTheStopWasBefore)
     EXPECT_EQ(1, iLate);
 }
 
-TEST(StopTokenAloneTest, TheEndOfACallbackWaitsForItsCallElsewhere)
+TEST(StopTokenAloneTest, TheEndOfACallbackWaitsForItsCallOnAnotherThread)
 {
     const auto pState = std::make_shared<CLS_StopState>();
     CLS_Gate clsCalled;
@@ -98,7 +98,7 @@ TEST(StopTokenAloneTest, ACallbackMayEndItself)
     delete pRaw;
 }
 
-TEST_F(StopTokenTest, IsRaisedBeforeTheRemovalWaits)
+TEST_F(StopTokenTest, StopIsRequestedBeforeTheRemovalWaits)
 {
     CLS_Gate clsStarted;
     CLS_TaskOwner clsOwner(GetPool(), "owner");

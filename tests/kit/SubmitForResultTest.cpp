@@ -52,7 +52,7 @@ TEST_F(SubmitForResultTest, ARemovalWaitsUntilAResultWithoutAFutureIsDestroyed)
     {
         clsDestroying.Open();
         const CLS_Witness clsWitness(stEnd);
-        std::this_thread::sleep_for(std::chrono::milliseconds(20)); // so a removal that does not wait is seen
+        std::this_thread::sleep_for(std::chrono::milliseconds(20)); // exposes a removal that does not wait
         delete _pResult;
     };
     static_cast<void>(SubmitForResult(
@@ -63,7 +63,7 @@ TEST_F(SubmitForResultTest, ARemovalWaitsUntilAResultWithoutAFutureIsDestroyed)
     EXPECT_EQ(1, stEnd.m_iEnds);
 }
 
-TEST_F(SubmitForResultTest, ValuesMayBeNothingReferencesAndMoveOnly)
+TEST_F(SubmitForResultTest, ValuesMayBeVoidReferencesOrMoveOnly)
 {
     CLS_TaskOwner clsOwner(GetPool(), "owner");
     int iValue = 1;
@@ -95,7 +95,7 @@ TEST_F(SubmitForResultTest, TheCallableMayBeKeptByTheCaller)
     EXPECT_EQ(2, SubmitForResult(clsOwner, funTask, "second").get());
 }
 
-TEST_F(SubmitForResultTest, AnExceptionTravelsIntoTheFuture)
+TEST_F(SubmitForResultTest, AnExceptionReachesTheFuture)
 {
     CLS_TaskOwner clsOwner(GetPool(), "owner");
     std::future<int> futResult = SubmitForResult(
@@ -111,7 +111,7 @@ TEST_F(SubmitForResultTest, AnExceptionTravelsIntoTheFuture)
     }
 }
 
-TEST_F(SubmitForResultTest, WhatWasCapturedIsGoneWhenTheFutureIsReady)
+TEST_F(SubmitForResultTest, CapturesAreDestroyedBeforeTheFutureIsReady)
 {
     CLS_TaskOwner clsOwner(GetPool(), "owner");
     auto pValue = std::make_shared<int>(5);
@@ -166,7 +166,7 @@ TEST_F(SubmitForResultTest, ATaskMayTakeAToken)
             .get());
 }
 
-TEST_F(SubmitForResultTest, TheResultGoesWithTheFuture)
+TEST_F(SubmitForResultTest, TheResultIsDestroyedWithTheFuture)
 {
     CLS_Witness::ST_End stResult;
     CLS_TaskOwner clsOwner(GetPool(), "owner");
@@ -176,11 +176,11 @@ TEST_F(SubmitForResultTest, TheResultGoesWithTheFuture)
         ASSERT_EQ(std::future_status::ready, futResult.wait_for(WAIT_LIMIT));
         EXPECT_EQ(0, stResult.m_iEnds);
     }
-    // The worker may be in the last steps of making the future ready.
+    // The worker may still be making the future ready.
     EXPECT_TRUE(WaitUntil([&] { return stResult.m_iEnds == 1; }));
 }
 
-TEST_F(SubmitForResultTest, AResultThatComesAfterTheFutureHasGoneIsNotKept)
+TEST_F(SubmitForResultTest, AResultAfterTheEndOfTheFutureIsNotKept)
 {
     CLS_Witness::ST_End stResult;
     CLS_Gate clsMayEnd;
@@ -204,7 +204,7 @@ TEST_F(SubmitForResultTest, AnEmptyCallableBreaksItsPromise)
     ExpectBroken(futResult);
 }
 
-TEST_F(SubmitForResultTest, AThrowingTaskCountsAsFailedAndIsHeardThroughItsFutureAlone)
+TEST_F(SubmitForResultTest, AThrowingTaskCountsAsFailedAndIsReportedThroughItsFutureAlone)
 {
     CLS_TaskOwner clsOwner(GetPool(), "owner",
                            [](const ST_TaskFailure&) { ADD_FAILURE() << "the failure is reported twice"; });
@@ -214,7 +214,7 @@ TEST_F(SubmitForResultTest, AThrowingTaskCountsAsFailedAndIsHeardThroughItsFutur
     EXPECT_TRUE(WaitUntil([&] { return clsOwner.GetCounters().m_uiFailed == 1; }));
 }
 
-TEST(SubmitForResultRefusedTest, ATaskThatIsNotTakenBreaksItsPromiseAndNeverRuns)
+TEST(SubmitForResultRefusedTest, ARefusedTaskBreaksItsPromiseAndNeverRuns)
 {
     const CLS_StandIn clsStandIn(STAND_IN);
     const CLS_PoolScope clsPool{CLS_PoolLibrary(STAND_IN)};

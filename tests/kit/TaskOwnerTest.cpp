@@ -21,7 +21,7 @@ using TaskOwnerTest = CLS_PoolTest;
 static_assert(!std::is_copy_constructible_v<CLS_TaskOwner> && !std::is_move_constructible_v<CLS_TaskOwner> &&
               !std::is_copy_assignable_v<CLS_TaskOwner> && !std::is_move_assignable_v<CLS_TaskOwner>);
 
-TEST_F(TaskOwnerTest, RunsWhatIsSubmitted)
+TEST_F(TaskOwnerTest, RunsSubmittedTasks)
 {
     CLS_Counter clsRuns;
     CLS_TaskOwner clsOwner(GetPool(), "owner");
@@ -30,7 +30,7 @@ TEST_F(TaskOwnerTest, RunsWhatIsSubmitted)
     EXPECT_TRUE(clsRuns.Wait(2));
 }
 
-TEST_F(TaskOwnerTest, TheDestructorWaitsForWhatIsRunning)
+TEST_F(TaskOwnerTest, TheDestructorWaitsForRunningTasks)
 {
     CLS_Gate clsStarted;
     CLS_Gate clsMayEnd;
@@ -50,7 +50,7 @@ TEST_F(TaskOwnerTest, TheDestructorWaitsForWhatIsRunning)
     EXPECT_TRUE(bEnded);
 }
 
-TEST_F(TaskOwnerTest, TheDestructorRemovesTheOwnersTasksAlone)
+TEST_F(TaskOwnerTest, TheDestructorRemovesOnlyTheOwnersTasks)
 {
     // The last ones submitted cannot have started.
     CLS_Gate clsMayEnd;
@@ -72,7 +72,7 @@ TEST_F(TaskOwnerTest, TheDestructorRemovesTheOwnersTasksAlone)
     EXPECT_FALSE(bRemovedRan);
 }
 
-TEST_F(TaskOwnerTest, GoesOnAfterItsTasksWereRemoved)
+TEST_F(TaskOwnerTest, TakesTasksAfterARemoval)
 {
     CLS_Counter clsRuns;
     CLS_TaskOwner clsOwner(GetPool(), "owner");
@@ -95,7 +95,7 @@ TEST_F(TaskOwnerTest, TakesCallablesThatCanOnlyBeMoved)
     EXPECT_TRUE(clsRuns.Wait(1));
 }
 
-TEST_F(TaskOwnerTest, TakesFunctionsAndNoEmptyOnes)
+TEST_F(TaskOwnerTest, TakesFunctionsAndRefusesEmptyOnes)
 {
     static std::atomic<int> s_iRuns{0};
     CLS_TaskOwner clsOwner(GetPool(), "owner");
@@ -129,7 +129,7 @@ TEST_F(TaskOwnerTest, ACopyThatThrowsLeavesNothingBehind)
     EXPECT_TRUE(WaitUntil([] { return ST_ThrowingCopy::s_iRuns == 1; }));
 }
 
-TEST_F(TaskOwnerTest, WhatATaskCapturedIsDestroyedOnceByTheWorkerWhenItsRunEnds)
+TEST_F(TaskOwnerTest, CapturesOfATaskAreDestroyedOnceByTheWorkerWhenItsRunEnds)
 {
     CLS_Witness::ST_End stEnd;
     CLS_TaskOwner clsOwner(GetPool(), "owner");
@@ -141,7 +141,7 @@ TEST_F(TaskOwnerTest, WhatATaskCapturedIsDestroyedOnceByTheWorkerWhenItsRunEnds)
     EXPECT_EQ(idWorker, stEnd.m_idThread.load());
 }
 
-TEST_F(TaskOwnerTest, WhatARemovedTaskCapturedIsDestroyedOnceByTheRemoval)
+TEST_F(TaskOwnerTest, CapturesOfARemovedTaskAreDestroyedOnceByTheRemoval)
 {
     CLS_Gate clsMayEnd;
     CLS_TaskOwner clsOthers(GetPool(), "others");
@@ -156,7 +156,7 @@ TEST_F(TaskOwnerTest, WhatARemovedTaskCapturedIsDestroyedOnceByTheRemoval)
     clsMayEnd.Open();
 }
 
-TEST_F(TaskOwnerTest, WhatACapturedObjectDoesAtItsEndMayUseTheOwner)
+TEST_F(TaskOwnerTest, DestructorsOfCapturesMayUseTheOwner)
 {
     CLS_Gate clsMayEnd;
     CLS_TaskOwner clsOthers(GetPool(), "others");
@@ -167,7 +167,7 @@ TEST_F(TaskOwnerTest, WhatACapturedObjectDoesAtItsEndMayUseTheOwner)
                                     [&](void*)
                                     {
                                         bEnded = true;
-                                        // During the removal, nothing is taken and nothing hangs.
+                                        // During the removal, tasks are refused and no call hangs.
                                         EXPECT_FALSE(clsOwner.Submit([] {}, "late"));
                                         EXPECT_TRUE(clsOwner.RemoveTasks());
                                     });
@@ -217,7 +217,7 @@ private:
 
 TEST(TaskOwnerOrderTest, TasksOfAllOwnersStartInTheOrderOfTheirSubmission)
 {
-    // The pool's only worker is a thread of the test's.
+    // The pool's only worker is a thread of the test.
     std::vector<std::function<void()>> vecTasks;
     CLS_StandInScope clsPool(
         [&](const std::function<void()>& _funTask, int, std::string& _strTaskId)
@@ -235,7 +235,7 @@ TEST(TaskOwnerOrderTest, TasksOfAllOwnersStartInTheOrderOfTheirSubmission)
         ASSERT_TRUE(clsOwner.Submit([&vecOrder, i] { vecOrder.push_back(i); }, "ordered"));
     }
     ASSERT_TRUE(clsFirst->Submit([&] { clsMayLeave.Open(); }, "last"));
-    ASSERT_EQ(5U, vecTasks.size()) << "the heartbeat, and four workers on their way";
+    ASSERT_EQ(5U, vecTasks.size()) << "the heartbeat, and four workers that have not started";
     std::thread thWorker(vecTasks.at(1));
     EXPECT_TRUE(clsMayLeave.Wait());
     EXPECT_THAT(vecOrder, ::testing::ElementsAre(0, 1, 2, 3, 4, 5));
@@ -246,7 +246,7 @@ TEST(TaskOwnerOrderTest, TasksOfAllOwnersStartInTheOrderOfTheirSubmission)
     vecTasks.clear();
 }
 
-TEST(TaskOwnerRefusedTest, SaysThatATaskWasNotTakenAndDestroysIt)
+TEST(TaskOwnerRefusedTest, ReportsARefusedTaskAndDestroysIt)
 {
     CLS_StandInScope clsPool(nullptr);
     CLS_Witness::ST_End stEnd;
@@ -256,7 +256,7 @@ TEST(TaskOwnerRefusedTest, SaysThatATaskWasNotTakenAndDestroysIt)
     EXPECT_EQ(0U, clsPool.Get().TakeSnapshot().m_uiQueued);
 }
 
-TEST(TaskOwnerRefusedTest, APoolThatTakesTheHeartbeatAndNoWorkerHasTakenNothing)
+TEST(TaskOwnerRefusedTest, ATaskIsRefusedWhenThePoolTakesTheHeartbeatAndNoWorker)
 {
     int iAdded = 0;
     CLS_StandInScope clsPool([&](const std::function<void()>&, int, std::string& _strTaskId)
@@ -269,14 +269,14 @@ TEST(TaskOwnerRefusedTest, APoolThatTakesTheHeartbeatAndNoWorkerHasTakenNothing)
     EXPECT_EQ(2, iAdded);
 }
 
-TEST(TaskOwnerRefusedTest, APoolThatThrowsHasTakenNothing)
+TEST(TaskOwnerRefusedTest, ATaskIsRefusedWhenThePoolThrows)
 {
     CLS_StandInScope clsPool([](const std::function<void()>&, int, std::string&) { throw std::bad_alloc(); });
     CLS_TaskOwner clsOwner(clsPool.Get(), "owner");
     EXPECT_FALSE(clsOwner.Submit([] {}, "refused"));
 }
 
-TEST(TaskOwnerRefusedTest, AHeartbeatThatNeverBeatsIsReplaced)
+TEST(TaskOwnerRefusedTest, AHeartbeatThatNeverRunsIsReplaced)
 {
     // As if memory ran out after the pool had taken the task.
     int iHeartbeats = 0;
@@ -295,7 +295,7 @@ TEST(TaskOwnerRefusedTest, AHeartbeatThatNeverBeatsIsReplaced)
         }));
 }
 
-TEST(TaskOwnerRefusedTest, ATaskHasATokenAlthoughARemovalMeetsTheFirstSubmission)
+TEST(TaskOwnerRefusedTest, ATaskHasATokenWhenARemovalOverlapsTheFirstSubmission)
 {
     std::thread thWorker;
     std::optional<CLS_TaskOwner> clsOwner;
@@ -329,7 +329,7 @@ TEST(TaskOwnerRefusedTest, ATaskHasATokenAlthoughARemovalMeetsTheFirstSubmission
     thWorker.join();
 }
 
-TEST(TaskOwnerRefusedTest, TheHeartbeatReplacesAWorkerThatNeverComes)
+TEST(TaskOwnerRefusedTest, TheHeartbeatReplacesAWorkerThatNeverStarts)
 {
     // As if memory ran out after the pool had taken the task.
     std::vector<std::function<void()>> vecTasks;
@@ -352,7 +352,7 @@ TEST(TaskOwnerRefusedTest, TheHeartbeatReplacesAWorkerThatNeverComes)
         }));
     std::thread thWorker(vecTasks.back());
     EXPECT_TRUE(WaitUntil([&] { return iRuns == 1; }));
-    // The first one arrives late, and works like any other.
+    // The first worker starts late, and works like any other.
     std::thread thLate(vecTasks.at(1));
     ASSERT_TRUE(clsOwner->Submit([&] { ++iRuns; }, "next"));
     EXPECT_TRUE(WaitUntil([&] { return iRuns == 2; }));

@@ -32,7 +32,7 @@ TEST_F(TraceFileTest, ASpanMayBeNamedByALiteralWhichItCopies)
 {
     const auto pTrace = CLS_TraceFile::Create(m_strPath, "test");
     {
-        // The text that the literal becomes is gone when the span ends.
+        // The string that is made of the literal is destroyed before the span ends.
         const CLS_TraceSpan clsSpan(pTrace, "category",
                                     "a name that is too long to be kept in the string itself");
     }
@@ -148,7 +148,7 @@ TEST_F(TraceFileTest, TryCloseReturnsTheErrorOfTheFirstLostEvent)
 }
 #endif
 
-TEST_F(TraceFileTest, WhatNeverRanIsCancelled)
+TEST_F(TraceFileTest, ATaskThatNeverRanIsCancelled)
 {
     const auto pTrace = CLS_TraceFile::Create(m_strPath, "test");
     {
@@ -176,7 +176,7 @@ TEST_F(TraceFileTest, WhatNeverRanIsCancelled)
     EXPECT_THAT(Read(), HasSubstr(R"("cat":"cancel","name":"never","s":"t","args":{"task":)"));
 }
 
-TEST(TraceTextTest, WritesTextsAsJsonWhateverTheyHold)
+TEST(TraceTextTest, WritesAnyTextAsJson)
 {
     const auto funQuote = [](const std::string& _strText)
     {
@@ -191,7 +191,7 @@ TEST(TraceTextTest, WritesTextsAsJsonWhateverTheyHold)
     EXPECT_EQ("\"" + strBad + "a\"", funQuote("\xFF"
                                               "a"));
     EXPECT_EQ("\"" + strBad + strBad + "\"", funQuote("\xC0\xAF")) << "an overlong form";
-    EXPECT_EQ("\"" + strBad + strBad + strBad + "\"", funQuote("\xED\xA0\x80")) << "half of a pair";
+    EXPECT_EQ("\"" + strBad + strBad + strBad + "\"", funQuote("\xED\xA0\x80")) << "half of a surrogate pair";
     EXPECT_EQ("\"" + strBad + "\"", funQuote("\xC3")) << "cut off";
     EXPECT_EQ("\"" + strBad + strBad + strBad + strBad + "\"", funQuote("\xF4\x90\x80\x80"))
         << "beyond Unicode";

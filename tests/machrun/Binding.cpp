@@ -47,7 +47,7 @@ class CLS_Names
 public:
     explicit CLS_Names(CLS_Image& _clsImage) : m_clsImage(_clsImage) {}
 
-    /// The address for a bind; null for a name that is missing and may be.
+    /// The address for a bind; null if the name is missing but optional.
     void* Find(const ST_Bind& _stBind)
     {
         const auto [itKnown, bNew] = m_mapKnown.try_emplace({_stBind.m_iOrdinal, _stBind.m_strName}, nullptr);

@@ -44,7 +44,7 @@ public:
         m_uiNext += static_cast<std::size_t>(_uiSize);
     }
 
-    /// A part of these bytes. The present offset plays no role.
+    /// A part of these bytes. The current offset does not matter.
     CLS_Bytes GetPart(std::uint64_t _uiOffset, std::uint64_t _uiSize) const
     {
         if (_uiOffset > m_uiSize || _uiSize > m_uiSize - _uiOffset)

@@ -143,7 +143,7 @@ public:
         while (!m_clsOpcodes.IsAtEnd())
         {
             const auto uiByte = m_clsOpcodes.Read<std::uint8_t>();
-            // Each lazy bind ends for itself.
+            // Each lazy bind has its own end.
             if ((uiByte & OPCODE) == MachO::BIND_END && !m_bLazy)
             {
                 return;

@@ -28,8 +28,8 @@ void ForEachRebase(const CLS_MachOFile& _clsFile, const std::function<void(std::
 enum n_Kind
 {
     KIND_NORMAL,
-    KIND_LAZY, ///< of functions; the file allows for binding them at their first call
-    KIND_WEAK, ///< of names that all images share
+    KIND_LAZY, ///< functions, which the file allows to be bound at their first call
+    KIND_WEAK, ///< names that all images share
 };
 void ForEachBind(const CLS_MachOFile& _clsFile, n_Kind _iKind,
                  const std::function<void(const ST_Bind&)>& _funBind);

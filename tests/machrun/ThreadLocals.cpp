@@ -25,7 +25,7 @@ pthread_key_t GetKey();
 void FreeBlocks(void* _pBlocks)
 {
     auto* const pBlocks = static_cast<ST_Blocks*>(_pBlocks);
-    // Destructors of other keys may still use the variables: wait for the last round.
+    // Destructors of other keys may still use the variables, so this waits for the last round.
     if (++pBlocks->m_iRounds < PTHREAD_DESTRUCTOR_ITERATIONS - 1)
     {
         pthread_setspecific(GetKey(), pBlocks);

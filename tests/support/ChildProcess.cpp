@@ -64,7 +64,7 @@ std::vector<char*> ToPointers(std::vector<std::string>& _vecTexts)
     return vecPointers;
 }
 
-/// What a new process begins with: default dispositions, nothing blocked, a process group of its own.
+/// The initial state of a new process: default dispositions, no blocked signals, its own process group.
 void ResetProcess()
 {
     setsid();

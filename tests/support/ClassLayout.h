@@ -6,7 +6,7 @@
 #include <typeinfo>
 #include <vector>
 
-/// How a class is put together. For tests that look inside.
+/// The layout of a class, for tests that look inside.
 namespace ClassLayout
 {
 /// One data member of one object.
@@ -41,8 +41,8 @@ inline bool AreInOrder(const Members& _vecMembers)
                           { return std::less<>()(_stFirst.m_pPlace, _stSecond.m_pPlace); });
 }
 
-/// Whether both classes have no base at all, both have a single public one, or both have other bases. The
-/// type information is itself of a class for each of the three.
+/// Whether both classes have no base, both have a single public one, or both have other bases. Each of these
+/// three cases has its own class of type information.
 template <typename T_First, typename T_Second>
 bool HaveAlikeBases()
 {
@@ -52,7 +52,7 @@ bool HaveAlikeBases()
 template <typename T_Member, typename T_Object>
 T_Member DeclareMember(T_Member& (*_funGet)(T_Object&));
 
-/// The type of the member to which a function of a view leads.
+/// The type of the member that a function of a view returns.
 template <auto GET_MEMBER>
 using MemberOf = decltype(DeclareMember(GET_MEMBER));
 } // namespace ClassLayout

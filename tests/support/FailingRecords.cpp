@@ -47,7 +47,7 @@ void RecordHooks::Begin()
 
 void RecordHooks::End() noexcept {}
 #else
-// The linker leads the product's calls of the record's constructor here (zel_fail_records).
+// The linker redirects the product's calls of the log record's constructor to this one (zel_fail_records).
 extern "C"
 {
     void __real__ZN6Logger16LogMessageStreamC1EPKcS2_S2_ii(Logger::LogMessageStream*, const char*,

@@ -14,7 +14,7 @@ constexpr std::chrono::milliseconds SHORTEST_SCALED{50};
 
 std::atomic<CLS_ScaledSleep::Scale> g_funScale{nullptr};
 
-/// Memory for so many sleeps is reserved, because a sleep must not allocate.
+/// The number of sleeps to reserve memory for, because a sleep must not allocate.
 constexpr std::size_t USUAL_SLEEPS = 10000;
 
 /// Never destroyed: service threads sleep until the process ends.

@@ -7,6 +7,6 @@
 namespace LivingScopeView
 {
 
-/// Starts with no scope. The old ones were in memory that is gone.
+/// Starts with no scope. The memory of the old ones no longer exists.
 void ForgetAll();
 } // namespace LivingScopeView

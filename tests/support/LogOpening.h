@@ -47,7 +47,7 @@ protected:
         return vecTexts;
     }
 
-    /// Calls a function while the record with this text is in "PrintLog", for the first time.
+    /// Calls a function when the log record with this text is first in "PrintLog".
     static void AtRecord(const std::string& _strText, const std::function<void()>& _funCall)
     {
         LogRecorder::SetHook(
@@ -110,7 +110,7 @@ protected:
         std::thread m_thOpening;
     };
 
-    /// What the next openings do and find; the last entry serves all further ones.
+    /// The functions of the next openings, in order. The last one serves all further openings.
     std::vector<std::function<Functions()>> m_vecOpenings{&CLS_LogOpeningFixture::GetLibrary};
     std::size_t m_uiOpenings = 0; ///< how often the library was opened
     CLS_LogBinding m_clsBinding{[this](const std::string&) {

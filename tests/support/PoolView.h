@@ -64,17 +64,17 @@ void RunDispatchPass(CLS_QuenTaskPool& _clsPool);
 void RunLoopPass(CLS_QuenTaskPool& _clsPool);
 /// One pass of the watchdog.
 void RunWatchdogPass(CLS_QuenTaskPool& _clsPool);
-/// The dispatcher's memory from pass to pass.
+/// The state that the dispatcher keeps between passes.
 std::shared_ptr<void> MakeBatch();
-/// The queue as the dispatcher takes it into its batch, in order.
+/// Takes the queue into the dispatcher's batch, and returns the ids in order.
 std::vector<std::string> TakeQueue(CLS_QuenTaskPool& _clsPool, const std::shared_ptr<void>& _pBatch);
-/// The same with a new batch.
+/// The same, with a new batch.
 std::vector<std::string> TakeQueue(CLS_QuenTaskPool& _clsPool);
-/// Reports that no worker was free for the oldest of so many ids.
+/// Reports that no worker was free for the oldest of this number of ids.
 void ReportBusy(CLS_QuenTaskPool& _clsPool, std::size_t _uiUndispatched);
 CLS_TaskThread* TakeIdleWorker(CLS_QuenTaskPool& _clsPool);
 void AddIdleWorker(CLS_QuenTaskPool& _clsPool, CLS_TaskThread* _pWorker);
-/// Binds the task to the worker, without a reference that saves the look-up. Moves the id away.
+/// Binds the task to the worker. Has no reference to it, so the task is looked up. Moves the id away.
 void BindTask(CLS_QuenTaskPool& _clsPool, CLS_TaskThread* _pWorker, std::string& _strTaskId);
 void BindTask(CLS_QuenTaskPool& _clsPool, CLS_TaskThread* _pWorker, std::string& _strTaskId,
               std::weak_ptr<CLS_Task>& _pTask);
@@ -102,11 +102,11 @@ CLS_QuenTaskPool* LoadInstance();
 std::vector<std::string> GetQueue(CLS_QuenTaskPool& _clsPool);
 /// Makes the ids the waiting queue, without references to their tasks, and wakes the dispatcher once.
 void SetQueue(CLS_QuenTaskPool& _clsPool, const std::vector<std::string>& _vecTaskIds);
-/// Makes room for so many tasks in the waiting queue, so that it does not have to grow.
+/// Reserves memory for this number of tasks in the waiting queue, so that it need not grow.
 void ReserveQueue(CLS_QuenTaskPool& _clsPool, std::size_t _uiTasks);
 void ClearQueue(CLS_QuenTaskPool& _clsPool);
 std::vector<std::string> GetLoopTasks(CLS_QuenTaskPool& _clsPool);
-/// Replaces the list of loop tasks, whatever the ids belong to.
+/// Replaces the list of loop tasks. Does not check the ids.
 void SetLoopTasks(CLS_QuenTaskPool& _clsPool, const std::vector<std::string>& _vecTaskIds);
 /// Appends an id to that list.
 void AddToLoopTasks(CLS_QuenTaskPool& _clsPool, const std::string& _strTaskId);

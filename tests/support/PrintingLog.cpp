@@ -1,4 +1,4 @@
-// A logging library that prints its records. Built without "PrintLog" too.
+// A logging library that prints its log records. A second build lacks "PrintLog".
 
 #include <cstdio>
 #include <string>

@@ -12,11 +12,11 @@ namespace RunGateView
 {
 CLS_Mutex& GetLock(CLS_RunGate& _clsGate);
 std::condition_variable& GetSignal(CLS_RunGate& _clsGate);
-/// Whether a task is being run.
+/// Whether a task is running.
 bool IsRunning(const CLS_RunGate& _clsGate);
 /// Whether Close has begun.
 bool IsClosed(const CLS_RunGate& _clsGate);
-/// What the state is made of, such as "job pool run closed abandoned".
+/// The parts of the state, such as "job pool run closed abandoned".
 std::string DescribeState(const CLS_RunGate& _clsGate);
 
 /// The members in the order of their declarations.

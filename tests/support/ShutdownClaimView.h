@@ -18,6 +18,6 @@ std::chrono::steady_clock::time_point GetStepLimit(const CLS_QuenTaskPool* _pPoo
 void SetStepLimit(const CLS_QuenTaskPool* _pPool, std::chrono::steady_clock::time_point _tpLimit);
 /// Whether the thread is one of the pool's own.
 bool IsOwnThread(const CLS_QuenTaskPool* _pPool, std::thread::id _idThread);
-/// Starts with no pool. The old ones were in memory that is gone.
+/// Starts with no pool. The memory of the old ones no longer exists.
 void ForgetAll();
 } // namespace ShutdownClaimView

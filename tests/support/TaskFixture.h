@@ -23,7 +23,7 @@ inline std::shared_ptr<void> MakeEndHook(const std::function<void()>& _funEnd)
     return {nullptr, [_funEnd](void*) { _funEnd(); }};
 }
 
-/// Base of the tests of tasks. Each test starts and ends with an empty registry and without log records.
+/// Base of the tests of tasks. Each test begins and ends with an empty registry and without log records.
 class CLS_TaskFixture : public ::testing::Test
 {
 protected:

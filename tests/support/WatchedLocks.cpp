@@ -138,7 +138,7 @@ int CLS_WatchedLocks::GetUntaken() const
 }
 
 #ifdef _LIBCPP_VERSION
-// These stand in front of the functions of the same names in every program that is linked with this file.
+// These replace the functions of the same names in every program that is linked with this file.
 // This C++ library makes its shared mutex of a mutex, which has the same address, and two condition
 // variables.
 

@@ -10,14 +10,14 @@
 namespace
 {
 constexpr int FIELDS = 4;
-constexpr int TOLERANCE = 10; ///< of a colour's part: some formats are not exact
+constexpr int TOLERANCE = 10; ///< for each component of a colour: some formats lose precision
 
 QColor GetColour(int _iNumber, int _iField)
 {
     return QColor::fromHsv((_iNumber * 37 + _iField * 80) % 360, 255, 255 - _iNumber % 5 * 25);
 }
 
-/// A quarter of an area.
+/// Returns one quarter of an area.
 QRect GetField(const QRect& _rctPicture, int _iField)
 {
     const QSize szField = _rctPicture.size() / 2;
@@ -64,6 +64,6 @@ void ExpectPicture(const QImage& _imgSeen, const QRect& _rctPicture, int _iNumbe
         const QColor colWanted = GetColour(_iNumber, iField);
         EXPECT_TRUE(IsAlike(colSeen, colWanted))
             << "picture " << _iNumber << ", field " << iField << " is " << colSeen.name().toStdString()
-            << " and not " << colWanted.name().toStdString();
+            << " instead of " << colWanted.name().toStdString();
     }
 }

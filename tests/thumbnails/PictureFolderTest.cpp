@@ -32,7 +32,7 @@ TEST_F(PictureFolderTest, ListsPicturesInTheOrderThatPeopleExpect)
     EXPECT_EQ("", stPictures.m_strError.toStdString());
 }
 
-TEST_F(PictureFolderTest, LeavesOutWhatIsNoFile)
+TEST_F(PictureFolderTest, LeavesOutFoldersAndPipes)
 {
     ASSERT_TRUE(QDir(m_strFolder).mkdir("folder.png"));
     ASSERT_EQ(0, mkfifo(m_clsFolder.GetPath("pipe.png").c_str(), 0600));
@@ -40,7 +40,7 @@ TEST_F(PictureFolderTest, LeavesOutWhatIsNoFile)
     EXPECT_EQ(QStringList(), FindPictures(m_strFolder, {}).m_lstNames);
 }
 
-TEST_F(PictureFolderTest, ListsLinksAlsoBrokenOnes)
+TEST_F(PictureFolderTest, ListsLinksIncludingBrokenOnes)
 {
     AddFile("a.png");
     ASSERT_TRUE(QFile::link("a.png", m_strFolder + "/b.png"));

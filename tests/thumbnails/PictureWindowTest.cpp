@@ -22,13 +22,13 @@ using ::testing::MatchesRegex;
 
 constexpr int MANY = 2000;
 constexpr std::chrono::milliseconds CLOSING_LIMIT{50};
-/// Another program may hold up one closing. Not this many.
+/// Another program may delay a close, but hardly this many. The fastest one counts.
 constexpr int CLOSINGS = 5;
 
 class PictureWindowTest : public CLS_WindowTest
 {
 protected:
-    /// Many pictures with few different contents, for the sake of the disk.
+    /// Adds many pictures. They share few contents through hard links, to save disk space.
     QString AddManyPictures(const std::string& _strName) const
     {
         constexpr int CONTENTS = 8;
@@ -47,7 +47,7 @@ protected:
         return strFolder;
     }
 
-    /// How many tasks of the folder's window run, deliveries of progress left aside.
+    /// Counts the running tasks of the folder's window, except those that report progress.
     int CountRuns(const QString& _strFolder) const
     {
         const std::string strOwner = _strFolder.toStdString();
@@ -59,7 +59,7 @@ protected:
                                               }));
     }
 
-    /// Whether a task of the folder's window runs or is repeated.
+    /// Returns whether a task or loop task of the folder's window exists.
     bool HasWork(const QString& _strFolder) const
     {
         const std::string strLoop = _strFolder.toStdString() + " progress";
@@ -77,7 +77,7 @@ protected:
         }
     }
 
-    /// What is on the screen where the row's square is.
+    /// Returns what the screen shows in the row's square.
     static QImage GrabSquare(CLS_PictureWindow& _wndSeen, int _iRow)
     {
         QListView& wgtView = GetView(_wndSeen);
@@ -119,7 +119,7 @@ TEST_F(PictureWindowTest, DrawsThumbnailsOnTheScreen)
     }
 }
 
-TEST_F(PictureWindowTest, TellsInTheStatusBarHowFarItIs)
+TEST_F(PictureWindowTest, ShowsTheProgressInTheStatusBar)
 {
     const QString strFolder = AddManyPictures("many");
     const CLS_PictureWindow& wndMany = *Open(strFolder);
@@ -226,7 +226,7 @@ TEST_F(PictureWindowTest, MarksBrokenPicturesAndCountsThem)
               GetData(wndPictures, 10, Qt::ToolTipRole).toString().toStdString());
 }
 
-TEST_F(PictureWindowTest, SaysWhyThereIsNothingToSee)
+TEST_F(PictureWindowTest, SaysWhyNoPictureIsShown)
 {
     const QString strEmpty = AddFolder("empty");
     const CLS_PictureWindow& wndEmpty = *Open(strEmpty);

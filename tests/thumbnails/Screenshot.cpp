@@ -1,4 +1,4 @@
-// Draws landscapes into files, shows them in the example's window, and saves a picture of it while it works.
+// Draws landscapes into files, shows them in the example's window, and saves a screenshot while it works.
 
 #include "examples/thumbnails/PictureWindow.h"
 #include "examples/thumbnails/WindowThread.h"
@@ -23,10 +23,10 @@ namespace
 constexpr QSize PICTURE{4000, 3000};
 constexpr int LANDSCAPES = 24;
 constexpr int FILES = 480;
-constexpr int SHOWN = 5; ///< thumbnails in the window when it is saved
+constexpr int SHOWN = 5; ///< the number of thumbnails in the screenshot
 constexpr int RIDGES = 4;
 
-/// A line of hills from the left to the right, and the ground below.
+/// Draws a line of hills from left to right, and the ground below.
 QPolygonF DrawRidge(int _iLandscape, int _iRidge)
 {
     const double dHeight = PICTURE.height() * (0.45 + 0.13 * _iRidge);
@@ -81,7 +81,7 @@ void AddLandscapes(const CLS_TempFolder& _clsFolder)
     }
 }
 
-/// Returns when the window has as many thumbnails as wanted, and says so in its status bar.
+/// Runs the event loop until the window shows SHOWN thumbnails and its progress bar counts them.
 void RunUntilShown(const CLS_PictureWindow& _wndLandscapes)
 {
     int iShown = 0;

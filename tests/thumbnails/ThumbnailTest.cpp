@@ -47,14 +47,14 @@ TEST_F(ThumbnailTest, KeepsTheSizeOfASmallPicture)
     ExpectPicture(stSmall.m_imgPicture, stSmall.m_imgPicture.rect(), 3);
 }
 
-TEST_F(ThumbnailTest, LeavesALinePixel)
+TEST_F(ThumbnailTest, KeepsAtLeastOnePixelOfALine)
 {
     WritePicture(GetPath("line.png"), 4, {2000, 2});
 
     EXPECT_EQ(QSize(100, 1), MakeThumbnail(GetPath("line.png"), 100, {}).m_imgPicture.size());
 }
 
-TEST_F(ThumbnailTest, GoesByTheContentAndNotByTheName)
+TEST_F(ThumbnailTest, RecognisesThePictureByItsContentAndNotByItsName)
 {
     WritePicture(GetPath("picture.png"), 5, {40, 40});
     ASSERT_TRUE(QFile::rename(GetPath("picture.png"), GetPath("picture.jpg")));
@@ -62,7 +62,7 @@ TEST_F(ThumbnailTest, GoesByTheContentAndNotByTheName)
     EXPECT_FALSE(MakeThumbnail(GetPath("picture.jpg"), 100, {}).m_imgPicture.isNull());
 }
 
-TEST_F(ThumbnailTest, SaysWhyThereIsNone)
+TEST_F(ThumbnailTest, SaysWhyThereIsNoThumbnail)
 {
     WriteBytes(GetPath("text.png"), "no picture");
 
@@ -86,7 +86,7 @@ TEST_F(ThumbnailTest, GivesUpInTheMiddleOfAPictureWhenAStopIsRequested)
     const auto pStop = std::make_shared<CLS_StopState>();
     std::signal(SIGPIPE, SIG_IGN);
 
-    // Neither half fits into the pipe: when the first is written, the reader is in the middle of the picture.
+    // Neither half fits into the pipe. Once the first is written, the reader is in the middle of the picture.
     std::thread thrWriter(
         [&]
         {

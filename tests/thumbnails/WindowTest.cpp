@@ -14,7 +14,7 @@
 
 namespace
 {
-/// The kinds of pictures that are made in turn.
+/// The formats and sizes of pictures, used in turn.
 struct ST_Kind
 {
     const char* m_szFormat;
@@ -29,7 +29,7 @@ const ST_Kind& GetKind(int _iNumber)
     return KINDS[static_cast<std::size_t>(_iNumber) % KINDS.size()];
 }
 
-/// The area of a picture that fits into the middle of a square.
+/// Returns the area of a picture that is scaled to fit into a square and centred.
 QRect GetArea(const QSize& _szPicture, int _iSide)
 {
     const QSize szFit = _szPicture.boundedTo(_szPicture.scaled(_iSide, _iSide, Qt::KeepAspectRatio));

@@ -17,25 +17,26 @@
 #include <string>
 #include <vector>
 
-/// Tests with real windows, on folders whose pictures the test makes. Test and windows share a thread.
+/// Base of the tests with real windows. The test makes folders of pictures, and shares a thread with the
+/// windows.
 class CLS_WindowTest : public ::testing::Test
 {
 protected:
-    /// Closes the windows that are left.
+    /// Closes the remaining windows.
     ~CLS_WindowTest() override;
 
-    /// A new folder.
+    /// Makes a new folder.
     QString AddFolder(const std::string& _strName) const;
 
-    /// Pictures of several formats and sizes in a new folder. "picture N" is the picture of the number N.
+    /// Makes a new folder with pictures of several formats and sizes. The file "picture N" shows picture N.
     QString AddPictures(const std::string& _strName, int _iPictures) const;
 
     CLS_PictureWindow* Open(const QString& _strFolder);
 
-    /// Closes the window and destroys it, as the event loop would. Returns how long that took.
+    /// Closes and destroys the window, as the event loop would. Returns how long that took.
     static std::chrono::microseconds Close(CLS_PictureWindow* _pWindow);
 
-    /// Lets the windows work until the condition holds. False when it did not within the limit.
+    /// Runs the event loop until the condition holds. False if it does not within the limit.
     template <typename T_Condition>
     [[nodiscard]] static bool RunUntil(T_Condition _funCondition)
     {
@@ -47,7 +48,7 @@ protected:
             });
     }
 
-    /// All that are open.
+    /// Returns all open windows.
     static std::vector<CLS_PictureWindow*> GetWindows();
 
     static QListView& GetView(const CLS_PictureWindow& _wndSeen);
@@ -55,10 +56,10 @@ protected:
     static QVariant GetData(const CLS_PictureWindow& _wndSeen, int _iRow, int _iRole);
     static std::string GetStatus(const CLS_PictureWindow& _wndSeen);
 
-    /// How many thumbnails the window has shown.
+    /// Returns how many thumbnails the window has shown so far.
     int CountShown(const CLS_PictureWindow& _wndSeen) const { return m_mapShown.at(&_wndSeen); }
 
-    /// Expects the window to have the picture of the row's name, or an image of the row's square to show it.
+    /// Expects the window, or an image of the row's square, to show the picture that the row names.
     static void ExpectThumbnail(const CLS_PictureWindow& _wndSeen, int _iRow);
     static void ExpectSquare(const CLS_PictureWindow& _wndSeen, int _iRow, const QImage& _imgSquare);
 

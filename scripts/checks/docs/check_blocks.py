@@ -82,7 +82,7 @@ def check_builds(block, sources):
 
 
 def check_console(block):
-    # Text before the first "$ " would be the output of no command.
+    # Text before the first "$ " would not be the output of a command.
     if not block.text.startswith("$ "):
         raise Failure("a console block must begin with \"$ \"\n")
     for step in re.split(r"^\$ ", block.text, flags=re.MULTILINE)[1:]:
@@ -117,7 +117,7 @@ def check(block):
 
 
 def unused_files(blocks):
-    """Snippets that no page uses."""
+    """Returns the snippets that no page uses."""
     used = {block.note.partition(" ")[2] for block in blocks}
     return [path for path in pages.tracked_files()
             if re.fullmatch(r"docs/snippets/.*\.c(pp)?", path) and path not in used]

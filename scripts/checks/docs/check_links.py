@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""Checks what the pages point at: files and headings.
+"""Checks that links, anchors and paths in the pages lead to existing files and headings.
 
-A link within the project leads to one of its files or folders, and an anchor to a heading there. Code that begins with a
-folder of the project is an existing path; the suffix of a header may be missing. External links are counted, but not followed.
+A link within the project must lead to a file or folder, and an anchor to a heading there. Code that begins with a
+folder of the project must be an existing path; the suffix of a header may be missing. External links are only counted.
 """
 import os
 import re

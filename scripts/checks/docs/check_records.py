@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""Checks that each text of docs/log-records.md stands in the source file that the page names for it.
+"""Checks that each text of docs/log-records.md is in the source file that the page names for it.
 
     check_records.py [--write]
 
-An entry begins with the text as bold code, and names the file as code. In the text, <...> and numbers vary. What stands
-between them is made of whole string literals of the file. --write corrects the names on the page, after a text has
+An entry begins with the text as bold code, and names the file as code. In the text, <...> and numbers vary. The parts
+between them must consist of whole string literals of the file. --write corrects the names on the page after a text has
 moved to another file.
 """
 import os
@@ -19,7 +19,7 @@ LITERAL = re.compile(r'"((?:[^"\\\n]|\\.)*)"')
 
 
 def read_literals():
-    """The string literals of each source file of the library, by the file's name."""
+    """Returns the string literals of each source file of the library, by the file's name."""
     literals = {}
     for path in pages.tracked_files():
         if re.fullmatch(r"Quen(?:Include|Plugins)/.*\.cpp", path):
@@ -40,7 +40,7 @@ def find_files(text, literals):
 
 
 def correct(lines, first, old, new):
-    """Names the new file in the entry that begins in this line."""
+    """Replaces the file's name in the entry that begins on this line."""
     number = next(i for i in range(first, len(lines)) if old in lines[i])
     lines[number] = lines[number].replace(old, new)
 

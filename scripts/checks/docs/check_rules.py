@@ -17,7 +17,7 @@ PLACES = re.compile(r"(?:tests|verify)/.*\.(?:cpp|h)")
 
 
 def read_pins(path):
-    """Line, page and heading of each pin, and whether a test follows."""
+    """Returns the line, page and heading of each pin, and whether a test follows."""
     with open(path, encoding="utf-8") as file:
         lines = file.read().splitlines()
     for number, line in enumerate(lines):

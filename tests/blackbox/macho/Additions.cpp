@@ -1,4 +1,4 @@
-// What makes a faulty library faulty.
+// Additions that make a library faulty.
 
 #ifdef ZEL_TEST_YOUNG_NAME
 extern "C" int os_sync_wake_by_address_any(void*, unsigned long, unsigned); // since macOS 14.4

@@ -52,7 +52,7 @@ WRONG = {
     "young-system": ["oldest macOS: 12.0.0 instead of 11.0.0"],
 }
 
-# The start of a line that may be added: the names that a private runtime takes from the system are unknown here.
+# The start of a line that is optional. Which names a private runtime takes from the system is unknown here.
 MAY_COME = {"private-runtime": "names that the oldest macOS may lack: "}
 
 

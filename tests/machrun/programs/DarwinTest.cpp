@@ -69,11 +69,11 @@ extern "C" pid_t getpid()
 
 namespace
 {
-TEST(DarwinLibraryTest, AClosedLibraryIsTakenAwayWithItsObjects)
+TEST(DarwinLibraryTest, AClosedLibraryIsUnloadedWithItsObjects)
 {
     std::vector<std::string> vecEvents;
     void* const pLibrary = Open(GUEST_LIBRARY);
-    EXPECT_EQ(pLibrary, Open(GUEST_LIBRARY)) << "opened once more";
+    EXPECT_EQ(pLibrary, Open(GUEST_LIBRARY)) << "opened again";
     Find<void(std::vector<std::string>*)>(pLibrary, "NoteEvents")(&vecEvents);
     EXPECT_EQ(0, dlclose(pLibrary));
     EXPECT_TRUE(IsLoaded(GUEST_LIBRARY));
@@ -81,10 +81,10 @@ TEST(DarwinLibraryTest, AClosedLibraryIsTakenAwayWithItsObjects)
     EXPECT_EQ(0, dlclose(pLibrary));
     EXPECT_FALSE(IsLoaded(GUEST_LIBRARY));
     EXPECT_THAT(vecEvents, ElementsAre("object destroyed"));
-    EXPECT_EQ(-1, dlclose(pLibrary)) << "closed once too often";
+    EXPECT_EQ(-1, dlclose(pLibrary)) << "closed more often than opened";
 }
 
-TEST(DarwinLibraryTest, ALibraryThatIsToStayStays)
+TEST(DarwinLibraryTest, ALibraryOpenedWithNoDeleteStaysLoaded)
 {
     void* const pLibrary = Open(GUEST_LIBRARY_TO_KEEP, RTLD_NOW | RTLD_NODELETE);
     EXPECT_EQ(0, dlclose(pLibrary));
@@ -119,7 +119,7 @@ TEST(DarwinLibraryTest, AnExceptionOfALibraryIsCaughtByItsType)
     dlclose(pLibrary);
 }
 
-TEST(DarwinLibraryTest, FunctionsOfTheProgramStandInFrontOfTheSystems)
+TEST(DarwinLibraryTest, FunctionsOfTheProgramReplaceTheSystems)
 {
     void* const pLibrary = Open(GUEST_LIBRARY);
     EXPECT_EQ(OWN_PROCESS_NUMBER, Find<pid_t()>(pLibrary, "GetProcessNumber")());
@@ -127,14 +127,14 @@ TEST(DarwinLibraryTest, FunctionsOfTheProgramStandInFrontOfTheSystems)
     dlclose(pLibrary);
 }
 
-TEST(DarwinLibraryTest, FailuresLeaveTheirReasonOnce)
+TEST(DarwinLibraryTest, AFailureLeavesItsReasonOnce)
 {
     EXPECT_EQ("none", TakeReason());
     EXPECT_EQ(nullptr, dlopen("/nowhere/lib", RTLD_NOW));
     EXPECT_EQ("dlopen(/nowhere/lib, 0x0002): tried: '/nowhere/lib' (no such file)", TakeReason());
     EXPECT_EQ("none", TakeReason());
     EXPECT_EQ(nullptr, dlopen("/nowhere/lib", RTLD_NOW | RTLD_NOLOAD));
-    EXPECT_EQ("none", TakeReason()) << "a question that was answered";
+    EXPECT_EQ("none", TakeReason()) << "a query is not a failure";
     EXPECT_EQ(nullptr, dlsym(RTLD_DEFAULT, "MissingName"));
     EXPECT_EQ("dlsym(0xfffffffffffffffe, MissingName): symbol not found", TakeReason());
     EXPECT_NE(nullptr, dlsym(RTLD_DEFAULT, "malloc"));
@@ -152,7 +152,7 @@ TEST(DarwinLibraryTest, AFileThatIsNoLibraryIsRefused)
     EXPECT_THAT(TakeReason(), ::testing::EndsWith(" cannot be loaded: it is not a 64-bit Mach-O file"));
 }
 
-TEST(DarwinLibraryTest, PlacesAreNamed)
+TEST(DarwinLibraryTest, AddressesHaveNames)
 {
     void* const pLibrary = Open(GUEST_LIBRARY);
     Dl_info stInfo{};
@@ -176,7 +176,7 @@ TEST(DarwinErrorTest, NumbersAreDarwins)
     EXPECT_STREQ("Directory not empty", std::strerror(ENOTEMPTY));
 }
 
-TEST(DarwinLockTest, WhatWasDestroyedIsRefused)
+TEST(DarwinLockTest, DestroyedObjectsAreRefused)
 {
     pthread_mutex_t stMutex = PTHREAD_MUTEX_INITIALIZER;
     EXPECT_EQ(0, pthread_mutex_lock(&stMutex));
@@ -190,7 +190,7 @@ TEST(DarwinLockTest, WhatWasDestroyedIsRefused)
     EXPECT_EQ(EINVAL, pthread_cond_signal(&stCondition));
 }
 
-TEST(DarwinLockTest, AWaitComesToItsEnd)
+TEST(DarwinLockTest, AWaitEndsAtItsTimeout)
 {
     std::mutex mtxWait;
     pthread_cond_t stCondition = PTHREAD_COND_INITIALIZER;
@@ -237,7 +237,7 @@ TEST(DarwinProcessTest, ItsOwnProgramStartsAgainUnderTheLoader)
     EXPECT_EQ(0, stResult.m_iExit);
 }
 
-TEST(DarwinProcessTest, LimitsHoldAndAreToldInDarwinsTerms)
+TEST(DarwinProcessTest, LimitsHoldAndAreReportedAsOnDarwin)
 {
     rlimit stLimit{};
     EXPECT_EQ(0, getrlimit(RLIMIT_NOFILE, &stLimit));

@@ -259,7 +259,7 @@ int CopyFile(int _iFrom, int _iTo, void* /*_pState*/, std::uint32_t /*_uiWhat*/)
 
 void* MakeCopyState()
 {
-    return std::malloc(1); // CopyFile needs none, but null is a failure
+    return std::malloc(1); // CopyFile needs no state, but null means a failure
 }
 
 int FreeCopyState(void* _pState)

@@ -1,4 +1,4 @@
-// A process's questions about itself and its children, and its end.
+// What a process can query about itself and its children, and how it ends.
 
 #include "tests/machrun/CLS_Loader.h"
 #include "tests/machrun/ExitHandlers.h"
@@ -31,7 +31,7 @@ int AddExitHandler(void (*_funHandler)(void*), void* _pArgument, const void* _pI
 
 int AddPlainExitHandler(void (*_funHandler)())
 {
-    // A function without parameters takes no notice of an argument. It goes with the image that has it.
+    // A function without parameters ignores an argument. The handler belongs to the image that contains it.
     return AddExitHandler(reinterpret_cast<void (*)(void*)>(_funHandler), nullptr,
                           reinterpret_cast<const void*>(_funHandler));
 }

@@ -43,7 +43,7 @@ TEST(ExportTrieTest, FindsNamesThroughTheirEdges)
     EXPECT_EQ(128U, stB->m_uiOffset);
 }
 
-TEST(ExportTrieTest, ANameMayBeALibrarysUnderAnother)
+TEST(ExportTrieTest, ANameMayBeReexportedFromALibraryUnderAnotherName)
 {
     const std::string strTrie("\0\1_a\0\6\6\x08\2_c\0\0", 13);
     const auto stExport = ExportTrie::Find(ToBytes(strTrie), "_a");
@@ -52,7 +52,7 @@ TEST(ExportTrieTest, ANameMayBeALibrarysUnderAnother)
     EXPECT_EQ("_c", stExport->m_strNameThere);
 }
 
-TEST(ExportTrieTest, OtherNamesAreNotThere)
+TEST(ExportTrieTest, OtherNamesAreNotFound)
 {
     for (const char* const szName : {"", "_", "_an", "_answe", "_answers", "_c"})
     {
@@ -70,7 +70,7 @@ TEST(ExportTrieTest, BrokenTreesAreRefused)
     EXPECT_EQ("the export _a is of an unknown kind", GetReason(std::string("\0\1_a\0\6\2\x10\0\0", 10)));
 }
 
-TEST(ExportTrieTest, ATreeThatLeadsInACircleComesToAnEnd)
+TEST(ExportTrieTest, TheSearchInATreeWithACycleEnds)
 {
     EXPECT_EQ("", GetReason(std::string("\0\1_\0\0", 5)));
 }

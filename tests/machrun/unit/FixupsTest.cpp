@@ -92,7 +92,7 @@ TEST(FixupsTest, PlacesAtTheEndOfTheImageAreInside)
     EXPECT_THAT(GetRebases({0x20, 0xf8, 0x1f, 0x51}), ElementsAre(0xff8));
 }
 
-TEST(FixupsTest, BindsCarryWhatWasSetBefore)
+TEST(FixupsTest, ABindKeepsTheValuesSetBefore)
 {
     EXPECT_THAT(GetBinds({0x11, 0x40, 'a', 0, 0x51, 0x70, 0x10, 0x90, 0x41, 'b', 0, 0x60, 0x7e, 0x90, 0}),
                 ElementsAre("16 a 1 0", "24 b 1 -2 or null"));

@@ -9,7 +9,7 @@
 /// The bytes of a small, correct library for macOS.
 ///
 /// It has one segment with one section, an export "_answer", a pointer to itself, and a pointer to "_malloc"
-/// of the system's library. A test spoils a part, and then makes the file.
+/// of the system's library. A test corrupts a part, and then makes the file.
 class CLS_LibraryImage
 {
 public:
@@ -51,7 +51,7 @@ public:
         return vecFile;
     }
 
-    /// Adds a load command. The file has only its beginning.
+    /// Adds a load command. The file contains only its head.
     void AddCommand(std::uint32_t _uiCommand, std::uint32_t _uiSize)
     {
         Append(m_vecMoreCommands, MachO::ST_Command{_uiCommand, _uiSize});

@@ -10,7 +10,7 @@ namespace
 {
 using Bytes = CLS_LibraryImage::Bytes;
 
-/// The reason why the file cannot be loaded; empty if it can.
+/// Returns why the file cannot be loaded; empty if it can.
 std::string GetReason(const Bytes& _vecFile)
 {
     const std::string strStart = "'lib' cannot be loaded: ";
@@ -82,7 +82,7 @@ TEST(MachOFileTest, EveryTruncationIsRefused)
     }
 }
 
-TEST(MachOFileTest, NoChangedByteDoesMoreThanHaveTheFileRefused)
+TEST(MachOFileTest, AChangedByteAtMostHasTheFileRefused)
 {
     const Bytes vecFile = CLS_LibraryImage().Make();
     for (std::size_t i = 0; i < vecFile.size(); i = i == 0x200 ? CLS_LibraryImage::SEGMENT_SIZE : i + 1)
@@ -123,7 +123,7 @@ TEST(MachOFileTest, SlicePastTheEndIsRefused)
               GetReason(MakeUniversal(MachO::CPU_X86_64, CLS_LibraryImage().Make(), 1)));
 }
 
-TEST(MachOFileTest, ProgramWithAnAddressOfItsOwnIsRefused)
+TEST(MachOFileTest, ProgramWithAFixedAddressIsRefused)
 {
     CLS_LibraryImage clsImage;
     clsImage.m_stHeader.m_uiFileType = MachO::FILE_PROGRAM;

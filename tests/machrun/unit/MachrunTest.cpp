@@ -40,7 +40,7 @@ protected:
         return RunChild(MACHRUN, {"--root", m_strRoot, _strProgram}, _mapEnvironment);
     }
 
-    /// Runs the program, which cannot be loaded, and returns the reason.
+    /// Runs the program, expects that it cannot be loaded, and returns the reason.
     std::string GetReason()
     {
         const ST_ChildResult stResult = Run(Write(m_clsProgram, "program"));
@@ -63,7 +63,7 @@ TEST_F(MachrunTest, RunsAProgramAndExitsWithItsStatus)
     EXPECT_EQ(7, stResult.m_iExit);
 }
 
-TEST_F(MachrunTest, SaysHowItIsCalled)
+TEST_F(MachrunTest, PrintsItsUsage)
 {
     for (const std::vector<std::string>& vecArguments :
          {std::vector<std::string>{}, {"program"}, {"--root", m_strRoot}, {"--other", m_strRoot, "program"}})
@@ -74,7 +74,7 @@ TEST_F(MachrunTest, SaysHowItIsCalled)
     }
 }
 
-TEST_F(MachrunTest, NamesWhatIsNotThere)
+TEST_F(MachrunTest, NamesAMissingFileOrFolder)
 {
     const ST_ChildResult stProgram = Run("/nowhere/program");
     EXPECT_EQ(NOT_LOADED, stProgram.m_iExit);
@@ -85,7 +85,7 @@ TEST_F(MachrunTest, NamesWhatIsNotThere)
     EXPECT_EQ("machrun: '/nowhere' cannot be opened: No such file or directory\n", stRoot.m_strErr);
 }
 
-TEST_F(MachrunTest, NamesTheRuntimesLibraryThatIsNotThere)
+TEST_F(MachrunTest, NamesAMissingLibraryOfTheRuntime)
 {
     const std::string strUnwinder = m_strRoot + "/usr/lib/system/libunwind.dylib";
     std::filesystem::remove(strUnwinder);
@@ -127,7 +127,7 @@ TEST_F(MachrunTest, NamesAMissingSymbolAndTheLibraryThatShouldHaveIt)
               GetReason());
 }
 
-TEST_F(MachrunTest, ExportsThatLeadInACircleAreNotFound)
+TEST_F(MachrunTest, CyclicReexportsAreNotFound)
 {
     m_clsProgram.m_strLibrary = "@executable_path/libOther.dylib";
     m_clsProgram.m_vecBinds =
@@ -135,7 +135,7 @@ TEST_F(MachrunTest, ExportsThatLeadInACircleAreNotFound)
     CLS_LibraryImage clsCircle;
     clsCircle.m_strLibrary = "@loader_path/libOther.dylib";
     clsCircle.m_vecBinds = {0};
-    // "_answer" is "_answer" of the library 1, which is the library itself.
+    // "_answer" refers to "_answer" of library 1, which is the library itself.
     clsCircle.m_vecExports = CLS_LibraryImage::ToBytes(std::string("\0\1_answer\0\x0b\3\x08\1\0\0", 16));
     const std::string strReason = "machrun: '" + m_strProgram +
                                   "' cannot be bound: symbol not found: _answer, expected in " +
@@ -175,10 +175,10 @@ TEST_F(MachrunTest, FindsLibrariesInTheFoldersOfTheEnvironment)
     EXPECT_EQ(7, Run(strProgram, {{"DYLD_LIBRARY_PATH", "/nowhere::" + m_strFolder + "/libraries"}}).m_iExit);
 }
 
-TEST_F(MachrunTest, NamesAFunctionOfTheSystemThatItLacksWhenItIsCalled)
+TEST_F(MachrunTest, NamesAMissingSystemFunctionWhenItIsCalled)
 {
     m_clsProgram.m_vecBinds[4] = 'M';
-    EXPECT_EQ(7, Run(Write(m_clsProgram, "program")).m_iExit) << "it is not called";
+    EXPECT_EQ(7, Run(Write(m_clsProgram, "program")).m_iExit) << "the missing function is not called";
     // push rax; call *pointer
     m_clsProgram.m_vecCode = {0x50, 0xff, 0x15, 0x01, 0x07, 0x00, 0x00};
     const ST_ChildResult stResult = Run(Write(m_clsProgram, "program"));
