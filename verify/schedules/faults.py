@@ -344,7 +344,7 @@ FAULTS = [
     fault("a worker is freed before its thread has ended", WORKER,
           ("        m_pThread->join();\n", "        m_pThread->detach();\n"),
           scenario="submit-and-run", strategy="random",
-          seen=("a lock is freed that somebody holds", "freed memory is")),
+          seen=("a lock is freed that a thread holds", "freed memory is")),
     fault("a worker that was left behind goes on in the pool", GATE,
           ("    return (_uiState & ABANDONED) == 0;\n", "    return true;\n"),
           scenario="end-with-overrun", strategy="random",
