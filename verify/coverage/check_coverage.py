@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
-"""Prints how much of the product the tests execute. Fails if it is too little.
+"""Prints how much of the product the tests execute. Fails if they execute too little.
 
     check_coverage.py EXPORT LINES NOT_COVERED
 
 EXPORT       the output of llvm-cov export
 LINES        the same with -format lcov
-NOT_COVERED  the permitted gaps, one a line ('#' begins a comment), as
+NOT_COVERED  the permitted gaps, one per line ('#' begins a comment), as
              file | kind | text in the source | what is missing | reason
 
 All functions, lines and branches must be covered, except for those listed; MC/DC in at least 98 % of the conditions.

@@ -7,7 +7,7 @@
 #include <iostream>
 #include <string>
 
-/// Ends the process when what must hold does not: the fuzzer keeps the input then.
+/// Ends the process if the condition does not hold. The fuzzer then keeps the input.
 inline void Require(bool _bHolds, const char* _szWhat)
 {
     if (!_bHolds)
@@ -17,13 +17,13 @@ inline void Require(bool _bHolds, const char* _szWhat)
     }
 }
 
-/// Ends the process with the rule that is broken, if any.
+/// Ends the process if a rule is broken. Null stands for none.
 inline void RequireUnbroken(const char* _szBroken)
 {
     Require(_szBroken == nullptr, _szBroken);
 }
 
-/// The fuzzer's bytes, read front to back. Reads zeros and empty texts when there are none left.
+/// Reads the fuzzer's bytes from front to back. After the last byte, it reads zeros and empty texts.
 class CLS_FuzzInput
 {
 public:
@@ -47,7 +47,7 @@ public:
         return tNumber;
     }
 
-    /// A text of less than _iLimit characters, which is at most 256, zeros included.
+    /// A text of fewer than _iLimit characters, which may be zeros. _iLimit is at most 256.
     std::string TakeText(std::size_t _iLimit)
     {
         const std::size_t iAsked = TakeBelow(_iLimit);

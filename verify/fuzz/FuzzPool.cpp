@@ -24,7 +24,7 @@ void SleepBriefly(const ST_Sleep& _stSleep)
     std::this_thread::sleep_for(std::chrono::microseconds(_stSleep.m_msAsked) / SLEEP_DIVISOR);
 }
 
-/// Whether a wait for a run ran out since the last call: what it waited for may go on.
+/// Whether a wait for a run timed out since the last call. That run may still be in progress.
 bool TakeOvertime()
 {
     const std::vector<LogRecorder::ST_Record> vecRecords = LogRecorder::Take();
@@ -109,14 +109,14 @@ public:
 
     static void RequireOrder() { RequireUnbroken(PoolRules::CheckPool(GetPool())); }
 
-    /// Whatever is still to run runs; what is left then is what the registry keeps.
+    /// Lets the remaining tasks run, ends the pool, and checks that only the registry keeps callables.
     void End()
     {
         WaitForRuns();
         EndPool();
         RequireCallables("only the registry keeps callables");
         ClearRegistry();
-        RequireCallables("the registry was the last to keep a callable");
+        RequireCallables("no callable is left without the registry");
     }
 
 private:
@@ -143,7 +143,7 @@ private:
             m_clsModel.AddProbe(m_clsInput.TakeBelow(CLS_PoolModel::OWNERS), false, false, TakeDeed());
         Require(GetPool().AddTmpTask(m_clsModel.MakeCallable(pProbe), m_clsModel.GetOwner(pProbe->m_iOwner),
                                      CLS_PoolModel::MakeCallInfo(*pProbe)),
-                "a task is taken");
+                "the pool accepts a task");
     }
 
     void AddWithoutOwner()
@@ -180,11 +180,11 @@ private:
         {
             if (!bOvertime && !pProbe->m_bDisowned && !pProbe->m_bByTask)
             {
-                // A task that has had its run has lost its owner: it may be queued again.
+                // A task that has run no longer has an owner, so it may be requeued.
                 Forbid(*pProbe, pProbe->m_iStarted == 0);
             }
         }
-        Excuse(m_clsModel.GetProbes(funOwned)); // what they submitted meanwhile
+        Excuse(m_clsModel.GetProbes(funOwned)); // what these tasks submitted meanwhile
     }
 
     void ForgetOwner()
@@ -197,7 +197,7 @@ private:
         GetPool().RemoveTmpTask(strTaskId);
     }
 
-    /// Stops a task, and forgets it unless it stays known.
+    /// Stops a task by _funEnd. With _bForgets, _funEnd must also remove it from the registry.
     void EndTask(const std::function<void(const std::string&)>& _funEnd, bool _bForgets)
     {
         const std::string strTaskId = TakeTaskId();
@@ -215,7 +215,7 @@ private:
         Require(!_bForgets || !CLS_Task::GetTask(strTaskId).lock(), "a removed task is not registered");
     }
 
-    /// The task's removal has returned, and had waited for its run.
+    /// Notes that the task's removal has returned after waiting for its run.
     static void Forbid(ST_Probe& _stProbe, bool _bForGood)
     {
         RequireUnbroken(TaskRules::CheckRemoved(CLS_PoolModel::GetState(_stProbe)));
@@ -263,7 +263,7 @@ private:
         {
             GetPool().KillTaskAll();
         }
-        Require(CLS_QuenTaskPool::m_pInstance == nullptr, "there is no pool after its end");
+        Require(CLS_QuenTaskPool::m_pInstance == nullptr, "no pool exists after its end");
         Excuse(m_clsModel.GetProbes([](const ST_Probe&) { return true; }));
     }
 
@@ -283,7 +283,8 @@ private:
                 "every task that is not removed runs as often as it is queued");
     }
 
-    /// As many callables live as tasks are registered, once a worker that was left behind is out of its run.
+    /// Waits until there is one callable for each registered task. An abandoned worker keeps one until its
+    /// run ends.
     static void RequireCallables(const char* _szWhat)
     {
         Require(

@@ -11,7 +11,7 @@ namespace
 constexpr std::size_t SLOTS = 3;
 constexpr int DEPTH = 3;
 constexpr int MOST_STEPS = 200;
-/// Lists of everything grow: the step is left out from here on.
+/// From this number on, the steps that assign a list or map of all variants are left out, because these grow.
 constexpr std::size_t MOST_VARIANTS = 100;
 
 /// A few variants with their models.
@@ -64,7 +64,7 @@ public:
 private:
     static void SetAnyType(CLS_FuzzInput& _clsInput, CLS_CVariant& _clsTarget, ST_VariantModel& _stTarget)
     {
-        // One more than there are on either side.
+        // The valid types, and one invalid value on either side.
         const auto iType = static_cast<n_CVariantType>(static_cast<int>(_clsInput.TakeBelow(10)) - 2);
         _clsTarget.SetType(iType);
         VariantModel::SetType(_stTarget, iType);
@@ -131,7 +131,8 @@ private:
         }
     }
 
-    /// A copy of a variant that holds nothing has none of the bits that were left in it.
+    /// Copies each model. A copy of an empty variant does not take over the bits that are left in the
+    /// original.
     static void ForgetLeftBits(std::vector<ST_VariantModel>& _vecModels)
     {
         for (ST_VariantModel& stModel : _vecModels)

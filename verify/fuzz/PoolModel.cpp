@@ -120,7 +120,7 @@ void CLS_PoolModel::Run(ST_Probe& _stProbe)
     stTask.m_iBegun = iBegun;
     stTask.m_iRunning = iRunning;
     RequireUnbroken(TaskRules::CheckBegin(stTask, {}));
-    // However the deed ends.
+    // Also after an exception.
     const std::shared_ptr<void> pEnd(nullptr, [&_stProbe](void*) { --_stProbe.m_iRunning; });
     DoDeed(_stProbe);
 }

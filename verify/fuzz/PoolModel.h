@@ -25,25 +25,25 @@ enum n_Deed : int
     DEED_COUNT
 };
 
-/// One callable that was handed to the pool, and what is expected of it.
+/// One callable that was handed to the pool, and its expected state.
 struct ST_Probe
 {
-    const std::size_t m_iNumber; ///< stands in the task's call information
+    const std::size_t m_iNumber; ///< quoted in the task's call information
     const std::size_t m_iOwner;
     const bool m_bLoop;
-    const bool m_bByTask; ///< a task submits it, at a time that the model does not know
+    const bool m_bByTask; ///< submitted by a task, at a time that the model does not know
     const n_Deed m_iDeed;
 
     std::atomic<int> m_iQueued{1};
     std::atomic<int> m_iStarted{0};
     std::atomic<int> m_iRunning{0};
-    std::atomic<bool> m_bRequeued{false};  ///< queued by hand: it may overlap itself, and is not waited for
-    std::atomic<bool> m_bDisowned{false};  ///< its owner forgot it by hand
+    std::atomic<bool> m_bRequeued{false};  ///< queued by hand: may overlap itself; no removal waits for it
+    std::atomic<bool> m_bDisowned{false};  ///< removed from its owner by hand
     std::atomic<bool> m_bExcused{false};   ///< stopped, removed, or dropped with its pool: it need not run
     std::atomic<bool> m_bForbidden{false}; ///< its removal has returned: it must not start
 };
 
-/// Everything that was handed to the pool. Thread-safe: tasks submit tasks.
+/// Everything that was handed to the pool. Thread-safe, because tasks submit tasks.
 class CLS_PoolModel
 {
 public:
@@ -52,21 +52,21 @@ public:
     /// The object that tasks of the owner belong to.
     void* GetOwner(std::size_t _iOwner) { return &m_arrOwners.at(_iOwner); }
 
-    /// A new callable. Hand it over under MakeCallInfo(probe).
+    /// Makes the probe of a new callable. Submit the callable with MakeCallInfo(probe).
     std::shared_ptr<ST_Probe> AddProbe(std::size_t _iOwner, bool _bLoop, bool _bByTask, n_Deed _iDeed);
     static std::string MakeCallInfo(const ST_Probe& _stProbe);
     std::function<void()> MakeCallable(const std::shared_ptr<ST_Probe>& _pProbe);
 
-    /// The probe of the registered task with this id; null when there is none.
+    /// The probe of the registered task with this id; null if there is none.
     std::shared_ptr<ST_Probe> FindProbe(const std::string& _strTaskId);
 
     void AddLoopId(const std::string& _strTaskId);
     std::vector<std::string> GetLoopIds();
 
-    /// Those that _funWanted wants.
+    /// The probes for which _funWanted holds.
     std::vector<std::shared_ptr<ST_Probe>> GetProbes(const std::function<bool(const ST_Probe&)>& _funWanted);
 
-    /// During its life, no task calls the pool, because a run that outlasts the pool would find none.
+    /// While it exists, no task calls the pool. A run that outlasts the pool would find none.
     class CLS_Rest
     {
     public:
@@ -82,7 +82,7 @@ public:
     /// The probe as the shared rules see it. The interval is unknown: the input may change it at any moment.
     static TaskRules::ST_TaskState GetState(const ST_Probe& _stProbe);
 
-    /// Callables that live, copies included, of all models.
+    /// The number of existing callables of all models, copies included.
     static int GetLiveCallables();
 
 private:

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-/// What a variant is expected to hold, in simpler terms: everything side by side, nothing on the heap.
+/// What a variant should hold, in simpler terms: one member for each kind of value, without pointers.
 struct ST_VariantModel
 {
     n_CVariantType m_iType = CVariantType_None;
@@ -23,7 +23,7 @@ namespace VariantModel
 {
 bool IsOwned(n_CVariantType _iType);
 
-/// Variants in all, this one included.
+/// The number of variants in the model, itself included.
 std::size_t Count(const ST_VariantModel& _stModel);
 
 std::string ToText(const ST_VariantModel& _stModel);
@@ -34,7 +34,7 @@ void SetType(ST_VariantModel& _stModel, n_CVariantType _iType);
 /// _stOther is taken by value: it may be an element of _stModel.
 void Assign(ST_VariantModel& _stModel, ST_VariantModel _stOther);
 
-/// Gives both the same value, made of the input's bytes.
+/// Gives both the same value, which it makes from the input's bytes.
 void Make(CLS_FuzzInput& _clsInput, int _iDepth, CLS_CVariant& _clsVariant, ST_VariantModel& _stModel);
 
 /// Ends the process unless the variant holds and converts to what the model says.

@@ -1,11 +1,11 @@
 /*
- * Hand-over and retirement. Two hosts queue three tasks; the dispatcher binds each to a worker and hands it the job;
- * the worker runs it and goes back onto the idle list, where the watchdog may take it at any moment and retire it.
- * One attempt to get onto the idle list fails.
+ * Hand-over and retirement. Two hosts queue three tasks. The dispatcher binds each task to a worker and hands it the
+ * job. The worker runs the job and returns to the idle list, where the watchdog may retire it at any moment. One
+ * attempt to get onto the idle list fails.
  *
  * Holds: a worker is on the idle list or bound to a task, never both; the idle worker with the lowest order id is
- * taken; no job that is handed over replaces another one; there are never more workers than the limit allows;
- * no process uses a freed worker; no worker is lost; each queued task runs once.
+ * taken; no job replaces another job that was handed over; there are never more workers than the limit allows; no
+ * process uses a freed worker; no worker is lost; each queued task runs once.
  *
  * Left out: see parts/workers.pml. Nothing ends the pool here (shutdown.pml), and no task is cancelled (stop.pml).
  */
@@ -30,7 +30,7 @@ active proctype SecondHost()
     AddToQueue(2)
 }
 
-/* Registered, but it will never be used or retired. */
+/* Registered, but never used or retired again. */
 #define Lost(w) (known[w] && !IsIdle(w) && bound[w] == NO_TASK)
 
 ltl handled

@@ -1,21 +1,23 @@
 /*
- * Loop tasks. Task 0 is one, task 2 runs once; the scheduler looks pass after pass, two workers run what it queues.
- * Either task 0 is removed or stopped at any moment, and task 1 runs once. Or task 1 is a loop task, too, whose
- * interval is changed at any moment, and one attempt to queue a task fails for want of memory. With ONE_LOOP_TASK
- * task 0 runs once, and task 1 is the loop task. With ONE_TASK task 0 is alone, and is removed or stopped.
+ * Loop tasks. Task 0 is a loop task, and task 2 runs once. The scheduler makes pass after pass, and two workers run
+ * what it queues. Either task 0 is removed or stopped at any moment, and task 1 runs once. Or task 1 is a loop task,
+ * too: its interval is changed at any moment, and one attempt to queue a task fails because memory is short. With
+ * ONE_LOOP_TASK, task 0 runs once, and task 1 is the loop task. With ONE_TASK, task 0 is alone, and is removed or
+ * stopped.
  *
- * Time: a tick passes at any moment. Task 0 has an interval of one tick, task 1 of one that never passes until it is
- * changed to one tick.
+ * Time: a tick passes at any moment. The interval of task 0 is one tick. The interval of task 1 never passes until it
+ * is changed to one tick.
  *
- * Holds: a task neither overlaps itself nor is queued while it is queued or before its interval has passed; after a
- * stop or removal in time no run is in progress and none begins; no record is used after it is destroyed. When each
- * thread that can go on does so at last (weak fairness), each queued task is run or dropped, the new interval of task
- * 1 counts, and task 1 runs again and again; task 0 is queued no more some time after its stop or removal.
+ * Holds: a task never overlaps itself; it is not queued while it is queued, nor before its interval has passed; after a
+ * stop or removal that returned in time, no run is in progress and none begins; no record is used after it is
+ * destroyed. Under weak fairness (each thread that can go on does so in the end): each queued task is run or dropped;
+ * the new interval of task 1 takes effect, and task 1 runs again and again; some time after its stop or removal, task 0
+ * is no longer queued.
  *
- * Left out: see parts/task.pml and parts/crew.pml; the end of the pool (shutdown.pml). The count of changes that the
- * scheduler compares with the one it has seen is a flag here, for lists and intervals alike. The scheduler reads the
- * clock once a poll. The time since a run counts only while the task is idle, because nothing reads it at other times.
- * The first queueing of all tasks is one step.
+ * Left out: see parts/task.pml and parts/crew.pml; the shutdown (shutdown.pml). The library's scheduler compares counts
+ * of changes with the counts that it last saw. Here, one flag stands for each comparison, for lists and intervals
+ * alike. The scheduler reads the clock once per poll. The time since a run counts only while the task is idle, because
+ * no step reads it at other times. The first queueing of all tasks is one step.
  */
 
 #define TASKS 3
@@ -23,7 +25,7 @@
 
 #include "parts/task.pml"
 
-byte age[TASKS];      /* ticks since the last run ended; more than one counts as one */
+byte age[TASKS];      /* ticks since the last run ended; at most one */
 byte interval[TASKS];
 byte timeLeft[TASKS]; /* ticks until the moment before which the scheduler does not ask the task again */
 
@@ -149,7 +151,7 @@ active proctype Clock()
     od
 }
 
-bool entries[TASKS]; /* the scheduler's own from here on */
+bool entries[TASKS]; /* the rest belongs to the scheduler alone */
 bool pushFailed;
 
 inline RefreshLoopSchedule() /* CLS_LoopSchedule::Refresh */
@@ -181,7 +183,7 @@ inline RefreshLoopSchedule() /* CLS_LoopSchedule::Refresh */
     }
 }
 
-/* The weak reference of an entry serves as long as there is a record. */
+/* The weak reference of an entry is valid while the record exists. */
 inline FindEntryTask(t, found) /* CLS_LoopSchedule::CLS_Entry::FindTask */
 {
     d_step {
@@ -248,7 +250,7 @@ inline QueueTask(t, found) /* CLS_QuenTaskPool::QueueTask */
         FindTask(t, found);
         if
         :: found && !cancels && !pushFailed ->
-            /* No memory for the entry: the task is as it was. */
+            /* No memory for the entry: the task stays as it was. */
             pushFailed = true;
             Release(t);
             found = false

@@ -1,18 +1,18 @@
 /*
- * The reference beside a queued id. A task was queued twice, and two workers look it up at any moment, each with a
- * reference that was kept when it was queued. Meanwhile a host takes the record, or only a reference to it, and then
- * changes the registry: it deletes the task, replaces it, or takes it out itself. Another host creates and deletes
+ * The reference that is kept with a queued id. A task was queued twice. Two workers look it up at any moment, each with
+ * a reference that was kept when the task was queued. Meanwhile a host takes the record, or only a reference to it, and
+ * then changes the registry: it deletes the task, replaces it, or erases it itself. Another host creates and deletes
  * other tasks.
  *
- * Holds: a worker finds what a search of the registry finds at that moment, although it searches only when the era
- * says so; no record is used after it is destroyed.
+ * Holds: a worker finds what a search of the registry finds at that moment, although it searches only if the era
+ * requires it; no record is used after it is destroyed.
  *
- * The registry's lock: a host changes the registry in one step while no reader is inside. A change by the library is
- * three steps: a worker does not wait for it if the era says that its reference serves. Each access of a reader to the
- * era and to the size is a step of its own, because other readers are inside at the same time.
+ * The registry's lock: a host changes the registry in one step, while no reader holds the lock. A change by the library
+ * takes three steps, because a worker does not wait for it if the era shows that its reference is valid. Each access of
+ * a reader to the era and to the size is a step of its own, because other readers hold the lock at the same time.
  *
  * Left out: everything else about tasks; a host that copies a reference out of the registry and then replaces the
- * record itself, so that the registry is as large as before.
+ * record itself, so that the registry's size stays the same.
  */
 
 #define OLD     0 /* the record that was queued */
@@ -26,10 +26,10 @@ byte others;              /* how many other records are registered */
 byte era = 1;
 byte notedSize = 1;
 byte eraOf[RECORDS] = 1;
-byte references[RECORDS] = 1; /* strong ones, with that of the registry or of the host that makes the new record */
+byte references[RECORDS] = 1; /* strong ones; the registry or the host that creates the new record has one */
 byte readers;
 bool writing;
-bool changing;            /* by the library, which has looked at the size */
+bool changing;            /* by the library, which has read the size */
 
 #define RegistrySize()  ((entry != NONE) + others)
 #define UseRecord(r)    assert(references[r] > 0)
@@ -112,7 +112,7 @@ inline ReplaceTask() /* CLS_Task::CreatePoolTask */
     EndChange()
 }
 
-/* The host itself, without a call of the library. */
+/* By the host itself, without a call of the library. */
 inline EraseEntry()
 {
     atomic {
@@ -163,7 +163,7 @@ active proctype Host()
         :: EraseEntry()
         :: AssignEntry()
         fi
-    :: d_step { /* copies the reference, and no call of the library tells */
+    :: d_step { /* copies the reference, which the library does not notice */
             held = OLD;
             references[OLD]++
         };
@@ -214,7 +214,7 @@ inline FindTask(kept, found) /* CLS_Task::FindTask */
         :: else
         fi
     };
-    d_step { /* what a search finds at the moment of this look is what counts */
+    d_step { /* compares with what a search finds at this moment */
         announced = (kept != NONE && changing);
         found = (announced -> entry : NONE)
     };

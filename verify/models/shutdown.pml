@@ -1,14 +1,14 @@
 /*
  * The shutdown. A host queues two tasks, may remove one without waiting for its run, and shuts the pool down at any
- * moment, while dispatcher, loop scheduler and watchdog work. A third task comes from the loop scheduler. Each run
- * takes any time, with RUN_MAY_HANG for ever: the shutdown may wait for it or abandon its worker.
+ * moment, while dispatcher, loop scheduler and watchdog work. The loop scheduler queues a third task. Each run takes
+ * any time, and with RUN_MAY_HANG perhaps for ever. The shutdown may wait for the run or abandon its worker.
  *
  * Holds: no process uses the pool or a worker after it is freed; each worker is freed once, by the shutdown or, if it
  * was abandoned, by itself; no run begins after the shutdown; UnInit returns, all threads end, and each queued task
  * runs or is dropped by the shutdown.
  *
- * Left out: see parts/workers.pml; failures of UnInit, its call from a task, and the pinning of the library. A
- * bounded wait may be given up at any moment.
+ * Left out: see parts/workers.pml; failures of UnInit, its call from a task, and the pinning of the library. A bounded
+ * wait may time out at any moment.
  */
 
 #define TASKS    3
@@ -20,7 +20,7 @@
 bool loopEnded;
 bool overrunWorkers[WORKERS];
 
-/* The wait of a removal runs out: the record is gone while the run goes on. */
+/* The wait of a removal times out: the record leaves the registry while the run goes on. */
 inline RemoveInVain(t) /* CLS_QuenTaskPool::RemoveTask */
 {
     atomic {

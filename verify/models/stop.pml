@@ -1,18 +1,19 @@
 /*
  * Stop and removal. Two workers run tasks while hosts stop and remove them.
  *
- * Tasks 0 and 2 belong to an owner. One host submits them, one removes the owner at any moment. Beside that, either
- * task 0 submits task 1 for the same owner while it runs, or a third host stops task 0 or removes task 2 by its id.
+ * Tasks 0 and 2 belong to an owner. One host submits them, and another host removes the owner at any moment. In
+ * addition, either task 0 submits task 1 for the same owner while it runs, or a third host stops task 0 or removes task
+ * 2 by its id.
  *
- * Holds: after a stop or removal whose wait did not run out, no run of what it covers is in progress, and none begins
- * any more; a removal of the owner covers what its tasks submit while it waits, and while it waits for one task, none
- * of the others begins; a task runs once, or is dropped
- * because it was cancelled; no record is used after it is destroyed, nor destroyed during its run or under the
- * registry's lock; every queued task is run or dropped.
+ * Holds: after a stop or removal whose wait did not time out, no run of the tasks that it covers is in progress, and no
+ * further run begins; a removal of the owner covers what its tasks submit while it waits; while it waits for one task,
+ * no other task of the owner begins; a task runs once, or is dropped because it was cancelled; no record is used after
+ * it is destroyed; no record is destroyed during its run or under the registry's lock; every queued task is run or
+ * dropped.
  *
- * Left out: see parts/task.pml and parts/crew.pml; the loop list, the bound of 30 rounds for an owner, the wait for
- * the last reference, and the taking of the callable out of the record after it: no run may begin by then. The
- * references that InvalidateTasks takes for a moment are not counted.
+ * Left out: see parts/task.pml and parts/crew.pml; the loop list, the limit of 30 rounds for an owner, and the wait for
+ * the last reference. The later step that takes the callable out of the record is also left out, because no run may
+ * begin by then. The references that InvalidateTasks takes for a moment are not counted.
  */
 
 #define TASKS 3
@@ -26,7 +27,7 @@ bool submitted[TASKS]; /* AddTmpTask has returned */
 
 bool nested;           /* chosen once: task 0 submits task 1, or a third host cancels a task */
 
-/* No other process knows the record before it is queued, so it is made, marked and queued in one step. */
+/* No other process knows the record before it is queued, so one step creates, marks and queues it. */
 inline AddTmpTask(t) /* CLS_QuenTaskPool::AddTmpTask */
 {
     d_step {

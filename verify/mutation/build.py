@@ -124,7 +124,7 @@ class Workplace:
         for path in self.build.folder.rglob("*"):
             target = self.folder / path.relative_to(self.build.folder)
             if path.is_symlink():
-                # The library's other names lead to the file that is linked here.
+                # The library's other names point to the file that is linked here.
                 target.symlink_to(os.readlink(path))
             elif path.is_dir():
                 target.mkdir(parents=True, exist_ok=True)

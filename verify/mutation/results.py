@@ -7,7 +7,7 @@ COLUMNS = ("mutants", "not compiled", "refused", "killed", "timed out", "same co
 
 
 class Results:
-    """A file to which every result is appended. Results for an older source do not count."""
+    """A file to which each result is appended. Results for an older source do not count."""
 
     def __init__(self, path, hashes):
         self.path = path
@@ -41,7 +41,7 @@ class Results:
 
 
 class Equivalents:
-    """The list: file | function | text | change | reason, one a line."""
+    """The list: file | function | text | change | reason, one per line."""
 
     def __init__(self, path):
         self.path = path
@@ -51,7 +51,7 @@ class Equivalents:
                 continue
             name, _, reason = line.strip().rpartition(" | ")
             if name.count(" | ") < 3 or not reason:
-                raise SystemExit("%s:%d: not file | function | text | change | reason" % (path, number))
+                raise SystemExit("%s:%d: expected file | function | text | change | reason" % (path, number))
             self.reasons[name] = reason
 
 

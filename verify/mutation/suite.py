@@ -34,7 +34,7 @@ class Test:
 
 @dataclasses.dataclass
 class Outcome:
-    """The outcome of some tests: the first that failed, and how; or none."""
+    """The outcome of some tests: the first failed test, if any, and how it failed."""
 
     test: str = ""
     how: str = "passed"  # "failed", "died" or "hung"

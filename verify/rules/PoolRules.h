@@ -26,7 +26,7 @@ constexpr const char* IDLE_TWICE = "a worker is on the idle list twice";
 constexpr const char* IDLE_UNSORTED = "the idle list is out of order";
 constexpr const char* OWNERS_DISAGREE = "the owner maps disagree";
 
-/// The rule that so many workers break; null if there may be so many.
+/// The rule that this number of workers breaks; null if it breaks none.
 const char* CheckWorkerCount(std::size_t _uiWorkers, int _iLimit);
 
 /// The rule that the idle list breaks; null if it is sorted by order id, with each worker once.

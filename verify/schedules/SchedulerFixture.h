@@ -11,7 +11,7 @@ class CLS_SchedulerFixture : public ::testing::Test
 protected:
     using Body = std::function<void()>;
 
-    /// The first failure among so many random schedules; "" when all went well.
+    /// The first failure among _uiSeeds random schedules; "" if all pass.
     std::string RunRandom(const Body& _funBody, std::uint64_t _uiSeeds = 2000)
     {
         CLS_RandomStrategy clsStrategy;
@@ -24,7 +24,7 @@ protected:
         return RunSeeds(clsStrategy, _funBody, _uiSeeds);
     }
 
-    /// The first failure among all schedules with so many delays.
+    /// The first failure among all schedules with at most _iDelays delays.
     std::string RunAll(int _iDelays, const Body& _funBody)
     {
         CLS_ExhaustiveStrategy clsStrategy(_iDelays);
@@ -34,7 +34,7 @@ protected:
         return m_stOutcome.m_strFailure;
     }
 
-    /// How one schedule ends.
+    /// The outcome of one schedule.
     ST_Outcome RunSeed(std::uint64_t _uiSeed, const Body& _funBody)
     {
         CLS_RandomStrategy clsStrategy;
@@ -46,7 +46,7 @@ protected:
     ST_ScheduleOptions m_stOptions;
     ST_Outcome m_stOutcome;          ///< of the last schedule
     std::uint64_t m_uiSeed = 0;      ///< its seed
-    std::uint64_t m_uiSchedules = 0; ///< that were run
+    std::uint64_t m_uiSchedules = 0; ///< the number of schedules that were run
 
 private:
     std::string RunSeeds(CLS_Strategy& _clsStrategy, const Body& _funBody, std::uint64_t _uiSeeds)

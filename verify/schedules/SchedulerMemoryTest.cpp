@@ -1,4 +1,4 @@
-// The scheduler knows what memory is there and what it is: blocks, statics, stacks.
+// The scheduler knows which memory is allocated, and tells blocks, static variables and stacks apart.
 
 #include "verify/schedules/SchedulerFixture.h"
 
@@ -16,7 +16,7 @@ namespace
 {
 std::atomic<bool> g_bNever{false};
 
-/// Puts more on the stack than it has.
+/// Overflows the stack.
 void FillStack()
 {
     std::array<char, std::size_t{256} * 1024> arrFull; // NOLINT(cppcoreguidelines-pro-type-member-init)
@@ -30,7 +30,7 @@ class SchedulerMemoryTest : public CLS_SchedulerFixture
 protected:
     using Touch = void (*)(void*, std::size_t);
 
-    /// Touches a block and what comes behind it, which may be a block that was freed.
+    /// Accesses a block and the block behind it, which may have been freed.
     std::string TouchTwoBlocks(bool _bFreed, Touch _funTouch)
     {
         const auto funBody = [_bFreed, _funTouch]
@@ -65,7 +65,7 @@ TEST_F(SchedulerMemoryTest, StaticVariableIsToldFromALocalOne)
     m_stOptions.m_uiMostSteps = 100;
     const auto funBody = []
     {
-        // clang knows a variable that is never written.
+        // Hides from clang that the variable is never written.
         const std::atomic<bool>* volatile pNever = &g_bNever;
         while (!*pNever)
         {

@@ -1,4 +1,4 @@
-// The scheduler finds the races of the textbooks, and none where there is none.
+// The scheduler finds textbook races, and reports none in correct programs.
 
 #include "verify/schedules/SchedulerFixture.h"
 
@@ -12,7 +12,7 @@
 class SchedulerRaceTest : public CLS_SchedulerFixture
 {
 protected:
-    /// Two threads read a number and write one more.
+    /// Two threads increment a number in two steps: a read and a write.
     static void LoseUpdate()
     {
         std::atomic<int> iCount{0};
@@ -33,7 +33,7 @@ protected:
         Require(iCount == 2, "an update is lost");
     }
 
-    /// Two threads take two locks, one the other way round.
+    /// Two threads take two locks in opposite orders.
     static void TakeLocksCrosswise()
     {
         std::mutex mtxFirst;
@@ -51,7 +51,7 @@ protected:
         thrOther.join();
     }
 
-    /// One thread waits for a flag that the other sets. The lock, or the lack of it, makes the difference.
+    /// One thread waits for a flag that the other sets, with or without the lock.
     static void WaitForFlag(bool _bSetUnderLock)
     {
         std::mutex mtxFlag;
@@ -78,7 +78,8 @@ protected:
         thrOther.join();
     }
 
-    /// Two threads look whether there is one left and then take it, each under the lock, but not in one go.
+    /// Two threads check whether one is left, and then take it. Both steps are under the lock, but not
+    /// together.
     static void CheckThenAct()
     {
         std::mutex mtxLeft;
@@ -101,8 +102,8 @@ protected:
         thrOther.join();
     }
 
-    /// One thread waits for a flag that the other sets, and frees all that belongs to it. The notification
-    /// may come too late unless it comes under the lock.
+    /// One thread waits for a flag that the other sets, and then frees the flag, its lock and its condition.
+    /// Without the lock, the notification may use freed memory.
     static void FreeWhenNotified(bool _bUnderLock)
     {
         struct ST_Flag
@@ -131,8 +132,8 @@ protected:
         thrOther.join();
     }
 
-    /// Each thread writes its word and reads the other's. One of them sees the other, if all agree on one
-    /// order.
+    /// Each thread writes its word and reads the other's. With a single total order, one of them sees the
+    /// other's store.
     template <std::memory_order ORDER>
     static void WriteThenReadOther()
     {
@@ -354,7 +355,7 @@ TEST_F(SchedulerRaceTest, FreeingAHeldLockIsFound)
         pLock.reset();
     };
     const std::string strFailure = RunRandom(funBody, 1);
-    EXPECT_EQ(strFailure.substr(0, strFailure.find(':')), "a lock is freed that somebody holds");
+    EXPECT_EQ(strFailure.substr(0, strFailure.find(':')), "a lock is freed that a thread holds");
 }
 
 TEST_F(SchedulerRaceTest, EndlessLoopIsALivelock)

@@ -1,4 +1,4 @@
-// Schedules repeat exactly, print readably and are complete; threads keep what is theirs.
+// Schedules repeat exactly, print readably and are complete. Threads keep their own state.
 
 #include "verify/schedules/SchedulerFixture.h"
 
@@ -13,7 +13,7 @@
 class SchedulerReplayTest : public CLS_SchedulerFixture
 {
 protected:
-    /// Three threads with a little of everything.
+    /// Three threads that use sleeps, locks and atomics.
     static void DoVariousThings()
     {
         std::mutex mtxSum;
@@ -146,7 +146,7 @@ TEST_F(SchedulerReplayTest, ObserverIsCalledAtEveryStepAndMayFailTheSchedule)
     std::size_t uiCalls = 0;
     m_stOptions.m_funObserver = [&uiCalls](CLS_Scheduler&) { ++uiCalls; };
     const ST_Outcome stOutcome = RunSeed(1, DoVariousThings);
-    EXPECT_EQ(uiCalls + 1, stOutcome.m_uiSteps); // the first thread's beginning is no choice
+    EXPECT_EQ(uiCalls + 1, stOutcome.m_uiSteps); // the strategy does not choose the first thread's beginning
     m_stOptions.m_funObserver = [](CLS_Scheduler& _clsScheduler)
     {
         if (_clsScheduler.CountSteps() == 5)

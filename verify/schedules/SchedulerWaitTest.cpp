@@ -19,7 +19,7 @@ class SchedulerWaitTest : public CLS_SchedulerFixture
 protected:
     static std::chrono::nanoseconds GetTime()
     {
-        static const std::chrono::seconds s_sStart(1'000'000); // of a schedule, by this clock
+        static const std::chrono::seconds s_sStart(1'000'000); // the start of a schedule by this clock
         return std::chrono::steady_clock::now().time_since_epoch() - s_sStart;
     }
 
@@ -126,7 +126,7 @@ TEST_F(SchedulerWaitTest, NobodyWakesWithoutANotification)
 
 TEST_F(SchedulerWaitTest, NotifyOneWakesOneAndNotifyAllTheRest)
 {
-    std::set<int> setFirst; // each waiter comes first at times
+    std::set<int> setFirst; // each waiter is the first one in some schedule
     const auto funBody = [&setFirst]
     {
         ST_Waiter stWaiter;

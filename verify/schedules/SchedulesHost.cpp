@@ -1,5 +1,4 @@
-// Runs the pool under schedules that it chooses itself, and asserts at every step what must hold. See
-// docs/verification.md.
+// Runs the pool under controlled schedules, and checks the rules at every step. See docs/verification.md.
 
 #include "verify/schedules/pool/Crashes.h"
 #include "verify/schedules/pool/Marks.h"
@@ -15,7 +14,7 @@ namespace
 {
 constexpr std::size_t STEPS_SHOWN = 150;
 
-/// So many seeds reach whatever a scenario is meant to reach.
+/// This number of seeds reaches everything that a scenario is meant to reach.
 constexpr std::uint64_t SEEDS_TO_REACH_ALL = 500;
 
 struct ST_Options
@@ -24,7 +23,7 @@ struct ST_Options
     std::string m_strStrategy;
     std::uint64_t m_uiFirst = 1;
     std::uint64_t m_uiCount = 500;
-    std::uint64_t m_uiExhaustive = 100000; ///< enough for each that is searched so
+    std::uint64_t m_uiExhaustive = 100000; ///< enough for each scenario that is searched exhaustively
     int m_iMeasure = 0;
     bool m_bList = false;
     CLI::Option* m_pSeed = nullptr;
@@ -33,7 +32,7 @@ struct ST_Options
     std::string m_strDelays;
 };
 
-/// Whether the schedule that the runner ran last repeats; after a failure prints all about it.
+/// Whether the last schedule of the runner repeats. After a failure, prints the report.
 bool RunLastAgain(const ST_Scenario& _stScenario, const std::string& _strStrategy,
                   const CLS_Runner& _clsFirst)
 {
@@ -61,7 +60,7 @@ bool RunLastAgain(const ST_Scenario& _stScenario, const std::string& _strStrateg
     return bSame;
 }
 
-/// One line of the table. False when a schedule failed or did not repeat.
+/// Prints one line of the table. False if a schedule failed or did not repeat.
 bool RunRow(const ST_Options& _stOptions, const ST_Scenario& _stScenario, const std::string& _strStrategy)
 {
     const auto tpBegin = std::chrono::steady_clock::now();
@@ -76,13 +75,13 @@ bool RunRow(const ST_Options& _stOptions, const ST_Scenario& _stScenario, const 
                 clsExploration.IsComplete() ? " (all)" : "",
                 static_cast<unsigned long long>(clsExploration.CountSteps()), sTaken.count());
     std::fflush(stdout);
-    // An exhaustive search has turned to the next schedule unless it failed.
+    // An exhaustive search that passes has already moved to the next schedule.
     const bool bRepeats = (bExhaustive && bPassed) || RunLastAgain(_stScenario, _strStrategy, clsRunner);
     return bRepeats && bPassed;
 }
 
-/// Prints how many schedules it took to find a fault, from several first seeds; ends with 0 where it was not
-/// found.
+/// Prints how many schedules it took to find a fault, from several first seeds. If one does not find it,
+/// prints 0 and stops.
 void Measure(const ST_Options& _stOptions, const ST_Scenario& _stScenario, const std::string& _strStrategy)
 {
     const int iBases = CLS_Runner::IsExhaustive(_strStrategy) ? 1 : _stOptions.m_iMeasure;
@@ -110,7 +109,7 @@ bool RunAgain(const ST_Options& _stOptions, const ST_Scenario& _stScenario)
     return bPassed;
 }
 
-/// False, with lines about it, when no schedule under any strategy has reached what the scenario is for.
+/// Whether the schedules have reached everything that the scenario is meant to reach. Prints what is missing.
 bool HasReachedAll(const ST_Options& _stOptions, const ST_Scenario& _stScenario)
 {
     if (_stOptions.m_iMeasure > 0 || !_stOptions.m_strStrategy.empty() ||
@@ -164,12 +163,12 @@ constexpr const char* NUMBER = "[0-9]{1,18}";
 constexpr const char* COUNT = "[1-9][0-9]{0,17}";
 constexpr const char* DELAYS = "([0-9]{1,6}(,[0-9]{1,6})*)?";
 
-/// Lets texts of this form pass.
+/// Accepts only texts of this form.
 CLI::Validator Match(const char* _szForm, const std::string& _strName)
 {
     return CLI::Validator(
         [regForm = std::regex(_szForm), _strName](const std::string& _strText)
-        { return std::regex_match(_strText, regForm) ? "" : _strText + " is no " + _strName; },
+        { return std::regex_match(_strText, regForm) ? "" : _strText + " is not a " + _strName; },
         "");
 }
 
@@ -184,15 +183,16 @@ void AddOptions(CLI::App& _clsApp, ST_Options& _stOptions)
     _clsApp.add_option("--seeds", _stOptions.m_uiCount, "how many, for each scenario and strategy")
         ->check(Match(COUNT, "count"));
     _clsApp
-        .add_option("--exhaustive", _stOptions.m_uiExhaustive, "how many schedules of an exhaustive search")
+        .add_option("--exhaustive", _stOptions.m_uiExhaustive,
+                    "how many schedules of an exhaustive search, at most")
         ->check(Match(COUNT, "count"));
     _clsApp
         .add_option("--measure", _stOptions.m_iMeasure,
-                    "print how many schedules it takes to fail, from so many first seeds")
+                    "print how many schedules it takes to fail, from this many first seeds")
         ->check(Match(COUNT, "count"));
 }
 
-/// For one schedule alone.
+/// Adds the options that repeat one schedule.
 void AddRepetition(CLI::App& _clsApp, ST_Options& _stOptions)
 {
     _stOptions.m_pSeed =
@@ -209,30 +209,30 @@ void AddRepetition(CLI::App& _clsApp, ST_Options& _stOptions)
     _stOptions.m_pSeed->excludes(_stOptions.m_pDelays);
 }
 
-/// What is wrong with options that are right one by one; "" when nothing is.
+/// The error in a combination of options; "" if there is none.
 std::string CheckTogether(const ST_Options& _stOptions)
 {
     const bool bExhaustive = CLS_Runner::IsExhaustive(_stOptions.m_strStrategy);
     if (*_stOptions.m_pSeed && bExhaustive)
     {
-        return "--seed is not for " + _stOptions.m_strStrategy;
+        return "--seed does not apply to " + _stOptions.m_strStrategy;
     }
     if (*_stOptions.m_pDelays && !bExhaustive)
     {
-        return "--delays is not for " + _stOptions.m_strStrategy;
+        return "--delays does not apply to " + _stOptions.m_strStrategy;
     }
     for (const ST_Scenario& stScenario : GetAllScenarios())
     {
         if (stScenario.m_strName == _stOptions.m_strScenario && !_stOptions.m_strStrategy.empty() &&
             !CLS_Runner::IsMeant(stScenario, _stOptions.m_strStrategy))
         {
-            return _stOptions.m_strStrategy + " is not for " + _stOptions.m_strScenario;
+            return _stOptions.m_strStrategy + " does not apply to " + _stOptions.m_strScenario;
         }
     }
     return "";
 }
 
-/// All scenarios that were asked for. False when a schedule failed.
+/// Runs the requested scenarios. False if a schedule failed.
 bool RunScenarios(const ST_Options& _stOptions)
 {
     PrepareProcess();
@@ -252,7 +252,7 @@ bool RunScenarios(const ST_Options& _stOptions)
 int main(int _iCount, char** _ppTexts) // NOLINT(bugprone-exception-escape)
 {
     ST_Options stOptions;
-    CLI::App clsApp("Runs the pool under schedules that are chosen");
+    CLI::App clsApp("Runs the pool under controlled schedules");
     AddOptions(clsApp, stOptions);
     AddRepetition(clsApp, stOptions);
     std::string strWrong;
@@ -265,7 +265,7 @@ int main(int _iCount, char** _ppTexts) // NOLINT(bugprone-exception-escape)
     {
         if (exError.get_exit_code() == 0)
         {
-            return clsApp.exit(exError); // help was asked for
+            return clsApp.exit(exError); // for --help
         }
         strWrong = exError.what();
     }

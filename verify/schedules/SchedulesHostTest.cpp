@@ -1,4 +1,4 @@
-// What zel_schedules makes of its arguments.
+// How zel_schedules handles its arguments.
 
 #include "tests/support/ChildProcess.h"
 
@@ -13,7 +13,7 @@ ST_ChildResult RunSchedules(const Arguments& _vecArguments)
     return RunChild(SCHEDULES_HOST, _vecArguments);
 }
 
-/// Standard error, when nothing was run.
+/// Expects that the arguments are refused. Returns standard error.
 std::string Refuse(const Arguments& _vecArguments)
 {
     const ST_ChildResult stResult = RunSchedules(_vecArguments);
@@ -26,12 +26,12 @@ std::string Refuse(const Arguments& _vecArguments)
 TEST(SchedulesHostTest, ArgumentThatCannotBeIsRefused)
 {
     EXPECT_EQ(Refuse({"--nonsense"}), "The following argument was not expected: --nonsense\n");
-    EXPECT_EQ(Refuse({"--seeds", "0"}), "--seeds: 0 is no count\n");
-    EXPECT_EQ(Refuse({"--exhaustive", "-1"}), "--exhaustive: -1 is no count\n");
-    EXPECT_EQ(Refuse({"--first", "x"}), "--first: x is no number\n");
-    EXPECT_EQ(Refuse({"--measure", "0"}), "--measure: 0 is no count\n");
-    EXPECT_EQ(Refuse({"--seed", "99999999999999999999"}), "--seed: 99999999999999999999 is no number\n");
-    EXPECT_EQ(Refuse({"--delays", "3,x"}), "--delays: 3,x is no list of steps\n");
+    EXPECT_EQ(Refuse({"--seeds", "0"}), "--seeds: 0 is not a count\n");
+    EXPECT_EQ(Refuse({"--exhaustive", "-1"}), "--exhaustive: -1 is not a count\n");
+    EXPECT_EQ(Refuse({"--first", "x"}), "--first: x is not a number\n");
+    EXPECT_EQ(Refuse({"--measure", "0"}), "--measure: 0 is not a count\n");
+    EXPECT_EQ(Refuse({"--seed", "99999999999999999999"}), "--seed: 99999999999999999999 is not a number\n");
+    EXPECT_EQ(Refuse({"--delays", "3,x"}), "--delays: 3,x is not a list of steps\n");
     EXPECT_EQ(Refuse({"--strategy", "x"}),
               "--strategy: x not in {random,slow,pct2,pct3,exhaustive,exhaustive-late}\n");
     EXPECT_EQ(Refuse({"--scenario", "x"}).substr(0, 32), "--scenario: x not in {submit-and");
@@ -45,9 +45,9 @@ TEST(SchedulesHostTest, ArgumentsThatDoNotGoTogetherAreRefused)
         vecArguments.insert(vecArguments.end(), _vecRepetition.begin(), _vecRepetition.end());
         return Refuse(vecArguments);
     };
-    EXPECT_EQ(funRefuseOne("slow", {}), "slow is not for watchdog-retires\n");
-    EXPECT_EQ(funRefuseOne("random", {"--delays", "3"}), "--delays is not for random\n");
-    EXPECT_EQ(funRefuseOne("exhaustive", {"--seed", "3"}), "--seed is not for exhaustive\n");
+    EXPECT_EQ(funRefuseOne("slow", {}), "slow does not apply to watchdog-retires\n");
+    EXPECT_EQ(funRefuseOne("random", {"--delays", "3"}), "--delays does not apply to random\n");
+    EXPECT_EQ(funRefuseOne("exhaustive", {"--seed", "3"}), "--seed does not apply to exhaustive\n");
     EXPECT_EQ(funRefuseOne("random", {"--seed", "3", "--measure", "1"}), "--measure excludes --seed\n");
     EXPECT_EQ(Refuse({"--strategy", "random", "--delays", "3"}), "--delays requires --scenario\n");
     EXPECT_EQ(Refuse({"--scenario", "submit-and-run", "--seed", "3"}), "--seed requires --strategy\n");

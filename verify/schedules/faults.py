@@ -1,10 +1,10 @@
 """The faults to find: each is put into a copy of one source of the product.
 
-An edit is (text, replacement). The text occurs in the source exactly once. scripts/checks/schedules.sh searches for the
+An edit is (text, replacement). The text occurs in the source exactly once. scripts/checks/schedules.sh looks for the
 fault with the scenario and the strategy. "seen" is the beginning of the expected failure, or several such beginnings;
 "a task" in it stands for any task's name.
 
-  faults.py    checks that each text occurs once; takes a second and builds nothing
+  faults.py    checks that each text occurs once; takes one second and builds nothing
 """
 import pathlib
 import sys
@@ -111,7 +111,7 @@ FAULTS = [
           scenario="close-against-jobs", strategy="random",
           seen="the pool is used after its end"),
 
-    # A record that leaves the registry on its way to a worker.
+    # A record that leaves the registry while its task is on the way to a worker.
     fault("a kept reference is always trusted", TASK,
           ("if (pKept && pKept->IsOfEra(stRegistry.GetEra()))", "if (pKept)"),
           scenario="registry-delete", strategy="random",
@@ -344,7 +344,7 @@ FAULTS = [
     fault("a worker is freed before its thread has ended", WORKER,
           ("        m_pThread->join();\n", "        m_pThread->detach();\n"),
           scenario="submit-and-run", strategy="random",
-          seen=("a lock is freed that somebody holds", "freed memory is")),
+          seen=("a lock is freed that a thread holds", "freed memory is")),
     fault("a worker that was left behind goes on in the pool", GATE,
           ("    return (_uiState & ABANDONED) == 0;\n", "    return true;\n"),
           scenario="end-with-overrun", strategy="random",
@@ -392,7 +392,7 @@ FAULTS = [
           scenario="end-by-two-hosts-kill", strategy="random",
           seen=("freed memory is", "the pool is ended twice")),
 
-    # Records while the logging library is opened.
+    # Log records while the logging library is opened.
     fault("records are dropped while the library is opened", BINDING,
           ("            Keep(lstOne);\n", ""),
           scenario="records-during-the-opening", strategy="random",

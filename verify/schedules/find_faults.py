@@ -30,7 +30,7 @@ SEEDS = 10000
 MEASURED_SEEDS = 1000  # with all scenarios and strategies
 BASES = 5
 BASE_STEP = 1000000  # from one of the program's first seeds to the next
-LONGEST = 300  # seconds; a fault may loop without a step
+LONGEST = 300  # seconds; a fault may cause a loop without a step
 LONGEST_MEASURE = 3600
 LEAST_FAULTS = 50
 
@@ -149,9 +149,9 @@ def passes(build, scenario, strategy, seeds):
 
 
 def measure(build, fault, number):
-    """The scenario and strategy that find the fault soonest, from every first seed."""
+    """The scenario and strategy that find the fault with the fewest seeds, from every first seed."""
     _, rows = look(build, fault, number, MEASURED_SEEDS, LONGEST_MEASURE)
-    # The first of equal ones.
+    # The place decides between equal medians: the first one wins.
     found = [(statistics.median(counts), place, scenario, strategy, failure)
              for place, (scenario, strategy, counts, failure) in enumerate(rows)
              if not strategy.startswith("exhaustive") and all(counts)]
@@ -169,7 +169,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("folder", type=pathlib.Path)
     parser.add_argument("--measure", action="store_true")
-    parser.add_argument("--only", default="", metavar="TEXT", help="faults whose name contains it")
+    parser.add_argument("--only", default="", metavar="TEXT", help="only faults whose name contains this text")
     arguments = parser.parse_args()
     build = Build(arguments.folder.resolve())
     if arguments.measure:

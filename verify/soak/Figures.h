@@ -30,7 +30,7 @@ void ShareHeap();
 
 std::int64_t GetHeap();
 
-/// The resident memory, after the allocator has released free memory. So the peak of a backlog does not
+/// The resident memory after the allocator has released free memory, so that the peak of a backlog does not
 /// count.
 std::int64_t GetResident();
 } // namespace Figures

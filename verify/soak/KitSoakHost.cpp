@@ -46,7 +46,7 @@ private:
     int m_iTurns = 1000;
 };
 
-/// The captures of a task: a kibibyte, and its turn.
+/// The captures of a task: a kibibyte, and the turn that the run gives back.
 class CLS_Work
 {
 public:
@@ -82,13 +82,13 @@ void RunThousand(const CLS_PoolScope& _clsPool, CLS_Turns& _clsTurns)
                                            : clsOwner.Submit(clsWork, "task");
         if (!bTaken)
         {
-            std::puts("a task was not taken");
+            std::puts("the owner refuses a task");
             std::exit(1);
         }
     }
     for (int i = 0; i < 1000; ++i)
     {
-        // All turns are back when all tasks have run.
+        // All turns are free again when all tasks have run.
         _clsTurns.Take();
     }
     for (int i = 0; i < 1000; ++i)

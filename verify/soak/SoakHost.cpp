@@ -53,7 +53,7 @@ public:
     }
 
 private:
-    /// Lets the submitters work for their time, and sweeps meanwhile.
+    /// Lets the submitters work for one round, and sweeps meanwhile.
     void RunRound()
     {
         const auto iRounds = m_clsOptions.Get("--samples");
@@ -175,7 +175,7 @@ private:
     std::string JudgeFailures() const
     {
         const int iFailures = m_stTotals.m_iFailures;
-        return iFailures == 0 ? "" : "not taken or not run: " + std::to_string(iFailures) + "\n";
+        return iFailures == 0 ? "" : "refused or not run: " + std::to_string(iFailures) + "\n";
     }
 
     const CLS_Options& m_clsOptions;

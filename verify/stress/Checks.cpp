@@ -56,7 +56,7 @@ bool IsKept(const ST_Entry& _stEntry)
     return _stEntry.m_iKind != KIND_TMP && !_stEntry.m_bForgotten;
 }
 
-/// The ids of the tasks that are kept; of loop tasks alone if so asked.
+/// The ids of the tasks that are kept. With _bLoopsAlone, only those of loop tasks.
 std::vector<std::string> GetKept(ST_World& _stWorld, bool _bLoopsAlone)
 {
     std::vector<std::string> vecKept;
@@ -126,12 +126,11 @@ void Checks::CheckEnded(ST_World& _stWorld, int _iThreads)
     }
     if (CLS_QuenTaskPool::m_pInstance != nullptr)
     {
-        clsModel.Break("there is a pool after its end");
+        clsModel.Break("a pool exists after its end");
     }
     _stWorld.m_clsHelds.TakeAll();
     _stWorld.m_clsLoops.TakeAll();
-    AwaitEach(_stWorld, "a run does not come to its end",
-              [](ST_Entry& _stEntry) { return !_stEntry.m_bRunning; });
+    AwaitEach(_stWorld, "a run does not end", [](ST_Entry& _stEntry) { return !_stEntry.m_bRunning; });
     AwaitEach(_stWorld, "a callable is left after the end of the pool",
               [](ST_Entry& _stEntry)
               {
@@ -139,7 +138,7 @@ void Checks::CheckEnded(ST_World& _stWorld, int _iThreads)
                   return *_stEntry.m_pCopies == 0;
               });
     Await(_stWorld, "the registry is not empty", [] { return PoolView::GetRegistered().empty(); });
-    Await(_stWorld, "there are threads left", [&] { return CountThreads() == _iThreads; });
+    Await(_stWorld, "threads are left", [&] { return CountThreads() == _iThreads; });
     ForgetOwned(_stWorld);
     clsModel.Forget([](const ST_Entry&) { return true; });
 }

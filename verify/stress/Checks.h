@@ -2,15 +2,15 @@
 
 #include "verify/stress/World.h"
 
-/// What has to hold while the host's threads are paused. Polls each condition; one that does not hold within
-/// WAIT_LIMIT breaks the model.
+/// What must hold while the host's threads are paused. Polls each condition. The model breaks if one does not
+/// hold within WAIT_LIMIT.
 namespace Checks
 {
-/// Everything accepted and not removed has run, loop tasks go on, and, once finished tasks are swept, pool
-/// and registry keep what the model says. The pool lives.
+/// Checks a running pool. All accepted tasks that were not removed have run, and loop tasks go on. After a
+/// sweep of finished tasks, the pool and the registry keep what the model says.
 void CheckSettled(ST_World& _stWorld);
 
-/// Only runs that outlasted the shutdown still run, and they end, too. The registry can be emptied, every
-/// callable is destroyed, and only _iThreads threads are left. Forgets all tasks.
+/// Checks the state after a shutdown. Runs that outlasted the shutdown end. The registry can be emptied,
+/// every callable is destroyed, and only _iThreads threads are left. Forgets all tasks.
 void CheckEnded(ST_World& _stWorld, int _iThreads);
 } // namespace Checks

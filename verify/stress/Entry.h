@@ -8,15 +8,15 @@
 #include <mutex>
 #include <string>
 
-/// How a task came to the pool.
+/// How a task was submitted.
 enum n_TaskKind
 {
     KIND_TMP,  ///< one-shot, of an owner
     KIND_LOOP, ///< repeats
-    KIND_HELD  ///< one-shot, made and queued by the host itself, which holds it and may queue it again
+    KIND_HELD  ///< one-shot, created, held and queued by the host itself, which may requeue it
 };
 
-/// What the model knows about one task. What has no lock is one word that several threads write.
+/// What the model knows about one task. Each atomic member is a word that several threads write.
 struct ST_Entry
 {
     ST_Entry(long _iNumber, n_TaskKind _iKind, int _iInterval)
@@ -24,7 +24,7 @@ struct ST_Entry
     {
     }
 
-    const long m_iNumber; ///< stands in the call information
+    const long m_iNumber; ///< quoted in the call information
     const n_TaskKind m_iKind;
     const int m_iInterval; ///< of a loop task, in milliseconds
 
@@ -40,7 +40,7 @@ struct ST_Entry
     const CLS_LiveCopy::Count m_pCopies = CLS_LiveCopy::MakeCount(); ///< copies of the callable
 
     std::mutex m_mtxId;                    ///< guards m_strTaskId
-    std::string m_strTaskId;               ///< empty as long as the host does not know it
+    std::string m_strTaskId;               ///< empty until the host knows it
     std::atomic<bool> m_bForgotten{false}; ///< the host has removed it by its id
 
     std::string GetTaskId()

@@ -6,7 +6,7 @@
 
 namespace
 {
-/// Shorter than any sleep that is scaled.
+/// Sleeps in steps that are shorter than any scaled sleep.
 void Pause(std::chrono::milliseconds _msLength)
 {
     constexpr std::chrono::milliseconds STEP{5};
@@ -18,7 +18,7 @@ void Pause(std::chrono::milliseconds _msLength)
     }
 }
 
-/// A run from its beginning to its end, however it ends.
+/// Counts a run from its beginning to its end, also after an exception.
 class CLS_CountedRun
 {
 public:
@@ -109,7 +109,7 @@ void SubmitTmp(ST_World& _stWorld, ST_TaskOwner& _stOwner, n_Behaviour _iBehavio
     const CLS_Job clsJob(_stWorld, pEntry, _iBehaviour, &_stOwner);
     if (!AddTmpTask(clsJob, &_stOwner, CLS_Model::MakeCallInfo(*pEntry)))
     {
-        _stWorld.m_clsModel.Break("a task is not taken", *pEntry);
+        _stWorld.m_clsModel.Break("the pool refuses a task", *pEntry);
     }
     _stWorld.m_clsModel.NoteAccepted(*pEntry);
 }

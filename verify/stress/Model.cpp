@@ -89,7 +89,7 @@ void CLS_Model::NoteAccepted(ST_Entry& _stEntry)
 
 void CLS_Model::BeginRun(ST_Entry& _stEntry)
 {
-    // The run is noted before the removal is looked for, as NoteEnded does it the other way round.
+    // Notes the run before it checks for a removal. NoteEnded does both in the opposite order.
     const int iRunning = _stEntry.m_bRunning.exchange(true) ? 1 : 0;
     const int iBegun = _stEntry.m_iRuns++;
     TaskRules::ST_TaskState stTask = GetState(_stEntry);
@@ -119,7 +119,7 @@ void CLS_Model::NoteOverrun(const std::string& _strRecord)
     const std::size_t uiFound = _strRecord.find(strBefore);
     if (uiFound == std::string::npos)
     {
-        Break("an overtime record names no task: " + _strRecord);
+        Break("the log record of a timed-out wait names no task: " + _strRecord);
     }
     const long iNumber = std::atol(_strRecord.c_str() + uiFound + strBefore.size());
     const std::lock_guard<std::mutex> lock(m_mtxEntries);

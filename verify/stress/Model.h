@@ -21,8 +21,8 @@ struct ST_Counts
     std::atomic<int> m_iMostWorkers{0};
 };
 
-/// The tasks that there should be, and the rules that always hold for them. A broken rule ends the process
-/// at once with status 1 and prints the rule and the seed. Thread-safe.
+/// The expected tasks, and the rules that always hold for them. A broken rule ends the process at once with
+/// status 1 and prints the rule and the seed. Thread-safe.
 class CLS_Model
 {
 public:
@@ -45,14 +45,15 @@ public:
     /// The pool has taken the task.
     void NoteAccepted(ST_Entry& _stEntry);
 
-    /// Around each run, on the thread that runs the task.
+    /// Call these around each run, on the thread that runs the task.
     void BeginRun(ST_Entry& _stEntry);
     void EndRun(ST_Entry& _stEntry);
 
     /// A removal has returned: the task must neither run now nor begin again.
     void NoteEnded(ST_Entry& _stEntry) const;
 
-    /// The pool has made a record that a run outlasted a wait; _strRecord quotes the call information.
+    /// The pool has logged that a run outlasted a wait. _strRecord is the log record, which quotes the call
+    /// information.
     void NoteOverrun(const std::string& _strRecord);
 
     void NoteWorkers(int _iWorkers);

@@ -16,7 +16,7 @@ void CLS_Operations::DoOne()
         std::uint64_t m_uiWeight;
         void (CLS_Operations::*m_pOperation)();
     };
-    // The weights make 10000 together.
+    // The weights add up to 10000.
     static constexpr std::array<ST_WeightedOperation, 14> CHOICES{{{5199, &CLS_Operations::AddTmp},
                                                                    {100, &CLS_Operations::AddForNobody},
                                                                    {700, &CLS_Operations::RemoveOwner},
@@ -65,7 +65,7 @@ void CLS_Operations::AddForNobody()
 {
     if (AddTmpTask([] {}, nullptr, "nobody"))
     {
-        m_stWorld.m_clsModel.Break("a task without an owner is taken");
+        m_stWorld.m_clsModel.Break("the pool accepts a task without an owner");
     }
 }
 
@@ -94,7 +94,7 @@ void CLS_Operations::RemoveTasksOf(ST_TaskOwner& _stOwner)
     {
         return;
     }
-    std::vector<Entry> vecBound; // to be over when the removal returns
+    std::vector<Entry> vecBound; // must be over when the removal returns
     {
         const std::lock_guard<std::mutex> lock(_stOwner.m_mtxEntries);
         _stOwner.m_bRemoving = true;
@@ -222,7 +222,7 @@ void CLS_Operations::Sweep()
     TaskSweep::DeleteFinished();
 }
 
-/// Submits more tasks than there can be workers, each of which waits for the worker limit to be reached.
+/// Submits more tasks than there can be workers. Each task waits until the pool reaches its worker limit.
 void CLS_Operations::FillPool()
 {
     const auto pFull = std::make_shared<CLS_Gate>();
@@ -231,7 +231,7 @@ void CLS_Operations::FillPool()
     {
         if (!AddTmpTask([pFull] { (void)pFull->Wait(); }, &stOwner, "stress 0"))
         {
-            m_stWorld.m_clsModel.Break("a task is not taken");
+            m_stWorld.m_clsModel.Break("the pool refuses a task");
         }
     }
     const auto funFull = [this]
@@ -241,9 +241,9 @@ void CLS_Operations::FillPool()
     };
     if (!WaitUntil(funFull))
     {
-        m_stWorld.m_clsModel.Break("the pool does not make as many workers as it may");
+        m_stWorld.m_clsModel.Break("the pool does not reach its worker limit");
     }
-    // Time for the dispatcher to create one worker too many.
+    // Gives the dispatcher time to create one worker too many.
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
     CountWorkers();
     pFull->Open();

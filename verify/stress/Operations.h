@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <random>
 
-/// One thread of the host, which performs random operations. With a single thread, the seed alone decides
-/// the operations.
+/// One thread of the host, which performs random operations. With a single thread, the seed determines every
+/// operation.
 class CLS_Operations
 {
 public:

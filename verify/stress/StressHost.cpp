@@ -1,7 +1,10 @@
 // Performs random operations on the pool from several threads and compares the results with a simple model:
+//
 //   zel_stress_host [--seed N] [--seconds 10] [--operations 0] [--threads 4]
-// Ends after that many seconds or, if given, that many operations. Without a seed, it chooses a random one
-// and prints it. With one thread, the seed decides the operations. With more, the system decides their order.
+//
+// Ends after the given seconds or, if --operations is not 0, after that many operations. Without --seed, it
+// draws a seed. It prints the seed. With one thread, the seed determines every operation. With more threads,
+// the system chooses their order.
 
 #include "tests/support/FastSleep.h"
 #include "tests/support/LogRecorder.h"
@@ -17,7 +20,8 @@ namespace
 {
 constexpr int OPERATIONS_PER_PHASE = 1000; ///< of each thread
 
-/// Stop then waits for 90 milliseconds at most, and the watchdog makes a pass about every tenth of a second.
+/// Shortens sleeps: Stop waits for at most 90 ms, and the watchdog makes a pass about every tenth of a
+/// second.
 std::chrono::nanoseconds ScaleSleep(std::chrono::nanoseconds _nsAsked)
 {
     constexpr std::chrono::milliseconds WATCHDOG_STEP{180};
@@ -75,8 +79,8 @@ public:
     }
 
 private:
-    /// Draws of ten: below the first the pool goes on, below the second it shuts down when idle, else at
-    /// once.
+    /// Limits for a draw of ten. Below the first, the pool goes on. Below the second, it shuts down when it
+    /// is idle. Otherwise, it shuts down at once.
     static constexpr std::uint64_t SETTLE_AND_END = 6;
     static constexpr std::uint64_t END_AT_ONCE = 8;
 
@@ -145,7 +149,7 @@ private:
                  !StartsWith(strMessage, "run function error :thrown on purpose") &&
                  strMessage != "AddTmpTask error, nullptr == _pObj [nobody]")
         {
-            m_stWorld.m_clsModel.Break("an error is recorded: " + strMessage);
+            m_stWorld.m_clsModel.Break("the pool logs an error: " + strMessage);
         }
     }
 

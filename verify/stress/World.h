@@ -10,12 +10,12 @@
 struct ST_TaskOwner
 {
     std::mutex m_mtxRemoval;         ///< held while the owner's tasks are removed
-    std::mutex m_mtxEntries;         ///< guards what follows
+    std::mutex m_mtxEntries;         ///< guards the members below
     std::vector<Entry> m_vecEntries; ///< tasks submitted since the last removal
     bool m_bRemoving = false;
 };
 
-/// A one-shot record that the host holds.
+/// A one-shot task whose record the host holds.
 struct ST_Held
 {
     Entry m_pEntry;
@@ -34,8 +34,8 @@ public:
         m_vecList.push_back(_clsElement);
     }
 
-    /// A copy of the element that _uiDraw points at, counted round and round; takes it off the list if so
-    /// asked. An empty element when there is none.
+    /// A copy of the element at _uiDraw modulo the size. With _bTake, also removes it from the list. If the
+    /// list is empty, returns an empty element.
     T_Element Pick(std::uint64_t _uiDraw, bool _bTake)
     {
         const std::lock_guard<std::mutex> lock(m_mtxList);
@@ -81,8 +81,8 @@ struct ST_World
     CLS_SharedList<Entry> m_clsLoops;
     CLS_SharedList<std::shared_ptr<ST_Held>> m_clsHelds;
 
-    /// Held shared by a task while it calls the pool, which it must not do when the pool ends; held
-    /// exclusively while the pool ends.
+    /// A task holds it shared while it calls the pool. The shutdown holds it exclusively, because no task may
+    /// call the pool then.
     std::shared_mutex m_smPoolUse;
-    std::atomic<bool> m_bPoolEnding{false}; ///< keeps tasks from asking for m_smPoolUse
+    std::atomic<bool> m_bPoolEnding{false}; ///< tells tasks not to wait for m_smPoolUse
 };

@@ -10,7 +10,7 @@ namespace
 int g_iOperations = 0;
 int g_iPoints = 0;
 
-/// Prints the sum of all sweeps at the program's end.
+/// Prints the totals of all sweeps at the end of the program.
 class CLS_SweepReport : public ::testing::Environment
 {
 public:
@@ -21,7 +21,7 @@ public:
     }
 };
 
-// Google Test destroys it.
+// GoogleTest destroys it.
 const ::testing::Environment* const REPORT = ::testing::AddGlobalTestEnvironment(new CLS_SweepReport);
 
 void Report(const std::string& _strOperation, int _iPoints)
@@ -31,7 +31,7 @@ void Report(const std::string& _strOperation, int _iPoints)
     g_iPoints += _iPoints;
 }
 
-/// The ids in the queue, each of them once.
+/// The ids in the queue. Expects each of them only once.
 std::set<std::string> GetQueued(CLS_QuenTaskPool& _clsPool)
 {
     std::set<std::string> setQueued;
@@ -49,7 +49,7 @@ void ExpectOwnersAgree(CLS_QuenTaskPool& _clsPool)
     std::set<void*> setExpected;
     for (const auto& [pOwner, lstTaskIds] : PoolView::GetOwned(_clsPool))
     {
-        EXPECT_FALSE(lstTaskIds.empty()) << "an owner of nothing";
+        EXPECT_FALSE(lstTaskIds.empty()) << "an owner without tasks";
         setExpected.insert(pOwner);
         for (const std::string& strTaskId : lstTaskIds)
         {
@@ -121,7 +121,7 @@ bool CLS_SweepPoint::FailAndPerhapsThrow(const std::function<void()>& _funOperat
 void CLS_SweepFixture::SetUp()
 {
     CLS_ShutdownFixture::SetUp();
-    // Binds the logging library and starts what a sanitizer needs, so that no point is about that.
+    // Binds the logging library and starts what a sanitizer needs, so that no point lies there.
     ::testing::internal::CaptureStdout();
     Logger::GetModuleFun("PrintLog", "");
     ::testing::internal::GetCapturedStdout();
@@ -154,7 +154,7 @@ void CLS_SweepFixture::Sweep(const std::string& _strOperation, int _iLeastPoints
         ASSERT_FALSE(HasFailure()) << "at allocation " << iAllocation;
         if (iAllocation == 0)
         {
-            // The first attempt is untouched: it makes what is made once a process.
+            // In the first attempt, no allocation fails. It allocates what is allocated once per process.
             iLive = FailingMemory::GetLiveBlocks();
             continue;
         }

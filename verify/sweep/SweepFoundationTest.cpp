@@ -17,7 +17,7 @@ using VariantMap = std::map<std::string, CLS_CVariant>;
 constexpr const char* NAME = "a name that is too long for the text object itself";
 constexpr const char* TEXT = "a text that is too long for the text object itself";
 
-/// An object with parameters, and an operation on it that fails at a point.
+/// Sweeps operations on an object with parameters.
 class SweepFoundationTest : public CLS_SweepFixture
 {
 protected:
@@ -143,7 +143,7 @@ TEST_F(SweepFoundationTest, CallBackRunsAndItsExceptionIsRecordedUnlessThereIsNo
               {
                   EXPECT_THAT(LogRecorder::Take(), ElementsAre(isFailure));
               }
-              // The lock is free.
+              // The lock is free again.
               clsObject.SetCallBackResultFun({}, nullptr);
               clsObject.RunCallBackFun("", {}, "", strKey);
               EXPECT_THAT(LogRecorder::Take(), ElementsAre(isFailure));
@@ -198,6 +198,6 @@ TEST_F(SweepFoundationTest, AllocationsOfARecordAreLeftAlone)
     EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsRecord(3, "Module", "File", "Function",
                                                           strLong + std::string(1000, 'z') + "17")));
     EXPECT_TRUE(CLS_SweepPoint(1).FailAndThrow([] { const CLS_CVariant clsVariant(TEXT); }))
-        << "failures go on after the record";
+        << "failures are possible again after the log record";
 }
 } // namespace

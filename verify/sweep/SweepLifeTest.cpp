@@ -12,7 +12,7 @@ using ::testing::IsEmpty;
 class SweepLifeTest : public CLS_SweepFixture
 {
 protected:
-    /// Whether the pool is there, with its service threads at work.
+    /// Whether the pool runs a loop task, and its watchdog exists.
     static bool IsAtWork()
     {
         CLS_QuenTaskPool* const pPool = CLS_QuenTaskPool::m_pInstance;
@@ -24,7 +24,7 @@ protected:
         return bRuns && PoolView::GetWatchdog(*pPool);
     }
 
-    /// A pool with an idle worker, and another one whose run outlasts everything.
+    /// Makes a pool with an idle worker and a second worker whose run outlasts the shutdown.
     HeldRun MakeBusyPool()
     {
         CLS_QuenTaskPool& clsPool = MakePool();
@@ -38,7 +38,7 @@ protected:
         return pRun;
     }
 
-    /// The records of an end that was given up at some point: those in the middle are Stop's.
+    /// Expects the log records of a shutdown that fails at some point. Those in the middle are from Stop.
     static void ExpectFailedEnd()
     {
         const std::vector<LogRecorder::ST_Record> vecRecords = LogRecorder::Take();
@@ -77,7 +77,7 @@ TEST_F(SweepLifeTest, FirstCallOfAPlainFunctionThrowsWhileThePoolIsBuiltAndRetur
 {
     const std::function<void()> funTask = MakeCallable();
     const std::string strCall = CALL;
-    int iSurvived = 0; // the growth of the two vectors of the queue, by calls that succeed
+    int iSurvived = 0; // attempts in which a vector of the queue could not grow, and the call succeeded
     Sweep("the plain AddTmpTask as the first call", 19,
           [&](CLS_SweepPoint& _clsPoint)
           {
@@ -145,7 +145,7 @@ TEST_F(SweepLifeTest, KillTaskAllLeavesNoPoolWhateverFails)
           {
               const int iThreads = CountThreads();
               const HeldRun pRun = MakeBusyPool();
-              // When UnInit has given up, the run ends, and the destructor waits for it.
+              // The run ends when UnInit has failed. The destructor waits for it.
               LogRecorder::SetHook(
                   [&](const LogRecorder::ST_Record& _stRecord)
                   {

@@ -21,8 +21,8 @@ protected:
         return clsPool;
     }
 
-    /// Expects the log records of Stop about a run that outlasts it. The last of _vecFailure, if any, takes
-    /// the place of the first log record that could not be made.
+    /// Expects the log records of Stop about a run that outlasts it. After a failure, those of _vecFailure
+    /// replace the first log record that could not be made and all later ones.
     static void
     ExpectStopRecords(const HeldRun& _pRun, bool _bFailed,
                       const std::vector<::testing::Matcher<const LogRecorder::ST_Record&>>& _vecFailure)

@@ -16,7 +16,7 @@ constexpr const char* WATCHDOG = "FunTaskThreadWaitingOvertime";
 
 using SweepServicesTest = CLS_SweepFixture;
 
-/// The order of a service thread's allocations must not depend on chance. So its work is there before it
+/// The order of a service thread's allocations must not depend on chance. So its work is queued before it
 /// begins.
 TEST_F(SweepServicesTest, DispatcherTriesUntilItHasItsWorkersAndEveryTaskRuns)
 {
@@ -96,14 +96,14 @@ TEST_F(SweepServicesTest, BusyReportLeavesItsRecordAndTheDispatcherGoesOn)
               }
               else
               {
-                  // The task that waited runs now; until then there may be more reports.
+                  // The waiting task runs now. Until then, there may be more reports.
                   EXPECT_TRUE(m_clsRuns.Wait(iBefore + 1));
                   const std::vector<LogRecorder::ST_Record> vecRecords = LogRecorder::Take();
                   ASSERT_GE(vecRecords.size(), 2U);
                   EXPECT_THAT(vecRecords[0], isCount);
                   EXPECT_THAT(vecRecords[1], isTask);
               }
-              // What comes next is dispatched in any case.
+              // The next task is dispatched in either case.
               ASSERT_TRUE(clsPool.AddTmpTask(MakeCallable(), this, CALL));
               EXPECT_TRUE(m_clsRuns.Wait(iBefore + (bFailed ? 1 : 2)));
               EXPECT_TRUE(PoolView::WaitForAllIdle(clsPool));
@@ -160,7 +160,7 @@ TEST_F(SweepServicesTest, WatchdogLeavesItsRecordAndRetiresEveryOverrunWorker)
               CLS_TaskThread* const pSecond = clsPool.CreateTaskThread();
               PoolView::AddIdleWorker(clsPool, pFirst);
               PoolView::AddIdleWorker(clsPool, pSecond);
-              // Something is wrong with the second worker, and to be reported.
+              // The second worker is idle and bound, which the watchdog must report.
               const std::string strTaskId = MakeTask({});
               std::string strBound = strTaskId;
               PoolView::BindTask(clsPool, pSecond, strBound);

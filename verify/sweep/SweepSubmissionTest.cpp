@@ -14,7 +14,7 @@ const std::string CALL_TEXT = std::string("[") + CLS_SweepFixture::CALL + "]";
 class SweepSubmissionTest : public CLS_SweepFixture
 {
 protected:
-    /// The records of an operation at a point: one when it failed, none when it passed.
+    /// Expects the log records of an operation at a point: one if it failed, none if it succeeded.
     static void ExpectRecord(bool _bFailed, const std::string& _strFunction, const std::string& _strMessage)
     {
         if (_bFailed)

@@ -26,7 +26,7 @@ protected:
         PoolView::BindTask(_clsPool, _pThread, _strTaskId);
         _pThread->AddFunction([&_clsPool](CLS_TaskThread* _pSelf) { _clsPool.FunRunTask(_pSelf); });
         EXPECT_TRUE(WaitForIdle(_clsPool, 1));
-        // The pass that follows the job's is past, and with it what the worker still records.
+        // With the job's lock free, the worker has written its last log record of this job.
         const std::lock_guard<std::mutex> lock(WorkerView::GetJobLock(*_pThread));
     }
 
@@ -35,7 +35,7 @@ protected:
         return WorkerView::GetThread(*_pThread)->get_id();
     }
 
-    /// The records of a run that fails in the worker's own steps.
+    /// The log records of a run that fails in the worker's own steps.
     static auto IsRunError() { return IsPoolRecord(3, "FunRunTask", "task run error - 0 "); }
     static auto IsJobError() { return IsThreadRecord(3, "FunTask", "thread handler error - 0"); }
     static auto IsGone() { return IsPoolRecord(2, "FunRunTask", "task id is fail - "); }
@@ -43,7 +43,7 @@ protected:
 
 TEST_F(SweepWorkersTest, GetTaskThreadLeavesItsRecordAndIsNull)
 {
-    // Once: a thread that has ended is counted for a moment longer.
+    // Counts only once, because a thread that has ended is counted for a moment longer.
     const int iThreads = CountThreads();
     Sweep("GetTaskThread", 4,
           [this, iThreads](CLS_SweepPoint& _clsPoint)
@@ -118,7 +118,7 @@ TEST_F(SweepWorkersTest, RunOfATmpTaskLeavesItsRecordAndAnIdleWorker)
               }
               else if (!vecRecords.empty())
               {
-                  // The idle list did not grow: the job ran again, with nothing bound any more.
+                  // The idle list could not grow. The job ran again, with no task bound.
                   EXPECT_THAT(vecRecords, ElementsAre(IsJobError(), IsGone()));
               }
               ExpectConsistent(clsPool);
@@ -134,7 +134,7 @@ TEST_F(SweepWorkersTest, RunOfATmpTaskLeavesItsRecordAndAnIdleWorker)
 
 TEST_F(SweepWorkersTest, RunOfATaskThatThrowsLeavesItsRecordsAndAnIdleWorker)
 {
-    // In GNU's library exceptions and texts of a few characters need more allocations.
+    // In GNU's library, exceptions and short texts need more allocations.
 #ifdef _LIBCPP_VERSION
     constexpr int LEAST_POINTS = 7;
 #else

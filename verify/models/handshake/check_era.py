@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
 """The era of CLS_Task's registry under the C++ memory model.
 
-A host has changed the registry, and a thread then begins a new era. It tells other threads with a word that it stores
-behind the era: the size that it notes, or the announcement of a change by the library. A thread that sees the new value
-of the word must see the new era, or it would trust a reference that is out of date. The check finds the accesses to
-both words in the library's source.
+After a host has changed the registry, a thread begins a new era. The thread then stores a word that tells the others:
+the noted size, or the announcement of a change by the library. A thread that sees the new value of the word must see
+the new era. Otherwise, it would trust a reference that is out of date. The check finds the accesses to both words in
+the library's source.
 """
 import pathlib
 import sys
@@ -33,7 +33,7 @@ def count_mistakes(order):
 
 
 def find_wrong_accesses(source):
-    """What the source lacks, or has beside the expected accesses."""
+    """The expected accesses that the source lacks, and its unexpected ones."""
     for word, accesses in ACCESSES.items():
         yield from (access for access in accesses if source.count(access) != 1)
         if source.count(word + ".") != len(accesses):
@@ -44,7 +44,7 @@ def main():
     good = count_mistakes("acq_rel") == 0 and count_mistakes("rlx") > 0
     wrong = list(find_wrong_accesses(SOURCE.read_text()))
     for access in wrong:
-        print("CLS_Task.cpp: not once, or not expected: " + access, file=sys.stderr)
+        print("CLS_Task.cpp: not found exactly once, or unexpected: " + access, file=sys.stderr)
     return 0 if good and not wrong else 1
 
 

@@ -1,13 +1,13 @@
 #!/usr/bin/env python3
 """The handshake of CLS_Task::Running and CLS_Task::Stop under the C++ memory model.
 
-A run stores the status and then reads the validity; Stop stores the validity and then reads the status. The callable
-uses what it captured; the caller of Stop destroys that if the task was not executing. No execution may let these two
-race: then no callable starts after Stop has returned, and the caller sees all that the last run did.
+A run stores the status and then reads the validity. Stop stores the validity and then reads the status. The callable
+uses its captures. The caller of Stop destroys them if the task was not executing. These two uses must not race in any
+execution. Then no callable starts after Stop has returned, and the caller sees everything that the last run did.
 
-Stop looks again while it finds the task executing. A second look is tried, too; further ones are like it. The task may
-be queued again between two runs: that is one more exchange of the status, which continues the release sequence of the
-run's end, so a thread that reads it sees as much as one that reads IDLE.
+Stop polls again while the task is executing. The check includes a second poll; further polls are like it. The task may
+be requeued between two runs. The requeue is one more exchange of the status, which continues the release sequence of
+the run's end. So a thread that reads it sees as much as a thread that reads IDLE.
 """
 import pathlib
 import re
@@ -55,7 +55,7 @@ def name_source(execution, number):
 
 
 def describe(execution):
-    """The execution, a line for each step."""
+    """The execution, one line per step."""
     names = {"status": {IDLE: "IDLE", WAITING: "WAITING", RUNNING: "RUNNING"}, "validity": {0: "false", 1: "true"}}
     lines = []
     for number, event in enumerate(execution.events):
@@ -67,8 +67,8 @@ def describe(execution):
         elif step.kind == "R":
             text = "reads %s = %s, stored %s" % (step.place, values[event.read], name_source(execution, number))
         else:
-            text = ("calls the callable, which uses what it captured",
-                    "returns; what was captured is destroyed")[event.thread]
+            text = ("calls the callable, which uses its captures",
+                    "returns; the captures are destroyed")[event.thread]
         lines.append("    %-8s %s" % (("Running", "Stop")[event.thread], text))
     return "\n".join(lines)
 
@@ -108,9 +108,9 @@ def weaken(number, order):
 def main():
     strong, weaker = ("sc",) * len(OPERATIONS), ("acq_rel",) * len(OPERATIONS)
     good = not report("All sequentially consistent", strong)
-    good = not report("All sequentially consistent, and Stop looks twice", strong, looks=2) and good
+    good = not report("All sequentially consistent, and Stop polls twice", strong, looks=2) and good
     weak = report("All acquire, release or both", weaker)
-    good = bool(report("All acquire, release or both, and Stop looks twice", weaker, looks=2)) and good
+    good = bool(report("All acquire, release or both, and Stop polls twice", weaker, looks=2)) and good
     for number, operation in enumerate(OPERATIONS):
         violated = bool(report(operation + " alone is weaker", weaken(number, "acq_rel")))
         good = violated == (number != STORES_IDLE) and good

@@ -1,8 +1,8 @@
 """All executions of a small program that the C++ memory model allows.
 
 The model is RC11 (Lahav, Vafeiadis, Kang, Hur and Dreyer, "Repairing sequential consistency in C/C++11"): coherence,
-atomicity, the repaired order of sequentially consistent operations, and no cycle of program order and reads-from. Every
-combination of values read, of the writes they come from, and of modification orders is tried.
+atomicity, the repaired order of sequentially consistent operations, and no cycle of program order and reads-from. The
+search tries every combination of values read, of the writes that they come from, and of modification orders.
 """
 import collections
 import dataclasses

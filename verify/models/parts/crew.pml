@@ -1,16 +1,16 @@
 /*
- * Two workers that take tasks off the queue: a short form of the way from the queue to a worker, for models about
- * tasks alone (handover.pml has it in full). The workers must be processes 0 and 1, so include this before anything
- * active.
+ * Two workers that take tasks off the queue. This is a short form of the way from the queue to a worker, for models
+ * about tasks alone; handover.pml has the full form. The workers must be processes 0 and 1, so include this before any
+ * active process.
  *
- * A model that includes this, after task.pml, may define FORGET_OWNER(t), what a worker does after a run.
+ * A model includes this after task.pml. It may define FORGET_OWNER(t), which a worker calls after a run.
  */
 
 #ifndef FORGET_OWNER
 #define FORGET_OWNER(t)
 #endif
 
-bool busy; /* the first worker is; they are alike, so that only then the second one takes a task */
+bool busy; /* the first worker runs a task; the workers are alike, so the second takes a task only then */
 
 active [2] proctype Worker() /* CLS_QuenTaskPool::FunRunTask */
 {

@@ -1,17 +1,17 @@
 /*
  * A task's record and its registry: the part that all models share.
  *
- * A record is its status, its validity, its place in the registry and the number of strong references to it. Each
- * load, store and exchange of an atomic word is one step, in the order of the code: these words are sequentially
- * consistent (handshake/ shows that they have to be). What happens under the registry's lock is one step, for
- * because every process takes that lock to use the registry, and none waits under it. Every use of a record asserts
- * that it has not been destroyed.
+ * A record consists of its status, its validity, its place in the registry and the number of strong references to it.
+ * Each load, store and exchange of an atomic word is one step, in the order of the code. These words are sequentially
+ * consistent; handshake/ shows that they must be. What happens under the registry's lock is one step, because every
+ * process takes that lock to use the registry, and no process waits under it. Every use of a record asserts that the
+ * record has not been destroyed.
  *
- * Left out: parameters, records, exceptions out of them, and the callable's copying. A bounded wait may run out
+ * Left out: parameters, log records and their exceptions, and copies of the callable. A bounded wait may time out
  * whenever the task is executing.
  *
- * A model that includes this defines TASKS, the number of its tasks, and may define CALLABLE(t), what a run does, and
- * STORE_LAST_RUN(t), how the end of a run is noted.
+ * A model that includes this defines TASKS, the number of its tasks. It may define CALLABLE(t), which is what a run
+ * does, and STORE_LAST_RUN(t), which notes the end of a run.
  */
 
 #define NO_TASK TASKS
@@ -35,15 +35,15 @@ bool valid[TASKS];
 bool registered[TASKS];
 byte references[TASKS];
 
-/* What is asserted about, and no code looks at. */
+/* For assertions only: no modelled code reads these. */
 bool queued[TASKS];     /* queued, and neither run nor dropped yet */
 bool inRun[TASKS];      /* the callable is executing */
-bool overran[TASKS];    /* a stop has given up */
-bool cancelling[TASKS]; /* a stop or removal has been asked for */
-bool cancelled[TASKS];  /* a stop or removal has returned in time: no run begins any more */
-bool mustNotRun[TASKS]; /* an owner's removal found it not executing, and no run begins any more */
+bool overran[TASKS];    /* the wait of a stop timed out */
+bool cancelling[TASKS]; /* a stop or removal has begun */
+bool cancelled[TASKS];  /* a stop or removal has returned in time: no further run begins */
+bool mustNotRun[TASKS]; /* an owner's removal found it not executing: no further run begins */
 
-/* What a process will not read again must not tell states apart. */
+/* Clears what a process will not read again, so that states do not differ in it. */
 #define Forget3(a, b, c) a = 0; b = 0; c = 0
 
 #define UseRecord(t) assert(references[t] > 0)
@@ -59,8 +59,8 @@ inline CreateTask(t, iStatus) /* CLS_Task::CreateTask */
     }
 }
 
-/* In the code, the look-up and the strong reference from the weak one are two steps. A process that fails in the
- * second could as well have failed in the first; one that succeeds could have done both at once. */
+/* In the code, the search and the strong reference to its result are two steps. A process that fails in the
+ * second could also have failed in the first. A process that succeeds could have taken both steps at once. */
 inline GetTask(t, found) /* CLS_Task::GetTask */
 {
     d_step {
@@ -69,7 +69,7 @@ inline GetTask(t, found) /* CLS_Task::GetTask */
     }
 }
 
-/* The process that drops the last reference destroys the record. Its destructor would wait for a run. */
+/* The process that drops the last reference destroys the record. The record's destructor would wait for a run. */
 inline Release(t)
 {
     d_step {
@@ -79,7 +79,7 @@ inline Release(t)
     }
 }
 
-/* The last reference must not go here: the callable would be destroyed under the registry's lock. */
+/* The last reference must not be dropped here: the callable would be destroyed under the registry's lock. */
 inline DeleteTask(t) /* CLS_Task::DeleteTask */
 {
     atomic {
@@ -93,8 +93,8 @@ inline DeleteTask(t) /* CLS_Task::DeleteTask */
     }
 }
 
-/* A worker has a reference beside the id, and searches the registry only when that does not serve. It finds the same,
- * which registry.pml shows. */
+/* A worker has a reference with the id, and searches the registry only if the reference is out of date. It finds the
+ * same, as registry.pml shows. */
 inline FindTask(t, found) /* CLS_Task::FindTask */
 {
     GetTask(t, found)
@@ -162,8 +162,8 @@ inline Running(t, bValid) /* CLS_Task::Running */
 #endif
 }
 
-/* Somewhere between two looks there is time for everything, and what a look finds that is not the last one changes
- * nothing. So one look stands for all. */
+/* Any step may happen between two polls, and only the result of the last poll matters. So one poll stands for all
+ * polls. */
 inline Stop(t, bStopped) /* CLS_Task::Stop */
 {
     d_step {

@@ -1,25 +1,25 @@
 /*
- * Queue, dispatcher, workers and watchdog: what the models of the hand-over and of the shutdown share.
+ * Queue, dispatcher, workers and watchdog, for the models of the hand-over and of the shutdown.
  *
- * Locks: what happens under one of the pool's locks is one step if no process waits under it, because every use of
- * the guarded members takes the lock. Two locks are modelled as such: the queue's, because the dispatcher polls and
- * goes to sleep under it, and the one of each worker's job, because it is held throughout a job. The shutdown adds the
- * one of each gate, under which it polls and goes to sleep, while the worker's steps are atomic words.
+ * Locks: what happens under one of the pool's locks is one step if no process waits under it, because every use of the
+ * guarded members takes the lock. Two kinds of locks are modelled as locks. The dispatcher polls and goes to sleep
+ * under the queue's lock, and a worker holds its job's lock throughout a job. The shutdown adds each gate's lock, under
+ * which it polls and goes to sleep; the worker's steps at the gate use atomic words.
  *
  * Waits: a poll that finds nothing changes nothing, so only the poll that finds something is modelled. A timed wait
- * ends when it is notified or, unless NEVER_EXPIRES is defined, at any moment, which stands for its time and for
- * spurious wake-ups. With NEVER_EXPIRES nothing but a notification ends it, so that a lost one is seen.
+ * ends at a notification or at any other moment, which stands for its timeout and for spurious wake-ups. With
+ * NEVER_EXPIRES, only a notification ends it, so that the search detects a lost one.
  *
- * A worker's slot is used again when the worker has been freed, as memory is. If there is no worker - too many, or no
- * thread - the dispatcher tries again. The limit lets two workers be registered at once; with MAX_THREAD=0 it lets
- * one, so that both slots are taken only while one of the two is retired.
+ * A worker's slot is reused after the worker is freed, as memory is. If the dispatcher gets no worker, because there
+ * are too many or a thread cannot start, it tries again. The limit allows two registered workers. With MAX_THREAD=0 it
+ * allows one, so both slots are taken only while one of the two workers is retired.
  *
- * Left out: records, ReportBusy, the second look of GetTaskThread, yields and their hints, the owner maps, how long a
- * worker has been idle (the watchdog may find any worker idle for too long).
+ * Left out: log records, ReportBusy, the second check of GetTaskThread, yields and their hints, the owner maps, and how
+ * long a worker has been idle (any worker may have been idle for too long).
  *
- * A model that includes this defines what task.pml needs and FAILURES: how many workers fail to get onto the idle
- * list. It may define POOL_ENDS, and RUN_STEP as atomic if only workers look at tasks. With WATCHDOG_SLEEPS no worker
- * is retired. With RUN_MAY_HANG a run may never end, and a process that waits for it without a bound is stuck.
+ * A model that includes this defines what task.pml needs, and FAILURES: how many workers fail to get onto the idle
+ * list. It may define POOL_ENDS. It may define RUN_STEP as atomic if only workers read tasks. With WATCHDOG_SLEEPS, no
+ * worker is retired. With RUN_MAY_HANG, a run may never end, and a process that waits for it without a bound is stuck.
  */
 
 #include "task.pml"
@@ -48,7 +48,7 @@
 
 /* The pool. */
 bool poolRuns = true;
-bool poolFreed;               /* asserted about only */
+bool poolFreed;               /* for assertions only */
 bool queueLocked;
 bool dispatcherSleeps;
 byte idle[WORKERS];           /* by ascending order id */
@@ -57,7 +57,7 @@ bool known[WORKERS];          /* in the map of workers */
 byte bound[WORKERS];          /* the id of its task there */
 
 /* Each worker. */
-bool alive[WORKERS];          /* made and not freed */
+bool alive[WORKERS];          /* created and not freed */
 byte order[WORKERS];
 bool goesOn[WORKERS];
 bool functionLocked[WORKERS];
@@ -70,7 +70,7 @@ bool gateAbandoned[WORKERS];
 bool gateLocked[WORKERS];
 bool gateSleeps[WORKERS];     /* Close waits */
 
-/* Asserted about only. */
+/* For assertions only. */
 
 bool dispatcherEnded;
 bool watchdogEnded;
@@ -86,7 +86,8 @@ byte failures;
 #endif
 #define IsIdle(w)        ((idleCount > 0 && idle[0] == (w)) || (idleCount > 1 && idle[1] == (w)))
 
-/* A record that no other process knows yet is marked as waiting while it is made; otherwise, in a step before. */
+/* If no other process knows the record yet, the step that creates it marks it as waiting. Otherwise, an earlier step
+ * does. */
 inline AddToQueue(t) /* CLS_QuenTaskPool::QueueTask */
 {
     atomic {
@@ -229,7 +230,7 @@ active proctype Dispatcher() /* CLS_QuenTaskPool::FunTaskingThread */
     dispatcherEnded = true
 }
 
-/* In coarser steps than Running, which stop.pml has: only the shutdown cancels a task here. */
+/* The steps are coarser than those of Running in stop.pml, because only the shutdown cancels tasks here. */
 inline RunRegisteredTask(t) /* RunRegisteredTask */
 {
     atomic {
@@ -273,7 +274,7 @@ inline EnterRun(w, mayGoOn) /* CLS_RunGate::Begin */
     }
 }
 
-/* The step itself needs no lock. Only a closed gate has anything to notify. */
+/* The step itself needs no lock. Only a closed gate needs a notification. */
 inline LeaveRun(w, mayGoOn) /* CLS_RunGate::NotifyClose */
 {
     d_step {

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <ctime>
 
-/// The clocks of controlled threads. All start at a fixed moment and show the schedule's time.
+/// The clocks of controlled threads. Each starts at a fixed moment and shows the schedule's time.
 namespace Clocks
 {
 timespec ToClockTime(clockid_t _iClock, std::int64_t _nsSchedule);

@@ -13,12 +13,12 @@ public:
     {
     }
 
-    /// Runs the schedules of the _uiCount seeds from _uiFirst on. False if one fails.
+    /// Runs the schedules of _uiCount seeds, beginning with _uiFirst. False if one fails.
     ///
     /// GetOutcome returns the outcome of the last one.
     bool RunSeeds(std::uint64_t _uiFirst, std::uint64_t _uiCount, const std::function<void()>& _funBody);
 
-    /// Runs at most _uiMost schedules of the strategy, which must be that of the constructor.
+    /// Runs at most _uiMost schedules of the strategy, which must be the one of the constructor.
     bool RunAll(CLS_ExhaustiveStrategy& _clsStrategy, std::uint64_t _uiMost,
                 const std::function<void()>& _funBody);
 

@@ -13,7 +13,7 @@ class CLS_Fiber
 public:
     using Body = void (*)();
 
-    /// Stands for the flow that creates it, so that fibers can switch back.
+    /// Represents the flow that creates it, so that fibers can switch back.
     CLS_Fiber() = default;
     ~CLS_Fiber();
     CLS_Fiber(const CLS_Fiber&) = delete;

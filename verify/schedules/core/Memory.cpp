@@ -101,11 +101,11 @@ void Free(void* _pBlock)
         const CLS_Scheduler::CLS_Inside clsInside;
         if (stArena.m_pGranules[uiFirst] != GRANULE_FIRST)
         {
-            pScheduler->Fail("memory is freed that is not there: " + Memory::Describe(_pBlock));
+            pScheduler->Fail("memory is freed that is not allocated: " + Memory::Describe(_pBlock));
         }
         if (pScheduler->GetLocks().FindHeld(_pBlock, stArena.m_pBegin + uiEnd * GRANULE) != nullptr)
         {
-            pScheduler->Fail("a lock is freed that somebody holds: " + Memory::Describe(_pBlock));
+            pScheduler->Fail("a lock is freed that a thread holds: " + Memory::Describe(_pBlock));
         }
     }
     std::memset(stArena.m_pGranules + uiFirst, GRANULE_FREED, uiEnd - uiFirst);

@@ -88,7 +88,7 @@ bool CLS_Scheduler::WaitForCondition(const void* _pCondition, const void* _pLock
     ST_Thread& stSelf = GetCurrent();
     stSelf.m_pLock = _pLock;
     stSelf.m_nsUntil = _nsUntil;
-    stSelf.m_bTimedOut = true; // unless a notification comes first
+    stSelf.m_bTimedOut = true; // unless a notification arrives first
     WaitFor(STEP_WAIT, _pCondition, WAIT_CONDITION);
     // After a notification, the condition may be destroyed, but not the lock.
     Memory::CheckAccess(*this, _pLock, USED_AS_LOCK);

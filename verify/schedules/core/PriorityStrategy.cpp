@@ -24,7 +24,7 @@ int CLS_PriorityStrategy::ChooseThread(const std::vector<int>& _vecReady, int _i
     const auto itDrop = std::find(m_vecDrops.begin(), m_vecDrops.end(), m_uiStep++);
     if (itDrop != m_vecDrops.end())
     {
-        // Below all others. A later drop in the list goes lower.
+        // The priority falls below all others. A drop later in the list falls lower.
         m_vecPriority[static_cast<std::size_t>(_iCurrent)] = -1 - (itDrop - m_vecDrops.begin());
     }
     return *std::max_element(_vecReady.begin(), _vecReady.end(),

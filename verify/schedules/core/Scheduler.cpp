@@ -197,8 +197,8 @@ void CLS_Scheduler::WaitFor(n_Step _iStep, const void* _pObject, n_WaitFor _iWai
     GoOn();
 }
 
-/// Does the same for a step with an object, whose memory must be allocated. Checks that before and after the
-/// wait, because other threads run meanwhile.
+/// Does the same for a step with an object, whose memory must be allocated. Checks the memory before and
+/// after the wait, because other threads run meanwhile.
 void CLS_Scheduler::WaitAt(n_Step _iStep, const void* _pObject, n_WaitFor _iWaitFor, const char* _szAccess)
 {
     Memory::CheckAccess(*this, _pObject, _szAccess);

@@ -21,7 +21,8 @@ struct ST_ScheduleOptions
     /// At each step, a wait for a condition ends spuriously with a probability of one in this number. 0:
     /// never.
     std::size_t m_uiSpuriousOneIn = 0;
-    /// Likewise, time passes although a thread could go on, as if all threads were slow. 0: never.
+    /// At each step, time passes with a probability of one in this number although a thread could go on, as
+    /// if all threads were slow. 0: never.
     std::size_t m_uiEarlyOneIn = 0;
     /// Whether other threads may see stores late, except sequentially consistent ones.
     bool m_bLateStores = false;
@@ -58,7 +59,7 @@ public:
     CLS_Scheduler(const CLS_Scheduler&) = delete;
     CLS_Scheduler& operator=(const CLS_Scheduler&) = delete;
 
-    /// Runs one schedule of _funBody and of the threads that it starts, until all end or the first failure.
+    /// Runs one schedule of _funBody and the threads that it starts, until all end or one fails.
     ///
     /// After a failure, the threads never continue, and the objects that they own are lost.
     ST_Outcome Run(std::uint64_t _uiSeed, const std::function<void()>& _funBody);

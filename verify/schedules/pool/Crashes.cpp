@@ -12,7 +12,7 @@ constexpr std::size_t STACK_SIZE = std::size_t{64} * 1024;
 void FailSchedule(int _iSignal)
 {
     CLS_Scheduler::FailRunning("crash: signal " + std::to_string(_iSignal));
-    // Not in a schedule: crash as usual.
+    // Outside of a schedule, crash as usual.
     std::signal(_iSignal, SIG_DFL);
     std::raise(_iSignal);
 }
@@ -22,7 +22,7 @@ namespace Crashes
 {
 void TurnIntoFailures()
 {
-    // A stack of its own, for the other one may be full.
+    // The handler has its own stack, because the other stack may be full.
     static std::array<char, STACK_SIZE> s_arrStack;
     stack_t stStack{};
     stStack.ss_sp = s_arrStack.data();

@@ -1,6 +1,6 @@
 #pragma once
 
-/// A program under a schedule that crashes has failed that schedule; the process goes on.
+/// Makes a crash fail the schedule. The process goes on.
 namespace Crashes
 {
 void TurnIntoFailures();

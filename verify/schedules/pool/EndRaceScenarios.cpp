@@ -14,7 +14,8 @@ constexpr End KILL_ALL = &CLS_QuenTaskPool::KillTaskAll;
 
 constexpr const char* CALLS_MEET = "a call meets another one";
 
-/// Polls of the calls, every 10 ms: longer than a shutdown by a task, which waits for the task's own run.
+/// The number of polls, one every 10 ms. They last longer than a shutdown by a task, which waits for its own
+/// run.
 constexpr int POLLS = 2000;
 constexpr int SLOW_POLLS = 20000;
 
@@ -32,7 +33,7 @@ class CLS_RacingCalls
 public:
     explicit CLS_RacingCalls(CLS_QuenTaskPool& _clsPool) : m_clsPool(_clsPool) {}
 
-    /// On a thread outside of the pool: no pool is left when the call returns.
+    /// Calls on a thread outside of the pool. No pool is left when the call returns.
     void CallAsHost(End _funEnd)
     {
         Call(_funEnd);
@@ -40,8 +41,8 @@ public:
                                  "a host's call returns before the pool has ended");
     }
 
-    /// On a pool's own thread: waits for its own run, or, when another thread shuts the pool down, not at
-    /// all.
+    /// Calls on one of the pool's own threads. The call waits for its own run. If another thread shuts the
+    /// pool down, the call does not wait.
     void CallAsTask(End _funEnd)
     {
         const bool bTooLate = CountBeginnings() > 0;
@@ -50,7 +51,7 @@ public:
         CLS_World::RequireTimely(!bTooLate || CLS_World::GetTime() == nsBegin, "a task's call waits");
     }
 
-    /// Until all calls have returned.
+    /// Waits until all calls have returned.
     void WaitForAll(int _iCalls) const
     {
         const int iPolls = CLS_World::IsTimely() ? POLLS : SLOW_POLLS;
@@ -66,7 +67,7 @@ public:
     }
 
 private:
-    /// Where threads may be slow, a task is dropped that has not begun when the pool ends.
+    /// If threads may be slow, the shutdown may drop a task before it begins. Its call is then never made.
     bool HaveAllReturned(int _iCalls) const
     {
         return m_iReturned == _iCalls || (!CLS_World::IsTimely() && m_iReturned == m_iCalled &&
@@ -83,7 +84,7 @@ private:
         ++m_iReturned;
     }
 
-    CLS_QuenTaskPool& m_clsPool; ///< perhaps gone; its address is what counts
+    CLS_QuenTaskPool& m_clsPool; ///< perhaps destroyed; only its address is used
     std::atomic<int> m_iCalled{0};
     std::atomic<int> m_iReturned{0};
 };

@@ -8,7 +8,7 @@ namespace
 constexpr std::chrono::nanoseconds ONE_LOOK = CLS_World::ONE_LOOK;
 constexpr std::chrono::nanoseconds ALL_LOOKS = CLS_World::ALL_LOOKS;
 
-/// A new pool works, and ends.
+/// Creates a new pool, runs a task in it, and shuts it down.
 void UseNewPool(CLS_World& _clsWorld, const std::vector<ST_Job*>& _vecOverrun = {})
 {
     CLS_QuenTaskPool& clsPool = CLS_World::MakePool();
@@ -20,16 +20,16 @@ void UseNewPool(CLS_World& _clsWorld, const std::vector<ST_Job*>& _vecOverrun = 
     _clsWorld.EndPool(clsPool, CLS_World::IDLE_END, _vecOverrun);
 }
 
-constexpr const char* LEFT_BEHIND = "a run is left behind";
-constexpr const char* AWAITED = "a run is awaited at the gate";
+constexpr const char* LEFT_BEHIND = "a run is abandoned";
+constexpr const char* AWAITED = "the gate waits for a run";
 
-/// The pool has ended, and had to wait for the run.
+/// Marks how a shutdown that had to wait for the run has ended.
 void MarkGate(const ST_Job& _stJob)
 {
     Marks::Reach(_stJob.m_iBegun > _stJob.m_iEnded ? LEFT_BEHIND : AWAITED);
 }
 
-/// While the first task is anywhere between its queueing and its end.
+/// Shuts down while the first task is anywhere between its queueing and its end.
 void EndWithOneTask()
 {
     CLS_World clsWorld;
@@ -45,8 +45,8 @@ void EndWithOneTask()
     CLS_World::RequireNobodyLeft();
 }
 
-/// With tasks that run, are bound and are queued, and a loop task. One of them uses the pool, which may be
-/// about to end.
+/// Shuts down with running, bound and queued tasks, and a loop task. One task uses the pool, which may be
+/// shutting down.
 void EndAtEveryMoment()
 {
     CLS_World clsWorld;
@@ -97,7 +97,7 @@ void EndAtEveryMoment()
     CLS_World::RequireNobodyLeft();
 }
 
-/// A run outlasts the end; a new pool is there meanwhile.
+/// A run outlasts the shutdown. Meanwhile, a new pool works.
 void EndWithOverrun()
 {
     CLS_World clsWorld;
@@ -149,7 +149,7 @@ void EndWaitsForRemovedTask()
 /// The run ends at the same time as the wait.
 void EndAbandonsRemovedTask()
 {
-    // The services end when the watchdog's 51st step does, and the wait begins then.
+    // The service threads end with the watchdog's 51st step. The wait begins then.
     EndWithRemovedTask(51 * 180ms + ALL_LOOKS, true);
 }
 } // namespace

@@ -13,7 +13,7 @@ constexpr const char* REFUSED = "a job is refused";
 constexpr const char* AWAITED = "the gate waits for the worker";
 constexpr const char* ABANDONED = "the worker is abandoned";
 
-/// A worker and its gate. There is no pool, only the moment from which the worker must not use it.
+/// A worker and its gate, without a pool. A flag says when the worker must no longer use the pool.
 struct ST_Passage
 {
     CLS_RunGate m_clsGate;
@@ -33,7 +33,7 @@ void UsePool(const ST_Passage& _stPassage)
     Require(!_stPassage.m_bPoolGone, "the pool is used after its end");
 }
 
-/// One job. False when the worker must end.
+/// Runs one job. False if the worker must end.
 bool PassGate(ST_Passage& _stPassage)
 {
     const CLS_RunGate::CLS_JobScope clsScope(_stPassage.m_clsGate);
@@ -62,8 +62,8 @@ bool PassGate(ST_Passage& _stPassage)
     return true;
 }
 
-/// The gate is closed at any moment of two jobs. It waits as long as foreign code takes, but no longer than
-/// its limit.
+/// Closes the gate at any moment during two jobs. The call waits as long as foreign code takes, but no longer
+/// than its limit.
 void CloseAgainstJobs()
 {
     ST_Passage stPassage;

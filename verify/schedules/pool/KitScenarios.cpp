@@ -1,4 +1,4 @@
-// The pool as a host uses it through the host kit.
+// Scenarios of a host that uses the pool through the host kit.
 
 #include "QuenHost/CLS_Debounce.h"
 #include "QuenHost/CLS_Delivery.h"
@@ -19,16 +19,16 @@
 
 namespace
 {
-constexpr const char* RECORD_SWEPT = "a record goes while the scope lives";
+constexpr const char* RECORD_SWEPT = "a record is removed while the scope exists";
 constexpr const char* DELIVERED = "a result is delivered";
-constexpr const char* DELIVERY_FORESTALLED = "a delivery is forestalled";
+constexpr const char* DELIVERY_FORESTALLED = "a delivery is prevented";
 constexpr const char* STEP_REFUSED = "a step ends after its removal";
 constexpr const char* TASK_HELD = "a task waits for its owner's limit";
-constexpr const char* OLD_RUN_COUNTED = "a run that a removal left holds a task up";
+constexpr const char* OLD_RUN_COUNTED = "a run that a removal left delays a task";
 constexpr const char* TRIGGER_MET_RUN = "a trigger meets a run";
-constexpr const char* TRIGGER_WAITED = "a trigger comes while it is not quiet yet";
+constexpr const char* TRIGGER_WAITED = "a trigger arrives during the quiet time";
 
-/// A scope with a pool of its own, which ends with it and leaves nothing.
+/// A scope with a pool of its own. The pool ends with the scope and leaves nothing.
 class CLS_KitWorld
 {
 public:
@@ -40,12 +40,13 @@ public:
 
     const CLS_PoolScope& GetPool() const { return *m_clsPool; }
 
-    /// A one-shot task that must begin at once.
+    /// Submits a one-shot task that must begin at once.
     static void Submit(CLS_TaskOwner& _clsOwner, ST_Job& _stJob)
     {
         ++_stJob.m_iQueued;
         _stJob.m_nsQueued = CLS_World::GetTime();
-        Require(_clsOwner.Submit(CLS_World::MakeCallable(_stJob), _stJob.m_strName), "the kit takes no task");
+        Require(_clsOwner.Submit(CLS_World::MakeCallable(_stJob), _stJob.m_strName),
+                "the kit refuses a task");
     }
 
     static std::size_t CountRecords()
@@ -81,7 +82,7 @@ public:
             });
     }
 
-    /// Runs what is left, and ends the thread.
+    /// Runs the remaining callables, and ends the thread.
     void End()
     {
         {
@@ -111,15 +112,14 @@ private:
         }
     }
 
-    std::mutex m_mtxCalls; ///< guards what follows
+    std::mutex m_mtxCalls; ///< guards the members below
     std::condition_variable m_cvCalls;
     std::deque<std::function<void()>> m_lstCalls;
     bool m_bEnd = false;
     std::thread m_thrHost{[this] { Run(); }};
 };
 
-/// What a scenario knows of the deliveries of one owner. Their callable asserts that none begins after a
-/// removal.
+/// The deliveries of one owner. Their callable asserts that none begins after a removal.
 struct ST_Deliveries
 {
     std::atomic<int> m_iBegun{0};
@@ -138,7 +138,7 @@ struct ST_Deliveries
         };
     }
 
-    /// The removal has returned, and said whether everything ended.
+    /// Call this when the removal has returned; _bAllEnded is its result.
     void RequireOver(bool _bAllEnded)
     {
         CLS_World::RequireTimely(_bAllEnded, "the removal gives up");
@@ -150,7 +150,7 @@ struct ST_Deliveries
     }
 };
 
-/// Removes, which takes as long as the runs in progress and no more.
+/// Removes tasks. The removal takes no longer than the runs in progress.
 template <typename T_Remove>
 void Remove(T_Remove _funRemove, const std::vector<ST_Job*>& _vecJobs)
 {
@@ -159,7 +159,7 @@ void Remove(T_Remove _funRemove, const std::vector<ST_Job*>& _vecJobs)
     for (ST_Job* const pJob : _vecJobs)
     {
         pJob->m_nsLastBeginning = nsBegin;
-        // A run that is about to begin is waited for, too.
+        // The removal also waits for a run that is about to begin.
         nsMost = std::max(nsMost, pJob->m_iEnded < pJob->m_iQueued ? pJob->m_nsLength : 0ns);
         nsMost = pJob->m_iInterval >= 0 ? pJob->m_nsLength : nsMost;
     }
@@ -172,14 +172,14 @@ void Remove(T_Remove _funRemove, const std::vector<ST_Job*>& _vecJobs)
                                  "the callable of " + pJob->m_strName + " outlives its removal");
         Marks::Reach(pJob->m_nsEnded > nsBegin ? CLS_World::RUN_MET
                      : pJob->m_iBegun == 0     ? CLS_World::RUN_FORESTALLED
-                                               : "a run was over");
+                                               : "a run had ended");
     }
     const auto nsTaken = CLS_World::GetTime() - nsBegin;
     CLS_World::RequireTimely(nsTaken <= nsMost, "the removal takes " + std::to_string(nsTaken / 1us) +
                                                     " us, more than " + std::to_string(nsMost / 1us));
 }
 
-/// An owner's end at every moment of its tasks' road, by one thread or two.
+/// One or two threads remove an owner's tasks at any stage of the tasks.
 void KitRemoveOwner()
 {
     CLS_World clsWorld;
@@ -211,7 +211,7 @@ void KitRemoveOwner()
     clsKit.End();
 }
 
-/// A task submits another one for its owner while it is removed, and the run looks at its token.
+/// A task submits another one for its owner during its removal. The run polls its token.
 void KitRemoveOwnerWhoseTaskSubmits()
 {
     CLS_World clsWorld;
@@ -228,7 +228,7 @@ void KitRemoveOwnerWhoseTaskSubmits()
             const bool bTaken = clsOwner.Submit(CLS_World::MakeCallable(stSecond), "B");
             Require(!bTaken, "a task is taken during the removal");
         };
-        Require(clsOwner.Submit(funFirst, "A"), "the kit takes no task");
+        Require(clsOwner.Submit(funFirst, "A"), "the kit refuses a task");
         while (!bStarted)
         {
             std::this_thread::sleep_for(1ms);
@@ -243,8 +243,8 @@ void KitRemoveOwnerWhoseTaskSubmits()
     clsKit.End();
 }
 
-/// Two removals of a loop task meet. One is by another thread or by the task's own run. After the other one,
-/// by this thread, nothing is left of the task.
+/// Two removals of a loop task meet. One is by another thread or by the task's own run, and the other is by
+/// this thread. When this thread's removal returns, nothing is left of the task.
 void KitRemoveLoopTwice()
 {
     CLS_World clsWorld;
@@ -283,7 +283,7 @@ void KitRemoveLoopTwice()
     clsKit.End();
 }
 
-/// A loop task's end up to a second run and a little more.
+/// Removes a loop task at any moment up to shortly after its second run.
 void KitRemoveLoop()
 {
     CLS_World clsWorld;
@@ -292,7 +292,7 @@ void KitRemoveLoop()
         ST_Job& stLoop = clsWorld.MakeJob("A", 5ms);
         stLoop.m_iInterval = 20;
         CLS_LoopTask clsLoop(clsKit.GetPool(), CLS_World::MakeCallable(stLoop), 20, "A");
-        Require(clsLoop.IsAdded(), "the kit takes no loop task");
+        Require(clsLoop.IsAdded(), "the kit refuses a loop task");
         std::this_thread::sleep_for(5ms * CLS_World::Choose(12) + 2ms * CLS_World::Choose(2));
         CLS_World::GiveWay();
         Remove([&] { return clsLoop.Remove(); }, {&stLoop});
@@ -301,8 +301,8 @@ void KitRemoveLoop()
     clsKit.End();
 }
 
-/// Tasks come in bursts, by two threads, and each runs once; the records of the workers that leave go by
-/// themselves.
+/// Two threads submit bursts of tasks, and each task runs once. The heartbeat removes the records of workers
+/// that have ended.
 void KitKeepsFewRecords()
 {
     CLS_World clsWorld;
@@ -324,10 +324,10 @@ void KitKeepsFewRecords()
         thrOther.join();
         std::this_thread::sleep_for(200ms);
         clsWorld.RequireAllRan();
-        // Idle workers leave after five seconds; a beat of the heartbeat later, their records are gone.
+        // Idle workers end after five seconds. The next heartbeat removes their records.
         std::this_thread::sleep_for(8s);
         CLS_World::RequireTimely(CLS_KitWorld::CountRecords() <= 1,
-                                 "records are left without the heartbeat's");
+                                 "records are left besides the heartbeat's");
         Marks::Reach(RECORD_SWEPT);
         funSubmit("E", 0ns);
         std::this_thread::sleep_for(200ms);
@@ -336,7 +336,7 @@ void KitKeepsFewRecords()
     clsKit.End();
 }
 
-/// The scope ends at any moment of its workers' road: none is in a call of the pool then, or makes another.
+/// The scope ends at any stage of its workers. Then no worker is in a call of the pool, and none begins one.
 void KitEndsAtEveryMoment()
 {
     CLS_World clsWorld;
@@ -348,14 +348,14 @@ void KitEndsAtEveryMoment()
         stFirst.m_bAtOnce = stSecond.m_bAtOnce = false;
         CLS_KitWorld::Submit(clsOwner, stFirst);
         CLS_KitWorld::Submit(clsOwner, stSecond);
-        // A beat of the heartbeat comes at a second, a worker leaves at five.
+        // The heartbeat runs every second, and an idle worker ends after five.
         std::this_thread::sleep_for(CLS_World::Choose(2) == 0 ? 0ms : 5000ms + 10ms * CLS_World::Choose(10));
         CLS_World::GiveWay();
     }
     clsKit.End();
 }
 
-/// A result travels to the host's thread while its owner's tasks are removed.
+/// A result is delivered to the host's thread while its owner's tasks are removed.
 void KitDeliverAgainstRemoval()
 {
     CLS_World clsWorld;
@@ -366,7 +366,7 @@ void KitDeliverAgainstRemoval()
         CLS_TaskOwner clsOwner(clsKit.GetPool(), "owner");
         Require(SubmitAndDeliver(
                     clsOwner, clsHost.GetThread(), [] {}, stDeliveries.MakeCallable(), "A"),
-                "the kit takes no task");
+                "the kit refuses a task");
         std::this_thread::sleep_for(1ms * CLS_World::Choose(2));
         CLS_World::GiveWay();
         stDeliveries.RequireOver(clsOwner.RemoveTasks());
@@ -375,7 +375,7 @@ void KitDeliverAgainstRemoval()
     clsKit.End();
 }
 
-/// A thread that is no task's posts to the host while the owner's tasks are removed.
+/// A thread outside of the pool posts to the host while the owner's tasks are removed.
 void KitPostAgainstRemoval()
 {
     CLS_World clsWorld;
@@ -405,7 +405,7 @@ void KitPostAgainstRemoval()
     clsKit.End();
 }
 
-/// The second of two steps against a removal that does not wait.
+/// A removal that does not wait meets the second of two steps.
 void KitContinueAgainstRemoval()
 {
     CLS_World clsWorld;
@@ -423,7 +423,8 @@ void KitContinueAgainstRemoval()
             };
             const auto funSecond = [&, pCaptured]
             { Require(!bFirstOutlasts, "a step begins after its removal"); };
-            Require(FirstStep(funFirst, "A").Then(funSecond, "B").Submit(clsOwner), "the kit takes no steps");
+            Require(FirstStep(funFirst, "A").Then(funSecond, "B").Submit(clsOwner),
+                    "the kit refuses the steps");
             std::this_thread::sleep_for(1ms * CLS_World::Choose(4));
             CLS_World::GiveWay();
             clsOwner.RemoveTasksLater();
@@ -440,8 +441,8 @@ void KitContinueAgainstRemoval()
     clsKit.End();
 }
 
-/// The tasks of an owner with a limit, by two threads, and perhaps a removal that leaves runs behind. Never
-/// do more of them run, and each that ends lets the next start.
+/// Two threads submit tasks of an owner with a limit, perhaps after a removal that leaves runs behind. The
+/// number of running tasks never exceeds the limit. Each task that ends lets the next one start.
 void KitKeepsTheLimit()
 {
     constexpr int TASKS = 6;
@@ -464,7 +465,7 @@ void KitKeepsTheLimit()
         {
             for (int i = 0; i < TASKS / 2; ++i)
             {
-                Require(clsOwner.Submit(funTask, "A"), "the kit takes no task");
+                Require(clsOwner.Submit(funTask, "A"), "the kit refuses a task");
             }
         };
         if (bRemoved)
@@ -473,20 +474,20 @@ void KitKeepsTheLimit()
             std::this_thread::sleep_for(1ms * CLS_World::Choose(2));
             CLS_World::GiveWay();
             clsOwner.RemoveTasksLater();
-            Marks::Reach(iRunning > 0 ? OLD_RUN_COUNTED : "nothing ran yet");
+            Marks::Reach(iRunning > 0 ? OLD_RUN_COUNTED : "no task ran yet");
         }
         std::thread thrOther(funSubmit);
         funSubmit();
         thrOther.join();
         Marks::Reach(TASK_HELD);
-        // A heartbeat would come only after a second.
+        // The next heartbeat would start a task only after a second.
         std::this_thread::sleep_for(200ms);
         CLS_World::RequireTimely(iEnded >= TASKS, "a task that was held does not run");
     }
     clsKit.End();
 }
 
-/// A task that starts later is removed about when it is due; and the owner's next one runs.
+/// A delayed task is removed at about the time when it is due. The owner's next task runs.
 void KitRemoveLater()
 {
     CLS_World clsWorld;
@@ -498,7 +499,7 @@ void KitRemoveLater()
             _stJob.m_bAtOnce = false;
             ++_stJob.m_iQueued;
             Require(clsOwner.SubmitAfter(10ms, CLS_World::MakeCallable(_stJob), _stJob.m_strName),
-                    "the kit takes no task");
+                    "the kit refuses a task");
         };
         ST_Job& stFirst = clsWorld.MakeJob("A", 5ms);
         funSubmit(stFirst);
@@ -513,7 +514,7 @@ void KitRemoveLater()
     clsKit.End();
 }
 
-/// Two threads trigger, once or more, before, during and after the runs. A run begins after the last trigger.
+/// Two threads trigger a debounce before, during and after its runs. A run begins after the last trigger.
 void KitDebounceRunsTheLast()
 {
     CLS_World clsWorld;
@@ -522,7 +523,8 @@ void KitDebounceRunsTheLast()
         std::atomic<int> iTriggers{0};
         std::atomic<int> iSeen{0}; ///< triggers before the last run began
         std::atomic<int> iRunning{0};
-        CLS_TaskOwner clsOwner(clsKit.GetPool(), "owner", [](const ST_TaskFailure&) {}); // of a slow run
+        // A slow run is a failure, which the handler ignores.
+        CLS_TaskOwner clsOwner(clsKit.GetPool(), "owner", [](const ST_TaskFailure&) {});
         const auto funTask = [&]
         {
             Require(++iRunning == 1, "two runs of a debounce overlap");
@@ -535,7 +537,7 @@ void KitDebounceRunsTheLast()
         {
             Marks::Reach(iRunning > 0 ? TRIGGER_MET_RUN : TRIGGER_WAITED);
             ++iTriggers;
-            Require(clsDebounce.Trigger(), "the debounce takes no trigger");
+            Require(clsDebounce.Trigger(), "the debounce refuses a trigger");
         };
         const auto funTriggerTwice = [&]
         {

@@ -11,7 +11,8 @@ constexpr int THREADS = 3;
 constexpr int RECORDS = 3; ///< of each thread
 constexpr auto OPENING = 1ms;
 
-/// One "PrintLog", as thread and number of the record: which thread was in it, and which one made the record.
+/// One call of "PrintLog": the thread that made the call, the thread that made the log record, and its
+/// number.
 struct ST_Printed
 {
     std::thread::id m_idThread;
@@ -28,7 +29,7 @@ void Note(int, const char* _szMaker, const char*, int, const char*, const std::s
     CLS_World::GiveWay();
 }
 
-/// What one thread made arrived, in its order.
+/// Asserts that the log records of one thread arrived in their order.
 void RequireAllOf(const std::vector<ST_Printed>& _vecPrinted, const std::string& _strMaker)
 {
     int iNext = 0;
@@ -42,7 +43,7 @@ void RequireAllOf(const std::vector<ST_Printed>& _vecPrinted, const std::string&
     Require(iNext == RECORDS, "a record is lost");
 }
 
-/// Threads record while one of them opens the logging library, which takes a while.
+/// Threads make log records while one of them opens the logging library, which takes a while.
 void RecordsDuringTheOpening()
 {
     std::vector<ST_Printed> vecPrinted;
@@ -64,7 +65,7 @@ void RecordsDuringTheOpening()
             {
                 for (int j = 0; j < RECORDS; ++j)
                 {
-                    // As long as the opening takes, or not at all.
+                    // Sleeps as long as the opening takes, or not at all.
                     std::this_thread::sleep_for(CLS_World::Choose(2) == 0 ? OPENING : 0ms);
                     const auto nsBegin = CLS_World::GetTime();
                     clsBinding.Emit({0, strMaker.c_str(), "", 0, "", std::to_string(j)});

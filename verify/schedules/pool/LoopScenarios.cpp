@@ -5,7 +5,8 @@
 
 namespace
 {
-/// Up to a second run and a little more: to moments of the scheduler, and between them.
+/// Sleeps at most until shortly after the second run. The sleep ends at a poll of the scheduler or between
+/// two polls.
 void SleepForAWhile()
 {
     std::this_thread::sleep_for(5ms * CLS_World::Choose(12) + 2ms * CLS_World::Choose(2));
@@ -47,8 +48,8 @@ void LoopEndsWhenLookedAt()
     RemoveLoop(5, 10ms);
 }
 
-/// The first run removes its task, perhaps before the submission has listed it: whichever comes second tidies
-/// up.
+/// The first run removes its task, perhaps before the submission has listed it. The later of the two removes
+/// the entry.
 void LoopRemovedWhileItIsSubmitted()
 {
     CLS_World clsWorld;
@@ -59,7 +60,8 @@ void LoopRemovedWhileItIsSubmitted()
     stLoop.m_iInterval = 1000;
     stLoop.m_funWork = [&]
     {
-        Marks::Reach(bSubmitted ? "the removal comes after the submission" : "the removal comes before");
+        Marks::Reach(bSubmitted ? "the removal follows the submission"
+                                : "the removal precedes the submission");
         clsPool.RemoveTask(strTaskId, "scenario");
     };
     clsPool.AddLoopTask(CLS_World::MakeCallable(stLoop), 1000, strTaskId, "A");
@@ -83,7 +85,7 @@ void LoopAgainstStop()
     CLS_World::RequireNobodyLeft();
 }
 
-/// Runs for a while; each run comes in time.
+/// Runs for a while. Each run begins in time.
 void LoopGoesOn()
 {
     CLS_World clsWorld;
@@ -97,7 +99,7 @@ void LoopGoesOn()
     CLS_World::RequireNobodyLeft();
 }
 
-/// The scheduler knows when the next run would have been due.
+/// The interval changes after the scheduler has noted when the next run is due.
 void LoopWithChangedInterval()
 {
     CLS_World clsWorld;
@@ -110,7 +112,7 @@ void LoopWithChangedInterval()
     stLoop.m_iInterval = 15;
     const int iBefore = stLoop.m_iBegun;
     CLS_Task::GetTask(strTaskId).lock()->SetLoopInterval(bShorter ? 15 : 1000);
-    // A run may be due now; the scheduler polls every 10 ms.
+    // A run may be due now. The scheduler polls every 10 ms.
     std::this_thread::sleep_for(bShorter ? 11ms : 1ms);
     Require(!bShorter || stLoop.m_iBegun == iBefore + 1, "the shorter interval is ignored");
     const int iNow = stLoop.m_iBegun;
@@ -132,7 +134,7 @@ Scenarios GetLoopScenarios()
             {"loop-against-stop", LoopAgainstStop, {CLS_World::RUN_MET, CLS_World::RUN_FORESTALLED}},
             {"loop-removed-while-submitted",
              LoopRemovedWhileItIsSubmitted,
-             {"the removal comes after the submission", "the removal comes before"},
+             {"the removal follows the submission", "the removal precedes the submission"},
              false,
              50ms,
              true},

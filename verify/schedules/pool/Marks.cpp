@@ -15,7 +15,7 @@ namespace Marks
 {
 void Reach(const char* _szMark)
 {
-    // They outlive the schedule.
+    // The marks outlive the schedule.
     const CLS_Scheduler::CLS_Inside clsInside;
     g_setReached.insert(_szMark);
 }

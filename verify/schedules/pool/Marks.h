@@ -3,13 +3,13 @@
 #include <string>
 #include <vector>
 
-/// What scenarios have reached, in any of their schedules: a scenario that passes may have missed what it is
-/// for.
+/// The situations that scenarios have reached in any of their schedules. Without marks, a scenario could pass
+/// although it never reached what it tests.
 namespace Marks
 {
 void Reach(const char* _szMark);
 
-/// Those that were not reached since the last call of Forget.
+/// The given marks that were not reached since the last call of Forget.
 std::vector<std::string> FindMissing(const std::vector<std::string>& _vecMarks);
 
 void Forget();

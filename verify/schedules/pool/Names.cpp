@@ -16,13 +16,13 @@ namespace
 {
 constexpr std::array<const char*, 3> SERVICES{"dispatcher", "loop scheduler", "watchdog"};
 
-std::size_t g_uiService = SERVICES.size(); ///< the next one to be made
+std::size_t g_uiService = SERVICES.size(); ///< the index of the next service thread
 int g_iPools = 0;
 int g_iWorkers = 0;
 int g_iHosts = 0;
 std::set<int> g_setDispatchers;
 
-// What was learnt; the objects may be gone, and are looked at for their members' addresses alone.
+// The objects that Learn has seen. They may be destroyed, so only their members' addresses are used.
 std::map<const CLS_QuenTaskPool*, std::string> g_mapPools;
 std::map<const CLS_TaskThread*, std::string> g_mapWorkers;
 std::map<const CLS_Task*, std::string> g_mapTasks;
@@ -68,7 +68,7 @@ std::string NameMember(const void* _pPlace, const T_Object& _clsObject)
     return "a member";
 }
 
-/// The member of the learnt object that the place is in; "" when it is in none.
+/// The member of a learnt object that contains the place; "" if there is none.
 template <typename T_Object>
 std::string Find(const std::map<const T_Object*, std::string>& _mapLearnt, const void* _pPlace)
 {

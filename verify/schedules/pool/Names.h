@@ -2,10 +2,10 @@
 
 #include <string>
 
-/// What the threads and the objects of a schedule are called when it is printed.
+/// The names of a schedule's threads and objects in its report.
 namespace Names
 {
-/// During its life, new threads are the pool's service threads, in their order.
+/// While it exists, new threads are the pool's service threads, in their order.
 class CLS_ServiceScope
 {
 public:
@@ -15,7 +15,7 @@ public:
     CLS_ServiceScope& operator=(const CLS_ServiceScope&) = delete;
 };
 
-/// Remembers the pool, its workers and the tasks that there are. No address is used twice in a schedule.
+/// Learns the existing pool, workers and tasks. No address is used twice in a schedule.
 void Learn();
 
 /// For the scheduler's options.

@@ -7,8 +7,8 @@
 #include <mutex>
 #include <shared_mutex>
 
-// The linker leads the library's calls of Util::GetUuid to MakeUuid. These are the names that it gives to the
-// two functions.
+// The linker redirects the library's calls of Util::GetUuid to MakeUuid. These are its names for the two
+// functions.
 std::string MakeUuid() __asm__("__wrap__ZN4Util7GetUuidB5cxx11Ev");
 std::string MakeNewUuid() __asm__("__real__ZN4Util7GetUuidB5cxx11Ev");
 
@@ -44,7 +44,7 @@ void SubmitAndGet(ST_RegistryCase& _stCase)
     _stCase.m_pOld = CLS_Task::GetTask(_stCase.m_strTaskId).lock();
 }
 
-/// The same, but copies the reference out of the exported registry. The library does not notice.
+/// Does the same, but copies the reference out of the exported registry. The library does not notice.
 void SubmitAndCopy(ST_RegistryCase& _stCase)
 {
     _stCase.m_clsWorld.Submit(_stCase.m_clsPool, _stCase.m_stOld, &_stCase.m_iOwner);
@@ -53,7 +53,7 @@ void SubmitAndCopy(ST_RegistryCase& _stCase)
     _stCase.m_pOld = CLS_Task::m_mapTaskData.begin()->second;
 }
 
-/// Makes the record itself, and queues it.
+/// Creates the record without the pool, and queues it.
 void CreateAndQueue(ST_RegistryCase& _stCase)
 {
     _stCase.m_stOld.m_iQueued = 1;
@@ -63,7 +63,7 @@ void CreateAndQueue(ST_RegistryCase& _stCase)
     _stCase.m_clsPool.AddWaitingTasks(_stCase.m_strTaskId);
 }
 
-/// A record that a look-up of the first task's id may find from now on.
+/// Creates the record of the second task, which a look-up of the first task's id may find from now on.
 std::shared_ptr<CLS_Task> CreateNew(ST_RegistryCase& _stCase)
 {
     _stCase.m_stNew.m_iQueued = 1;
@@ -80,7 +80,7 @@ int CountFailedLookUps(const ST_RegistryCase& _stCase)
                       { return _stRecord.m_strText == "task id is fail - " + _stCase.m_strTaskId; }));
 }
 
-/// Asserts that what a look-up finds has run, and nothing else.
+/// Asserts that the record that a look-up finds has run, and no other record.
 void RequireOutcome(ST_RegistryCase& _stCase)
 {
     const auto funCount = [&_stCase]
@@ -88,12 +88,12 @@ void RequireOutcome(ST_RegistryCase& _stCase)
     CLS_World::SettleUntil([&funCount] { return funCount() > 0; });
     const bool bReplaced = _stCase.m_stNew.m_iQueued > 0;
     Require(funCount() == 1, "the id that was queued once led to " + std::to_string(funCount()) + " results");
-    Require(!bReplaced || CountFailedLookUps(_stCase) == 0, "the record that took the place is not found");
+    Require(!bReplaced || CountFailedLookUps(_stCase) == 0, "the replacing record is not found");
     Marks::Reach(_stCase.m_stOld.m_iBegun > 0 ? RAN : NOT_FOUND);
 }
 
-/// The host changes the registry at any moment. After that, the first record runs only if a worker found it
-/// before.
+/// The host changes the registry at any moment. After the change, the first record runs only if a worker
+/// found it before.
 void Change(void (*_funSubmit)(ST_RegistryCase&), void (*_funChange)(ST_RegistryCase&))
 {
     ST_RegistryCase stCase;

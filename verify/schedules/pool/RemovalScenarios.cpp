@@ -5,7 +5,7 @@
 
 namespace
 {
-/// Anywhere between the queueing and the end of the tasks.
+/// Removes the owner's tasks anywhere between their queueing and their end.
 void RemoveOwner()
 {
     CLS_World clsWorld;
@@ -45,7 +45,7 @@ void RemoveOwnerOfMany()
     CLS_World::RequireNobodyLeft();
 }
 
-/// A task submits another one for its owner while it is removed: at the moment that the removal looks.
+/// A task submits another one for its owner during its removal, while the removal polls.
 void RemoveOwnerWhoseTaskSubmits()
 {
     CLS_World clsWorld;
@@ -95,13 +95,13 @@ void RemoveOwnerOfAChain()
     CLS_World::RequireTimely(nsTaken <= LENGTH + CLS_World::ONE_LOOK + CLS_World::ALL_LOOKS + 5ms,
                              "the removal of a chain takes too long");
     Require(vecJobs[1]->m_iBegun == vecJobs[1]->m_iEnded, "B still runs");
-    // What the removal left behind goes on.
+    // The chain that the removal left behind goes on.
     std::this_thread::sleep_for(vecJobs.size() * (LENGTH + 1s));
     clsWorld.EndPool(clsPool);
     CLS_World::RequireNobodyLeft();
 }
 
-/// Stop against the start of a run.
+/// A stop meets the start of a run.
 void StopAgainstStart()
 {
     CLS_World clsWorld;
@@ -118,7 +118,7 @@ void StopAgainstStart()
     CLS_World::RequireNobodyLeft();
 }
 
-/// The same without a pool: nothing but the two operations of the task.
+/// Does the same without a pool, with only the two operations of the task.
 void StopHandshake()
 {
     CLS_World clsWorld;
@@ -126,7 +126,7 @@ void StopHandshake()
     stJob.m_iQueued = 1;
     const std::shared_ptr<CLS_Task> pTask = CLS_Task::CreateTask(CLS_World::MakeCallable(stJob), -1, "A");
     std::thread thrRunner([&pTask] { pTask->Running(); });
-    Require(pTask->Stop(), "the stop gives up");
+    Require(pTask->Stop(), "the stop times out");
     stJob.m_bRemoved = true;
     Require(stJob.m_iBegun == stJob.m_iEnded, "A still runs");
     Marks::Reach(stJob.m_iBegun > 0 ? CLS_World::RUN_MET : CLS_World::RUN_FORESTALLED);
@@ -153,12 +153,12 @@ void RemoveItself()
     clsPool.AddLoopTask(CLS_World::MakeCallable(stLoop), 5, strTaskId, "A");
     std::this_thread::sleep_for(10s);
     Require(stLoop.m_iBegun == 1 && stLoop.m_iEnded == 1, "A does not run once");
-    Require(stLoop.m_bDestroyed, "the callable is left");
+    Require(stLoop.m_bDestroyed, "the callable is not destroyed");
     clsWorld.EndPool(clsPool);
     CLS_World::RequireNobodyLeft();
 }
 
-/// What a callable captured submits, and removes another owner, when it is destroyed: by the removal.
+/// The removal destroys a capture. Its destructor submits a task, and removes another owner.
 void CapturedObjectCallsThePool()
 {
     CLS_World clsWorld;
@@ -183,12 +183,13 @@ void CapturedObjectCallsThePool()
     clsPool.RemoveTask(strTaskId, "scenario");
     CLS_World::RequireTimely(bDestroyed, "what the callable captured outlives the removal");
     clsWorld.Settle();
-    Require(stSubmitted.m_iEnded == 1, "what was submitted meanwhile does not run");
+    Require(stSubmitted.m_iEnded == 1, "the task that was submitted meanwhile does not run");
     clsWorld.EndPool(clsPool);
     CLS_World::RequireNobodyLeft();
 }
 
-/// What a callable captured ends the pool when it is destroyed: by the removal, which has more to remove.
+/// The removal destroys a capture, whose destructor shuts the pool down. The removal still has more tasks to
+/// remove.
 void CapturedObjectEndsThePool()
 {
     CLS_World clsWorld;
@@ -209,7 +210,7 @@ void CapturedObjectEndsThePool()
                                               });
         if (CLS_World::Choose(2) == 0)
         {
-            Require(clsPool.AddTmpTask([pCaptured] {}, &iOwner, "B"), "the pool takes no task");
+            Require(clsPool.AddTmpTask([pCaptured] {}, &iOwner, "B"), "the pool refuses a task");
         }
         else
         {

@@ -36,7 +36,7 @@ ST_ScheduleOptions CLS_Runner::MakeOptions(bool _bTrace)
     ST_ScheduleOptions stOptions;
     stOptions.m_uiSpuriousOneIn = 50;
     stOptions.m_uiEarlyOneIn = m_strStrategy == "slow" ? 40 : 0;
-    // The search draws nothing: it sees each store at once, or as late as can be.
+    // The search draws no random numbers. Stores become visible at once, or as late as possible.
     stOptions.m_bLateStores = m_strStrategy != "exhaustive";
     stOptions.m_nsShortestSleep = m_stScenario.m_nsShortestSleep.count();
     stOptions.m_bRequireNoBlocks = true;
@@ -78,7 +78,8 @@ void CLS_Runner::MakeStrategy()
     }
 }
 
-/// The steps of the longest of some random schedules: what the scenario chooses makes a difference.
+/// The length of the longest of some random schedules. Several are needed, because the scenario's choices
+/// change the length.
 std::size_t CLS_Runner::MeasureLength()
 {
     constexpr std::uint64_t MOST_SCHEDULES = 20;

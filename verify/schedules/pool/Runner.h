@@ -10,7 +10,7 @@
 
 /// Runs one scenario under one strategy:
 /// - random, pct2, pct3 and exhaustive;
-/// - slow: random, and time passes although threads could go on;
+/// - slow: random, and time may pass although threads could go on;
 /// - exhaustive-late: exhaustive, and stores are late for as long as possible.
 class CLS_Runner
 {
@@ -26,12 +26,13 @@ public:
     /// Runs _uiCount schedules, or at most that many of an exhaustive search. False if one fails.
     bool Run(std::uint64_t _uiFirst, std::uint64_t _uiCount);
 
-    /// The one schedule of an exhaustive search that has these delays.
+    /// Runs the schedule of an exhaustive search that has these delays.
     bool RunDelays(const std::string& _strDelays);
 
     const CLS_Exploration& GetExploration() const { return *m_pExploration; }
 
-    /// Why the last schedule failed, where each thread was, and the steps if they were kept: _uiMost of them.
+    /// A report of the last schedule: why it failed, where each thread was, and its last _uiMost steps, if
+    /// they were kept.
     std::string Report(std::size_t _uiMost) const;
 
     std::string GetDelays() const { return m_pExhaustive == nullptr ? "" : m_pExhaustive->GetDelays(); }
@@ -48,6 +49,6 @@ private:
     const std::string m_strStrategy;
     CLS_Watch m_clsWatch;
     std::unique_ptr<CLS_Strategy> m_pStrategy;
-    CLS_ExhaustiveStrategy* m_pExhaustive = nullptr; ///< m_pStrategy, if it is that
+    CLS_ExhaustiveStrategy* m_pExhaustive = nullptr; ///< m_pStrategy if it is exhaustive; else null
     std::unique_ptr<CLS_Exploration> m_pExploration;
 };

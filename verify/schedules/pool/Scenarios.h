@@ -11,15 +11,15 @@ struct ST_Scenario
 {
     std::string m_strName;
     void (*m_funBody)();
-    std::vector<std::string> m_vecMarks{};         ///< what its schedules must reach, together
+    std::vector<std::string> m_vecMarks{};         ///< what its schedules must reach in total
     bool m_bSmall = false;                         ///< small enough for an exhaustive search
-    std::chrono::nanoseconds m_nsShortestSleep{0}; ///< that of its threads; keeps waits of minutes short
-    bool m_bTimed = false;                         ///< all about moments: not for slow threads
+    std::chrono::nanoseconds m_nsShortestSleep{0}; ///< of its threads; shortens waits of minutes
+    bool m_bTimed = false;                         ///< depends on exact times: not for slow threads
 };
 
 using Scenarios = std::vector<ST_Scenario>;
 
-// By subject.
+// The scenarios by subject.
 Scenarios GetSubmissionScenarios();
 Scenarios GetRemovalScenarios();
 Scenarios GetRegistryScenarios();

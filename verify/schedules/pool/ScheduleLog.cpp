@@ -1,4 +1,4 @@
-// The logging library of the programs under the scheduler: passes each record on, and keeps none.
+// The logging library of the programs under the scheduler. Passes each log record on, and keeps none.
 
 #include "verify/schedules/pool/ScheduleLog.h"
 

@@ -2,7 +2,7 @@
 
 #include <string>
 
-/// Where the records go.
+/// The receiver of the log records.
 namespace ScheduleLog
 {
 using Listener = void (*)(int _iLevel, const std::string& _strMessage);

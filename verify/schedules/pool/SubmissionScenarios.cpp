@@ -13,7 +13,7 @@ void SubmitAndRun()
     clsWorld.RequireAllRan();
     clsWorld.Submit(clsPool, clsWorld.MakeJob("B"), &iOwner);
     clsWorld.RequireAllRan();
-    CLS_World::RequireTimely(clsPool.GetTaskThreadNum() == 1, "the idle worker is not used again");
+    CLS_World::RequireTimely(clsPool.GetTaskThreadNum() == 1, "the idle worker is not reused");
     clsWorld.EndPool(clsPool);
     CLS_World::RequireNobodyLeft();
 }
@@ -42,7 +42,7 @@ void TwoSubmitters()
     CLS_World::RequireNobodyLeft();
 }
 
-/// The same id twice on the queue: it runs twice, perhaps at once.
+/// The same id is queued twice. It runs twice, perhaps at the same time.
 void QueuedTwice()
 {
     CLS_World clsWorld;

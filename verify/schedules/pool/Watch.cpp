@@ -12,7 +12,7 @@
 
 namespace
 {
-/// Ends the schedule with the rule that is broken, if any.
+/// Ends the schedule if a rule is broken. Null stands for none.
 void Require(CLS_Scheduler& _clsScheduler, const char* _szBroken)
 {
     if (_szBroken != nullptr)
@@ -58,7 +58,7 @@ void CLS_Watch::Look(CLS_Scheduler& _clsScheduler)
 
 void CLS_Watch::LookAtLocks(CLS_Scheduler& _clsScheduler, CLS_QuenTaskPool& _clsPool)
 {
-    // Where threads may be slow, time passes at any step.
+    // If threads may be slow, time passes at any step.
     if (!m_setHolders.empty() && _clsScheduler.GetTime() != m_nsNow && !_clsScheduler.HasSlowThreads())
     {
         _clsScheduler.Fail("a lock of the pool is held while its holder waits");
@@ -107,7 +107,7 @@ void CLS_Watch::LookAtBindings(CLS_Scheduler& _clsScheduler, CLS_QuenTaskPool& _
 {
     for (const auto& [pWorker, strTaskId] : PoolView::GetWorkers(_clsPool))
     {
-        // A worker that the shutdown abandoned may be faster.
+        // A worker that the shutdown abandoned may be freed earlier.
         if (m_bRun && Memory::IsFreed(pWorker))
         {
             _clsScheduler.Fail("a worker is freed before it is unregistered");

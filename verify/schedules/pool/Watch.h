@@ -11,9 +11,9 @@
 
 class CLS_Scheduler;
 
-/// Checks the pool at every step of a schedule, while no thread runs, and ends the schedule when a rule is
-/// broken. Checks what a lock guards only while the lock is free. Any change since the last check was made
-/// by the one thread that took a step.
+/// Checks the pool at every step of a schedule, while no thread runs. Ends the schedule if a rule is broken.
+/// Checks what a lock guards only while the lock is free. One thread alone made all changes since the last
+/// check.
 class CLS_Watch
 {
 public:
@@ -29,17 +29,17 @@ private:
     void NoteIdle(CLS_Scheduler& _clsScheduler, const CLS_TaskThread* _pWorker);
     void LookAtOwners(CLS_Scheduler& _clsScheduler, CLS_QuenTaskPool& _clsPool) const;
 
-    const CLS_QuenTaskPool* m_pPool = nullptr;     ///< that was looked at before
-    std::int64_t m_nsNow = 0;                      ///< of the last look
+    const CLS_QuenTaskPool* m_pPool = nullptr;     ///< the pool of the last check
+    std::int64_t m_nsNow = 0;                      ///< the time of the last check
     std::set<int> m_setHolders;                    ///< the threads that hold one of the pool's locks
-    std::vector<const CLS_Task*> m_vecValid;       ///< the valid tasks of this look
-    std::vector<const CLS_Task*> m_vecValidBefore; ///< and of the last one
-    bool m_bRun = true;                            ///< of the pool, when bindings were looked at
-    std::map<const CLS_TaskThread*, std::string> m_mapBound; ///< the bindings of the last look
+    std::vector<const CLS_Task*> m_vecValid;       ///< the valid tasks of this check
+    std::vector<const CLS_Task*> m_vecValidBefore; ///< those of the last check
+    bool m_bRun = true;                            ///< the pool's run flag at the last check of bindings
+    std::map<const CLS_TaskThread*, std::string> m_mapBound; ///< the bindings of the last check
     std::set<const CLS_TaskThread*> m_setLate;               ///< workers whose task ended with the pool
     std::map<const CLS_TaskThread*, std::string>
         m_mapLastTask;                               ///< of each unbound worker, if it had an owner
     std::set<std::string> m_setOver;                 ///< tasks that may have lost their owner
-    std::vector<PoolRules::ST_IdleWorker> m_vecIdle; ///< the idle list of the last look
+    std::vector<PoolRules::ST_IdleWorker> m_vecIdle; ///< the idle list of the last check
     std::set<std::string> m_setQueued;               ///< the ids that were seen in the queue
 };

@@ -7,7 +7,7 @@
 
 namespace
 {
-/// A pass of the watchdog waits for nothing that takes time.
+/// Asserts that a pass of the watchdog takes no time.
 void RunPass(CLS_QuenTaskPool& _clsPool)
 {
     const auto nsBegin = CLS_World::GetTime();
@@ -15,7 +15,7 @@ void RunPass(CLS_QuenTaskPool& _clsPool)
     CLS_World::RequireTimely(CLS_World::GetTime() == nsBegin, "a pass of the watchdog takes time");
 }
 
-/// Every idle worker counts as idle for too long, and passes of the watchdog come at any moment.
+/// Every idle worker has been idle for too long, and the watchdog makes passes at any moment.
 void RetireAgainstHandOver()
 {
     CLS_World clsWorld;
@@ -44,8 +44,8 @@ void RetireAgainstHandOver()
     CLS_World::RequireNobodyLeft();
 }
 
-/// The one worker is asked for and retires at the same moment. The task begins on it or on a new one: at
-/// once, or with the attempt after, when the worker was neither idle nor gone.
+/// The dispatcher asks for the only worker while it retires. The task begins on it or on a new one, at once
+/// or with the next attempt. The next attempt is needed if the worker was neither idle nor gone.
 void RetireAgainstNextAttempt()
 {
     CLS_World clsWorld;
@@ -61,14 +61,15 @@ void RetireAgainstNextAttempt()
     RunPass(clsPool);
     std::this_thread::sleep_for(150ms);
     Require(stWaiting.m_nsBegun == 100ms || stWaiting.m_nsBegun == 200ms, "B begins at another time");
-    Marks::Reach(stWaiting.m_nsBegun == 100ms ? "the attempt gets a worker" : "the attempt after gets one");
+    Marks::Reach(stWaiting.m_nsBegun == 100ms ? "the attempt gets a worker"
+                                              : "the next attempt gets a worker");
     clsWorld.RequireAllRan();
     clsWorld.EndPool(clsPool);
     CLS_World::RequireNobodyLeft();
 }
 
-/// The watchdog itself. Its second pass, after 360 seconds, retires the worker that was always idle. It keeps
-/// the one that had a task.
+/// Runs the watchdog's thread. Its second pass, after 360 seconds, retires the worker that was always idle.
+/// It keeps the one that had a task.
 void WatchdogRetires()
 {
     CLS_World clsWorld;
@@ -87,8 +88,8 @@ void WatchdogRetires()
     CLS_World::RequireNobodyLeft();
 }
 
-/// Two workers, kept on purpose: one more than the limit says. The third task begins when the dispatcher asks
-/// again.
+/// The pool has two workers, by design one more than the limit. The third task begins when the dispatcher
+/// tries again.
 void WorkerLimit()
 {
     CLS_World clsWorld;
@@ -108,7 +109,7 @@ void WorkerLimit()
     CLS_World::RequireNobodyLeft();
 }
 
-/// The first of ninety attempts is made at once: the ninetieth, with the report, after 8.9 seconds.
+/// The first of ninety attempts is immediate. The ninetieth, with the report, follows after 8.9 seconds.
 void BusyReport()
 {
     CLS_World clsWorld;
@@ -143,7 +144,7 @@ Scenarios GetWorkerScenarios()
     return {{"retire-against-hand-over", RetireAgainstHandOver},
             {"retire-against-next-attempt",
              RetireAgainstNextAttempt,
-             {"the attempt gets a worker", "the attempt after gets one"},
+             {"the attempt gets a worker", "the next attempt gets a worker"},
              false,
              0ms,
              true},

@@ -19,10 +19,10 @@
 
 namespace
 {
-/// How often a slow program polls at most, every 10 ms.
+/// The largest number of polls of a slow program, one every 10 ms.
 constexpr int SLOW_POLLS = 2000;
 
-/// How long a removal may take beyond its polls: a worker releases a task a few steps after its run.
+/// How long a removal may take beyond its polls. A worker releases a task a few steps after its run.
 constexpr std::chrono::nanoseconds LAST_STEPS = 5ms;
 
 /// About as many steps as a task takes from its queueing to its run.
@@ -89,7 +89,7 @@ void RequireDestroyed(const ST_Job& _stJob, std::chrono::nanoseconds _nsBegin)
                              "the callable of " + _stJob.m_strName + " outlives its removal");
 }
 
-/// When the service threads had ended; _nsBegin if no log record says so.
+/// The time at which the service threads had ended; _nsBegin if no log record says so.
 std::chrono::nanoseconds GetServicesEnd(std::chrono::nanoseconds _nsBegin)
 {
     for (const CLS_World::ST_LogLine& stRecord : CLS_World::GetRecords())
@@ -118,7 +118,7 @@ TaskRules::ST_TaskState GetState(const ST_Job& _stJob)
     return stTask;
 }
 
-/// Fails with the rule that the job breaks, if any.
+/// Fails if the job breaks a rule. Null stands for none.
 void RequireUnbroken(const ST_Job& _stJob, const char* _szBroken)
 {
     if (_szBroken != nullptr)
@@ -127,7 +127,7 @@ void RequireUnbroken(const ST_Job& _stJob, const char* _szBroken)
     }
 }
 
-/// From now on no run of the task begins, and none is going on unless 9 seconds were not enough for it.
+/// Asserts that the task does not run, except after a wait of 9 seconds. From now on, no run of it may begin.
 void RequireOver(ST_Job& _stJob, std::chrono::nanoseconds _nsBegin)
 {
     _stJob.m_bRemoved = true;
@@ -254,7 +254,7 @@ void CLS_World::Submit(CLS_QuenTaskPool& _clsPool, ST_Job& _stJob, void* _pOwner
     ++_stJob.m_iQueued;
     const auto nsBegin = GetTime();
     _stJob.m_nsQueued = nsBegin;
-    Require(_clsPool.AddTmpTask(MakeCallable(_stJob), _pOwner, _stJob.m_strName), "the pool takes no task");
+    Require(_clsPool.AddTmpTask(MakeCallable(_stJob), _pOwner, _stJob.m_strName), "the pool refuses a task");
     RequireTime("the submission", nsBegin, 0ns);
 }
 
@@ -264,7 +264,7 @@ std::string CLS_World::SubmitLoop(CLS_QuenTaskPool& _clsPool, ST_Job& _stJob, in
     const auto nsBegin = GetTime();
     _stJob.m_iInterval = _iInterval;
     _clsPool.AddLoopTask(MakeCallable(_stJob), _iInterval, strTaskId, _stJob.m_strName);
-    Require(!strTaskId.empty(), "the pool takes no loop task");
+    Require(!strTaskId.empty(), "the pool refuses a loop task");
     RequireTime("the submission", nsBegin, 0ns);
     return strTaskId;
 }
@@ -357,7 +357,7 @@ void CLS_World::EndPool(CLS_QuenTaskPool& _clsPool, std::chrono::nanoseconds _ns
     }
 }
 
-/// The tasks that were running later than that, and may be still.
+/// The tasks that ran after _nsSince, and may still be running.
 std::vector<const ST_Job*> CLS_World::FindRunning(std::chrono::nanoseconds _nsSince) const
 {
     std::vector<const ST_Job*> vecRunning;
@@ -371,7 +371,7 @@ std::vector<const ST_Job*> CLS_World::FindRunning(std::chrono::nanoseconds _nsSi
     return vecRunning;
 }
 
-/// The shutdown has made the tasks invalid that are still registered.
+/// Asserts that the shutdown has made these tasks invalid, if they are still registered.
 void CLS_World::RequireStopped(const std::vector<const ST_Job*>& _vecRunning) const
 {
     for (const ST_Job* const pJob : _vecRunning)
@@ -442,10 +442,10 @@ void ForgetPool()
 {
     g_pRecords = nullptr;
     CLS_QuenTaskPool::m_pInstance = nullptr;
-    // The old nodes were memory of the last schedule.
+    // The old nodes are in memory of the last schedule.
     new (&CLS_Task::m_mapTaskData) std::map<std::string, std::shared_ptr<CLS_Task>>;
-    // The library notices that the map has changed. It would notice later otherwise: in a step of a schedule.
-    // Both calls notice, for faults that leave out one of them.
+    // Lets the library notice the changed map now, and not later in a step of a schedule. Both calls notice
+    // it, because a fault may disable one of them.
     CLS_Task::DeleteTask(CLS_Task::CreateTask({}, -1, "")->GetId());
     ShutdownClaimView::ForgetAll();
     CLS_TaskThread::SetWaitingOvertime(300000);
@@ -456,7 +456,7 @@ void ForgetPool()
 void PrepareProcess()
 {
     CLS_LivingScope::Has(nullptr);
-    // Binding the logging library prints lines; formatting numbers fills caches of the C++ library.
+    // Binding the logging library prints lines. Formatting numbers fills caches of the C++ library.
     std::streambuf* const pBuffer = std::cout.rdbuf(nullptr);
     Logger::GetModuleFun("PrintLog", "");
     std::cout.rdbuf(pBuffer);

@@ -24,8 +24,8 @@ struct ST_Job
 {
     std::string m_strName;
     std::chrono::nanoseconds m_nsLength{0}; ///< of a run
-    int m_iQueued = 0;                      ///< how often
-    std::chrono::nanoseconds m_nsQueued{0}; ///< when for the last time
+    int m_iQueued = 0;                      ///< how often it was queued
+    std::chrono::nanoseconds m_nsQueued{0}; ///< when it was last queued
     int m_iBegun = 0;                       ///< runs
     int m_iEnded = 0;                       ///< runs
     std::chrono::nanoseconds m_nsBegun{0};  ///< the last run
@@ -62,8 +62,8 @@ public:
     void Submit(CLS_QuenTaskPool& _clsPool, ST_Job& _stJob, void* _pOwner);
     std::string SubmitLoop(CLS_QuenTaskPool& _clsPool, ST_Job& _stJob, int _iInterval);
 
-    /// Each removes or stops a task, and asserts that this takes no longer than the polls of the runs, and
-    /// the rules afterwards. Marks RUN_MET if it met a run, and RUN_FORESTALLED if a task never ran.
+    /// Each call removes or stops tasks. Then it asserts the rules, and that it took no longer than the polls
+    /// of the runs. It marks RUN_MET if it met a run, and RUN_FORESTALLED if a task never ran.
     static void RemoveOwner(CLS_QuenTaskPool& _clsPool, void* _pOwner, const std::vector<ST_Job*>& _vecJobs);
     static void RemoveLoop(CLS_QuenTaskPool& _clsPool, const std::string& _strTaskId, ST_Job& _stJob);
     static void Stop(CLS_QuenTaskPool& _clsPool, const std::string& _strTaskId, ST_Job& _stJob);
@@ -77,8 +77,8 @@ public:
     void EndPool(CLS_QuenTaskPool& _clsPool, std::chrono::nanoseconds _nsMost = IDLE_END,
                  const std::vector<ST_Job*>& _vecOverrun = {});
 
-    static constexpr const char* RUN_MET = "a run is waited for";
-    static constexpr const char* RUN_FORESTALLED = "a run is forestalled";
+    static constexpr const char* RUN_MET = "a call waits for a run";
+    static constexpr const char* RUN_FORESTALLED = "a run is prevented";
 
     /// Settles, and asserts that each queued task has run.
     void RequireAllRan() const;
@@ -95,17 +95,17 @@ public:
     /// Lets the tasks run: for a moment or, if threads may be slow, until they have run.
     void Settle() const;
 
-    /// The same, until _funOver says that what happens is over.
+    /// Lets the tasks run for a moment or, if threads may be slow, until _funOver returns true.
     static void SettleUntil(const std::function<bool()>& _funOver);
 
     /// A random number below _iCount.
     static int Choose(int _iCount);
 
-    /// A random length of a run. Some lengths end a run exactly when the shutdown polls it. Without chance,
-    /// it is the first.
+    /// A random length of a run. Some lengths end a run exactly when the shutdown polls it. In an exhaustive
+    /// search, it is the first length.
     static std::chrono::nanoseconds ChooseLength();
 
-    /// Lets the other threads take some steps at this moment.
+    /// Lets the other threads take some steps.
     static void GiveWay();
 
     /// How long the shutdown of an idle pool takes: until the watchdog polls.
