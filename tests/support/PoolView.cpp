@@ -182,6 +182,17 @@ std::vector<std::string> TakeQueue(CLS_QuenTaskPool& _clsPool, const std::shared
     return vecTaskIds;
 }
 
+bool DispatchTask(CLS_QuenTaskPool& _clsPool, std::string _strTaskId, std::size_t _uiUndispatched)
+{
+    std::weak_ptr<CLS_Task> pTask;
+    return _clsPool.DispatchTask(_strTaskId, pTask, _uiUndispatched);
+}
+
+std::atomic<bool>& GetBatchHint(CLS_QuenTaskPool& _clsPool)
+{
+    return _clsPool.m_bBatchWaits;
+}
+
 void ReportBusy(CLS_QuenTaskPool& _clsPool, std::size_t _uiUndispatched)
 {
     _clsPool.ReportBusy(_uiUndispatched);

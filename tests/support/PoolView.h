@@ -70,6 +70,10 @@ std::shared_ptr<void> MakeBatch();
 std::vector<std::string> TakeQueue(CLS_QuenTaskPool& _clsPool, const std::shared_ptr<void>& _pBatch);
 /// The same, with a new batch.
 std::vector<std::string> TakeQueue(CLS_QuenTaskPool& _clsPool);
+/// Hands the task to a worker; this number of ids of the batch, this one included, have none yet.
+bool DispatchTask(CLS_QuenTaskPool& _clsPool, std::string _strTaskId, std::size_t _uiUndispatched);
+/// The dispatcher's hint for workers: tasks wait behind the one that it hands over.
+std::atomic<bool>& GetBatchHint(CLS_QuenTaskPool& _clsPool);
 /// Reports that no worker was free for the oldest of this number of ids.
 void ReportBusy(CLS_QuenTaskPool& _clsPool, std::size_t _uiUndispatched);
 CLS_TaskThread* TakeIdleWorker(CLS_QuenTaskPool& _clsPool);

@@ -37,6 +37,11 @@ std::atomic<std::chrono::steady_clock::time_point>& GetLastActive(CLS_TaskThread
     return _clsWorker.m_tpLastActive;
 }
 
+bool HasBacklog(const CLS_TaskThread& _clsWorker)
+{
+    return _clsWorker.m_bBacklog;
+}
+
 ClassLayout::Members ListMembers(const CLS_TaskThread& _clsWorker)
 {
     return {ClassLayout::Describe("m_bRun", _clsWorker.m_bRun),

@@ -26,6 +26,9 @@ std::unique_ptr<std::thread>& GetThread(CLS_TaskThread& _clsWorker);
 std::atomic<std::int32_t>& GetOrderWord(CLS_TaskThread& _clsWorker);
 std::atomic<std::chrono::steady_clock::time_point>& GetLastActive(CLS_TaskThread& _clsWorker);
 
+/// Whether the worker was told that more tasks wait.
+bool HasBacklog(const CLS_TaskThread& _clsWorker);
+
 /// The members in the order of their declarations.
 ClassLayout::Members ListMembers(const CLS_TaskThread& _clsWorker);
 

@@ -75,6 +75,13 @@ TEST_F(LogHandOverTest, ALaterRecordIsKeptWhileAnEarlierOneOfItsThreadIsInPrintL
     EXPECT_THAT(TakeTexts(), ElementsAre("first", "one", "two", "three"));
 }
 
+TEST_F(LogHandOverTest, ARecordGoesStraightToPrintLogOnceTheKeptOnesOfItsThreadArePrinted)
+{
+    Say("first");
+    LetGoOn();
+    EXPECT_THAT(TakeTexts(), ElementsAre("first", "one", "two", "three"));
+}
+
 TEST_F(LogHandOverTest, ARecordOfAThreadWithoutKeptOnesGoesStraightToPrintLog)
 {
     AtRecord("first", [this] { SayOnAnotherThread("at once"); });

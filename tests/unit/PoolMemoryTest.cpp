@@ -369,6 +369,22 @@ TEST_F(PoolMemoryTest, WatchdogsPassThatFailsIsRecordedAndTheNextOneComesAfterTh
     EXPECT_THAT(vecSleeps, ElementsAre(1000U, 1000U, 2000U, 2000U));
     EXPECT_EQ(0, clsPool.GetTaskThreadNum());
 }
+
+TEST_F(PoolMemoryTest, TasksBehindAQueueThatCannotGrowAreTakenOnce)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    const auto pBatch = PoolView::MakeBatch();
+    {
+        const std::lock_guard<std::mutex> lock(PoolView::GetQueueLock(clsPool));
+        PoolView::PushOverflowId(clsPool, "first");
+    }
+    EXPECT_THAT(PoolView::TakeQueue(clsPool, pBatch), ElementsAre("first"));
+    const std::string strTaskId = MakeTask([] {});
+    clsPool.AddWaitingTasks(strTaskId);
+    EXPECT_THAT(PoolView::TakeQueue(clsPool, pBatch), ElementsAre(strTaskId));
+    EXPECT_THAT(PoolView::GetQueue(clsPool), IsEmpty());
+}
+
 TEST_F(PoolMemoryTest, TasksBehindAQueueThatCannotGrowAreDroppedAtShutdown)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();

@@ -1,5 +1,6 @@
 #include "tests/support/FailingThreads.h"
 #include "tests/support/PoolView.h"
+#include "tests/support/ShutdownClaimView.h"
 #include "tests/support/ThreadCount.h"
 #include "tests/unit/PoolFixture.h"
 
@@ -53,6 +54,10 @@ TEST_F(PoolStartUpTest, StartsThreeThreadsAndNoWorker)
                                                PoolView::GetLoopScheduler(clsPool)->get_id(),
                                                PoolView::GetWatchdog(clsPool)->get_id()};
     EXPECT_EQ(3U, setThreads.size());
+    for (const std::thread::id idThread : setThreads)
+    {
+        EXPECT_TRUE(ShutdownClaimView::IsOwnThread(&clsPool, idThread));
+    }
     EXPECT_EQ(0, clsPool.GetTaskThreadNum());
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
     EXPECT_TRUE(RunsATask(clsPool));

@@ -2,6 +2,7 @@
 
 #include "tests/support/PoolView.h"
 #include "tests/support/WatchedYields.h"
+#include "tests/support/WorkerView.h"
 #include "tests/unit/PoolFixture.h"
 
 #include <atomic>
@@ -49,6 +50,38 @@ TEST_F(PoolYieldsTest, DispatcherStopsYieldingOnceATaskIsQueued)
         });
     PoolView::RunDispatchPass(clsPool);
     EXPECT_EQ(2, clsYields.GetYields());
+}
+
+TEST_F(PoolYieldsTest, DispatcherSaysWhetherMoreTasksOfTheBatchWait)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    for (const std::size_t uiUndispatched : {3U, 2U, 1U})
+    {
+        EXPECT_TRUE(PoolView::DispatchTask(clsPool, MakeTask([] {}), uiUndispatched));
+        EXPECT_EQ(uiUndispatched > 1, PoolView::GetBatchHint(clsPool)) << uiUndispatched;
+    }
+}
+
+TEST_F(PoolYieldsTest, WorkerHasABacklogAfterARunWhileTasksWaitInTheBatchOrTheQueue)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    CLS_TaskThread* const pWorker = clsPool.CreateTaskThread();
+    const auto funRun = [&]
+    {
+        std::string strTaskId = MakeTask([] {});
+        PoolView::BindTask(clsPool, pWorker, strTaskId);
+        clsPool.FunRunTask(pWorker);
+        return WorkerView::HasBacklog(*pWorker);
+    };
+    EXPECT_FALSE(funRun());
+    PoolView::GetBatchHint(clsPool) = true;
+    EXPECT_TRUE(funRun());
+    PoolView::GetBatchHint(clsPool) = false;
+    EXPECT_FALSE(funRun());
+    clsPool.AddWaitingTasks(MakeTask([] {}));
+    EXPECT_TRUE(funRun());
+    PoolView::TakeQueue(clsPool);
+    EXPECT_FALSE(funRun());
 }
 
 TEST_F(PoolYieldsTest, IdleDispatcherDoesNotYield)

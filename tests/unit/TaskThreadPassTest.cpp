@@ -268,6 +268,19 @@ TEST_F(TaskThreadPassTest, AbandonedWorkerEndsEvenWhenItsJobFailed)
     EXPECT_THAT(LogRecorder::Take(), ElementsAre(IsThreadRecord(3, "FunTask", "thread handler error - -1")));
 }
 
+TEST_F(TaskThreadPassTest, YieldsOnceMoreAfterAJobIfMoreTasksWait)
+{
+    const CLS_WatchedYields clsYields;
+    EXPECT_TRUE(m_clsWorker.AddFunction(
+        [](CLS_TaskThread* _pWorker)
+        {
+            _pWorker->SetBacklog(true);
+            WorkerView::GetRunFlag(*_pWorker) = false;
+        }));
+    m_clsWorker.FunTask();
+    EXPECT_EQ(1 + GIVE_WAYS, clsYields.GetYields());
+}
+
 TEST_F(TaskThreadPassTest, GivesWayAFewTimesAfterEachJobAndHoldsNothingMeanwhile)
 {
     int iCalls = 0;
