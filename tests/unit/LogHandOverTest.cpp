@@ -257,7 +257,7 @@ TEST_F(LogHandOverSpeakerTest, AThreadThatGoesOnRecordingDoesNotKeepTheHandOverB
             }
         });
     Say("first");
-    EXPECT_LE(uiHandedOver, CLS_LogBinding::MOST_KEPT + 2);
+    EXPECT_EQ(CLS_LogBinding::MOST_KEPT + 1, uiHandedOver);
 }
 
 TEST_F(LogHandOverSpeakerTest, ARecordWithoutMemoryIsNotLostWhileAnEarlierOneIsInPrintLog)

@@ -4,6 +4,7 @@
 #include "tests/support/WorkerView.h"
 #include "tests/unit/PoolFixture.h"
 
+#include <chrono>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
@@ -85,6 +86,34 @@ TEST_F(PoolRunTaskTest, RunDoesNotWaitForAnotherReaderOfTheBindings)
     }
     thRun.join();
     ExpectWorkerIdle();
+}
+
+TEST_F(PoolRunTaskTest, JobOfAnAbandonedWorkerDoesNotTouchThePool)
+{
+    // Its own thread has ended: an abandoned worker would delete itself.
+    CLS_TaskThread clsWorker;
+    clsWorker.Exit();
+    CLS_RunGate& clsGate = clsWorker.GetRunGate();
+    CLS_Gate clsBegun;
+    CLS_Gate clsAbandoned;
+    CLS_Gate clsOver;
+    std::thread thWorker(
+        [&]
+        {
+            const CLS_RunGate::CLS_JobScope clsJob(clsGate);
+            clsBegun.Open();
+            EXPECT_TRUE(clsAbandoned.Wait());
+            m_pPool->FunRunTask(&clsWorker);
+            clsOver.Open();
+        });
+    EXPECT_TRUE(clsBegun.Wait());
+    EXPECT_FALSE(clsGate.Close(std::chrono::steady_clock::now()));
+    {
+        const std::lock_guard<std::shared_mutex> lock(PoolView::GetWorkerLock(*m_pPool));
+        clsAbandoned.Open();
+        EXPECT_TRUE(clsOver.Wait());
+    }
+    thWorker.join();
 }
 
 TEST_F(PoolRunTaskTest, RunDropsTheOwnersEntryAndKeepsTheTaskRegistered)
