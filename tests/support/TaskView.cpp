@@ -22,6 +22,11 @@ std::atomic<bool>& GetValidWord(CLS_Task& _clsTask)
     return _clsTask.m_bValid;
 }
 
+std::uint32_t GetEra(const CLS_Task& _clsTask)
+{
+    return _clsTask.m_uiEra;
+}
+
 ClassLayout::Members ListMembers(const CLS_Task& _clsTask)
 {
     return {ClassLayout::Describe("m_iTaskStatus", _clsTask.m_iTaskStatus),

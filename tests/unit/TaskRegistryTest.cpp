@@ -1,6 +1,7 @@
 #include "QuenPlugins/ZelTaskPool/CLS_Task.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/TaskFixture.h"
+#include "tests/support/TaskView.h"
 #include "tests/support/Waiting.h"
 
 #include <atomic>
@@ -90,6 +91,11 @@ TEST_F(TaskRegistryTest, GetTaskHandsOutNoReferenceThatKeepsTheTask)
     const std::weak_ptr<CLS_Task> pFound = CLS_Task::GetTask(pTask->GetId());
     EXPECT_EQ(2, pTask.use_count());
     EXPECT_EQ(pTask, pFound.lock());
+}
+
+TEST_F(TaskRegistryTest, KeptReferencesDoNotServeForATaskOfTheHost)
+{
+    EXPECT_EQ(0U, TaskView::GetEra(*CLS_Task::CreateTask([] {}, -1, "call")));
 }
 
 TEST_F(TaskRegistryTest, DeletedTaskIsNotFoundAndNoOtherIsTouched)

@@ -89,6 +89,29 @@ TEST_F(WaitLimitsTest, GivingTheTurnBackEndsTheWaitOfTheNextThread)
     EXPECT_EQ(1, clsWaits.GetNotifications());
 }
 
+TEST_F(WaitLimitsTest, ShutdownChecksAWorkerThatUsesThePoolTenTimesASecond)
+{
+    CLS_RunGate clsGate;
+    const CLS_CutWaits clsWaits(RunGateView::GetSignal(clsGate));
+    CLS_Gate clsInside;
+    CLS_Gate clsMayLeave;
+    std::thread thWorker(
+        [&]
+        {
+            const CLS_RunGate::CLS_JobScope clsJob(clsGate);
+            const CLS_RunGate::CLS_PoolVisit clsPool(clsGate);
+            clsInside.Open();
+            EXPECT_TRUE(clsMayLeave.Wait());
+        });
+    EXPECT_TRUE(clsInside.Wait());
+    // Whether the job counts as over or as abandoned is a matter of its last steps.
+    std::thread thShutdown([&] { static_cast<void>(clsGate.Close(std::chrono::steady_clock::now())); });
+    EXPECT_TRUE(ReachesLimit(clsWaits, milliseconds(100)));
+    clsMayLeave.Open();
+    thWorker.join();
+    thShutdown.join();
+}
+
 TEST_F(WaitLimitsTest, ShutdownWaitsForARunUpToTheGivenLimit)
 {
     CLS_RunGate clsGate;
