@@ -4,6 +4,7 @@
 #include "tests/unit/ShutdownFixture.h"
 
 #include <list>
+#include <memory>
 #include <stdexcept>
 
 namespace
@@ -228,19 +229,24 @@ TEST_F(PoolShutdownHostileTest, ReturnsWhenEveryWorkerHangs)
 {
     constexpr int WORKERS = 301;
     CLS_QuenTaskPool& clsPool = MakePool();
-    CLS_Counter clsStarted;
-    CLS_Gate clsMayEnd;
+    // Shared with the workers, which are left behind: nothing orders their last steps before the test's end.
+    struct ST_Hanging
+    {
+        CLS_Counter m_clsStarted;
+        CLS_Gate m_clsMayEnd;
+    };
+    const auto pHanging = std::make_shared<ST_Hanging>();
     for (int i = 0; i < WORKERS + 10; ++i) // the last tasks never get a worker
     {
         ASSERT_TRUE(clsPool.AddTmpTask(
-            [&]
+            [pHanging]
             {
-                clsStarted.Add();
-                EXPECT_TRUE(clsMayEnd.Wait());
+                pHanging->m_clsStarted.Add();
+                EXPECT_TRUE(pHanging->m_clsMayEnd.Wait());
             },
-            &clsStarted, "hanging"));
+            pHanging.get(), "hanging"));
     }
-    ASSERT_TRUE(clsStarted.Wait(WORKERS));
+    ASSERT_TRUE(pHanging->m_clsStarted.Wait(WORKERS));
     {
         const CLS_StopPolls clsPolls(0, {});
         clsPool.UnInit();
@@ -249,9 +255,9 @@ TEST_F(PoolShutdownHostileTest, ReturnsWhenEveryWorkerHangs)
     EXPECT_EQ(nullptr, CLS_QuenTaskPool::m_pInstance);
     EXPECT_TRUE(WaitForThreads(m_iThreads + WORKERS));
     RunShortTask(MakePool()); // each pool has its own limit
-    clsMayEnd.Open();
+    pHanging->m_clsMayEnd.Open();
     EXPECT_TRUE(WaitForThreads(m_iThreads + SERVICE_THREADS + 1));
-    EXPECT_EQ(WORKERS, clsStarted.Get());
+    EXPECT_EQ(WORKERS, pHanging->m_clsStarted.Get());
 }
 
 TEST_F(PoolShutdownHostileTest, ALateRunMayRemoveItselfAfterItsPoolIsGone)
