@@ -151,7 +151,7 @@ def main():
             build.make(arguments.jobs)
             suite = record_suite(build, hashes, arguments.record)
             Session(orders, results).run(build, suite, arguments.jobs, arguments.budget)
-    summary = Summary(chosen, results, Equivalents(EQUIVALENTS))
+    summary = Summary(chosen, {mutant.name for mutant in found}, results, Equivalents(EQUIVALENTS))
     summary.print()
     return 0 if summary.passed() else 1
 

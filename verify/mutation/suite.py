@@ -75,12 +75,19 @@ class Suite:
         lines = self.lines.get(mutant.file, {})
         if mutant.line in lines:
             return set(lines[mutant.line])
+        lines = self.lines.get(self.file_with_code(mutant.file), {})
         if lines:
             return set().union(*lines.values())
         return {test.name for test in self.usable()}
 
+    def file_with_code(self, file):
+        """The file itself. For a header without code, the source of the same class."""
+        source = file[:-len(".h")] + ".cpp"
+        return source if file.endswith(".h") and file not in self.lines and source in self.lines else file
+
     def specificity(self, file):
         """The share of each test's executed lines that lie in a file."""
+        file = self.file_with_code(file)
         inside, all_lines = collections.Counter(), collections.Counter()
         for other, lines in self.lines.items():
             for tests in lines.values():
