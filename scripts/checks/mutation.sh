@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Changes the product in one place at a time (an operator, a constant, a condition, a text, an omitted statement, a
 # lock, a notification) and runs the tests on each of these mutants until one fails. Fails if the tests notice fewer
-# than 93 % of the mutants that compile, or if verify/mutation/equivalent.txt gives no reason for a survivor.
+# than 95 % of the mutants that compile, or if verify/mutation/equivalent.txt gives no reason for a survivor.
 #
 #   scripts/checks/mutation.sh [--jobs N] [--only FILE]... [--sample N [--seed S]] [--again STATUS]... [--record]
 #                              [--report | --list]

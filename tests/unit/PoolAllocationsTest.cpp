@@ -1,5 +1,6 @@
 // The allocations of a task from submission to end. The end frees nothing under a lock that threads share.
 
+#include "QuenPlugins/ZelTaskPool/CLS_LoopSchedule.h"
 #include "tests/support/FailingMemory.h"
 #include "tests/support/PoolView.h"
 #include "tests/support/Waiting.h"
@@ -11,6 +12,7 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace
 {
@@ -116,5 +118,17 @@ TEST_F(PoolAllocationsTest, WorkerIsBoundAndUnboundWithoutFreeingUnderTheLock)
         EXPECT_EQ(1, m_iFrees) << "only the task record's memory, whose last reference the worker held";
         FailingMemory::WatchFrees({});
     }
+}
+
+TEST_F(PoolAllocationsTest, ScheduleOfLoopTasksIsRebuiltWithOneAllocation)
+{
+    // The texts are short enough to need no memory of their own.
+    const std::vector<std::string> vecTaskIds(50, "id");
+    CLS_LoopSchedule clsSchedule;
+    clsSchedule.NoteListChange();
+    const long iBefore = FailingMemory::GetAllocations();
+    clsSchedule.Refresh(vecTaskIds);
+    EXPECT_EQ(1, FailingMemory::GetAllocations() - iBefore);
+    EXPECT_EQ(vecTaskIds.size(), clsSchedule.GetEntries().size());
 }
 } // namespace

@@ -170,6 +170,34 @@ TEST_F(PoolRemovalTest, OwnersTasksAreStoppedAndUnregisteredOneAfterTheOtherInOr
     EXPECT_THAT(LogRecorder::Take(), IsEmpty());
 }
 
+TEST_F(PoolRemovalTest, TasksSubmittedDuringTheRemovalArePolledAsSlowlyAsTheOthers)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    std::vector<std::shared_ptr<CLS_Task>> vecTasks;
+    const auto funAddRunning = [&]
+    {
+        vecTasks.push_back(GetTask(AddTmpTasks(clsPool, &m_arrOwners[0], 1).front()));
+        vecTasks.back()->SetTaskStatus(TASK_STATUS_RUNNING);
+    };
+    funAddRunning();
+    std::vector<milliseconds> vecSleeps;
+    {
+        const CLS_FastSleep clsFast(
+            [&](const ST_Sleep& _stSleep)
+            {
+                vecSleeps.push_back(_stSleep.m_msAsked);
+                vecTasks.back()->SetTaskStatus(TASK_STATUS_IDLE);
+                if (vecTasks.size() == 1)
+                {
+                    funAddRunning();
+                }
+            });
+        clsPool.RemoveTmpTask(&m_arrOwners[0], "info");
+    }
+    EXPECT_THAT(vecSleeps, ElementsAre(STOP_POLL, STOP_POLL));
+    EXPECT_THAT(PoolView::GetRegistered(), IsEmpty());
+}
+
 TEST_F(PoolRemovalTest, NoTaskOfTheOwnerStartsWhileTheRemovalWaitsForItsFirst)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();

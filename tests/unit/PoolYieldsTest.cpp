@@ -52,6 +52,21 @@ TEST_F(PoolYieldsTest, DispatcherStopsYieldingOnceATaskIsQueued)
     EXPECT_EQ(2, clsYields.GetYields());
 }
 
+TEST_F(PoolYieldsTest, DispatcherDoesNotYieldOnceThePoolHasEnded)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    PoolView::GetRunFlag(clsPool) = false;
+    const CLS_WatchedYields clsYields;
+    clsPool.AddWaitingTasks(MakeTask([] {}));
+    PoolView::RunDispatchPass(clsPool);
+    {
+        const std::lock_guard<std::mutex> lock(PoolView::GetQueueLock(clsPool));
+        PoolView::PushOverflowId(clsPool, "id");
+    }
+    PoolView::RunDispatchPass(clsPool);
+    EXPECT_EQ(0, clsYields.GetYields());
+}
+
 TEST_F(PoolYieldsTest, DispatcherSaysWhetherMoreTasksOfTheBatchWait)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();

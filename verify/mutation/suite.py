@@ -58,6 +58,12 @@ def read_tests(build):
     return tests
 
 
+def class_files(file):
+    """The header and the source of the class that a file belongs to."""
+    stem = file.rpartition(".")[0]
+    return {stem + ".h", stem + ".cpp"}
+
+
 class Suite:
     """The tests and what was recorded about them."""
 
@@ -71,28 +77,21 @@ class Suite:
         return [test for test in self.tests.values() if test.name not in self.left_out]
 
     def covering(self, mutant):
-        """The tests that execute the mutant's line; if the line has no code, those that execute its file."""
+        """The tests that execute the mutant's line; if the line has no code, those that execute its class."""
         lines = self.lines.get(mutant.file, {})
         if mutant.line in lines:
             return set(lines[mutant.line])
-        lines = self.lines.get(self.file_with_code(mutant.file), {})
-        if lines:
-            return set().union(*lines.values())
-        return {test.name for test in self.usable()}
-
-    def file_with_code(self, file):
-        """The file itself. For a header without code, the source of the same class."""
-        source = file[:-len(".h")] + ".cpp"
-        return source if file.endswith(".h") and file not in self.lines and source in self.lines else file
+        tests = set().union(*(tests for file in class_files(mutant.file)
+                              for tests in self.lines.get(file, {}).values()))
+        return tests or {test.name for test in self.usable()}
 
     def specificity(self, file):
-        """The share of each test's executed lines that lie in a file."""
-        file = self.file_with_code(file)
+        """The share of each test's executed lines that lie in a file or its class."""
         inside, all_lines = collections.Counter(), collections.Counter()
         for other, lines in self.lines.items():
             for tests in lines.values():
                 all_lines.update(tests)
-                inside.update(tests if other == file else ())
+                inside.update(tests if other in class_files(file) else ())
         return {test: inside[test] / count for test, count in all_lines.items()}
 
     def limit(self, name):
