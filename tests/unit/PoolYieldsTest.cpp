@@ -77,6 +77,21 @@ TEST_F(PoolYieldsTest, DispatcherSaysWhetherMoreTasksOfTheBatchWait)
     }
 }
 
+TEST_F(PoolYieldsTest, NoTaskWaitsBehindTheLastOfABatchWithOverflow)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    clsPool.AddWaitingTasks(MakeTask([] {}));
+    const std::string strFirst = MakeTask([] {});
+    const std::string strSecond = MakeTask([] {});
+    {
+        const std::lock_guard<std::mutex> lock(PoolView::GetQueueLock(clsPool));
+        PoolView::PushOverflowId(clsPool, strFirst);
+        PoolView::PushOverflowId(clsPool, strSecond);
+    }
+    PoolView::RunDispatchPass(clsPool);
+    EXPECT_FALSE(PoolView::GetBatchHint(clsPool));
+}
+
 TEST_F(PoolYieldsTest, WorkerHasABacklogAfterARunWhileTasksWaitInTheBatchOrTheQueue)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
