@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <map>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -190,6 +191,19 @@ TEST_F(PoolBusyReportTest, HoldsNoLockWhileItIsWritten)
     PoolView::ReportBusy(*m_pPool, 1);
     LogRecorder::SetHook({});
     EXPECT_EQ(2, iRecords);
+}
+
+TEST_F(PoolBusyReportTest, CountsTheIdsThatDidNotFitTheQueue)
+{
+    QueueTask();
+    {
+        const std::lock_guard<std::mutex> lock(PoolView::GetQueueLock(*m_pPool));
+        PoolView::PushOverflowId(*m_pPool, "first");
+        PoolView::PushOverflowId(*m_pPool, "second");
+    }
+    PoolView::ReportBusy(*m_pPool, 3);
+    EXPECT_THAT(LogRecorder::Take(),
+                ElementsAre(IsReport("waiting task count [6] CurrentThreadCount [0] MaxThread [-1]")));
 }
 
 // Pins docs/limits.md, "A failed dispatcher pass drops its batch".
