@@ -1,5 +1,6 @@
 #include "tests/support/PoolView.h"
 #include "tests/support/RecordMatchers.h"
+#include "tests/support/ShutdownClaimView.h"
 #include "tests/support/ThrowingTextTask.h"
 #include "tests/support/WorkerView.h"
 #include "tests/unit/PoolFixture.h"
@@ -7,6 +8,7 @@
 #include <atomic>
 #include <chrono>
 #include <gmock/gmock.h>
+#include <thread>
 
 namespace
 {
@@ -227,6 +229,15 @@ TEST_F(PoolWatchdogTest, BoundTaskOfARetiredWorkerIsReportedAndLeftAlone)
     ASSERT_TRUE(pTask);
     EXPECT_TRUE(pTask->GetValid());
     EXPECT_EQ(TASK_STATUS_WAITING, pTask->GetTaskStatus());
+}
+
+TEST_F(PoolWatchdogTest, ThreadOfARetiredWorkerIsNoLongerThePools)
+{
+    CLS_QuenTaskPool& clsPool = MakeStillPool();
+    const std::thread::id idThread = MakeIdleThread(clsPool)->GetThreadId();
+    EXPECT_TRUE(ShutdownClaimView::IsOwnThread(&clsPool, idThread));
+    PoolView::RunWatchdogPass(clsPool);
+    EXPECT_FALSE(ShutdownClaimView::IsOwnThread(&clsPool, idThread));
 }
 
 TEST_F(PoolWatchdogTest, UnregisteredWorkerIsStillRetired)
