@@ -90,7 +90,7 @@ TEST_F(PoolRunTaskTest, RunDoesNotWaitForAnotherReaderOfTheBindings)
 
 TEST_F(PoolRunTaskTest, JobOfAnAbandonedWorkerDoesNotTouchThePool)
 {
-    // Its own thread has ended: an abandoned worker would delete itself.
+    // The worker's own thread ends first, because it would delete an abandoned worker.
     CLS_TaskThread clsWorker;
     clsWorker.Exit();
     CLS_RunGate& clsGate = clsWorker.GetRunGate();

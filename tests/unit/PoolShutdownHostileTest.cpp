@@ -229,7 +229,7 @@ TEST_F(PoolShutdownHostileTest, ReturnsWhenEveryWorkerHangs)
 {
     constexpr int WORKERS = 301;
     CLS_QuenTaskPool& clsPool = MakePool();
-    // Shared with the workers, which are left behind: nothing orders their last steps before the test's end.
+    // Shared with the workers, which are abandoned: nothing orders their last steps before the test's end.
     struct ST_Hanging
     {
         CLS_Counter m_clsStarted;

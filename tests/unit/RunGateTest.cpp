@@ -315,6 +315,7 @@ TEST(RunGateTest, CloseFindsTheJobOverOrAbandonsTheWorkerAtAnyStep)
         // With time to wait, Close always finds the job over.
         const auto tpLimit = steady_clock::now() + (i % 2 == 0 ? milliseconds(0) : WAIT_LIMIT);
         const bool bOver = clsGate.Close(tpLimit);
+        EXPECT_TRUE(bOver || i % 2 == 0);
         const std::string strState = RunGateView::DescribeState(clsGate);
         bClosed = true;
         thWorker.join();

@@ -104,7 +104,7 @@ TEST_F(WaitLimitsTest, ShutdownChecksAWorkerThatUsesThePoolTenTimesASecond)
             EXPECT_TRUE(clsMayLeave.Wait());
         });
     EXPECT_TRUE(clsInside.Wait());
-    // Whether the job counts as over or as abandoned is a matter of its last steps.
+    // The job's last steps decide whether it counts as over or as abandoned.
     std::thread thShutdown([&] { static_cast<void>(clsGate.Close(std::chrono::steady_clock::now())); });
     EXPECT_TRUE(ReachesLimit(clsWaits, milliseconds(100)));
     clsMayLeave.Open();

@@ -91,7 +91,7 @@ class Coverage:
 
 
 def read_listed(path):
-    """Counts each entry: those that are never covered, and those that chance covers. Exits if one has no reason."""
+    """Counts the entries: those that no run covers, and those that some runs cover. Exits if one has no reason."""
     listed, by_chance = collections.Counter(), collections.Counter()
     with open(path, encoding="utf-8") as file:
         for number, line in enumerate(file, 1):

@@ -59,7 +59,7 @@ def read_tests(build):
 
 
 def class_files(file):
-    """The header and the source of the class that a file belongs to."""
+    """The file, and the header or source of the same name."""
     stem = file.rpartition(".")[0]
     return {stem + ".h", stem + ".cpp"}
 
