@@ -152,6 +152,12 @@ TEST_F(SweepFoundationTest, CallBackRunsAndItsExceptionIsRecordedUnlessThereIsNo
 
 TEST_F(SweepFoundationTest, UtilitiesThrowAndWorkWhenTriedAgain)
 {
+    // GNU's texts need memory of their own from fewer characters on.
+#ifdef _LIBCPP_VERSION
+    constexpr int LEAST_POINTS_OF_MAP = 3;
+#else
+    constexpr int LEAST_POINTS_OF_MAP = 4;
+#endif
     const std::string strText = std::string(TEXT) + "," + TEXT;
     const VariantMap mapParam = MakeParam();
     Sweep("Util::SplitStdString", 4,
@@ -160,7 +166,7 @@ TEST_F(SweepFoundationTest, UtilitiesThrowAndWorkWhenTriedAgain)
               _clsPoint.FailAndThrow([&] { Util::SplitStdString(strText, ","); });
               EXPECT_THAT(Util::SplitStdString(strText, ","), ElementsAre(TEXT, TEXT));
           });
-    Sweep("Util::MapToString", 3,
+    Sweep("Util::MapToString", LEAST_POINTS_OF_MAP,
           [&](CLS_SweepPoint& _clsPoint)
           {
               _clsPoint.FailAndThrow([&] { Util::MapToString(mapParam); });
