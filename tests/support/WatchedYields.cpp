@@ -7,6 +7,16 @@
 namespace
 {
 thread_local CLS_WatchedYields* t_pWatch = nullptr;
+
+auto* FindYield()
+{
+    static auto* const s_pYield = GetNextFunction<decltype(sched_yield)>("sched_yield");
+    return s_pYield;
+}
+
+// LeakSanitizer yields at the end of the process, while it keeps the allocator locked. The search allocates
+// memory, so it must be over by then.
+[[maybe_unused]] auto* const g_pYieldFoundEarly = FindYield();
 } // namespace
 
 CLS_WatchedYields::CLS_WatchedYields(const std::function<void()>& _funHook) : m_funHook(_funHook)
@@ -35,6 +45,5 @@ extern "C" int sched_yield() ZEL_TEST_NOEXCEPT
     {
         t_pWatch->Note();
     }
-    static auto* const s_pYield = GetNextFunction<decltype(sched_yield)>("sched_yield");
-    return s_pYield();
+    return FindYield()();
 }
