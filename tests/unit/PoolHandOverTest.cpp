@@ -4,6 +4,7 @@
 #include "tests/support/RecordMatchers.h"
 #include "tests/unit/PoolFixture.h"
 
+#include <chrono>
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -377,11 +378,12 @@ TEST_F(PoolHandOverTest, HostsChangeIsSeenAlthoughTheLibraryChangesTheRegistryNe
     }
 }
 
-TEST_F(PoolHandOverTest, TrustedTaskIsFoundWhileTheLibraryChangesTheRegistry)
+/// Looks a task up by its kept reference while the library deletes another one. Whether it was found
+/// before the deletion ended. Gives the reader _msTime until then.
+bool IsFoundDuringADeletion(const std::shared_ptr<CLS_Task>& _pTask, const std::string& _strTaskId,
+                            std::chrono::milliseconds _msTime)
 {
-    const std::string strTrusted = MakePoolTask();
-    const std::shared_ptr<CLS_Task> pTask = CopyFromMap(strTrusted);
-    std::shared_ptr<CLS_Task> pFound;
+    bool bFoundBefore = false;
     CLS_Gate clsFound;
     std::thread thReader;
     // The deletion destroys the captured objects while it holds the registry's lock.
@@ -390,16 +392,29 @@ TEST_F(PoolHandOverTest, TrustedTaskIsFoundWhileTheLibraryChangesTheRegistry)
         thReader = std::thread(
             [&]
             {
-                pFound = CLS_Task::FindTask(pTask, strTrusted);
+                EXPECT_EQ(_pTask, CLS_Task::FindTask(_pTask, _strTaskId));
                 clsFound.Open();
             });
-        EXPECT_TRUE(clsFound.Wait());
+        bFoundBefore = clsFound.Wait(_msTime);
     };
     const std::string strDeleted =
         CLS_Task::CreateTask([pHook = MakeEndHook(funLookUp)] {}, -1, "call")->GetId();
     CLS_Task::DeleteTask(strDeleted);
     thReader.join();
-    EXPECT_EQ(pTask, pFound);
+    return bFoundBefore;
+}
+
+TEST_F(PoolHandOverTest, TrustedTaskIsFoundWhileTheLibraryChangesTheRegistry)
+{
+    const std::string strTrusted = MakePoolTask();
+    EXPECT_TRUE(IsFoundDuringADeletion(CopyFromMap(strTrusted), strTrusted, WAIT_LIMIT));
+}
+
+TEST_F(PoolHandOverTest, OtherTaskIsFoundOnceTheLibraryHasChangedTheRegistry)
+{
+    const std::string strHanded = MakePoolTask();
+    const std::shared_ptr<CLS_Task> pTask = CLS_Task::GetTask(strHanded).lock();
+    EXPECT_FALSE(IsFoundDuringADeletion(pTask, strHanded, std::chrono::milliseconds(100)));
 }
 
 TEST_F(PoolHandOverTest, TaskThatAHostTookOutAndPutBackRuns)
