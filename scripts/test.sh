@@ -28,5 +28,5 @@ log=build/$preset/Testing/Temporary/LastTest.log
 cmake --preset "$preset"
 cmake --build --preset "$preset" -j "$cores"
 rm -f "$log"
-ctest --preset "$preset" --no-tests=error -j "$cores" "$@"
+ctest --preset "$preset" --no-tests=error -j "$tests_at_once" "$@"
 [ ! -e "$log" ] || record_figure "Tests, $preset" "$(grep -ac '^Test Passed\.' "$log" || true) passed"

@@ -2,6 +2,7 @@
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 cores=$(getconf _NPROCESSORS_ONLN)
+tests_at_once=$((2 * cores)) # most tests wait most of the time
 figures=$root/build/figures.txt
 
 script=$(cd "$(dirname "$0")" && pwd)/${0##*/}

@@ -22,7 +22,7 @@ uncounted='^(slow|stress|soak)$'
 run_tests()
 {
     rm -f "$log"
-    ctest --preset coverage --no-tests=error -j "$cores" "$@" | grep -av '^ *Start \|   Passed  '
+    ctest --preset coverage --no-tests=error -j "$tests_at_once" "$@" | grep -av '^ *Start \|   Passed  '
     passed=$((passed + $(grep -ac '^Test Passed\.' "$log" || true)))
 }
 

@@ -25,7 +25,7 @@ failed=0
 ctest --preset macos-cross --no-tests=error -L '^(file|compiler)$' || failed=1
 results=$PWD/build/macos-cross/results.xml
 rm -f "$results"
-ctest --preset macos-cross --no-tests=error -j "$cores" -LE '^(file|compiler)$' --output-junit "$results" "$@" ||
+ctest --preset macos-cross --no-tests=error -j "$tests_at_once" -LE '^(file|compiler)$' --output-junit "$results" "$@" ||
     failed=1
 if [ -e "$results" ]; then # ctest writes none if it refuses an argument
     report=build/macos-cross/report.txt
