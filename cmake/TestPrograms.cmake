@@ -155,8 +155,9 @@ function(zel_hook_records NAME)
   endif()
   get_target_property(LIBRARIES ${NAME} LINK_LIBRARIES)
   list(REMOVE_ITEM LIBRARIES zel_taskpool_objects quen_include)
+  # A precompiled header works only as the first one that is included.
   set_target_properties(${NAME} PROPERTIES
-    LINK_LIBRARIES "zel_hooked_objects;zel_unhooked_objects;${LIBRARIES}")
+    LINK_LIBRARIES "zel_hooked_objects;zel_unhooked_objects;${LIBRARIES}" DISABLE_PRECOMPILE_HEADERS ON)
   target_compile_options(${NAME} PRIVATE "${HOOK}")
 endfunction()
 
