@@ -58,10 +58,12 @@ def read_tests(build):
     return tests
 
 
-def class_files(file):
-    """The file, and the header or source of the same name."""
-    stem = file.rpartition(".")[0]
-    return {stem + ".h", stem + ".cpp"}
+def class_files(file, files):
+    """A source with its header, or a header with its sources: their names begin with its own."""
+    def header(other):
+        headers = (each for each in files if each.endswith(".h") and other.startswith(each[:-len(".h")]))
+        return max(headers, key=len, default=None)
+    return {file, header(file)} if file.endswith(".cpp") else {other for other in files if header(other) == file}
 
 
 class Suite:
@@ -81,17 +83,18 @@ class Suite:
         lines = self.lines.get(mutant.file, {})
         if mutant.line in lines:
             return set(lines[mutant.line])
-        tests = set().union(*(tests for file in class_files(mutant.file)
+        tests = set().union(*(tests for file in class_files(mutant.file, {*self.lines, mutant.file})
                               for tests in self.lines.get(file, {}).values()))
         return tests or {test.name for test in self.usable()}
 
     def specificity(self, file):
         """The share of each test's executed lines that lie in a file or its class."""
+        own = class_files(file, {*self.lines, file})
         inside, all_lines = collections.Counter(), collections.Counter()
         for other, lines in self.lines.items():
             for tests in lines.values():
                 all_lines.update(tests)
-                inside.update(tests if other in class_files(file) else ())
+                inside.update(tests if other in own else ())
         return {test: inside[test] / count for test, count in all_lines.items()}
 
     def limit(self, name):
