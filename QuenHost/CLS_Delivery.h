@@ -39,7 +39,7 @@ public:
     /// Fails: with what copying the callable throws, and std::bad_alloc. Then nothing was posted.
     ///
     /// Owns: the callable. It is destroyed on the host's thread when its call has ended. If it is never
-    /// called, it is destroyed on the thread of the removal.
+    /// called, it is destroyed on the thread of the removal, or on the thread that drops it.
     template <typename T_Callable>
     bool Post(T_Callable&& _funDeliver, const std::string& _strCallInfo) const
     {

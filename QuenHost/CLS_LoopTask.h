@@ -90,7 +90,7 @@ public:
     /// Removes the task without waiting.
     ///
     /// A worker destroys the callable, or the run in progress does so when it ends. _pKept must keep alive
-    /// all that the task uses. It is released on the same thread.
+    /// all that the task uses. The worker or the run releases it, whichever holds it last.
     ///
     /// Waits: for no task; a few steps for a lock.
     ///

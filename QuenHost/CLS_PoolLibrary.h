@@ -62,7 +62,8 @@ public:
         return clsLibrary;
     }
 
-    /// The number of the pool's workers; empty if the library does not export it.
+    /// The number of the pool's workers. Empty if the library does not export it, and after OpenLinked or a
+    /// move.
     ///
     /// Do not call it after the end of the pool.
     ///

@@ -80,7 +80,10 @@ public:
         }
     }
 
-    /// Ends the pool and closes the library, once. The library stays loaded while a run outlasts the end.
+    /// Ends the pool and closes the library, once. If a run outlasts the end, the library stays loaded for
+    /// good.
+    ///
+    /// Waits: as End.
     void Unload() noexcept
     {
         End();

@@ -39,7 +39,7 @@ public:
     {
     }
 
-    /// The same with options, or with neither.
+    /// The same with options, or with neither options nor a failure handler.
     CLS_TaskOwner(const CLS_PoolScope& _clsPool, std::string _strName, ST_OwnerOptions _stOptions = {})
         : m_pHub(CLS_PoolScope::FindHub(_clsPool, _strName)),
           m_pGroup(std::make_shared<CLS_TaskGroup>(std::move(_strName), std::move(_stOptions.m_funOnFailure),

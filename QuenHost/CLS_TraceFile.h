@@ -116,7 +116,7 @@ public:
     }
 
 #ifdef __cpp_exceptions
-    /// Does the same, but throws CLS_TraceError with the reason.
+    /// Creates the file as the other Create does, but throws CLS_TraceError with the reason.
     static std::shared_ptr<CLS_TraceFile> Create(const std::filesystem::path& _path,
                                                  const std::string& _strProcess)
     {
@@ -125,7 +125,7 @@ public:
         return pTrace ? pTrace : throw CLS_TraceError(strError);
     }
 
-    /// Does the same, but throws CLS_TraceError with the reason.
+    /// Closes the file as TryClose does, but throws CLS_TraceError with the reason.
     void Close()
     {
         if (const std::optional<std::string> strError = TryClose())

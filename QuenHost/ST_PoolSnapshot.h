@@ -12,11 +12,12 @@
 /// Counts since the start of a scope, or of an owner. One-shot tasks include result tasks.
 struct ST_PoolCounters
 {
-    std::uint64_t m_uiSubmitted = 0;             ///< one-shot tasks that were taken
-    std::uint64_t m_uiRun = 0;                   ///< one-shot tasks whose run has ended
-    std::uint64_t m_uiCancelled = 0;             ///< one-shot tasks that were removed before they ran
-    std::uint64_t m_uiLoopRuns = 0;              ///< runs of loop tasks that have ended
-    std::uint64_t m_uiFailed = 0;                ///< runs that threw, including those of result tasks
+    std::uint64_t m_uiSubmitted = 0; ///< one-shot tasks that were taken
+    std::uint64_t m_uiRun = 0;       ///< one-shot tasks whose run has ended
+    std::uint64_t m_uiCancelled = 0; ///< one-shot tasks that were removed before they ran
+    std::uint64_t m_uiLoopRuns = 0;  ///< runs of loop tasks that have ended
+    /// Runs and deliveries that threw, those of result tasks included, and deliveries that were never made.
+    std::uint64_t m_uiFailed = 0;
     std::chrono::nanoseconds m_nsLongestWait{0}; ///< of a one-shot task, from its submission to its start
 };
 
@@ -43,11 +44,11 @@ struct ST_LoopInfo
 /// What the pool is doing for a scope at one moment. See CLS_PoolScope::TakeSnapshot.
 struct ST_PoolSnapshot
 {
-    int m_iBusyWorkers = 0;            ///< workers of the pool that run tasks of the scope
-    int m_iIdleWorkers = 0;            ///< workers that wait for one-shot tasks of the scope
-    int m_iStartingWorkers = 0;        ///< workers that were requested and have not started yet
-    std::optional<int> m_iPoolWorkers; ///< all workers of the pool; empty if the library does not export it
-    std::size_t m_uiQueued = 0;        ///< one-shot tasks that wait
+    int m_iBusyWorkers = 0;                       ///< workers of the pool that run tasks of the scope
+    int m_iIdleWorkers = 0;                       ///< workers that wait for one-shot tasks of the scope
+    int m_iStartingWorkers = 0;                   ///< workers that were requested and have not started yet
+    std::optional<int> m_iPoolWorkers;            ///< as CLS_PoolLibrary::GetWorkers
+    std::size_t m_uiQueued = 0;                   ///< one-shot tasks that wait
     std::chrono::nanoseconds m_nsOldestQueued{0}; ///< the age of the oldest of them; 0 for none
     std::vector<ST_RunInfo> m_vecRuns;            ///< the longest first
     std::vector<ST_LoopInfo> m_vecLoops;          ///< in the order of creation

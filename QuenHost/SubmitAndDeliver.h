@@ -30,7 +30,7 @@
 /// Owns: the callables.
 /// - _funWork is destroyed on the worker before the result is posted.
 /// - _funDeliver and the result are destroyed on the host's thread when the call has ended. If there is no
-///   call, they are destroyed on the thread of the removal.
+///   call, they are destroyed on the thread of the removal, or on the thread that drops them.
 template <typename T_Work, typename T_Deliver>
 [[nodiscard]] bool SubmitAndDeliver(const CLS_TaskOwner& _clsOwner, const CLS_HostThread& _clsHost,
                                     T_Work&& _funWork, T_Deliver&& _funDeliver,

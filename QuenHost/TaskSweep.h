@@ -46,8 +46,8 @@ inline bool IsFinished(const TaskReference& _pTask)
            _pTask->GetTaskStatus() == TASK_STATUS_IDLE;
 }
 
-/// Whether the task belongs to a pool that has ended. Call it without a pool. Then it is true for every task
-/// that does not run.
+/// Whether a task of an ended pool can be deleted: only the registry refers to it, and it does not run. Call
+/// it only while there is no pool.
 inline bool IsLeftBehind(const TaskReference& _pTask)
 {
     return IsUnheld(_pTask) && _pTask->GetTaskStatus() != TASK_STATUS_RUNNING;
@@ -56,8 +56,8 @@ inline bool IsLeftBehind(const TaskReference& _pTask)
 /// The ids of the registered tasks for which _funWanted holds.
 ///
 /// Waits: for the registry's lock, shared. Creations of tasks wait during the call.
-template <typename Wanted>
-std::vector<std::string> CollectIds(Wanted _funWanted)
+template <typename T_Wanted>
+std::vector<std::string> CollectIds(T_Wanted _funWanted)
 {
     std::vector<std::string> vecTaskIds;
     const std::shared_lock<std::shared_mutex> lock(CLS_Task::m_smTaskDataLock);

@@ -101,9 +101,9 @@ public:
 
     /// Calls the callback with this key; if the key is empty, calls all callbacks in key order.
     ///
-    /// An unknown key causes a log record and is called as an empty callback. Kept on purpose: this leaves an
-    /// empty entry behind, made under the shared lock. So callers that share the object between threads must
-    /// pass only known keys.
+    /// An unknown key causes a log record and counts as an empty callback. Calling that fails, which causes a
+    /// second log record. Kept on purpose: this leaves an empty entry behind, made under the shared lock. So
+    /// callers that share the object between threads must pass only known keys.
     ///
     /// Waits: for the callback lock, shared, which it holds as long as the callbacks run.
     /// Fails: an exception from a callback becomes a log record.

@@ -125,8 +125,8 @@ CLS_LogBinding::PrintLogFun CLS_LogBinding::BindIfFree()
     return Bind("");
 }
 
-/// Binds and chooses the thread that hands over under one lock. From then on, no other thread keeps a record
-/// because the library is not open.
+/// Binds and chooses the thread that hands over under one lock. After a successful opening, no other thread
+/// keeps a log record because the library is closed.
 CLS_LogBinding::PrintLogFun CLS_LogBinding::Bind(const std::string& _strDirectory)
 {
     Functions mapFuns = m_funOpen(_strDirectory);

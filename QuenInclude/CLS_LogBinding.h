@@ -81,7 +81,8 @@ public:
 
     /// Hands a log record to "PrintLog", or keeps it, or drops it.
     ///
-    /// Opens the library unless that has happened, or another thread is doing it.
+    /// Opens the library if it is not open, unless another thread is doing so. After a failed opening, the
+    /// next log record tries again.
     ///
     /// Fails: an exception from the opener or from "PrintLog" ends the process.
     void Emit(const ST_LogRecord& _stRecord) noexcept;

@@ -20,7 +20,7 @@ TITLES = {
     "W9": "1,000 tasks a second that block for 5 ms and compute for 50 µs: from submission to start",
     "W10": "Submissions accepted from several threads",
     "W11": "A submission and its run when many tasks have finished",
-    "W12": "CPU time of an empty task beside many finished ones",
+    "W12": "CPU time of an empty task alongside many finished ones",
 }
 
 # The title of each value in tables, and whether more is better. A value whose name ends in _us or _ms is a time.

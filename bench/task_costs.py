@@ -19,7 +19,7 @@ PLACE_NOTES = {
     "dispatch": "the dispatcher: it takes the queue, finds a worker and hands over",
     "run": "the task's own run",
     "bookkeeping": "what a worker does before and after the run",
-    "worker waits": "a worker without work gives way, sleeps and wakes up",
+    "worker waits": "a worker without work yields, sleeps and wakes up",
     "other": "the benchmark itself, start and end of the pool, polls",
 }
 
@@ -42,7 +42,7 @@ KINDS = {
     ),
     "locks": r"pthread_(mutex|rwlock)_|__lll_(un)?lock",
     "sleeping and waking": r"pthread_cond_|condition_variable|nanosleep",
-    "giving way": r"sched_yield",
+    "yielding": r"sched_yield",
 }
 KIND_NAMES = (ID, *KINDS, PAGE_FAULTS, OTHER_KERNEL, REST)
 

@@ -15,7 +15,7 @@ struct ST_Link
 /// Threads: not thread-safe; its user guards it.
 ///
 /// Owns: nothing. An item leaves the chain before it is destroyed.
-template <typename T_Item, ST_Link<T_Item> T_Item::*T_LINK>
+template <typename T_Item, ST_Link<T_Item> T_Item::*LINK>
 class CLS_Chain
 {
 public:
@@ -30,10 +30,10 @@ public:
     T_Item* GetLast() const { return m_pLast; }
 
     /// The item after this one; null for none.
-    static T_Item* GetNext(const T_Item& _clsItem) { return (_clsItem.*T_LINK).m_pNext; }
+    static T_Item* GetNext(const T_Item& _clsItem) { return (_clsItem.*LINK).m_pNext; }
 
     /// The item before this one; null for none.
-    static T_Item* GetPrevious(const T_Item& _clsItem) { return (_clsItem.*T_LINK).m_pPrevious; }
+    static T_Item* GetPrevious(const T_Item& _clsItem) { return (_clsItem.*LINK).m_pPrevious; }
 
     bool IsEmpty() const { return m_pFirst == nullptr; }
 
@@ -42,10 +42,10 @@ public:
     /// Adds an item that is not in this chain, at the end.
     void Append(T_Item& _clsItem)
     {
-        ST_Link<T_Item>& stLink = _clsItem.*T_LINK;
+        ST_Link<T_Item>& stLink = _clsItem.*LINK;
         stLink.m_pPrevious = m_pLast;
         stLink.m_pNext = nullptr;
-        (m_pLast != nullptr ? (m_pLast->*T_LINK).m_pNext : m_pFirst) = &_clsItem;
+        (m_pLast != nullptr ? (m_pLast->*LINK).m_pNext : m_pFirst) = &_clsItem;
         m_pLast = &_clsItem;
         ++m_uiSize;
     }
@@ -53,9 +53,9 @@ public:
     /// Takes an item of this chain out.
     void Remove(T_Item& _clsItem)
     {
-        ST_Link<T_Item>& stLink = _clsItem.*T_LINK;
-        (stLink.m_pPrevious != nullptr ? (stLink.m_pPrevious->*T_LINK).m_pNext : m_pFirst) = stLink.m_pNext;
-        (stLink.m_pNext != nullptr ? (stLink.m_pNext->*T_LINK).m_pPrevious : m_pLast) = stLink.m_pPrevious;
+        ST_Link<T_Item>& stLink = _clsItem.*LINK;
+        (stLink.m_pPrevious != nullptr ? (stLink.m_pPrevious->*LINK).m_pNext : m_pFirst) = stLink.m_pNext;
+        (stLink.m_pNext != nullptr ? (stLink.m_pNext->*LINK).m_pPrevious : m_pLast) = stLink.m_pPrevious;
         stLink = {};
         --m_uiSize;
     }
@@ -67,8 +67,8 @@ public:
         if (pItem != nullptr)
         {
             m_pFirst = GetNext(*pItem);
-            (m_pFirst != nullptr ? (m_pFirst->*T_LINK).m_pPrevious : m_pLast) = nullptr;
-            pItem->*T_LINK = {};
+            (m_pFirst != nullptr ? (m_pFirst->*LINK).m_pPrevious : m_pLast) = nullptr;
+            pItem->*LINK = {};
             --m_uiSize;
         }
         return pItem;

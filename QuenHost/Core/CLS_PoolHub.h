@@ -67,8 +67,10 @@ public:
 
     void OpenGroup(CLS_TaskGroup& _clsGroup);
 
-    /// Takes over a task of a group. False, with the task destroyed, if nothing is taken now, or if there is
-    /// no worker. But a task with a stop request continues earlier work, and waits for a worker.
+    /// Takes over a task of a group.
+    ///
+    /// Returns false, and destroys the task, if nothing is taken now or there is no worker. A task that
+    /// carries the stop token of earlier work (m_pStop) waits for a worker instead.
     ///
     /// Fails: with std::bad_alloc. Then the caller still has the task.
     bool Submit(std::unique_ptr<CLS_QueuedTask>&& _pTask);
@@ -160,7 +162,7 @@ private:
     // Records.
     bool AddRecord(ST_PoolRecord& _stRecord, const std::function<void()>& _funTask, int _iInterval,
                    const std::string& _strCallInfo) const;
-    void LeaveInside();
+    void LeavePool();
     void EnterRecord(const std::shared_ptr<ST_PoolRecord>& _pRecord);
     void FinishRecord(const std::shared_ptr<ST_PoolRecord>& _pRecord);
     void SweepRecords(Lock& _lock);
@@ -191,7 +193,7 @@ private:
     bool WaitForRuns(Lock& _lock, CLS_TaskGroup& _clsGroup, std::chrono::milliseconds _msLimit);
     static bool IsDestroyer(const CLS_TaskGroup& _clsGroup);
     static int MarkOwnRuns(CLS_TaskGroup& _clsGroup, int _iChange);
-    static bool IsOfInterest(const ST_Run& _stRun, bool _bByRun);
+    static bool CountsForRemoval(const ST_Run& _stRun, bool _bByRun);
     static void HandOver(CLS_TaskGroup& _clsGroup, const std::shared_ptr<ST_Leftover>& _pLeftover);
     void GiveUp(Lock& _lock, CLS_TaskGroup& _clsGroup, bool _bByRun);
 

@@ -81,7 +81,7 @@ public:
     CLS_Chain<CLS_QueuedTask, &CLS_QueuedTask::m_stGroupLink> m_chnPosted;  ///< to the host's thread
     CLS_Chain<ST_Run, &ST_Run::m_stGroupLink> m_chnRuns;
     CLS_Chain<ST_Destroyer, &ST_Destroyer::m_stLink> m_chnDestroyers;
-    std::condition_variable m_cvRuns; ///< notified when a removal may have one run or destroyer less to await
+    std::condition_variable m_cvRuns; ///< notified when a removal may have less to wait for
     int m_iRemovals = 0;              ///< removals in progress: no task is taken
     int m_iReports = 0;               ///< removals that are reporting runs without the lock
     bool m_bClosed = false;           ///< the owner has ended: no task is taken

@@ -23,7 +23,7 @@ inline bool CLS_PoolHub::AddLoop(const std::shared_ptr<CLS_LoopCore>& _pLoop)
     };
     PoolCall::Catch(funAdd);
     lock.lock();
-    LeaveInside();
+    LeavePool();
     if (!bAdded)
     {
         CloseLoop(*_pLoop);

@@ -13,7 +13,7 @@ inline bool CLS_PoolHub::AddRecord(ST_PoolRecord& _stRecord, const std::function
 }
 
 /// Notes that the calling thread no longer calls the pool.
-inline void CLS_PoolHub::LeaveInside()
+inline void CLS_PoolHub::LeavePool()
 {
     --m_iInside;
     if (m_bEnded)
@@ -30,7 +30,7 @@ inline void CLS_PoolHub::EnterRecord(const std::shared_ptr<ST_PoolRecord>& _pRec
     m_lstLive.splice(m_lstLive.end(), _pRecord->m_lstPlace);
 }
 
-/// Lists the record of a task that is about to end for removal. Allocates nothing.
+/// Lists the record of a task that is about to end, so that it is removed. Allocates nothing.
 inline void CLS_PoolHub::FinishRecord(const std::shared_ptr<ST_PoolRecord>& _pRecord)
 {
     if (!_pRecord->m_bEntered)

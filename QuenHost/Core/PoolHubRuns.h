@@ -67,8 +67,9 @@ inline void CLS_PoolHub::Report(const CLS_TaskGroup& _clsGroup, n_FailureKind _e
     }
 }
 
-/// Whether a removal waits for the run. Removals in runs of the same group do not wait for each other's runs.
-inline bool CLS_PoolHub::IsOfInterest(const ST_Run& _stRun, bool _bByRun)
+/// Whether the run must end for a removal to report success. Removals in runs of the same group do not wait
+/// for each other's runs.
+inline bool CLS_PoolHub::CountsForRemoval(const ST_Run& _stRun, bool _bByRun)
 {
     return !_stRun.m_bHandedOver && !(_bByRun && _stRun.m_iRemoving > 0);
 }
@@ -102,9 +103,9 @@ inline bool CLS_PoolHub::WaitForRuns(Lock& _lock, CLS_TaskGroup& _clsGroup,
         for (const ST_Run* pRun = _clsGroup.m_chnRuns.GetFirst(); pRun != nullptr;
              pRun = CLS_Chain<ST_Run, &ST_Run::m_stGroupLink>::GetNext(*pRun))
         {
-            const bool bOfInterest = IsOfInterest(*pRun, bByRun);
-            bAllOver &= !bOfInterest;
-            bWait |= bOfInterest && !pRun->m_bGivenUp;
+            const bool bCounts = CountsForRemoval(*pRun, bByRun);
+            bAllOver &= !bCounts;
+            bWait |= bCounts && !pRun->m_bGivenUp;
         }
         return !bWait;
     };
@@ -124,7 +125,7 @@ inline void CLS_PoolHub::GiveUp(Lock& _lock, CLS_TaskGroup& _clsGroup, bool _bBy
     for (ST_Run* pRun = _clsGroup.m_chnRuns.GetFirst(); pRun != nullptr;
          pRun = CLS_Chain<ST_Run, &ST_Run::m_stGroupLink>::GetNext(*pRun))
     {
-        if (IsOfInterest(*pRun, _bByRun) && !std::exchange(pRun->m_bGivenUp, true))
+        if (CountsForRemoval(*pRun, _bByRun) && !std::exchange(pRun->m_bGivenUp, true))
         {
             bUnnamed |=
                 PoolCall::Catch([&] { vecCallInfos.push_back(pRun->m_clsTask.m_strCallInfo); }) != nullptr;

@@ -34,7 +34,7 @@ inline bool CLS_PoolHub::SubmitAfter(std::unique_ptr<CLS_QueuedTask> _pTask,
 
 // Without memory for a timer, the heartbeat queues the tasks that are due.
 
-/// Sets the timer to the first task that is due. May release the lock briefly.
+/// Sets the timer for the delayed task that is due first. May release the lock briefly.
 inline void CLS_PoolHub::EnsureTimer(Lock& _lock)
 {
     if (m_bEnded || m_mapDelayed.empty())
@@ -73,7 +73,7 @@ inline void CLS_PoolHub::StartTimer(Lock& _lock, Clock::time_point _tpDue)
     };
     PoolCall::Catch(funAdd);
     _lock.lock();
-    LeaveInside();
+    LeavePool();
     if (!pAdded)
     {
         return;
@@ -108,5 +108,5 @@ inline void CLS_PoolHub::Tick(const std::shared_ptr<ST_PoolRecord>& _pTimer)
     }
     BringCarrier(lock);
     SweepRecords(lock);
-    LeaveInside();
+    LeavePool();
 }

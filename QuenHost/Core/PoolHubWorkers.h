@@ -49,7 +49,7 @@ inline bool CLS_PoolHub::StartCarrier(Lock& _lock)
     };
     PoolCall::Catch(funAdd);
     _lock.lock();
-    LeaveInside();
+    LeavePool();
     if (!bAdded && uiEpoch == m_uiEpoch)
     {
         --m_iCarriers;
@@ -91,7 +91,7 @@ inline bool CLS_PoolHub::EnsureHeartbeat(Lock& _lock)
     };
     PoolCall::Catch(funAdd);
     _lock.lock();
-    LeaveInside();
+    LeavePool();
     if (pAdded && m_pHeartbeat)
     {
         FinishRecord(pAdded); // another thread was faster
@@ -133,7 +133,7 @@ inline void CLS_PoolHub::Carry(const std::shared_ptr<ST_PoolRecord>& _pRecord)
     --m_iCarriers;
     SweepRecords(lock);
     FinishRecord(_pRecord);
-    LeaveInside();
+    LeavePool();
 }
 
 /// Counts a carrier that has begun its run.
@@ -179,7 +179,7 @@ inline void CLS_PoolHub::RunFirst(Lock& _lock, ST_PoolRecord& _stRecord, const S
     BeginRun(stRun);
     BringCarrier(_lock);
     _stRecord.m_bBusy = true;
-    LeaveInside();
+    LeavePool();
     _lock.unlock();
 
     Execute(*pTask, stRun, "run", DescribeFlow(pTask->m_uiNumber, "in"));
@@ -208,7 +208,7 @@ inline void CLS_PoolHub::DestroyLeftover(Lock& _lock)
     Leftovers lstFirst;
     lstFirst.splice(lstFirst.end(), m_lstLeftover, m_lstLeftover.begin());
     BringCarrier(_lock);
-    LeaveInside();
+    LeavePool();
     _lock.unlock();
     lstFirst.front()->m_clsRemoved.reset();
     lstFirst.front()->m_pLoopCallable.reset();
@@ -231,7 +231,7 @@ inline void CLS_PoolHub::Beat()
     WriteOffLostCarriers();
     WriteOffLostTimer();
     BringCarrier(lock);
-    LeaveInside();
+    LeavePool();
 }
 
 // The pool starts its tasks in order, and has just started the heartbeat. So a carrier that was added earlier

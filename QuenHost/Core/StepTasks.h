@@ -21,7 +21,7 @@
 /// Each step is a task that owns the sink of its result. The sink owns the steps after it. So a cancelled
 /// task cancels all steps after it.
 
-/// The type in which a result is passed on. It stands for void as ST_Nothing.
+/// The type in which a result is passed on. ST_Nothing stands for void.
 template <typename T_Result>
 using StepValue = std::conditional_t<std::is_void_v<T_Result>, HostCall::ST_Nothing, std::decay_t<T_Result>>;
 

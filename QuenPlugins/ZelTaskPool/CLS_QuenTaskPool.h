@@ -86,8 +86,8 @@ public:
     /// - memory or another resource runs out. If the task was queued before that, it still runs, but without
     ///   an owner.
     ///
-    /// Owns: the pool keeps the task record and the captured objects until the process ends. A removal of the
-    /// owner's tasks before the run destroys them earlier.
+    /// Owns: the registry keeps the task record and the captured objects until the process ends, even after
+    /// the pool. A removal of the owner's tasks before the run destroys them earlier.
     ZEL_TASKPOOL_EXPORT bool AddTmpTask(const std::function<void()>& _funTask, void* _pObj,
                                         const std::string& _strCallInfo);
 
@@ -155,7 +155,9 @@ public:
     ///
     /// This object is gone afterwards. During another shutdown, a call behaves as UnInit does.
     ///
-    /// Threads: as UnInit. On a service thread, where UnInit fails, the instance survives.
+    /// Threads: as UnInit. On a thread of the pool, the instance survives a failed UnInit. On a service
+    /// thread, UnInit always fails.
+    ///
     /// Waits: as UnInit; about 9 seconds more when that fails.
     ZEL_TASKPOOL_EXPORT void KillTaskAll();
 

@@ -92,8 +92,8 @@ std::shared_ptr<CLS_Task> CLS_QuenTaskPool::MakeTask(const std::function<void()>
                                                      const std::string& _strCallInfo, std::string& _strTaskId)
 {
     // Copying the callable calls the host, which may shut the pool down. Nothing may be queued on a pool that
-    // is gone, and no member may be touched before this is known. A pool that a racing first call built
-    // beside the instance takes tasks, too.
+    // is gone, and no member may be touched before this is known. A second pool that a racing first
+    // call built takes tasks, too.
     const bool bInstance = LoadInstance() == this;
     std::shared_ptr<CLS_Task> pTask =
         CLS_Task::CreatePoolTask(_funTask, _iInterval, _strCallInfo, _strTaskId);

@@ -8,7 +8,7 @@ CLS_ShutdownClaim::ST_Pools& CLS_ShutdownClaim::GetPools()
     return s_stPools;
 }
 
-bool CLS_ShutdownClaim::ST_Life::IsOwnThread(std::thread::id _idThread) const
+bool CLS_ShutdownClaim::ST_Life::MustNotWait(std::thread::id _idThread) const
 {
     return _idThread == m_idClaimant || m_setThreads.count(_idThread) > 0;
 }
@@ -26,7 +26,7 @@ CLS_ShutdownClaim::CLS_ShutdownClaim(const CLS_QuenTaskPool* _pPool)
     const std::shared_ptr<ST_Life> pLife = itPool->second;
     while (pLife->m_bClaimed)
     {
-        if (pLife->IsOwnThread(idSelf) || std::chrono::steady_clock::now() >= pLife->m_tpStepLimit)
+        if (pLife->MustNotWait(idSelf) || std::chrono::steady_clock::now() >= pLife->m_tpStepLimit)
         {
             return;
         }

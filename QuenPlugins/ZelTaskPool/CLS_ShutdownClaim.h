@@ -84,7 +84,7 @@ private:
         std::set<std::thread::id> m_setThreads; ///< the pool's own threads
 
         /// Whether the thread must not wait for the shutdown, which may be waiting for it.
-        bool IsOwnThread(std::thread::id _idThread) const;
+        bool MustNotWait(std::thread::id _idThread) const;
     };
 
     /// The pools of the process.

@@ -158,9 +158,9 @@ public:
 
     /// Takes the callable out of the task, which runs nothing from then on.
     ///
-    /// Call it only after Stop has returned true, and only if no other thread has held a reference since
-    /// then. The reason: a task that was queued while it ran may still run. No later run reads the callable,
-    /// unless the task is made valid again. For the pool only: not exported.
+    /// Call it only after Stop has returned true. At some moment since then, the caller's reference must have
+    /// been the only one. The reason: a task that was queued while it ran may still run. No later run reads
+    /// the callable, unless the task is made valid again. For the pool only: not exported.
     std::function<void()> TakeCallable() noexcept;
 
     /// Whether the task repeats: its interval is not negative.
@@ -193,8 +193,8 @@ public:
     ZEL_TASKPOOL_EXPORT bool GetValid();
     /// Sets whether the task may still run. The library itself never sets it back to true.
     ///
-    /// Pitfall: a host must not do so either while the task is being removed, because a removal takes the
-    /// callable out of the task.
+    /// Pitfall: while a task is being removed, a host must not set it to true. A removal takes the callable
+    /// out of the task.
     ZEL_TASKPOOL_EXPORT void SetValid(bool _bValid);
 
     /// The registry, by task id. Never destroyed, because late threads may look tasks up while the process

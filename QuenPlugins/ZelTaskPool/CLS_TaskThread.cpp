@@ -67,11 +67,11 @@ void CLS_TaskThread::FunTask()
             // However the job ended, it belongs to a pool that is gone.
             return;
         }
-        GiveWay();
+        YieldForJobs();
     }
 }
 
-void CLS_TaskThread::GiveWay()
+void CLS_TaskThread::YieldForJobs()
 {
     if (m_bBacklog.load(std::memory_order_relaxed))
     {

@@ -96,8 +96,8 @@ public:
     /// The id of the worker's thread; no thread's id once it has ended. For the pool only: not exported.
     std::thread::id GetThreadId() const;
 
-    /// The reference to the task that the dispatcher bound to the worker, beside its id in the pool's table
-    /// of workers, whose lock guards both. For the pool only: not exported.
+    /// The reference to the task that the dispatcher bound to the worker. The lock of the pool's table of
+    /// workers, which holds the task's id, guards it. For the pool only: not exported.
     std::weak_ptr<CLS_Task>& GetBoundTask() { return m_pBoundTask; }
 
     /// Says whether more tasks wait for a worker. Called by the job. For the pool only: not exported.
@@ -110,7 +110,7 @@ private:
     /// Runs jobs until the end. An abandoned worker then deletes itself.
     void WorkUntilEnd();
     /// Yields a few times, until a job is handed over, and at least once while more tasks wait.
-    void GiveWay();
+    void YieldForJobs();
     /// Waits for a job and runs it. False when the worker ends; a job that has not begun is then dropped.
     bool RunNextJob(std::int32_t& _iShownId) ZEL_EXCLUDES(m_mtxFunction);
     /// Names the thread by its order id if that differs from _iShownId, the id that the name shows.

@@ -56,7 +56,8 @@ extern "C"
     /// Does the same as RemoveTask.
     ZEL_TASKPOOL_EXPORT void KillTask(const std::string& _strTaskId, const std::string& _strCallInfo);
 
-    /// Shuts the pool down as UnInit does, and destroys it even when that fails, except on a service thread.
+    /// Shuts the pool down as UnInit does, and destroys it even when that fails, except on a thread of
+    /// the pool.
     ///
     /// Threads: any, except in a task.
     ZEL_TASKPOOL_EXPORT void KillTaskAll();

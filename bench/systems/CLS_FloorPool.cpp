@@ -16,8 +16,8 @@ std::string MakeId()
     return {szId.data(), static_cast<std::size_t>(iLength)};
 }
 
-/// Gives way until the flag is set, but only a few times.
-void GiveWay(const std::atomic<bool>& _bFlag, int _iMost)
+/// Yields until the flag is set, but only a few times.
+void YieldUntilSet(const std::atomic<bool>& _bFlag, int _iMost)
 {
     for (int i = 0; i < _iMost && !_bFlag; ++i)
     {
@@ -166,7 +166,7 @@ void CLS_FloorPool::Dispatch()
 /// Returns false at the end.
 bool CLS_FloorPool::TakeBatch(std::vector<Task>& _vecBatch)
 {
-    GiveWay(m_bQueued, GIVE_WAYS);
+    YieldUntilSet(m_bQueued, MOST_YIELDS_BEFORE_SLEEP);
     std::unique_lock<std::mutex> lock(m_mtxQueue);
     m_cvQueue.wait(lock, [this] { return !m_vecQueue.empty() || m_bEndDispatch; });
     _vecBatch.swap(m_vecQueue);
@@ -200,7 +200,7 @@ CLS_FloorPool::ST_Worker& CLS_FloorPool::WaitForWorker()
 {
     for (;;)
     {
-        GiveWay(m_bIdle, GIVE_WAYS);
+        YieldUntilSet(m_bIdle, MOST_YIELDS_BEFORE_SLEEP);
         if (ST_Worker* const pWorker = TakeIdleWorker())
         {
             return *pWorker;
@@ -237,7 +237,7 @@ void CLS_FloorPool::Work(ST_Worker& _stWorker)
 /// Returns null at the end.
 CLS_FloorPool::Task CLS_FloorPool::TakeTask(ST_Worker& _stWorker)
 {
-    GiveWay(_stWorker.m_bTask, GIVE_WAYS);
+    YieldUntilSet(_stWorker.m_bTask, MOST_YIELDS_BEFORE_SLEEP);
     std::unique_lock<std::mutex> lock(_stWorker.m_mtxTask);
     _stWorker.m_cvTask.wait(lock, [&_stWorker] { return _stWorker.m_pTask || _stWorker.m_bEnd; });
     _stWorker.m_bTask = false;

@@ -19,7 +19,7 @@
 /// - Each submission costs one read of the random device, a copy of the callable, and an entry in the
 ///   registry, in both owner maps and in the queue.
 /// - Each run costs two hand-offs between threads: from submitter to dispatcher to worker. A thread that
-///   has just worked gives way a few times before it sleeps, so under load few hand-offs wake a thread.
+///   has just worked yields a few times before it sleeps, so under load few hand-offs wake a thread.
 /// - The queue and the hand-offs carry the task's record, so a run searches no registry.
 /// - Loop tasks cost a poll every 10 ms.
 /// - Workers are plain threads, started on demand. The lowest idle one runs the next task.
@@ -46,8 +46,8 @@ private:
     static constexpr std::chrono::milliseconds ONE_SHOT{-1};
     static constexpr std::chrono::milliseconds POLL{10};
 
-    /// How often a thread gives way before it sleeps.
-    static constexpr int GIVE_WAYS = 4;
+    /// How often a thread yields before it sleeps.
+    static constexpr int MOST_YIELDS_BEFORE_SLEEP = 4;
 
     struct ST_FloorTask;
     using Task = std::shared_ptr<ST_FloorTask>;

@@ -36,7 +36,7 @@ void SetStepLimit(const CLS_QuenTaskPool* _pPool, std::chrono::steady_clock::tim
 bool IsOwnThread(const CLS_QuenTaskPool* _pPool, std::thread::id _idThread)
 {
     const CLS_LockGuard lock(CLS_ShutdownClaim::GetPools().m_mtxPools);
-    return CLS_ShutdownClaim::GetPools().m_mapPools.at(_pPool)->IsOwnThread(_idThread);
+    return CLS_ShutdownClaim::GetPools().m_mapPools.at(_pPool)->MustNotWait(_idThread);
 }
 
 void ForgetAll()

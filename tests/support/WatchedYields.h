@@ -3,7 +3,7 @@
 #include <functional>
 
 /// How often the dispatcher and a worker yield at most before they go to sleep after work.
-constexpr int GIVE_WAYS = 4;
+constexpr int MOST_YIELDS_BEFORE_SLEEP = 4;
 
 /// During its life, it counts the calling thread's yields, and calls a function at each. Only one may exist
 /// at a time on a thread. The function is the place to make something happen meanwhile.

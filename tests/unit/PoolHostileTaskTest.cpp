@@ -166,7 +166,7 @@ TEST_F(PoolHostileTaskTest, TasksThatAddRemoveStopAndKillEachOtherLeaveNothingBe
     const auto funAddLoop = [&]
     {
         std::string strTaskId;
-        clsPool.AddLoopTask([&funCall, pCaptured] { funCall(); }, 0, strTaskId, "brawl");
+        clsPool.AddLoopTask([&funCall, pCaptured] { funCall(); }, 0, strTaskId, "hostile");
         clsCalls.Note(strTaskId);
     };
     funCall = [&]
@@ -180,17 +180,17 @@ TEST_F(PoolHostileTaskTest, TasksThatAddRemoveStopAndKillEachOtherLeaveNothingBe
             return funAddLoop();
         case 2:
         case 3:
-            EXPECT_TRUE(clsPool.AddTmpTask([&funCall, pCaptured] { funCall(); }, pOwner, "brawl"));
+            EXPECT_TRUE(clsPool.AddTmpTask([&funCall, pCaptured] { funCall(); }, pOwner, "hostile"));
             return;
         case 4:
-            return clsPool.RemoveTask(clsCall.m_strTaskId, "brawl");
+            return clsPool.RemoveTask(clsCall.m_strTaskId, "hostile");
         case 5:
-            return clsPool.KillTask(clsCall.m_strTaskId, "brawl");
+            return clsPool.KillTask(clsCall.m_strTaskId, "hostile");
         case 6:
             return clsPool.StopTask(clsCall.m_strTaskId);
         case 7:
-            clsPool.RemoveTmpTask(pOwner, "brawl");
-            throw std::runtime_error("brawl");
+            clsPool.RemoveTmpTask(pOwner, "hostile");
+            throw std::runtime_error("hostile");
         default:
             return;
         }

@@ -181,7 +181,7 @@ TEST_F(PoolWorkersTest, NewWorkerIsMadeOnlyWhenNoneIsIdle)
     EXPECT_EQ(2, clsPool.GetTaskThreadNum());
 }
 
-TEST_F(PoolWorkersTest, IdleWorkerIsTakenWithoutGivingWay)
+TEST_F(PoolWorkersTest, IdleWorkerIsTakenWithoutYielding)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     CLS_TaskThread* const pThread = clsPool.CreateTaskThread();
@@ -191,7 +191,7 @@ TEST_F(PoolWorkersTest, IdleWorkerIsTakenWithoutGivingWay)
     EXPECT_EQ(0, clsYields.GetYields());
 }
 
-TEST_F(PoolWorkersTest, GivesWayOnceWithoutALockBeforeAWorkerIsMade)
+TEST_F(PoolWorkersTest, YieldsOnceWithoutALockBeforeAWorkerIsMade)
 {
     CLS_QuenTaskPool& clsPool = MakeStillPool();
     const CLS_WatchedYields clsYields(

@@ -278,10 +278,10 @@ TEST_F(TaskThreadPassTest, YieldsOnceMoreAfterAJobIfMoreTasksWait)
             WorkerView::GetRunFlag(*_pWorker) = false;
         }));
     m_clsWorker.FunTask();
-    EXPECT_EQ(1 + GIVE_WAYS, clsYields.GetYields());
+    EXPECT_EQ(1 + MOST_YIELDS_BEFORE_SLEEP, clsYields.GetYields());
 }
 
-TEST_F(TaskThreadPassTest, GivesWayAFewTimesAfterEachJobAndHoldsNothingMeanwhile)
+TEST_F(TaskThreadPassTest, YieldsAFewTimesAfterEachJobAndHoldsNothingMeanwhile)
 {
     int iCalls = 0;
     const CLS_WatchedYields clsYields(
@@ -293,7 +293,7 @@ TEST_F(TaskThreadPassTest, GivesWayAFewTimesAfterEachJobAndHoldsNothingMeanwhile
     EXPECT_TRUE(m_clsWorker.AddFunction(
         [&](CLS_TaskThread* _pWorker)
         {
-            EXPECT_EQ(iCalls * GIVE_WAYS, clsYields.GetYields());
+            EXPECT_EQ(iCalls * MOST_YIELDS_BEFORE_SLEEP, clsYields.GetYields());
             WorkerView::GetLastActive(m_clsWorker) = m_tpMarker;
             if (++iCalls < 3)
             {
@@ -303,11 +303,11 @@ TEST_F(TaskThreadPassTest, GivesWayAFewTimesAfterEachJobAndHoldsNothingMeanwhile
         }));
     m_clsWorker.FunTask();
     EXPECT_EQ(3, iCalls);
-    EXPECT_EQ(3 * GIVE_WAYS, clsYields.GetYields());
+    EXPECT_EQ(3 * MOST_YIELDS_BEFORE_SLEEP, clsYields.GetYields());
     EXPECT_EQ(2U, LogRecorder::Take().size());
 }
 
-TEST_F(TaskThreadPassTest, StopsGivingWayOnceAJobIsHandedOver)
+TEST_F(TaskThreadPassTest, StopsYieldingOnceAJobIsHandedOver)
 {
     int iCalls = 0;
     const auto funEnd = [&](CLS_TaskThread* _pWorker)
@@ -327,10 +327,10 @@ TEST_F(TaskThreadPassTest, StopsGivingWayOnceAJobIsHandedOver)
     EXPECT_TRUE(m_clsWorker.AddFunction([](CLS_TaskThread*) {}));
     m_clsWorker.FunTask();
     EXPECT_EQ(1, iCalls);
-    EXPECT_EQ(2 + GIVE_WAYS, clsYields.GetYields());
+    EXPECT_EQ(2 + MOST_YIELDS_BEFORE_SLEEP, clsYields.GetYields());
 }
 
-TEST_F(TaskThreadPassTest, DoesNotGiveWayWhileItIsIdle)
+TEST_F(TaskThreadPassTest, DoesNotYieldWhileItIsIdle)
 {
     const CLS_WatchedYields clsYields;
     std::thread thHost(
@@ -346,10 +346,10 @@ TEST_F(TaskThreadPassTest, DoesNotGiveWayWhileItIsIdle)
         });
     m_clsWorker.FunTask();
     thHost.join();
-    EXPECT_EQ(GIVE_WAYS, clsYields.GetYields()); // after the job
+    EXPECT_EQ(MOST_YIELDS_BEFORE_SLEEP, clsYields.GetYields()); // after the job
 }
 
-TEST_F(TaskThreadPassTest, DoesNotGiveWayWhenItEndsWithoutAJob)
+TEST_F(TaskThreadPassTest, DoesNotYieldWhenItEndsWithoutAJob)
 {
     const CLS_WatchedYields clsYields;
     WorkerView::RequestEnd(m_clsWorker);

@@ -21,7 +21,7 @@ bool loopEnded;
 bool overrunWorkers[WORKERS];
 
 /* The wait of a removal times out: the record leaves the registry while the run goes on. */
-inline RemoveInVain(t) /* CLS_QuenTaskPool::RemoveTask */
+inline TimeOutRemoval(t) /* CLS_QuenTaskPool::RemoveTask */
 {
     atomic {
         status[t] >= STATUS_EXECUTING ->
@@ -184,7 +184,7 @@ active proctype Host()
         AddToQueue(1)
     };
     if
-    :: RemoveInVain(0)
+    :: TimeOutRemoval(0)
     :: true
     fi;
     EndServiceThreads(); /* CLS_QuenTaskPool::UnInit */

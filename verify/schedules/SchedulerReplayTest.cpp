@@ -190,7 +190,7 @@ TEST_F(SchedulerReplayTest, ThreadsKeepTheirOwnExceptions)
     EXPECT_EQ(RunRandom(funBody), "");
 }
 
-TEST_F(SchedulerReplayTest, BlocksThatNobodyFreedAreCounted)
+TEST_F(SchedulerReplayTest, BlocksThatAreNotFreedAreCounted)
 {
     int* pLeft = nullptr;
     const auto funBody = [&pLeft]

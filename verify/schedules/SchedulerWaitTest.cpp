@@ -108,7 +108,7 @@ TEST_F(SchedulerWaitTest, SleepersWakeInTheOrderOfTheirTimes)
     EXPECT_EQ(RunRandom(funBody), "");
 }
 
-TEST_F(SchedulerWaitTest, NobodyWakesWithoutANotification)
+TEST_F(SchedulerWaitTest, NoThreadWakesWithoutANotification)
 {
     const auto funBody = []
     {
@@ -138,8 +138,8 @@ TEST_F(SchedulerWaitTest, NotifyOneWakesOneAndNotifyAllTheRest)
                 [&stWaiter, &iFirst, i]
                 {
                     stWaiter.Wait();
-                    int iNobody = 0;
-                    iFirst.compare_exchange_strong(iNobody, i);
+                    int iNone = 0;
+                    iFirst.compare_exchange_strong(iNone, i);
                 });
         }
         std::this_thread::sleep_for(1ms);

@@ -379,7 +379,7 @@ FAULTS = [
           scenario="end-by-two-tasks-kill", strategy="random",
           seen=("the pool is ended twice", "freed memory is", "a call does not return", "crash: signal")),
     fault("a host does not wait for another thread's shutdown", CLAIM,
-          ("if (pLife->IsOwnThread(idSelf) || ", "if (pLife->m_bClaimed || "),
+          ("if (pLife->MustNotWait(idSelf) || ", "if (pLife->m_bClaimed || "),
           scenario="end-by-two-hosts", strategy="random",
           seen="a host's call returns before the pool has ended"),
     fault("a task waits for the shutdown that waits for it", CLAIM,

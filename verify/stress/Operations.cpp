@@ -18,7 +18,7 @@ void CLS_Operations::DoOne()
     };
     // The weights add up to 10000.
     static constexpr std::array<ST_WeightedOperation, 14> CHOICES{{{5199, &CLS_Operations::AddTmp},
-                                                                   {100, &CLS_Operations::AddForNobody},
+                                                                   {100, &CLS_Operations::AddWithoutOwner},
                                                                    {700, &CLS_Operations::RemoveOwner},
                                                                    {1000, &CLS_Operations::AddAndRemove},
                                                                    {300, &CLS_Operations::AddLoop},
@@ -61,7 +61,7 @@ void CLS_Operations::AddTmp()
     SubmitTmp(m_stWorld, stOwner, DrawBehaviour());
 }
 
-void CLS_Operations::AddForNobody()
+void CLS_Operations::AddWithoutOwner()
 {
     if (AddTmpTask([] {}, nullptr, "nobody"))
     {

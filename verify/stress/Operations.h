@@ -20,7 +20,7 @@ private:
     void RemoveTasksOf(ST_TaskOwner& _stOwner);
 
     void AddTmp();
-    void AddForNobody();
+    void AddWithoutOwner();
     void RemoveOwner();
     void AddAndRemove();
     void AddLoop();

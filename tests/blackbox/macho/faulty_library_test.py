@@ -30,8 +30,8 @@ WRONG = {
     "install-name": ["install name: /opt/lib/libZelTaskPool.dylib instead of @rpath/libZelTaskPool.dylib"],
     "name-of-nobody": [
         "exports that are not on the list: _ZelAddition instead of none",
-        "names searched in every library: _ZelTestNameOfNobody instead of none",
-        "names that the oldest macOS may lack: _ZelTestNameOfNobody instead of none",
+        "names searched in every library: _ZelTestMissingName instead of none",
+        "names that the oldest macOS may lack: _ZelTestMissingName instead of none",
     ],
     "private-runtime": [
         "libraries: %s instead of %s, %s" % (SYSTEM, SYSTEM, RUNTIME),

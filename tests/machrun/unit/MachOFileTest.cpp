@@ -82,7 +82,7 @@ TEST(MachOFileTest, EveryTruncationIsRefused)
     }
 }
 
-TEST(MachOFileTest, AChangedByteAtMostHasTheFileRefused)
+TEST(MachOFileTest, AnyChangedByteIsSurvived)
 {
     const Bytes vecFile = CLS_LibraryImage().Make();
     for (std::size_t i = 0; i < vecFile.size(); i = i == 0x200 ? CLS_LibraryImage::SEGMENT_SIZE : i + 1)

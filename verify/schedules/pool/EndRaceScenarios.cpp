@@ -110,12 +110,12 @@ void EndByTwoHosts()
             clsCalls.CallAsHost(funFirst);
             funRequireOver();
         });
-    CLS_World::GiveWay();
+    CLS_World::LetOthersRun();
     clsCalls.CallAsHost(funSecond);
     funRequireOver();
     thrOther.join();
     clsCalls.WaitForAll(2);
-    CLS_World::RequireNobodyLeft();
+    CLS_World::RequireNoOtherThread();
 }
 
 template <End funHost, End funTask>
@@ -129,10 +129,10 @@ void EndByHostAndTask()
     stJob.m_funWork = [&] { clsCalls.CallAsTask(funTask); };
     clsWorld.Submit(clsPool, stJob, &iOwner);
     std::this_thread::sleep_for(20ms * (1 + CLS_World::Choose(3)));
-    CLS_World::GiveWay();
+    CLS_World::LetOthersRun();
     clsCalls.CallAsHost(funHost);
     clsCalls.WaitForAll(2);
-    CLS_World::RequireNobodyLeft();
+    CLS_World::RequireNoOtherThread();
 }
 
 template <End funFirst, End funSecond>
@@ -149,7 +149,7 @@ void EndByTwoTasks()
     clsWorld.Submit(clsPool, stFirst, &iOwner);
     clsWorld.Submit(clsPool, stSecond, &iOwner);
     clsCalls.WaitForAll(2);
-    CLS_World::RequireNobodyLeft();
+    CLS_World::RequireNoOtherThread();
 }
 
 ST_Scenario MakeScenario(const char* _szName, void (*_funBody)())

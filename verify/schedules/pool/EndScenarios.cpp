@@ -42,7 +42,7 @@ void EndWithOneTask()
     {
         Marks::Reach("the task is dropped");
     }
-    CLS_World::RequireNobodyLeft();
+    CLS_World::RequireNoOtherThread();
 }
 
 /// Shuts down with running, bound and queued tasks, and a loop task. One task uses the pool, which may be
@@ -94,7 +94,7 @@ void EndAtEveryMoment()
         Marks::Reach("a task is dropped");
     }
     UseNewPool(clsWorld);
-    CLS_World::RequireNobodyLeft();
+    CLS_World::RequireNoOtherThread();
 }
 
 /// A run outlasts the shutdown. Meanwhile, a new pool works.
@@ -113,7 +113,7 @@ void EndWithOverrun()
     MarkGate(stOverrun);
     UseNewPool(clsWorld, {&stOverrun});
     std::this_thread::sleep_for(2s);
-    CLS_World::RequireNobodyLeft();
+    CLS_World::RequireNoOtherThread();
     Require(stOverrun.m_iBegun == stOverrun.m_iEnded, "A does not end");
 }
 
@@ -138,7 +138,7 @@ void EndWithRemovedTask(std::chrono::nanoseconds _nsLength, bool _bOverrun)
     MarkGate(stJob);
     UseNewPool(clsWorld, vecOverrun);
     std::this_thread::sleep_for(5s);
-    CLS_World::RequireNobodyLeft();
+    CLS_World::RequireNoOtherThread();
 }
 
 void EndWaitsForRemovedTask()

@@ -76,7 +76,7 @@ void CloseAgainstJobs()
             {
             }
         });
-    CLS_World::GiveWay();
+    CLS_World::LetOthersRun();
     std::this_thread::sleep_for(1ms * CLS_World::Choose(4));
     const auto nsBegin = CLS_World::GetTime();
     const bool bOver = stPassage.m_clsGate.Close(std::chrono::steady_clock::now() + msLimit);

@@ -60,7 +60,7 @@ public:
         m_clsPool.reset();
         Require(CLS_QuenTaskPool::m_pInstance == nullptr, "the pool survives the scope");
         CLS_World::RequireTimely(CountRecords() == 0, "the scope leaves records");
-        CLS_World::RequireNobodyLeft();
+        CLS_World::RequireNoOtherThread();
     }
 
 private:
@@ -133,7 +133,7 @@ struct ST_Deliveries
         {
             Require(!m_bGone, "a delivery begins after its removal");
             ++m_iBegun;
-            CLS_World::GiveWay();
+            CLS_World::LetOthersRun();
             ++m_iEnded;
         };
     }
@@ -190,7 +190,7 @@ void KitRemoveOwner()
         ST_Job& stLong = clsWorld.MakeJob("B", 5ms);
         CLS_KitWorld::Submit(clsOwner, stShort);
         CLS_KitWorld::Submit(clsOwner, stLong);
-        CLS_World::GiveWay();
+        CLS_World::LetOthersRun();
         std::this_thread::sleep_for(2ms * CLS_World::Choose(4));
         std::optional<std::thread> thrOther;
         if (CLS_World::Choose(2) == 1)
@@ -233,7 +233,7 @@ void KitRemoveOwnerWhoseTaskSubmits()
         {
             std::this_thread::sleep_for(1ms);
         }
-        CLS_World::GiveWay();
+        CLS_World::LetOthersRun();
         const auto nsBegin = CLS_World::GetTime();
         CLS_World::RequireTimely(clsOwner.RemoveTasks(), "the removal gives up");
         CLS_World::RequireTimely(CLS_World::GetTime() == nsBegin, "the removal waits for the sleep");
@@ -261,7 +261,7 @@ void KitRemoveLoopTwice()
             {
                 Marks::Reach("a run removes its task");
                 CLS_World::RequireTimely(optLoop->Remove(), "the run's removal gives up");
-                CLS_World::GiveWay();
+                CLS_World::LetOthersRun();
             }
         };
         optLoop.emplace(clsKit.GetPool(), CLS_World::MakeCallable(stLoop), 1000, "A");
@@ -273,7 +273,7 @@ void KitRemoveLoopTwice()
                              { CLS_World::RequireTimely(optLoop->Remove(), "the other removal gives up"); });
         }
         std::this_thread::sleep_for(1ms + 4ms * CLS_World::Choose(2));
-        CLS_World::GiveWay();
+        CLS_World::LetOthersRun();
         Remove([&] { return optLoop->Remove(); }, {&stLoop});
         if (thrOther)
         {
@@ -294,7 +294,7 @@ void KitRemoveLoop()
         CLS_LoopTask clsLoop(clsKit.GetPool(), CLS_World::MakeCallable(stLoop), 20, "A");
         Require(clsLoop.IsAdded(), "the kit refuses a loop task");
         std::this_thread::sleep_for(5ms * CLS_World::Choose(12) + 2ms * CLS_World::Choose(2));
-        CLS_World::GiveWay();
+        CLS_World::LetOthersRun();
         Remove([&] { return clsLoop.Remove(); }, {&stLoop});
         std::this_thread::sleep_for(60ms);
     }
@@ -350,7 +350,7 @@ void KitEndsAtEveryMoment()
         CLS_KitWorld::Submit(clsOwner, stSecond);
         // The heartbeat runs every second, and an idle worker ends after five.
         std::this_thread::sleep_for(CLS_World::Choose(2) == 0 ? 0ms : 5000ms + 10ms * CLS_World::Choose(10));
-        CLS_World::GiveWay();
+        CLS_World::LetOthersRun();
     }
     clsKit.End();
 }
@@ -368,7 +368,7 @@ void KitDeliverAgainstRemoval()
                     clsOwner, clsHost.GetThread(), [] {}, stDeliveries.MakeCallable(), "A"),
                 "the kit refuses a task");
         std::this_thread::sleep_for(1ms * CLS_World::Choose(2));
-        CLS_World::GiveWay();
+        CLS_World::LetOthersRun();
         stDeliveries.RequireOver(clsOwner.RemoveTasks());
     }
     clsHost.End();
@@ -394,7 +394,7 @@ void KitPostAgainstRemoval()
                 const bool bPosted = clsDelivery.Post(std::move(funDeliver), "news");
                 Require(!bGone || !bPosted, "a delivery is taken after the removal");
             });
-        CLS_World::GiveWay();
+        CLS_World::LetOthersRun();
         bAllEnded = clsOwner.RemoveTasks();
         CLS_World::RequireTimely(bAllEnded, "the removal gives up");
         stDeliveries.m_bGone = bAllEnded.load();
@@ -426,7 +426,7 @@ void KitContinueAgainstRemoval()
             Require(FirstStep(funFirst, "A").Then(funSecond, "B").Submit(clsOwner),
                     "the kit refuses the steps");
             std::this_thread::sleep_for(1ms * CLS_World::Choose(4));
-            CLS_World::GiveWay();
+            CLS_World::LetOthersRun();
             clsOwner.RemoveTasksLater();
             bGone = true;
             std::this_thread::sleep_for(20ms);
@@ -472,7 +472,7 @@ void KitKeepsTheLimit()
         {
             funSubmit();
             std::this_thread::sleep_for(1ms * CLS_World::Choose(2));
-            CLS_World::GiveWay();
+            CLS_World::LetOthersRun();
             clsOwner.RemoveTasksLater();
             Marks::Reach(iRunning > 0 ? OLD_RUN_COUNTED : "no task ran yet");
         }
@@ -504,7 +504,7 @@ void KitRemoveLater()
         ST_Job& stFirst = clsWorld.MakeJob("A", 5ms);
         funSubmit(stFirst);
         std::this_thread::sleep_for(8ms + 1ms * CLS_World::Choose(12));
-        CLS_World::GiveWay();
+        CLS_World::LetOthersRun();
         Remove([&] { return clsOwner.RemoveTasks(); }, {&stFirst});
         ST_Job& stNext = clsWorld.MakeJob("B");
         funSubmit(stNext);
@@ -543,7 +543,7 @@ void KitDebounceRunsTheLast()
         {
             funTrigger();
             std::this_thread::sleep_for(10ms + 2ms * CLS_World::Choose(16));
-            CLS_World::GiveWay();
+            CLS_World::LetOthersRun();
             funTrigger();
         };
         std::thread thrOther(funTriggerTwice);

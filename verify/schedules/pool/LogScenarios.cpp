@@ -24,9 +24,9 @@ std::vector<ST_Printed>* g_pPrinted = nullptr;
 
 void Note(int, const char* _szMaker, const char*, int, const char*, const std::string& _strNumber)
 {
-    CLS_World::GiveWay();
+    CLS_World::LetOthersRun();
     g_pPrinted->push_back({std::this_thread::get_id(), _szMaker, _strNumber});
-    CLS_World::GiveWay();
+    CLS_World::LetOthersRun();
 }
 
 /// Asserts that the log records of one thread arrived in their order.

@@ -10,7 +10,7 @@ namespace
 void SleepForAWhile()
 {
     std::this_thread::sleep_for(5ms * CLS_World::Choose(12) + 2ms * CLS_World::Choose(2));
-    CLS_World::GiveWay();
+    CLS_World::LetOthersRun();
 }
 
 void RemoveLoop(int _iInterval, std::chrono::milliseconds _msLength)
@@ -23,7 +23,7 @@ void RemoveLoop(int _iInterval, std::chrono::milliseconds _msLength)
     CLS_World::RemoveLoop(clsPool, strTaskId, stLoop);
     std::this_thread::sleep_for(60ms);
     clsWorld.EndPool(clsPool);
-    CLS_World::RequireNobodyLeft();
+    CLS_World::RequireNoOtherThread();
 }
 
 void LoopAgainstRemoval()
@@ -69,7 +69,7 @@ void LoopRemovedWhileItIsSubmitted()
     std::this_thread::sleep_for(CLS_World::ALL_LOOKS + 1s);
     Require(PoolView::GetLoopIds(clsPool).empty(), "the loop list keeps its id");
     clsWorld.EndPool(clsPool);
-    CLS_World::RequireNobodyLeft();
+    CLS_World::RequireNoOtherThread();
 }
 
 void LoopAgainstStop()
@@ -82,7 +82,7 @@ void LoopAgainstStop()
     CLS_World::Stop(clsPool, strTaskId, stLoop);
     std::this_thread::sleep_for(60ms);
     clsWorld.EndPool(clsPool);
-    CLS_World::RequireNobodyLeft();
+    CLS_World::RequireNoOtherThread();
 }
 
 /// Runs for a while. Each run begins in time.
@@ -96,7 +96,7 @@ void LoopGoesOn()
     // A run takes no time, and the scheduler polls every 10 ms.
     CLS_World::RequireTimely(stLoop.m_iEnded >= 10, "A runs too seldom: " + std::to_string(stLoop.m_iEnded));
     clsWorld.EndPool(clsPool);
-    CLS_World::RequireNobodyLeft();
+    CLS_World::RequireNoOtherThread();
 }
 
 /// The interval changes after the scheduler has noted when the next run is due.
@@ -120,7 +120,7 @@ void LoopWithChangedInterval()
     std::this_thread::sleep_for(100ms);
     Require(bShorter == (stLoop.m_iBegun > iNow), "the longer interval is ignored");
     clsWorld.EndPool(clsPool);
-    CLS_World::RequireNobodyLeft();
+    CLS_World::RequireNoOtherThread();
 }
 } // namespace
 

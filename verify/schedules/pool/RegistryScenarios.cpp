@@ -98,13 +98,13 @@ void Change(void (*_funSubmit)(ST_RegistryCase&), void (*_funChange)(ST_Registry
 {
     ST_RegistryCase stCase;
     _funSubmit(stCase);
-    CLS_World::GiveWay();
+    CLS_World::LetOthersRun();
     _funChange(stCase);
     RequireOutcome(stCase);
     stCase.m_pOld.reset();
     stCase.m_pNew.reset();
     stCase.m_clsWorld.EndPool(stCase.m_clsPool);
-    CLS_World::RequireNobodyLeft();
+    CLS_World::RequireNoOtherThread();
 }
 
 /// The record has left the registry. No run of it begins unless another thread holds it, too.

@@ -15,7 +15,7 @@ void RemoveOwner()
     ST_Job& stLong = clsWorld.MakeJob("B", 5ms);
     clsWorld.Submit(clsPool, stShort, &iOwner);
     clsWorld.Submit(clsPool, stLong, &iOwner);
-    CLS_World::GiveWay();
+    CLS_World::LetOthersRun();
     std::this_thread::sleep_for(2ms * CLS_World::Choose(4));
     CLS_World::RemoveOwner(clsPool, &iOwner, {&stShort, &stLong});
     ST_Job& stNext = clsWorld.MakeJob("C");
@@ -23,7 +23,7 @@ void RemoveOwner()
     clsWorld.Settle();
     Require(stNext.m_iEnded == 1, "the owner's next task does not run");
     clsWorld.EndPool(clsPool);
-    CLS_World::RequireNobodyLeft();
+    CLS_World::RequireNoOtherThread();
 }
 
 /// The second task has no worker when the removal begins, and gets one before the first has ended.
@@ -42,7 +42,7 @@ void RemoveOwnerOfMany()
     CLS_World::RemoveOwner(clsPool, &iOwner, {&stRunning, &stWaiting});
     std::this_thread::sleep_for(200ms);
     clsWorld.EndPool(clsPool);
-    CLS_World::RequireNobodyLeft();
+    CLS_World::RequireNoOtherThread();
 }
 
 /// A task submits another one for its owner during its removal, while the removal polls.
@@ -55,11 +55,11 @@ void RemoveOwnerWhoseTaskSubmits()
     ST_Job& stSecond = clsWorld.MakeJob("B");
     stFirst.m_funWork = [&]
     {
-        CLS_World::GiveWay();
+        CLS_World::LetOthersRun();
         clsWorld.Submit(clsPool, stSecond, &iOwner);
     };
     clsWorld.Submit(clsPool, stFirst, &iOwner);
-    CLS_World::GiveWay();
+    CLS_World::LetOthersRun();
     CLS_World::RemoveOwner(clsPool, &iOwner, {&stFirst, &stSecond});
     if (stSecond.m_iQueued > 0 && stSecond.m_iBegun == 0)
     {
@@ -67,7 +67,7 @@ void RemoveOwnerWhoseTaskSubmits()
     }
     clsWorld.Settle();
     clsWorld.EndPool(clsPool);
-    CLS_World::RequireNobodyLeft();
+    CLS_World::RequireNoOtherThread();
 }
 
 /// Each of the owner's tasks submits the next one when its run of 8 seconds ends. The removal waits 9 seconds
@@ -98,7 +98,7 @@ void RemoveOwnerOfAChain()
     // The chain that the removal left behind goes on.
     std::this_thread::sleep_for(vecJobs.size() * (LENGTH + 1s));
     clsWorld.EndPool(clsPool);
-    CLS_World::RequireNobodyLeft();
+    CLS_World::RequireNoOtherThread();
 }
 
 /// A stop meets the start of a run.
@@ -110,12 +110,12 @@ void StopAgainstStart()
     stJob.m_iQueued = 1;
     const std::string strTaskId = CLS_Task::CreateTask(CLS_World::MakeCallable(stJob), -1, "A")->GetId();
     clsPool.AddWaitingTasks(strTaskId);
-    CLS_World::GiveWay();
-    CLS_World::GiveWay();
+    CLS_World::LetOthersRun();
+    CLS_World::LetOthersRun();
     CLS_World::Stop(clsPool, strTaskId, stJob);
     // A worker may be about to find that the task is not valid.
     clsWorld.EndPool(clsPool, CLS_World::IDLE_END + CLS_World::ONE_LOOK);
-    CLS_World::RequireNobodyLeft();
+    CLS_World::RequireNoOtherThread();
 }
 
 /// Does the same without a pool, with only the two operations of the task.
@@ -131,7 +131,7 @@ void StopHandshake()
     Require(stJob.m_iBegun == stJob.m_iEnded, "A still runs");
     Marks::Reach(stJob.m_iBegun > 0 ? CLS_World::RUN_MET : CLS_World::RUN_FORESTALLED);
     thrRunner.join();
-    CLS_World::RequireNobodyLeft();
+    CLS_World::RequireNoOtherThread();
 }
 
 /// A loop task that removes itself waits for itself until the time limit, and never runs again.
@@ -155,7 +155,7 @@ void RemoveItself()
     Require(stLoop.m_iBegun == 1 && stLoop.m_iEnded == 1, "A does not run once");
     Require(stLoop.m_bDestroyed, "the callable is not destroyed");
     clsWorld.EndPool(clsPool);
-    CLS_World::RequireNobodyLeft();
+    CLS_World::RequireNoOtherThread();
 }
 
 /// The removal destroys a capture. Its destructor submits a task, and removes another owner.
@@ -185,7 +185,7 @@ void CapturedObjectCallsThePool()
     clsWorld.Settle();
     Require(stSubmitted.m_iEnded == 1, "the task that was submitted meanwhile does not run");
     clsWorld.EndPool(clsPool);
-    CLS_World::RequireNobodyLeft();
+    CLS_World::RequireNoOtherThread();
 }
 
 /// The removal destroys a capture, whose destructor shuts the pool down. The removal still has more tasks to
@@ -230,7 +230,7 @@ void CapturedObjectEndsThePool()
         clsPool.RemoveTask(strTaskId, "scenario");
     }
     Require(bDestroyed && CLS_QuenTaskPool::m_pInstance == nullptr, "the pool is left");
-    CLS_World::RequireNobodyLeft();
+    CLS_World::RequireNoOtherThread();
 }
 } // namespace
 

@@ -15,7 +15,7 @@ void SubmitAndRun()
     clsWorld.RequireAllRan();
     CLS_World::RequireTimely(clsPool.GetTaskThreadNum() == 1, "the idle worker is not reused");
     clsWorld.EndPool(clsPool);
-    CLS_World::RequireNobodyLeft();
+    CLS_World::RequireNoOtherThread();
 }
 
 void TwoSubmitters()
@@ -39,7 +39,7 @@ void TwoSubmitters()
     funSubmit(clsWorld.MakeJob("E"), clsWorld.MakeJob("F"), iOwner);
     clsWorld.RequireAllRan();
     clsWorld.EndPool(clsPool);
-    CLS_World::RequireNobodyLeft();
+    CLS_World::RequireNoOtherThread();
 }
 
 /// The same id is queued twice. It runs twice, perhaps at the same time.
@@ -60,7 +60,7 @@ void QueuedTwice()
         Marks::Reach("both runs at once");
     }
     clsWorld.EndPool(clsPool);
-    CLS_World::RequireNobodyLeft();
+    CLS_World::RequireNoOtherThread();
 }
 } // namespace
 

@@ -41,7 +41,7 @@ void RetireAgainstHandOver()
     RunPass(clsPool);
     CLS_World::RequireTimely(clsPool.GetTaskThreadNum() == 0, "an idle worker is left");
     clsWorld.EndPool(clsPool);
-    CLS_World::RequireNobodyLeft();
+    CLS_World::RequireNoOtherThread();
 }
 
 /// The dispatcher asks for the only worker while it retires. The task begins on it or on a new one, at once
@@ -65,7 +65,7 @@ void RetireAgainstNextAttempt()
                                               : "the next attempt gets a worker");
     clsWorld.RequireAllRan();
     clsWorld.EndPool(clsPool);
-    CLS_World::RequireNobodyLeft();
+    CLS_World::RequireNoOtherThread();
 }
 
 /// Runs the watchdog's thread. Its second pass, after 360 seconds, retires the worker that was always idle.
@@ -85,7 +85,7 @@ void WatchdogRetires()
     Require(clsPool.GetTaskThreadNum() == 1, "not one worker retires");
     clsWorld.RequireAllRan();
     clsWorld.EndPool(clsPool);
-    CLS_World::RequireNobodyLeft();
+    CLS_World::RequireNoOtherThread();
 }
 
 /// The pool has two workers, by design one more than the limit. The third task begins when the dispatcher
@@ -106,7 +106,7 @@ void WorkerLimit()
     clsWorld.RequireAllRan();
     Require(clsPool.GetTaskThreadNum() == 2, "not one worker more than the limit");
     clsWorld.EndPool(clsPool);
-    CLS_World::RequireNobodyLeft();
+    CLS_World::RequireNoOtherThread();
 }
 
 /// The first of ninety attempts is immediate. The ninetieth, with the report, follows after 8.9 seconds.
@@ -135,7 +135,7 @@ void BusyReport()
     Require(stWaiting.m_nsBegun == 9300ms, "B begins at another time");
     clsWorld.RequireAllRan();
     clsWorld.EndPool(clsPool);
-    CLS_World::RequireNobodyLeft();
+    CLS_World::RequireNoOtherThread();
 }
 } // namespace
 

@@ -221,7 +221,7 @@ std::chrono::nanoseconds CLS_World::ChooseLength()
     return LENGTHS.at(static_cast<std::size_t>(Choose(LENGTHS.size())));
 }
 
-void CLS_World::GiveWay()
+void CLS_World::LetOthersRun()
 {
     for (int i = Choose(MOST_YIELDS); i > 0; --i)
     {
@@ -422,7 +422,7 @@ void CLS_World::RequireAllRan() const
     }
 }
 
-void CLS_World::RequireNobodyLeft()
+void CLS_World::RequireNoOtherThread()
 {
     const CLS_Scheduler* const pScheduler = CLS_Scheduler::GetActive();
     for (int i = 0; i < SLOW_POLLS && !IsTimely() && pScheduler->CountThreads() > 1; ++i)

@@ -84,7 +84,7 @@ public:
     void RequireAllRan() const;
 
     /// Empties the registry and asserts that only the calling thread is left.
-    static void RequireNobodyLeft();
+    static void RequireNoOtherThread();
 
     static std::chrono::nanoseconds GetTime();
 
@@ -106,7 +106,7 @@ public:
     static std::chrono::nanoseconds ChooseLength();
 
     /// Lets the other threads take some steps.
-    static void GiveWay();
+    static void LetOthersRun();
 
     /// How long the shutdown of an idle pool takes: until the watchdog polls.
     static constexpr std::chrono::nanoseconds IDLE_END = 180ms;
