@@ -6,7 +6,7 @@ option(ZEL_BUILD_BENCHMARKS "Build the benchmarks (see the preset \"bench\")" OF
 option(ZEL_WERROR "Treat every compiler warning as an error" OFF)
 option(ZEL_INSTALL_LOG_LIBRARY "Also install the example logging library; programs that find it get log records" OFF)
 option(ZEL_COVERAGE "Count what is executed (clang only; see scripts/checks/coverage.sh)" OFF)
-option(ZEL_QUICK_TEST_BUILD "Build all tests without optimisation, with the system's headers precompiled" OFF)
+option(ZEL_QUICK_TEST_BUILD "Build tests quickly: without optimisation, with the system's headers precompiled" OFF)
 
 set(ZEL_SANITIZE "" CACHE STRING
   "Sanitizers, in the form of -fsanitize=: \"thread\" or \"address,undefined\"")
